@@ -1,0 +1,1 @@
+#include "foundation/Assertion.h"

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "foundation/Data.h"
+#include "foundation/Handle.h"
+#include "foundation/ProcessInfo.h"
+#include "foundation/Result.h"
+
+namespace foundation {
+
+/// How a child ended.
+struct Termination {
+  enum class Reason { exited, signalled };
+  Reason reason = Reason::exited;
+  /// The exit status, or the number of the signal that ended it.
+  int status = 0;
+};
+
+/// A running program with pipes on its three standard streams.
+///
+/// Children run in a session of their own (so that none asks on the terminal), with default signal
+/// dispositions and only their three streams open. Nothing is ever written to standard input, and
+/// its pipe stays open as long as this object: a child that reads it waits. Output is read only
+/// after the end; the pipes are made as large as the system allows.
+class ChildProcess {
+ public:
+  struct Launch {
+    /// Used as it stands: no look-up in PATH, no shell.
+    std::filesystem::path executable;
+    std::vector<std::string> arguments;
+    /// Absent: the caller's.
+    std::optional<std::filesystem::path> workingDirectory;
+    /// The child's whole environment; absent: the caller's.
+    std::optional<Environment> environment;
+  };
+
+  /// Fails with the path and the system's text when the program cannot be started (missing, not
+  /// executable, of no known format, working directory missing).
+  static Result<ChildProcess> launch(const Launch& launch);
+
+  ChildProcess(ChildProcess&&) noexcept;
+  ChildProcess& operator=(ChildProcess&&) = delete;
+  /// A child that still runs is left to itself and reaped when it ends, at the latest by the
+  /// system.
+  ~ChildProcess();
+
+  [[nodiscard]] pid_t processIdentifier() const { return pid_; }
+  /// True until the child has ended; never blocks.
+  bool isRunning();
+  /// Asks the child to terminate (SIGTERM); nothing happens once it has ended.
+  void terminate();
+  /// Blocks until the child has ended.
+  Termination waitUntilExit();
+
+  /// Call after the end. Everything the child wrote; waits at most two seconds for the end of the
+  /// pipe, since a grandchild may hold it open.
+  Data readStandardErrorToEnd();
+  Data readStandardOutputToEnd();
+
+ private:
+  ChildProcess() = default;
+  pid_t pid_ = -1;
+  std::optional<Termination> termination_;
+  FileDescriptor standardInput_;
+  FileDescriptor standardOutput_;
+  FileDescriptor standardError_;
+};
+
+}  // namespace foundation

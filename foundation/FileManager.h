@@ -1,0 +1,62 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/Data.h"
+#include "foundation/Result.h"
+#include "foundation/Value.h"
+
+/// Files and folders. Every error names the path and carries the system's text.
+namespace foundation::FileManager {
+
+/// Follows links: a dangling link does not exist.
+bool fileExistsAtPath(const std::filesystem::path& path);
+/// True only for a folder (or a link to one).
+bool isDirectoryAtPath(const std::filesystem::path& path);
+
+/// The whole file in memory. Fails for anything but a regular file (a folder, a pipe, a device),
+/// and when memory runs out.
+Result<Data> contentsOfFile(const std::filesystem::path& path);
+
+/// Makes the folder and every missing parent; an existing folder is success, an existing file is
+/// not.
+Result<> createDirectoryWithIntermediates(const std::filesystem::path& path);
+
+/// Copies a file, a link (as a link) or a whole folder with permissions, links and modification
+/// times; an existing target is an error. Uses the file system's own cheap copy where it has one. A
+/// pipe, socket or device inside is an error. After a failure what was copied so far stays.
+Result<> copyItemAtPath(const std::filesystem::path& source, const std::filesystem::path& target);
+
+/// Removes the item itself, never what a link points to; folders with all they hold, including
+/// those without write permission that this user owns. Nothing at the path is an error.
+Result<> removeItemAtPath(const std::filesystem::path& path);
+
+/// Names of the entries, unsorted, without "." and "..".
+Result<std::vector<std::string>> contentsOfDirectoryAtPath(const std::filesystem::path& path);
+/// The same without names that begin with a dot.
+Result<std::vector<std::string>> visibleContentsOfDirectoryAtPath(
+    const std::filesystem::path& path);
+/// Relative paths of everything below the folder, a folder before its entries; links are not
+/// followed. Entries that cannot be read are left out.
+Result<std::vector<std::string>> subpathsOfDirectoryAtPath(const std::filesystem::path& path);
+
+/// The birth time where the file system keeps one, else the modification time; absent when there is
+/// nothing at the path.
+std::optional<Date> creationDateOfItemAtPath(const std::filesystem::path& path);
+std::optional<Date> modificationDateOfItemAtPath(const std::filesystem::path& path);
+
+/// Writes beside the file and renames it over the file; an existing file's permissions are kept.
+Result<> writeAtomically(Bytes bytes, const std::filesystem::path& path);
+
+/// The user's temporary folder, ending in "/": `TMPDIR` if set, else a folder of this user's own
+/// below the system's, which is made on first use and refused when it is a link or somebody else's.
+Result<std::string> temporaryDirectory();
+
+/// The user's home: `HOME`; without it the parent process's, if that is the same user's; else the
+/// user database's.
+std::string homeDirectory();
+
+}  // namespace foundation::FileManager

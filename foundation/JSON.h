@@ -1,0 +1,20 @@
+#pragma once
+
+#include "foundation/Result.h"
+#include "foundation/Value.h"
+
+/// JSON (RFC 8259) as the platform's decoder reads it.
+namespace foundation::JSON {
+
+/// Deepest nesting that the reader accepts.
+inline constexpr int kMaximumDepth = 512;
+
+/// Decodes UTF-8, UTF-16 or UTF-32 text (with or without a byte-order mark) whose top level is an
+/// array or an object. Anything else fails with a position. Of a repeated key the last value wins.
+Result<Value> decode(Bytes bytes);
+
+/// Compact (`indent` < 0) or indented JSON text. Dates become ISO 8601 in UTC, data lower-case hex;
+/// text that is not UTF-8 gets U+FFFD in place of its ill-formed parts.
+std::string encode(const Value& value, int indent = -1);
+
+}  // namespace foundation::JSON

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+
+#include "foundation/Bytes.h"
+#include "foundation/Result.h"
+
+namespace foundation {
+
+/// Read-only view of a whole file.
+///
+/// The bytes live as long as this object; moving it does not move them. If another process
+/// truncates the file meanwhile, touching the lost pages raises SIGBUS, which is not reported here.
+class MappedFile {
+ public:
+  /// An empty file gives an empty view. Fails with the path and the system's text when the file
+  /// cannot be opened or mapped, or is not a regular file.
+  static Result<MappedFile> open(const std::filesystem::path& path);
+
+  MappedFile() = default;
+  MappedFile(MappedFile&& other) noexcept;
+  MappedFile& operator=(MappedFile&& other) noexcept;
+  ~MappedFile();
+
+  [[nodiscard]] Bytes bytes() const { return bytes_; }
+
+ private:
+  Bytes bytes_;
+};
+
+}  // namespace foundation

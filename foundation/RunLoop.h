@@ -1,0 +1,29 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+namespace foundation {
+
+/// The main run loop: runs the main queue's work and drives what is scheduled on it (asynchronous
+/// URL connections) on the thread that calls `run`. A host that uses anything asynchronous must
+/// keep it running.
+class RunLoop {
+ public:
+  static RunLoop& main();
+
+  /// Runs until `stop`; only one thread at a time may run the loop.
+  void run();
+  /// Runs until `isDone` answers true (asked after every piece of work) or the time is over; the
+  /// answer is `isDone`'s last.
+  bool runUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit);
+  /// Makes the current `run` return; safe from any thread.
+  void stop();
+  /// Runs `work` on the loop's thread, in order; safe from any thread.
+  void perform(std::function<void()> work);
+
+ private:
+  RunLoop() = default;
+};
+
+}  // namespace foundation

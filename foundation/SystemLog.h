@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string_view>
+
+#include "foundation/Format.h"
+
+namespace foundation {
+
+/// Writes one line `YYYY-MM-DD HH:MM:SS.mmm program[pid] text` (local time) to standard error, in
+/// one write; newlines in the text become `\n`. Failures are ignored. Safe from any thread.
+void systemLogText(std::string_view text);
+
+template <class... Arguments>
+void systemLog(std::string_view text, const Arguments&... arguments) {
+  systemLogText(format(text, arguments...));
+}
+
+/// "%Y-%m-%d %H:%M:%S.%F" of a point in time in the current time zone: milliseconds in three
+/// digits.
+std::string localTimeStamp(Date date);
+
+}  // namespace foundation

@@ -1,0 +1,8 @@
+# What only this host can tell: the process table, embedded Info dictionaries, cheap copies, file
+# events, the folders of a user.
+target_sources(foundation PRIVATE
+  host/linux/EmbeddedInfo.cpp
+  host/linux/FileCloning.cpp
+  host/linux/FileEvents.cpp
+  host/linux/Process.cpp
+  host/linux/UserFolders.cpp)
