@@ -1,0 +1,123 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundation/Certificate.h"
+#include "foundation/Data.h"
+#include "foundation/Keychain.h"
+#include "foundation/Value.h"
+
+/// Certificates, keys and provisioning profiles made in code. Everything fails the running test by
+/// throwing when the crypto library refuses.
+namespace test {
+
+enum class KeyKind { rsa, p256 };
+
+inline constexpr std::string_view kIntermediateMarker = "1.2.840.113635.100.6.2.1";
+inline constexpr std::string_view kDistributionMarker = "1.2.840.113635.100.6.1.4";
+
+struct CertificateOptions {
+  std::string commonName = "iPhone Distribution: Example Corp (ABCDE12345)";
+  std::vector<std::string> organizations = {"Example Corp"};
+  /// Left out of the subject when empty; so is the common name.
+  std::string organizationalUnit = "ABCDE12345";
+  std::string emailAddress = "";
+  KeyKind key = KeyKind::p256;
+  /// The critical extended key usage "code signing".
+  bool codeSigning = true;
+  /// Dotted OIDs of further extensions; each gets an ASN.1 NULL as its value.
+  std::vector<std::string> markers = {};
+  /// Counted from now.
+  std::chrono::seconds validFrom = -std::chrono::hours(24);
+  std::chrono::seconds validUntil = std::chrono::hours(24 * 365);
+};
+
+/// A certificate with its private key. Copies share both.
+class MadeIdentity {
+ public:
+  MadeIdentity(x509_st* certificate, evp_pkey_st* key);
+
+  [[nodiscard]] foundation::Data der() const;
+  [[nodiscard]] std::string certificatePEM() const;
+  /// PKCS #8; encrypted with AES-256 when a passphrase is given.
+  [[nodiscard]] std::string keyPEM(std::optional<std::string> passphrase = std::nullopt) const;
+  /// 40 upper-case hexadecimal digits, what `--sign` takes.
+  [[nodiscard]] std::string sha1() const;
+  [[nodiscard]] foundation::Certificate certificate() const;
+  [[nodiscard]] foundation::Identity identity() const;
+
+  [[nodiscard]] x509_st* native() const { return certificate_.get(); }
+  [[nodiscard]] evp_pkey_st* nativeKey() const { return key_.get(); }
+
+ private:
+  std::shared_ptr<x509_st> certificate_;
+  std::shared_ptr<evp_pkey_st> key_;
+};
+
+MadeIdentity makeRoot(const std::string& commonName = "Test Root CA", KeyKind key = KeyKind::p256);
+/// Carries `kIntermediateMarker`.
+MadeIdentity makeIntermediate(const MadeIdentity& root,
+                              const std::string& commonName = "Test Developer Relations CA",
+                              KeyKind key = KeyKind::p256);
+MadeIdentity makeLeaf(const MadeIdentity& issuer, const CertificateOptions& options = {});
+
+/// Leaf, intermediate and root, each issued by the next.
+struct Family {
+  MadeIdentity leaf;
+  MadeIdentity intermediate;
+  MadeIdentity root;
+
+  /// The leaf's key, and the certificates leaf, intermediate, root, as one PEM text.
+  [[nodiscard]] std::string pem() const;
+};
+Family makeFamily(const CertificateOptions& options = {});
+
+struct PKCS12Options {
+  enum class Encryption {
+    /// AES-256 with PBKDF2, what OpenSSL 3 writes.
+    modern,
+    /// RC2-40 for the certificates and 3DES for the key, as Keychain Access exports them.
+    old
+  };
+  Encryption encryption = Encryption::modern;
+  /// Absent: none at all, which is not the same as an empty one.
+  std::optional<std::string> passphrase = std::nullopt;
+};
+/// The identity, with `others` as further certificates.
+foundation::Data makePKCS12(const MadeIdentity& identity,
+                            const std::vector<MadeIdentity>& others = {},
+                            const PKCS12Options& options = {});
+
+/// What a provisioning profile says. Every member can be changed in `dictionary()` afterwards.
+struct ProfileOptions {
+  std::string name = "Example Distribution";
+  std::string uuid = "11111111-2222-3333-4444-555555555555";
+  std::string prefix = "ABCDE12345";
+  /// Without the prefix.
+  std::string bundleIdentifier = "com.example.app";
+  std::string teamName = "Example Corp";
+  std::vector<foundation::Data> developerCertificates = {};
+  /// An absent array is left out, as in an App Store profile.
+  std::optional<std::vector<std::string>> provisionedDevices = std::nullopt;
+  bool provisionsAllDevices = false;
+  bool getTaskAllow = false;
+  foundation::Date creationDate = std::chrono::sys_days{std::chrono::year{2015} / 3 / 1};
+  foundation::Date expirationDate = std::chrono::sys_days{std::chrono::year{2045} / 3 / 1};
+  /// Merged over application-identifier, team identifier, get-task-allow and keychain groups.
+  foundation::Dictionary entitlements = {};
+
+  [[nodiscard]] foundation::Dictionary dictionary() const;
+};
+
+/// A signed CMS message with `content` attached, in DER, as a .mobileprovision file is.
+foundation::Data makeSignedMessage(std::string_view content, const MadeIdentity& signer);
+/// The dictionary as an XML property list in such a message.
+foundation::Data makeProvisioningProfile(const foundation::Dictionary& dictionary,
+                                         const MadeIdentity& signer);
+
+}  // namespace test
