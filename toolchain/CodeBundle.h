@@ -1,0 +1,69 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/Data.h"
+#include "foundation/MappedFile.h"
+#include "foundation/Value.h"
+#include "toolchain/Image.h"
+
+namespace toolchain {
+
+/// Something that can be signed: a bundle with an executable (app, extension, framework), or a
+/// loose Mach-O file.
+struct CodeBundle {
+  /// As the caller named it; the prefix of every message.
+  std::string name;
+  /// Absolute, links resolved: the bundle's folder, or the file itself.
+  std::filesystem::path path;
+  /// Where Info.plist, seal and resources are: `path`, or its Contents folder. Empty for a file.
+  std::filesystem::path base;
+  std::filesystem::path executable;
+  /// Info.plist's bytes as on disk; absent for a file.
+  std::optional<foundation::Data> infoPlist;
+  foundation::Dictionary info;
+  /// CFBundleIdentifier; of a file the identifier of its embedded Info.plist, else its name as the
+  /// platform shortens it. A bundle without CFBundleIdentifier is named like its executable.
+  std::string identifier;
+
+  /// Fails, without naming the file, when it is neither of the two: no Info.plist, no
+  /// CFBundleExecutable or one with a slash or "..", executable missing.
+  static Result<CodeBundle> open(const std::filesystem::path& path);
+
+  [[nodiscard]] bool isBundle() const { return !base.empty(); }
+  /// base/_CodeSignature/CodeResources; empty for a file.
+  [[nodiscard]] std::filesystem::path sealPath() const;
+  /// The executable's path relative to `base`.
+  [[nodiscard]] std::string relativeExecutable() const;
+  /// True when the bundle keeps its resources in a Resources folder.
+  [[nodiscard]] bool hasResourcesFolder() const;
+};
+
+/// "libfoo" for "/a/libfoo.dylib": no folders, no last extension unless it begins with a digit, no
+/// numeric tails but the first.
+std::string identifierFromFileName(const std::filesystem::path& path);
+
+/// Nested code of a bundle, innermost first and loose files before the bundle that holds them:
+/// bundles with an Info.plist that names an executable which is there, and Mach-O files that are no
+/// bundle's executable. Folders of debug symbols (.dSYM) and links are not entered. Absolute paths.
+Result<std::vector<std::filesystem::path>> nestedCode(const CodeBundle& bundle);
+
+/// The bundle's executable or file, mapped and parsed.
+struct OpenedImage {
+  foundation::MappedFile file;
+  Image image;
+};
+Result<OpenedImage> openImage(const CodeBundle& code);
+
+/// Identifies signed code in the seal of what contains it: strongest cdhash, designated requirement
+/// as text (the cdhash form when the signature has none).
+struct NestedIdentity {
+  std::string cdHash;
+  std::string requirement;
+};
+Result<NestedIdentity> nestedIdentity(const std::filesystem::path& code);
+
+}  // namespace toolchain

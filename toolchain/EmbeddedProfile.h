@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/Certificate.h"
+#include "foundation/Value.h"
+#include "toolchain/Image.h"
+
+namespace toolchain {
+
+/// The provisioning profile inside a bundle ("embedded.mobileprovision", or
+/// "embedded.provisionprofile").
+struct EmbeddedProfile {
+  foundation::Dictionary dictionary;
+  /// Those of "DeveloperCertificates" that can be read.
+  std::vector<foundation::Certificate> certificates;
+};
+
+/// Empty when the bundle has none; fails when there is one that cannot be read.
+Result<std::optional<EmbeddedProfile>> embeddedProfileOf(const std::filesystem::path& bundleBase);
+
+/// The entitlements that the profile grants, made exact for this identifier: a trailing wildcard of
+/// "application-identifier", of a key-chain or other group is replaced by the identifier, and a
+/// value that is nothing but a wildcard is left out. Empty without entitlements.
+foundation::Dictionary concreteEntitlements(const EmbeddedProfile& profile,
+                                            const std::string& identifier);
+
+}  // namespace toolchain

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <optional>
+#include <span>
+
+#include "foundation/CMS.h"
+#include "toolchain/Hashing.h"
+#include "toolchain/Image.h"
+
+namespace toolchain {
+
+/// Everything that one slice's signature is checked against.
+struct SliceEvidence {
+  const Slice& slice;
+  /// The area that LC_CODE_SIGNATURE points to.
+  Bytes signature;
+  /// The slice's bytes up to that area; may be empty when `takenHashes` has every digest needed.
+  Pieces code;
+  /// Page hashes that were just taken of this very code; looked up by type and page size, computed
+  /// from `code` where none fits.
+  std::span<const PageHashes> takenHashes;
+  /// Files as on disk; absent: none. A slice without one that its signature asks for fails.
+  std::optional<Bytes> infoPlist;
+  std::optional<Bytes> resources;
+};
+
+/// What a sound signature said.
+struct CheckedSignature {
+  std::vector<CodeDirectory> directories;
+  /// Absent for an ad-hoc signature.
+  std::optional<foundation::CMS::Signer> signer;
+  /// False: the code does not meet its own designated requirement.
+  bool meetsDesignatedRequirement = true;
+};
+
+/// Checks structure, page hashes, special slots, both forms of entitlements, requirement, and the
+/// CMS with both hash lists and its chain. Error descriptions are the platform's reasons, followed
+/// by ": " and what exactly differs. Refers to the evidence's bytes.
+Result<CheckedSignature> checkSignature(const SliceEvidence& evidence);
+
+}  // namespace toolchain
