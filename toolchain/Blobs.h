@@ -77,7 +77,8 @@ std::vector<std::byte> makeSuperBlob(std::uint32_t magic, std::vector<BlobEntry>
 class SuperBlob {
  public:
   /// `area` may be longer than the superblob. Demands what the platform demands: ascending slots
-  /// without repetition, entries inside the superblob and not overlapping.
+  /// without repetition, blobs right behind each other in that order, the first one right behind
+  /// the index, the last one ending with the superblob.
   static Result<SuperBlob> parse(Bytes area, std::uint32_t magic);
 
   [[nodiscard]] const std::vector<BlobEntry>& entries() const { return entries_; }

@@ -8,6 +8,7 @@
 
 #include "foundation/Bytes.h"
 #include "foundation/Result.h"
+#include "toolchain/Messages.h"
 
 /// Mach-O files as a signer sees them. Format: mach-o/loader.h and mach-o/fat.h in Apple's open
 /// xnu sources.
@@ -133,10 +134,5 @@ struct Architecture {
   std::uint32_t cpuSubtype = 0;
 };
 std::optional<Architecture> architectureNamed(std::string_view name);
-
-/// An error of this library: domain "ToolchainErrorDomain", code 1, `text` as description.
-foundation::Error failure(std::string text);
-/// `error`'s description after "where: ", with the same domain and code.
-foundation::Error within(std::string_view where, const foundation::Error& error);
 
 }  // namespace toolchain

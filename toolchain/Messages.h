@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "foundation/Error.h"
+
+/// How this library words its failures: where, what, which value.
+namespace toolchain {
+
+/// An error of this library: domain "ToolchainErrorDomain", code 1, `text` as description.
+foundation::Error failure(std::string text);
+/// `error` with "where: " before its description; domain and code stay.
+foundation::Error within(std::string_view where, const foundation::Error& error);
+/// "0xfade0cc0"; for values that people know in this form.
+std::string hex(std::uint64_t value);
+
+}  // namespace toolchain
