@@ -1,1 +1,50 @@
 #include "foundation/MappedFile.h"
+
+#include <cerrno>
+#include <limits>
+#include <string>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include "foundation/Handle.h"
+
+namespace foundation {
+
+Result<MappedFile> MappedFile::open(const std::filesystem::path& path) {
+  const auto failed = [&path](const char* what, int error) {
+    return posixError(error, std::string("cannot ") + what + " " + path.string(), path.native());
+  };
+  // Without O_NONBLOCK a pipe would keep the call waiting for a writer.
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!file) return failed("open", errno);
+  struct stat details {};
+  if (::fstat(file.get(), &details) != 0) return failed("examine", errno);
+  if (S_ISDIR(details.st_mode)) return failed("map", EISDIR);
+  if (!S_ISREG(details.st_mode)) return failed("map", EINVAL);
+  MappedFile mapped;
+  if (details.st_size == 0) return Result<MappedFile>(std::move(mapped));
+  if (static_cast<std::uintmax_t>(details.st_size) > std::numeric_limits<std::size_t>::max()) {
+    return failed("map", EFBIG);
+  }
+  const auto size = static_cast<std::size_t>(details.st_size);
+  void* const address = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.get(), 0);
+  if (address == MAP_FAILED) return failed("map", errno);
+  mapped.bytes_ = {static_cast<const std::byte*>(address), size};
+  return Result<MappedFile>(std::move(mapped));
+}
+
+MappedFile::MappedFile(MappedFile&& other) noexcept : bytes_(std::exchange(other.bytes_, {})) {}
+
+MappedFile& MappedFile::operator=(MappedFile&& other) noexcept {
+  std::swap(bytes_, other.bytes_);
+  return *this;
+}
+
+MappedFile::~MappedFile() {
+  if (!bytes_.empty()) ::munmap(const_cast<std::byte*>(bytes_.data()), bytes_.size());
+}
+
+}  // namespace foundation

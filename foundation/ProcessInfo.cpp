@@ -1,1 +1,61 @@
 #include "foundation/ProcessInfo.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include <sys/random.h>
+#include <unistd.h>
+
+#include "foundation/Assertion.h"
+#include "foundation/Bytes.h"
+#include "foundation/Text.h"
+
+extern char** environ;
+
+namespace foundation::ProcessInfo {
+
+Environment environment() {
+  Environment result;
+  for (char** entry = environ; entry && *entry; ++entry) {
+    const std::string_view variable(*entry);
+    const auto separator = variable.find('=');
+    if (separator == variable.npos || separator == 0) continue;
+    result.emplace(variable.substr(0, separator), variable.substr(separator + 1));
+  }
+  return result;
+}
+
+std::optional<std::string> environmentValue(const std::string& name) {
+  const char* const value = std::getenv(name.c_str());
+  if (!value) return std::nullopt;
+  return std::string(value);
+}
+
+std::string globallyUniqueString() {
+  static std::atomic<std::uint64_t> counter{0};
+  char suffix[48];
+  std::snprintf(suffix, sizeof suffix, "-%ld-%016llX", static_cast<long>(::getpid()),
+                static_cast<unsigned long long>(counter.fetch_add(1)));
+  return newUUIDString() + suffix;
+}
+
+std::string newUUIDString() {
+  unsigned char bytes[16] = {};
+  const int status = ::getentropy(bytes, sizeof bytes);
+  assertThat(status == 0, "status == 0", {__func__, "ProcessInfo.cpp", __LINE__});
+  bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0f) | 0x40);  // version 4: random
+  bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3f) | 0x80);  // variant of RFC 4122
+  return uuidString(bytes);
+}
+
+std::string uuidString(const unsigned char (&bytes)[16]) {
+  std::string text = uppercaseHex(std::as_bytes(std::span(bytes)));
+  for (const std::size_t dash : {8, 13, 18, 23}) text.insert(dash, 1, '-');
+  return text;
+}
+
+}  // namespace foundation::ProcessInfo

@@ -1,1 +1,71 @@
 #include "foundation/SystemLog.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+#include <unistd.h>
+
+#include "foundation/Path.h"
+#include "foundation/ProcessInfo.h"
+
+namespace foundation {
+
+namespace {
+
+/// One `write`, repeated only when it was interrupted or took a part; errors are ignored.
+void writeToStandardError(std::string_view line) {
+  while (!line.empty()) {
+    const ssize_t count = ::write(STDERR_FILENO, line.data(), line.size());
+    if (count > 0) {
+      line.remove_prefix(static_cast<std::size_t>(count));
+    } else if (count == 0 || errno != EINTR) {
+      return;
+    }
+  }
+}
+
+const std::string& programName() {
+  static const std::string name = [] {
+    std::string last = lastPathComponent(ProcessInfo::executablePath());
+    return last.empty() ? std::string("sendoff") : last;
+  }();
+  return name;
+}
+
+}  // namespace
+
+void systemLogText(std::string_view text) {
+  using std::chrono::floor;
+  const Date now = floor<Date::duration>(std::chrono::system_clock::now());
+  std::string line =
+      localTimeStamp(now) + " " + programName() + "[" + std::to_string(::getpid()) + "] ";
+  for (const char character : text) {
+    if (character == '\n') {
+      line += "\\n";
+    } else {
+      line += character;
+    }
+  }
+  line += '\n';
+  writeToStandardError(line);
+}
+
+std::string localTimeStamp(Date date) {
+  const auto milliseconds = std::chrono::floor<std::chrono::milliseconds>(date);
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(milliseconds);
+  const std::time_t time = seconds.time_since_epoch().count();
+  struct tm parts {};
+  ::tzset();  // localtime_r alone need not notice that TZ has changed
+  ::localtime_r(&time, &parts);
+  char stamp[64];
+  const std::size_t length = std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &parts);
+  char fraction[8];
+  std::snprintf(fraction, sizeof fraction, ".%03d",
+                static_cast<int>((milliseconds - seconds).count()));
+  return std::string(stamp, length) + fraction;
+}
+
+}  // namespace foundation

@@ -1,1 +1,68 @@
-// being written
+#include <cerrno>
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+
+#include "foundation/host/Host.h"
+
+namespace foundation::host {
+
+namespace {
+
+constexpr std::size_t kChunk = std::size_t{1} << 30;
+
+/// The errors by which a system says that it has no such call for these two files.
+bool isUnsupported(int error) {
+  return error == EXDEV || error == ENOSYS || error == EINVAL || error == EOPNOTSUPP ||
+         error == EPERM || error == EBADF || error == ETXTBSY;
+}
+
+/// Repeats a call that moves bytes from the files' own positions until the end of the source.
+/// False with errno when it fails; `moved` tells whether bytes have been written already.
+template <class Call>
+bool moveAll(Call call, bool& moved) {
+  for (;;) {
+    const ssize_t count = call();
+    if (count > 0) {
+      moved = true;
+    } else if (count == 0) {
+      return true;
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+}
+
+bool copyContent(int source, int target) {
+  if (::ioctl(target, FICLONE, source) == 0) return true;
+  bool moved = false;
+  const auto byRange = [&] {
+    return ::copy_file_range(source, nullptr, target, nullptr, kChunk, 0);
+  };
+  if (moveAll(byRange, moved)) {
+    // Some file systems (/proc among them) answer "nothing to copy" for files that do hold bytes.
+    if (moved) return true;
+  } else if (moved || !isUnsupported(errno)) {
+    return false;
+  }
+  return moveAll([&] { return ::sendfile(target, source, nullptr, kChunk); }, moved);
+}
+
+}  // namespace
+
+FileDescriptor copyFile(int source, int folder, const char* name) {
+  FileDescriptor target(::openat(folder, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                 S_IRUSR | S_IWUSR));
+  if (!target) return target;
+  if (copyContent(source, target.get())) return target;
+  const int problem = errno;
+  ::unlinkat(folder, name, 0);
+  target.reset();
+  errno = problem;
+  return target;
+}
+
+}  // namespace foundation::host

@@ -1,1 +1,121 @@
-// being written
+#include <cerrno>
+#include <charconv>
+#include <string>
+
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+
+#include "foundation/ProcessInfo.h"
+#include "foundation/host/Host.h"
+
+namespace foundation {
+
+namespace {
+
+constexpr std::size_t kLongestCommandName = 16;
+
+/// A file below /proc, whose size is not known beforehand; absent with errno when it cannot be
+/// read.
+std::optional<std::string> contentsOf(int file) {
+  std::string text;
+  char buffer[4096];
+  for (;;) {
+    const ssize_t count = ::read(file, buffer, sizeof buffer);
+    if (count == 0) return text;
+    if (count > 0) {
+      text.append(buffer, static_cast<std::size_t>(count));
+    } else if (errno != EINTR) {
+      return std::nullopt;
+    }
+  }
+}
+
+FileDescriptor openRecord(pid_t process, const char* name) {
+  const std::string path = "/proc/" + std::to_string(process) + "/" + name;
+  return FileDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+}
+
+/// A process that is gone, or that this user may not see (a /proc mounted with hidepid), where
+/// asking again would never give another answer.
+bool meansNoRecord(int error) {
+  return error == ENOENT || error == ESRCH || error == EPERM || error == EACCES;
+}
+
+/// proc(5): "pid (command) state ppid …"; the command may hold blanks and parentheses.
+std::optional<ProcessRecord> parseRecord(pid_t process, std::string_view text) {
+  const auto open = text.find('(');
+  const auto close = text.rfind(')');
+  if (open == text.npos || close == text.npos || close < open) return std::nullopt;
+  ProcessRecord record;
+  record.processIdentifier = process;
+  record.commandName = text.substr(open + 1, close - open - 1).substr(0, kLongestCommandName);
+  const std::string_view rest = text.substr(close + 1);
+  constexpr std::size_t parentOffset = 3;  // " S "
+  if (rest.size() <= parentOffset) return std::nullopt;
+  const char* const first = rest.data() + parentOffset;
+  const auto parsed =
+      std::from_chars(first, rest.data() + rest.size(), record.parentProcessIdentifier);
+  if (parsed.ec != std::errc()) return std::nullopt;
+  return record;
+}
+
+}  // namespace
+
+std::optional<ProcessRecord> processRecord(pid_t processIdentifier) {
+  if (processIdentifier <= 0) return ProcessRecord{};
+  const FileDescriptor file = openRecord(processIdentifier, "stat");
+  std::optional<std::string> text;
+  if (file) text = contentsOf(file.get());
+  if (text) return parseRecord(processIdentifier, *text);
+  if (meansNoRecord(errno)) return ProcessRecord{};
+  return std::nullopt;
+}
+
+std::string ProcessInfo::executablePath() {
+  std::string path(PATH_MAX, '\0');
+  const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
+  path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+  return path;
+}
+
+namespace host {
+
+std::optional<std::string> parentHome() {
+  const FileDescriptor file = openRecord(::getppid(), "environ");
+  struct stat details {};
+  if (!file || ::fstat(file.get(), &details) != 0 || details.st_uid != ::geteuid()) {
+    return std::nullopt;
+  }
+  const std::optional<std::string> text = contentsOf(file.get());
+  if (!text) return std::nullopt;
+  constexpr std::string_view name = "HOME=";
+  for (std::size_t start = 0; start < text->size();) {
+    const std::size_t end = std::min(text->find('\0', start), text->size());
+    const auto variable = std::string_view(*text).substr(start, end - start);
+    if (variable.starts_with(name) && variable.size() > name.size()) {
+      return std::string(variable.substr(name.size()));
+    }
+    start = end + 1;
+  }
+  return std::nullopt;
+}
+
+void enlargePipe(int pipe) {
+  constexpr int usual = 64 * 1024;
+  int size = 1024 * 1024;
+  const FileDescriptor limit(::open("/proc/sys/fs/pipe-max-size", O_RDONLY | O_CLOEXEC));
+  if (limit) {
+    const auto text = contentsOf(limit.get());
+    if (text) std::from_chars(text->data(), text->data() + text->size(), size);
+  }
+  while (size > usual && ::fcntl(pipe, F_SETPIPE_SZ, size) < 0) size /= 2;
+}
+
+int closeOtherDescriptors(posix_spawn_file_actions_t& actions, short&) {
+  return ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+}
+
+}  // namespace host
+
+}  // namespace foundation

@@ -4,5 +4,6 @@ target_sources(foundation PRIVATE
   host/linux/EmbeddedInfo.cpp
   host/linux/FileCloning.cpp
   host/linux/FileEvents.cpp
+  host/linux/FileTimes.cpp
   host/linux/Process.cpp
   host/linux/UserFolders.cpp)
