@@ -1,9 +1,9 @@
 #pragma once
 
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "foundation/Digest.h"
@@ -43,9 +43,9 @@ class FileHasher {
 
   /// Digests in the order of `paths`, which must be absolute. Fails with the path and the system's
   /// text of a file that cannot be read; of several, the first in the given order.
-  Result<std::vector<FileDigests>> digests(std::span<const std::filesystem::path> paths);
+  Result<std::vector<FileDigests>> digests(std::span<const std::string> paths);
   /// Forgets a file that has been replaced.
-  void forget(const std::filesystem::path& path);
+  void forget(const std::string& path);
 
  private:
   struct Cache;
