@@ -4,6 +4,7 @@
 #include <string>
 
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include "foundation/Bytes.h"
@@ -27,6 +28,8 @@ FileDescriptor copyFile(int source, int folder, const char* name);
 
 /// The birth time of the item itself, links not followed; absent where the file system keeps none.
 std::optional<Date> birthTime(const char* path);
+struct timespec accessTime(const struct stat& details);
+struct timespec modificationTime(const struct stat& details);
 
 /// HOME in the environment of the parent process; absent when that process is another user's, has
 /// none or cannot be read.

@@ -14,4 +14,12 @@ std::optional<Date> birthTime(const char* path) {
          std::chrono::microseconds(details.stx_btime.tv_nsec / 1000);
 }
 
+struct timespec accessTime(const struct stat& details) {
+  return details.st_atim;
+}
+
+struct timespec modificationTime(const struct stat& details) {
+  return details.st_mtim;
+}
+
 }  // namespace foundation::host
