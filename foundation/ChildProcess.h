@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -58,18 +59,26 @@ class ChildProcess {
   /// Blocks until the child has ended.
   Termination waitUntilExit();
 
-  /// Call after the end. Everything the child wrote; waits at most two seconds for the end of the
-  /// pipe, since a grandchild may hold it open.
+  /// Call after the end. Everything the child wrote; both together wait at most two seconds for the
+  /// end of the pipes, since a grandchild may hold them open.
   Data readStandardErrorToEnd();
   Data readStandardOutputToEnd();
 
  private:
   ChildProcess() = default;
+  Termination takeTermination();
+  Data readToEnd(const FileDescriptor& pipe);
   pid_t pid_ = -1;
   std::optional<Termination> termination_;
+  /// Until when the pipes are read, set by the first reading.
+  std::optional<std::chrono::steady_clock::time_point> readingEnds_;
   FileDescriptor standardInput_;
   FileDescriptor standardOutput_;
   FileDescriptor standardError_;
 };
+
+/// Sends the signal to every running child of this process and to what those have started. Safe in
+/// a signal handler. A child that is being launched at this moment gets it as well.
+void terminateRunningChildren(int signal);
 
 }  // namespace foundation
