@@ -32,8 +32,8 @@ class DispatchQueue {
   void async(Work work) const;
   void asyncAfter(std::chrono::milliseconds delay, Work work) const;
 
-  /// True on a thread that is running a piece of this serial queue (or, for the main queue, on the
-  /// thread that runs the main run loop).
+  /// True on a thread that is running a piece of this queue, at any depth; never for the global
+  /// queue.
   [[nodiscard]] bool isCurrent() const;
 
   /// For destructors: `sync`, but run in place when called from inside this queue, since an object
