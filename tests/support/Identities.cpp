@@ -1,0 +1,288 @@
+#include "tests/support/Identities.h"
+
+#include <stdexcept>
+
+#include <openssl/cms.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/pkcs12.h>
+#include <openssl/provider.h>
+#include <openssl/rand.h>
+#include <openssl/x509v3.h>
+
+#include "foundation/Digest.h"
+#include "foundation/OpenSSL.h"
+#include "foundation/PropertyList.h"
+#include "foundation/Text.h"
+
+namespace test {
+
+using foundation::BIOHandle;
+using foundation::Data;
+using foundation::Handle;
+
+namespace {
+
+using ExtensionHandle = Handle<X509_EXTENSION, X509_EXTENSION_free>;
+
+/// Throws the library's reason unless a call of it succeeded.
+void require(bool succeeded, const char* what) {
+  if (succeeded) return;
+  char reason[256];
+  ERR_error_string_n(ERR_peek_last_error(), reason, sizeof reason);
+  throw std::runtime_error(std::string(what) + ": " + reason);
+}
+
+BIOHandle memoryBuffer() {
+  BIOHandle buffer(BIO_new(BIO_s_mem()));
+  require(buffer != nullptr, "memory buffer");
+  return buffer;
+}
+
+std::string contentsOf(const BIOHandle& buffer) {
+  char* bytes = nullptr;
+  const long size = BIO_get_mem_data(buffer.get(), &bytes);
+  return {bytes, static_cast<std::size_t>(size)};
+}
+
+EVP_PKEY* makeKey(KeyKind kind) {
+  EVP_PKEY* key = kind == KeyKind::rsa ? EVP_RSA_gen(2048u) : EVP_EC_gen("P-256");
+  require(key != nullptr, "key generation");
+  return key;
+}
+
+void addName(X509_NAME* name, int nid, const std::string& value) {
+  if (value.empty()) return;
+  require(X509_NAME_add_entry_by_NID(name, nid, MBSTRING_UTF8,
+                                     reinterpret_cast<const unsigned char*>(value.data()),
+                                     static_cast<int>(value.size()), -1, 0) == 1,
+          "subject name");
+}
+
+void setSubject(X509* certificate, const CertificateOptions& options) {
+  X509_NAME* name = X509_get_subject_name(certificate);
+  addName(name, NID_commonName, options.commonName);
+  addName(name, NID_organizationalUnitName, options.organizationalUnit);
+  for (const auto& organization : options.organizations) {
+    addName(name, NID_organizationName, organization);
+  }
+  addName(name, NID_pkcs9_emailAddress, options.emailAddress);
+}
+
+void setSerialNumber(X509* certificate) {
+  std::uint64_t number = 0;
+  require(RAND_bytes(reinterpret_cast<unsigned char*>(&number), sizeof number) == 1, "randomness");
+  require(ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate), number >> 1) == 1, "serial");
+}
+
+void addExtension(X509* certificate, X509* issuer, int nid, const char* text) {
+  X509V3_CTX context;
+  X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
+  const ExtensionHandle extension(X509V3_EXT_conf_nid(nullptr, &context, nid, text));
+  require(extension && X509_add_ext(certificate, extension.get(), -1) == 1, "extension");
+}
+
+void addMarker(X509* certificate, const std::string& oid) {
+  const foundation::ASN1ObjectHandle object(OBJ_txt2obj(oid.c_str(), 1));
+  require(object != nullptr, "marker");
+  const Handle<ASN1_OCTET_STRING, ASN1_OCTET_STRING_free> null(ASN1_OCTET_STRING_new());
+  const unsigned char encoded[] = {0x05, 0x00};
+  require(ASN1_OCTET_STRING_set(null.get(), encoded, sizeof encoded) == 1, "marker");
+  const ExtensionHandle extension(
+      X509_EXTENSION_create_by_OBJ(nullptr, object.get(), 0, null.get()));
+  require(extension && X509_add_ext(certificate, extension.get(), -1) == 1, "marker");
+}
+
+struct Making {
+  CertificateOptions options;
+  bool isAuthority = false;
+  /// Null for a certificate that signs itself.
+  const MadeIdentity* issuer = nullptr;
+};
+
+void addExtensions(X509* certificate, X509* issuer, const Making& making) {
+  addExtension(certificate, issuer, NID_basic_constraints,
+               making.isAuthority ? "critical,CA:TRUE" : "critical,CA:FALSE");
+  addExtension(certificate, issuer, NID_key_usage,
+               making.isAuthority ? "critical,keyCertSign,cRLSign" : "critical,digitalSignature");
+  addExtension(certificate, issuer, NID_subject_key_identifier, "hash");
+  addExtension(certificate, issuer, NID_authority_key_identifier, "keyid:always");
+  if (!making.isAuthority && making.options.codeSigning) {
+    addExtension(certificate, issuer, NID_ext_key_usage, "critical,codeSigning");
+  }
+  for (const auto& oid : making.options.markers) addMarker(certificate, oid);
+}
+
+MadeIdentity make(const Making& making) {
+  MadeIdentity made(X509_new(), makeKey(making.options.key));
+  X509* certificate = made.native();
+  X509* issuer = making.issuer ? making.issuer->native() : certificate;
+  EVP_PKEY* signingKey = making.issuer ? making.issuer->nativeKey() : made.nativeKey();
+  require(X509_set_version(certificate, X509_VERSION_3) == 1, "version");
+  setSerialNumber(certificate);
+  X509_gmtime_adj(X509_getm_notBefore(certificate), making.options.validFrom.count());
+  X509_gmtime_adj(X509_getm_notAfter(certificate), making.options.validUntil.count());
+  setSubject(certificate, making.options);
+  require(X509_set_issuer_name(certificate, X509_get_subject_name(issuer)) == 1, "issuer name");
+  require(X509_set_pubkey(certificate, made.nativeKey()) == 1, "public key");
+  addExtensions(certificate, issuer, making);
+  require(X509_sign(certificate, signingKey, EVP_sha256()) > 0, "signature");
+  return made;
+}
+
+CertificateOptions authorityOptions(const std::string& commonName, KeyKind key) {
+  CertificateOptions options;
+  options.commonName = commonName;
+  options.organizations = {"Test Authority"};
+  options.organizationalUnit = "Certification Authority";
+  options.key = key;
+  options.validUntil = std::chrono::hours(24 * 365 * 20);
+  return options;
+}
+
+/// The old algorithms live in a module that has to be loaded; apart from the default library, which
+/// must keep behaving as it does in the tool.
+OSSL_LIB_CTX* libraryFor(PKCS12Options::Encryption encryption) {
+  if (encryption == PKCS12Options::Encryption::modern) return nullptr;
+  static OSSL_LIB_CTX* const library = [] {
+    OSSL_LIB_CTX* made = OSSL_LIB_CTX_new();
+    require(OSSL_PROVIDER_load(made, "default") && OSSL_PROVIDER_load(made, "legacy"),
+            "legacy algorithms");
+    return made;
+  }();
+  return library;
+}
+
+}  // namespace
+
+MadeIdentity::MadeIdentity(x509_st* certificate, evp_pkey_st* key)
+    : certificate_(certificate, X509_free), key_(key, EVP_PKEY_free) {}
+
+Data MadeIdentity::der() const {
+  const BIOHandle buffer = memoryBuffer();
+  require(i2d_X509_bio(buffer.get(), native()) == 1, "certificate to DER");
+  return Data(contentsOf(buffer));
+}
+
+std::string MadeIdentity::certificatePEM() const {
+  const BIOHandle buffer = memoryBuffer();
+  require(PEM_write_bio_X509(buffer.get(), native()) == 1, "certificate to PEM");
+  return contentsOf(buffer);
+}
+
+std::string MadeIdentity::keyPEM(std::optional<std::string> passphrase) const {
+  const BIOHandle buffer = memoryBuffer();
+  const int written = PEM_write_bio_PKCS8PrivateKey(
+      buffer.get(), nativeKey(), passphrase ? EVP_aes_256_cbc() : nullptr,
+      passphrase ? passphrase->data() : nullptr,
+      passphrase ? static_cast<int>(passphrase->size()) : 0, nullptr, nullptr);
+  require(written == 1, "key to PEM");
+  return contentsOf(buffer);
+}
+
+std::string MadeIdentity::sha1() const {
+  return foundation::uppercaseHex(foundation::sha1(der().bytes()));
+}
+
+foundation::Certificate MadeIdentity::certificate() const {
+  X509_up_ref(native());
+  return foundation::Certificate::adopt(native());
+}
+
+foundation::Identity MadeIdentity::identity() const {
+  EVP_PKEY_up_ref(nativeKey());
+  return {certificate(), foundation::PrivateKey::adopt(nativeKey())};
+}
+
+MadeIdentity makeRoot(const std::string& commonName, KeyKind key) {
+  return make({.options = authorityOptions(commonName, key), .isAuthority = true});
+}
+
+MadeIdentity makeIntermediate(const MadeIdentity& root, const std::string& commonName,
+                              KeyKind key) {
+  Making making{.options = authorityOptions(commonName, key), .isAuthority = true, .issuer = &root};
+  making.options.markers = {std::string(kIntermediateMarker)};
+  return make(making);
+}
+
+MadeIdentity makeLeaf(const MadeIdentity& issuer, const CertificateOptions& options) {
+  return make({.options = options, .issuer = &issuer});
+}
+
+std::string Family::pem() const {
+  return leaf.keyPEM() + leaf.certificatePEM() + intermediate.certificatePEM() +
+         root.certificatePEM();
+}
+
+Family makeFamily(const CertificateOptions& options) {
+  MadeIdentity root = makeRoot();
+  MadeIdentity intermediate = makeIntermediate(root);
+  MadeIdentity leaf = makeLeaf(intermediate, options);
+  return {std::move(leaf), std::move(intermediate), std::move(root)};
+}
+
+Data makePKCS12(const MadeIdentity& identity, const std::vector<MadeIdentity>& others,
+                const PKCS12Options& options) {
+  const bool old = options.encryption == PKCS12Options::Encryption::old;
+  STACK_OF(X509)* further = sk_X509_new_null();
+  for (const auto& other : others) sk_X509_push(further, other.native());
+  const Handle<PKCS12, PKCS12_free> file(PKCS12_create_ex(
+      options.passphrase ? options.passphrase->c_str() : nullptr, "identity", identity.nativeKey(),
+      identity.native(), further, old ? NID_pbe_WithSHA1And3_Key_TripleDES_CBC : NID_aes_256_cbc,
+      old ? NID_pbe_WithSHA1And40BitRC2_CBC : NID_aes_256_cbc, 0, 0, 0,
+      libraryFor(options.encryption), nullptr));
+  sk_X509_free(further);
+  require(file != nullptr, "PKCS #12");
+  const BIOHandle buffer = memoryBuffer();
+  require(i2d_PKCS12_bio(buffer.get(), file.get()) == 1, "PKCS #12 to DER");
+  return Data(contentsOf(buffer));
+}
+
+foundation::Dictionary ProfileOptions::dictionary() const {
+  foundation::Dictionary rights{
+      {"application-identifier", prefix + "." + bundleIdentifier},
+      {"com.apple.developer.team-identifier", prefix},
+      {"get-task-allow", getTaskAllow},
+      {"keychain-access-groups", foundation::Array{prefix + ".*"}},
+  };
+  for (const auto& [key, value] : entitlements) rights.insert_or_assign(key, value);
+  foundation::Dictionary all{
+      {"AppIDName", "Example App"},
+      {"ApplicationIdentifierPrefix", foundation::Array{prefix}},
+      {"CreationDate", creationDate},
+      {"DeveloperCertificates",
+       foundation::Array(developerCertificates.begin(), developerCertificates.end())},
+      {"Entitlements", rights},
+      {"ExpirationDate", expirationDate},
+      {"Name", name},
+      {"TeamIdentifier", foundation::Array{prefix}},
+      {"TeamName", teamName},
+      {"TimeToLive", 365},
+      {"UUID", uuid},
+      {"Version", 1},
+  };
+  if (provisionedDevices) {
+    all["ProvisionedDevices"] =
+        foundation::Array(provisionedDevices->begin(), provisionedDevices->end());
+  }
+  if (provisionsAllDevices) all["ProvisionsAllDevices"] = true;
+  return all;
+}
+
+Data makeSignedMessage(std::string_view content, const MadeIdentity& signer) {
+  const BIOHandle reader = foundation::memoryReader(foundation::bytesOf(content));
+  const Handle<CMS_ContentInfo, CMS_ContentInfo_free> message(
+      CMS_sign(signer.native(), signer.nativeKey(), nullptr, reader.get(), CMS_BINARY));
+  require(message != nullptr, "CMS signature");
+  const BIOHandle buffer = memoryBuffer();
+  require(i2d_CMS_bio(buffer.get(), message.get()) == 1, "CMS to DER");
+  return Data(contentsOf(buffer));
+}
+
+Data makeProvisioningProfile(const foundation::Dictionary& dictionary, const MadeIdentity& signer) {
+  const auto xml = foundation::PropertyList::xml(dictionary);
+  if (!xml) throw std::runtime_error(xml.error().localizedDescription());
+  return makeSignedMessage(*xml, signer);
+}
+
+}  // namespace test
