@@ -1,0 +1,78 @@
+#include "inspect/Arguments.h"
+
+#include <algorithm>
+
+namespace inspect {
+
+namespace {
+
+constexpr std::string_view kUsageDomain = "sendoff-inspect.usage";
+constexpr std::string_view kInputDomain = "sendoff-inspect.input";
+
+const OptionRule* ruleFor(const ArgumentRules& rules, std::string_view name) {
+  const auto found = std::ranges::find(rules.options, name, &OptionRule::name);
+  return found == rules.options.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+foundation::Error usageError(std::string text) {
+  return foundation::makeError(kUsageDomain, 2, std::move(text));
+}
+
+bool isUsageError(const foundation::Error& error) { return error.domain == kUsageDomain; }
+
+foundation::Error inputError(std::string text) {
+  return foundation::makeError(kInputDomain, 1, std::move(text));
+}
+
+foundation::Result<Arguments> Arguments::parse(const std::vector<std::string>& words,
+                                               const ArgumentRules& rules) {
+  Arguments result;
+  bool optionsEnded = false;
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const std::string_view word = words[i];
+    if (!optionsEnded && word == "--") {
+      optionsEnded = true;
+      continue;
+    }
+    if (optionsEnded || word.size() < 2 || word[0] != '-') {
+      result.operands_.emplace_back(word);
+      continue;
+    }
+    const std::size_t equals = word.starts_with("--") ? word.find('=') : std::string_view::npos;
+    const std::string_view name = word.substr(0, equals);
+    const OptionRule* rule = ruleFor(rules, name);
+    if (!rule) return usageError("unknown option " + std::string(name));
+    auto& values = result.options_[std::string(name)];
+    if (!rule->takesValue) {
+      if (equals != std::string_view::npos) {
+        return usageError("option " + std::string(name) + " takes no value");
+      }
+    } else if (equals != std::string_view::npos) {
+      values.emplace_back(word.substr(equals + 1));
+    } else if (i + 1 < words.size()) {
+      values.push_back(words[++i]);
+    } else {
+      return usageError("option " + std::string(name) + " needs a value");
+    }
+  }
+  if (result.operands_.size() < rules.fewestOperands) return usageError("an argument is missing");
+  if (result.operands_.size() > rules.mostOperands) {
+    return usageError("unexpected argument " + result.operands_[rules.mostOperands]);
+  }
+  return result;
+}
+
+std::optional<std::string> Arguments::value(std::string_view option) const {
+  const auto found = options_.find(option);
+  if (found == options_.end() || found->second.empty()) return std::nullopt;
+  return found->second.back();
+}
+
+std::vector<std::string> Arguments::values(std::string_view option) const {
+  const auto found = options_.find(option);
+  return found == options_.end() ? std::vector<std::string>{} : found->second;
+}
+
+}  // namespace inspect

@@ -1,0 +1,90 @@
+#include "inspect/Program.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "foundation/JSON.h"
+#include "inspect/Commands.h"
+
+namespace inspect {
+
+namespace {
+
+constexpr std::string_view kProgram = "sendoff-inspect";
+
+std::string usage() {
+  std::string text = "Usage: " + std::string(kProgram) + " COMMAND ... [--json]\n\nCommands:\n";
+  for (const auto& command : allCommands()) {
+    text += "  " + std::string(command.name) + " " + std::string(command.synopsis) + "\n      " +
+            std::string(command.summary) + "\n";
+  }
+  text +=
+      "\n--json prints one JSON document instead of text; COMMAND --help tells more.\n"
+      "Status: 0 done, 1 input that cannot be read, 2 wrong usage; `check` adds 3 for warnings "
+      "only.\n";
+  return text;
+}
+
+std::string usage(const Command& command) {
+  return "Usage: " + std::string(kProgram) + " " + std::string(command.name) + " " +
+         std::string(command.synopsis) + " [--json]\n" + std::string(command.summary) + "\n" +
+         std::string(command.details);
+}
+
+std::string complaint(std::string_view where, std::string_view text) {
+  return std::string(where) + ": " + printable(text) + "\n";
+}
+
+Outcome failure(const Command& command, const foundation::Error& error) {
+  const std::string where = std::string(kProgram) + " " + std::string(command.name);
+  Outcome outcome;
+  outcome.standardError = complaint(where, error.localizedDescription());
+  outcome.status = 1;
+  if (isUsageError(error)) {
+    outcome.standardError += "Try: " + where + " --help\n";
+    outcome.status = 2;
+  }
+  return outcome;
+}
+
+Outcome runCommand(const Command& command, const std::vector<std::string>& words,
+                   const TextStyle& style) {
+  if (std::ranges::find(words, "--help") != words.end()) return {usage(command), "", 0};
+  ArgumentRules rules = command.rules;
+  rules.options.push_back({"--json"});
+  const auto arguments = Arguments::parse(words, rules);
+  if (!arguments) return failure(command, arguments.error());
+  const auto report = command.run(*arguments);
+  if (!report) return failure(command, report.error());
+  Outcome outcome;
+  outcome.status = report->status;
+  if (arguments->has("--json")) {
+    outcome.standardOutput = foundation::JSON::encode(report->document, 2) + "\n";
+  } else {
+    TextOutput text(style);
+    report->showText(text);
+    outcome.standardOutput = text.text();
+  }
+  return outcome;
+}
+
+}  // namespace
+
+Outcome runProgram(const std::vector<std::string>& words, const TextStyle& style) {
+  if (words.empty()) return {"", usage(), 2};
+  if (words[0] == "--help" || words[0] == "-h" || words[0] == "help") return {usage(), "", 0};
+  const auto& commands = allCommands();
+  const auto command = std::ranges::find(commands, words[0], &Command::name);
+  if (command == commands.end()) {
+    return {"",
+            complaint(kProgram, "unknown command " + words[0]) + "Try: sendoff-inspect --help\n",
+            2};
+  }
+  try {
+    return runCommand(*command, {words.begin() + 1, words.end()}, style);
+  } catch (const std::exception& exception) {
+    return failure(*command, inputError(exception.what()));
+  }
+}
+
+}  // namespace inspect

@@ -1,0 +1,43 @@
+#include "inspect/Report.h"
+
+#include "foundation/JSON.h"
+
+namespace inspect {
+
+using foundation::Value;
+
+Value arrayOf(const std::vector<std::string>& texts) {
+  foundation::Array result;
+  for (const auto& text : texts) result.emplace_back(text);
+  return result;
+}
+
+std::optional<std::string> textAt(const Value& document, std::string_view key) {
+  const Value* value = document.find(key);
+  if (!value || value->type() == Value::Type::null) return std::nullopt;
+  if (const std::string* text = value->string()) return printable(*text);
+  // A lone value is no JSON document, so it is encoded as the only entry of an array.
+  const std::string encoded = foundation::JSON::encode(foundation::Array{*value});
+  std::string_view inner = std::string_view(encoded).substr(1, encoded.size() - 2);
+  if (inner.size() >= 2 && inner.front() == '"') inner = inner.substr(1, inner.size() - 2);
+  return std::string(inner);
+}
+
+const foundation::Array& entriesAt(const Value& document, std::string_view key) {
+  static const foundation::Array kNone;
+  const Value* value = document.find(key);
+  const foundation::Array* entries = value ? value->array() : nullptr;
+  return entries ? *entries : kNone;
+}
+
+Fields fieldsOf(const Value& document, const std::vector<std::string_view>& keys) {
+  Fields fields;
+  for (const auto key : keys) fields.emplace_back(key, textAt(document, key));
+  return fields;
+}
+
+std::string counted(std::size_t count, std::string_view noun) {
+  return std::to_string(count) + " " + std::string(noun) + (count == 1 ? "" : "s");
+}
+
+}  // namespace inspect

@@ -1,0 +1,71 @@
+// The small questions about build settings: search paths, argument strings, platform names.
+
+#include <filesystem>
+
+#include "QVTSharedUtils/QVTTask.h"
+#include "inspect/Commands.h"
+#include "xcode/QVTEnvironment.h"
+#include "xcode/QVTPlatform.h"
+
+namespace inspect {
+
+using foundation::Dictionary;
+using foundation::Value;
+
+namespace {
+
+Report listReport(Value document, std::string key) {
+  auto show = [document, key = std::move(key)](TextOutput& text) {
+    for (const auto& entry : entriesAt(document, key)) text.line(printable(*entry.string()));
+  };
+  return {std::move(document), std::move(show)};
+}
+
+}  // namespace
+
+foundation::Result<Report> reportSearchPaths(const Arguments& arguments) {
+  const std::string directory = arguments.value("--directory").value_or("");
+  const auto paths = QVTEnvironment::parseFrameworkSearchPathsFromStringWorkingDirectory(
+      arguments.operands()[0], directory);
+  return listReport(Dictionary{{"searchPaths", arrayOf(paths)}}, "searchPaths");
+}
+
+foundation::Result<Report> reportArguments(const Arguments& arguments) {
+  const auto words = QVTTask::parsedArgumentsFromString(arguments.operands()[0]);
+  if (!words) return inputError("the string ends inside a quote or behind a lone backslash");
+  Dictionary document{{"arguments", arrayOf(*words)}};
+  const auto options = arguments.values("--option");
+  if (options.empty()) return listReport(std::move(document), "arguments");
+  foundation::Array provided;
+  for (const auto& word : *words) provided.emplace_back(word);
+  const auto values = QVTTask::argumentsProvidedMatchingValidArgumentsAllowingTrailingSpace(
+      provided, options, arguments.has("--glued"));
+  document["values"] = values ? arrayOf(*values) : Value();
+  return listReport(std::move(document), "values");
+}
+
+foundation::Result<Report> reportPlatform(const Arguments& arguments) {
+  const std::string& name = arguments.operands()[0];
+  auto identifier = QVTPlatform::translatePlatform(name);
+  auto displayName = QVTPlatform::displayStringForPlatform(name);
+  const bool isIdentifier =
+      !identifier && QVTPlatform::platformFromString(name) != QVTPlatformType::unknown;
+  const auto type = QVTPlatform::platformFromString(identifier.value_or(name));
+  if (isIdentifier) {
+    identifier = name;
+    displayName = QVTPlatform::displayStringForPlatformType(type);
+  }
+  if (!identifier) {
+    return inputError("no platform is named " + name +
+                      " (try iphoneos, macosx, appletvos, watchos or ios)");
+  }
+  const Value document = Dictionary{{"name", isIdentifier ? Value() : Value(name)},
+                                    {"identifier", orNull(identifier)},
+                                    {"displayName", orNull(displayName)},
+                                    {"type", static_cast<std::int64_t>(type)}};
+  return Report{document, [document](TextOutput& text) {
+                  text.fields(fieldsOf(document, {"name", "identifier", "displayName", "type"}));
+                }};
+}
+
+}  // namespace inspect
