@@ -86,10 +86,19 @@ std::vector<std::byte> makeRequirementSet(const requirement::Expression& designa
 /// The slot-2 blob with none: what ad-hoc signing writes.
 std::vector<std::byte> emptyRequirementSet();
 
-/// What the platform's tool writes by default. A chain through an issuer with the mark
-/// 1.2.840.113635.100.6.2.1 is named by leaf name and that mark; any other by the hash of the last
-/// certificate of the leaf's organisation. `chain` is leaf first and ends with the root.
+/// True for the three roots that Apple publishes at apple.com/certificateauthority: what "anchor
+/// apple generic" asks of a chain's last certificate.
+bool isAppleRoot(const foundation::Certificate& root);
+
+enum class Anchor { apple, other };
+/// `apple` for a chain (leaf first) that ends in one of those roots.
+Anchor anchorOf(const std::vector<foundation::Certificate>& chain);
+
+/// What the platform's tool writes by default. With Apple's anchor and an issuer that has the mark
+/// 1.2.840.113635.100.6.2.1, leaf name and that mark; otherwise the hash of the last certificate
+/// that is of the leaf's organisation. `chain` is leaf first and ends with the root.
 requirement::Expression defaultRequirement(const std::string& identifier,
-                                           const std::vector<foundation::Certificate>& chain);
+                                           const std::vector<foundation::Certificate>& chain,
+                                           Anchor anchor);
 
 }  // namespace toolchain
