@@ -31,7 +31,7 @@ std::vector<std::byte> entitlementsDERBlob(const Entitlements& entitlements);
 /// value } ... } }, keys ascending by bytes.
 std::vector<std::byte> encodeEntitlements(const foundation::Dictionary& dictionary);
 /// Accepts the current form only, minimal and definite lengths, bounded nesting.
-Result<foundation::Dictionary> decodeEntitlements(Bytes der);
+Result<foundation::Dictionary> decodeEntitlements(Bytes bytes);
 
 /// Executable-segment flags that these entitlements ask for; only a boolean true counts.
 std::uint64_t executableSegmentFlags(const foundation::Dictionary& entitlements);

@@ -1,0 +1,83 @@
+#include "toolchain/EmbeddedProfile.h"
+
+#include "foundation/FileManager.h"
+#include "foundation/PropertyList.h"
+
+namespace toolchain {
+
+namespace {
+
+using foundation::Array;
+using foundation::Dictionary;
+using foundation::Value;
+
+/// The property list inside the signed message, found by its text; the message's own signature
+/// says nothing here, since the system that installs the app checks it.
+std::optional<std::string_view> propertyListIn(std::string_view file) {
+  constexpr std::string_view kEnd = "</plist>";
+  const auto start = file.find("<?xml");
+  if (start == std::string_view::npos) return std::nullopt;
+  const auto end = file.find(kEnd, start);
+  if (end == std::string_view::npos) return std::nullopt;
+  return file.substr(start, end + kEnd.size() - start);
+}
+
+Result<EmbeddedProfile> readProfile(const std::filesystem::path& path) {
+  const auto file = foundation::FileManager::contentsOfFile(path);
+  if (!file) return file.error();
+  const auto text = propertyListIn(file->text());
+  if (!text) return failure(path.string() + ": no property list in the profile");
+  auto value = foundation::PropertyList::parseXML(foundation::bytesOf(*text));
+  if (!value) return within(path.string(), value.error());
+  if (!value->dictionary()) return failure(path.string() + ": the profile is no dictionary");
+  EmbeddedProfile profile;
+  profile.dictionary = std::move(*value->dictionary());
+  const Array* certificates = foundation::arrayAt(profile.dictionary, "DeveloperCertificates");
+  for (const Value& entry : certificates ? *certificates : Array()) {
+    if (!entry.data()) continue;
+    auto certificate = foundation::Certificate::fromDER(entry.data()->bytes());
+    if (certificate) profile.certificates.push_back(std::move(*certificate));
+  }
+  return profile;
+}
+
+/// A pattern's value for one identifier; absent for one that is nothing but a wildcard.
+std::optional<Value> concrete(const Value& value, const std::string& identifier) {
+  if (const std::string* text = value.string()) {
+    if (*text == "*") return std::nullopt;
+    if (!text->ends_with(".*")) return value;
+    return Value(text->substr(0, text->size() - 1) + identifier);
+  }
+  const Array* array = value.array();
+  if (!array) return value;
+  Array result;
+  for (const Value& element : *array) {
+    if (auto kept = concrete(element, identifier)) result.push_back(std::move(*kept));
+  }
+  if (result.empty() && !array->empty()) return std::nullopt;
+  return Value(std::move(result));
+}
+
+}  // namespace
+
+Result<std::optional<EmbeddedProfile>> embeddedProfileOf(const std::filesystem::path& bundleBase) {
+  for (const char* name : {"embedded.mobileprovision", "embedded.provisionprofile"}) {
+    const std::filesystem::path path = bundleBase / name;
+    if (!foundation::FileManager::fileExistsAtPath(path)) continue;
+    auto profile = readProfile(path);
+    if (!profile) return profile.error();
+    return std::optional<EmbeddedProfile>(std::move(*profile));
+  }
+  return std::optional<EmbeddedProfile>();
+}
+
+Dictionary concreteEntitlements(const EmbeddedProfile& profile, const std::string& identifier) {
+  Dictionary result;
+  const Dictionary* granted = foundation::dictionaryAt(profile.dictionary, "Entitlements");
+  for (const auto& [key, value] : granted ? *granted : Dictionary()) {
+    if (auto kept = concrete(value, identifier)) result.emplace(key, std::move(*kept));
+  }
+  return result;
+}
+
+}  // namespace toolchain

@@ -1,0 +1,226 @@
+#include "toolchain/RequirementEvaluation.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <utility>
+
+#include "foundation/DER.h"
+
+namespace toolchain {
+
+namespace {
+
+using foundation::Bytes;
+using foundation::bytesOf;
+using foundation::Certificate;
+using foundation::textOf;
+using foundation::Value;
+using requirement::Expression;
+using requirement::Match;
+using requirement::Operation;
+
+constexpr std::string_view kDeveloperRelationsMark = "1.2.840.113635.100.6.2.1";
+constexpr std::string_view kDeveloperIDMark = "1.2.840.113635.100.6.2.6";
+constexpr std::string_view kCertificatePolicies = "2.5.29.32";
+
+/// Field names of the requirement language and what they stand for.
+constexpr std::array<std::pair<std::string_view, std::string_view>, 9> kSubjectFields{
+    {{"subject.C", "2.5.4.6"},
+     {"subject.D", "2.5.4.13"},
+     {"subject.L", "2.5.4.7"},
+     {"subject.N", "2.5.4.41"},
+     {"subject.O", foundation::kOIDOrganizationName},
+     {"subject.OU", foundation::kOIDOrganizationalUnitName},
+     {"subject.SN", "2.5.4.5"},
+     {"subject.ST", "2.5.4.8"},
+     {"subject.UID", "0.9.2342.19200300.100.1.1"}}};
+
+bool isDigit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
+
+/// Length of the digits at the start of `text`, leading zeros cut off from `text` first.
+std::size_t takeNumber(std::string_view& text) {
+  while (text.size() > 1 && text[0] == '0' && isDigit(text[1])) text.remove_prefix(1);
+  const auto end = std::find_if_not(text.begin(), text.end(), isDigit);
+  return static_cast<std::size_t>(end - text.begin());
+}
+
+/// Below, at or above zero; runs of digits compare as numbers, so "10.2" is above "9".
+int compare(std::string_view a, std::string_view b) {
+  while (!a.empty() && !b.empty()) {
+    std::size_t countA = 1;
+    std::size_t countB = 1;
+    if (isDigit(a[0]) && isDigit(b[0])) {
+      countA = takeNumber(a);
+      countB = takeNumber(b);
+      if (countA != countB) return countA < countB ? -1 : 1;
+    }
+    if (const int order = a.substr(0, countA).compare(b.substr(0, countB)); order != 0) {
+      return order;
+    }
+    a.remove_prefix(countA);
+    b.remove_prefix(countB);
+  }
+  return static_cast<int>(!a.empty()) - static_cast<int>(!b.empty());
+}
+
+bool matchesText(std::string_view text, Match match, std::string_view value) {
+  switch (match) {
+    case Match::exists:
+      return true;
+    case Match::absent:
+      return false;
+    case Match::equal:
+      return text == value;
+    case Match::contains:
+      return text.find(value) != std::string_view::npos;
+    case Match::beginsWith:
+      return text.starts_with(value);
+    case Match::endsWith:
+      return text.ends_with(value);
+    case Match::less:
+      return compare(text, value) < 0;
+    case Match::greater:
+      return compare(text, value) > 0;
+    case Match::lessEqual:
+      return compare(text, value) <= 0;
+    case Match::greaterEqual:
+      return compare(text, value) >= 0;
+  }
+  return false;
+}
+
+bool matchesText(const std::optional<std::string>& text, const Expression& expression) {
+  if (!text) return expression.match == Match::absent;
+  return matchesText(*text, expression.match, expression.matchValue);
+}
+
+/// A value that is false counts as not there; of an array any element may match.
+bool matchesValue(const Value* value, const Expression& expression) {
+  const bool isThere = value && !(value->boolean() && !*value->boolean());
+  if (expression.match == Match::absent) return !isThere;
+  if (!isThere) return false;
+  if (expression.match == Match::exists) return true;
+  if (const auto* array = value->array()) {
+    return std::any_of(array->begin(), array->end(), [&](const Value& each) {
+      return each.string() && matchesText(*each.string(), expression.match, expression.matchValue);
+    });
+  }
+  if (const auto* number = value->integer()) {
+    return matchesText(std::to_string(*number), expression.match, expression.matchValue);
+  }
+  return value->string() && matchesText(*value->string(), expression.match, expression.matchValue);
+}
+
+/// Positions below zero count from the root, which is -1. Null when there is none.
+const Certificate* certificateAt(const RequirementSubject& subject, std::int64_t position) {
+  const auto count = static_cast<std::int64_t>(subject.chain.size());
+  if (position < 0) position += count;
+  if (position < 0 || position >= count) return nullptr;
+  return &subject.chain[static_cast<std::size_t>(position)];
+}
+
+bool hasMark(const Certificate* certificate, std::string_view oid) {
+  return certificate && certificate->extensionValue(oid).has_value();
+}
+
+bool isAppleGeneric(const RequirementSubject& subject) {
+  const Certificate* issuer = subject.chain.size() >= 3 ? certificateAt(subject, 1) : nullptr;
+  return hasMark(issuer, kDeveloperRelationsMark) || hasMark(issuer, kDeveloperIDMark);
+}
+
+bool isApple(const RequirementSubject& subject) {
+  const Certificate* issuer = subject.chain.size() >= 3 ? certificateAt(subject, 1) : nullptr;
+  const Certificate* root = certificateAt(subject, -1);
+  return issuer && root->commonName().value_or("").starts_with("Apple Root CA") &&
+         issuer->commonName().value_or("").starts_with("Apple Code Signing Certification");
+}
+
+bool matchesField(const Certificate* certificate, const Expression& expression) {
+  if (!certificate) return expression.match == Match::absent;
+  if (expression.key == "subject.CN") return matchesText(certificate->commonName(), expression);
+  for (const auto& [name, oid] : kSubjectFields) {
+    if (expression.key == name) return matchesText(certificate->subjectValue(oid), expression);
+  }
+  return false;
+}
+
+bool matchesExtension(const Certificate* certificate, const Expression& expression) {
+  const auto value =
+      certificate ? certificate->extensionValue(foundation::DER::dotted(bytesOf(expression.key)))
+                  : std::nullopt;
+  if (!value) return expression.match == Match::absent;
+  const auto element = foundation::DER::Reader(value->bytes()).next();
+  const std::string_view text = element ? textOf(element->content) : value->text();
+  return matchesText(text, expression.match, expression.matchValue);
+}
+
+bool hasPolicy(const Certificate* certificate, std::string_view policyOID) {
+  const auto value = certificate ? certificate->extensionValue(kCertificatePolicies) : std::nullopt;
+  const auto list =
+      value ? foundation::DER::single(value->bytes(), foundation::DER::kSequence) : std::nullopt;
+  foundation::DER::Reader policies(list ? list->content : Bytes());
+  while (const auto policy = policies.next(foundation::DER::kSequence)) {
+    const auto oid =
+        foundation::DER::Reader(policy->content).next(foundation::DER::kObjectIdentifier);
+    if (oid && textOf(oid->content) == policyOID) return true;
+  }
+  return false;
+}
+
+bool matchesPolicy(const Certificate* certificate, const Expression& expression) {
+  return hasPolicy(certificate, expression.key) == (expression.match != Match::absent);
+}
+
+bool hasCDHash(const RequirementSubject& subject, std::string_view hash) {
+  return std::any_of(subject.cdHashes.begin(), subject.cdHashes.end(),
+                     [&](const auto& each) { return textOf(each) == hash; });
+}
+
+bool hasHash(const Certificate* certificate, std::string_view hash) {
+  return certificate && textOf(certificate->sha1()) == hash;
+}
+
+}  // namespace
+
+bool meets(const RequirementSubject& subject, const Expression& expression) {
+  const Certificate* certificate = certificateAt(subject, expression.certificate);
+  const auto operand = [&](std::size_t index) {
+    return meets(subject, expression.operands.at(index));
+  };
+  switch (expression.operation) {
+    case Operation::never:
+      return false;
+    case Operation::always:
+      return true;
+    case Operation::identifier:
+      return subject.identifier == expression.data;
+    case Operation::anchorApple:
+      return isApple(subject);
+    case Operation::anchorAppleGeneric:
+      return isAppleGeneric(subject) || isApple(subject);
+    case Operation::anchorHash:
+      return hasHash(certificate, expression.data);
+    case Operation::conjunction:
+      return operand(0) && operand(1);
+    case Operation::disjunction:
+      return operand(0) || operand(1);
+    case Operation::negation:
+      return !operand(0);
+    case Operation::cdHash:
+      return hasCDHash(subject, expression.data);
+    case Operation::infoKey:
+      return matchesValue(foundation::find(subject.info, expression.key), expression);
+    case Operation::entitlement:
+      return matchesValue(foundation::find(subject.entitlements, expression.key), expression);
+    case Operation::certificateField:
+      return matchesField(certificate, expression);
+    case Operation::certificateOID:
+      return matchesExtension(certificate, expression);
+    case Operation::certificatePolicy:
+      return matchesPolicy(certificate, expression);
+  }
+  return false;
+}
+
+}  // namespace toolchain

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "foundation/Certificate.h"
+#include "foundation/Value.h"
+#include "toolchain/Requirement.h"
+
+namespace toolchain {
+
+/// The code that a requirement is asked about.
+struct RequirementSubject {
+  std::string identifier;
+  /// 20 bytes each, one of every CodeDirectory.
+  std::vector<std::vector<std::byte>> cdHashes;
+  /// Leaf first, root last; empty for ad-hoc code.
+  std::vector<foundation::Certificate> chain;
+  foundation::Dictionary info;
+  foundation::Dictionary entitlements;
+};
+
+/// Whether the code meets the requirement. No trust store is asked: "anchor apple generic" looks at
+/// the marks that the platform's vendor puts into the intermediates of its developers, "anchor
+/// apple" at the names of its own signing certificates' issuers, whoever made the root.
+bool meets(const RequirementSubject& subject, const requirement::Expression& expression);
+
+}  // namespace toolchain

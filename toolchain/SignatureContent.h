@@ -1,0 +1,29 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "foundation/CMS.h"
+#include "toolchain/CodeDirectory.h"
+#include "toolchain/RequirementEvaluation.h"
+
+/// What the blobs of a signature say, besides hashes: checked each for itself and with each other.
+namespace toolchain {
+
+/// The entitlements in slots 5 and 7; empty without. Fails when a form is malformed or the two
+/// describe different dictionaries.
+Result<foundation::Dictionary> checkedEntitlements(const SuperBlob& signature);
+
+/// Checks the CMS against the CodeDirectories: the message covers the primary one, its hash lists
+/// name every one. Absent for an ad-hoc signature, which must have none. Fails for a team
+/// identifier that is not the leaf's. Whether certificates are still valid, and who trusts the
+/// root, is not asked.
+Result<std::optional<foundation::CMS::Signer>> checkedSigner(
+    const SuperBlob& signature, const std::vector<CodeDirectory>& directories);
+
+/// Whether the code meets the designated requirement in slot 2; true without one. Fails when the
+/// slot is malformed.
+Result<bool> meetsDesignatedRequirement(const SuperBlob& signature,
+                                        const RequirementSubject& subject);
+
+}  // namespace toolchain

@@ -1,0 +1,46 @@
+#include "toolchain/SignatureFault.h"
+
+#include "toolchain/Messages.h"
+
+namespace toolchain {
+
+std::string_view reason(Fault fault) {
+  switch (fault) {
+    case Fault::unsignedCode:
+      return "code object is not signed at all";
+    case Fault::invalidSignature:
+      return "invalid signature (code or signature have been modified)";
+    case Fault::invalidInfoPlist:
+      return "invalid Info.plist (plist or signature have been modified)";
+    case Fault::invalidResourceDirectory:
+      return "invalid resource directory (directory or signature have been modified)";
+    case Fault::sealedResource:
+      return "a sealed resource is missing or invalid";
+    case Fault::missingResources:
+      return "code has no resources but signature indicates they must be present";
+    case Fault::nestedCode:
+      return "nested code is modified or invalid";
+    case Fault::bundleFormat:
+      return "bundle format unrecognized, invalid, or unsuitable";
+    case Fault::objectFormat:
+      return "object file format unrecognized, invalid, or unsuitable";
+  }
+  return "";
+}
+
+foundation::Error faultError(Fault fault, const std::string& detail) {
+  const std::string text(reason(fault));
+  auto error = failure(detail.empty() ? text : text + ": " + detail);
+  error.userInfo.insert_or_assign(std::string(kReasonKey), text);
+  error.userInfo.insert_or_assign(std::string(kDetailKey), detail);
+  return error;
+}
+
+FaultParts faultParts(const foundation::Error& error, Fault otherwise) {
+  if (auto known = foundation::stringAt(error.userInfo, kReasonKey)) {
+    return {*std::move(known), foundation::stringAt(error.userInfo, kDetailKey).value_or("")};
+  }
+  return {std::string(reason(otherwise)), error.localizedDescription()};
+}
+
+}  // namespace toolchain
