@@ -17,6 +17,7 @@ std::string appendingPathComponent(std::string_view path, std::string_view compo
 std::string pathExtension(std::string_view path);
 /// The path less its extension, its dot and a trailing slash; unchanged when there is no extension.
 std::string deletingPathExtension(std::string_view path);
+/// A path that begins with "/" or, as the platform sees it, with "~".
 bool isAbsolutePath(std::string_view path);
 /// "~" and "~/…" with the user's home in place of the tilde; other texts unchanged.
 std::string expandingTilde(std::string_view path);
