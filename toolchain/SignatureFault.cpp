@@ -24,6 +24,8 @@ std::string_view reason(Fault fault) {
       return "bundle format unrecognized, invalid, or unsuitable";
     case Fault::objectFormat:
       return "object file format unrecognized, invalid, or unsuitable";
+    case Fault::strictValidation:
+      return "main executable failed strict validation";
   }
   return "";
 }

@@ -19,6 +19,7 @@ enum class Fault {
   nestedCode,
   bundleFormat,
   objectFormat,
+  strictValidation,
 };
 
 /// The platform's own words for it.

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "toolchain/CodeBundle.h"
+#include "toolchain/ResourceSeal.h"
+
+namespace toolchain {
+
+/// How a bundle differs from its seal; paths relative to the bundle, in ascending byte order.
+struct SealDifferences {
+  std::vector<std::string> added;
+  std::vector<std::string> modified;
+  std::vector<std::string> missing;
+
+  [[nodiscard]] bool empty() const { return added.empty() && modified.empty() && missing.empty(); }
+};
+
+/// Compares what was sealed with what is there. The second generation of the list decides where the
+/// seal has one; a missing optional item is no difference.
+SealDifferences compareSeals(const ResourceSeal& sealed, const ResourceSeal& present);
+
+/// Takes the seal of what is in the bundle now, by the rules of the seal found there, and compares.
+/// Files next to the seal count as added. Fails when the seal cannot be read, or for what no seal
+/// can hold.
+Result<SealDifferences> compareWithSeal(const CodeBundle& bundle, Bytes seal, FileHasher& hasher);
+
+}  // namespace toolchain

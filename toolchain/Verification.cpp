@@ -1,0 +1,244 @@
+#include "toolchain/Verification.h"
+
+#include <algorithm>
+
+#include "toolchain/CodeBundle.h"
+#include "toolchain/SealComparison.h"
+#include "toolchain/SignatureCheck.h"
+#include "toolchain/SignatureFault.h"
+
+namespace toolchain {
+
+namespace {
+
+namespace fs = std::filesystem;
+using foundation::MappedFile;
+
+constexpr int kFailed = 1;
+constexpr int kRequirementNotMet = 3;
+/// The platform's own tool leaves up to this many zero bytes behind a signature.
+constexpr std::uint64_t kMaximumTail = 15;
+
+/// Why one piece of code does not verify.
+struct Complaint {
+  int status = kFailed;
+  std::string reason;
+  std::string detail;
+  /// Empty where all slices are meant.
+  std::string architecture;
+  /// Nested code that it is about; empty for the code itself.
+  fs::path subcomponent;
+  std::vector<std::string> files;
+};
+
+Complaint complaint(const foundation::Error& error, Fault otherwise,
+                    std::string architecture = {}) {
+  auto parts = faultParts(error, otherwise);
+  return {kFailed, std::move(parts.reason), std::move(parts.detail), std::move(architecture), {},
+          {}};
+}
+
+Complaint complaint(Fault fault, std::string detail = {}, std::string architecture = {}) {
+  return {kFailed, std::string(reason(fault)), std::move(detail), std::move(architecture), {}, {}};
+}
+
+bool isZero(Bytes bytes) {
+  return std::all_of(bytes.begin(), bytes.end(), [](std::byte b) { return b == std::byte{0}; });
+}
+
+/// Nothing lies where no hash covers it: behind a slice's signature, or between slices.
+std::optional<Complaint> checkCoverage(const Image& image) {
+  std::vector<Extent> extents;
+  for (const auto& slice : image.slices()) {
+    const auto& data = slice.signature->data;
+    const Bytes tail = image.bytesOf(slice).subspan(data.offset + data.size);
+    if (tail.size() > kMaximumTail || !isZero(tail)) {
+      return complaint(Fault::strictValidation,
+                       std::to_string(tail.size()) + " bytes lie behind the signature",
+                       slice.architecture);
+    }
+    extents.push_back(slice.file);
+  }
+  if (!image.isUniversal()) return std::nullopt;
+  std::sort(extents.begin(), extents.end(),
+            [](const Extent& a, const Extent& b) { return a.offset < b.offset; });
+  constexpr std::uint64_t kTable = 8;
+  constexpr std::uint64_t kTableEntry = 32;  // the larger of the two forms
+  std::uint64_t end = std::min(kTable + kTableEntry * extents.size(), extents.front().offset);
+  extents.push_back({image.file().size(), 0});
+  for (const auto& next : extents) {
+    if (next.offset > end && !isZero(image.file().subspan(end, next.offset - end))) {
+      return complaint(Fault::strictValidation,
+                       "bytes lie outside any slice behind offset " + std::to_string(end));
+    }
+    end = std::max(end, next.offset + next.size);
+  }
+  return std::nullopt;
+}
+
+/// The property list inside a loose file, where its signature covers one.
+std::optional<Bytes> embeddedInfoPlist(const Image& image, const Slice& slice) {
+  if (!slice.embeddedInfoPlist) return std::nullopt;
+  const auto signature = SuperBlob::parse(image.signatureArea(slice), magic::kEmbeddedSignature);
+  const auto directories = signature ? codeDirectories(*signature)
+                                     : Result<std::vector<CodeDirectory>>(signature.error());
+  if (!directories || isZero(directories->front().specialHash(slot::kInfoPlist))) {
+    return std::nullopt;
+  }
+  return foundation::slice(image.bytesOf(slice), slice.embeddedInfoPlist->offset,
+                           slice.embeddedInfoPlist->size);
+}
+
+/// All slices are the same code by the same people.
+std::optional<Complaint> checkSameCode(const std::vector<CheckedSignature>& slices) {
+  const auto& first = slices.front().directories.front().fields;
+  for (const auto& slice : slices) {
+    const auto& fields = slice.directories.front().fields;
+    if (fields.identifier != first.identifier) {
+      return complaint(Fault::invalidSignature, "the slices have identifiers \"" +
+                                                    first.identifier + "\" and \"" +
+                                                    fields.identifier + "\"");
+    }
+    if (fields.teamIdentifier != first.teamIdentifier) {
+      return complaint(Fault::invalidSignature, "the slices have teams \"" + first.teamIdentifier +
+                                                    "\" and \"" + fields.teamIdentifier + "\"");
+    }
+  }
+  return std::nullopt;
+}
+
+class Verifier {
+ public:
+  explicit Verifier(const VerifyOptions& options) : options_(options) {}
+
+  std::optional<Complaint> run() {
+    const auto code = CodeBundle::open(options_.code);
+    if (!code) return complaint(code.error(), Fault::bundleFormat);
+    if (auto found = check(*code)) return found;
+    if (!code->isBundle()) return std::nullopt;
+    const auto nested = nestedCode(*code);
+    if (!nested) return complaint(nested.error(), Fault::nestedCode);
+    for (const auto& path : *nested) {
+      if (auto found = checkNested(path)) {
+        found->subcomponent = path;
+        return found;
+      }
+    }
+    return std::nullopt;
+  }
+
+ private:
+  /// Executable, seal and requirement of one piece of code, in this order.
+  std::optional<Complaint> check(const CodeBundle& code) {
+    const auto opened = openImage(code);
+    if (!opened) return complaint(opened.error(), Fault::objectFormat);
+    const Image& image = opened->image;
+    if (auto found = checkIsSigned(image)) return found;
+    auto seal = openSeal(code);
+    if (!seal) return complaint(seal.error(), Fault::invalidResourceDirectory);
+    const auto sealBytes = *seal ? std::optional((*seal)->bytes()) : std::nullopt;
+    bool meetsRequirement = true;
+    if (auto found = checkSlices(code, image, sealBytes, meetsRequirement)) return found;
+    if (sealBytes) {
+      if (auto found = checkSeal(code, *sealBytes)) return found;
+    }
+    if (meetsRequirement) return std::nullopt;
+    return Complaint{
+        kRequirementNotMet, "does not satisfy its designated Requirement", {}, {}, {}, {}};
+  }
+
+  static Result<std::optional<MappedFile>> openSeal(const CodeBundle& code) {
+    std::error_code failed;
+    if (!code.isBundle() || !fs::exists(fs::symlink_status(code.sealPath(), failed))) {
+      return std::optional<MappedFile>();
+    }
+    auto file = MappedFile::open(code.sealPath());
+    if (!file) return file.error();
+    return std::optional(*std::move(file));
+  }
+
+  static std::optional<Complaint> checkIsSigned(const Image& image) {
+    for (const auto& slice : image.slices()) {
+      if (slice.signature) continue;
+      return complaint(Fault::unsignedCode, {}, image.isUniversal() ? slice.architecture : "");
+    }
+    return std::nullopt;
+  }
+
+  std::optional<Complaint> checkSlices(const CodeBundle& code, const Image& image,
+                                       const std::optional<Bytes>& seal, bool& meetsRequirement) {
+    std::vector<CheckedSignature> checked;
+    for (const auto& slice : image.slices()) {
+      const Bytes bytes = image.bytesOf(slice);
+      SliceEvidence evidence{slice, image.signatureArea(slice), {}, {}, {}, {}};
+      evidence.code = {bytes.first(slice.signature->data.offset)};
+      evidence.infoPlist =
+          code.infoPlist ? std::optional(code.infoPlist->bytes()) : embeddedInfoPlist(image, slice);
+      evidence.resources = seal;
+      auto result = checkSignature(evidence);
+      if (!result) {
+        return complaint(result.error(), Fault::invalidSignature, slice.architecture);
+      }
+      meetsRequirement = meetsRequirement && result->meetsDesignatedRequirement;
+      checked.push_back(*std::move(result));
+    }
+    if (auto found = checkSameCode(checked)) return found;
+    return checkCoverage(image);
+  }
+
+  std::optional<Complaint> checkSeal(const CodeBundle& code, Bytes seal) {
+    const auto differences = compareWithSeal(code, seal, hasher_);
+    if (!differences) return complaint(differences.error(), Fault::sealedResource);
+    if (differences->empty()) return std::nullopt;
+    auto found = complaint(Fault::sealedResource);
+    const auto list = [&](std::string_view what, const std::vector<std::string>& paths) {
+      for (const auto& path : paths) {
+        found.files.push_back(std::string(what) + ": " + (code.base / path).string());
+      }
+    };
+    list("file added", differences->added);
+    list("file modified", differences->modified);
+    list("file missing", differences->missing);
+    return found;
+  }
+
+  /// The outer seal covers nested code's bytes; that it is signed at all is asked in any case.
+  std::optional<Complaint> checkNested(const fs::path& path) {
+    const auto code = CodeBundle::open(path);
+    if (!code) return complaint(code.error(), Fault::nestedCode);
+    if (options_.deep) return check(*code);
+    const auto opened = openImage(*code);
+    if (!opened) return complaint(opened.error(), Fault::objectFormat);
+    return checkIsSigned(opened->image);
+  }
+
+  const VerifyOptions& options_;
+  FileHasher hasher_;
+};
+
+Verdict verdictOn(const std::string& name, const std::optional<Complaint>& found) {
+  if (!found) {
+    return {0, {name + ": valid on disk", name + ": satisfies its Designated Requirement"}, {}};
+  }
+  Verdict verdict{found->status, {name + ": " + found->reason}, found->files};
+  const auto add = [&](std::string_view what, const std::string& value) {
+    if (!value.empty()) verdict.statements.push_back(std::string(what) + ": " + value);
+  };
+  add("In subcomponent", found->subcomponent.string());
+  add("In architecture", found->architecture);
+  add("Cause", found->detail);
+  return verdict;
+}
+
+}  // namespace
+
+Verdict verify(const VerifyOptions& options) {
+  const std::string name = options.code.string();
+  std::error_code failed;
+  if (!fs::exists(options.code, failed)) {
+    return {kFailed, {name + ": No such file or directory"}, {}};
+  }
+  return verdictOn(name, Verifier(options).run());
+}
+
+}  // namespace toolchain
