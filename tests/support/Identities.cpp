@@ -209,6 +209,19 @@ MadeIdentity makeLeaf(const MadeIdentity& issuer, const CertificateOptions& opti
   return make({.options = options, .issuer = &issuer});
 }
 
+MadeIdentity makeCrossSigned(const MadeIdentity& identity, const MadeIdentity& issuer) {
+  EVP_PKEY_up_ref(identity.nativeKey());
+  MadeIdentity made(X509_dup(identity.native()), identity.nativeKey());
+  X509* certificate = made.native();
+  const int old = X509_get_ext_by_NID(certificate, NID_authority_key_identifier, -1);
+  X509_EXTENSION_free(X509_delete_ext(certificate, old));
+  addExtension(certificate, issuer.native(), NID_authority_key_identifier, "keyid:always");
+  require(X509_set_issuer_name(certificate, X509_get_subject_name(issuer.native())) == 1,
+          "issuer name");
+  require(X509_sign(certificate, issuer.nativeKey(), EVP_sha256()) > 0, "signature");
+  return made;
+}
+
 std::string Family::pem() const {
   return leaf.keyPEM() + leaf.certificatePEM() + intermediate.certificatePEM() +
          root.certificatePEM();

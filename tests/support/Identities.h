@@ -66,6 +66,9 @@ MadeIdentity makeIntermediate(const MadeIdentity& root,
                               KeyKind key = KeyKind::p256);
 MadeIdentity makeLeaf(const MadeIdentity& issuer, const CertificateOptions& options = {});
 
+/// The name and key of `identity` once more, in a certificate that `issuer` signed.
+MadeIdentity makeCrossSigned(const MadeIdentity& identity, const MadeIdentity& issuer);
+
 /// Leaf, intermediate and root, each issued by the next.
 struct Family {
   MadeIdentity leaf;
