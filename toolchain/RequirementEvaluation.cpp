@@ -124,15 +124,21 @@ bool hasMark(const Certificate* certificate, std::string_view oid) {
   return certificate && certificate->extensionValue(oid).has_value();
 }
 
+/// The chain's second certificate, when the chain ends in one of the vendor's own roots.
+const Certificate* appleIssuer(const RequirementSubject& subject) {
+  const Certificate* root = certificateAt(subject, -1);
+  return root && subject.chain.size() >= 3 && isAppleRoot(*root) ? certificateAt(subject, 1)
+                                                                 : nullptr;
+}
+
 bool isAppleGeneric(const RequirementSubject& subject) {
-  const Certificate* issuer = subject.chain.size() >= 3 ? certificateAt(subject, 1) : nullptr;
+  const Certificate* issuer = appleIssuer(subject);
   return hasMark(issuer, kDeveloperRelationsMark) || hasMark(issuer, kDeveloperIDMark);
 }
 
 bool isApple(const RequirementSubject& subject) {
-  const Certificate* issuer = subject.chain.size() >= 3 ? certificateAt(subject, 1) : nullptr;
-  const Certificate* root = certificateAt(subject, -1);
-  return issuer && root->commonName().value_or("").starts_with("Apple Root CA") &&
+  const Certificate* issuer = appleIssuer(subject);
+  return issuer &&
          issuer->commonName().value_or("").starts_with("Apple Code Signing Certification");
 }
 

@@ -20,9 +20,9 @@ struct RequirementSubject {
   foundation::Dictionary entitlements;
 };
 
-/// Whether the code meets the requirement. No trust store is asked: "anchor apple generic" looks at
-/// the marks that the platform's vendor puts into the intermediates of its developers, "anchor
-/// apple" at the names of its own signing certificates' issuers, whoever made the root.
+/// Whether the code meets the requirement. No trust store is asked: "anchor apple generic" is met
+/// by chains that end in one of the platform vendor's roots (`isAppleRoot`) and whose leaf was
+/// issued under one of its developer programs, "anchor apple" by those of the vendor's own code.
 bool meets(const RequirementSubject& subject, const requirement::Expression& expression);
 
 }  // namespace toolchain
