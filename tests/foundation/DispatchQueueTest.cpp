@@ -1,0 +1,159 @@
+#include <atomic>
+#include <barrier>
+#include <future>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "foundation/DispatchQueue.h"
+#include "foundation/RunLoop.h"
+
+namespace {
+
+using foundation::DispatchQueue;
+using std::chrono::milliseconds;
+constexpr std::chrono::seconds kLimit{20};
+
+TEST(DispatchQueue, ASerialQueueKeepsTheOrder) {
+  const auto queue = DispatchQueue::serial("order");
+  EXPECT_EQ(queue.label(), "order");
+  std::vector<int> seen;
+  for (int i = 0; i < 1000; ++i) queue.async([&seen, i] { seen.push_back(i); });
+  std::vector<int> atSync;
+  queue.sync([&] { atSync = seen; });
+  ASSERT_EQ(atSync.size(), 1000U);
+  EXPECT_TRUE(std::is_sorted(atSync.begin(), atSync.end()));
+}
+
+TEST(DispatchQueue, ASerialQueueRunsOnePieceAtATime) {
+  const auto queue = DispatchQueue::serial("one");
+  int count = 0;  // unguarded on purpose
+  std::atomic<int> running{0};
+  std::atomic<bool> overlapped{false};
+  const auto piece = [&] {
+    if (running.fetch_add(1) != 0) overlapped = true;
+    ++count;
+    running.fetch_sub(1);
+  };
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 8; ++thread) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 500; ++i) {
+        queue.async(piece);
+        queue.sync(piece);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  int total = 0;
+  queue.sync([&] { total = count; });
+  EXPECT_EQ(total, 8000);
+  EXPECT_FALSE(overlapped);
+}
+
+TEST(DispatchQueue, SyncRunsOnTheCallersThreadAndPassesExceptionsOn) {
+  const auto queue = DispatchQueue::serial("sync");
+  std::thread::id thread;
+  queue.sync([&] {
+    thread = std::this_thread::get_id();
+    EXPECT_TRUE(queue.isCurrent());
+  });
+  EXPECT_EQ(thread, std::this_thread::get_id());
+  EXPECT_FALSE(queue.isCurrent());
+  EXPECT_THROW(queue.sync([] { throw std::runtime_error("out"); }), std::runtime_error);
+  bool ran = false;
+  queue.sync([&] { ran = true; });
+  EXPECT_TRUE(ran);
+}
+
+TEST(DispatchQueueDeathTest, SyncFromInsideStopsTheProcess) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto outer = DispatchQueue::serial("outer");
+  const auto inner = DispatchQueue::serial("inner");
+  EXPECT_DEATH(outer.sync([&] { inner.sync([&] { outer.sync([] {}); }); }), "isCurrent");
+  EXPECT_DEATH(DispatchQueue::main().sync([] {}), "main");
+}
+
+TEST(DispatchQueue, AnObjectMayDieOnItsOwnQueue) {
+  struct Object {
+    DispatchQueue queue = DispatchQueue::serial("own");
+    std::promise<bool> died;
+    ~Object() {
+      queue.syncOrInline([this] { died.set_value(queue.isCurrent()); });
+    }
+  };
+  for (const bool capturedOnly : {true, false}) {
+    auto object = std::make_shared<Object>();
+    auto died = object->died.get_future();
+    const DispatchQueue queue = object->queue;
+    if (capturedOnly) {
+      queue.async([kept = std::move(object)] {});
+    } else {
+      queue.async([kept = std::move(object)]() mutable { kept.reset(); });
+    }
+    ASSERT_EQ(died.wait_for(kLimit), std::future_status::ready);
+    EXPECT_TRUE(died.get());
+  }
+  const auto object = std::make_unique<Object>();
+}
+
+TEST(DispatchQueue, AQueueOutlivesItsHandles) {
+  std::promise<void> gate;
+  std::promise<int> answer;
+  {
+    const auto queue = DispatchQueue::serial("short");
+    queue.async([opened = gate.get_future().share()] { opened.wait(); });
+    queue.async([&] { answer.set_value(42); });
+  }
+  gate.set_value();
+  EXPECT_EQ(answer.get_future().get(), 42);
+}
+
+TEST(DispatchQueue, TheGlobalQueueRunsPiecesSideBySide) {
+  constexpr int pieces = 10;
+  std::barrier meeting(pieces + 1);
+  for (int i = 0; i < pieces; ++i) {
+    DispatchQueue::global().async([&meeting] { meeting.arrive_and_wait(); });
+  }
+  meeting.arrive_and_wait();
+  bool ran = false;
+  DispatchQueue::global().sync([&] { ran = true; });
+  EXPECT_TRUE(ran);
+  EXPECT_FALSE(DispatchQueue::global().isCurrent());
+}
+
+TEST(DispatchQueue, DelayedPiecesComeWhenDue) {
+  const auto queue = DispatchQueue::serial("later");
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<int> order;
+  std::promise<void> last;
+  queue.asyncAfter(milliseconds(60), [&] {
+    order.push_back(2);
+    last.set_value();
+  });
+  queue.asyncAfter(milliseconds(20), [&] { order.push_back(1); });
+  ASSERT_EQ(last.get_future().wait_for(kLimit), std::future_status::ready);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(60));
+  EXPECT_EQ(order, (std::vector<int>{1, 2}));
+}
+
+TEST(DispatchQueue, TheMainQueueRunsOnTheMainLoopsThread) {
+  const auto main = DispatchQueue::main();
+  std::thread::id thread;
+  bool current = false;
+  std::thread([&] {
+    main.async([&] {
+      current = main.isCurrent();
+      thread = std::this_thread::get_id();
+    });
+  }).join();
+  EXPECT_TRUE(
+      foundation::RunLoop::main().runUntil([&] { return thread != std::thread::id(); }, kLimit));
+  EXPECT_EQ(thread, std::this_thread::get_id());
+  EXPECT_TRUE(current);
+  EXPECT_FALSE(main.isCurrent());
+}
+
+}  // namespace

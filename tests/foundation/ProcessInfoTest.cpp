@@ -1,0 +1,91 @@
+#include <regex>
+#include <set>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "foundation/ProcessInfo.h"
+#include "tests/support/OtherProcess.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+namespace ProcessInfo = foundation::ProcessInfo;
+using foundation::processRecord;
+
+TEST(ProcessInfo, ReadsTheEnvironmentAsItIsNow) {
+  const test::ScopedEnvironment one("SENDOFF_TEST", "a=b");
+  const test::ScopedEnvironment two("SENDOFF_EMPTY", "");
+  EXPECT_EQ(ProcessInfo::environment()["SENDOFF_TEST"], "a=b");
+  EXPECT_EQ(ProcessInfo::environmentValue("SENDOFF_TEST"), "a=b");
+  EXPECT_EQ(ProcessInfo::environmentValue("SENDOFF_EMPTY"), "");
+  EXPECT_EQ(ProcessInfo::environmentValue("SENDOFF_NOT_SET"), std::nullopt);
+}
+
+TEST(ProcessInfo, UniqueStringsAreUniqueInOtherProcessesToo) {
+  std::set<std::string> seen;
+  const auto add = [&](const std::string& text) {
+    EXPECT_TRUE(seen.insert(text).second) << text;
+    EXPECT_EQ(text.find('/'), text.npos);
+  };
+  for (int i = 0; i < 100; ++i) {
+    add(ProcessInfo::globallyUniqueString());
+    add(test::inChildProcess(ProcessInfo::globallyUniqueString));
+  }
+}
+
+TEST(ProcessInfo, UUIDs) {
+  const unsigned char bytes[16] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77,
+                                   0x88, 0x99, 0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff};
+  EXPECT_EQ(ProcessInfo::uuidString(bytes), "00112233-4455-6677-8899-AABBCCDDEEFF");
+  const std::regex random("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+  EXPECT_TRUE(std::regex_match(ProcessInfo::newUUIDString(), random));
+  EXPECT_NE(ProcessInfo::newUUIDString(), ProcessInfo::newUUIDString());
+}
+
+TEST(ProcessInfo, KnowsItsOwnFile) {
+  EXPECT_TRUE(ProcessInfo::executablePath().ends_with("/foundation_tests"));
+}
+
+TEST(ProcessRecord, NamesAProcessAndItsParent) {
+  // Each name is what a careless reader of the kernel's line would stumble over.
+  for (const char* const name : {"Xcode", "a) S 1 (b", "two words", "((((((", "fifteen-letters"}) {
+    const std::string answer = test::inChildProcess([name]() -> std::string {
+      ::prctl(PR_SET_NAME, name);
+      const auto record = processRecord(::getpid());
+      if (!record || record->processIdentifier != ::getpid()) return "no record";
+      if (record->parentProcessIdentifier != ::getppid()) return "wrong parent";
+      return record->commandName;
+    });
+    EXPECT_EQ(answer, name);
+  }
+}
+
+TEST(ProcessRecord, AProcessThatIsGoneHasAnEmptyRecord) {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(0);
+  ::waitpid(child, nullptr, 0);
+  for (const pid_t process : {child, 0, -1}) {
+    const auto record = processRecord(process);
+    ASSERT_TRUE(record) << process;
+    EXPECT_EQ(record->processIdentifier, 0);
+    EXPECT_EQ(record->commandName, "");
+  }
+}
+
+TEST(ProcessRecord, OnlyAFailedReadIsAbsent) {
+  EXPECT_EQ(test::inChildProcess([]() -> std::string {
+              struct rlimit none {};
+              ::getrlimit(RLIMIT_NOFILE, &none);
+              none.rlim_cur = 0;
+              ::setrlimit(RLIMIT_NOFILE, &none);
+              return processRecord(::getpid()) ? "a record" : "absent";
+            }),
+            "absent");
+}
+
+}  // namespace

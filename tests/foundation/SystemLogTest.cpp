@@ -1,0 +1,45 @@
+#include <regex>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "foundation/SystemLog.h"
+#include "tests/support/OtherProcess.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+using foundation::Date;
+using foundation::localTimeStamp;
+using foundation::systemLog;
+
+TEST(SystemLog, WritesOneStampedLine) {
+  testing::internal::CaptureStderr();
+  systemLog("at %@: %@", "here", "two\nlines");
+  const std::string line = testing::internal::GetCapturedStderr();
+  const std::regex shape(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} foundation_tests\[)" +
+                         std::to_string(::getpid()) + R"(\] at here: two\\nlines\n)");
+  EXPECT_TRUE(std::regex_match(line, shape)) << line;
+}
+
+TEST(SystemLog, SurvivesAClosedStandardError) {
+  EXPECT_EQ(test::inChildProcess([]() -> std::string {
+              ::close(STDERR_FILENO);
+              systemLog("nobody hears this");
+              return "alive";
+            }),
+            "alive");
+}
+
+TEST(SystemLog, StampsAreInLocalTimeWithThreeDigits) {
+  const auto stamp = [](const char* zone, std::int64_t microseconds) {
+    const test::ScopedEnvironment environment("TZ", zone);
+    return localTimeStamp(Date(std::chrono::microseconds(microseconds)));
+  };
+  EXPECT_EQ(stamp("UTC0", 0), "1970-01-01 00:00:00.000");
+  EXPECT_EQ(stamp("UTC0", -1), "1969-12-31 23:59:59.999");
+  EXPECT_EQ(stamp("UTC0", 1'425'211'200'007'999), "2015-03-01 12:00:00.007");
+  EXPECT_EQ(stamp("XYZ-5:30", 1'425'211'200'050'000), "2015-03-01 17:30:00.050");
+}
+
+}  // namespace
