@@ -6,4 +6,5 @@ target_sources(foundation PRIVATE
   host/linux/FileEvents.cpp
   host/linux/FileTimes.cpp
   host/linux/Process.cpp
+  host/linux/SocketActivity.cpp
   host/linux/UserFolders.cpp)

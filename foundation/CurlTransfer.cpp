@@ -1,0 +1,191 @@
+#include "foundation/CurlTransfer.h"
+
+#include <algorithm>
+
+#include <poll.h>
+
+#include "foundation/CurlErrors.h"
+#include "foundation/HTTPRedirect.h"
+#include "foundation/SocketActivity.h"
+
+namespace foundation {
+
+namespace {
+
+/// Most bytes of a followed redirect's own body that are read so that its connection can be kept.
+constexpr std::size_t kMaximumUnwanted = 64 * 1024;
+
+std::optional<curl_socket_t> activeSocket(CURL* easy) {
+  curl_socket_t socket = CURL_SOCKET_BAD;
+  if (curl_easy_getinfo(easy, CURLINFO_ACTIVESOCKET, &socket) != CURLE_OK) return std::nullopt;
+  if (socket == CURL_SOCKET_BAD) return std::nullopt;
+  return socket;
+}
+
+}  // namespace
+
+void IdleClock::sample(std::uint64_t total) {
+  if (total == total_) return;
+  total_ = total;
+  restart();
+}
+
+std::chrono::milliseconds IdleClock::interval() const {
+  using std::chrono::milliseconds;
+  return std::clamp(limit_ / 8, milliseconds(1), milliseconds(250));
+}
+
+/// What the library calls back. Exceptions (memory running out) must not pass through it.
+struct CurlTransfer::Callbacks {
+  static std::size_t head(char* data, std::size_t, std::size_t size, void* self) noexcept {
+    auto& transfer = *static_cast<CurlTransfer*>(self);
+    long status = 0;
+    curl_easy_getinfo(transfer.easy(), CURLINFO_RESPONSE_CODE, &status);
+    const bool hadHead = transfer.answer_.hasHead();
+    transfer.counters_ += size;
+    if (transfer.abandoned_ || !transfer.answer_.addHeadLine({data, size}, status)) return 0;
+    if (transfer.answer_.hasHead() && !hadHead) {
+      transfer.nextHop_ = requestAfterRedirect(transfer.request_, transfer.answer_.response());
+    }
+    return size;
+  }
+
+  static std::size_t body(char* data, std::size_t, std::size_t size, void* self) noexcept {
+    auto& transfer = *static_cast<CurlTransfer*>(self);
+    transfer.counters_ += size;
+    if (transfer.abandoned_) return 0;
+    if (transfer.nextHop_) {
+      transfer.unwanted_ += size;
+      return transfer.unwanted_ <= kMaximumUnwanted ? size : 0;
+    }
+    return transfer.answer_.addBody(bytesOf({data, size})) ? size : 0;
+  }
+
+  static std::size_t read(char* out, std::size_t, std::size_t size, void* self) noexcept {
+    auto& transfer = *static_cast<CurlTransfer*>(self);
+    if (transfer.abandoned_) return CURL_READFUNC_ABORT;
+    if (transfer.serverHasSpoken()) {
+      transfer.paused_ = true;
+      return CURL_READFUNC_PAUSE;
+    }
+    return transfer.reader_.read(std::as_writable_bytes(std::span(out, size)));
+  }
+
+  static int seek(void* self, curl_off_t offset, int origin) noexcept {
+    if (offset != 0 || origin != SEEK_SET) return CURL_SEEKFUNC_CANTSEEK;
+    static_cast<CurlTransfer*>(self)->reader_.rewind();
+    return CURL_SEEKFUNC_OK;
+  }
+
+  static int progress(void* self, curl_off_t, curl_off_t down, curl_off_t, curl_off_t up) noexcept {
+    auto& transfer = *static_cast<CurlTransfer*>(self);
+    transfer.idle_.sample(transfer.counters_ + static_cast<std::uint64_t>(down + up));
+    return transfer.abandoned_ ? 1 : 0;
+  }
+
+  static CURLcode beforeTLS(CURL* easy, void*, void* self) noexcept {
+    auto& transfer = *static_cast<CurlTransfer*>(self);
+    // The connection stands: from here on bytes can move, and only the idle clock counts.
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, 0x7fffffffL);
+    const bool goesOn = !transfer.beforeTLS_ || transfer.beforeTLS_();
+    transfer.idle_.restart();
+    return goesOn && !transfer.abandoned_ ? CURLE_OK : CURLE_ABORTED_BY_CALLBACK;
+  }
+};
+
+CurlTransfer::CurlTransfer(URLRequest request, BeforeTLS beforeTLS)
+    : request_(std::move(request)),
+      beforeTLS_(std::move(beforeTLS)),
+      reader_(request_.body ? *request_.body : request_.body.emplace()),
+      idle_(request_.idleTimeout),
+      errorText_(std::make_unique<char[]>(CURL_ERROR_SIZE)),
+      easy_(curl_easy_init()) {}
+
+CurlTransfer::~CurlTransfer() = default;
+
+void CurlTransfer::setUpCallbacks() {
+  CURL* const handle = easy();
+  curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorText_.get());
+  curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &Callbacks::head);
+  curl_easy_setopt(handle, CURLOPT_HEADERDATA, this);
+  curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Callbacks::body);
+  curl_easy_setopt(handle, CURLOPT_WRITEDATA, this);
+  curl_easy_setopt(handle, CURLOPT_READFUNCTION, &Callbacks::read);
+  curl_easy_setopt(handle, CURLOPT_READDATA, this);
+  curl_easy_setopt(handle, CURLOPT_SEEKFUNCTION, &Callbacks::seek);
+  curl_easy_setopt(handle, CURLOPT_SEEKDATA, this);
+  curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &Callbacks::progress);
+  curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
+  curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
+  curl_easy_setopt(handle, CURLOPT_SSL_CTX_FUNCTION, &Callbacks::beforeTLS);
+  curl_easy_setopt(handle, CURLOPT_SSL_CTX_DATA, this);
+}
+
+void CurlTransfer::resume() {
+  if (std::exchange(paused_, false)) curl_easy_pause(easy(), CURLPAUSE_CONT);
+}
+
+/// An answer that comes while the body is going out must be read before the next bytes are sent:
+/// a server that has given its answer may close at once, and then sending fails.
+bool CurlTransfer::serverHasSpoken() const {
+  const auto socket = activeSocket(easy());
+  if (!socket || answer_.hasHead()) return false;
+  pollfd entry = {*socket, POLLIN, 0};
+  return poll(&entry, 1, 0) == 1 && (entry.revents & POLLIN) != 0;
+}
+
+bool CurlTransfer::isIdle() {
+  if (const auto socket = activeSocket(easy())) idle_.sample(socketActivity(*socket));
+  return idle_.isOver();
+}
+
+std::optional<Error> CurlTransfer::problem(CURLcode result) const {
+  const std::string place = placeOf(*request_.url);
+  switch (answer_.refusal()) {
+    case HTTPAnswer::Refusal::headTooLong:
+      return urlError(kURLErrorBadServerResponse, place + " sent a head without end");
+    case HTTPAnswer::Refusal::bodyTooLong:
+      return urlError(kURLErrorDataLengthExceedsMaximum, place + " sent more than 1 GB");
+    case HTTPAnswer::Refusal::none:
+      break;
+  }
+  if (answerStandsDespite(result)) return std::nullopt;
+  return errorFor(result);
+}
+
+/// Once the head is there, a failure to send the rest of the body is no failure of the exchange.
+bool CurlTransfer::answerStandsDespite(CURLcode result) const {
+  if (!answer_.hasHead()) return false;
+  if (result == CURLE_OK || result == CURLE_SEND_ERROR) return true;
+  curl_off_t sent = 0;
+  curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);
+  const bool wasSending = static_cast<std::uint64_t>(sent) < request_.body->size();
+  return wasSending && (result == CURLE_RECV_ERROR || result == CURLE_PARTIAL_FILE);
+}
+
+Error CurlTransfer::errorFor(CURLcode result) const {
+  long systemError = 0;
+  long tunnelStatus = 0;
+  curl_easy_getinfo(easy(), CURLINFO_OS_ERRNO, &systemError);
+  curl_easy_getinfo(easy(), CURLINFO_HTTP_CONNECTCODE, &tunnelStatus);
+  return transportError({.place = placeOf(*request_.url),
+                         .result = result,
+                         .systemError = static_cast<int>(systemError),
+                         .tunnelStatus = tunnelStatus,
+                         .detail = errorText_.get()});
+}
+
+Error CurlTransfer::idleError() const {
+  return urlError(kURLErrorTimedOut, "no byte to or from " + placeOf(*request_.url) + " for " +
+                                         std::to_string(request_.idleTimeout.count()) + " ms");
+}
+
+bool CurlTransfer::proxyAsksForPassword() const {
+  long tunnelStatus = 0;
+  long schemes = 0;
+  curl_easy_getinfo(easy(), CURLINFO_HTTP_CONNECTCODE, &tunnelStatus);
+  curl_easy_getinfo(easy(), CURLINFO_PROXYAUTH_AVAIL, &schemes);
+  return tunnelStatus == 407 && schemes != 0;
+}
+
+}  // namespace foundation
