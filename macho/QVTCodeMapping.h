@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "foundation/URL.h"
+
+/// A symbol file that is to go to the code-mapping service.
+class QVTCodeMapping {
+ public:
+  static std::shared_ptr<QVTCodeMapping> mappingWithURL(const foundation::URL& url) {
+    return initWithURL(url);
+  }
+  static std::shared_ptr<QVTCodeMapping> initWithURL(const foundation::URL& url) {
+    return std::shared_ptr<QVTCodeMapping>(new QVTCodeMapping(url));
+  }
+
+  [[nodiscard]] const foundation::URL& URL() const { return url_; }
+  /// Where the mapping came from, a number that only the user of this object gives a meaning.
+  [[nodiscard]] std::int32_t source() const { return source_; }
+  void setSource(std::int32_t source) { source_ = source; }
+  /// Absent: nothing in this library names a source.
+  [[nodiscard]] const std::optional<std::string>& sourceName() const { return sourceName_; }
+
+ private:
+  explicit QVTCodeMapping(const foundation::URL& url) : url_(url) {}
+
+  foundation::URL url_;
+  std::int32_t source_ = 0;
+  std::optional<std::string> sourceName_;
+};

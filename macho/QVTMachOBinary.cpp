@@ -1,0 +1,80 @@
+#include "macho/QVTMachOBinary.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "foundation/Error.h"
+#include "foundation/Format.h"
+#include "macho/Hashing.h"
+#include "macho/LoadCommandWalk.h"
+
+namespace {
+
+/// How often all commands that a file could hold may be read over, for all its slices together.
+constexpr std::uint64_t kRepetitions = 16;
+
+/// Architecture names in ascending order, each with its place in the file; equal ones in file
+/// order.
+std::vector<std::pair<std::string, std::size_t>> sortedNames(
+    const std::vector<std::shared_ptr<QVTMachOSlice>>& slices) {
+  std::vector<std::pair<std::string, std::size_t>> names;
+  for (std::size_t i = 0; i < slices.size(); ++i) {
+    names.emplace_back(slices[i]->architectureName(), i);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace
+
+std::shared_ptr<QVTMachOBinary> QVTMachOBinary::MachOBinaryWithPath(std::string_view path) {
+  return initWithURL(foundation::URL::fileURLWithPath(path));
+}
+
+std::shared_ptr<QVTMachOBinary> QVTMachOBinary::initWithURL(const foundation::URL& url) {
+  const auto binary = std::shared_ptr<QVTMachOBinary>(new QVTMachOBinary(url));
+  if (!macho::QVTMachOFileInitWithPath(&binary->file_, binary->path().c_str())) return nullptr;
+  binary->readSlices();
+  return binary;
+}
+
+QVTMachOBinary::~QVTMachOBinary() { macho::QVTMachOFileDestroy(&file_); }
+
+void QVTMachOBinary::readSlices() {
+  const macho::Reach reach(file_.mappedFile);
+  std::uint64_t commandsLeft = kRepetitions * macho::commandLimit(reach);
+  std::uint64_t textLeft = macho::textLimit(reach);
+  macho::QVTMachOFileEnumerateSlices(&file_, [&](const macho::QVTMachOSlice* slice) {
+    slices_.push_back(QVTMachOSlice::initWithSlice(slice, commandsLeft, textLeft));
+  });
+}
+
+const std::string& QVTMachOBinary::instanceIdentifier() const {
+  if (instanceIdentifier_) return *instanceIdentifier_;
+  std::string text;
+  for (const auto& [name, index] : sortedNames(slices_)) {
+    const auto& uuid = slices_[index]->uuid();
+    if (!uuid) {
+      throw foundation::Exception(foundation::format(
+          "%@: slice %lu of %lu (%@) has no UUID, so the build cannot be identified", path(),
+          index + 1, slices_.size(), name));
+    }
+    text += *uuid;
+  }
+  instanceIdentifier_ = hashNSString(text);
+  return *instanceIdentifier_;
+}
+
+void QVTMachOBinary::enumerateUUIDs(const UUIDCallback& callback) const {
+  for (const auto& slice : slices_) callback(slice->uuid(), slice->architectureName());
+}
+
+std::shared_ptr<QVTMachOSlice> QVTMachOBinary::sliceForArchitecture(std::string_view name) const {
+  const auto found = std::ranges::find_if(
+      slices_, [&](const auto& slice) { return slice->architectureName() == name; });
+  return found == slices_.end() ? nullptr : *found;
+}
+
+std::string QVTMachOBinary::hashNSString(std::string_view text) {
+  return macho::QVTHashNSString(text);
+}
