@@ -33,12 +33,12 @@ class ChildProcess {
  public:
   struct Launch {
     /// Used as it stands: no look-up in PATH, no shell.
-    std::filesystem::path executable;
-    std::vector<std::string> arguments;
+    std::filesystem::path executable = {};
+    std::vector<std::string> arguments = {};
     /// Absent: the caller's.
-    std::optional<std::filesystem::path> workingDirectory;
+    std::optional<std::filesystem::path> workingDirectory = {};
     /// The child's whole environment; absent: the caller's.
-    std::optional<Environment> environment;
+    std::optional<Environment> environment = {};
   };
 
   /// Fails with the path and the system's text when the program cannot be started (missing, not

@@ -32,7 +32,7 @@ TEST(ProcessInfo, UniqueStringsAreUniqueInOtherProcessesToo) {
     EXPECT_TRUE(seen.insert(text).second) << text;
     EXPECT_EQ(text.find('/'), text.npos);
   };
-  for (int i = 0; i < 100; ++i) {
+  for (int i = 0; i < 20; ++i) {
     add(ProcessInfo::globallyUniqueString());
     add(test::inChildProcess(ProcessInfo::globallyUniqueString));
   }
