@@ -46,9 +46,20 @@ struct CodeBundle {
 /// numeric tails but the first.
 std::string identifierFromFileName(const std::filesystem::path& path);
 
-/// Nested code of a bundle, innermost first and loose files before the bundle that holds them:
-/// bundles with an Info.plist that names an executable which is there, and Mach-O files that are no
-/// bundle's executable. Folders of debug symbols (.dSYM) and links are not entered. Absolute paths.
+/// True for a folder with an Info.plist that names an executable which is there, or one whose name
+/// leads out of the folder (so that opening it says what is wrong). A bundle of resources only is
+/// none.
+bool isCodeBundle(const std::filesystem::path& folder);
+/// True for a regular file that is Mach-O of a kind that can be signed; a resource that only begins
+/// like one is none.
+bool isLooseCode(const std::filesystem::path& file);
+
+/// Nested bundles with code, innermost first; reads no file but their Info.plists. Only folders
+/// whose name has an extension count; folders of debug symbols (.dSYM) and links are not entered.
+Result<std::vector<std::filesystem::path>> nestedBundles(const CodeBundle& bundle);
+
+/// All nested code of a bundle: loose Mach-O files, then the bundles as above. Reads the start of
+/// every file.
 Result<std::vector<std::filesystem::path>> nestedCode(const CodeBundle& bundle);
 
 /// The bundle's executable or file, mapped and parsed.
