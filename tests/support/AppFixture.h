@@ -1,0 +1,47 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "foundation/Value.h"
+#include "tests/support/Identities.h"
+
+namespace test {
+
+/// Made once per test program, since a key and a compiler run take their time.
+const Family& signingFamily();
+/// A real executable of armv7 and arm64, in this order.
+const std::filesystem::path& universalExecutable();
+
+/// What an app says about itself; a small distribution build by default.
+struct AppOptions {
+  /// Of the bundle folder, ".app" included.
+  std::string folderName = "Example.app";
+  /// Merged over the default Info dictionary; a null value takes the key out.
+  foundation::Dictionary info = {};
+  /// Its certificates are those of `signingFamily()` unless it names others; two devices unless it
+  /// says otherwise.
+  ProfileOptions profile = exampleProfile();
+
+  static ProfileOptions exampleProfile();
+};
+
+/// A real app below `parent`: executable, Info.plist, profile in a signed message, resources in two
+/// languages and a symbolic link. Returns its path.
+std::filesystem::path makeApp(const std::filesystem::path& parent, const AppOptions& options = {});
+
+/// Packs the app as "Payload/<its name>" with `zip`, and `besides` (path in the archive to content)
+/// with it. The target's name may be anything. Returns it.
+std::filesystem::path packIPA(const std::filesystem::path& app, const std::filesystem::path& target,
+                              const std::map<std::string, std::string>& besides = {});
+
+/// An Xcode archive whose Products hold the app. Returns the path of the Products folder.
+std::filesystem::path makeArchive(const std::filesystem::path& archive,
+                                  const std::filesystem::path& app);
+
+/// The family's identity as one PEM file that only its owner reads.
+std::filesystem::path writeKeychain(const std::filesystem::path& target,
+                                    const Family& family = signingFamily());
+
+}  // namespace test
