@@ -1,0 +1,154 @@
+#include "signing/QVTCodeSigner.h"
+
+#include "QVTSharedUtils/QVTTask.h"
+#include "foundation/FileManager.h"
+#include "foundation/Format.h"
+#include "foundation/Path.h"
+#include "foundation/Text.h"
+#include "preparation/QVTFileSystemUtils.h"
+
+using foundation::Data;
+using foundation::Error;
+using foundation::ErrorSlot;
+
+namespace {
+
+Error signerError(long code, foundation::Dictionary userInfo = {}) {
+  return {.domain = std::string(QVTCodeSignerErrorDomain),
+          .code = code,
+          .userInfo = std::move(userInfo)};
+}
+
+foundation::Dictionary dictionaryOf(const foundation::Environment& environment) {
+  return {environment.begin(), environment.end()};
+}
+
+}  // namespace
+
+std::shared_ptr<QVTCodeSigner> QVTCodeSigner::initWithDeveloperCertificate(
+    std::shared_ptr<QVTDeveloperCertificate> developerCertificate) {
+  auto toolPath = QVTFileSystemUtils::pathForXcTool("codesign");
+  auto allocatePath = QVTFileSystemUtils::pathForXcTool("codesign_allocate");
+  if (!toolPath || !allocatePath) return nullptr;
+  std::shared_ptr<QVTCodeSigner> signer(new QVTCodeSigner);
+  signer->toolPath_ = *std::move(toolPath);
+  signer->allocatePath_ = *std::move(allocatePath);
+  signer->developerCertificate_ = std::move(developerCertificate);
+  return signer;
+}
+
+template <class... Arguments>
+void QVTCodeSigner::log(std::string_view text, const Arguments&... arguments) const {
+  if (logFunc_) logFunc_(foundation::format(text, arguments...));
+}
+
+bool QVTCodeSigner::checkToolPathsWithError(ErrorSlot error) const {
+  if (toolPath_.empty()) {
+    store(error, signerError(-4));
+    return false;
+  }
+  if (allocatePath_.empty()) {
+    store(error, signerError(-5));
+    return false;
+  }
+  return true;
+}
+
+bool QVTCodeSigner::launchCodeSignWithArgumentsErrorCode(const std::vector<std::string>& arguments,
+                                                         long code, ErrorSlot error) const {
+  const foundation::Environment environment{{"CODESIGN_ALLOCATE", allocatePath_}};
+  log("%@ %@", toolPath_, foundation::joined(arguments, " "));
+  bool succeeded = false;
+  QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(
+      toolPath_, std::nullopt, arguments, environment,
+      [&](const Data& errorData, const Data& outputData, std::int32_t status) {
+        succeeded = status == 0;
+        const std::string errorText = foundation::lossyUTF8(errorData.bytes());
+        const std::string outputText = foundation::lossyUTF8(outputData.bytes());
+        log("%@", errorText);
+        log("%@", outputText);
+        log("Status: %d", status);
+        if (succeeded) return;
+        store(
+            error,
+            signerError(code, {{"command", toolPath_},
+                               {"arguments", foundation::Array(arguments.begin(), arguments.end())},
+                               {"environment", dictionaryOf(environment)},
+                               {"status", status},
+                               {"stderr", errorText},
+                               {"stdout", outputText}}));
+      });
+  return succeeded;
+}
+
+/// Puts the profile into the app in place of the one that is there.
+bool QVTCodeSigner::installProfile(const std::string& appPath, ErrorSlot error) const {
+  namespace FileManager = foundation::FileManager;
+  if (!FileManager::fileExistsAtPath(*embeddedProfilePath_)) {
+    store(error, signerError(-1));
+    return false;
+  }
+  const std::string target =
+      foundation::appendingPathComponent(appPath, "embedded.mobileprovision");
+  if (FileManager::fileExistsAtPath(target)) {
+    if (auto removed = FileManager::removeItemAtPath(target); !removed) {
+      store(error, std::move(removed.error()));
+      return false;
+    }
+  }
+  auto copied = FileManager::copyItemAtPath(*embeddedProfilePath_, target);
+  if (!copied) store(error, std::move(copied.error()));
+  return copied.ok();
+}
+
+std::vector<std::string> QVTCodeSigner::signingArguments(const std::string& appPath) const {
+  std::vector<std::string> arguments{"--sign",
+                                     developerCertificate_->signingIdentity().value_or(""),
+                                     "--all-architectures", "--force"};
+  if (const auto& keychain = developerCertificate_->keychainPath()) {
+    arguments.insert(arguments.end(), {"--keychain", *keychain});
+  }
+  if (entitlementsPath_ && !QVTFileSystemUtils::isZeroByteFile(*entitlementsPath_)) {
+    arguments.insert(arguments.end(), {"--entitlements", *entitlementsPath_});
+  }
+  arguments.push_back(appPath);
+  return arguments;
+}
+
+bool QVTCodeSigner::sign(const std::optional<std::string>& appPath, ErrorSlot error) const {
+  if (!appPath) {
+    store(error, signerError(-1));
+    return false;
+  }
+  if (embeddedProfilePath_ && !installProfile(*appPath, error)) return false;
+  if (!launchCodeSignWithArgumentsErrorCode(signingArguments(*appPath), -2, error)) return false;
+  verifyCodeSigningForBundleAtPath(*appPath, error);
+  for (const auto& path : {entitlementsPath_, resourceRulesPath_}) {
+    if (path) static_cast<void>(foundation::FileManager::removeItemAtPath(*path));
+  }
+  return true;
+}
+
+bool QVTCodeSigner::verifyCodeSigningForBundleAtPath(const std::string& path,
+                                                     ErrorSlot error) const {
+  log("Verifying code sign at: %@", path);
+  std::optional<Error> failure;
+  if (!launchCodeSignWithArgumentsErrorCode({"-vv", path}, -3, &failure)) {
+    log("Warning: codesign verification failed: %@", find(failure->userInfo, "stderr"));
+  }
+  if (error) error->reset();
+  return true;
+}
+
+bool QVTCodeSigner::exportAppEntitlementsToPathResourceRulesToPath(
+    const std::string& appPath, const std::string& entitlementsPath,
+    const std::string& resourceRulesPath) const {
+  log("Exporting entitlements and resources from %@", appPath);
+  // The colon asks for the property list alone, without the header of its signature blob.
+  const bool succeeded = launchCodeSignWithArgumentsErrorCode(
+      {"--display", "--resource-rules", resourceRulesPath, "--entitlements",
+       foundation::format(":%@", entitlementsPath), appPath},
+      0);
+  return succeeded || (foundation::FileManager::fileExistsAtPath(entitlementsPath) &&
+                       foundation::FileManager::fileExistsAtPath(resourceRulesPath));
+}

@@ -1,0 +1,174 @@
+#include "signing/QVTIPABuilder.h"
+
+#include "QVTSharedUtils/QVTTask.h"
+#include "foundation/FileManager.h"
+#include "foundation/Path.h"
+#include "foundation/ProcessInfo.h"
+#include "foundation/PropertyList.h"
+#include "foundation/Text.h"
+#include "preparation/QVTFileSystemUtils.h"
+
+using foundation::appendingPathComponent;
+using foundation::Data;
+using foundation::Error;
+using foundation::Result;
+
+namespace FileManager = foundation::FileManager;
+namespace PropertyList = foundation::PropertyList;
+
+namespace {
+
+constexpr std::string_view kDistributionMark = "QuorvantileSignedForDistribution";
+constexpr std::string_view kBetaReports = "beta-reports-active";
+constexpr const char* kPayload = "Payload";
+
+std::string infoPlistOf(const std::string& appPath) {
+  return appendingPathComponent(appPath, "Info.plist");
+}
+
+/// A file that was named without a folder has the current one as its parent, which is there.
+Result<> makeParentOf(const std::string& path) {
+  const std::string parent = foundation::deletingLastPathComponent(path);
+  if (parent.empty()) return {};
+  return FileManager::createDirectoryWithIntermediates(parent);
+}
+
+std::optional<Error> errorOf(const Result<>& result) {
+  if (result) return std::nullopt;
+  return result.error();
+}
+
+}  // namespace
+
+std::shared_ptr<QVTIPABuilder> QVTIPABuilder::initWithProvisioningProfileDeveloperCertificate(
+    std::shared_ptr<QVTProvisioningProfile> profile,
+    std::shared_ptr<QVTDeveloperCertificate> developerCertificate) {
+  auto signer = QVTCodeSigner::initWithDeveloperCertificate(std::move(developerCertificate));
+  if (!signer) return nullptr;
+  std::shared_ptr<QVTIPABuilder> builder(new QVTIPABuilder);
+  builder->profile_ = std::move(profile);
+  builder->signer_ = std::move(signer);
+  return builder;
+}
+
+std::string QVTIPABuilder::workDirectory() const {
+  const auto temporary = FileManager::temporaryDirectory();
+  if (!temporary) throw foundation::Exception(temporary.error().localizedDescription());
+  return appendingPathComponent(appendingPathComponent(*temporary, "com.quorvantile.ipas"),
+                                foundation::ProcessInfo::newUUIDString());
+}
+
+bool QVTIPABuilder::packageSourceToDestinationPath(const std::string& source,
+                                                   const std::string& destination,
+                                                   foundation::ErrorSlot error) const {
+  const std::string workFolder = workDirectory();
+  auto failure = package(source, destination, workFolder);
+  if (!failure) {
+    QVTFileSystemUtils::removeItemAtPathIfPresent(workFolder);
+    return true;
+  }
+  failure->details.insert_or_assign("SourcePath", workFolder);
+  store(error, {.domain = std::string(QVTIPABuilderErrorDomain),
+                .code = failure->code,
+                .userInfo = std::move(failure->details)});
+  return false;
+}
+
+QVTIPABuilder::Failure QVTIPABuilder::failureOf(long code, const std::optional<Error>& underlying) {
+  Failure failure{.code = code, .details = {}};
+  if (underlying) failure.details.emplace("UnderlyingError", *underlying);
+  return failure;
+}
+
+QVTIPABuilder::Outcome QVTIPABuilder::package(const std::string& source,
+                                              const std::string& destination,
+                                              const std::string& workFolder) const {
+  const std::string payload = appendingPathComponent(workFolder, kPayload);
+  if (!QVTFileSystemUtils::removeItemAtPathIfPresent(payload)) return failureOf(kPreparingFolders);
+  if (const auto made = FileManager::createDirectoryWithIntermediates(payload); !made) {
+    return failureOf(kPreparingFolders, errorOf(made));
+  }
+  if (!QVTFileSystemUtils::copyItemToDirectory(source, payload)) return failureOf(kCopyingApp);
+  const std::string app = appendingPathComponent(payload, foundation::lastPathComponent(source));
+  if (!infoPlistAlreadyHasDistribution(app)) {
+    if (auto failure = resign(app, payload)) return failure;
+  }
+  if (const auto made = makeParentOf(destination); !made) {
+    return failureOf(kPreparingFolders, errorOf(made));
+  }
+  return zip(destination, workFolder);
+}
+
+QVTIPABuilder::Outcome QVTIPABuilder::resign(const std::string& app,
+                                             const std::string& payload) const {
+  std::optional<Error> error;
+  if (!signer_->checkToolPathsWithError(&error)) return failureOf(kFindingTools, error);
+  if (!signer_->verifyCodeSigningForBundleAtPath(app, &error)) return failureOf(kVerifying, error);
+  const std::string entitlements = appendingPathComponent(payload, "entitlements.xml");
+  const std::string resourceRules = appendingPathComponent(payload, "resource_rules.xml");
+  if (!signer_->exportAppEntitlementsToPathResourceRulesToPath(app, entitlements, resourceRules)) {
+    return failureOf(kExportingEntitlements);
+  }
+  if (!repairEntitlements(entitlements)) return failureOf(kRepairingEntitlements);
+  signer_->setEntitlementsPath(entitlements);
+  signer_->setResourceRulesPath(resourceRules);
+  signer_->setEmbeddedProfilePath(profile_->path());
+  // The mark comes before the signature, which covers it.
+  if (!markInfoPlistForDistributionAtAppPath(app)) return failureOf(kMarkingInfoPlist);
+  return signApp(app);
+}
+
+QVTIPABuilder::Outcome QVTIPABuilder::signApp(const std::string& app) const {
+  std::optional<Error> error;
+  if (signer_->sign(app, &error)) return std::nullopt;
+  switch (error ? error->code : 0) {
+    case -1:
+      return failureOf(kSigningWithoutInput, error);
+    case -3:
+      return failureOf(kSigningVerification, error);
+    default:
+      return failureOf(kSigning, error);
+  }
+}
+
+QVTIPABuilder::Outcome QVTIPABuilder::zip(const std::string& destination,
+                                          const std::string& workFolder) const {
+  const std::string tool = QVTFileSystemUtils::pathForShellTool("zip").value_or("");
+  const std::vector<std::string> arguments{"-q", "--symlinks", "-r", destination, kPayload};
+  Outcome outcome;
+  QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(
+      tool, workFolder, arguments, foundation::Environment(),
+      [&](const Data& errorData, const Data& outputData, std::int32_t status) {
+        if (status == 0) return;
+        outcome = Failure{
+            .code = kZipping,
+            .details = {{"command", tool},
+                        {"arguments", foundation::Array(arguments.begin(), arguments.end())},
+                        {"status", status},
+                        {"stderr", foundation::lossyUTF8(errorData.bytes())},
+                        {"stdout", foundation::lossyUTF8(outputData.bytes())}}};
+      });
+  return outcome;
+}
+
+bool QVTIPABuilder::repairEntitlements(const std::string& path) const {
+  auto entitlements = PropertyList::dictionaryWithContentsOfFile(path);
+  if (!entitlements) return false;
+  if (const auto found = entitlements->find(kBetaReports); found != entitlements->end()) {
+    entitlements->erase(found);
+  }
+  return PropertyList::writeToFileAtomically(*std::move(entitlements), path).ok();
+}
+
+bool QVTIPABuilder::infoPlistAlreadyHasDistribution(const std::string& appPath) const {
+  const auto info = PropertyList::dictionaryWithContentsOfFile(infoPlistOf(appPath));
+  return info && boolAt(*info, kDistributionMark);
+}
+
+bool QVTIPABuilder::markInfoPlistForDistributionAtAppPath(const std::string& appPath) const {
+  const std::string path = infoPlistOf(appPath);
+  auto info = PropertyList::dictionaryWithContentsOfFile(path);
+  if (!info) return false;
+  info->insert_or_assign(std::string(kDistributionMark), true);
+  return PropertyList::writeToFileAtomically(*std::move(info), path).ok();
+}

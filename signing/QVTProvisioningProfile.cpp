@@ -1,0 +1,231 @@
+#include "signing/QVTProvisioningProfile.h"
+
+#include <algorithm>
+
+#include "foundation/FileManager.h"
+#include "foundation/Format.h"
+#include "foundation/Path.h"
+#include "foundation/PropertyList.h"
+#include "foundation/SystemLog.h"
+#include "foundation/Text.h"
+
+using foundation::Dictionary;
+using foundation::isEqual;
+
+namespace {
+
+constexpr std::string_view kPropertyListStart = "<?xml";
+constexpr std::string_view kPropertyListEnd = "</plist>";
+
+/// The property list in a signed message. The slice that is searched for its end begins at the XML
+/// and is as long as the message up to that end: the header before the XML is about as long as what
+/// the slice takes in behind it.
+std::optional<std::string_view> propertyListIn(std::string_view message) {
+  const auto start = message.rfind(kPropertyListStart);
+  const auto end = message.rfind(kPropertyListEnd);
+  if (start == message.npos || end == message.npos) return std::nullopt;
+  if (end > message.size() - start) return std::nullopt;
+  const auto slice = message.substr(start, end);
+  const auto endInSlice = slice.find(kPropertyListEnd);
+  if (endInSlice == slice.npos) return std::nullopt;
+  return slice.substr(0, endInSlice + kPropertyListEnd.size());
+}
+
+std::string removingEvery(std::string_view text, std::string_view piece) {
+  std::string kept;
+  for (auto at = text.find(piece); at != text.npos; at = text.find(piece)) {
+    kept += text.substr(0, at);
+    text.remove_prefix(at + piece.size());
+  }
+  return kept += text;
+}
+
+bool isProfileName(std::string_view name) {
+  return name.ends_with("mobileprovision") || name.ends_with("provisionprofile");
+}
+
+}  // namespace
+
+std::shared_ptr<QVTProvisioningProfile> QVTProvisioningProfile::initWithPath(
+    const std::optional<std::string>& path) {
+  return initWithPathKeychainPath(path, std::nullopt);
+}
+
+std::shared_ptr<QVTProvisioningProfile> QVTProvisioningProfile::initWithPathKeychainPath(
+    const std::optional<std::string>& path, const std::optional<std::string>& keychainPath) {
+  if (!path || !foundation::FileManager::fileExistsAtPath(*path)) return nullptr;
+  const auto dictionary = dictionaryForMobileProvisionAtPath(*path);
+  if (!dictionary) return nullptr;
+  const std::shared_ptr<QVTProvisioningProfile> profile(new QVTProvisioningProfile);
+  profile->path_ = *path;
+  profile->creationDate_ = dateAt(*dictionary, "CreationDate");
+  if (const auto* certificates = arrayAt(*dictionary, "DeveloperCertificates")) {
+    profile->developerCertificates_ =
+        parseDeveloperCertificatesKeychainPath(*certificates, keychainPath);
+  }
+  if (!profile->readPrefix(*dictionary)) return nullptr;
+  profile->readEntitlements(*dictionary);
+  profile->expirationDate_ = dateAt(*dictionary, "ExpirationDate");
+  profile->name_ = stringAt(*dictionary, "Name");
+  profile->uuid_ = stringAt(*dictionary, "UUID");
+  profile->readDevices(*dictionary);
+  profile->mobile_ = path->ends_with("mobileprovision");
+  profile->provisionsAllDevices_ = boolAt(*dictionary, "ProvisionsAllDevices");
+  return profile;
+}
+
+/// False when there is a list of prefixes without a first one.
+bool QVTProvisioningProfile::readPrefix(const Dictionary& dictionary) {
+  if (const auto* prefixes = arrayAt(dictionary, "ApplicationIdentifierPrefix")) {
+    if (prefixes->empty()) return false;
+    if (const auto* first = prefixes->front().string()) applicationIdentifierPrefix_ = *first;
+  }
+  applicationIdentifierPrefixWildCard_ = foundation::format("%@.*", applicationIdentifierPrefix_);
+  return true;
+}
+
+void QVTProvisioningProfile::readEntitlements(const Dictionary& dictionary) {
+  const auto* entitlements = dictionaryAt(dictionary, "Entitlements");
+  if (!entitlements) return;
+  getTaskAllow_ = boolAt(*entitlements, "get-task-allow");
+  bundleIdentifierWithAppIdPrefix_ = stringAt(*entitlements, "application-identifier");
+  if (!bundleIdentifierWithAppIdPrefix_) return;
+  bundleIdentifier_ = removingEvery(*bundleIdentifierWithAppIdPrefix_,
+                                    foundation::format("%@.", applicationIdentifierPrefix_));
+}
+
+void QVTProvisioningProfile::readDevices(const Dictionary& dictionary) {
+  const auto* devices = arrayAt(dictionary, "ProvisionedDevices");
+  if (!devices) return;
+  for (const auto& device : *devices) {
+    if (const auto* identifier = device.string()) provisionedDevices_.insert(*identifier);
+  }
+}
+
+bool QVTProvisioningProfile::hasWildcardsInBundleIdentifier() const {
+  return bundleIdentifier_ && bundleIdentifier_->find('*') != std::string::npos;
+}
+
+std::optional<Dictionary> QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(
+    const std::string& path) {
+  const auto message = foundation::FileManager::contentsOfFile(path);
+  if (!message) return std::nullopt;
+  const auto text = propertyListIn(message->text());
+  if (!text) return std::nullopt;
+  auto parsed = foundation::PropertyList::parse(foundation::bytesOf(*text));
+  if (!parsed) {
+    foundation::systemLog("Error serializing provision data %@", parsed.error());
+    return std::nullopt;
+  }
+  auto* dictionary = parsed->dictionary();
+  if (!dictionary) return std::nullopt;
+  return std::move(*dictionary);
+}
+
+QVTProvisioningProfile::Certificates QVTProvisioningProfile::parseDeveloperCertificatesKeychainPath(
+    const foundation::Array& certificates, const std::optional<std::string>& keychainPath) {
+  Certificates parsed;
+  for (const auto& entry : certificates) {
+    const auto* data = entry.data();
+    if (!data) continue;
+    if (auto certificate = QVTDeveloperCertificate::initWithDataKeychainPath(*data, keychainPath)) {
+      parsed.push_back(std::move(certificate));
+    }
+  }
+  return parsed;
+}
+
+std::shared_ptr<QVTDeveloperCertificate> QVTProvisioningProfile::certForCodeSignIdentity(
+    const std::optional<std::string>& identity) const {
+  const auto found = std::ranges::find_if(developerCertificates_, [&](const auto& certificate) {
+    return isEqual(certificate->signingIdentity(), identity);
+  });
+  return found == developerCertificates_.end() ? nullptr : *found;
+}
+
+std::shared_ptr<QVTDeveloperCertificate> QVTProvisioningProfile::certWithPrivateKeyAvailableOrError(
+    foundation::ErrorSlot error) const {
+  std::string names;
+  for (const auto& certificate : developerCertificates_) {
+    if (certificate->isPrivateKeyAvailable()) return certificate;
+    names += foundation::format("%@\n", certificate->commonName());
+  }
+  store(error, {.domain = std::string(QVTProvisioningProfileErrorDomain),
+                .code = -1,
+                .userInfo = {{"SourcePath", path_}, {"Details", names}}});
+  return nullptr;
+}
+
+std::shared_ptr<QVTDeveloperCertificate> QVTProvisioningProfile::certWithPrivateKeyAvailable()
+    const {
+  return certWithPrivateKeyAvailableOrError(nullptr);
+}
+
+bool QVTProvisioningProfile::matchesBundleIdentifier(
+    const std::optional<std::string>& bundleIdentifier) const {
+  using Components = std::vector<std::string>;
+  if (!bundleIdentifier_) return true;
+  const Components own = foundation::split(*bundleIdentifier_, '.');
+  const Components given =
+      bundleIdentifier ? foundation::split(*bundleIdentifier, '.') : Components();
+  for (std::size_t i = 0; i < own.size(); ++i) {
+    if (own[i] == "*") continue;
+    if (i >= given.size() || own[i] != given[i]) return false;
+  }
+  return true;
+}
+
+bool QVTProvisioningProfile::isSupersededBy(const QVTProvisioningProfile& other) const {
+  return !isEqual(other.uuid_, uuid_) && isEqual(other.name_, name_) && other.mobile_ == mobile_ &&
+         isEqual(other.bundleIdentifierWithAppIdPrefix_, bundleIdentifierWithAppIdPrefix_) &&
+         other.creationDate_ && creationDate_ && *other.creationDate_ > *creationDate_;
+}
+
+std::shared_ptr<QVTProvisioningProfile>
+QVTProvisioningProfile::findNewerMatchForProvisioningProfile() const {
+  auto kept = installedProfiles();
+  std::erase_if(kept, [this](const auto& profile) { return !isSupersededBy(*profile); });
+  const auto newest = std::ranges::max_element(
+      kept, {}, [](const auto& profile) { return *profile->creationDate_; });
+  return newest == kept.end() ? nullptr : *newest;
+}
+
+std::vector<std::string> QVTProvisioningProfile::profileDirectories() {
+  return {foundation::expandingTilde("~/Library/MobileDevice/Provisioning Profiles")};
+}
+
+std::vector<std::shared_ptr<QVTProvisioningProfile>> QVTProvisioningProfile::installedProfiles() {
+  std::vector<std::shared_ptr<QVTProvisioningProfile>> profiles;
+  for (const auto& folder : profileDirectories()) {
+    const auto names = foundation::FileManager::contentsOfDirectoryAtPath(folder);
+    if (!names) continue;
+    for (const auto& name : *names) {
+      if (!isProfileName(name)) continue;
+      auto profile = initWithPath(foundation::appendingPathComponent(folder, name));
+      if (profile) profiles.push_back(std::move(profile));
+    }
+  }
+  return profiles;
+}
+
+std::shared_ptr<QVTProvisioningProfile> QVTProvisioningProfile::mobileProfileWithUUID(
+    const std::optional<std::string>& uuid) {
+  const std::string name = foundation::format("%@.mobileprovision", uuid);
+  for (const auto& folder : profileDirectories()) {
+    const std::string path = foundation::appendingPathComponent(folder, name);
+    if (foundation::FileManager::fileExistsAtPath(path)) return initWithPath(path);
+  }
+  return nullptr;
+}
+
+std::shared_ptr<QVTProvisioningProfile> QVTProvisioningProfile::copyWithZone() const {
+  const std::shared_ptr<QVTProvisioningProfile> copy(new QVTProvisioningProfile(*this));
+  copy->uuid_.reset();
+  return copy;
+}
+
+std::string QVTProvisioningProfile::description() const {
+  const std::string object =
+      foundation::format("<QVTProvisioningProfile: %p>", static_cast<const void*>(this));
+  return foundation::format("%@ %@ %@", object, name_, bundleIdentifier_);
+}

@@ -1,0 +1,120 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundation/Result.h"
+#include "foundation/Value.h"
+#include "signing/QVTDeveloperCertificate.h"
+
+inline constexpr std::string_view QVTProvisioningProfileErrorDomain =
+    "QVTProvisioningProfileErrorDomain";
+
+/// A provisioning profile: who may run which app, signed with which certificates. A field whose key
+/// is missing, or whose value is of another type, is absent.
+class QVTProvisioningProfile {
+ public:
+  using Certificates = std::vector<std::shared_ptr<QVTDeveloperCertificate>>;
+
+  /// Looks for private keys in the default keychains.
+  static std::shared_ptr<QVTProvisioningProfile> initWithPath(
+      const std::optional<std::string>& path);
+  /// Empty when there is no file, when it yields no dictionary, and when its list of identifier
+  /// prefixes is there but empty.
+  static std::shared_ptr<QVTProvisioningProfile> initWithPathKeychainPath(
+      const std::optional<std::string>& path, const std::optional<std::string>& keychainPath);
+
+  [[nodiscard]] const std::string& path() const { return path_; }
+  /// In the file's order, without those that cannot be read.
+  [[nodiscard]] const Certificates& developerCertificates() const { return developerCertificates_; }
+  [[nodiscard]] const std::optional<std::string>& bundleIdentifier() const {
+    return bundleIdentifier_;
+  }
+  [[nodiscard]] const std::optional<std::string>& bundleIdentifierWithAppIdPrefix() const {
+    return bundleIdentifierWithAppIdPrefix_;
+  }
+  [[nodiscard]] bool getTaskAllow() const { return getTaskAllow_; }
+  /// True for an iOS profile, by the file's name.
+  [[nodiscard]] bool mobile() const { return mobile_; }
+  [[nodiscard]] const std::optional<foundation::Date>& expirationDate() const {
+    return expirationDate_;
+  }
+  [[nodiscard]] const std::optional<std::string>& name() const { return name_; }
+  [[nodiscard]] const std::optional<std::string>& UUID() const { return uuid_; }
+  [[nodiscard]] const std::set<std::string>& provisionedDevices() const {
+    return provisionedDevices_;
+  }
+  [[nodiscard]] const std::optional<std::string>& applicationIdentifierPrefix() const {
+    return applicationIdentifierPrefix_;
+  }
+  [[nodiscard]] const std::string& applicationIdentifierPrefixWildCard() const {
+    return applicationIdentifierPrefixWildCard_;
+  }
+  [[nodiscard]] bool provisionsAllDevices() const { return provisionsAllDevices_; }
+  [[nodiscard]] bool hasWildcardsInBundleIdentifier() const;
+  [[nodiscard]] const std::optional<foundation::Date>& creationDate() const {
+    return creationDate_;
+  }
+
+  /// The property list inside the signed message, cut out by text search; the signature is not
+  /// looked at. Absent when it cannot be found, cut out or parsed, or is no dictionary.
+  static std::optional<foundation::Dictionary> dictionaryForMobileProvisionAtPath(
+      const std::string& path);
+  /// Entries that are no certificates are left out.
+  static Certificates parseDeveloperCertificatesKeychainPath(
+      const foundation::Array& certificates, const std::optional<std::string>& keychainPath);
+
+  /// The first certificate with exactly this signing identity; empty without one.
+  [[nodiscard]] std::shared_ptr<QVTDeveloperCertificate> certForCodeSignIdentity(
+      const std::optional<std::string>& identity) const;
+  /// The first certificate whose private key is at hand; without one the error is -1, and its
+  /// "Details" name every certificate.
+  std::shared_ptr<QVTDeveloperCertificate> certWithPrivateKeyAvailableOrError(
+      foundation::ErrorSlot error) const;
+  [[nodiscard]] std::shared_ptr<QVTDeveloperCertificate> certWithPrivateKeyAvailable() const;
+
+  /// Compares component by component; "*" stands for any one. Components beyond this profile's are
+  /// not looked at, so a profile for com.example also matches com.example.app.
+  [[nodiscard]] bool matchesBundleIdentifier(
+      const std::optional<std::string>& bundleIdentifier) const;
+  /// The newest installed profile of the same name, kind and identifier that is newer than this
+  /// one; empty without one.
+  [[nodiscard]] std::shared_ptr<QVTProvisioningProfile> findNewerMatchForProvisioningProfile()
+      const;
+
+  static std::vector<std::string> profileDirectories();
+  static std::vector<std::shared_ptr<QVTProvisioningProfile>> installedProfiles();
+  static std::shared_ptr<QVTProvisioningProfile> mobileProfileWithUUID(
+      const std::optional<std::string>& uuid);
+
+  /// A copy of every field but the UUID, which the copy has not.
+  [[nodiscard]] std::shared_ptr<QVTProvisioningProfile> copyWithZone() const;
+  [[nodiscard]] std::string description() const;
+
+ private:
+  QVTProvisioningProfile() = default;
+  QVTProvisioningProfile(const QVTProvisioningProfile&) = default;
+  bool readPrefix(const foundation::Dictionary& dictionary);
+  void readEntitlements(const foundation::Dictionary& dictionary);
+  void readDevices(const foundation::Dictionary& dictionary);
+  [[nodiscard]] bool isSupersededBy(const QVTProvisioningProfile& other) const;
+
+  std::string path_;
+  Certificates developerCertificates_;
+  std::optional<std::string> bundleIdentifier_;
+  std::optional<std::string> bundleIdentifierWithAppIdPrefix_;
+  bool getTaskAllow_ = false;
+  bool mobile_ = false;
+  std::optional<foundation::Date> expirationDate_;
+  std::optional<std::string> name_;
+  std::optional<std::string> uuid_;
+  std::set<std::string> provisionedDevices_;
+  std::optional<std::string> applicationIdentifierPrefix_;
+  std::string applicationIdentifierPrefixWildCard_;
+  bool provisionsAllDevices_ = false;
+  std::optional<foundation::Date> creationDate_;
+};
