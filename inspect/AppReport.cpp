@@ -1,0 +1,117 @@
+#include <chrono>
+
+#include "inspect/AppSource.h"
+#include "inspect/Commands.h"
+#include "inspect/HandOffCheck.h"
+#include "inspect/MachOReport.h"
+#include "inspect/ProfileReport.h"
+#include "macho/QVTMachOBinary.h"
+#include "signing/QVTProvisioningProfile.h"
+
+namespace inspect {
+
+using foundation::Dictionary;
+using foundation::Value;
+
+namespace {
+
+foundation::Date currentTime() {
+  return std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+}
+
+Value describeExecutable(const foundation::Bundle& bundle) {
+  const auto path = bundle.executablePath();
+  const auto binary = path ? QVTMachOBinary::MachOBinaryWithPath(*path) : nullptr;
+  return binary ? describeBinary(*binary) : Value();
+}
+
+Value describeResource(const QVTCodeSignedResource& resource, const QVTProvisioningProfile* profile,
+                       const std::optional<std::string>& keychain) {
+  return Dictionary{
+      {"path", orNull(resource.path())},
+      {"bundleIdentifier", orNull(resource.bundleIdentifier())},
+      {"displayVersion", orNull(resource.displayVersion())},
+      {"buildVersion", orNull(resource.buildVersion())},
+      {"creationDate", orNull(resource.creationDate())},
+      {"provisioningProfilePath", orNull(resource.provisioningProfilePath())},
+      {"macho", describeExecutable(*resource.bundle())},
+      {"profile", profile ? describeProfile(*profile, keychain, currentTime()) : Value()}};
+}
+
+void showApp(const Value& document, bool detailed, TextOutput& text) {
+  text.fields(fieldsOf(document, {"path", "bundleIdentifier", "displayVersion", "buildVersion",
+                                  "creationDate", "provisioningProfilePath"}));
+  text.heading("macho");
+  if (const Value* binary = document.find("macho"); binary->dictionary()) {
+    showBinary(*binary, {.withDylibs = detailed}, text);
+  } else {
+    text.line("no executable that can be read", TextOutput::Tone::bad);
+  }
+  text.heading("profile");
+  if (const Value* profile = document.find("profile"); profile->dictionary()) {
+    showProfile(*profile, {.withPeople = detailed}, text);
+  } else {
+    text.line("no provisioning profile that can be read", TextOutput::Tone::bad);
+  }
+}
+
+std::string_view severityName(Finding::Severity severity) {
+  return severity == Finding::Severity::failure ? "failure" : "warning";
+}
+
+int statusOf(const Findings& findings) {
+  int status = 0;
+  for (const auto& finding : findings) {
+    if (finding.severity == Finding::Severity::failure) return 1;
+    status = 3;
+  }
+  return status;
+}
+
+void showFindings(const Findings& findings, TextOutput& text) {
+  if (findings.empty())
+    text.line("Nothing found that would stop this hand-off.", TextOutput::Tone::good);
+  for (const auto& finding : findings) {
+    const bool isFailure = finding.severity == Finding::Severity::failure;
+    text.line(std::string(severityName(finding.severity)) + ": " + printable(finding.problem) +
+                  ": " + finding.advice,
+              isFailure ? TextOutput::Tone::bad : TextOutput::Tone::warning);
+  }
+}
+
+}  // namespace
+
+foundation::Result<Report> reportApp(const Arguments& arguments) {
+  const auto source = AppSource::open(arguments.operands()[0]);
+  if (!source) return source.error();
+  const auto keychain = arguments.value("--keychain");
+  const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(
+      source->resource().provisioningProfilePath(), keychain);
+  Value document = describeResource(source->resource(), profile.get(), keychain);
+  const bool detailed = arguments.has("-v");
+  return Report{document,
+                [document, detailed](TextOutput& text) { showApp(document, detailed, text); }};
+}
+
+foundation::Result<Report> reportHandOffCheck(const Arguments& arguments) {
+  const auto source = AppSource::open(arguments.operands()[0]);
+  if (!source) return source.error();
+  const auto keychain = arguments.value("--keychain");
+  const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(
+      source->resource().provisioningProfilePath(), keychain);
+  const Findings findings = checkHandOff({.resource = source->resource(),
+                                          .profile = profile.get(),
+                                          .keychainPath = keychain,
+                                          .symbolsPath = arguments.value("--dsym"),
+                                          .now = currentTime()});
+  foundation::Array entries;
+  for (const auto& finding : findings) {
+    entries.push_back(Dictionary{{"severity", severityName(finding.severity)},
+                                 {"problem", finding.problem},
+                                 {"advice", finding.advice}});
+  }
+  return Report{Dictionary{{"findings", std::move(entries)}},
+                [findings](TextOutput& text) { showFindings(findings, text); }, statusOf(findings)};
+}
+
+}  // namespace inspect

@@ -1,0 +1,87 @@
+#include "inspect/AppSource.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+#include <stdlib.h>
+
+#include "foundation/FileManager.h"
+#include "foundation/Path.h"
+#include "inspect/Arguments.h"
+#include "preparation/QVTIPA.h"
+#include "preparation/QVTInfoPlist.h"
+#include "xcode/QVTXcodeArchive.h"
+
+namespace inspect {
+
+using foundation::Result;
+
+namespace {
+
+std::shared_ptr<QVTCodeSignedResource> resourceOfApp(const std::string& path) {
+  auto bundle = foundation::Bundle::bundleWithPath(path);
+  if (!bundle) return nullptr;
+  const auto info = QVTInfoPlist::initWithAppDirectory(path);
+  auto resource = std::make_shared<QVTCodeSignedResource>();
+  resource->setPath(path);
+  resource->setBundle(std::move(bundle));
+  resource->setBundleIdentifier(info->bundleIdentifier());
+  resource->setDisplayVersion(info->displayVersion());
+  resource->setBuildVersion(info->buildVersion());
+  resource->setProvisioningProfilePath(
+      foundation::appendingPathComponent(path, "embedded.mobileprovision"));
+  return resource;
+}
+
+/// Where the inflating code puts its folders is this process's temporary folder, so that is moved.
+std::shared_ptr<QVTCodeSignedResource> resourceOfIPA(const std::string& path,
+                                                     const PrivateFolder& folder) {
+  ::setenv("TMPDIR", folder.path().c_str(), 1);
+  return QVTIPA::initWithPath(path);
+}
+
+}  // namespace
+
+Result<PrivateFolder> PrivateFolder::make() {
+  const auto parent = foundation::FileManager::temporaryDirectory();
+  if (!parent) return parent.error();
+  std::string name = *parent + "sendoff-inspect-XXXXXX";
+  if (!::mkdtemp(name.data()))
+    return foundation::posixError(errno, "cannot make a folder in " + *parent, *parent);
+  return PrivateFolder(name);
+}
+
+PrivateFolder::~PrivateFolder() {
+  if (path_.empty()) return;
+  [[maybe_unused]] const auto removed = foundation::FileManager::removeItemAtPath(path_);
+}
+
+Result<AppSource> AppSource::open(const std::string& path) {
+  AppSource source;
+  if (!foundation::FileManager::fileExistsAtPath(path)) return inputError("nothing is at " + path);
+  if (!foundation::FileManager::isDirectoryAtPath(path)) {
+    auto folder = PrivateFolder::make();
+    if (!folder) return folder.error();
+    source.folder_.emplace(std::move(*folder));
+    source.resource_ = resourceOfIPA(path, *source.folder_);
+    if (!source.resource_)
+      return inputError("cannot read " + path + " as an .ipa: no zip, or no app in its Payload");
+    return source;
+  }
+  if (foundation::pathExtension(path) == "xcarchive") {
+    source.resource_ = QVTXcodeArchive::initWithURL(foundation::URL::fileURLWithPath(path));
+    if (!source.resource_)
+      return inputError("cannot read " + path +
+                        " as an archive: no Info.plist, or its app is missing");
+    return source;
+  }
+  if (!foundation::FileManager::fileExistsAtPath(
+          foundation::appendingPathComponent(path, "Info.plist"))) {
+    return inputError("cannot read " + path + " as an app: it has no Info.plist");
+  }
+  source.resource_ = resourceOfApp(path);
+  if (!source.resource_) return inputError("cannot open " + path + " as an app");
+  return source;
+}
+
+}  // namespace inspect

@@ -1,0 +1,178 @@
+#include "inspect/ProfileReport.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "foundation/Digest.h"
+#include "foundation/Text.h"
+#include "inspect/Commands.h"
+#include "signing/QVTDeveloperCertificate.h"
+#include "signing/QVTProvisioningProfile.h"
+
+namespace inspect {
+
+using foundation::Dictionary;
+using foundation::Value;
+
+namespace {
+
+Value daysUntil(const std::optional<foundation::Date>& date, foundation::Date now) {
+  if (!date) return {};
+  return std::int64_t{std::chrono::floor<std::chrono::days>(*date - now).count()};
+}
+
+Value describeCertificate(const foundation::Data& der,
+                          const std::optional<std::string>& keychainPath) {
+  const auto certificate = QVTDeveloperCertificate::initWithDataKeychainPath(der, keychainPath);
+  if (!certificate) return {};
+  return Dictionary{{"commonName", orNull(certificate->commonName())},
+                    {"subjectSummary", orNull(certificate->subjectSummary())},
+                    {"organizationName", orNull(certificate->organizationName())},
+                    {"isPrivateKeyAvailable", certificate->isPrivateKeyAvailable()},
+                    {"signingIdentity", orNull(certificate->signingIdentity())},
+                    {"sha1", foundation::uppercaseHex(foundation::sha1(der.bytes()))}};
+}
+
+/// Read from the file again: the certificate objects keep no digest without a private key.
+Value describeCertificates(const std::string& path,
+                           const std::optional<std::string>& keychainPath) {
+  foundation::Array result;
+  const auto dictionary = QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(path);
+  const auto* entries =
+      dictionary ? foundation::arrayAt(*dictionary, "DeveloperCertificates") : nullptr;
+  if (!entries) return result;
+  for (const auto& entry : *entries) {
+    if (!entry.data()) continue;
+    Value certificate = describeCertificate(*entry.data(), keychainPath);
+    if (certificate.type() != Value::Type::null) result.push_back(std::move(certificate));
+  }
+  return result;
+}
+
+Value describeNewerMatch(const QVTProvisioningProfile& profile) {
+  const auto newer = profile.findNewerMatchForProvisioningProfile();
+  if (!newer) return {};
+  return Dictionary{{"path", newer->path()},
+                    {"UUID", orNull(newer->UUID())},
+                    {"creationDate", orNull(newer->creationDate())},
+                    {"expirationDate", orNull(newer->expirationDate())}};
+}
+
+std::size_t withKey(const Value& document) {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      entriesAt(document, "developerCertificates"),
+      [](const Value& c) { return *c.find("isPrivateKeyAvailable")->boolean(); }));
+}
+
+void showCounts(const Value& document, TextOutput& text) {
+  const auto certificates = entriesAt(document, "developerCertificates").size();
+  text.fields(
+      {{"developerCertificates", counted(certificates, "certificate") + ", " +
+                                     std::to_string(withKey(document)) + " with a private key"},
+       {"provisionedDevices",
+        counted(entriesAt(document, "provisionedDevices").size(), "device")}});
+}
+
+void showPeople(const Value& document, TextOutput& text) {
+  text.heading("developerCertificates");
+  std::vector<TextOutput::Row> rows;
+  for (const auto& certificate : entriesAt(document, "developerCertificates")) {
+    rows.push_back({textAt(certificate, "commonName").value_or("-"),
+                    textAt(certificate, "organizationName").value_or("-"),
+                    *certificate.find("isPrivateKeyAvailable")->boolean() ? "yes" : "no",
+                    textAt(certificate, "sha1").value_or("-")});
+  }
+  text.table({"common name", "organization", "key", "SHA-1"}, rows);
+  text.heading("provisionedDevices");
+  for (const auto& device : entriesAt(document, "provisionedDevices")) {
+    text.line(printable(*device.string()));
+  }
+}
+
+Value describeInstalled() {
+  foundation::Array profiles;
+  const auto now =
+      std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+  for (const auto& profile : QVTProvisioningProfile::installedProfiles()) {
+    profiles.push_back(describeProfile(*profile, std::nullopt, now));
+  }
+  std::ranges::stable_sort(profiles, {},
+                           [](const Value& p) { return textAt(p, "name").value_or(""); });
+  return Dictionary{{"profiles", std::move(profiles)}};
+}
+
+void showInstalled(const Value& document, TextOutput& text) {
+  std::vector<TextOutput::Row> rows;
+  for (const auto& profile : entriesAt(document, "profiles")) {
+    rows.push_back(
+        {textAt(profile, "name").value_or("-"), textAt(profile, "bundleIdentifier").value_or("-"),
+         textAt(profile, "daysToExpiry").value_or("-"), textAt(profile, "UUID").value_or("-")});
+  }
+  text.table({"name", "bundle identifier", "days left", "UUID"}, rows);
+  if (rows.empty())
+    text.line("no profile is installed in " + QVTProvisioningProfile::profileDirectories().front());
+}
+
+}  // namespace
+
+Value describeProfile(const QVTProvisioningProfile& profile,
+                      const std::optional<std::string>& keychainPath, foundation::Date now) {
+  const auto& devices = profile.provisionedDevices();
+  std::vector<std::string> sortedDevices(devices.begin(), devices.end());
+  std::ranges::sort(sortedDevices);
+  return Dictionary{
+      {"path", profile.path()},
+      {"name", orNull(profile.name())},
+      {"UUID", orNull(profile.UUID())},
+      {"bundleIdentifier", orNull(profile.bundleIdentifier())},
+      {"bundleIdentifierWithAppIdPrefix", orNull(profile.bundleIdentifierWithAppIdPrefix())},
+      {"applicationIdentifierPrefix", orNull(profile.applicationIdentifierPrefix())},
+      {"applicationIdentifierPrefixWildCard", profile.applicationIdentifierPrefixWildCard()},
+      {"hasWildcardsInBundleIdentifier", profile.hasWildcardsInBundleIdentifier()},
+      {"getTaskAllow", profile.getTaskAllow()},
+      {"mobile", profile.mobile()},
+      {"provisionsAllDevices", profile.provisionsAllDevices()},
+      {"creationDate", orNull(profile.creationDate())},
+      {"expirationDate", orNull(profile.expirationDate())},
+      {"daysToExpiry", daysUntil(profile.expirationDate(), now)},
+      {"provisionedDevices", arrayOf(sortedDevices)},
+      {"developerCertificates", describeCertificates(profile.path(), keychainPath)},
+      {"newerMatch", describeNewerMatch(profile)}};
+}
+
+void showProfile(const Value& document, const ProfileTextOptions& options, TextOutput& text) {
+  text.fields(fieldsOf(
+      document, {"path", "name", "UUID", "bundleIdentifier", "bundleIdentifierWithAppIdPrefix",
+                 "applicationIdentifierPrefix", "applicationIdentifierPrefixWildCard",
+                 "hasWildcardsInBundleIdentifier", "getTaskAllow", "mobile", "provisionsAllDevices",
+                 "creationDate", "expirationDate", "daysToExpiry"}));
+  showCounts(document, text);
+  if (const Value* newer = document.find("newerMatch"); newer && newer->dictionary()) {
+    text.line("a newer profile is installed: " + textAt(*newer, "path").value_or(""),
+              TextOutput::Tone::warning);
+  }
+  if (options.withPeople) showPeople(document, text);
+}
+
+foundation::Result<Report> reportProfile(const Arguments& arguments) {
+  const bool installed = arguments.has("--installed");
+  if (installed == !arguments.operands().empty()) {
+    return usageError("give either a FILE or --installed");
+  }
+  if (installed) {
+    Value document = describeInstalled();
+    return Report{document, [document](TextOutput& text) { showInstalled(document, text); }};
+  }
+  const std::string& path = arguments.operands()[0];
+  const auto keychain = arguments.value("--keychain");
+  const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(path, keychain);
+  if (!profile) return inputError("cannot read " + path + " as a provisioning profile");
+  const auto now =
+      std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+  Value document = describeProfile(*profile, keychain, now);
+  const ProfileTextOptions options{.withPeople = arguments.has("-v")};
+  return Report{document,
+                [document, options](TextOutput& text) { showProfile(document, options, text); }};
+}
+
+}  // namespace inspect
