@@ -1,0 +1,106 @@
+#include <csignal>
+#include <regex>
+#include <thread>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "console/QVTCLUtilLog.h"
+#include "tests/support/OtherProcess.h"
+
+namespace {
+
+const std::string kStamp = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} sendoff Quorvantile: )";
+
+template <class Work>
+std::string outputOf(const Work& work) {
+  testing::internal::CaptureStdout();
+  work();
+  return testing::internal::GetCapturedStdout();
+}
+
+/// Standard output as a channel that keeps the borders of single writes; what was written comes
+/// back with a "|" behind each write.
+std::string writesOf(const std::function<void()>& work) {
+  return test::inChildProcess([&work] {
+    int ends[2];
+    ::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends);
+    ::dup2(ends[1], STDOUT_FILENO);
+    work();
+    ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    std::string seen;
+    char buffer[8192];
+    for (ssize_t count; (count = ::read(ends[0], buffer, sizeof buffer)) > 0;) {
+      seen.append(buffer, static_cast<std::size_t>(count)).append("|");
+    }
+    return seen;
+  });
+}
+
+TEST(ConsoleLog, EachLineIsStampedAndOneWrite) {
+  const std::string writes = writesOf([] {
+    QVTCLUtilLog("status %ld for %@", 404L, std::optional<std::string>());
+    QVTCLUtilLog("two\nlines\n");
+  });
+  EXPECT_TRUE(std::regex_match(
+      writes, std::regex(kStamp + "status 404 for \\(null\\)\n\\|" + kStamp + "two\nlines\n\n\\|")))
+      << writes;
+}
+
+TEST(ConsoleLog, WhatStandsInAnArgumentIsNoDirective) {
+  debugMode = true;
+  const std::string output = outputOf([] {
+    QVTCLUtilLog("%@", "100%@ %ld");
+    debugLog("%@ %d", "50%@", 7);
+  });
+  debugMode = false;
+  EXPECT_TRUE(std::regex_match(output, std::regex(kStamp + "100%@ %ld\n" + kStamp + "50%@ 7\n")))
+      << output;
+}
+
+TEST(ConsoleLog, DebugLinesNeedDebugMode) {
+  EXPECT_EQ(outputOf([] { debugLog("hidden %@", "x"); }), "");
+}
+
+TEST(ConsoleLog, AnOutputThatIsGoneChangesNothing) {
+  const std::function<int()> outputs[] = {
+      [] { return -1; },
+      [] { return ::open("/dev/full", O_WRONLY); },
+      [] { return ::open("/dev/null", O_RDONLY); },
+      [] {
+        int ends[2];
+        return ::pipe(ends) == 0 && ::close(ends[0]) == 0 ? ends[1] : -1;
+      },
+  };
+  for (const auto& open : outputs) {
+    EXPECT_EQ(test::inChildProcess([&open]() -> std::string {
+                std::signal(SIGPIPE, SIG_IGN);  // as the tool does
+                const int output = open();
+                ::close(STDOUT_FILENO);
+                if (output >= 0) ::dup2(output, STDOUT_FILENO);
+                for (int i = 0; i < 3; ++i) QVTCLUtilLog("line %d", i);
+                return "went on";
+              }),
+              "went on");
+  }
+}
+
+TEST(ConsoleLog, LinesFromSeveralThreadsStayWhole) {
+  const std::string output = outputOf([] {
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+      threads.emplace_back([] {
+        for (int i = 0; i < 50; ++i) QVTCLUtilLog("%@", std::string(100, 'x'));
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+  });
+  const std::regex line(kStamp + "x{100}\n");
+  const auto lines = std::distance(std::sregex_iterator(output.begin(), output.end(), line), {});
+  EXPECT_EQ(lines, 200);
+  EXPECT_EQ(std::regex_replace(output, line, ""), "");
+}
+
+}  // namespace
