@@ -2,6 +2,7 @@
 # events, the folders of a user.
 target_sources(foundation PRIVATE
   host/linux/EmbeddedInfo.cpp
+  host/linux/FileAttributes.cpp
   host/linux/FileCloning.cpp
   host/linux/FileEvents.cpp
   host/linux/FileTimes.cpp
