@@ -83,12 +83,13 @@ class FileWorker {
     const foundation::FileDescriptor file(
         ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (!file) return errno;
-    while (true) {
+    for (bool isFirst = true;; isFirst = false) {
       const ssize_t n = ::read(file.get(), buffer_.data(), buffer_.size());
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) return errno;
       if (n == 0) break;
       const Bytes piece(buffer_.data(), static_cast<std::size_t>(n));
+      if (isFirst) out.looksLikeMachO = looksLikeMachO(piece);
       sha1_.update(piece);
       sha256_.update(piece);
     }

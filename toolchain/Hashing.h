@@ -27,8 +27,10 @@ std::uint64_t sizeOf(const Pieces& pieces);
 std::vector<PageHashes> hashPages(const Pieces& code, std::uint8_t pageShift,
                                   std::span<const HashType> types);
 
-/// Both digests that a resource seal may hold.
+/// Both digests that a resource seal may hold, and what else one reading tells.
 struct FileDigests {
+  /// The file begins as Mach-O does.
+  bool looksLikeMachO = false;
   foundation::SHA1Digest sha1{};
   foundation::SHA256Digest sha256{};
 };

@@ -140,7 +140,6 @@ class PlainPattern {
                                            std::size_t from) {
     for (std::size_t at = from; text.size() - at >= piece.size(); ++at) {
       if (fits(piece, text, at)) return at;
-      if (at == text.size()) break;
     }
     return std::nullopt;
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 
 #include "foundation/PropertyList.h"
 #include "toolchain/Base64.h"
@@ -147,7 +148,7 @@ class SealWriter {
 };
 
 Result<double> weightOf(const Value& value) {
-  if (const double* real = value.real()) return *real;
+  if (const double* real = value.real(); real && std::isfinite(*real)) return *real;
   if (const auto* integer = value.integer()) return static_cast<double>(*integer);
   return failure("weight is no number");
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -88,8 +87,11 @@ struct SealOptions {
   /// Whether items of `files2` carry SHA-1 beside SHA-256.
   bool sha1InFiles2 = false;
   /// Absolute paths to pass over, besides what is always passed over.
-  std::function<bool(const std::filesystem::path&)> ignore;
+  std::function<bool(const std::string&)> ignore;
 };
+
+/// Absolute paths of the regular files that a seal of the bundle covers, in ascending byte order.
+Result<std::vector<std::string>> sealedFiles(const CodeBundle& bundle, const SealOptions& options);
 
 /// The seal of what is in the bundle now; the verifier compares it with the one it found. Always
 /// passed over: _CodeSignature, _MASReceipt, CodeResources at the top, the main executable. Fails

@@ -64,8 +64,7 @@ Result<SealDifferences> compareWithSeal(const CodeBundle& bundle, Bytes seal, Fi
   options.sha1InFiles2 = true;
   const auto present = makeResourceSeal(bundle, options, hasher);
   if (!present) {
-    const auto parts = faultParts(present.error(), Fault::sealedResource);
-    return faultError(Fault::sealedResource, parts.detail);
+    return faultError(Fault::sealedResource, present.error().localizedDescription());
   }
   auto differences = compareSeals(*sealed, *present);
   for (auto& path : besidesSeal(bundle)) differences.added.push_back(std::move(path));

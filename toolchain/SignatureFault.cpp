@@ -32,17 +32,17 @@ std::string_view reason(Fault fault) {
 
 foundation::Error faultError(Fault fault, const std::string& detail) {
   const std::string text(reason(fault));
-  auto error = failure(detail.empty() ? text : text + ": " + detail);
-  error.userInfo.insert_or_assign(std::string(kReasonKey), text);
-  error.userInfo.insert_or_assign(std::string(kDetailKey), detail);
-  return error;
+  return failure(detail.empty() ? text : text + ": " + detail);
 }
 
 FaultParts faultParts(const foundation::Error& error, Fault otherwise) {
-  if (auto known = foundation::stringAt(error.userInfo, kReasonKey)) {
-    return {*std::move(known), foundation::stringAt(error.userInfo, kDetailKey).value_or("")};
+  const std::string description = error.localizedDescription();
+  for (int i = 0; i <= static_cast<int>(Fault::strictValidation); ++i) {
+    const std::string text(reason(static_cast<Fault>(i)));
+    if (description == text) return {text, ""};
+    if (description.starts_with(text + ": ")) return {text, description.substr(text.size() + 2)};
   }
-  return {std::string(reason(otherwise)), error.localizedDescription()};
+  return {std::string(reason(otherwise)), description};
 }
 
 }  // namespace toolchain

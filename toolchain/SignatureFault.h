@@ -25,14 +25,11 @@ enum class Fault {
 /// The platform's own words for it.
 std::string_view reason(Fault fault);
 
-/// Description "REASON: DETAIL" (REASON alone when there is no detail), code 1 and the two parts in
-/// the user info under the keys below.
+/// "REASON: DETAIL", REASON alone when there is no detail.
 foundation::Error faultError(Fault fault, const std::string& detail = {});
-inline constexpr std::string_view kReasonKey = "reason";
-inline constexpr std::string_view kDetailKey = "detail";
 
-/// The parts of such an error; any other error is given `otherwise` as its reason, and its
-/// description as detail.
+/// The two parts of such a description; a text that begins with none of the reasons is all detail,
+/// and gets `otherwise` for its reason.
 struct FaultParts {
   std::string reason;
   /// Empty: none.

@@ -224,6 +224,10 @@ Result<> Reader::readSignature(const LoadCommand& command) {
   const auto head = record<macho::linkedit_data_command>(command);
   if (!head) return head.error();
   if (slice_.signature) return failure("a second LC_CODE_SIGNATURE");
+  if (command.size != sizeof(macho::linkedit_data_command)) {
+    return failure("LC_CODE_SIGNATURE: cmdsize " + std::to_string(command.size) + " is not " +
+                   std::to_string(sizeof(macho::linkedit_data_command)));
+  }
   const Extent data{head->dataoff, head->datasize};
   if (!holds(data)) return outside("LC_CODE_SIGNATURE", data);
   if (data.offset < slice_.endOfCommands()) {

@@ -1,0 +1,154 @@
+#include "toolchain/Replacement.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/uio.h>
+
+#include "foundation/FileAttributes.h"
+#include "foundation/Handle.h"
+#include "foundation/ProcessInfo.h"
+
+namespace toolchain {
+
+namespace fs = std::filesystem;
+using foundation::FileDescriptor;
+using foundation::posixError;
+
+namespace {
+
+constexpr std::size_t kPiecesPerCall = 64;
+static_assert(kPiecesPerCall <= IOV_MAX);
+
+/// Drops `count` bytes from the front of the pieces.
+void advance(std::span<iovec>& pieces, std::size_t count) {
+  while (!pieces.empty() && count >= pieces.front().iov_len) {
+    count -= pieces.front().iov_len;
+    pieces = pieces.subspan(1);
+  }
+  if (count == 0) return;
+  pieces.front().iov_base = static_cast<char*>(pieces.front().iov_base) + count;
+  pieces.front().iov_len -= count;
+}
+
+/// 0, or the system's error number.
+int writeAll(int file, const Pieces& content) {
+  std::vector<iovec> vectors;
+  for (const Bytes& piece : content) {
+    // The interface is older than const.
+    if (!piece.empty()) vectors.push_back({const_cast<std::byte*>(piece.data()), piece.size()});
+  }
+  std::span<iovec> left(vectors);
+  while (!left.empty()) {
+    const int count = static_cast<int>(std::min(left.size(), kPiecesPerCall));
+    const ssize_t written = ::writev(file, left.data(), count);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return errno;
+    advance(left, static_cast<std::size_t>(written));
+  }
+  return 0;
+}
+
+foundation::Error cannot(std::string_view what, const fs::path& path, int error) {
+  return posixError(error, "cannot " + std::string(what) + ' ' + path.string(), path.native());
+}
+
+}  // namespace
+
+Replacement::~Replacement() {
+  std::error_code ignored;
+  for (const Prepared& one : prepared_) fs::remove(one.temporary, ignored);
+  for (auto step = done_.rbegin(); step != done_.rend(); ++step) {
+    if (step->backup.empty()) {
+      fs::remove(step->target, ignored);
+    } else {
+      fs::rename(step->backup, step->target, ignored);
+    }
+  }
+  for (auto folder = madeFolders_.rbegin(); folder != madeFolders_.rend(); ++folder) {
+    fs::remove(*folder, ignored);
+  }
+}
+
+fs::path Replacement::besides(const fs::path& target) {
+  const fs::path path =
+      target.parent_path() / (".sendoff-" + foundation::ProcessInfo::newUUIDString());
+  own_.insert(path.native());
+  return path;
+}
+
+void Replacement::discard(const fs::path& own) {
+  std::error_code ignored;
+  fs::remove(own, ignored);
+  own_.erase(own.native());
+}
+
+Result<> Replacement::prepare(const fs::path& target, const Pieces& content) {
+  std::error_code failed;
+  const fs::path folder = target.parent_path();
+  if (fs::create_directory(folder, failed)) madeFolders_.push_back(folder);
+  if (failed) return cannot("make folder", folder, failed.value());
+  const fs::path temporary = besides(target);
+  constexpr mode_t kNewFile = 0666;
+  FileDescriptor file(
+      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kNewFile));
+  if (!file) return cannot("write beside", target, errno);
+  prepared_.push_back({target, temporary});
+  const FileDescriptor old(::open(target.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (old) {
+    const auto copied = foundation::copyAttributes(old.get(), file.get(), target.native());
+    if (!copied) return copied.error();
+  }
+  if (const int error = writeAll(file.get(), content)) return cannot("write", target, error);
+  if (::fsync(file.get()) != 0) return cannot("write", target, errno);
+  if (::close(file.release()) != 0) return cannot("write", target, errno);
+  return {};
+}
+
+/// A second name for the old file, so that it can come back; empty when there is none.
+Result<fs::path> Replacement::keepOld(const fs::path& target) {
+  const fs::path backup = besides(target);
+  if (::link(target.c_str(), backup.c_str()) == 0) return backup;
+  if (errno == ENOENT) {
+    own_.erase(backup.native());
+    return fs::path();
+  }
+  // Not every file system has second names.
+  if (::rename(target.c_str(), backup.c_str()) == 0) return backup;
+  return cannot("keep", target, errno);
+}
+
+Result<> Replacement::commit() {
+  for (const Prepared& one : prepared_) {
+    auto backup = keepOld(one.target);
+    if (!backup) return backup.error();
+    const int moved = ::rename(one.temporary.c_str(), one.target.c_str());
+    const int error = errno;
+    done_.push_back({one.target, std::move(*backup)});
+    if (moved != 0) return cannot("replace", one.target, error);
+    own_.erase(one.temporary.native());
+  }
+  prepared_.clear();
+  return {};
+}
+
+Result<> Replacement::remove(const fs::path& target) {
+  const fs::path backup = besides(target);
+  if (::rename(target.c_str(), backup.c_str()) != 0) return cannot("remove", target, errno);
+  done_.push_back({target, backup});
+  return {};
+}
+
+void Replacement::finish() {
+  for (const Step& step : done_) {
+    if (!step.backup.empty()) discard(step.backup);
+  }
+  done_.clear();
+  madeFolders_.clear();
+}
+
+}  // namespace toolchain

@@ -1,0 +1,185 @@
+#include <algorithm>
+#include <system_error>
+
+#include "foundation/Path.h"
+#include "toolchain/BundleWalk.h"
+#include "toolchain/ResourceSeal.h"
+
+namespace toolchain {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Kind = FolderEntry::Kind;
+
+/// What is never sealed, whatever the rules say.
+bool isAlwaysExcluded(const std::string& path, const std::string& executable) {
+  return path == "_CodeSignature" || path == "CodeResources" || path == "_MASReceipt" ||
+         path == executable;
+}
+
+/// Collects the entries of one bundle and makes the seal of them.
+class SealBuilder {
+ public:
+  SealBuilder(const CodeBundle& bundle, const SealOptions& options, RuleMatcher rules,
+              RuleMatcher rules2)
+      : bundle_(bundle),
+        options_(options),
+        rules_(std::move(rules)),
+        rules2_(std::move(rules2)),
+        executable_(bundle.relativeExecutable()),
+        hasNestedRules_(std::any_of(options.rules.rules2.begin(), options.rules.rules2.end(),
+                                    [](const ResourceRule& rule) { return rule.nested; })) {}
+
+  Result<> collect() {
+    std::optional<foundation::Error> refusal;
+    const auto walked = walkFolder(bundle_.base, [&](const FolderEntry& entry) {
+      if (isAlwaysExcluded(entry.path, executable_)) return false;
+      if (options_.ignore && options_.ignore(absolute(entry.path))) return false;
+      return take(entry, refusal);
+    });
+    if (!walked) return walked.error();
+    if (refusal) return *refusal;
+    std::sort(files_.begin(), files_.end());
+    std::sort(nested_.begin(), nested_.end());
+    return {};
+  }
+
+  [[nodiscard]] std::vector<std::string> absoluteFiles() const {
+    std::vector<std::string> paths;
+    paths.reserve(files_.size());
+    for (const std::string& path : files_) paths.push_back(absolute(path));
+    return paths;
+  }
+
+  Result<ResourceSeal> seal(FileHasher& hasher) {
+    ResourceSeal result;
+    result.rules = options_.rules;
+    const auto digests = hasher.digests(absoluteFiles());
+    if (!digests) return digests.error();
+    for (std::size_t i = 0; i < files_.size(); ++i) sealFile(files_[i], (*digests)[i], result);
+    for (const std::string& path : links_) {
+      if (const auto sealed = sealLink(path, result); !sealed) return sealed.error();
+    }
+    for (const std::string& path : nested_) {
+      if (const auto sealed = sealNested(path, result); !sealed) return sealed.error();
+    }
+    return result;
+  }
+
+ private:
+  [[nodiscard]] std::string absolute(const std::string& path) const {
+    return bundle_.base.native() + '/' + path;
+  }
+
+  /// Files one entry; true for a folder that is to be entered.
+  bool take(const FolderEntry& entry, std::optional<foundation::Error>& refusal) {
+    if (entry.kind == Kind::folder) {
+      if (!isNestedBundle(entry.path)) return true;
+      nested_.push_back(entry.path);
+      return false;
+    }
+    const bool isLink = entry.kind == Kind::link;
+    if (entry.kind == Kind::other ||
+        (isLink && foundation::lastPathComponent(entry.path) == ".DS_Store")) {
+      refusal =
+          failure("unsupported resource found (something not a directory, file or symlink): " +
+                  absolute(entry.path));
+      return false;
+    }
+    if (!isLink && isNestedFile(entry.path)) {
+      nested_.push_back(entry.path);
+    } else {
+      (isLink ? links_ : files_).push_back(entry.path);
+    }
+    return false;
+  }
+
+  [[nodiscard]] bool isUnderNestedRule(const std::string& path) const {
+    if (!hasNestedRules_) return false;
+    const ResourceRule* rule = rules2_.match(path);
+    return rule && rule->nested && !rule->omitted;
+  }
+  [[nodiscard]] bool isNestedBundle(const std::string& path) const {
+    return !foundation::pathExtension(path).empty() && isUnderNestedRule(path) &&
+           isCodeBundle(absolute(path));
+  }
+  [[nodiscard]] bool isNestedFile(const std::string& path) const {
+    return isUnderNestedRule(path) && isLooseCode(absolute(path));
+  }
+
+  void sealFile(const std::string& path, const FileDigests& digests, ResourceSeal& seal) const {
+    if (const ResourceRule* rule = rules_.match(path); rule && !rule->omitted) {
+      SealedItem item;
+      item.sha1 = digests.sha1;
+      item.optional = rule->optional;
+      seal.files.emplace_hint(seal.files.end(), path, std::move(item));
+    }
+    if (const ResourceRule* rule = rules2_.match(path); rule && !rule->omitted) {
+      SealedItem item;
+      if (options_.sha1InFiles2) item.sha1 = digests.sha1;
+      item.sha256 = digests.sha256;
+      item.optional = rule->optional;
+      seal.files2.emplace_hint(seal.files2.end(), path, std::move(item));
+    }
+  }
+
+  Result<> sealLink(const std::string& path, ResourceSeal& seal) const {
+    const ResourceRule* rule = rules2_.match(path);
+    if (!rule || rule->omitted) return {};
+    std::error_code failed;
+    SealedItem item;
+    item.linkTarget = fs::read_symlink(absolute(path), failed).native();
+    if (failed) return failure("cannot read link " + absolute(path) + ": " + failed.message());
+    item.optional = rule->optional;
+    seal.files2.emplace(path, std::move(item));
+    return {};
+  }
+
+  Result<> sealNested(const std::string& path, ResourceSeal& seal) const {
+    const auto identity = nestedIdentity(absolute(path));
+    if (!identity) return identity.error();
+    SealedItem item;
+    item.cdHash = identity->cdHash;
+    item.requirement = identity->requirement;
+    seal.files2.emplace(path, std::move(item));
+    return {};
+  }
+
+  const CodeBundle& bundle_;
+  const SealOptions& options_;
+  RuleMatcher rules_;
+  RuleMatcher rules2_;
+  std::string executable_;
+  bool hasNestedRules_;
+  std::vector<std::string> files_;
+  std::vector<std::string> links_;
+  std::vector<std::string> nested_;
+};
+
+Result<SealBuilder> builderFor(const CodeBundle& bundle, const SealOptions& options) {
+  auto rules = RuleMatcher::compile(options.rules.rules);
+  if (!rules) return rules.error();
+  auto rules2 = RuleMatcher::compile(options.rules.rules2);
+  if (!rules2) return rules2.error();
+  SealBuilder builder(bundle, options, std::move(*rules), std::move(*rules2));
+  if (const auto collected = builder.collect(); !collected) return collected.error();
+  return builder;
+}
+
+}  // namespace
+
+Result<std::vector<std::string>> sealedFiles(const CodeBundle& bundle, const SealOptions& options) {
+  const auto builder = builderFor(bundle, options);
+  if (!builder) return builder.error();
+  return builder->absoluteFiles();
+}
+
+Result<ResourceSeal> makeResourceSeal(const CodeBundle& bundle, const SealOptions& options,
+                                      FileHasher& hasher) {
+  auto builder = builderFor(bundle, options);
+  if (!builder) return builder.error();
+  return builder->seal(hasher);
+}
+
+}  // namespace toolchain
