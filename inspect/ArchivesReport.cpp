@@ -1,0 +1,77 @@
+#include <algorithm>
+
+#include "inspect/ArchivesWatch.h"
+#include "inspect/Commands.h"
+#include "xcode/QVTXcodeArchive.h"
+#include "xcode/QVTXcodeArchiveMonitor.h"
+
+namespace inspect {
+
+using foundation::Dictionary;
+using foundation::Value;
+
+namespace {
+
+using ArchivePointer = std::shared_ptr<QVTXcodeArchive>;
+
+Value describeArchive(const QVTXcodeArchive& archive) {
+  return Dictionary{{"path", orNull(archive.path())},
+                    {"bundleIdentifier", orNull(archive.bundleIdentifier())},
+                    {"displayVersion", orNull(archive.displayVersion())},
+                    {"buildVersion", orNull(archive.buildVersion())},
+                    {"creationDate", orNull(archive.creationDate())},
+                    {"provisioningProfilePath", orNull(archive.provisioningProfilePath())}};
+}
+
+/// Archives without a creation date come last, equal ones by path.
+bool isNewer(const ArchivePointer& a, const ArchivePointer& b) {
+  if (a->creationDate() != b->creationDate()) return a->creationDate() > b->creationDate();
+  return a->path() < b->path();
+}
+
+std::vector<ArchivePointer> wantedArchives(const std::optional<std::string>& latest) {
+  if (latest) {
+    const auto archive = QVTXcodeArchiveMonitor::latestArchiveMatchingBundleIdentifier(*latest);
+    return archive ? std::vector<ArchivePointer>{archive} : std::vector<ArchivePointer>{};
+  }
+  const auto all = QVTXcodeArchiveMonitor::allArchives();
+  std::vector<ArchivePointer> sorted(all.begin(), all.end());
+  std::ranges::sort(sorted, isNewer);
+  return sorted;
+}
+
+void showArchives(const Value& document, TextOutput& text) {
+  std::vector<TextOutput::Row> rows;
+  for (const auto& archive : entriesAt(document, "archives")) {
+    rows.push_back({textAt(archive, "creationDate").value_or("-"),
+                    textAt(archive, "bundleIdentifier").value_or("-"),
+                    textAt(archive, "displayVersion").value_or("-") + " (" +
+                        textAt(archive, "buildVersion").value_or("-") + ")",
+                    textAt(archive, "path").value_or("-")});
+  }
+  if (rows.empty()) {
+    text.line("no archive in " + textAt(document, "location").value_or("any known location"));
+  } else {
+    text.table({"created", "bundle identifier", "version", "path"}, rows);
+  }
+}
+
+}  // namespace
+
+foundation::Result<Report> reportArchives(const Arguments& arguments) {
+  const auto location = QVTXcodeArchive::currentArchiveLocation();
+  if (arguments.has("--watch")) {
+    if (arguments.has("--latest")) return usageError("--watch and --latest do not go together");
+    if (!location) return inputError("no archives location is known");
+    watchArchives(*location, {.asJSON = arguments.has("--json")});
+  }
+  const auto latest = arguments.value("--latest");
+  const auto archives = wantedArchives(latest);
+  if (latest && archives.empty()) return inputError("no archive of " + *latest);
+  foundation::Array entries;
+  for (const auto& archive : archives) entries.push_back(describeArchive(*archive));
+  Value document = Dictionary{{"location", orNull(location)}, {"archives", std::move(entries)}};
+  return Report{document, [document](TextOutput& text) { showArchives(document, text); }};
+}
+
+}  // namespace inspect
