@@ -1,0 +1,65 @@
+#include <gtest/gtest.h>
+
+#include "foundation/Path.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace foundation {
+namespace {
+
+TEST(Path, TakesApart) {
+  struct Case {
+    const char *path, *last, *parent, *extension, *withoutExtension;
+  };
+  for (const Case& c : {
+           Case{"/a/b", "b", "/a", "", "/a/b"},
+           Case{"/a/b/", "b", "/a", "", "/a/b/"},
+           Case{"/a//b//", "b", "/a", "", "/a//b//"},
+           Case{"/a", "a", "/", "", "/a"},
+           Case{"a", "a", "", "", "a"},
+           Case{"", "", "", "", ""},
+           Case{"/", "/", "/", "", "/"},
+           Case{"//", "/", "/", "", "//"},
+           Case{"a/b.app", "b.app", "a", "app", "a/b"},
+           Case{"a/b.app/", "b.app", "a", "app", "a/b"},
+           Case{"b.tar.gz", "b.tar.gz", "", "gz", "b.tar"},
+           Case{".hidden", ".hidden", "", "", ".hidden"},
+           Case{"a.", "a.", "", "", "a."},
+           Case{"/x.y/z", "z", "/x.y", "", "/x.y/z"},
+       }) {
+    SCOPED_TRACE(c.path);
+    EXPECT_EQ(lastPathComponent(c.path), c.last);
+    EXPECT_EQ(deletingLastPathComponent(c.path), c.parent);
+    EXPECT_EQ(pathExtension(c.path), c.extension);
+    EXPECT_EQ(deletingPathExtension(c.path), c.withoutExtension);
+  }
+}
+
+TEST(Path, PutsTogetherWithOneSlash) {
+  struct Case {
+    const char *path, *component, *result;
+  };
+  for (const Case& c : {
+           Case{"/a", "b", "/a/b"},
+           Case{"/a//", "//b/", "/a/b"},
+           Case{"", "b", "b"},
+           Case{"/", "b", "/b"},
+           Case{"/a/", "", "/a"},
+           Case{"/a", "/", "/a"},
+           Case{"", "/b", "/b"},
+           Case{"a", "b/c", "a/b/c"},
+       }) {
+    EXPECT_EQ(appendingPathComponent(c.path, c.component), c.result)
+        << c.path << " " << c.component;
+  }
+}
+
+TEST(Path, ExpandsTheTilde) {
+  const test::ScopedEnvironment home("HOME", "/home/me");
+  EXPECT_EQ(expandingTilde("~"), "/home/me");
+  EXPECT_EQ(expandingTilde("~/Library"), "/home/me/Library");
+  EXPECT_EQ(expandingTilde("~other/x"), "~other/x");
+  EXPECT_EQ(expandingTilde("/a/~"), "/a/~");
+}
+
+}  // namespace
+}  // namespace foundation
