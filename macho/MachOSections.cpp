@@ -119,8 +119,10 @@ bool QVTMachOSliceGetSectionByName(const QVTMachOSlice* slice, const char* segme
   const auto found = findSection(slice, segmentName, sectionName);
   if (!found) return false;
   const Reach reach(slice->startAddress);
-  const std::byte* const start = reach.advance(slice->startAddress, found->place.offset);
-  if (!start || (hasFileBytes(found->type) && !reach.holds(start, found->place.size))) return false;
+  if (found->place.offset > reach.left(slice->startAddress)) return false;
+  const auto* const start =
+      static_cast<const std::byte*>(slice->startAddress) + found->place.offset;
+  if (hasFileBytes(found->type) && !reach.holds(start, found->place.size)) return false;
   *bytes = start;
   return true;
 }

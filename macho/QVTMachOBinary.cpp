@@ -11,7 +11,7 @@
 namespace {
 
 /// How often all commands that a file could hold may be read over, for all its slices together.
-constexpr std::uint64_t kRepetitions = 16;
+constexpr std::uint64_t kRepetitions = 4;
 
 /// Architecture names in ascending order, each with its place in the file; equal ones in file
 /// order.

@@ -104,14 +104,14 @@ std::string outputOf(const std::vector<std::string>& arguments);
 std::string llvmTool(std::string_view name);
 
 struct RealImageOptions {
-  std::string architecture = "arm64";  ///< also "arm64e", "armv7", "x86_64", "arm64_32"
+  std::string architecture = "arm64";  ///< also "armv7", "x86_64", "arm64_32"
   std::string platform = "ios";        ///< as ld64 calls it: "ios", "watchos", "ios-simulator"
   std::string minimumOS = "9.0";       ///< below 12.0: a version-min command, not a build version
   std::string sdk = "12.1";
   std::string source = "int main(void) { return 0; }\n";
-  std::vector<std::string> dylibs;  ///< install names to link with (stubs are made on the way)
-  std::vector<std::string> compilerArguments;
-  std::vector<std::string> linkerArguments;
+  std::vector<std::string> dylibs = {};  ///< install names to link with (stubs are made on the way)
+  std::vector<std::string> compilerArguments = {};
+  std::vector<std::string> linkerArguments = {};
 };
 
 /// Compiles and links an executable (or what the linker arguments ask for) at `target`. Object
