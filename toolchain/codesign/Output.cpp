@@ -1,0 +1,51 @@
+#include "toolchain/codesign/Output.h"
+
+#include <cerrno>
+#include <string>
+
+#include <unistd.h>
+
+namespace toolchain::codesign {
+
+namespace {
+
+/// Kept free for the line that tells how many are missing.
+constexpr std::size_t kReserve = 64;
+
+}  // namespace
+
+bool writeAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+void LineOutput::line(std::string_view text) {
+  std::string whole;
+  for (const char c : text) {
+    if (c == '\n') {
+      whole += "\\n";
+    } else {
+      whole += c;
+    }
+  }
+  whole += '\n';
+  if (leftOut_ > 0 || whole.size() > kLimit - kReserve - printed_) {
+    ++leftOut_;
+    return;
+  }
+  printed_ += whole.size();
+  writeAll(descriptor_, whole);
+}
+
+LineOutput::~LineOutput() {
+  if (leftOut_ == 0) return;
+  writeAll(descriptor_,
+           "(" + std::to_string(leftOut_) + (leftOut_ == 1 ? " line" : " lines") + " left out)\n");
+}
+
+}  // namespace toolchain::codesign

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace toolchain::codesign {
+
+/// Lines on one standard stream, no more than a caller's pipe takes before anybody reads it: what
+/// would go beyond the limit is counted, and the count is the last line.
+class LineOutput {
+ public:
+  static constexpr std::size_t kLimit = std::size_t{32} << 10;
+
+  explicit LineOutput(int descriptor) : descriptor_(descriptor) {}
+  LineOutput(const LineOutput&) = delete;
+  LineOutput& operator=(const LineOutput&) = delete;
+  /// Prints the count, if there is one.
+  ~LineOutput();
+
+  /// A newline inside `text` is shown as "\n", so that each call makes one line. Failures to write
+  /// are ignored.
+  void line(std::string_view text);
+
+ private:
+  int descriptor_;
+  std::size_t printed_ = 0;
+  std::size_t leftOut_ = 0;
+};
+
+/// All bytes, whatever their number. False when they cannot be written.
+bool writeAll(int descriptor, std::string_view bytes);
+
+}  // namespace toolchain::codesign

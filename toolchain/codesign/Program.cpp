@@ -1,0 +1,176 @@
+#include "toolchain/codesign/Program.h"
+
+#include <csignal>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "foundation/FileManager.h"
+#include "foundation/Handle.h"
+#include "foundation/Text.h"
+#include "toolchain/Blobs.h"
+#include "toolchain/Description.h"
+#include "toolchain/Messages.h"
+#include "toolchain/SignatureFault.h"
+#include "toolchain/Signing.h"
+#include "toolchain/Verification.h"
+#include "toolchain/codesign/Options.h"
+#include "toolchain/codesign/Output.h"
+
+namespace toolchain::codesign {
+
+namespace {
+
+using foundation::Error;
+
+constexpr int kFailed = 1;
+constexpr int kWrongCommandLine = 2;
+constexpr std::string_view kStandardOutput = "-";
+
+class Run {
+ public:
+  explicit Run(const Options& options) : options_(options) {}
+
+  int all() {
+    int status = 0;
+    for (const auto& code : options_.operands) {
+      const int own = one(code);
+      if (status == 0) status = own;
+    }
+    return status;
+  }
+
+ private:
+  int one(const std::string& code) {
+    switch (options_.operation) {
+      case Operation::sign:
+        return sign(code);
+      case Operation::verify:
+        return verify(code);
+      case Operation::display:
+        return display(code);
+      case Operation::help:
+        break;
+    }
+    return 0;
+  }
+
+  int failed(const std::string& code, const Error& error) {
+    errors_.line(code + ": " + error.localizedDescription());
+    return kFailed;
+  }
+
+  int sign(const std::string& code) {
+    const auto time = sourceDateEpoch();
+    if (!time) {
+      errors_.line(time.error().localizedDescription());
+      return kFailed;
+    }
+    SignOptions request;
+    request.code = code;
+    request.identity = options_.identity;
+    if (options_.keychain) request.keychain = *options_.keychain;
+    if (options_.entitlements) request.entitlements = *options_.entitlements;
+    request.force = options_.force;
+    request.deep = options_.deep;
+    request.signingTime = *time;
+    request.note = [this](const std::string& text) { errors_.line(text); };
+    const auto done = toolchain::sign(request);
+    if (done) return 0;
+    errors_.line(done.error().localizedDescription());
+    return kFailed;
+  }
+
+  int verify(const std::string& code) {
+    const auto verdict = toolchain::verify({.code = code, .deep = options_.deep});
+    if (verdict.status != 0 || options_.verbosity > 0) {
+      for (const auto& statement : verdict.statements) errors_.line(statement);
+    }
+    for (const auto& file : verdict.files) output_.line(file);
+    return verdict.status;
+  }
+
+  int display(const std::string& code) {
+    int status = 0;
+    const auto lines = describe({.code = code, .verbosity = options_.verbosity});
+    if (lines) {
+      for (const auto& line : *lines) errors_.line(line);
+    } else {
+      status = failed(code, lines.error());
+    }
+    if (options_.requirements && lines) status = std::max(status, displayRequirements(code));
+    if (options_.resourceRules || options_.entitlements) {
+      status = std::max(status, exportInputs(code, lines.ok()));
+    }
+    return status;
+  }
+
+  int displayRequirements(const std::string& code) {
+    const auto lines = describeRequirements(code);
+    if (!lines) return failed(code, lines.error());
+    const std::string text = foundation::joined(*lines, "\n") + "\n";
+    const auto done = save(text, *options_.requirements);
+    return done ? 0 : failed(code, done.error());
+  }
+
+  /// Code that is not signed has both files too. `isDescribed` false: its fault was already told.
+  int exportInputs(const std::string& code, bool isDescribed) {
+    const auto inputs = signingInputs(code);
+    if (!inputs) return isDescribed ? failed(code, inputs.error()) : kFailed;
+    if (options_.resourceRules) {
+      const auto done = save(inputs->resourceRules, *options_.resourceRules);
+      if (!done) return failed(code, done.error());
+    }
+    if (!options_.entitlements) return 0;
+    std::string target = *options_.entitlements;
+    std::string text = inputs->entitlements;
+    if (target.starts_with(':')) {
+      target.erase(0, 1);
+    } else {
+      text = foundation::textOf(makeBlob(magic::kEntitlements, foundation::bytesOf(text)));
+    }
+    const auto done = save(text, target);
+    return done ? 0 : failed(code, done.error());
+  }
+
+  static foundation::Result<> save(std::string_view text, const std::string& path) {
+    if (path != kStandardOutput) {
+      return foundation::FileManager::writeAtomically(foundation::bytesOf(text), path);
+    }
+    if (writeAll(STDOUT_FILENO, text)) return {};
+    return foundation::posixError(errno, "cannot write to standard output");
+  }
+
+  const Options& options_;
+  LineOutput output_{STDOUT_FILENO};
+  LineOutput errors_{STDERR_FILENO};
+};
+
+}  // namespace
+
+void prepareStreams() {
+  std::signal(SIGPIPE, SIG_IGN);
+  // Whatever is opened gets the lowest free number, so this fills the gaps.
+  for (int descriptor = 0; descriptor <= STDERR_FILENO;) {
+    foundation::FileDescriptor null(::open("/dev/null", O_RDWR));
+    if (!null) return;
+    descriptor = null.get();
+    if (descriptor <= STDERR_FILENO) null.release();
+  }
+}
+
+int run(const std::vector<std::string>& arguments) {
+  const auto options = parseOptions(arguments);
+  if (!options) {
+    LineOutput errors(STDERR_FILENO);
+    errors.line("codesign: " + options.error().localizedDescription());
+    errors.line("Try \"codesign --help\".");
+    return kWrongCommandLine;
+  }
+  if (options->operation == Operation::help) {
+    return writeAll(STDOUT_FILENO, usage()) ? 0 : kFailed;
+  }
+  return Run(*options).all();
+}
+
+}  // namespace toolchain::codesign

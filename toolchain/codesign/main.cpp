@@ -1,0 +1,17 @@
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "toolchain/codesign/Program.h"
+
+int main(int argc, char** argv) {
+  toolchain::codesign::prepareStreams();
+  try {
+    return toolchain::codesign::run(
+        std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "codesign: %s\n", exception.what());
+    return 1;
+  }
+}
