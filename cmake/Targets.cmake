@@ -1,8 +1,18 @@
+# While folders are being founded side by side: leaves out files that are listed but not written yet.
+macro(sendoff_written list)
+  foreach(file IN LISTS ${list})
+    if(NOT EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${file})
+      list(REMOVE_ITEM ${list} ${file})
+    endif()
+  endforeach()
+endmacro()
+
 # sendoff_library(NAME SOURCES file... [LINK target...] [PRIVATE_LINK target...])
 #
 # One folder, one static library. Headers are included as "folder/Header.h" from the source root.
 function(sendoff_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
+  sendoff_written(ARG_SOURCES)
   add_library(${name} STATIC ${ARG_SOURCES})
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} PRIVATE ${PROJECT_BINARY_DIR})
   target_link_libraries(${name} PUBLIC ${ARG_LINK} PRIVATE ${ARG_PRIVATE_LINK})
@@ -13,6 +23,10 @@ endfunction()
 # One test program per tested folder; each test of it is one entry of ctest.
 function(sendoff_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK;LABELS" ${ARGN})
+  sendoff_written(ARG_SOURCES)
+  if(NOT ARG_SOURCES)
+    return()
+  endif()
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LINK} test_support GTest::gmock GTest::gtest_main)
   set_target_properties(${name} PROPERTIES
