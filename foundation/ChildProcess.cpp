@@ -107,11 +107,6 @@ Abandoned& abandoned() {
 
 // ---- Launching
 
-struct Pipe {
-  FileDescriptor readEnd;
-  FileDescriptor writeEnd;
-};
-
 /// Keeps the descriptor clear of the standard streams, which the child's are put upon.
 int aboveStandardStreams(FileDescriptor& descriptor) {
   if (descriptor.get() > STDERR_FILENO) return 0;
@@ -121,7 +116,7 @@ int aboveStandardStreams(FileDescriptor& descriptor) {
   return 0;
 }
 
-int openPipe(Pipe& pipe) {
+int openPipe(StandardPipes::Pipe& pipe) {
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) return errno;
   pipe.readEnd.reset(ends[0]);
@@ -241,18 +236,25 @@ void terminateRunningChildren(int signal) {
   errno = before;
 }
 
-Result<ChildProcess> ChildProcess::launch(const Launch& launch) {
-  abandoned().reapEnded();
-  keepStatusOfChildren();
-  Pipe input;
-  Pipe output;
-  Pipe error;
-  for (Pipe* const pipe : {&input, &output, &error}) {
+Result<StandardPipes> StandardPipes::open() {
+  StandardPipes pipes;
+  for (Pipe* const pipe : {&pipes.input, &pipes.output, &pipes.error}) {
     if (const int problem = openPipe(*pipe)) {
-      return posixError(problem, "cannot make pipes for " + launch.executable.string(),
-                        launch.executable.native());
+      return posixError(problem, "cannot make pipes for a child");
     }
   }
+  return Result<StandardPipes>(std::move(pipes));
+}
+
+Result<ChildProcess> ChildProcess::launch(const Launch& launch) {
+  Result<StandardPipes> pipes = StandardPipes::open();
+  if (!pipes) return pipes.error();
+  return ChildProcess::launch(launch, *std::move(pipes));
+}
+
+Result<ChildProcess> ChildProcess::launch(const Launch& launch, StandardPipes pipes) {
+  abandoned().reapEnded();
+  keepStatusOfChildren();
   CStrings arguments;
   arguments.add(launch.executable.native());
   for (const std::string& argument : launch.arguments) arguments.add(argument);
@@ -264,9 +266,9 @@ Result<ChildProcess> ChildProcess::launch(const Launch& launch) {
 
   SpawnPlan plan;
   if (launch.workingDirectory) plan.setWorkingDirectory(*launch.workingDirectory);
-  plan.setStream(input.readEnd, STDIN_FILENO);
-  plan.setStream(output.writeEnd, STDOUT_FILENO);
-  plan.setStream(error.writeEnd, STDERR_FILENO);
+  plan.setStream(pipes.input.readEnd, STDIN_FILENO);
+  plan.setStream(pipes.output.writeEnd, STDOUT_FILENO);
+  plan.setStream(pipes.error.writeEnd, STDERR_FILENO);
   plan.isolate();
   const unsigned round = terminationRound.load();
   ChildProcess child;
@@ -277,9 +279,9 @@ Result<ChildProcess> ChildProcess::launch(const Launch& launch) {
     return launchFailure(launch, problem);
   }
   registerLaunched(child.pid_, round);
-  child.standardInput_ = std::move(input.writeEnd);
-  child.standardOutput_ = std::move(output.readEnd);
-  child.standardError_ = std::move(error.readEnd);
+  child.standardInput_ = std::move(pipes.input.writeEnd);
+  child.standardOutput_ = std::move(pipes.output.readEnd);
+  child.standardError_ = std::move(pipes.error.readEnd);
   return Result<ChildProcess>(std::move(child));
 }
 

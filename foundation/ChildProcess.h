@@ -23,6 +23,20 @@ struct Termination {
   int status = 0;
 };
 
+/// Pipes for the three standard streams of one child, above descriptor 2 and close-on-exec.
+struct StandardPipes {
+  struct Pipe {
+    FileDescriptor readEnd = {};
+    FileDescriptor writeEnd = {};
+  };
+  Pipe input = {};
+  Pipe output = {};
+  Pipe error = {};
+
+  /// Fails when the system has no descriptors left.
+  static Result<StandardPipes> open();
+};
+
 /// A running program with pipes on its three standard streams.
 ///
 /// Children run in a session of their own (so that none asks on the terminal), with default signal
@@ -43,6 +57,8 @@ class ChildProcess {
 
   /// Fails with the path and the system's text when the program cannot be started (missing, not
   /// executable, of no known format, working directory missing).
+  static Result<ChildProcess> launch(const Launch& launch, StandardPipes pipes);
+  /// The same with pipes of its own; fails, too, when there are none.
   static Result<ChildProcess> launch(const Launch& launch);
 
   ChildProcess(ChildProcess&&) noexcept;

@@ -1,0 +1,112 @@
+#include "QVTSharedUtils/QVTTask.h"
+
+#include <chrono>
+#include <thread>
+
+#include "foundation/Assertion.h"
+#include "foundation/ChildProcess.h"
+#include "foundation/Error.h"
+#include "foundation/Text.h"
+
+namespace {
+
+using foundation::ChildProcess;
+using Clock = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
+
+constexpr std::chrono::duration<float> kPollInterval{0.1F};
+
+ChildProcess launched(const ChildProcess::Launch& launch) {
+  auto pipes = foundation::StandardPipes::open();
+  foundation::assertThat(
+      pipes.ok(), "stdoutPipe && stdinPipe && stderrPipe",
+      {.function = "+[QVTTask launchWithPath:workingDirectory:arguments:environment:timeout:"
+                   "completion:]",
+       .source = "QVTSharedUtils/QVTSharedUtils/QVTTask"});
+  auto child = ChildProcess::launch(launch, *std::move(pipes));
+  if (!child) throw foundation::Exception(child.error().localizedDescription());
+  return *std::move(child);
+}
+
+/// Once the time is over the request to terminate is repeated without a pause.
+void waitOrTerminate(ChildProcess& child, Seconds timeout) {
+  const std::chrono::time_point<Clock, Seconds> deadline = Clock::now() + timeout;
+  while (child.isRunning()) {
+    if (Clock::now() > deadline) {
+      child.terminate();
+    } else {
+      std::this_thread::sleep_for(kPollInterval);
+    }
+  }
+}
+
+}  // namespace
+
+void QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentTimeoutCompletion(
+    const std::string& launchPath, const std::optional<std::string>& workingDirectory,
+    const Arguments& arguments, const std::optional<foundation::Environment>& environment,
+    double timeout, const Completion& completion) {
+  ChildProcess child = launched({.executable = launchPath,
+                                 .arguments = arguments.value_or(std::vector<std::string>()),
+                                 .workingDirectory = workingDirectory,
+                                 .environment = environment});
+  if (timeout > 0) waitOrTerminate(child, Seconds(timeout));
+  const foundation::Termination termination = child.waitUntilExit();
+  const foundation::Data errorData = child.readStandardErrorToEnd();
+  const foundation::Data outputData = child.readStandardOutputToEnd();
+  if (completion) completion(errorData, outputData, termination.status);
+}
+
+void QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(
+    const std::string& launchPath, const std::optional<std::string>& workingDirectory,
+    const Arguments& arguments, const std::optional<foundation::Environment>& environment,
+    const Completion& completion) {
+  launchWithPathWorkingDirectoryArgumentsEnvironmentTimeoutCompletion(
+      launchPath, workingDirectory, arguments, environment, 0, completion);
+}
+
+void QVTTask::launchWithPathWorkingDirectoryArgumentsCompletion(
+    const std::string& launchPath, const std::optional<std::string>& workingDirectory,
+    const Arguments& arguments, const Completion& completion) {
+  launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(launchPath, workingDirectory,
+                                                               arguments, std::nullopt, completion);
+}
+
+std::optional<std::string> QVTTask::stdoutWithLaunchPathArguments(const std::string& launchPath,
+                                                                  const Arguments& arguments) {
+  std::optional<std::string> text;
+  launchWithPathWorkingDirectoryArgumentsCompletion(
+      launchPath, std::nullopt, arguments,
+      [&text](const foundation::Data&, const foundation::Data& outputData, std::int32_t) {
+        text = foundation::stringFromUTF8(outputData.bytes());
+      });
+  return text;
+}
+
+std::optional<std::string> QVTTask::stderrWithLaunchPathArguments(const std::string& launchPath,
+                                                                  const Arguments& arguments) {
+  std::optional<std::string> text;
+  launchWithPathWorkingDirectoryArgumentsCompletion(
+      launchPath, std::nullopt, arguments,
+      [&text](const foundation::Data& errorData, const foundation::Data&, std::int32_t) {
+        text = foundation::stringFromUTF8(errorData.bytes());
+      });
+  return text;
+}
+
+bool QVTTask::runTaskWithLaunchPathCurrentDirectoryPathArguments(
+    const std::string& launchPath, const std::optional<std::string>& currentDirectoryPath,
+    const Arguments& arguments) {
+  bool succeeded = false;
+  launchWithPathWorkingDirectoryArgumentsCompletion(
+      launchPath, currentDirectoryPath, arguments,
+      [&succeeded](const foundation::Data&, const foundation::Data&, std::int32_t status) {
+        succeeded = status == 0;
+      });
+  return succeeded;
+}
+
+bool QVTTask::runTaskWithLaunchPathArguments(const std::string& launchPath,
+                                             const Arguments& arguments) {
+  return runTaskWithLaunchPathCurrentDirectoryPathArguments(launchPath, std::nullopt, arguments);
+}

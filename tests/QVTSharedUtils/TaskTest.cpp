@@ -1,0 +1,150 @@
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include "QVTSharedUtils/QVTTask.h"
+#include "foundation/Error.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+using foundation::Data;
+using foundation::Environment;
+using testing::HasSubstr;
+using Clock = std::chrono::steady_clock;
+
+const std::string kShell = "/bin/sh";
+
+std::vector<std::string> script(const std::string& text) { return {"-c", text}; }
+
+struct Outcome {
+  int calls = 0;
+  std::string error;
+  std::string output;
+  std::int32_t status = -1;
+  std::thread::id thread;
+
+  QVTTask::Completion completion() {
+    return [this](const Data& errorData, const Data& outputData, std::int32_t code) {
+      ++calls;
+      error = errorData.text();
+      output = outputData.text();
+      status = code;
+      thread = std::this_thread::get_id();
+    };
+  }
+};
+
+TEST(Task, HandsOverBothOutputsAndTheStatusBeforeItReturns) {
+  Outcome outcome;
+  QVTTask::launchWithPathWorkingDirectoryArgumentsCompletion(
+      kShell, std::nullopt, script("echo abc; echo problem >&2; exit 3"), outcome.completion());
+  EXPECT_EQ(outcome.calls, 1);
+  EXPECT_EQ(outcome.output, "abc\n");
+  EXPECT_EQ(outcome.error, "problem\n");
+  EXPECT_EQ(outcome.status, 3);
+  EXPECT_EQ(outcome.thread, std::this_thread::get_id());
+}
+
+TEST(Task, ASignalsNumberIsTheStatus) {
+  Outcome outcome;
+  QVTTask::launchWithPathWorkingDirectoryArgumentsCompletion(
+      kShell, std::nullopt, script("kill -KILL $$"), outcome.completion());
+  EXPECT_EQ(outcome.status, SIGKILL);
+  EXPECT_FALSE(QVTTask::runTaskWithLaunchPathArguments(kShell, script("kill -KILL $$")));
+}
+
+TEST(Task, TextsAreUntrimmedAndMustBeUTF8) {
+  EXPECT_EQ(QVTTask::stdoutWithLaunchPathArguments(kShell, script("echo abc; exit 1")), "abc\n");
+  EXPECT_EQ(QVTTask::stderrWithLaunchPathArguments(kShell, script("echo abc >&2")), "abc\n");
+  EXPECT_EQ(QVTTask::stdoutWithLaunchPathArguments(kShell, script("printf '\\377'")), std::nullopt);
+  EXPECT_EQ(QVTTask::stdoutWithLaunchPathArguments("/bin/true", std::nullopt), "");
+  EXPECT_EQ(QVTTask::stdoutWithLaunchPathArguments("/bin/echo", std::nullopt), "\n");
+}
+
+TEST(Task, RunsInAFolderAndAnEnvironment) {
+  const test::TemporaryFolder folder;
+  const test::ScopedEnvironment inherited("SENDOFF_TEST", "inherited");
+  const std::string show = "pwd; echo ${SENDOFF_TEST-none} ${ONLY-none}";
+  const auto run = [&](const std::optional<std::string>& directory,
+                       const std::optional<Environment>& environment) {
+    Outcome outcome;
+    QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(
+        kShell, directory, script(show), environment, outcome.completion());
+    return outcome.output;
+  };
+  const std::string here = std::filesystem::current_path().string();
+  EXPECT_EQ(run(std::nullopt, std::nullopt), here + "\ninherited none\n");
+  EXPECT_EQ(run(folder.path(), Environment{{"ONLY", "me"}}),
+            folder.path().string() + "\nnone me\n");
+  EXPECT_EQ(run(std::nullopt, Environment{}), here + "\nnone none\n");
+  EXPECT_TRUE(QVTTask::runTaskWithLaunchPathCurrentDirectoryPathArguments(
+      kShell, folder.path(), script("test \"$PWD\" = " + folder.path().string())));
+}
+
+TEST(Task, AProgramThatOverstaysIsTerminated) {
+  Outcome outcome;
+  const auto start = Clock::now();
+  QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentTimeoutCompletion(
+      kShell, std::nullopt, script("echo begun; exec sleep 60"), std::nullopt, 0.3,
+      outcome.completion());
+  EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(300));
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(20));
+  EXPECT_EQ(outcome.output, "begun\n");
+  EXPECT_EQ(outcome.status, SIGTERM);
+}
+
+TEST(Task, AProgramThatEndsInTimeIsLeftAlone) {
+  Outcome outcome;
+  for (const double timeout : {-1.0, 0.0, 60.0, 1e300}) {
+    QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentTimeoutCompletion(
+        kShell, std::nullopt, script("exit 4"), std::nullopt, timeout, outcome.completion());
+    EXPECT_EQ(outcome.status, 4) << timeout;
+  }
+}
+
+TEST(Task, WhatCannotBeLaunchedIsAnExceptionThatNamesIt) {
+  const test::TemporaryFolder folder;
+  const std::string plain = folder.write("plain", "#!/bin/sh\n");
+  const std::string headless = folder.write("headless", "echo hello\n");
+  std::filesystem::permissions(headless, std::filesystem::perms::all);
+  Outcome outcome;
+  const struct {
+    std::string path;
+    std::optional<std::string> directory;
+    std::string complaint;
+  } cases[] = {
+      {folder / "missing", std::nullopt, "missing"},
+      {"", std::nullopt, "cannot launch"},
+      {"sh", std::nullopt, "sh"},
+      {plain, std::nullopt, plain},
+      {headless, std::nullopt, headless},
+      {kShell, folder / "gone", "gone"},
+  };
+  for (const auto& c : cases) {
+    try {
+      QVTTask::launchWithPathWorkingDirectoryArgumentsCompletion(c.path, c.directory, std::nullopt,
+                                                                 outcome.completion());
+      ADD_FAILURE() << c.complaint;
+    } catch (const foundation::Exception& exception) {
+      EXPECT_THAT(exception.what(), HasSubstr(c.complaint));
+    }
+  }
+  EXPECT_EQ(outcome.calls, 0);
+}
+
+void runWithFewDescriptors() {
+  const struct rlimit few = {.rlim_cur = 4, .rlim_max = 4};
+  ::setrlimit(RLIMIT_NOFILE, &few);
+  QVTTask::runTaskWithLaunchPathArguments("/bin/true", std::nullopt);
+}
+
+TEST(TaskDeathTest, WithoutPipesTheProcessStops) {
+  EXPECT_DEATH(runWithFewDescriptors(), "stdoutPipe && stdinPipe && stderrPipe");
+}
+
+}  // namespace
