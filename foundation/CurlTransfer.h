@@ -67,6 +67,8 @@ class CurlTransfer {
   /// Set by those who drive it: no more bytes are wanted.
   void abandon() { abandoned_ = true; }
 
+  /// To be called when it is added to a multi handle: time counts from here.
+  void begin() { idle_.restart(); }
   /// To be called before the multi handle runs: goes on sending when it had to listen first.
   void resume();
   /// Notices what moved; true when nothing has for the request's idle timeout.

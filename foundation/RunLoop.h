@@ -17,10 +17,13 @@ class RunLoop {
   /// Runs until `isDone` answers true (asked after every piece of work) or the time is over; the
   /// answer is `isDone`'s last.
   bool runUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit);
-  /// Makes the current `run` return; safe from any thread.
+  /// Makes the current `run` return; does nothing when none is under way (where that can be, hand
+  /// the call in as work). Safe from any thread.
   void stop();
   /// Runs `work` on the loop's thread, in order; safe from any thread.
   void perform(std::function<void()> work);
+  /// True on the thread that is running the loop.
+  [[nodiscard]] bool isCurrent() const;
 
  private:
   RunLoop() = default;

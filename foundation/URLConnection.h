@@ -29,8 +29,9 @@ struct ProtectionSpace {
 /// never on disk. `http_proxy`, `https_proxy`, `no_proxy`, `SSL_CERT_FILE` and `SSL_CERT_DIR` are
 /// honoured. Errors are in "NSURLErrorDomain" with the platform's codes (-1001 timed out, -1002
 /// unsupported URL, -1003 host not found, -1004 cannot connect, -1005 connection lost, -1007 too
-/// many redirects, -1011 bad server response, -1202 server certificate untrusted, -1200 other TLS
-/// failure); their text names host and port, and never a header.
+/// many redirects, -1011 bad server response, -1103 answer above 1 GB, -1202 server certificate
+/// untrusted, -1200 other TLS failure, -1 anything else); their text names host and port, and never
+/// a header.
 class URLConnection {
  public:
   struct Exchange {
@@ -42,7 +43,9 @@ class URLConnection {
   /// Blocks until the exchange has ended. An answer that is an HTTP error is no error here.
   static Exchange sendSynchronousRequest(const URLRequest& request);
 
-  /// Callbacks of an asynchronous exchange; all run on the main run loop's thread.
+  /// Callbacks of an asynchronous exchange; all run on the main run loop's thread. The connection
+  /// that they are given stands for the exchange and lives for the call; it need not be the object
+  /// that was started.
   class Delegate {
    public:
     virtual ~Delegate() = default;
@@ -58,7 +61,8 @@ class URLConnection {
                                                                  const ProtectionSpace& space) = 0;
   };
 
-  /// Not started. The delegate is kept until the exchange has ended.
+  /// Not started. The delegate is kept until the exchange has ended. Destroying the object does not
+  /// end a started exchange.
   URLConnection(URLRequest request, std::shared_ptr<Delegate> delegate);
   ~URLConnection();
   URLConnection(const URLConnection&) = delete;
@@ -71,6 +75,7 @@ class URLConnection {
   struct Transfer;
 
  private:
+  explicit URLConnection(std::shared_ptr<Transfer> transfer);
   std::shared_ptr<Transfer> transfer_;
 };
 
