@@ -210,6 +210,8 @@ bool looksLikeXML(std::string_view text) {
 }  // namespace
 
 Result<Value> parse(Bytes bytes) {
+  // Blanks alone are an empty dictionary in the old text form; a file without a byte is nothing.
+  if (bytes.empty()) return listError("text", "no bytes at all");
   if (textOf(bytes).starts_with("bplist")) return parseBinary(bytes);
   std::string storage;
   const auto text = unicodeText(bytes, storage);
