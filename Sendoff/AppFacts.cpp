@@ -1,0 +1,28 @@
+#include "Sendoff/AppFacts.h"
+
+#include "Sendoff/QVTAppInfo.h"
+#include "foundation/Bundle.h"
+#include "macho/QVTMachOBinary.h"
+#include "preparation/QVTCodeSignedResource.h"
+
+std::optional<std::string> bundleIdentifierOf(const QVTAppInfo& appInfo) {
+  if (const auto& resource = appInfo.codeSignedResource()) return resource->bundleIdentifier();
+  return std::nullopt;
+}
+
+std::optional<std::string> instanceIdentifierOf(const QVTAppInfo& appInfo) {
+  if (const auto& binary = appInfo.binary()) return binary->instanceIdentifier();
+  return std::nullopt;
+}
+
+const foundation::Value* infoValueOf(const QVTAppInfo& appInfo, std::string_view key) {
+  const auto& resource = appInfo.codeSignedResource();
+  const auto bundle = resource ? resource->bundle() : nullptr;
+  return bundle ? bundle->objectForInfoDictionaryKey(key) : nullptr;
+}
+
+std::optional<std::string> infoTextOf(const QVTAppInfo& appInfo, std::string_view key) {
+  const foundation::Value* const value = infoValueOf(appInfo, key);
+  const std::string* const text = value ? value->string() : nullptr;
+  return text ? std::optional<std::string>(*text) : std::nullopt;
+}

@@ -1,0 +1,151 @@
+#include "Sendoff/CommandLine.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <optional>
+#include <string_view>
+
+#include <unistd.h>
+
+#include "Sendoff/RunSequence.h"
+#include "Sendoff/ServiceAddresses.h"
+#include "console/ProcessCheck.h"
+#include "console/QVTCLUtilLog.h"
+#include "foundation/Bundle.h"
+#include "foundation/ProcessInfo.h"
+#include "foundation/Text.h"
+#include "foundation/UserDefaults.h"
+
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+constexpr std::array<std::string_view, 8> kKnownOptions = {"-ipaPath",
+                                                           "-emails",
+                                                           "-help",
+                                                           "-groupAliases",
+                                                           "-notesPath",
+                                                           "-debug",
+                                                           "-QuorvantileAPIEndpoint",
+                                                           "-notifications"};
+
+constexpr std::string_view kUsage =
+    "Companion to the Quorvantile Mac App for submitting iOS builds for Beta Testing.\n"
+    "     Usage: \n"
+    "        sendoff  API_KEY BUILD_SECRET        default options for upload after archive, with "
+    "ipa path in environment \n"
+    "         additional options:\n"
+    "         -help                          display this message\n"
+    "         -ipaPath           [path to IPA]\n"
+    "         -emails            [tester email address],[email]\n"
+    "         -groupAliases      [group build server alias],[group]\n"
+    "         -notesPath         [release notes]\n"
+    "         -notifications     YES|NO\n"
+    "         -debug             YES|NO";
+
+constexpr std::size_t kKeyLength = 40;
+
+void printBanner() {
+  const foundation::Bundle& tool = foundation::Bundle::mainBundle();
+  QVTCLUtilLog("Quorvantile.framework/sendoff %@ (%@)",
+               tool.objectForInfoDictionaryKey("CFBundleShortVersionString"),
+               tool.objectForInfoDictionaryKey("CFBundleVersion"));
+}
+
+/// The first element, the program's own name included, that looks like an option and is none.
+const std::string* firstUnknownOption(const Arguments& arguments) {
+  const auto unknown = std::ranges::find_if(arguments, [](const std::string& argument) {
+    return argument.starts_with('-') &&
+           std::ranges::find(kKnownOptions, argument) == kKnownOptions.end();
+  });
+  return unknown == arguments.end() ? nullptr : &*unknown;
+}
+
+bool isHexadecimal(std::string_view text) {
+  return text.find_first_not_of("0123456789ABCDEFabcdef") == std::string_view::npos;
+}
+
+/// The argument as text; absent when it is not UTF-8.
+std::optional<std::string> textOf(const std::string& argument) {
+  return foundation::stringFromUTF8(foundation::bytesOf(argument));
+}
+
+bool checkKey(const std::string& argument) {
+  if (isHexadecimal(argument) && argument.size() == kKeyLength) return true;
+  QVTCLUtilLog("First argument must be API Key, not %@", textOf(argument));
+  return false;
+}
+
+/// The secret's length is the service's own business.
+bool checkSecret(const std::string& argument) {
+  if (isHexadecimal(argument)) return true;
+  QVTCLUtilLog("Second argument must be build secret, not %@", textOf(argument));
+  return false;
+}
+
+std::optional<std::string> setting(std::string_view key) {
+  return foundation::UserDefaults::standardUserDefaults().stringForKey(key);
+}
+
+/// The boolean reading of a setting, or `otherwise` without it.
+bool flag(std::string_view key, bool otherwise) {
+  const std::optional<std::string> value = setting(key);
+  return value ? foundation::boolValue(*value) : otherwise;
+}
+
+/// The settings of a run, but for key and secret.
+RunSettings readSettings() {
+  const std::optional<std::string> endpoint = setting("QuorvantileAPIEndpoint");
+  return {.apiEndpoint = endpoint.value_or(sendoff::kAPIBaseURL),
+          .uploadEndpoint = endpoint.value_or(sendoff::kUploadBaseURL),
+          .notifications = flag("notifications", true),
+          .ipaPath = setting("ipaPath"),
+          .notesPath = setting("notesPath"),
+          .emails = setting("emails"),
+          .groupAliases = setting("groupAliases")};
+}
+
+/// The process above the shell or build tool that started this program; 0 when it is unknown.
+pid_t parentOfParent() {
+  const auto parent = foundation::processRecord(::getppid());
+  return parent ? parent->parentProcessIdentifier : 0;
+}
+
+}  // namespace
+
+int commandLineMain(int argc, const char* const* argv) {
+  const Arguments arguments(argv, argv + argc);
+  printBanner();
+  if (const std::string* const unknown = firstUnknownOption(arguments)) {
+    QVTCLUtilLog("Invalid argument provided, %@", *unknown);
+    QVTCLUtilLog(kUsage);
+    return 1;
+  }
+
+  foundation::UserDefaults::standardUserDefaults().setArguments(arguments);
+  RunSettings settings = readSettings();
+  if (flag("debug", false)) debugMode = true;
+
+  if (arguments.size() < 3) {
+    QVTCLUtilLog(kUsage);
+    return failure();
+  }
+  if (!checkKey(arguments[1]) || !checkSecret(arguments[2])) return failure();
+  settings.apiKey = arguments[1];
+  settings.buildSecret = arguments[2];
+  return runSequence(settings);
+}
+
+int failure() {
+  const bool insideXcode = isProcessNameInHierarchy("Xcode");
+  const bool insideBuild = isProcessNameInHierarchy("xcodebuild");
+  if (insideBuild && !insideXcode) ::kill(parentOfParent(), SIGINT);
+  return 1;
+}
+
+std::vector<std::string> stripWhitespaceFromStrings(const std::vector<std::string>& strings) {
+  std::vector<std::string> stripped = strings;
+  for (std::string& text : stripped) std::erase(text, ' ');
+  return stripped;
+}

@@ -1,0 +1,139 @@
+#include "Sendoff/QVTAppInfo.h"
+
+#include <utility>
+
+#include "console/QVTCLUtilLog.h"
+#include "foundation/Assertion.h"
+#include "foundation/Bundle.h"
+#include "foundation/Error.h"
+#include "foundation/FileManager.h"
+#include "foundation/Path.h"
+#include "foundation/ProcessInfo.h"
+#include "foundation/SystemLog.h"
+#include "macho/QVTMachOBinary.h"
+#include "preparation/QVTCodeSignedResource.h"
+#include "preparation/QVTFileSystemUtils.h"
+#include "preparation/QVTIPA.h"
+#include "signing/QVTDeveloperCertificate.h"
+#include "signing/QVTIPABuilder.h"
+#include "signing/QVTProvisioningProfile.h"
+#include "xcode/QVTXcodeArchive.h"
+
+namespace {
+
+constexpr int kReady = 0;
+constexpr int kFailed = 1;
+
+bool remove(const std::optional<std::string>& item, const std::optional<std::string>& shownPath) {
+  if (!item) return true;
+  const auto removed = foundation::FileManager::removeItemAtPath(*item);
+  if (!removed) debugLog("Unable to remove item at path %@ %@", shownPath, removed.error());
+  return removed.ok();
+}
+
+/// A certificate of the profile whose private key is in the keychain; empty, with a message,
+/// without one.
+std::shared_ptr<QVTDeveloperCertificate> certificateToSignWith(
+    const QVTProvisioningProfile& profile) {
+  std::optional<foundation::Error> error;
+  auto certificate = profile.certWithPrivateKeyAvailableOrError(&error);
+  if (!certificate) QVTCLUtilLog("Unable to find a certificate with a private key: %@", error);
+  return certificate;
+}
+
+}  // namespace
+
+QVTAppInfo::QVTAppInfo(std::string apiKey, std::string buildSecret, std::string apiEndpoint,
+                       std::string uploadEndpoint)
+    : apiKey_(std::move(apiKey)),
+      buildSecret_(std::move(buildSecret)),
+      apiEndpoint_(std::move(apiEndpoint)),
+      uploadEndpoint_(std::move(uploadEndpoint)) {}
+
+QVTAppInfo::~QVTAppInfo() { removeTempArchives(); }
+
+int QVTAppInfo::prepBinaryWithIPAPath(const std::string& path) {
+  codeSignedResource_ = QVTIPA::initWithPath(path);
+  if (!codeSignedResource_) return kFailed;
+  pathToUnzippedApp_ = codeSignedResource_->path();
+  return readBinary() ? prepBinary() : kReady;
+}
+
+int QVTAppInfo::prepBinaryWithArchivePath(const std::string& path) {
+  QVTCLUtilLog("Uploading archive at %@", path);
+  codeSignedResource_ = QVTXcodeArchive::initWithURL(foundation::URL::fileURLWithPath(path));
+  if (!codeSignedResource_ || !codeSignedResource_->path()) {
+    QVTCLUtilLog("Unable to read archive at %@", path);
+    return kFailed;
+  }
+  std::optional<foundation::Error> error;
+  pathToUnzippedApp_ = QVTFileSystemUtils::moveAppToTempPath(*codeSignedResource_->path(), &error);
+  if (!pathToUnzippedApp_) {
+    QVTCLUtilLog("Unable to move application to temp path due to error: %@", error);
+    return kFailed;
+  }
+  return readBinary() ? prepBinary() : kReady;
+}
+
+bool QVTAppInfo::readBinary() {
+  const auto bundle = codeSignedResource_->bundle();
+  const auto executable = bundle ? bundle->executableURL() : std::nullopt;
+  binary_ = executable ? QVTMachOBinary::initWithURL(*executable) : nullptr;
+  // Not an error on purpose: without a binary the run goes on and ends at the upload.
+  if (!binary_) QVTCLUtilLog("Unable to read Mach-O binary.");
+  return binary_ != nullptr;
+}
+
+int QVTAppInfo::prepBinary() {
+  foundation::assertThat(
+      pathToUnzippedApp_.has_value(), "_pathToUnzippedApp",
+      {.function = "-[QVTAppInfo prepBinary]", .source = "Sendoff/Sendoff/QVTAppInfo", .line = 76});
+  return readProfile() && package() ? kReady : kFailed;
+}
+
+bool QVTAppInfo::readProfile() {
+  const auto keychain = foundation::ProcessInfo::environmentValue("CODE_SIGN_KEYCHAIN");
+  if (keychain) foundation::systemLog("Using CODE_SIGN_KEYCHAIN: %@", *keychain);
+  const auto path = codeSignedResource_ ? codeSignedResource_->provisioningProfilePath()
+                                        : std::optional<std::string>();
+  provisioningProfile_ =
+      path ? QVTProvisioningProfile::initWithPathKeychainPath(*path, keychain) : nullptr;
+  if (!provisioningProfile_) QVTCLUtilLog("Unable to read provisioning profile at %@", path);
+  return provisioningProfile_ != nullptr;
+}
+
+bool QVTAppInfo::package() {
+  const auto certificate = certificateToSignWith(*provisioningProfile_);
+  if (!certificate) return false;
+  const auto builder = QVTIPABuilder::initWithProvisioningProfileDeveloperCertificate(
+      provisioningProfile_, certificate);
+  if (!builder) {
+    QVTCLUtilLog(
+        "Unable to prepare for re-signing. Ensure that a private key matching one of the "
+        "provisioning profile's certificates is in your keychain.");
+    return false;
+  }
+  releasePath_ = pathForDistribution();
+  std::optional<foundation::Error> error;
+  if (builder->packageSourceToDestinationPath(*pathToUnzippedApp_, *releasePath_, &error)) {
+    return true;
+  }
+  QVTCLUtilLog("Unable to package source due to error: %@", error);
+  return false;
+}
+
+std::string QVTAppInfo::ipaTemporaryStoragePath() {
+  const auto temporary = foundation::FileManager::temporaryDirectory();
+  if (!temporary) throw foundation::Exception(temporary.error().localizedDescription());
+  return foundation::appendingPathComponent(*temporary, "com.quorvantile.mac/distributions");
+}
+
+std::string QVTAppInfo::pathForDistribution() {
+  return foundation::appendingPathComponent(ipaTemporaryStoragePath(),
+                                            foundation::ProcessInfo::newUUIDString() + ".ipa");
+}
+
+bool QVTAppInfo::removeTempArchives() const {
+  // Both messages show the app folder's path, also the one about the .ipa; kept so on purpose.
+  return remove(pathToUnzippedApp_, pathToUnzippedApp_) && remove(releasePath_, pathToUnzippedApp_);
+}

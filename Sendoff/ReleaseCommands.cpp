@@ -1,0 +1,99 @@
+#include "Sendoff/ReleaseCommands.h"
+
+#include <functional>
+#include <optional>
+
+#include "QVTWebClient/QVTWebClient.h"
+#include "QVTWebClient/QVTWebRequest.h"
+#include "QVTWebClient/QVTWebResponse.h"
+#include "Sendoff/AppFacts.h"
+#include "Sendoff/QVTAppInfo.h"
+#include "console/QVTCLUtilLog.h"
+#include "foundation/Bundle.h"
+#include "foundation/Format.h"
+
+namespace {
+
+/// Names this tool to the service; the same in every copy of it.
+constexpr const char* kDeveloperToken = "389eabecb56021e9d618c5d32c6afc83b458bfdd";
+
+/// Path of one of the build-server calls for this app and this build of it.
+std::string releasePathOf(const QVTAppInfo& appInfo, std::string_view command) {
+  return foundation::format("/spi/v1/platforms/ios/apps/%@/releases/%@/build_server/%@",
+                            bundleIdentifierOf(appInfo), instanceIdentifierOf(appInfo), command);
+}
+
+/// Sends the request to the API and answers whether the service took it (200 or 202), after
+/// `report` has heard the answer.
+bool send(const QVTAppInfo& appInfo, const std::shared_ptr<QVTWebRequest>& request,
+          const std::function<void(const QVTWebResponse& response, bool taken)>& report) {
+  const auto client = QVTWebClient::initWithURL(foundation::URL::withString(appInfo.apiEndpoint()));
+  bool taken = false;
+  client->syncStartRequestCompletion(request, [&](const std::shared_ptr<QVTWebResponse>& response) {
+    taken = response->statusCode() == 200 || response->statusCode() == 202;
+    report(*response, taken);
+  });
+  return taken;
+}
+
+}  // namespace
+
+std::shared_ptr<QVTWebRequest> setupRequest(const std::string& method, const std::string& path,
+                                            const QVTAppInfo& appInfo) {
+  auto request = QVTWebRequest::requestWithMethodPath(method, path);
+  const auto* const toolVersion =
+      foundation::Bundle::mainBundle().objectForInfoDictionaryKey("CFBundleVersion");
+  request->addValueForHTTPHeaderField(foundation::format("uploader/%@", toolVersion), "User-Agent");
+  request->addValueForHTTPHeaderField(appInfo.buildSecret(), "X-QUORVANTILE-BUILD-SECRET");
+  request->addValueForHTTPHeaderField(appInfo.apiKey(), "X-QUORVANTILE-API-KEY");
+  request->addValueForHTTPHeaderField(kDeveloperToken, "X-QUORVANTILE-DEVELOPER-TOKEN");
+  if (method != "GET") {
+    request->addValueForFormField(infoTextOf(appInfo, "CFBundleShortVersionString"),
+                                  "app[display_version]");
+    request->addValueForFormField(infoTextOf(appInfo, "CFBundleVersion"), "app[build_version]");
+  }
+  return request;
+}
+
+void logErrorResponse(std::string_view context, const QVTWebResponse& response) {
+  const auto body = QVTWebClient::decodeJSON(response.responseData());
+  const foundation::Value* const error = body ? body->find("error") : nullptr;
+  const foundation::Value* const message = error ? error->find("message") : nullptr;
+  if (message) {
+    QVTCLUtilLog("%@: %@", context, message);
+  } else {
+    QVTCLUtilLog("%@. Response code: %ld", context, response.statusCode());
+  }
+}
+
+bool releaseValidation(const QVTAppInfo& appInfo) {
+  const auto request = setupRequest("GET", releasePathOf(appInfo, "validate_project"), appInfo);
+  return send(appInfo, request, [](const QVTWebResponse& response, bool taken) {
+    if (taken) return;
+    QVTCLUtilLog("Unable to find application in Quorvantile. Response code: %lu",
+                 response.statusCode());
+  });
+}
+
+bool addReleaseNotes(const QVTAppInfo& appInfo, const std::string& notes) {
+  const auto request = setupRequest("PUT", releasePathOf(appInfo, "notes"), appInfo);
+  request->addValueForFormField(notes, "release_notes[body]");
+  request->addValueForFormField("text", "release_notes[format]");
+  return send(appInfo, request, [](const QVTWebResponse& response, bool taken) {
+    if (!taken) return logErrorResponse("Unable to add release notes", response);
+    QVTCLUtilLog("Added Release Notes Successfully %lu", response.statusCode());
+  });
+}
+
+bool addTesters(const QVTAppInfo& appInfo, const std::vector<std::string>& emails,
+                const std::vector<std::string>& groupAliases) {
+  if (emails.empty() && groupAliases.empty()) return true;
+  const auto request = setupRequest("PUT", releasePathOf(appInfo, "access/enable"), appInfo);
+  request->addValueForFormField("false", "send_notifications");
+  for (const std::string& email : emails) request->addValueForFormField(email, "emails[]");
+  for (const std::string& alias : groupAliases) request->addValueForFormField(alias, "group_ids[]");
+  return send(appInfo, request, [](const QVTWebResponse& response, bool taken) {
+    if (!taken) return logErrorResponse("Unable to add testers", response);
+    QVTCLUtilLog("Added Testers/Groups Successfully %lu", response.statusCode());
+  });
+}

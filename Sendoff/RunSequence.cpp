@@ -1,0 +1,138 @@
+#include "Sendoff/RunSequence.h"
+
+#include <memory>
+#include <vector>
+
+#include "Sendoff/CommandLine.h"
+#include "Sendoff/DistributionUpload.h"
+#include "Sendoff/QVTAppInfo.h"
+#include "Sendoff/ReleaseCommands.h"
+#include "Sendoff/ServiceAddresses.h"
+#include "console/QVTCLUtilLog.h"
+#include "foundation/FileManager.h"
+#include "foundation/Path.h"
+#include "foundation/ProcessInfo.h"
+#include "foundation/Text.h"
+
+namespace FileManager = foundation::FileManager;
+
+std::optional<std::string> pathToUnzippedApp;
+
+namespace {
+
+/// How a preparation route ended: a result of `QVTAppInfo`, or nothing when there was no app to
+/// prepare and the reason is printed.
+using Prepared = std::optional<int>;
+
+/// The platform's code for a file whose bytes are not text in the encoding asked for.
+constexpr long kUnsuitableEncoding = 261;
+
+Prepared prepareIPA(QVTAppInfo& appInfo, const std::string& path) {
+  debugLog("Path to IPA manually provided: %@", path);
+  if (!FileManager::fileExistsAtPath(path)) {
+    QVTCLUtilLog("No file found at path %@", path);
+    return std::nullopt;
+  }
+  if (FileManager::isDirectoryAtPath(path)) {
+    QVTCLUtilLog(
+        "Path must be to an .ipa file. To create an .ipa distribute an archive (ad-hoc) using "
+        "Xcode.");
+    return std::nullopt;
+  }
+  return appInfo.prepBinaryWithIPAPath(path);
+}
+
+Prepared prepareArchive(QVTAppInfo& appInfo, const foundation::Environment& environment) {
+  debugLog("Path to IPA expected in environment");
+  const auto products = environment.find("ARCHIVE_PRODUCTS_PATH");
+  if (products == environment.end()) {
+    QVTCLUtilLog("%@",
+                 "No archive path found in environment. Either use sendoff binary in \"After "
+                 "Archive\" Xcode build phase or manually provide an IPA with \"-ipaPath\"");
+    return std::nullopt;
+  }
+  // The variable names the Products folder inside the archive.
+  return appInfo.prepBinaryWithArchivePath(foundation::deletingLastPathComponent(products->second));
+}
+
+bool validate(const QVTAppInfo& appInfo) {
+  if (releaseValidation(appInfo)) return true;
+  const std::string hint =
+      std::string(
+          "Does this app belong to this org?\n We couldn't validate app with bundle ID %@ in the "
+          "selected organization, so make sure you've first added your app through the "
+          "Quorvantile app.\n You can check that your API key and build secret are correct by "
+          "going here: ") +
+      sendoff::kSettingsPageURL +
+      "\n Then select the org and click on API key or build secret underneath the org name.";
+  QVTCLUtilLog(hint, appInfo.codeSignedResource()->bundleIdentifier());
+  return false;
+}
+
+foundation::Result<std::string> textOfFile(const std::string& path) {
+  const auto content = FileManager::contentsOfFile(path);
+  if (!content) return content.error();
+  auto text = foundation::stringFromUTF8(content->bytes());
+  if (text) return *std::move(text);
+  return foundation::makeError(foundation::kCocoaErrorDomain, kUnsuitableEncoding,
+                               "The file is not text in UTF-8.");
+}
+
+bool addNotes(const QVTAppInfo& appInfo, const std::optional<std::string>& path) {
+  if (!path) return true;
+  const auto notes = textOfFile(*path);
+  if (!notes) {
+    QVTCLUtilLog("Could not read release notes file at path %@, error: %@", *path,
+                 notes.error().localizedDescription());
+    return false;
+  }
+  if (addReleaseNotes(appInfo, *notes)) return true;
+  QVTCLUtilLog("Failed to add notes to the release");
+  return false;
+}
+
+/// The pieces of a comma-separated setting, without spaces; empty pieces are kept.
+std::vector<std::string> list(const std::optional<std::string>& setting) {
+  if (!setting) return {};
+  return stripWhitespaceFromStrings(foundation::split(*setting, ','));
+}
+
+bool enableTesters(const QVTAppInfo& appInfo, const RunSettings& settings) {
+  if (addTesters(appInfo, list(settings.emails), list(settings.groupAliases))) return true;
+  QVTCLUtilLog("Failed to add testers/groups to the release");
+  return false;
+}
+
+/// The run up to the upload; false once a step has failed and printed its line.
+bool announce(const QVTAppInfo& appInfo, const RunSettings& settings) {
+  return validate(appInfo) && addNotes(appInfo, settings.notesPath) &&
+         enableTesters(appInfo, settings);
+}
+
+}  // namespace
+
+int runSequence(const RunSettings& settings) {
+  const foundation::Environment environment = foundation::ProcessInfo::environment();
+  pathToUnzippedApp.reset();
+  auto appInfo = std::make_unique<QVTAppInfo>(settings.apiKey, settings.buildSecret,
+                                              settings.apiEndpoint, settings.uploadEndpoint);
+
+  const Prepared prepared = settings.ipaPath ? prepareIPA(*appInfo, *settings.ipaPath)
+                                             : prepareArchive(*appInfo, environment);
+  // Releasing the app removes the temporary files; that comes before `failure()`, which may end the
+  // process.
+  if (prepared != 0) {
+    appInfo.reset();
+    if (prepared) QVTCLUtilLog("Failed to prepare the binary for release");
+    return failure();
+  }
+  if (!announce(*appInfo, settings)) {
+    appInfo.reset();
+    return failure();
+  }
+  const bool uploaded = uploadRelease(*appInfo, settings.notifications);
+  appInfo.reset();
+  if (uploaded) return 0;
+  QVTCLUtilLog("Failed to upload binary");
+  return failure();
+}

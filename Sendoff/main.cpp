@@ -1,0 +1,20 @@
+#include <csignal>
+#include <exception>
+
+#include "Sendoff/CommandLine.h"
+#include "Sendoff/SigningToolPath.h"
+#include "Sendoff/StandardDescriptors.h"
+#include "console/QVTCLUtilLog.h"
+
+int main(int argc, char** argv) {
+  openMissingStandardDescriptors();
+  // A reader of the console that goes away (`sendoff … | head`) must not change what the run does.
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    appendSigningToolsToPath();
+    return commandLineMain(argc, argv);
+  } catch (const std::exception& exception) {
+    QVTCLUtilLog("Unexpected error: %@", exception.what());
+    return failure();
+  }
+}
