@@ -67,6 +67,8 @@ Replacement::~Replacement() {
       fs::remove(step->target, ignored);
     } else {
       fs::rename(step->backup, step->target, ignored);
+      // Two names of one file are left alone by that: the target never went away.
+      fs::remove(step->backup, ignored);
     }
   }
   for (auto folder = madeFolders_.rbegin(); folder != madeFolders_.rend(); ++folder) {
@@ -87,26 +89,31 @@ void Replacement::discard(const fs::path& own) {
   own_.erase(own.native());
 }
 
-Result<> Replacement::prepare(const fs::path& target, const Pieces& content) {
+Result<fs::path> Replacement::prepare(const fs::path& target, const Pieces& content,
+                                      const fs::path& model) {
   std::error_code failed;
-  const fs::path folder = target.parent_path();
+  const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
   if (fs::create_directory(folder, failed)) madeFolders_.push_back(folder);
   if (failed) return cannot("make folder", folder, failed.value());
+  if (!fs::is_directory(fs::symlink_status(folder, failed))) {
+    return failure(folder.string() + " is no folder");
+  }
   const fs::path temporary = besides(target);
   constexpr mode_t kNewFile = 0666;
   FileDescriptor file(
       ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kNewFile));
   if (!file) return cannot("write beside", target, errno);
   prepared_.push_back({target, temporary});
-  const FileDescriptor old(::open(target.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  const fs::path& like = model.empty() ? target : model;
+  const FileDescriptor old(::open(like.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   if (old) {
-    const auto copied = foundation::copyAttributes(old.get(), file.get(), target.native());
+    const auto copied = foundation::copyAttributes(old.get(), file.get(), like.native());
     if (!copied) return copied.error();
   }
   if (const int error = writeAll(file.get(), content)) return cannot("write", target, error);
   if (::fsync(file.get()) != 0) return cannot("write", target, errno);
   if (::close(file.release()) != 0) return cannot("write", target, errno);
-  return {};
+  return temporary;
 }
 
 /// A second name for the old file, so that it can come back; empty when there is none.

@@ -18,9 +18,11 @@ class Replacement {
   Replacement(const Replacement&) = delete;
   ~Replacement();
 
-  /// Writes the new content of `target`, which need not exist (its folder is made then). Fails with
-  /// the path and the system's text.
-  Result<> prepare(const std::filesystem::path& target, const Pieces& content);
+  /// Writes the new content of `target`, which need not exist (its folder is made then), with the
+  /// attributes of `model`: of the target itself when that is left out. Fails with
+  /// the path and the system's text. The answer is where the new content lies until `commit`.
+  Result<std::filesystem::path> prepare(const std::filesystem::path& target, const Pieces& content,
+                                        const std::filesystem::path& model = {});
   /// Puts what was prepared since the last time into place, in that order.
   Result<> commit();
   /// Takes a file away.

@@ -1,0 +1,100 @@
+#include "toolchain/FileSigner.h"
+
+#include "toolchain/SignatureCheck.h"
+
+namespace toolchain {
+
+namespace {
+
+/// "arm64: " before what is said about one of several slices.
+foundation::Error about(const Image& image, const Slice& slice, const foundation::Error& error) {
+  return image.isUniversal() ? within(slice.architecture, error) : error;
+}
+
+}  // namespace
+
+FileSigner::FileSigner(const Image& image, SignatureContent content)
+    : image_(image), content_(std::move(content)) {
+  content_.hashTypes = hashTypesFor(image);
+}
+
+void FileSigner::cover(std::optional<Bytes> infoPlist, std::optional<Bytes> resources) {
+  content_.infoPlist = infoPlist;
+  content_.resources = resources;
+}
+
+/// A loose file's own Info.plist lies inside it.
+SignatureContent FileSigner::contentFor(const Slice& slice) const {
+  SignatureContent content = content_;
+  if (!content.infoPlist && slice.embeddedInfoPlist) {
+    content.infoPlist = image_.bytesOf(slice).subspan(slice.embeddedInfoPlist->offset,
+                                                      slice.embeddedInfoPlist->size);
+  }
+  return content;
+}
+
+Result<> FileSigner::hashCode() {
+  std::vector<SliceLayout> slices;
+  for (const Slice& slice : image_.slices()) {
+    const auto codeLimit = signatureOffset(image_, slice);
+    if (!codeLimit) return about(image_, slice, codeLimit.error());
+    const SignatureContent content = contentFor(slice);
+    const std::uint64_t room = SignatureBuilder(content, slice, *codeLimit).room();
+    auto layout = layOut(image_, slice, room);
+    if (!layout) return about(image_, slice, layout.error());
+    hashes_.push_back(hashPages(layout->code(), pageShiftFor(slice), content_.hashTypes));
+    slices.push_back(std::move(*layout));
+  }
+  auto layout = layOutFile(image_, std::move(slices));
+  if (!layout) return layout.error();
+  layout_ = std::move(*layout);
+  return {};
+}
+
+Result<std::vector<std::vector<std::byte>>> FileSigner::signatures() const {
+  std::vector<std::vector<std::byte>> result;
+  for (std::size_t i = 0; i < image_.slices().size(); ++i) {
+    const Slice& slice = image_.slices()[i];
+    const SignatureContent content = contentFor(slice);
+    auto signature =
+        SignatureBuilder(content, slice, layout_.slices[i].codeLimit).build(hashes_[i]);
+    if (!signature) return about(image_, slice, signature.error());
+    result.push_back(std::move(*signature));
+  }
+  return result;
+}
+
+Result<> FileSigner::writeBeside(const std::filesystem::path& executable,
+                                 Replacement& replacement) {
+  const auto made = signatures();
+  if (!made) return made.error();
+  const std::vector<Bytes> views(made->begin(), made->end());
+  const auto written = replacement.prepare(executable, fileContent(layout_, views));
+  if (!written) return written.error();
+  return check(*written);
+}
+
+Result<> FileSigner::check(const std::filesystem::path& written) const {
+  const auto file = foundation::MappedFile::open(written);
+  if (!file) return file.error();
+  const auto image = Image::parse(file->bytes());
+  if (!image) return within("the new file does not verify", image.error());
+  for (std::size_t i = 0; i < image->slices().size(); ++i) {
+    const Slice& slice = image->slices()[i];
+    const SignatureContent content = contentFor(image_.slices()[i]);
+    const Bytes code = image->bytesOf(slice).first(slice.signature->data.offset);
+    const auto checked = checkSignature({.slice = slice,
+                                         .signature = image->signatureArea(slice),
+                                         .code = {code},
+                                         .takenHashes = hashes_[i],
+                                         .infoPlist = content.infoPlist,
+                                         .resources = content.resources});
+    if (!checked) return within("the new signature does not verify", checked.error());
+    if (!checked->meetsDesignatedRequirement) {
+      return failure("the new signature does not satisfy its own requirement");
+    }
+  }
+  return {};
+}
+
+}  // namespace toolchain

@@ -1,0 +1,127 @@
+#include "toolchain/IdentitySelection.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "foundation/Format.h"
+#include "foundation/Text.h"
+
+namespace toolchain {
+
+namespace {
+
+using foundation::Certificate;
+using foundation::Identity;
+using foundation::Keychain;
+
+std::string hashText(const Certificate& certificate) {
+  return foundation::uppercaseHex(certificate.sha1());
+}
+
+bool isHash(std::string_view name) {
+  return name.size() == 40 && std::all_of(name.begin(), name.end(), [](char c) {
+           return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+         });
+}
+
+/// Identities of the keychain and those that the profile's certificates add, each once.
+std::vector<Identity> candidates(const Keychain& keychain, const EmbeddedProfile* profile) {
+  std::vector<Identity> result = keychain.identities();
+  const auto isKnown = [&](const Certificate& certificate) {
+    return std::any_of(result.begin(), result.end(), [&](const Identity& one) {
+      return one.certificate.der() == certificate.der();
+    });
+  };
+  for (const Certificate& certificate :
+       profile ? profile->certificates : std::vector<Certificate>()) {
+    if (isKnown(certificate)) continue;
+    if (auto identity = keychain.identityForCertificate(certificate)) {
+      result.push_back(std::move(*identity));
+    }
+  }
+  return result;
+}
+
+template <class Matches>
+std::vector<Identity> filtered(const std::vector<Identity>& identities, const Matches& matches) {
+  std::vector<Identity> result;
+  std::copy_if(identities.begin(), identities.end(), std::back_inserter(result), matches);
+  return result;
+}
+
+/// By hash, else by whole common name, else by a part of it.
+std::vector<Identity> named(const std::vector<Identity>& identities, const std::string& name) {
+  const auto commonName = [](const Identity& one) {
+    return one.certificate.commonName().value_or("");
+  };
+  if (isHash(name)) {
+    return filtered(identities, [&](const Identity& one) {
+      return foundation::lowercased(hashText(one.certificate)) == foundation::lowercased(name);
+    });
+  }
+  auto exact = filtered(identities, [&](const Identity& one) { return commonName(one) == name; });
+  if (!exact.empty() || name.empty()) return exact;
+  return filtered(identities, [&](const Identity& one) {
+    return commonName(one).find(name) != std::string::npos;
+  });
+}
+
+std::string placeOf(const IdentityQuery& query) {
+  return query.keychain ? query.keychain->string() : "the default keychains";
+}
+
+Result<Identity> theOnly(const std::vector<Identity>& found, const IdentityQuery& query) {
+  if (found.empty()) {
+    return failure("error: The specified item could not be found in the keychain. No identity \"" +
+                   query.name + "\" in " + placeOf(query));
+  }
+  if (found.size() == 1) return found.front();
+  std::string text = query.name + ": ambiguous in " + placeOf(query) + ", matches ";
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    text += (i == 0 ? "\"" : " and \"") + found[i].certificate.commonName().value_or("") + "\" (" +
+            hashText(found[i].certificate) + ")";
+  }
+  return failure(std::move(text));
+}
+
+/// Among certificates of one name, those of today count before those that have run out.
+std::vector<Identity> preferringValid(std::vector<Identity> found, foundation::Date now) {
+  auto valid = filtered(found, [&](const Identity& one) { return one.certificate.isValidAt(now); });
+  return valid.empty() ? found : valid;
+}
+
+Result<> checkValid(const Certificate& certificate, foundation::Date now) {
+  if (certificate.isValidAt(now)) return {};
+  const bool isTooEarly = now < certificate.notBefore();
+  return failure(
+      "the certificate \"" + certificate.commonName().value_or(hashText(certificate)) +
+      (isTooEarly ? "\" is not valid before " : "\" expired on ") +
+      foundation::description(isTooEarly ? certificate.notBefore() : certificate.notAfter()));
+}
+
+}  // namespace
+
+Result<SigningIdentity> findIdentity(const IdentityQuery& query) {
+  const Keychain defaults = Keychain::defaultSearchList();
+  std::optional<Keychain> given;
+  if (query.keychain) {
+    auto opened = Keychain::open(*query.keychain);
+    if (!opened) return opened.error();
+    given = std::move(*opened);
+  }
+  const Keychain& keychain = given ? *given : defaults;
+  const auto now =
+      std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+  const auto found = preferringValid(named(candidates(keychain, query.profile), query.name), now);
+  auto identity = theOnly(found, query);
+  if (!identity) return identity.error();
+  if (const auto valid = checkValid(identity->certificate, now); !valid) return valid.error();
+  std::vector<Certificate> issuers = keychain.certificates();
+  const auto& more = defaults.certificates();
+  issuers.insert(issuers.end(), more.begin(), more.end());
+  auto chain = foundation::certificateChain(identity->certificate, issuers);
+  if (!chain) return chain.error();
+  return SigningIdentity{std::move(*identity), std::move(*chain)};
+}
+
+}  // namespace toolchain
