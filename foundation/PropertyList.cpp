@@ -210,8 +210,6 @@ bool looksLikeXML(std::string_view text) {
 }  // namespace
 
 Result<Value> parse(Bytes bytes) {
-  // Blanks alone are an empty dictionary in the old text form; a file without a byte is nothing.
-  if (bytes.empty()) return listError("text", "no bytes at all");
   if (textOf(bytes).starts_with("bplist")) return parseBinary(bytes);
   std::string storage;
   const auto text = unicodeText(bytes, storage);
@@ -230,7 +228,8 @@ Result<Value> parseXML(Bytes bytes) {
 
 std::optional<Dictionary> dictionaryWithContentsOfFile(const std::filesystem::path& path) {
   const auto content = FileManager::contentsOfFile(path);
-  if (!content) return std::nullopt;
+  // As a text it would be an empty dictionary of the old form; as a file it is a failed write.
+  if (!content || content->empty()) return std::nullopt;
   auto value = parse(content->bytes());
   if (!value || !value->dictionary()) return std::nullopt;
   return std::move(*value->dictionary());
