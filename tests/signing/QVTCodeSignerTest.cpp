@@ -151,7 +151,7 @@ TEST_F(QVTCodeSignerTest, FailedSigningTellsTheRun) {
   EXPECT_FALSE(own->sign(app_, &error));
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code, -2);
-  const auto& arguments = tools_.calls()[0].arguments;
+  const auto arguments = tools_.calls()[0].arguments;
   EXPECT_EQ(error->userInfo,
             (Dictionary{{"command", tools_.codesign().string()},
                         {"arguments", Array(arguments.begin(), arguments.end())},

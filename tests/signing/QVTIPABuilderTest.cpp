@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "foundation/Format.h"
 #include "foundation/PropertyList.h"
 #include "signing/QVTIPABuilder.h"
 #include "tests/support/Identities.h"
