@@ -1,0 +1,88 @@
+// Opening a large universal executable and computing its identifier: time, page faults and the
+// memory that the mapping made resident. The file is sparse; only its headers hold anything.
+#include <fstream>
+
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "macho/QVTMachOBinary.h"
+#include "tests/support/MachOFixture.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+constexpr std::uint64_t kFileSize = 200'000'000;
+
+test::MachOImage image(std::int32_t type, std::int32_t subtype, const char* uuid) {
+  test::MachOImage result(type, subtype);
+  result.uuid(uuid).versionMin(macho::LC_VERSION_MIN_IPHONEOS, 0x90000, 0xc0100);
+  for (int i = 0; i < 40; ++i) {
+    result.dylib("/System/Library/Frameworks/F" + std::to_string(i) + ".framework/F");
+  }
+  return result;
+}
+
+/// Two slices, one half of the file each.
+std::filesystem::path makeLargeFile(const test::TemporaryFolder& folder) {
+  const auto armv7 =
+      image(macho::CPU_TYPE_ARM, macho::CPU_SUBTYPE_ARM_V7, "ffeeddccbbaa99887766554433221100");
+  const auto arm64 = image(macho::CPU_TYPE_ARM64, macho::CPU_SUBTYPE_ARM64_ALL,
+                           "00112233445566778899aabbccddeeff");
+  constexpr std::uint32_t kFirst = 16384;
+  constexpr std::uint32_t kSecond = kFileSize / 2 / kFirst * kFirst;
+  const std::string table =
+      test::universalFile({{armv7.cpuType(), armv7.cpuSubtype(), "", kFirst},
+                           {arm64.cpuType(), arm64.cpuSubtype(), "", kSecond}});
+  const auto path = folder / "App";
+  std::ofstream out(path, std::ios::binary);
+  out << table;
+  out.seekp(kFirst) << armv7.bytes();
+  out.seekp(kSecond) << arm64.bytes();
+  out.close();
+  std::filesystem::resize_file(path, kFileSize);
+  return path;
+}
+
+/// "RssFile", the resident pages of mapped files, in KiB.
+long residentFileKiB() {
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;) {
+    long kibibytes = 0;
+    if (word == "RssFile:" && status >> kibibytes) return kibibytes;
+  }
+  return 0;
+}
+
+long minorFaults() {
+  struct rusage usage {};
+  ::getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_minflt;
+}
+
+void identify(const std::string& path) {
+  const auto binary = QVTMachOBinary::MachOBinaryWithPath(path);
+  benchmark::DoNotOptimize(binary->instanceIdentifier());
+}
+
+void openAndIdentify(benchmark::State& state) {
+  const test::TemporaryFolder folder;
+  const std::string path = makeLargeFile(folder).string();
+  // The digest library's own pages are not what is measured.
+  benchmark::DoNotOptimize(QVTMachOBinary::hashNSString("warm"));
+  const long before = residentFileKiB();
+  const long faultsBefore = minorFaults();
+  const auto binary = QVTMachOBinary::MachOBinaryWithPath(path);
+  benchmark::DoNotOptimize(binary->instanceIdentifier());
+  const long faults = minorFaults() - faultsBefore;
+  const long touched = residentFileKiB() - before;
+  if (touched >= 1000) state.SkipWithError("1 MB of the file or more was touched");
+  for (auto _ : state) identify(path);
+  state.counters["resident_KiB"] = static_cast<double>(touched);
+  state.counters["minor_faults"] = static_cast<double>(faults);
+}
+BENCHMARK(openAndIdentify)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
