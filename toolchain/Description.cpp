@@ -101,7 +101,7 @@ void addSigner(Lines& lines, const SignedCode& code, int verbosity) {
   }
   if (verbosity >= 2) addAuthorities(lines, *signer);
   if (signer->signingTime) {
-    lines.push_back("Signed Time=" + foundation::format("%@", *signer->signingTime));
+    lines.push_back("Signed Time=" + foundation::description(*signer->signingTime));
   }
 }
 
