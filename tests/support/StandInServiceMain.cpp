@@ -2,6 +2,8 @@
 // readable form, until it is ended. Its exit status is 0 when nothing was wrong with any request.
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -16,6 +18,7 @@ constexpr int kUsageStatus = 64;
 
 struct CommandLine {
   test::StandInServiceOptions options;
+  std::optional<std::string> saveFolder;
   bool understood = true;
 };
 
@@ -30,6 +33,8 @@ CommandLine parse(const std::vector<std::string_view>& arguments) {
       line.options.apiKey = value;
     } else if (hasValue && arguments[i] == "--secret") {
       line.options.buildSecret = value;
+    } else if (hasValue && arguments[i] == "--save") {
+      line.saveFolder = value;
     } else {
       line.understood = false;
     }
@@ -70,12 +75,23 @@ void print(const test::ReceivedRequest& request, const std::vector<std::string>&
   std::cout << indented(text) << "\n" << std::flush;
 }
 
+/// Keeps the file of an upload under the name that it came with.
+void save(const std::string& folder, const test::ReceivedRequest& request) {
+  if (test::callOf(request) != test::ServiceCall::upload) return;
+  const test::FormPart file = test::parseForm(request.body()).back();
+  std::ofstream(std::filesystem::path(folder) /
+                    std::filesystem::path(file.fileName.value_or("upload")).filename(),
+                std::ios::binary)
+      << file.value;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   CommandLine line = parse({argv + 1, argv + argc});
   if (!line.understood) {
-    std::cerr << "usage: stand-in-service [--port N] [--key API_KEY] [--secret BUILD_SECRET]\n";
+    std::cerr << "usage: stand-in-service [--port N] [--key API_KEY] [--secret BUILD_SECRET]"
+                 " [--save FOLDER]\n";
     return kUsageStatus;
   }
   // Blocked before the server's threads begin, so that one of these signals only ends the wait.
@@ -85,7 +101,11 @@ int main(int argc, char** argv) {
   sigaddset(&ends, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &ends, nullptr);
 
-  line.options.observer = print;
+  line.options.observer = [folder = line.saveFolder](const test::ReceivedRequest& request,
+                                                     const std::vector<std::string>& complaints) {
+    print(request, complaints);
+    if (folder && complaints.empty()) save(*folder, request);
+  };
   const test::StandInService service(std::move(line.options));
   std::cout << "listening on " << service.url() << "\n\n" << std::flush;
   int signal = 0;
