@@ -1,5 +1,6 @@
 #include "foundation/CurlErrors.h"
 
+#include <cerrno>
 #include <system_error>
 
 namespace foundation {
@@ -58,6 +59,7 @@ Error transportError(const TransportFailure& failure) {
       return urlError(kURLErrorCannotFindHost, "cannot find the proxy for " + place);
     case CURLE_COULDNT_CONNECT:
     case CURLE_PROXY:
+      if (failure.systemError == ECONNRESET) return connectionLost(failure);
       return failure.tunnelStatus >= 300 ? tunnelRefused(failure) : cannotConnect(failure);
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
@@ -80,6 +82,7 @@ Error transportError(const TransportFailure& failure) {
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_WRITE_ERROR:
     case CURLE_BAD_CONTENT_ENCODING:
+    case CURLE_OUT_OF_MEMORY:  // the library's word for a field that is too long for it
       return urlError(kURLErrorBadServerResponse, "the answer of " + place + " is no proper HTTP");
     default:
       return urlError(kURLErrorUnknown, withDetail("the exchange with " + place + " failed",

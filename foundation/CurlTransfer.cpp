@@ -6,6 +6,7 @@
 
 #include "foundation/CurlErrors.h"
 #include "foundation/HTTPRedirect.h"
+#include "foundation/OpenSockets.h"
 #include "foundation/SocketActivity.h"
 
 namespace foundation {
@@ -14,13 +15,6 @@ namespace {
 
 /// Most bytes of a followed redirect's own body that are read so that its connection can be kept.
 constexpr std::size_t kMaximumUnwanted = 64 * 1024;
-
-std::optional<curl_socket_t> activeSocket(CURL* easy) {
-  curl_socket_t socket = CURL_SOCKET_BAD;
-  if (curl_easy_getinfo(easy, CURLINFO_ACTIVESOCKET, &socket) != CURLE_OK) return std::nullopt;
-  if (socket == CURL_SOCKET_BAD) return std::nullopt;
-  return socket;
-}
 
 }  // namespace
 
@@ -42,7 +36,6 @@ struct CurlTransfer::Callbacks {
     long status = 0;
     curl_easy_getinfo(transfer.easy(), CURLINFO_RESPONSE_CODE, &status);
     const bool hadHead = transfer.answer_.hasHead();
-    transfer.counters_ += size;
     if (transfer.abandoned_ || !transfer.answer_.addHeadLine({data, size}, status)) return 0;
     if (transfer.answer_.hasHead() && !hadHead) {
       transfer.nextHop_ = requestAfterRedirect(transfer.request_, transfer.answer_.response());
@@ -52,7 +45,6 @@ struct CurlTransfer::Callbacks {
 
   static std::size_t body(char* data, std::size_t, std::size_t size, void* self) noexcept {
     auto& transfer = *static_cast<CurlTransfer*>(self);
-    transfer.counters_ += size;
     if (transfer.abandoned_) return 0;
     if (transfer.nextHop_) {
       transfer.unwanted_ += size;
@@ -79,8 +71,26 @@ struct CurlTransfer::Callbacks {
 
   static int progress(void* self, curl_off_t, curl_off_t down, curl_off_t, curl_off_t up) noexcept {
     auto& transfer = *static_cast<CurlTransfer*>(self);
-    transfer.idle_.sample(transfer.counters_ + static_cast<std::uint64_t>(down + up));
+    transfer.transferred_ = static_cast<std::uint64_t>(down + up);
     return transfer.abandoned_ ? 1 : 0;
+  }
+
+  static curl_socket_t openSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept {
+    const int socket = OpenSockets::open(address->family, address->socktype, address->protocol);
+    static_cast<CurlTransfer*>(self)->socket_ = socket;
+    return socket;
+  }
+
+  static int closeSocket(void*, curl_socket_t socket) noexcept {
+    return OpenSockets::close(socket);
+  }
+
+  /// The connection is ready and the request goes out next.
+  static int beforeRequest(void* self, char* remoteAddress, char*, int remotePort,
+                           int localPort) noexcept {
+    static_cast<CurlTransfer*>(self)->socket_ = OpenSockets::find(
+        {.remoteAddress = remoteAddress, .remotePort = remotePort, .localPort = localPort});
+    return CURL_PREREQFUNC_OK;
   }
 
   static CURLcode beforeTLS(CURL* easy, void*, void* self) noexcept {
@@ -117,6 +127,11 @@ void CurlTransfer::setUpCallbacks() {
   curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &Callbacks::progress);
   curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
   curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
+  curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, &Callbacks::openSocket);
+  curl_easy_setopt(handle, CURLOPT_OPENSOCKETDATA, this);
+  curl_easy_setopt(handle, CURLOPT_CLOSESOCKETFUNCTION, &Callbacks::closeSocket);
+  curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, &Callbacks::beforeRequest);
+  curl_easy_setopt(handle, CURLOPT_PREREQDATA, this);
   curl_easy_setopt(handle, CURLOPT_SSL_CTX_FUNCTION, &Callbacks::beforeTLS);
   curl_easy_setopt(handle, CURLOPT_SSL_CTX_DATA, this);
 }
@@ -128,14 +143,20 @@ void CurlTransfer::resume() {
 /// An answer that comes while the body is going out must be read before the next bytes are sent:
 /// a server that has given its answer may close at once, and then sending fails.
 bool CurlTransfer::serverHasSpoken() const {
-  const auto socket = activeSocket(easy());
-  if (!socket || answer_.hasHead()) return false;
-  pollfd entry = {*socket, POLLIN, 0};
+  if (socket_ < 0 || answer_.hasHead()) return false;
+  pollfd entry = {socket_, POLLIN, 0};
   return poll(&entry, 1, 0) == 1 && (entry.revents & POLLIN) != 0;
 }
 
+/// Where the system counts a connection's bytes, its word is the better one: what was handed to it
+/// has not moved yet, and single bytes of a head have.
+void CurlTransfer::sampleActivity() {
+  const std::uint64_t system = socket_ < 0 ? 0 : socketActivity(socket_);
+  idle_.sample(system != 0 ? system : transferred_);
+}
+
 bool CurlTransfer::isIdle() {
-  if (const auto socket = activeSocket(easy())) idle_.sample(socketActivity(*socket));
+  sampleActivity();
   return idle_.isOver();
 }
 

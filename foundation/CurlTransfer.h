@@ -90,7 +90,7 @@ class CurlTransfer {
   void setUpBody();
   void setUpHeaders();
   void setUpCallbacks();
-  bool headIsThere();
+  void sampleActivity();
   [[nodiscard]] bool serverHasSpoken() const;
   [[nodiscard]] bool answerStandsDespite(CURLcode result) const;
   [[nodiscard]] Error errorFor(CURLcode result) const;
@@ -101,7 +101,8 @@ class CurlTransfer {
   HTTPAnswer answer_;
   std::optional<URLRequest> nextHop_;
   std::size_t unwanted_ = 0;
-  std::uint64_t counters_ = 0;
+  std::uint64_t transferred_ = 0;
+  int socket_ = -1;
   bool abandoned_ = false;
   bool paused_ = false;
   IdleClock idle_;

@@ -57,15 +57,15 @@ using Handler = std::function<void(const ReceivedRequest&, Peer&)>;
 
 struct ServerOptions {
   /// With one the server speaks TLS.
-  std::optional<TLSIdentity> identity;
+  std::optional<TLSIdentity> identity{};
   /// 0: a free port of the system's choosing.
   int port = 0;
   /// Called for each connection before anything is read (before TLS too); true: it did all that is
   /// to be done with it.
-  std::function<bool(Peer&)> onConnection;
+  std::function<bool(Peer&)> onConnection{};
   /// Called when a request's head is there and its body is not read yet; true: it answered, and the
   /// connection is closed without reading the body.
-  std::function<bool(const ReceivedRequest&, Peer&)> onHead;
+  std::function<bool(const ReceivedRequest&, Peer&)> onHead{};
 };
 
 /// A small HTTP/1.1 server on 127.0.0.1 that keeps the raw bytes of every request and answers

@@ -1,5 +1,6 @@
 #include "tests/support/TLSCertificates.h"
 
+#include <atomic>
 #include <stdexcept>
 
 #include <openssl/evp.h>
@@ -45,6 +46,11 @@ std::string pem(EVP_PKEY* key) {
   return textOf(bio);
 }
 
+std::string newName() {
+  static std::atomic<int> count = 0;
+  return "sendoff test authority " + std::to_string(++count);
+}
+
 Key newKey() { return Key(EVP_EC_gen("P-256")); }
 
 void addExtension(X509* certificate, X509* issuer, int kind, const char* value) {
@@ -77,7 +83,7 @@ struct TLSAuthority::State {
 
 TLSAuthority::TLSAuthority() : state_(std::make_unique<State>()) {
   state_->key = newKey();
-  state_->certificate = blankCertificate("sendoff test authority", state_->key.get(), 300 * kDay);
+  state_->certificate = blankCertificate(newName(), state_->key.get(), 300 * kDay);
   X509* const own = state_->certificate.get();
   X509_set_issuer_name(own, X509_get_subject_name(own));
   addExtension(own, own, NID_basic_constraints, "critical,CA:TRUE");

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string_view>
+
+namespace foundation::OpenSockets {
+
+// The sockets that this folder has opened for transfers. The library tells a transfer the addresses
+// of the connection that it has, which may be one that an earlier transfer opened, but not its
+// socket. All functions are safe from any thread.
+
+/// A new close-on-exec socket; -1 with errno when the system has none to give.
+int open(int family, int type, int protocol);
+/// Closes it; 0 or -1 as the system's own call.
+int close(int socket);
+
+struct Connection {
+  std::string_view remoteAddress;
+  int remotePort = 0;
+  int localPort = 0;
+};
+/// The open socket with these ends; -1 when there is none.
+int find(const Connection& connection);
+
+}  // namespace foundation::OpenSockets

@@ -1,0 +1,250 @@
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/URLConnection.h"
+#include "tests/support/LoopbackServer.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace foundation {
+namespace {
+
+using namespace std::chrono_literals;
+using test::alwaysAnswer;
+using test::httpAnswer;
+using test::LoopbackServer;
+using test::Peer;
+using test::ReceivedRequest;
+
+URLRequest requestFor(const std::string& url, std::size_t bodySize = 0) {
+  URLRequest request;
+  request.url = URL::withString(url);
+  request.headers = {{"X-Secret", "canary"}};
+  if (bodySize != 0) {
+    request.method = "POST";
+    request.body.emplace().append(Data(std::string(bodySize, 'x')));
+  }
+  return request;
+}
+
+URLConnection::Exchange send(const URLRequest& request) {
+  return URLConnection::sendSynchronousRequest(request);
+}
+
+test::Handler answerThenReset(std::string bytes) {
+  return [bytes = std::move(bytes)](const ReceivedRequest&, Peer& peer) {
+    peer.send(bytes);
+    peer.reset();
+  };
+}
+
+void sendWithoutEnd(Peer& peer, const std::string& start, const std::string& again) {
+  peer.send(start);
+  while (peer.send(again)) {
+  }
+}
+
+struct Fault {
+  const char* name;
+  test::Handler handler;
+  long code;
+};
+
+TEST(URLConnectionFaults, EndInAnErrorThatNamesThePlace) {
+  const std::string tooShort = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfive!";
+  const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+  const std::string packed = "Content-Encoding: gzip\r\n";
+  for (const Fault& c : {
+           Fault{"reset without an answer", answerThenReset(""), -1005},
+           Fault{"closed without an answer", [](const auto&, Peer& p) { p.close(); }, -1005},
+           Fault{"reset inside the head", answerThenReset("HTTP/1.1 200 OK\r\nX:"), -1005},
+           Fault{"reset inside the body", answerThenReset(tooShort), -1005},
+           Fault{"body shorter than its length",
+                 [&](const auto&, Peer& p) {
+                   p.send(tooShort);
+                   p.close();
+                 },
+                 -1005},
+           Fault{"a chunk size that is no number", alwaysAnswer(chunked + "size\r\nhello\r\n"),
+                 -1011},
+           Fault{"a chunk without its end", alwaysAnswer(chunked + "5\r\nhello!!\r\n0\r\n\r\n"),
+                 -1011},
+           Fault{"chunks cut off",
+                 [&](const auto&, Peer& p) {
+                   p.send(chunked + "5\r\nhello\r\n");
+                   p.close();
+                 },
+                 -1005},
+           Fault{"no HTTP", alwaysAnswer("220 mail.example ESMTP\r\n\r\n"), -1011},
+           Fault{"broken compression", alwaysAnswer(httpAnswer(200, "not gzip", packed)), -1011},
+           Fault{"a head with endless fields",
+                 [](const auto&, Peer& p) {
+                   sendWithoutEnd(p, "HTTP/1.1 200 OK\r\n",
+                                  "X-Field: " + std::string(900, 'x') + "\r\n");
+                 },
+                 -1011},
+           Fault{"a field that never ends",
+                 [](const auto&, Peer& p) {
+                   sendWithoutEnd(p, "HTTP/1.1 200 OK\r\nX: ", std::string(900, 'x'));
+                 },
+                 -1011},
+           Fault{
+               "interim answers without end",
+               [](const auto&, Peer& p) { sendWithoutEnd(p, "", "HTTP/1.1 100 Continue\r\n\r\n"); },
+               -1011},
+       }) {
+    SCOPED_TRACE(c.name);
+    const LoopbackServer server(c.handler);
+    const auto exchange = send(requestFor(server.url("/path?secret=canary"), 1000));
+    EXPECT_FALSE(exchange.response);
+    ASSERT_TRUE(exchange.error);
+    EXPECT_EQ(exchange.error->domain, "NSURLErrorDomain");
+    EXPECT_EQ(exchange.error->code, c.code) << exchange.error->description();
+    EXPECT_THAT(exchange.error->localizedDescription(),
+                testing::HasSubstr("127.0.0.1 port " + std::to_string(server.port())));
+    EXPECT_THAT(exchange.error->description(), testing::Not(testing::HasSubstr("canary")));
+  }
+}
+
+TEST(URLConnectionFaults, NobodyThere) {
+  const int freePort = LoopbackServer(alwaysAnswer("")).port();
+  const auto refused = send(requestFor("http://127.0.0.1:" + std::to_string(freePort) + "/"));
+  ASSERT_TRUE(refused.error);
+  EXPECT_EQ(refused.error->code, -1004);
+  EXPECT_THAT(refused.error->localizedDescription(), testing::HasSubstr("refused"));
+  const auto unknown = send(requestFor("http://no-such-host.invalid/"));
+  ASSERT_TRUE(unknown.error);
+  EXPECT_EQ(unknown.error->code, -1003);
+}
+
+TEST(URLConnectionFaults, AnAnswerLongerThanItsLengthIsCut) {
+  const LoopbackServer server(
+      alwaysAnswer("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello and more"));
+  EXPECT_EQ(send(requestFor(server.url("/"))).data->text(), "hello");
+}
+
+TEST(URLConnectionFaults, AResetBeforeTheRequestIsALostConnection) {
+  test::ServerOptions options;
+  options.onConnection = [](Peer& peer) {
+    peer.reset();
+    return true;
+  };
+  const LoopbackServer server(alwaysAnswer(""), options);
+  const auto exchange = send(requestFor(server.url("/"), 5'000'000));
+  ASSERT_TRUE(exchange.error);
+  EXPECT_EQ(exchange.error->code, -1005);
+}
+
+TEST(URLConnectionFaults, AResetInTheMiddleOfTheBodyIsALostConnection) {
+  test::ServerOptions options;
+  options.onHead = [](const ReceivedRequest&, Peer& peer) {
+    peer.receive(10'000);
+    peer.reset();
+    return true;
+  };
+  const LoopbackServer server(alwaysAnswer(""), options);
+  const auto exchange = send(requestFor(server.url("/"), 50'000'000));
+  ASSERT_TRUE(exchange.error);
+  EXPECT_EQ(exchange.error->code, -1005);
+}
+
+/// Answers when the head is there, then closes with the rest of the body unread, which resets the
+/// connection under the client's hands.
+TEST(URLConnectionFaults, AnEarlyAnswerIsTheAnswer) {
+  for (const int status : {401, 413, 202}) {
+    test::ServerOptions options;
+    options.onHead = [&](const ReceivedRequest&, Peer& peer) {
+      peer.receive(100'000);
+      peer.send(httpAnswer(status, "enough"));
+      return true;
+    };
+    const LoopbackServer server(alwaysAnswer(""), options);
+    const URLRequest request = requestFor(server.url("/"), 20'000'000);
+    for (int round = 0; round < 40; ++round) {
+      const auto exchange = send(request);
+      ASSERT_TRUE(exchange.response) << round << ": " << exchange.error->description();
+      EXPECT_EQ(exchange.response->statusCode, status);
+    }
+  }
+}
+
+TEST(URLConnectionFaults, AServerThatFallsSilentIsTimedOut) {
+  test::ServerOptions silentFromTheStart;
+  silentFromTheStart.onConnection = [](Peer& peer) {
+    peer.stall();
+    return true;
+  };
+  test::ServerOptions silentInTheBody;
+  silentInTheBody.onHead = [](const ReceivedRequest&, Peer& peer) {
+    peer.stall();
+    return true;
+  };
+  const test::Handler silentInTheAnswer = [](const ReceivedRequest&, Peer& peer) {
+    peer.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfive!");
+    peer.stall();
+  };
+  const LoopbackServer servers[] = {
+      LoopbackServer(alwaysAnswer(""), silentFromTheStart),
+      LoopbackServer(alwaysAnswer(""), silentInTheBody),
+      LoopbackServer(silentInTheAnswer),
+  };
+  for (const LoopbackServer& server : servers) {
+    URLRequest request = requestFor(server.url("/"), 50'000'000);
+    if (&server == &servers[2]) request.body.reset();
+    request.idleTimeout = 300ms;
+    const auto start = std::chrono::steady_clock::now();
+    const auto exchange = send(request);
+    const auto took = std::chrono::steady_clock::now() - start;
+    ASSERT_TRUE(exchange.error);
+    EXPECT_EQ(exchange.error->code, -1001) << exchange.error->description();
+    EXPECT_GE(took, 300ms);
+    EXPECT_LT(took, 5s);
+  }
+}
+
+/// Single bytes of a head, then of a body, each within the limit, all together far beyond it.
+TEST(URLConnectionFaults, BytesThatTrickleAreNoSilence) {
+  const std::string answer = httpAnswer(200, "0123456789");
+  const LoopbackServer server([&](const ReceivedRequest&, Peer& peer) {
+    for (const char c : answer) {
+      std::this_thread::sleep_for(40ms);
+      peer.send({&c, 1});
+    }
+  });
+  URLRequest request = requestFor(server.url("/"));
+  request.idleTimeout = 400ms;
+  const auto start = std::chrono::steady_clock::now();
+  const auto exchange = send(request);
+  ASSERT_TRUE(exchange.data) << exchange.error->description();
+  EXPECT_EQ(exchange.data->text(), "0123456789");
+  EXPECT_GT(std::chrono::steady_clock::now() - start, 1s);
+}
+
+/// All of the body is in the system's buffers at once; the server takes it slowly.
+TEST(URLConnectionFaults, ABodyThatTheServerTakesSlowlyIsNoSilence) {
+  test::ServerOptions options;
+  options.onHead = [](const ReceivedRequest& request, Peer& peer) {
+    std::size_t left = std::stoul(*request.header("Content-Length"));
+    while (left > 0) {
+      std::this_thread::sleep_for(50ms);
+      for (std::size_t part = std::min<std::size_t>(left, 200'000); part > 0;) {
+        const std::size_t count = peer.receive(part).size();
+        if (count == 0) return true;
+        part -= count;
+        left -= count;
+      }
+    }
+    peer.send(httpAnswer(200));
+    return true;
+  };
+  const LoopbackServer server(alwaysAnswer(""), options);
+  URLRequest request = requestFor(server.url("/"), 6'000'000);
+  request.idleTimeout = 700ms;
+  const auto exchange = send(request);
+  ASSERT_TRUE(exchange.response) << exchange.error->description();
+  EXPECT_EQ(exchange.response->statusCode, 200);
+}
+
+}  // namespace
+}  // namespace foundation
