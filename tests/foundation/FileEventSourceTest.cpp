@@ -1,0 +1,218 @@
+#include <atomic>
+#include <fstream>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <utime.h>
+
+#include "foundation/FileEventSource.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using foundation::DispatchQueue;
+using foundation::FileEventSource;
+using std::chrono::seconds;
+
+template <class Condition>
+bool waitUntil(Condition isMet) {
+  const auto deadline = std::chrono::steady_clock::now() + seconds(20);
+  while (!isMet()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+std::size_t openDescriptors() {
+  return static_cast<std::size_t>(
+      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+}
+
+class FileEventSourceTest : public testing::Test {
+ protected:
+  std::shared_ptr<FileEventSource> watch(const fs::path& path) {
+    return FileEventSource::watchWrites(path, queue_, [this] { ++calls_; });
+  }
+
+  /// True when `write` brings at least one call.
+  bool isNoticed(const std::function<void()>& write) {
+    const int before = calls_;
+    write();
+    return waitUntil([&] { return calls_ > before; });
+  }
+
+  /// True when all calls for what was done so far have come: a marker in another folder, watched
+  /// on the same queue, is the last.
+  bool settles() {
+    const fs::path marked = folder_ / "marked";
+    fs::create_directory(marked);
+    std::atomic<bool> seen = false;
+    const auto marker = FileEventSource::watchWrites(marked, queue_, [&] { seen = true; });
+    std::ofstream(marked / std::to_string(++marks_)).put('x');
+    const bool isSettled = waitUntil([&] { return seen.load(); });
+    marker->cancel();
+    queue_.sync([] {});
+    return isSettled;
+  }
+
+  test::TemporaryFolder folder_;
+  DispatchQueue queue_ = DispatchQueue::serial("test.file-events");
+  std::atomic<int> calls_ = 0;
+  int marks_ = 0;
+};
+
+TEST_F(FileEventSourceTest, AFolderIsWrittenWhenItsEntriesChange) {
+  const fs::path watched = folder_ / "watched";
+  fs::create_directory(watched);
+  folder_.write("outside", "x");
+  const auto source = watch(watched);
+  ASSERT_TRUE(source);
+  EXPECT_TRUE(isNoticed([&] { folder_.write("watched/a", "x"); }));
+  EXPECT_TRUE(isNoticed([&] { fs::create_directory(watched / "b"); }));
+  EXPECT_TRUE(isNoticed([&] { fs::rename(watched / "a", watched / "c"); }));
+  EXPECT_TRUE(isNoticed([&] { fs::rename(folder_ / "outside", watched / "in"); }));
+  EXPECT_TRUE(isNoticed([&] { fs::rename(watched / "in", folder_ / "outside"); }));
+  EXPECT_TRUE(isNoticed([&] { fs::remove(watched / "c"); }));
+
+  ASSERT_TRUE(settles());
+  const int before = calls_;
+  folder_.write("watched/b/deeper", "x");
+  ::chmod(watched.c_str(), 0711);
+  ::utime(watched.c_str(), nullptr);
+  folder_.write("elsewhere", "x");
+  ASSERT_TRUE(settles());
+  EXPECT_EQ(calls_, before);
+  source->cancel();
+}
+
+TEST_F(FileEventSourceTest, AFileIsWrittenWhenItsContentChanges) {
+  const fs::path file = folder_.write("file", "x");
+  const auto source = watch(file);
+  EXPECT_TRUE(isNoticed([&] { std::ofstream(file, std::ios::app) << "more"; }));
+  ASSERT_TRUE(settles());
+  const int before = calls_;
+  ::chmod(file.c_str(), 0600);
+  { const std::ifstream opened(file); }
+  ASSERT_TRUE(settles());
+  EXPECT_EQ(calls_, before);
+  source->cancel();
+}
+
+TEST_F(FileEventSourceTest, WhatWasOpenedIsWatchedWhereverItGoes) {
+  const fs::path watched = folder_ / "watched";
+  fs::create_directory(watched);
+  fs::create_symlink(watched, folder_ / "link");
+  const auto source = watch(folder_ / "link");
+  fs::rename(watched, folder_ / "moved");
+  fs::create_directory(watched);
+  EXPECT_TRUE(isNoticed([&] { folder_.write("moved/a", "x"); }));
+  ASSERT_TRUE(settles());
+  const int before = calls_;
+  folder_.write("watched/a", "x");
+  ASSERT_TRUE(settles());
+  EXPECT_EQ(calls_, before);
+  EXPECT_FALSE(watch(folder_ / "missing"));
+}
+
+TEST_F(FileEventSourceTest, SourcesOnOneFolderDoNotDisturbEachOther) {
+  const auto first = watch(folder_.path());
+  std::atomic<int> others = 0;
+  auto second = FileEventSource::watchWrites(folder_.path(), queue_, [&] { ++others; });
+  EXPECT_TRUE(isNoticed([&] { folder_.write("a", "x"); }));
+  EXPECT_TRUE(waitUntil([&] { return others > 0; }));
+  second.reset();
+  queue_.sync([] {});
+  const int before = others;
+  EXPECT_TRUE(isNoticed([&] { folder_.write("b", "x"); }));
+  EXPECT_EQ(others, before);
+  first->cancel();
+}
+
+TEST_F(FileEventSourceTest, EventsDuringAHandlerMergeAndHandlersNeverOverlap) {
+  constexpr int kFiles = 50;
+  for (const DispatchQueue& queue : {queue_, DispatchQueue::global()}) {
+    std::atomic<int> inside = 0;
+    std::atomic<int> calls = 0;
+    std::atomic<bool> overlaps = false;
+    std::atomic<bool> isHeld = true;
+    const auto source = FileEventSource::watchWrites(folder_.path(), queue, [&] {
+      if (inside++ > 0) overlaps = true;
+      ++calls;
+      waitUntil([&] { return !isHeld; });
+      --inside;
+    });
+    for (int i = 0; i < kFiles; ++i) folder_.write("f" + std::to_string(i), "x");
+    ASSERT_TRUE(waitUntil([&] { return calls == 1; }));
+    for (int i = 0; i < kFiles; ++i) fs::remove(folder_ / ("f" + std::to_string(i)));
+    isHeld = false;
+    EXPECT_TRUE(waitUntil([&] { return calls > 1 && inside == 0; }));
+    EXPECT_LE(calls, 2 * kFiles);
+    EXPECT_FALSE(overlaps);
+    std::atomic<bool> done = false;
+    source->cancel();
+    queue_.async([&] { done = true; });
+    EXPECT_TRUE(waitUntil([&] { return done.load(); }));
+    EXPECT_TRUE(waitUntil([&] { return inside == 0; }));
+  }
+}
+
+TEST_F(FileEventSourceTest, TheCancelHandlerIsTheLastAndRunsOnceOnTheQueue) {
+  const std::size_t before = openDescriptors();
+  for (int round = 0; round < 50; ++round) {
+    std::atomic<int> cancelled = 0;
+    std::atomic<int> late = 0;
+    std::atomic<bool> elsewhere = false;
+    auto source = FileEventSource::watchWrites(
+        folder_.path(), queue_,
+        [&] {
+          if (cancelled > 0) ++late;
+          if (!queue_.isCurrent()) elsewhere = true;
+        },
+        [&] {
+          if (!queue_.isCurrent()) elsewhere = true;
+          ++cancelled;
+        });
+    std::thread writer([&] {
+      for (int i = 0; i < 5; ++i) folder_.write("r" + std::to_string(round * 5 + i), "x");
+    });
+    if (round % 2) source->cancel();
+    source.reset();
+    writer.join();
+    ASSERT_TRUE(waitUntil([&] { return cancelled > 0; }));
+    queue_.sync([] {});
+    EXPECT_EQ(cancelled, 1);
+    EXPECT_EQ(late, 0);
+    EXPECT_FALSE(elsewhere);
+  }
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(FileEventSourceTest, AHandlerMayCancelAndDestroyItsOwnSource) {
+  std::mutex mutex;
+  std::shared_ptr<FileEventSource> source;
+  std::atomic<bool> ended = false;
+  {
+    const std::lock_guard lock(mutex);
+    source = FileEventSource::watchWrites(
+        folder_.path(), queue_,
+        [&] {
+          ++calls_;
+          const std::lock_guard inner(mutex);
+          source.reset();
+        },
+        [&] { ended = true; });
+  }
+  folder_.write("a", "x");
+  EXPECT_TRUE(waitUntil([&] { return ended.load(); }));
+  folder_.write("b", "x");
+  ASSERT_TRUE(settles());
+  EXPECT_EQ(calls_, 1);
+}
+
+}  // namespace
