@@ -1,0 +1,205 @@
+#include "preparation/QVTFileSystemUtils.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include <unistd.h>
+
+#include "QVTSharedUtils/QVTTask.h"
+#include "foundation/FileManager.h"
+#include "foundation/Path.h"
+#include "foundation/ProcessInfo.h"
+#include "foundation/Text.h"
+#include "preparation/UnzipPattern.h"
+
+namespace FileManager = foundation::FileManager;
+using foundation::appendingPathComponent;
+using foundation::ErrorSlot;
+using foundation::lastPathComponent;
+using foundation::Result;
+
+namespace {
+
+/// What the tool wrote to standard output, less white space at both ends.
+std::optional<std::string> trimmedOutput(const std::string& tool,
+                                         const std::vector<std::string>& arguments) {
+  const auto output = QVTTask::stdoutWithLaunchPathArguments(tool, arguments);
+  if (!output) return std::nullopt;
+  return std::string(foundation::trimmed(*output));
+}
+
+Result<std::string> appStorage() {
+  Result<std::string> temporary = FileManager::temporaryDirectory();
+  if (!temporary) return temporary.error();
+  return appendingPathComponent(*temporary, "com.quorvantile.mac/apps");
+}
+
+Result<std::string> copyToNewFolder(const std::string& path) {
+  const Result<std::string> storage = appStorage();
+  if (!storage) return storage.error();
+  const std::string folder =
+      appendingPathComponent(*storage, foundation::ProcessInfo::globallyUniqueString());
+  const std::string destination = appendingPathComponent(folder, lastPathComponent(path));
+  if (const Result<> made = FileManager::createDirectoryWithIntermediates(folder); !made) {
+    return made.error();
+  }
+  if (const Result<> copied = FileManager::copyItemAtPath(path, destination); !copied) {
+    return copied.error();
+  }
+  return destination;
+}
+
+bool isReadableFile(const std::string& path) {
+  return ::access(path.c_str(), R_OK) == 0 && !FileManager::isDirectoryAtPath(path);
+}
+
+/// `unzip` quietly takes "A.zip" where "A" cannot be opened: somebody else's build.
+bool wouldUnpackAnother(const std::string& archive) {
+  return !isReadableFile(archive) && (FileManager::fileExistsAtPath(archive + ".zip") ||
+                                      FileManager::fileExistsAtPath(archive + ".ZIP"));
+}
+
+/// Makes the folder into which the archive is to be unpacked.
+Result<std::string> inflationFolder(const std::string& archive) {
+  const Result<std::string> temporary = FileManager::temporaryDirectory();
+  if (!temporary) return temporary.error();
+  const std::string name = foundation::deletingPathExtension(lastPathComponent(archive));
+  // ".." would be the folder above the temporary one.
+  if (name.empty() || name == "." || name == ".." || name == "/") {
+    return foundation::posixError(EINVAL, "cannot name a folder after " + archive, archive);
+  }
+  const std::string folder = *temporary + name + "/";
+  if (const Result<> made = FileManager::createDirectoryWithIntermediates(folder); !made) {
+    return made.error();
+  }
+  return folder;
+}
+
+Result<> unzip(const std::string& archive, const std::string& folder) {
+  const std::string tool = QVTFileSystemUtils::pathForShellTool("unzip").value_or("");
+  const std::vector<std::string> arguments{"-qo", unzipPatternForPath(archive), "-d", folder};
+  Result<> outcome;
+  QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(
+      tool, std::nullopt, arguments, std::nullopt,
+      [&](const foundation::Data& errorData, const foundation::Data& outputData,
+          std::int32_t status) {
+        if (status == 0) return;
+        outcome = foundation::Error{
+            .domain = std::string(QVTFileSystemUtilsErrorDomain),
+            .code = -1,
+            .userInfo = {{"command", tool},
+                         {"arguments", foundation::Array(arguments.begin(), arguments.end())},
+                         {"status", status},
+                         {"stderr", foundation::lossyUTF8(errorData.bytes())},
+                         {"stdout", foundation::lossyUTF8(outputData.bytes())},
+                         {"archivePath", archive},
+                         {"temporaryPath", folder}}};
+      });
+  return outcome;
+}
+
+Result<std::string> inflate(const std::string& archive) {
+  Result<std::string> folder = inflationFolder(archive);
+  if (!folder) return folder.error();
+  if (wouldUnpackAnother(archive)) {
+    return foundation::posixError(ENOENT, "cannot read archive " + archive, archive);
+  }
+  if (const Result<> inflated = unzip(archive, *folder); !inflated) return inflated.error();
+  return folder;
+}
+
+/// The value, or none and the error in the slot.
+template <class T>
+std::optional<T> valueOrStore(Result<T> result, ErrorSlot error) {
+  if (result) return *std::move(result);
+  store(error, std::move(result.error()));
+  return std::nullopt;
+}
+
+/// Platform code of a URL from which files cannot be listed.
+constexpr long kUnsupportedScheme = 262;
+
+Result<std::vector<foundation::URL>> dateSortedContents(const std::string& text) {
+  const auto url = foundation::URL::withString(text);
+  if (!url || (!url->isFileURL() && !url->scheme().empty())) {
+    return foundation::makeError(foundation::kCocoaErrorDomain, kUnsupportedScheme,
+                                 "cannot list \"" + text + "\": not the URL of a folder");
+  }
+  const std::string folder = url->path();
+  const auto names = FileManager::visibleContentsOfDirectoryAtPath(folder);
+  if (!names) return names.error();
+  struct Entry {
+    foundation::Date created;
+    foundation::URL url;
+  };
+  std::vector<Entry> entries;
+  for (const std::string& name : *names) {
+    const std::string path = appendingPathComponent(folder, name);
+    // An entry that went away meanwhile counts as older than all others.
+    entries.push_back(
+        {FileManager::creationDateOfItemAtPath(path).value_or(foundation::Date::min()),
+         foundation::URL::fileURLWithPath(path)});
+  }
+  std::stable_sort(entries.begin(), entries.end(),
+                   [](const Entry& a, const Entry& b) { return a.created < b.created; });
+  std::vector<foundation::URL> urls;
+  for (Entry& entry : entries) urls.push_back(std::move(entry.url));
+  return urls;
+}
+
+}  // namespace
+
+std::optional<std::string> QVTFileSystemUtils::pathForShellTool(const std::string& name) {
+  return trimmedOutput("/usr/bin/which", {name});
+}
+
+std::optional<std::string> QVTFileSystemUtils::pathForXcTool(const std::string& name) {
+  auto finder = pathForShellTool("xcrun");
+  // Without xcrun there is nothing to launch, and no tool has been found.
+  if (!finder || finder->empty()) return finder;
+  return trimmedOutput(*finder, {"--find", name});
+}
+
+std::string QVTFileSystemUtils::appTemporaryStoragePath() {
+  Result<std::string> path = appStorage();
+  if (!path) throw foundation::Exception(path.error().localizedDescription());
+  return *std::move(path);
+}
+
+std::optional<std::string> QVTFileSystemUtils::moveAppToTempPath(const std::string& path,
+                                                                 ErrorSlot error) {
+  return valueOrStore(copyToNewFolder(path), error);
+}
+
+bool QVTFileSystemUtils::copyItemToDirectory(const std::optional<std::string>& item,
+                                             const std::optional<std::string>& directory) {
+  if (!item || !directory) return false;
+  const std::string target = *directory + "/" + lastPathComponent(*item);
+  return removeItemAtPathIfPresent(target) && FileManager::copyItemAtPath(*item, target).ok();
+}
+
+bool QVTFileSystemUtils::removeItemAtPathIfPresent(const std::string& path) {
+  return !FileManager::fileExistsAtPath(path) || FileManager::removeItemAtPath(path).ok();
+}
+
+bool QVTFileSystemUtils::isZeroByteFile(const std::string& path) {
+  const auto content = FileManager::contentsOfFile(path);
+  return !content || content->empty();
+}
+
+std::optional<std::string> QVTFileSystemUtils::inflateToTemporaryPathArchive(
+    const std::string& archive, ErrorSlot error) {
+  return valueOrStore(inflate(archive), error);
+}
+
+std::optional<std::vector<std::string>> QVTFileSystemUtils::findPathsToAppsInDirectory(
+    const std::string& directory, ErrorSlot error) {
+  auto names = FileManager::contentsOfDirectoryAtPath(directory);
+  if (names) std::erase_if(*names, [](const std::string& name) { return !name.ends_with(".app"); });
+  return valueOrStore(std::move(names), error);
+}
+
+std::optional<std::vector<foundation::URL>> QVTFileSystemUtils::dateSortedContentsOfPath(
+    const std::string& path, ErrorSlot error) {
+  return valueOrStore(dateSortedContents(path), error);
+}

@@ -1,0 +1,44 @@
+#include "preparation/QVTIPA.h"
+
+#include "console/QVTCLUtilLog.h"
+#include "foundation/Path.h"
+#include "foundation/URL.h"
+#include "preparation/QVTFileSystemUtils.h"
+#include "preparation/QVTInfoPlist.h"
+
+namespace {
+
+/// The app folder inside the inflated archive; absent when there is none.
+std::optional<std::string> appPathInFolder(const std::string& inflated) {
+  const std::string payload = inflated + "Payload";
+  const auto names = QVTFileSystemUtils::findPathsToAppsInDirectory(payload);
+  if (!names || names->empty()) return std::nullopt;
+  return payload + "/" + names->front();
+}
+
+}  // namespace
+
+std::shared_ptr<QVTIPA> QVTIPA::initWithPath(const std::string& path) {
+  std::optional<foundation::Error> error;
+  const auto inflated = QVTFileSystemUtils::inflateToTemporaryPathArchive(path, &error);
+  if (!inflated) {
+    QVTCLUtilLog("Unable to inflate IPA to temporary path: %@", error);
+    return nullptr;
+  }
+  const auto appPath = appPathInFolder(*inflated);
+  if (!appPath) return nullptr;
+  debugLog("Path To App: %@", *appPath);
+  const auto url = foundation::URL::withString(foundation::percentEscaped(*appPath));
+  if (!url) return nullptr;
+
+  const std::shared_ptr<QVTIPA> ipa(new QVTIPA);
+  ipa->setBundle(foundation::Bundle::bundleWithPath(*appPath));
+  ipa->setPath(*appPath);
+  const auto info = QVTInfoPlist::initWithAppDirectory(url->path());
+  ipa->setBundleIdentifier(info->bundleIdentifier());
+  ipa->setDisplayVersion(info->displayVersion());
+  ipa->setBuildVersion(info->buildVersion());
+  ipa->setProvisioningProfilePath(
+      foundation::appendingPathComponent(*appPath, "embedded.mobileprovision"));
+  return ipa;
+}
