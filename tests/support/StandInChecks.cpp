@@ -134,8 +134,8 @@ void checkFile(Complaints& complaints, const Form& form) {
   }
 }
 
-void checkAgainstIPA(Complaints& complaints, const Form& form, const Address& about) {
-  const IPAFacts facts = factsOf(form.back().value);
+void checkAgainstIPA(Complaints& complaints, const Form& form, const Address& about,
+                     const IPAFacts& facts) {
   const auto devices = valuesOf(form, "distribution[devices][][udid]");
   if (devices.size() != facts.devices.size() ||
       std::set(devices.begin(), devices.end()) != facts.devices) {
@@ -230,12 +230,12 @@ Complaints smallForm(const Form& form, ServiceCall call) {
   return complaints;
 }
 
-Complaints upload(const Form& form, const Address& about, bool opensTheIPA) {
+Complaints upload(const Form& form, const Address& about, const IPAFacts* facts) {
   if (form.empty()) return {"an empty form"};
   Complaints complaints;
   checkSendersChoices(complaints, form);
   checkFile(complaints, form);
-  if (opensTheIPA) checkAgainstIPA(complaints, form, about);
+  if (facts) checkAgainstIPA(complaints, form, about, *facts);
   return complaints;
 }
 

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/IPAFacts.h"
 #include "tests/support/LoopbackServer.h"
 #include "tests/support/MultipartForm.h"
 #include "tests/support/StandInService.h"
@@ -25,8 +26,8 @@ std::vector<std::string> headers(const ReceivedRequest& request, ServiceCall cal
 /// The fields of a notes or testers call.
 std::vector<std::string> smallForm(const Form& form, ServiceCall call);
 
-/// The fields of an upload; with `opensTheIPA`, against what the uploaded file itself says. `about`
-/// is what the calls before it were about.
-std::vector<std::string> upload(const Form& form, const Address& about, bool opensTheIPA);
+/// The fields of an upload, against what the uploaded file itself says (null: it was not opened).
+/// `about` is what the calls before it were about.
+std::vector<std::string> upload(const Form& form, const Address& about, const IPAFacts* facts);
 
 }  // namespace test::checks

@@ -124,8 +124,10 @@ std::vector<std::string> StandInService::check(const ReceivedRequest& request, C
   if (versions_ && *versions_ != versions) add({"not the versions of the calls before"});
   versions_ = versions;
   if (address->call == ServiceCall::upload) {
+    std::optional<IPAFacts> facts;
+    if (options_.opensTheIPA && !checked.form.empty()) facts = factsOf(checked.form.back().value);
     add(checks::upload(checked.form, {address->call, bundleIdentifier_, instanceIdentifier_},
-                       options_.opensTheIPA));
+                       facts ? &*facts : nullptr));
   } else {
     if (address->instanceIdentifier != instanceIdentifier_) add({"not the build validated"});
     add(checks::smallForm(checked.form, address->call));
