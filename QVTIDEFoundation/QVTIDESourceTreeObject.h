@@ -1,0 +1,45 @@
+#pragma once
+
+#include "QVTIDEFoundation/QVTIDEObject.h"
+
+class QVTIDEProject;
+
+/// Something with a place in the group tree: a group or a file.
+class QVTIDESourceTreeObject : public QVTIDEObject {
+ public:
+  static std::shared_ptr<QVTIDESourceTreeObject> initWithObjectDictionaryObjectId(
+      const foundation::Dictionary* dictionary, std::string objectId);
+
+  [[nodiscard]] const std::optional<std::string>& name() const { return name_; }
+  [[nodiscard]] const std::optional<std::string>& path() const { return path_; }
+  /// What `path` is relative to; `QVTIDEConstants.h` has the known values.
+  [[nodiscard]] const std::optional<std::string>& sourceTree() const { return sourceTree_; }
+
+  /// Set by the enclosing group; absent for the main group.
+  [[nodiscard]] const std::optional<std::string>& parentGroupObjectId() const {
+    return parentGroupObjectId_;
+  }
+  void setParentGroupObjectId(std::optional<std::string> objectId) {
+    parentGroupObjectId_ = std::move(objectId);
+  }
+
+  /// The path under the source tree that `environment` (build settings; null for none) names.
+  /// Absent when the tree or its value is missing. Something relative to its group has a path only
+  /// directly in the main group, where SOURCE_ROOT stands for the group; deeper down there is none,
+  /// since a parent is only known as its raw dictionary. To ask for something that is relative to
+  /// its group and has no parent, as the main group itself, is a programming fault.
+  [[nodiscard]] std::optional<std::string> absolutePathWithBuildEnvironmentForProject(
+      const foundation::Dictionary* environment, const QVTIDEProject& project) const;
+  /// True directly in the main group, not further down.
+  [[nodiscard]] bool isInMainGroupForProject(const QVTIDEProject& project) const;
+
+ protected:
+  QVTIDESourceTreeObject(const foundation::Dictionary* dictionary, std::string objectId);
+  [[nodiscard]] std::string_view className() const override { return "QVTIDESourceTreeObject"; }
+
+ private:
+  std::optional<std::string> name_;
+  std::optional<std::string> path_;
+  std::optional<std::string> sourceTree_;
+  std::optional<std::string> parentGroupObjectId_;
+};
