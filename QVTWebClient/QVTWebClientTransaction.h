@@ -1,0 +1,74 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "QVTWebClient/QVTWebRequest.h"
+#include "QVTWebClient/QVTWebResponse.h"
+#include "foundation/DispatchQueue.h"
+#include "foundation/URLConnection.h"
+
+/// Carries one request over a connection and hands its response over exactly once. Started once; a
+/// second start is a programming fault.
+///
+/// Asynchronously the connection runs on the main run loop, which the host must keep running; every
+/// change of the response and the completion itself run on the transaction's own serial queue.
+/// Synchronously everything runs on the calling thread, and the body is the raw bytes.
+class QVTWebClientTransaction : public foundation::URLConnection::Delegate,
+                                public std::enable_shared_from_this<QVTWebClientTransaction> {
+ public:
+  using CompletionHandler = std::function<void(const std::shared_ptr<QVTWebResponse>& response)>;
+
+  static std::shared_ptr<QVTWebClientTransaction> transactionWithRequest(
+      std::shared_ptr<QVTWebRequest> request);
+  static std::shared_ptr<QVTWebClientTransaction> initWithRequest(
+      std::shared_ptr<QVTWebRequest> request);
+
+  [[nodiscard]] const std::shared_ptr<QVTWebRequest>& request() const { return request_; }
+  [[nodiscard]] const std::shared_ptr<QVTWebResponse>& response() const { return response_; }
+  /// "application/json" or "application/x-plist"; absent otherwise and on the synchronous path.
+  [[nodiscard]] const std::optional<std::string>& contentType() const { return contentType_; }
+  [[nodiscard]] const foundation::DispatchQueue& queue() const { return queue_; }
+  /// Empty again once it has been called.
+  [[nodiscard]] const CompletionHandler& completionHandler() const { return completionHandler_; }
+  void setCompletionHandler(CompletionHandler handler) { completionHandler_ = std::move(handler); }
+
+  /// Returns at once; the handler is called on the transaction's queue.
+  void startWithCompletionHandler(CompletionHandler handler);
+  /// Returns after the handler has run.
+  void syncStartWithCompletionHandler(CompletionHandler handler);
+
+  /// The two halves of a start; the first on the transaction's queue.
+  void startConnection();
+  void syncStartConnection();
+  /// The received bytes, decoded when their type is known; absent when there are none or they are
+  /// malformed.
+  std::optional<foundation::Value> objectFromReceivedData();
+  void complete();
+
+  // Of the connection, on the main run loop's thread.
+  void connectionDidReceiveResponse(foundation::URLConnection& connection,
+                                    const foundation::HTTPResponse& response) override;
+  void connectionDidReceiveData(foundation::URLConnection& connection,
+                                foundation::Bytes data) override;
+  void connectionDidFailWithError(foundation::URLConnection& connection,
+                                  const foundation::Error& error) override;
+  void connectionDidFinishLoading(foundation::URLConnection& connection) override;
+  /// Server trust: what the request's handler says, else no. Anything else ends the exchange with
+  /// error -2.
+  bool connectionCanAuthenticateAgainstProtectionSpace(
+      foundation::URLConnection& connection, const foundation::ProtectionSpace& space) override;
+
+ private:
+  explicit QVTWebClientTransaction(std::shared_ptr<QVTWebRequest> request);
+  foundation::URLRequest prepare(std::string_view function);
+
+  std::shared_ptr<QVTWebRequest> request_;
+  std::shared_ptr<QVTWebResponse> response_ = std::make_shared<QVTWebResponse>();
+  std::optional<std::string> contentType_;
+  std::unique_ptr<foundation::URLConnection> connection_;
+  foundation::DispatchQueue queue_;
+  CompletionHandler completionHandler_;
+};
