@@ -2,9 +2,10 @@
 
 #include <algorithm>
 
-#include <poll.h>
+#include <fcntl.h>
 
 #include "foundation/CurlErrors.h"
+#include "foundation/EarlyAnswer.h"
 #include "foundation/HTTPRedirect.h"
 #include "foundation/OpenSockets.h"
 #include "foundation/SocketActivity.h"
@@ -37,9 +38,7 @@ struct CurlTransfer::Callbacks {
     curl_easy_getinfo(transfer.easy(), CURLINFO_RESPONSE_CODE, &status);
     const bool hadHead = transfer.answer_.hasHead();
     if (transfer.abandoned_ || !transfer.answer_.addHeadLine({data, size}, status)) return 0;
-    if (transfer.answer_.hasHead() && !hadHead) {
-      transfer.nextHop_ = requestAfterRedirect(transfer.request_, transfer.answer_.response());
-    }
+    if (transfer.answer_.hasHead() && !hadHead) transfer.lookForRedirect();
     return size;
   }
 
@@ -56,10 +55,6 @@ struct CurlTransfer::Callbacks {
   static std::size_t read(char* out, std::size_t, std::size_t size, void* self) noexcept {
     auto& transfer = *static_cast<CurlTransfer*>(self);
     if (transfer.abandoned_) return CURL_READFUNC_ABORT;
-    if (transfer.serverHasSpoken()) {
-      transfer.paused_ = true;
-      return CURL_READFUNC_PAUSE;
-    }
     return transfer.reader_.read(std::as_writable_bytes(std::span(out, size)));
   }
 
@@ -88,8 +83,10 @@ struct CurlTransfer::Callbacks {
   /// The connection is ready and the request goes out next.
   static int beforeRequest(void* self, char* remoteAddress, char*, int remotePort,
                            int localPort) noexcept {
-    static_cast<CurlTransfer*>(self)->socket_ = OpenSockets::find(
+    auto& transfer = *static_cast<CurlTransfer*>(self);
+    transfer.socket_ = OpenSockets::find(
         {.remoteAddress = remoteAddress, .remotePort = remotePort, .localPort = localPort});
+    if (transfer.request_.body->size() != 0) transfer.prepareForEarlyAnswer();
     return CURL_PREREQFUNC_OK;
   }
 
@@ -136,18 +133,6 @@ void CurlTransfer::setUpCallbacks() {
   curl_easy_setopt(handle, CURLOPT_SSL_CTX_DATA, this);
 }
 
-void CurlTransfer::resume() {
-  if (std::exchange(paused_, false)) curl_easy_pause(easy(), CURLPAUSE_CONT);
-}
-
-/// An answer that comes while the body is going out must be read before the next bytes are sent:
-/// a server that has given its answer may close at once, and then sending fails.
-bool CurlTransfer::serverHasSpoken() const {
-  if (socket_ < 0 || answer_.hasHead()) return false;
-  pollfd entry = {socket_, POLLIN, 0};
-  return poll(&entry, 1, 0) == 1 && (entry.revents & POLLIN) != 0;
-}
-
 /// Where the system counts a connection's bytes, its word is the better one: what was handed to it
 /// has not moved yet, and single bytes of a head have.
 void CurlTransfer::sampleActivity() {
@@ -158,6 +143,29 @@ void CurlTransfer::sampleActivity() {
 bool CurlTransfer::isIdle() {
   sampleActivity();
   return idle_.isOver();
+}
+
+void CurlTransfer::lookForRedirect() {
+  nextHop_ = requestAfterRedirect(request_, answer_.response());
+}
+
+void CurlTransfer::prepareForEarlyAnswer() {
+  curl_tlssessioninfo* session = nullptr;
+  curl_easy_getinfo(easy(), CURLINFO_TLS_SSL_PTR, &session);
+  if (session && session->backend == CURLSSLBACKEND_OPENSSL && session->internals) {
+    hideFailedWrites(static_cast<SSL*>(session->internals));
+  } else if (socket_ >= 0) {
+    secondHandle_.reset(fcntl(socket_, F_DUPFD_CLOEXEC, 0));
+  }
+}
+
+std::optional<Error> CurlTransfer::conclude(CURLcode result) {
+  if (result == CURLE_SEND_ERROR && secondHandle_ && !answer_.hasHead()) {
+    rescueAnswer(secondHandle_.get(), answer_);
+    if (answer_.hasHead()) lookForRedirect();
+  }
+  secondHandle_.reset();
+  return problem(result);
 }
 
 std::optional<Error> CurlTransfer::problem(CURLcode result) const {

@@ -69,14 +69,13 @@ class CurlTransfer {
 
   /// To be called when it is added to a multi handle: time counts from here.
   void begin() { idle_.restart(); }
-  /// To be called before the multi handle runs: goes on sending when it had to listen first.
-  void resume();
   /// Notices what moved; true when nothing has for the request's idle timeout.
   bool isIdle();
   [[nodiscard]] std::chrono::milliseconds samplingInterval() const { return idle_.interval(); }
 
-  /// Why there is no answer; absent when there is one. `result` is the library's word.
-  [[nodiscard]] std::optional<Error> problem(CURLcode result) const;
+  /// To be called once, at the end, with the library's word: why there is no answer; absent when
+  /// there is one. May still find an answer, and so a next hop.
+  [[nodiscard]] std::optional<Error> conclude(CURLcode result);
   [[nodiscard]] Error idleError() const;
   /// True when a proxy refused a tunnel because it wants a user name and password.
   [[nodiscard]] bool proxyAsksForPassword() const;
@@ -91,7 +90,9 @@ class CurlTransfer {
   void setUpHeaders();
   void setUpCallbacks();
   void sampleActivity();
-  [[nodiscard]] bool serverHasSpoken() const;
+  void lookForRedirect();
+  void prepareForEarlyAnswer();
+  [[nodiscard]] std::optional<Error> problem(CURLcode result) const;
   [[nodiscard]] bool answerStandsDespite(CURLcode result) const;
   [[nodiscard]] Error errorFor(CURLcode result) const;
 
@@ -103,8 +104,9 @@ class CurlTransfer {
   std::size_t unwanted_ = 0;
   std::uint64_t transferred_ = 0;
   int socket_ = -1;
+  /// The same connection once more, which outlives the library's own handle.
+  FileDescriptor secondHandle_;
   bool abandoned_ = false;
-  bool paused_ = false;
   IdleClock idle_;
   std::unique_ptr<char[]> errorText_;
   CurlList headers_;

@@ -124,8 +124,7 @@ void CurlTransfer::setUpBody() {
   if (request_.body->size() != 0 || carriesLength(request_.method)) {
     set(easy(), CURLOPT_UPLOAD, 1L);
     set(easy(), CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(request_.body->size()));
-    // Small, so that little time passes between a look for an early answer and the sending.
-    set(easy(), CURLOPT_UPLOAD_BUFFERSIZE, 16L * 1024);
+    set(easy(), CURLOPT_UPLOAD_BUFFERSIZE, 256L * 1024);
   }
   set(easy(), CURLOPT_CUSTOMREQUEST, request_.method.c_str());
 }

@@ -63,7 +63,6 @@ void TransferLoop::drive() {
 }
 
 void TransferLoop::runLibrary() {
-  for (const auto& [easy, transfer] : active_) transfer->current()->resume();
   isInsideLibrary_ = true;
   int running = 0;
   curl_multi_perform(multi_.get(), &running);

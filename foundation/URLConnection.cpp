@@ -19,12 +19,11 @@ std::optional<CURLcode> resultOf(CURLM* multi) {
 
 std::optional<Error> driveToEnd(CURLM* multi, CurlTransfer& transfer) {
   while (true) {
-    transfer.resume();
     int running = 0;
     if (curl_multi_perform(multi, &running) != CURLM_OK) {
-      return transfer.problem(CURLE_FAILED_INIT);
+      return transfer.conclude(CURLE_FAILED_INIT);
     }
-    if (const auto result = resultOf(multi)) return transfer.problem(*result);
+    if (const auto result = resultOf(multi)) return transfer.conclude(*result);
     if (transfer.isIdle()) return transfer.idleError();
     const auto wait = static_cast<int>(transfer.samplingInterval().count());
     curl_multi_poll(multi, nullptr, 0, wait, nullptr);
@@ -33,7 +32,7 @@ std::optional<Error> driveToEnd(CURLM* multi, CurlTransfer& transfer) {
 
 std::optional<Error> run(CURLM* multi, CurlTransfer& transfer) {
   if (curl_multi_add_handle(multi, transfer.easy()) != CURLM_OK) {
-    return transfer.problem(CURLE_FAILED_INIT);
+    return transfer.conclude(CURLE_FAILED_INIT);
   }
   auto error = driveToEnd(multi, transfer);
   curl_multi_remove_handle(multi, transfer.easy());

@@ -96,8 +96,8 @@ bool URLConnection::Transfer::askAboutTrust() {
 void URLConnection::Transfer::finish(std::optional<CURLcode> result) {
   const auto self = shared_from_this();
   if (wasCancelled_) return drop();
+  const std::optional<Error> error = result ? current_->conclude(*result) : current_->idleError();
   if (current_->nextHop()) return followRedirect();
-  const std::optional<Error> error = result ? current_->problem(*result) : current_->idleError();
   if (error && current_->proxyAsksForPassword()) {
     ask({.host = current_->request().url->host(),
          .port = current_->request().url->port(),
