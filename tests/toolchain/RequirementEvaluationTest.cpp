@@ -1,0 +1,144 @@
+#include <gtest/gtest.h>
+
+#include "foundation/DER.h"
+#include "tests/support/AppFixture.h"
+#include "toolchain/RequirementEvaluation.h"
+
+namespace toolchain {
+namespace {
+
+using requirement::Expression;
+using requirement::Match;
+using requirement::Operation;
+
+constexpr std::string_view kMark = test::kIntermediateMarker;
+
+RequirementSubject subject() {
+  RequirementSubject code;
+  code.identifier = "com.example.app";
+  code.cdHashes = {std::vector<std::byte>(20, std::byte{7})};
+  const auto& family = test::signingFamily();
+  code.chain = {family.leaf.certificate(), family.intermediate.certificate(),
+                family.root.certificate()};
+  code.info = {{"CFBundleVersion", "10.2"}, {"Number", 7}};
+  code.entitlements = {{"on", true}, {"off", false}, {"groups", foundation::Array{"a", "b.c"}}};
+  return code;
+}
+
+Expression with(Operation operation, std::string key, Match match = Match::exists,
+                std::string value = {}, std::int32_t certificate = 0) {
+  Expression expression;
+  expression.operation = operation;
+  expression.key = std::move(key);
+  expression.match = match;
+  expression.matchValue = std::move(value);
+  expression.certificate = certificate;
+  return expression;
+}
+
+Expression data(Operation operation, std::string bytes, std::int32_t certificate = 0) {
+  Expression expression;
+  expression.operation = operation;
+  expression.data = std::move(bytes);
+  expression.certificate = certificate;
+  return expression;
+}
+
+std::string hashOf(const test::MadeIdentity& identity) {
+  return std::string(foundation::textOf(identity.certificate().sha1()));
+}
+
+/// The bare content of an object identifier.
+std::string bareOID(std::string_view dotted) {
+  return foundation::DER::objectIdentifier(dotted).substr(2);
+}
+
+TEST(RequirementEvaluationTest, Leaves) {
+  const auto& family = test::signingFamily();
+  struct Row {
+    const char* name;
+    Expression expression;
+    bool isMet;
+  };
+  const auto info = [](Match match, const char* value) {
+    return with(Operation::infoKey, "CFBundleVersion", match, value);
+  };
+  const auto field = [](const char* name, Match match, const char* value) {
+    return with(Operation::certificateField, name, match, value);
+  };
+  const auto right = [](const char* key, Match match, const char* value = "") {
+    return with(Operation::entitlement, key, match, value);
+  };
+  for (const auto& [name, expression, isMet] : std::vector<Row>{
+           {"never", data(Operation::never, ""), false},
+           {"always", data(Operation::always, ""), true},
+           {"identifier", data(Operation::identifier, "com.example.app"), true},
+           {"other identifier", data(Operation::identifier, "com.example.ap"), false},
+           {"cdhash", data(Operation::cdHash, std::string(20, 7)), true},
+           {"other cdhash", data(Operation::cdHash, std::string(20, 8)), false},
+           {"leaf hash", data(Operation::anchorHash, hashOf(family.leaf), 0), true},
+           {"root hash", data(Operation::anchorHash, hashOf(family.root), -1), true},
+           {"hash elsewhere", data(Operation::anchorHash, hashOf(family.root), 0), false},
+           {"position outside", data(Operation::anchorHash, hashOf(family.root), 9), false},
+           {"position before the leaf", data(Operation::anchorHash, hashOf(family.leaf), -4),
+            false},
+           {"home-made anchor", data(Operation::anchorAppleGeneric, ""), false},
+           {"home-made anchor, own code", data(Operation::anchorApple, ""), false},
+           {"mark", with(Operation::certificateOID, bareOID(kMark), Match::exists, "", 1), true},
+           {"no mark", with(Operation::certificateOID, bareOID(kMark), Match::exists, "", 0),
+            false},
+           {"mark absent", with(Operation::certificateOID, bareOID(kMark), Match::absent), true},
+           {"policy", with(Operation::certificatePolicy, bareOID("1.2.3.4")), false},
+           {"common name", field("subject.CN", Match::beginsWith, "iPhone Distribution"), true},
+           {"unit", field("subject.OU", Match::equal, "ABCDE12345"), true},
+           {"unknown field", field("subject.X", Match::exists, ""), false},
+           {"equal", info(Match::equal, "10.2"), true},
+           {"contains", info(Match::contains, "0."), true},
+           {"ends", info(Match::endsWith, ".3"), false},
+           {"numbers, not letters", info(Match::greater, "9.9"), true},
+           {"leading zeros", info(Match::lessEqual, "010.2"), true},
+           {"longer", info(Match::less, "10.2.1"), true},
+           {"at least", info(Match::greaterEqual, "10.10"), false},
+           {"number", with(Operation::infoKey, "Number", Match::equal, "7"), true},
+           {"missing key", with(Operation::infoKey, "Missing", Match::equal, ""), false},
+           {"absent key", with(Operation::infoKey, "Missing", Match::absent), true},
+           {"true", right("on", Match::exists), true},
+           {"false is not there", right("off", Match::exists), false},
+           {"false is absent", right("off", Match::absent), true},
+           {"any of an array", right("groups", Match::beginsWith, "b."), true},
+           {"none of an array", right("groups", Match::equal, "c"), false},
+       }) {
+    EXPECT_EQ(meets(subject(), expression), isMet) << name;
+  }
+}
+
+TEST(RequirementEvaluationTest, Junctions) {
+  const auto junction = [](Operation operation, bool first, bool second) {
+    Expression expression;
+    expression.operation = operation;
+    for (const bool each : {first, second}) {
+      expression.operands.push_back(data(each ? Operation::always : Operation::never, ""));
+    }
+    return meets(subject(), expression);
+  };
+  for (const bool first : {false, true}) {
+    EXPECT_EQ(junction(Operation::negation, first, false), !first);
+    for (const bool second : {false, true}) {
+      EXPECT_EQ(junction(Operation::conjunction, first, second), first && second);
+      EXPECT_EQ(junction(Operation::disjunction, first, second), first || second);
+    }
+  }
+}
+
+/// Ad-hoc code has no certificates: whatever asks for one is not met.
+TEST(RequirementEvaluationTest, CodeWithoutChain) {
+  auto code = subject();
+  code.chain.clear();
+  EXPECT_FALSE(meets(code, data(Operation::anchorHash, "", 0)));
+  EXPECT_FALSE(meets(code, data(Operation::anchorAppleGeneric, "")));
+  EXPECT_FALSE(meets(code, with(Operation::certificateField, "subject.CN")));
+  EXPECT_TRUE(meets(code, with(Operation::certificateField, "subject.CN", Match::absent)));
+}
+
+}  // namespace
+}  // namespace toolchain

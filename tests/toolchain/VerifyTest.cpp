@@ -1,0 +1,460 @@
+#include <filesystem>
+#include <fstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/PropertyList.h"
+#include "tests/support/AppFixture.h"
+#include "tests/support/MachOFixture.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/toolchain/Resigning.h"
+#include "toolchain/Entitlements.h"
+#include "toolchain/Requirement.h"
+#include "toolchain/Signing.h"
+#include "toolchain/Verification.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using foundation::bytesOf;
+using foundation::Dictionary;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using toolchain::Verdict;
+
+constexpr const char* kInvalidSignature =
+    "invalid signature (code or signature have been modified)";
+constexpr const char* kInvalidInfo = "invalid Info.plist (plist or signature have been modified)";
+constexpr const char* kInvalidSeal =
+    "invalid resource directory (directory or signature have been modified)";
+constexpr const char* kSealedResource = "a sealed resource is missing or invalid";
+constexpr const char* kNoResources =
+    "code has no resources but signature indicates they must be present";
+constexpr const char* kStrict = "main executable failed strict validation";
+constexpr const char* kUnsigned = "code object is not signed at all";
+constexpr const char* kBundleFormat = "bundle format unrecognized, invalid, or unsuitable";
+constexpr const char* kObjectFormat = "object file format unrecognized, invalid, or unsuitable";
+
+void flip(const fs::path& path, std::uintmax_t offset) {
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  file.seekg(static_cast<std::streamoff>(offset));
+  const char byte = static_cast<char>(file.get() ^ 0x10);
+  file.seekp(static_cast<std::streamoff>(offset));
+  file.put(byte);
+}
+
+void write(const fs::path& path, std::string_view text) {
+  fs::create_directories(path.parent_path());
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+std::string xml(const Dictionary& dictionary) { return *foundation::PropertyList::xml(dictionary); }
+
+std::string blob(std::uint32_t magic, std::string_view payload) {
+  return std::string(foundation::textOf(toolchain::makeBlob(magic, bytesOf(payload))));
+}
+
+/// An app of armv7 and arm64 with both digests, entitlements, a framework and a loose library;
+/// signed once, copied for each test.
+class VerifyTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    pristine_ = new test::TemporaryFolder;
+    const fs::path built = test::makeApp(pristine_->path());
+    test::RealImageOptions library;
+    library.source = "int f(void) { return 0; }\n";
+    library.linkerArguments = {"-dylib"};
+    test::linkImage(*pristine_ / "libf.dylib", library);
+    const fs::path framework = built / "Frameworks/F.framework";
+    fs::create_directories(framework);
+    fs::copy_file(*pristine_ / "libf.dylib", framework / "F");
+    fs::copy_file(*pristine_ / "libf.dylib", built / "Frameworks/libf.dylib");
+    write(framework / "Info.plist",
+          xml({{"CFBundleIdentifier", "com.example.F"}, {"CFBundleExecutable", "F"}}));
+    write(framework / "data", "framework's own");
+    pristine_->write("entitlements", xml({{"application-identifier", "ABCDE12345.com.example.app"},
+                                          {"get-task-allow", true}}));
+    toolchain::SignOptions options;
+    options.code = built;
+    options.identity = test::signingFamily().leaf.sha1();
+    options.keychain = test::writeKeychain(*pristine_ / "keychain.pem");
+    options.entitlements = *pristine_ / "entitlements";
+    const auto signedWell = toolchain::sign(options);
+    ASSERT_TRUE(signedWell) << signedWell.error().localizedDescription();
+  }
+  static void TearDownTestSuite() { delete pristine_; }
+
+  void SetUp() override { restore(); }
+
+  void restore() {
+    fs::remove_all(app());
+    fs::copy(*pristine_ / "Example.app", app(),
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  }
+  [[nodiscard]] fs::path app() const { return folder_ / "Example.app"; }
+  [[nodiscard]] fs::path executable() const { return app() / "Example"; }
+  [[nodiscard]] Verdict verify(bool deep = false) const {
+    return toolchain::verify({.code = app(), .deep = deep});
+  }
+  [[nodiscard]] std::string line(std::string_view text) const {
+    return app().string() + ": " + std::string(text);
+  }
+  [[nodiscard]] static toolchain::Slice slice(std::size_t index) {
+    static const std::string file = test::contentsOf(*pristine_ / "Example.app/Example");
+    return toolchain::Image::parse(bytesOf(file))->slices().at(index);
+  }
+
+  static test::TemporaryFolder* pristine_;
+  test::TemporaryFolder folder_;
+};
+
+test::TemporaryFolder* VerifyTest::pristine_ = nullptr;
+
+TEST_F(VerifyTest, SoundCodeIsFoundSound) {
+  for (const bool deep : {false, true}) {
+    const Verdict verdict = verify(deep);
+    EXPECT_EQ(verdict.status, 0);
+    EXPECT_THAT(verdict.statements,
+                ElementsAre(line("valid on disk"), line("satisfies its Designated Requirement")));
+    EXPECT_THAT(verdict.files, IsEmpty());
+  }
+  for (const char* nested : {"Frameworks/F.framework", "Frameworks/libf.dylib", "Example"}) {
+    EXPECT_EQ(toolchain::verify({.code = app() / nested}).status, 0) << nested;
+  }
+}
+
+/// Files around the executable: one change each, one complaint each.
+TEST_F(VerifyTest, ChangesInTheBundleAreNoticed) {
+  struct Row {
+    const char* name;
+    std::function<void(const fs::path& app)> change;
+    const char* reason;
+    std::vector<std::string> files;
+    const char* cause = "";
+  };
+  const std::vector<Row> rows{
+      {"byte of a resource",
+       [](auto& app) { flip(app / "Frameworks/F.framework/data", 3); },
+       kSealedResource,
+       {"file modified: /Frameworks/F.framework/data"}},
+      {"byte of nested code",
+       [](auto& app) { flip(app / "Frameworks/libf.dylib", 5000); },
+       kSealedResource,
+       {"file modified: /Frameworks/libf.dylib"}},
+      {"nested seal",
+       [](auto& app) { write(app / "Frameworks/F.framework/_CodeSignature/CodeResources", ""); },
+       kSealedResource,
+       {"file modified: /Frameworks/F.framework/_CodeSignature/CodeResources"}},
+      {"new files",
+       [](auto& app) {
+         write(app / "new", "");
+         write(app / "de.lproj/extra", "");
+       },
+       kSealedResource,
+       {"file added: /de.lproj/extra", "file added: /new"}},
+      {"one of each",
+       [](auto& app) {
+         write(app / "zz", "");
+         write(app / "embedded.mobileprovision", "other");
+         fs::remove(app / "Frameworks/F.framework/data");
+       },
+       kSealedResource,
+       {"file added: /zz", "file modified: /embedded.mobileprovision",
+        "file missing: /Frameworks/F.framework/data"}},
+      {"file became a link",
+       [](auto& app) {
+         fs::remove(app / "Frameworks/F.framework/data");
+         fs::create_symlink("Info.plist", app / "Frameworks/F.framework/data");
+       },
+       kSealedResource,
+       {"file modified: /Frameworks/F.framework/data"}},
+      {"beside the seal",
+       [](auto& app) { write(app / "_CodeSignature/ResourceRules", ""); },
+       kSealedResource,
+       {"file added: /_CodeSignature/ResourceRules"}},
+      {"byte of Info.plist", [](auto& app) { flip(app / "Info.plist", 60); }, kInvalidInfo, {}},
+      {"other Info.plist",
+       [](auto& app) {
+         write(app / "Info.plist", xml({{"CFBundleExecutable", "Example"}}));
+       },
+       kInvalidInfo,
+       {},
+       "Info.plist has another hash"},
+      {"no Info.plist", [](auto& app) { fs::remove(app / "Info.plist"); }, kBundleFormat, {}},
+      {"byte of the seal",
+       [](auto& app) { flip(app / "_CodeSignature/CodeResources", 400); },
+       kInvalidSeal,
+       {},
+       "resource seal has another hash"},
+      {"no seal", [](auto& app) { fs::remove_all(app / "_CodeSignature"); }, kNoResources, {}},
+      {"no executable", [](auto& app) { fs::remove(app / "Example"); }, kBundleFormat, {}},
+      {"executable is text",
+       [](auto& app) { write(app / "Example", "#!/bin/sh\n"); },
+       kObjectFormat,
+       {}},
+      {"executable is cut off",
+       [](auto& app) { fs::resize_file(app / "Example", 70000); },
+       kObjectFormat,
+       {}},
+      {"bytes behind the last slice",
+       [](auto& app) { std::ofstream(app / "Example", std::ios::app) << "more"; },
+       kStrict,
+       {},
+       "bytes lie outside any slice"},
+      {"bytes before the first slice",
+       [](auto& app) { flip(app / "Example", 0x2000); },
+       kStrict,
+       {},
+       "bytes lie outside any slice"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    restore();
+    row.change(app());
+    const Verdict verdict = verify();
+    EXPECT_EQ(verdict.status, 1);
+    ASSERT_FALSE(verdict.statements.empty());
+    EXPECT_EQ(verdict.statements[0], line(row.reason));
+    EXPECT_THAT(verdict.statements.back(), HasSubstr(row.cause));
+    std::vector<std::string> files;
+    for (std::string file : verdict.files) {
+      const auto at = file.find(app().string());
+      files.push_back(at == std::string::npos ? file : file.erase(at, app().string().size()));
+    }
+    EXPECT_EQ(files, row.files);
+  }
+}
+
+TEST_F(VerifyTest, OptionalFilesMayGo) {
+  fs::remove_all(app() / "de.lproj");
+  EXPECT_EQ(verify().status, 0);
+}
+
+/// Single bytes of the executable, at every kind of place of each slice.
+TEST_F(VerifyTest, EveryPlaceOfTheExecutableIsCovered) {
+  for (const std::size_t index : {0U, 1U}) {
+    const auto target = slice(index);
+    const auto base = target.file.offset;
+    const auto code = target.signature->data.offset;
+    for (const auto offset : {std::uint64_t{0}, target.signature->commandOffset + 8, code / 2,
+                              target.text->file.size - 1, target.linkEdit->file.offset, code - 1}) {
+      restore();
+      flip(executable(), base + offset);
+      EXPECT_EQ(verify().status, 1) << target.architecture << " byte " << offset;
+    }
+  }
+}
+
+/// Every byte of a signature but those of the CMS counts, and so does every byte that the CMS
+/// signs.
+TEST_F(VerifyTest, EveryByteOfASignatureIsCovered) {
+  const fs::path library = app() / "Frameworks/libf.dylib";
+  const std::string good = test::contentsOf(library);
+  const auto image = toolchain::Image::parse(bytesOf(good));
+  const auto area = image->slices()[0].signature->data;
+  const auto signature = toolchain::SuperBlob::parse(image->signatureArea(image->slices()[0]),
+                                                     toolchain::magic::kEmbeddedSignature);
+  const auto wrapper = signature->find(toolchain::slot::kSignature)->bytes.size();
+  for (std::size_t i = 0; i < signature->bytes().size() - wrapper + 8; ++i) {
+    flip(library, area.offset + i);
+    EXPECT_EQ(toolchain::verify({.code = library}).status, 1) << "byte " << i;
+    flip(library, area.offset + i);
+  }
+  EXPECT_EQ(test::contentsOf(library), good);
+  flip(library, area.offset + signature->bytes().size() - 1);
+  EXPECT_EQ(toolchain::verify({.code = library}).status, 1) << "the CMS signature's last byte";
+}
+
+/// Signatures that are whole in themselves but say something that must not be.
+TEST_F(VerifyTest, WrongSignaturesAreRefused) {
+  using Parts = test::SignatureParts;
+  namespace magic = toolchain::magic;
+  const auto stranger = test::makeFamily({.organizationalUnit = "OTHERTEAM1"});
+  struct Row {
+    const char* name;
+    std::function<void(Parts&)> change;
+    const char* cause;
+    const char* reason = kInvalidSignature;
+  };
+  const std::vector<Row> rows{
+      {"no identifier",
+       [](Parts& parts) {
+         for (auto& fields : parts.directories) fields.identifier.clear();
+       },
+       "has no identifier"},
+      {"identifiers differ", [](Parts& parts) { parts.directories[1].identifier = "other"; },
+       "CodeDirectory (sha256) does not agree with the primary one"},
+      {"teams differ", [](Parts& parts) { parts.directories[1].teamIdentifier = "OTHER"; },
+       "does not agree"},
+      {"slices differ",
+       [](Parts& parts) {
+         for (auto& fields : parts.directories) fields.identifier = "com.example.other";
+       },
+       "the slices have identifiers"},
+      {"strange page size", [](Parts& parts) { parts.directories[0].pageShift = 13; },
+       "page size 2^13"},
+      {"part of the code",
+       [](Parts& parts) {
+         for (auto& fields : parts.directories) fields.codeLimit -= 4096;
+       },
+       "where the signature begins"},
+      {"short executable segment",
+       [](Parts& parts) {
+         for (auto& fields : parts.directories) fields.execSegmentLimit -= 1;
+       },
+       "is not __TEXT"},
+      {"no main binary",
+       [](Parts& parts) {
+         for (auto& fields : parts.directories) fields.execSegmentFlags &= ~std::uint64_t{1};
+       },
+       "executable segment flags 0x10 are not 0x11"},
+      {"debugging not asked for",
+       [](Parts& parts) {
+         parts.blobs.erase(5);
+         parts.blobs.erase(7);
+       },
+       "executable segment flags 0x11 are not 0x1"},
+      {"blob without hash", [](Parts& parts) { parts.uncovered = {7}; }, "does not cover slot 7"},
+      {"hash without blob", [](Parts& parts) { parts.dangling = {6}; },
+       "covers slot 6, which is not there"},
+      {"Info.plist not covered",
+       [](Parts& parts) {
+         for (auto& files : parts.files) files.erase(1);
+       },
+       "does not cover Info.plist", kInvalidInfo},
+      {"seal not covered",
+       [](Parts& parts) {
+         for (auto& files : parts.files) files.erase(3);
+       },
+       "does not cover the resource seal", kInvalidSeal},
+      {"blob of another kind",
+       [](Parts& parts) { parts.blobs[2] = blob(magic::kEntitlements, ""); }, "slot 2: blob magic"},
+      {"entitlements no list",
+       [](Parts& parts) { parts.blobs[5] = blob(magic::kEntitlements, "text"); }, "entitlements"},
+      {"entitlements no dictionary",
+       [](Parts& parts) { parts.blobs[5] = blob(magic::kEntitlements, "<plist><array/></plist>"); },
+       "entitlements: they are no dictionary"},
+      {"entitlements' DER form of old",
+       [](Parts& parts) {
+         parts.blobs[7] = blob(magic::kEntitlementsDER, std::string("\x31\x00", 2));
+       },
+       "entitlements in DER form"},
+      {"forms differ",
+       [](Parts& parts) {
+         parts.blobs[7] = foundation::textOf(toolchain::entitlementsDERBlob(
+             *toolchain::makeEntitlements({{"get-task-allow", true}})));
+       },
+       "does not describe what the XML form does"},
+      {"malformed requirement",
+       [](Parts& parts) {
+         const std::string cut = blob(magic::kRequirement, std::string("\0\0\0\1\0\0\0\6", 8));
+         parts.blobs[2] = foundation::textOf(toolchain::makeSuperBlob(
+             magic::kRequirementSet, {{toolchain::requirement::kDesignated, bytesOf(cut)}}));
+       },
+       "requirements"},
+      {"says ad hoc, has a CMS",
+       [](Parts& parts) {
+         for (auto& fields : parts.directories) fields.flags |= toolchain::codeflag::kAdHoc;
+       },
+       "code signed ad hoc has a CMS signature"},
+      {"empty CMS", [](Parts& parts) { parts.message = ""; }, "the CMS signature is empty"},
+      {"no CMS", [](Parts& parts) { parts.withWrapper = false; }, "there is no CMS signature"},
+      {"CMS of rubbish", [](Parts& parts) { parts.message = "rubbish"; }, "signature message"},
+      {"no list of cdhashes tells of both",
+       [](Parts& parts) { parts.withHashPlist = parts.withHashList = false; },
+       "no list of hashes covers the alternate"},
+      {"a list tells of one", [](Parts& parts) { parts.listed = 1; },
+       "the list of cdhashes is not that of the 2 CodeDirectories"},
+      {"the other list tells of one",
+       [](Parts& parts) {
+         parts.listed = 1;
+         parts.withHashPlist = false;
+       },
+       "the list of full digests is not that of the 2 CodeDirectories"},
+      {"no root", [](Parts& parts) { parts.certificates.pop_back(); }, "Test Root CA"},
+      {"other team",
+       [](Parts& parts) {
+         for (auto& fields : parts.directories) fields.teamIdentifier = "OTHERTEAM1";
+       },
+       "team identifier \"OTHERTEAM1\" is not the certificate's"},
+      {"other people's chain",
+       [&](Parts& parts) {
+         parts.certificates = {stranger.leaf.certificate(), stranger.intermediate.certificate(),
+                               stranger.root.certificate()};
+       },
+       "the signer's certificate is not among the 3"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    restore();
+    auto parts = test::takeApart(executable());
+    row.change(parts);
+    test::putTogether(executable(), parts, test::signingFamily());
+    const Verdict verdict = verify();
+    EXPECT_EQ(verdict.status, 1);
+    ASSERT_FALSE(verdict.statements.empty());
+    EXPECT_EQ(verdict.statements[0], line(row.reason));
+    EXPECT_THAT(verdict.statements.back(), HasSubstr(row.cause));
+  }
+}
+
+/// What older releases of the platform's own tool wrote: one page size, no DER form, no lists of
+/// hashes, an early CodeDirectory.
+TEST_F(VerifyTest, OlderSignaturesAreAccepted) {
+  for (const std::size_t index : {0U, 1U}) {
+    auto parts = test::takeApart(executable(), index);
+    parts.directories.resize(1);
+    parts.files.resize(1);
+    parts.directories[0].pageShift = 12;
+    parts.blobs.erase(7);
+    parts.withHashPlist = parts.withHashList = false;
+    test::putTogether(executable(), parts, test::signingFamily(), index);
+  }
+  EXPECT_THAT(verify().statements, ElementsAre(line("valid on disk"), testing::_));
+}
+
+TEST_F(VerifyTest, AnUnmetRequirementHasAStatusOfItsOwn) {
+  toolchain::requirement::Expression other;
+  other.operation = toolchain::requirement::Operation::identifier;
+  other.data = "com.example.other";
+  auto parts = test::takeApart(executable(), 1);
+  parts.blobs[2] = foundation::textOf(toolchain::makeRequirementSet(other));
+  test::putTogether(executable(), parts, test::signingFamily(), 1);
+  const Verdict verdict = verify();
+  EXPECT_EQ(verdict.status, 3);
+  EXPECT_THAT(verdict.statements, ElementsAre(line("does not satisfy its designated Requirement")));
+}
+
+TEST_F(VerifyTest, NestedCodeIsNamed) {
+  const fs::path framework = app() / "Frameworks/F.framework";
+  fs::copy_file(*pristine_ / "libf.dylib", framework / "F", fs::copy_options::overwrite_existing);
+  toolchain::SignOptions options;
+  options.code = app();
+  options.identity = "-";
+  options.force = true;
+  ASSERT_TRUE(toolchain::sign(options));
+  EXPECT_EQ(verify(true).status, 0);
+
+  auto parts = test::takeApart(framework / "F");
+  parts.directories[0].execSegmentLimit += 1;
+  test::putTogether(framework / "F", parts, test::signingFamily());
+  ASSERT_TRUE(toolchain::sign(options)) << "signed nested code stays as it is";
+  EXPECT_EQ(verify(false).status, 0);
+  const Verdict verdict = verify(true);
+  EXPECT_EQ(verdict.status, 1);
+  EXPECT_THAT(verdict.statements,
+              Contains("In subcomponent: " + fs::canonical(framework).string()));
+}
+
+TEST_F(VerifyTest, UnsignedAndAbsentCode) {
+  const fs::path fresh = test::makeApp(folder_.path(), {.folderName = "Fresh.app"});
+  EXPECT_THAT(toolchain::verify({.code = fresh}).statements,
+              Contains(fresh.string() + ": " + kUnsigned));
+  EXPECT_THAT(toolchain::verify({.code = folder_ / "none.app"}).statements,
+              ElementsAre((folder_ / "none.app").string() + ": No such file or directory"));
+}
+
+}  // namespace
