@@ -1,0 +1,75 @@
+#include "xcode/QVTXcodeArchive.h"
+
+#include "foundation/FileManager.h"
+#include "foundation/Path.h"
+#include "foundation/PropertyList.h"
+#include "foundation/Text.h"
+#include "foundation/UserDefaults.h"
+#include "preparation/QVTInfoPlist.h"
+
+using foundation::appendingPathComponent;
+using foundation::Dictionary;
+
+namespace {
+
+constexpr std::string_view kXcodePreferences = "com.apple.dt.Xcode";
+constexpr std::string_view kLocationPreference = "IDECustomDistributionArchivesLocation";
+
+/// True when no prefix of the path climbs above the folder that it is relative to.
+bool staysInside(const std::string& path) {
+  int depth = 0;
+  for (const std::string& component : foundation::split(path, '/')) {
+    if (component.empty() || component == ".") continue;
+    depth += component == ".." ? -1 : 1;
+    if (depth < 0) return false;
+  }
+  return true;
+}
+
+/// The app's folder, relative to "Products".
+std::optional<std::string> relativeAppPath(const Dictionary& info) {
+  const Dictionary* const properties = foundation::dictionaryAt(info, "ApplicationProperties");
+  if (properties && !properties->empty()) {
+    return foundation::stringAt(*properties, "ApplicationPath");
+  }
+  const auto name = foundation::stringAt(info, "Name");
+  if (!name) return std::nullopt;
+  return "Applications/" + *name + ".app";
+}
+
+}  // namespace
+
+std::shared_ptr<QVTXcodeArchive> QVTXcodeArchive::initWithURL(
+    const std::optional<foundation::URL>& url) {
+  if (!url) return nullptr;
+  const std::string path = url->path();
+  const auto info = foundation::PropertyList::dictionaryWithContentsOfFile(
+      appendingPathComponent(path, "Info.plist"));
+  if (!info || info->empty()) return nullptr;
+  const auto app = relativeAppPath(*info);
+  if (!app || !staysInside(*app)) return nullptr;
+  auto archive = std::shared_ptr<QVTXcodeArchive>(new QVTXcodeArchive);
+  archive->setCreationDate(foundation::dateAt(*info, "CreationDate"));
+  archive->readApp(appendingPathComponent(appendingPathComponent(path, "Products"), *app));
+  return archive->bundle() ? archive : nullptr;
+}
+
+void QVTXcodeArchive::readApp(const std::string& path) {
+  setBundle(foundation::Bundle::bundleWithPath(path));
+  if (!bundle()) return;
+  setPath(path);
+  const auto info = QVTInfoPlist::initWithAppDirectory(path);
+  setBundleIdentifier(info->bundleIdentifier());
+  setDisplayVersion(info->displayVersion());
+  setBuildVersion(info->buildVersion());
+  setProvisioningProfilePath(appendingPathComponent(path, "embedded.mobileprovision"));
+}
+
+std::optional<std::string> QVTXcodeArchive::currentArchiveLocation() {
+  auto& defaults = foundation::UserDefaults::standardUserDefaults();
+  defaults.addSuiteNamed(kXcodePreferences);
+  if (auto custom = defaults.stringForKey(kLocationPreference)) return custom;
+  const std::string home = foundation::FileManager::homeDirectory();
+  if (home.empty()) return std::nullopt;
+  return appendingPathComponent(home, "Library/Developer/Xcode/Archives");
+}

@@ -1,0 +1,52 @@
+// What the archives location holds, for QVTXcodeArchiveMonitor.
+#include <vector>
+
+#include "foundation/FileManager.h"
+#include "foundation/Path.h"
+#include "foundation/Text.h"
+#include "xcode/QVTXcodeArchiveMonitor.h"
+
+namespace {
+
+using Archive = std::shared_ptr<QVTXcodeArchive>;
+
+/// Paths of the visible entries; none when the folder cannot be listed.
+std::vector<std::string> visibleEntries(const std::string& path) {
+  std::vector<std::string> entries;
+  const auto names = foundation::FileManager::visibleContentsOfDirectoryAtPath(path);
+  if (!names) return entries;
+  for (const std::string& name : *names) {
+    entries.push_back(foundation::appendingPathComponent(path, name));
+  }
+  return entries;
+}
+
+/// An app without an identifier of its own has an empty one.
+bool hasIdentifier(const QVTXcodeArchive& archive) {
+  return archive.bundleIdentifier() && !archive.bundleIdentifier()->empty();
+}
+
+}  // namespace
+
+std::set<Archive> QVTXcodeArchiveMonitor::allArchives() {
+  std::set<Archive> archives;
+  const auto location = QVTXcodeArchive::currentArchiveLocation();
+  if (!location) return archives;
+  for (const std::string& day : visibleEntries(*location)) {
+    for (const std::string& path : visibleEntries(day)) {
+      const auto archive = QVTXcodeArchive::initWithURL(foundation::URL::fileURLWithPath(path));
+      if (archive && hasIdentifier(*archive)) archives.insert(archive);
+    }
+  }
+  return archives;
+}
+
+Archive QVTXcodeArchiveMonitor::latestArchiveMatchingBundleIdentifier(std::string_view identifier) {
+  const std::string wanted = foundation::lowercased(identifier);
+  Archive latest;
+  for (const Archive& archive : allArchives()) {
+    if (foundation::lowercased(*archive->bundleIdentifier()) != wanted) continue;
+    if (!latest || archive->creationDate() >= latest->creationDate()) latest = archive;
+  }
+  return latest;
+}
