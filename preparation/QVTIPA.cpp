@@ -16,6 +16,12 @@ std::optional<std::string> appPathInFolder(const std::string& inflated) {
   return payload + "/" + names->front();
 }
 
+/// The standard escaping leaves "?" alone, which would end the URL's path.
+std::optional<foundation::URL> urlForPath(const std::string& path) {
+  return foundation::URL::withString(
+      foundation::percentEscapedKeepingPercent(foundation::percentEscaped(path), "?"));
+}
+
 }  // namespace
 
 std::shared_ptr<QVTIPA> QVTIPA::initWithPath(const std::string& path) {
@@ -28,7 +34,7 @@ std::shared_ptr<QVTIPA> QVTIPA::initWithPath(const std::string& path) {
   const auto appPath = appPathInFolder(*inflated);
   if (!appPath) return nullptr;
   debugLog("Path To App: %@", *appPath);
-  const auto url = foundation::URL::withString(foundation::percentEscaped(*appPath));
+  const auto url = urlForPath(*appPath);
   if (!url) return nullptr;
 
   const std::shared_ptr<QVTIPA> ipa(new QVTIPA);

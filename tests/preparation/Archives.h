@@ -1,0 +1,56 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "foundation/ChildProcess.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace test {
+
+/// A file to be packed: its path inside the archive and its content.
+struct PackedFile {
+  std::string path;
+  std::string content;
+};
+
+/// Packs the files with the real `zip`.
+inline void pack(const std::filesystem::path& archive, const std::vector<PackedFile>& files) {
+  const TemporaryFolder folder;
+  for (const PackedFile& file : files) folder.write(file.path, file.content);
+  // `zip` adds an extension to names without one, so the archive gets its name afterwards.
+  const std::filesystem::path packed = folder / "packed.zip";
+  auto zip = foundation::ChildProcess::launch(
+      {.executable = "/usr/bin/zip",
+       .arguments = {"-q", "--symlinks", "-r", packed, ".", "-x", "./packed.zip"},
+       .workingDirectory = folder.path()});
+  ASSERT_TRUE(zip) << zip.error().localizedDescription();
+  ASSERT_EQ(zip->waitUntilExit().status, 0) << zip->readStandardErrorToEnd().text();
+  std::filesystem::create_directories(archive.parent_path());
+  std::filesystem::copy_file(packed, archive, std::filesystem::copy_options::overwrite_existing);
+}
+
+/// An Info.plist with these pairs of XML.
+inline std::string plist(const std::string& pairs) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>" + pairs +
+         "</dict></plist>\n";
+}
+
+inline std::string stringPair(const std::string& key, const std::string& value) {
+  return "<key>" + key + "</key><string>" + value + "</string>";
+}
+
+/// The temporary directory of the code under test, for one scope.
+class TemporaryDirectoryScope {
+ public:
+  [[nodiscard]] const std::filesystem::path& path() const { return folder_.path(); }
+
+ private:
+  TemporaryFolder folder_;
+  ScopedEnvironment environment_{"TMPDIR", folder_.path().c_str()};
+};
+
+}  // namespace test

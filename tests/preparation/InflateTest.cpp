@@ -1,0 +1,169 @@
+#include <fstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "preparation/QVTFileSystemUtils.h"
+#include "tests/preparation/Archives.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::UnorderedElementsAre;
+
+std::optional<foundation::Error> errorOf(const fs::path& archive) {
+  std::optional<foundation::Error> error;
+  EXPECT_EQ(QVTFileSystemUtils::inflateToTemporaryPathArchive(archive, &error), std::nullopt);
+  return error;
+}
+
+TEST(Inflate, UnpacksTheNamedArchiveAndNoneThatItsNameWouldMatch) {
+  // The neighbours are what `unzip` would take instead, were the name a pattern to it.
+  const struct {
+    const char* folder;
+    const char* name;
+    std::vector<const char*> neighbours;
+  } cases[] = {
+      {"plain", "App.ipa", {"App2.ipa"}},
+      {"my builds", "My App.ipa", {"My.ipa"}},
+      {"plain", "App[1].ipa", {"App1.ipa"}},
+      {"plain", "[1].ipa", {"1.ipa"}},
+      {"plain", "a*b.ipa", {"axb.ipa", "ab.ipa"}},
+      {"plain", "a?b.ipa", {"axb.ipa", "a1b.ipa"}},
+      {"plain", "a\\b.ipa", {"ab.ipa"}},
+      {"plain", "a\\[1].ipa", {"a[1].ipa", "a1.ipa", "a\\1.ipa"}},
+      {"plain", "App].ipa", {"App.ipa"}},
+      {"plain", "[!a].ipa", {"b.ipa"}},
+      {"plain", ".[h].ipa", {".h.ipa"}},
+      {"build [2]", "App.ipa", {"App2.ipa"}},
+      {"build [2]", "App[1].ipa", {"App1.ipa"}},
+      {"build [2]", "a\\b.ipa", {"ab.ipa"}},
+      {"a\\[2", "a\\b.ipa", {"ab.ipa"}},
+      {"what? *", "100% #1.ipa", {"100.ipa"}},
+      {"plain",
+       "\xc3\x9c"
+       "ber.ipa",
+       {"U\xcc\x88"
+        "ber.ipa"}},
+      {"plain",
+       "U\xcc\x88"
+       "ber.ipa",
+       {"\xc3\x9c"
+        "ber.ipa"}},
+      {"\xe6\x9e\x84\xe5\xbb\xba",
+       "\xe5\xba\x94\xe7\x94\xa8[1].ipa",
+       {"\xe5\xba\x94\xe7\x94\xa8"
+        "1.ipa"}},
+      {"plain", "App", {"App.zip", "App.ZIP"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.folder) + "/" + c.name);
+    const test::TemporaryDirectoryScope temporary;
+    const test::TemporaryFolder folder;
+    for (const char* const neighbour : c.neighbours) {
+      test::pack(folder / c.folder / neighbour, {{"which", "a neighbour"}});
+    }
+    test::pack(folder / c.folder / c.name, {{"which", "the right one"}});
+    std::optional<foundation::Error> error;
+    const auto inflated =
+        QVTFileSystemUtils::inflateToTemporaryPathArchive(folder / c.folder / c.name, &error);
+    ASSERT_TRUE(inflated) << error->description();
+    std::string stem = c.name;
+    if (stem.ends_with(".ipa")) stem.resize(stem.size() - 4);
+    EXPECT_EQ(*inflated, temporary.path().string() + "/" + stem + "/");
+    EXPECT_EQ(test::contentsOf(*inflated + "which"), "the right one");
+  }
+}
+
+TEST(Inflate, KeepsNamesLinksAndPermissions) {
+  const test::TemporaryDirectoryScope temporary;
+  const test::TemporaryFolder folder;
+  const std::vector<std::string> names = {
+      "\xc3\x9c"
+      "ber",
+      "U\xcc\x88"
+      "ber",
+      "\xe4\xb8\xad", "a b%#[1]*?"};
+  std::vector<test::PackedFile> files;
+  for (const std::string& name : names) files.push_back({name, name});
+  test::pack(folder / "App.ipa", files);
+  const auto inflated = QVTFileSystemUtils::inflateToTemporaryPathArchive(folder / "App.ipa");
+  ASSERT_TRUE(inflated);
+  for (const std::string& name : names) EXPECT_EQ(test::contentsOf(*inflated + name), name);
+}
+
+TEST(Inflate, ASecondArchiveOfTheNameGoesOverTheFirst) {
+  const test::TemporaryDirectoryScope temporary;
+  const test::TemporaryFolder folder;
+  test::pack(folder / "one/App.ipa", {{"same", "one"}, {"only", "one"}});
+  test::pack(folder / "two/App.ipa", {{"same", "two"}});
+  const auto first = QVTFileSystemUtils::inflateToTemporaryPathArchive(folder / "one/App.ipa");
+  const auto second = QVTFileSystemUtils::inflateToTemporaryPathArchive(folder / "two/App.ipa");
+  ASSERT_TRUE(first && second);
+  EXPECT_EQ(*first, *second);
+  EXPECT_EQ(test::contentsOf(*second + "same"), "two");
+  EXPECT_EQ(test::contentsOf(*second + "only"), "one");
+}
+
+TEST(Inflate, AFailedUnzipIsToldWithAllThatIsKnown) {
+  const test::TemporaryDirectoryScope temporary;
+  const test::TemporaryFolder folder;
+  test::pack(folder / "whole.ipa", {{"file", std::string(5000, 'x')}});
+  folder.write("truncated.ipa", test::contentsOf(folder / "whole.ipa").substr(0, 60));
+  folder.write("text.ipa", "no archive at all");
+  folder.write("empty.ipa", "");
+  for (const char* const name : {"truncated.ipa", "text.ipa", "empty.ipa", "missing.ipa"}) {
+    SCOPED_TRACE(name);
+    const auto error = errorOf(folder / name);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain, "QVTFileSystemUtilsErrorDomain");
+    EXPECT_EQ(error->code, -1);
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : error->userInfo) keys.push_back(key);
+    EXPECT_THAT(keys, UnorderedElementsAre("command", "arguments", "status", "stderr", "stdout",
+                                           "archivePath", "temporaryPath"));
+    const std::string archive = folder / name;
+    const std::string target =
+        temporary.path().string() + "/" +
+        archive.substr(archive.rfind('/') + 1, archive.size() - archive.rfind('/') - 5) + "/";
+    EXPECT_EQ(foundation::stringAt(error->userInfo, "archivePath"), archive);
+    EXPECT_EQ(foundation::stringAt(error->userInfo, "temporaryPath"), target);
+    EXPECT_THAT(*foundation::stringAt(error->userInfo, "command"), HasSubstr("/unzip"));
+    EXPECT_EQ(*foundation::arrayAt(error->userInfo, "arguments"),
+              (foundation::Array{"-qo", archive, "-d", target}));
+    EXPECT_GT(*error->userInfo.at("status").integer(), 0);
+    EXPECT_THAT(*foundation::stringAt(error->userInfo, "stderr") +
+                    *foundation::stringAt(error->userInfo, "stdout"),
+                HasSubstr(name));
+  }
+}
+
+TEST(Inflate, NeverTakesAnotherArchiveForOneThatCannotBeRead) {
+  const test::TemporaryDirectoryScope temporary;
+  const test::TemporaryFolder folder;
+  fs::create_directory(folder / "folder");
+  for (const char* const name : {"missing.zip", "folder.ZIP"}) {
+    test::pack(folder / name, {{"which", "a neighbour"}});
+  }
+  for (const char* const name : {"missing", "folder"}) {
+    const auto error = errorOf(folder / name);
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->localizedDescription(), HasSubstr((folder / name).string()));
+    EXPECT_FALSE(fs::exists(temporary.path() / name / "which"));
+  }
+}
+
+TEST(Inflate, AFolderThatCannotBeMadeIsToldBeforeAnyUnzip) {
+  const test::TemporaryDirectoryScope temporary;
+  const test::TemporaryFolder folder;
+  test::pack(folder / "App.ipa", {{"file", "x"}});
+  test::pack(folder / "...ipa", {{"file", "x"}});
+  std::ofstream(temporary.path() / "App") << "in the way";
+  EXPECT_THAT(errorOf(folder / "App.ipa")->localizedDescription(),
+              HasSubstr((temporary.path() / "App").string()));
+  EXPECT_THAT(errorOf(folder / "...ipa")->localizedDescription(), HasSubstr("...ipa"));
+  EXPECT_FALSE(fs::exists(temporary.path().parent_path() / "file"));
+}
+
+}  // namespace
