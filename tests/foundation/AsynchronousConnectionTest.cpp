@@ -1,0 +1,284 @@
+#include <atomic>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/RunLoop.h"
+#include "foundation/URLConnection.h"
+#include "tests/support/LoopbackServer.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace foundation {
+namespace {
+
+using namespace std::chrono_literals;
+using test::alwaysAnswer;
+using test::httpAnswer;
+using test::LoopbackServer;
+using test::Peer;
+using test::ReceivedRequest;
+
+/// Writes down what it is told.
+struct Recorder : URLConnection::Delegate {
+  std::vector<std::string> calls;
+  std::string body;
+  std::optional<HTTPResponse> response;
+  std::optional<Error> error;
+  std::vector<ProtectionSpace> questions;
+  std::function<void(URLConnection&, const char* call)> onCall;
+  std::thread::id home = std::this_thread::get_id();
+  int ends = 0;
+
+  void note(URLConnection& connection, const char* call) {
+    EXPECT_EQ(std::this_thread::get_id(), home);
+    EXPECT_EQ(ends, 0) << call << " after the end";
+    if (calls.empty() || calls.back() != call) calls.emplace_back(call);
+    if (onCall) onCall(connection, call);
+  }
+  void connectionDidReceiveResponse(URLConnection& c, const HTTPResponse& r) override {
+    note(c, "response");
+    response = r;
+  }
+  void connectionDidReceiveData(URLConnection& c, Bytes data) override {
+    note(c, "data");
+    body += textOf(data);
+  }
+  void connectionDidFailWithError(URLConnection& c, const Error& e) override {
+    note(c, "error");
+    error = e;
+    ++ends;
+  }
+  void connectionDidFinishLoading(URLConnection& c) override {
+    note(c, "finish");
+    ++ends;
+  }
+  bool connectionCanAuthenticateAgainstProtectionSpace(URLConnection& c,
+                                                       const ProtectionSpace& space) override {
+    note(c, "question");
+    questions.push_back(space);
+    return true;
+  }
+};
+
+URLRequest requestFor(const std::string& url, const std::string& body = {}) {
+  URLRequest request;
+  request.url = URL::withString(url);
+  if (!body.empty()) {
+    request.method = "POST";
+    request.body.emplace().append(body);
+  }
+  return request;
+}
+
+bool runUntil(const std::function<bool()>& isDone) { return RunLoop::main().runUntil(isDone, 30s); }
+
+std::shared_ptr<Recorder> exchange(const URLRequest& request) {
+  auto recorder = std::make_shared<Recorder>();
+  URLConnection(request, recorder).start();  // the exchange outlives the object
+  EXPECT_TRUE(runUntil([&] { return recorder->ends > 0; }));
+  return recorder;
+}
+
+TEST(AsynchronousConnection, TellsResponseDataAndEnd) {
+  const LoopbackServer server(alwaysAnswer(httpAnswer(201, "the body", "X-Field: value\r\n")));
+  const auto recorder = exchange(requestFor(server.url("/")));
+  EXPECT_THAT(recorder->calls, testing::ElementsAre("response", "data", "finish"));
+  EXPECT_EQ(recorder->response->statusCode, 201);
+  EXPECT_EQ(recorder->response->headers.at("x-field"), "value");
+  EXPECT_EQ(recorder->body, "the body");
+  EXPECT_EQ(recorder.use_count(), 1) << "the delegate is let go at the end";
+}
+
+TEST(AsynchronousConnection, FollowsRedirectsUnnoticed) {
+  const LoopbackServer server([](const ReceivedRequest& request, Peer& peer) {
+    peer.send(request.target == "/to" ? httpAnswer(200, request.body())
+                                      : httpAnswer(307, "moved", "Location: /to\r\n"));
+  });
+  const auto recorder = exchange(requestFor(server.url("/from"), "sent twice"));
+  EXPECT_THAT(recorder->calls, testing::ElementsAre("response", "data", "finish"));
+  EXPECT_EQ(recorder->body, "sent twice");
+}
+
+TEST(AsynchronousConnection, EndsInOneErrorForEveryFault) {
+  struct Fault {
+    const char* name;
+    test::Handler handler;
+    long code;
+    testing::Matcher<std::vector<std::string>> calls;
+  };
+  const auto tellsAll = testing::ElementsAre("response", "data", "error");
+  for (const Fault& c :
+       {Fault{"reset", [](const auto&, Peer& p) { p.reset(); }, -1005,
+              testing::ElementsAre("error")},
+        Fault{"cut off",
+              [](const auto&, Peer& p) {
+                p.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfive!");
+                p.close();
+              },
+              -1005, tellsAll},
+        Fault{"silent",
+              [](const auto&, Peer& p) {
+                p.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfive!");
+                p.stall();
+              },
+              -1001, tellsAll},
+        Fault{"redirected in circles", alwaysAnswer(httpAnswer(302, "", "Location: /\r\n")), -1007,
+              testing::ElementsAre("error")}}) {
+    SCOPED_TRACE(c.name);
+    const LoopbackServer server(c.handler);
+    URLRequest request = requestFor(server.url("/"));
+    request.idleTimeout = 300ms;
+    const auto recorder = exchange(request);
+    EXPECT_THAT(recorder->calls, c.calls);
+    EXPECT_EQ(recorder->error->code, c.code) << recorder->error->description();
+  }
+  EXPECT_EQ(exchange(URLRequest())->error->code, -1002);
+}
+
+TEST(AsynchronousConnection, HundredsAtOnce) {
+  constexpr std::size_t kCount = 400;
+  const LoopbackServer server([](const ReceivedRequest& request, Peer& peer) {
+    peer.send(httpAnswer(200, std::string(request.target) + std::string(20'000, 'x')));
+  });
+  std::vector<std::shared_ptr<Recorder>> recorders(kCount);
+  std::vector<std::thread> starters;
+  for (auto& recorder : recorders) recorder = std::make_shared<Recorder>();
+  for (std::size_t t = 0; t < 4; ++t) {
+    starters.emplace_back([&, t] {
+      for (std::size_t i = t; i < kCount; i += 4) {
+        URLConnection(requestFor(server.url("/" + std::to_string(i))), recorders[i]).start();
+      }
+    });
+  }
+  EXPECT_TRUE(runUntil([&] {
+    return std::all_of(recorders.begin(), recorders.end(),
+                       [](const auto& recorder) { return recorder->ends == 1; });
+  }));
+  for (std::thread& thread : starters) thread.join();
+  for (std::size_t i = 0; i < kCount; ++i) {
+    EXPECT_FALSE(recorders[i]->error) << recorders[i]->error->description();
+    EXPECT_EQ(recorders[i]->body, "/" + std::to_string(i) + std::string(20'000, 'x'));
+  }
+}
+
+TEST(AsynchronousConnection, CancelledFromACallItIsSilentFromThenOn) {
+  for (const std::string& at : {std::string("response"), std::string("data")}) {
+    SCOPED_TRACE(at);
+    const LoopbackServer server(alwaysAnswer(httpAnswer(200, std::string(3'000'000, 'x'))));
+    const auto recorder = std::make_shared<Recorder>();
+    recorder->onCall = [&](URLConnection& connection, const char* call) {
+      if (at == call) connection.cancel();
+    };
+    URLConnection connection(requestFor(server.url("/")), recorder);
+    connection.start();
+    EXPECT_TRUE(runUntil([&] { return recorder.use_count() == 1; }));
+    EXPECT_EQ(recorder->calls.back(), at);
+    EXPECT_EQ(recorder->ends, 0);
+  }
+}
+
+TEST(AsynchronousConnection, CancelledFromOtherThreadsItEndsAtMostOnce) {
+  const LoopbackServer server(alwaysAnswer(httpAnswer(200, "body")));
+  for (int round = 0; round < 50; ++round) {
+    const auto recorder = std::make_shared<Recorder>();
+    URLConnection connection(requestFor(server.url("/")), recorder);
+    connection.start();
+    std::thread other([&] { connection.cancel(); });
+    EXPECT_TRUE(runUntil([&] { return recorder.use_count() == 1; }));
+    other.join();
+    EXPECT_LE(recorder->ends, 1);
+    EXPECT_FALSE(recorder->error);
+  }
+}
+
+TEST(AsynchronousConnection, AsksOnlyForRealChallenges) {
+  struct Case {
+    int status;
+    const char* field;
+    const char* method;
+    const char* realm;
+  };
+  for (const Case& c : {Case{401, "WWW-Authenticate: Basic realm=\"a \\\"b\\\"\"\r\n",
+                             "NSURLAuthenticationMethodHTTPBasic", "a \"b\""},
+                        Case{407, "proxy-authenticate: digest nonce=1, realm=x\r\n",
+                             "NSURLAuthenticationMethodHTTPDigest", "x"},
+                        Case{401, "", nullptr, nullptr},
+                        Case{401, "Proxy-Authenticate: Basic\r\n", nullptr, nullptr},
+                        Case{403, "WWW-Authenticate: Basic\r\n", nullptr, nullptr}}) {
+    SCOPED_TRACE(c.field);
+    const LoopbackServer server(alwaysAnswer(httpAnswer(c.status, "", c.field)));
+    const auto recorder = exchange(requestFor(server.url("/")));
+    EXPECT_EQ(recorder->response->statusCode, c.status);
+    ASSERT_EQ(recorder->questions.size(), c.method ? 1u : 0u);
+    if (!c.method) continue;
+    EXPECT_EQ(recorder->questions[0].host, "127.0.0.1");
+    EXPECT_EQ(recorder->questions[0].port, server.port());
+    EXPECT_EQ(recorder->questions[0].authenticationMethod, c.method);
+    EXPECT_EQ(recorder->questions[0].realm, c.realm);
+    EXPECT_FALSE(recorder->questions[0].hasServerTrust);
+  }
+}
+
+TEST(AsynchronousConnection, ATunnelThatAsksForAPasswordIsAChallenge) {
+  const LoopbackServer proxy(
+      alwaysAnswer(httpAnswer(407, "", "Proxy-Authenticate: Basic realm=\"p\"\r\n")));
+  const test::ScopedEnvironment https("https_proxy", proxy.url().c_str());
+  const auto recorder = exchange(requestFor("https://service.invalid/"));
+  EXPECT_THAT(recorder->calls, testing::ElementsAre("question", "error"));
+  EXPECT_FALSE(recorder->questions.at(0).hasServerTrust);
+}
+
+class AsynchronousTLS : public testing::Test {
+ protected:
+  test::ServerOptions tls(const test::TLSAuthority& issuer) {
+    test::ServerOptions options;
+    options.identity = issuer.issue();
+    return options;
+  }
+
+  test::TemporaryFolder folder_;
+  test::TLSAuthority authority_;
+  std::string trusted_ = folder_.write("trusted.pem", authority_.certificate()).string();
+  test::ScopedEnvironment trust_{"SSL_CERT_FILE", trusted_.c_str()};
+};
+
+TEST_F(AsynchronousTLS, AsksOncePerConnectionBeforeTheRequest) {
+  const LoopbackServer server(alwaysAnswer(httpAnswer(200, "safe")), tls(authority_));
+  std::size_t questions = 0;
+  for (int round = 0; round < 3; ++round) {
+    const auto recorder = exchange(requestFor(server.url("/")));
+    EXPECT_EQ(recorder->body, "safe");
+    questions += recorder->questions.size();
+    for (const ProtectionSpace& space : recorder->questions) {
+      EXPECT_TRUE(space.hasServerTrust);
+      EXPECT_EQ(space.host, "localhost");
+      EXPECT_EQ(recorder->calls.front(), "question");
+    }
+  }
+  EXPECT_EQ(questions, server.connectionCount());
+  EXPECT_EQ(server.connectionCount(), 1u) << "a connection is used again";
+}
+
+TEST_F(AsynchronousTLS, AYesTrustsNobody) {
+  const test::TLSAuthority stranger;
+  const LoopbackServer server(alwaysAnswer(httpAnswer(200)), tls(stranger));
+  const auto recorder = exchange(requestFor(server.url("/"), "secret"));
+  EXPECT_THAT(recorder->calls, testing::ElementsAre("question", "error"));
+  EXPECT_EQ(recorder->error->code, -1202);
+  EXPECT_TRUE(server.requests().empty());
+}
+
+TEST_F(AsynchronousTLS, CancelledFromTheQuestionItSendsNothing) {
+  const LoopbackServer server(alwaysAnswer(httpAnswer(200)), tls(authority_));
+  const auto recorder = std::make_shared<Recorder>();
+  recorder->onCall = [](URLConnection& connection, const char*) { connection.cancel(); };
+  URLConnection connection(requestFor(server.url("/")), recorder);
+  connection.start();
+  EXPECT_TRUE(runUntil([&] { return recorder.use_count() == 1; }));
+  EXPECT_THAT(recorder->calls, testing::ElementsAre("question"));
+  EXPECT_TRUE(server.requests().empty());
+}
+
+}  // namespace
+}  // namespace foundation
