@@ -2,6 +2,7 @@
 #include <system_error>
 
 #include "foundation/Path.h"
+#include "foundation/Text.h"
 #include "toolchain/BundleWalk.h"
 #include "toolchain/ResourceSeal.h"
 
@@ -80,6 +81,10 @@ class SealBuilder {
       return false;
     }
     const bool isLink = entry.kind == Kind::link;
+    if (!foundation::isUTF8(entry.path)) {
+      refusal = failure("the name " + absolute(entry.path) + " is not UTF-8");
+      return false;
+    }
     if (entry.kind == Kind::other ||
         (isLink && foundation::lastPathComponent(entry.path) == ".DS_Store")) {
       refusal =

@@ -19,18 +19,18 @@ struct SignOptions {
   /// that only one identity has, or "-" for an ad-hoc signature.
   std::string identity;
   /// Where the private key is; absent: the user's default list.
-  std::optional<std::filesystem::path> keychain;
+  std::optional<std::filesystem::path> keychain = {};
   /// Property list in XML or binary form; passed over for code that is no main executable.
-  std::optional<std::filesystem::path> entitlements;
+  std::optional<std::filesystem::path> entitlements = {};
   /// Signed code may be signed again.
   bool force = false;
   /// All nested code is signed, not only what carries no signature.
   bool deep = false;
   /// Absent: now.
-  std::optional<foundation::Date> signingTime;
+  std::optional<foundation::Date> signingTime = {};
   /// Gets notes, one line each without newline, on the calling thread ("X.app: replacing existing
   /// signature"); empty: nobody listens.
-  std::function<void(const std::string&)> note;
+  std::function<void(const std::string&)> note = {};
 };
 
 /// Signs `code` in place, nested code without a signature first. Either everything is signed, or an
@@ -48,7 +48,7 @@ struct AllocateOptions {
   std::filesystem::path input;
   std::filesystem::path output;
   /// One entry for each slice of the input.
-  std::vector<SliceRoom> rooms;
+  std::vector<SliceRoom> rooms = {};
   /// Takes existing signatures away instead.
   bool remove = false;
 };

@@ -1,0 +1,149 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/Text.h"
+#include "tests/support/Identities.h"
+#include "toolchain/Requirement.h"
+
+namespace {
+
+using namespace test;
+using testing::HasSubstr;
+using toolchain::Anchor;
+using toolchain::requirement::Expression;
+using toolchain::requirement::Match;
+using toolchain::requirement::Operation;
+
+std::vector<foundation::Certificate> chainOf(const Family& family) {
+  return {family.leaf.certificate(), family.intermediate.certificate(), family.root.certificate()};
+}
+
+std::string hexText(std::string_view text) {
+  return foundation::lowercaseHex(foundation::bytesOf(text));
+}
+
+TEST(Requirement, DeveloperIdentitiesAreNamedByLeafAndIssuersMark) {
+  const std::string name = "iPhone Developer: J\xc3\xb6rg (ABCDE12345) and more xyz";
+  ASSERT_EQ(name.size(), 49U);
+  const Family family = makeFamily({.commonName = name});
+  const auto expression =
+      toolchain::defaultRequirement("com.example.app", chainOf(family), Anchor::apple);
+  const std::string expected =
+      "fade0c01000000b8000000010000000300000014"
+      "fade0c00000000a400000001"
+      "00000006"
+      "000000020000000f" +
+      hexText("com.example.app") +
+      "00"
+      "000000060000000f"
+      "000000060000000b000000000000000a" +
+      hexText("subject.CN") +
+      "0000"
+      "0000000100000031" +
+      hexText(name) +
+      "000000"
+      "0000000e000000010000000a2a864886f76364060201"
+      "000000000000";
+  EXPECT_EQ(foundation::lowercaseHex(toolchain::makeRequirementSet(expression)), expected);
+  EXPECT_EQ(toolchain::text(expression),
+            "identifier \"com.example.app\" and anchor apple generic and certificate "
+            "leaf[subject.CN] = 0x" +
+                hexText(name) + " and certificate 1[field.1.2.840.113635.100.6.2.1] /* exists */");
+}
+
+TEST(Requirement, OtherIdentitiesAreNamedByTheLastCertificateOfTheirOrganization) {
+  const Family family = makeFamily();
+  const auto chain = chainOf(family);
+  const auto hash = [](const MadeIdentity& one) {
+    return " = H\"" + foundation::lowercased(one.sha1()) + '"';
+  };
+  EXPECT_EQ(toolchain::text(toolchain::defaultRequirement("x", chain, toolchain::anchorOf(chain))),
+            "identifier x and certificate leaf" + hash(family.leaf));
+  // Alone, the leaf is the root.
+  EXPECT_EQ(toolchain::text(toolchain::defaultRequirement("x", {chain[0]}, Anchor::other)),
+            "identifier x and certificate root" + hash(family.leaf));
+}
+
+Expression leaf(Operation operation, std::string data = {}) {
+  Expression expression;
+  expression.operation = operation;
+  expression.data = std::move(data);
+  return expression;
+}
+
+Expression joined(Operation operation, std::vector<Expression> operands) {
+  Expression expression;
+  expression.operation = operation;
+  expression.operands = std::move(operands);
+  return expression;
+}
+
+Expression matching(Operation operation, std::string key, Match match, std::string value = {}) {
+  Expression expression;
+  expression.operation = operation;
+  expression.key = std::move(key);
+  expression.match = match;
+  expression.matchValue = std::move(value);
+  return expression;
+}
+
+TEST(Requirement, TextAndBytesOfEveryOperation) {
+  const auto a = leaf(Operation::identifier, "a");
+  const auto b = leaf(Operation::identifier, "b");
+  Expression anchor = leaf(Operation::anchorHash, std::string(20, '\x2a'));
+  anchor.certificate = -1;
+  struct Case {
+    Expression expression;
+    std::string text;
+  };
+  for (const Case& c : {
+           Case{leaf(Operation::always), "always"},
+           Case{leaf(Operation::never), "never"},
+           Case{leaf(Operation::anchorApple), "anchor apple"},
+           Case{leaf(Operation::identifier, "and"), "identifier \"and\""},
+           Case{leaf(Operation::identifier, "1a"), "identifier \"1a\""},
+           Case{leaf(Operation::identifier, "a\"\\"), "identifier \"a\\\"\\\\\""},
+           Case{leaf(Operation::cdHash, "\x01"), "cdhash H\"01\""},
+           Case{anchor, "certificate root = H\"2a2a2a2a2a2a2a2a2a2a2a2a2a2a2a2a2a2a2a2a\""},
+           Case{joined(Operation::negation, {a}), "! identifier a"},
+           Case{joined(Operation::disjunction, {a, joined(Operation::conjunction, {a, b})}),
+                "identifier a or identifier a and identifier b"},
+           Case{joined(Operation::conjunction, {joined(Operation::disjunction, {a, b}), b}),
+                "(identifier a or identifier b) and identifier b"},
+           Case{matching(Operation::infoKey, "CFBundleVersion", Match::greaterEqual, "17"),
+                "info[CFBundleVersion] >= \"17\""},
+           Case{matching(Operation::entitlement, "get-task-allow", Match::absent),
+                "entitlement[get-task-allow] absent"},
+           Case{matching(Operation::certificateField, "subject.OU", Match::beginsWith, "T"),
+                "certificate leaf[subject.OU] = T*"},
+           Case{matching(Operation::certificatePolicy, "\x2a\x03", Match::exists),
+                "certificate leaf[policy.1.2.3] /* exists */"},
+       }) {
+    EXPECT_EQ(toolchain::text(c.expression), c.text);
+    const auto blob = toolchain::makeRequirement(c.expression);
+    const auto read = toolchain::parseRequirement(blob);
+    ASSERT_TRUE(read) << read.error().localizedDescription();
+    EXPECT_EQ(toolchain::text(*read), c.text);
+    EXPECT_EQ(toolchain::makeRequirement(*read), blob);
+    // Every shorter blob is refused, whatever its length says.
+    for (std::size_t size = 0; size < blob.size(); size += 4) {
+      std::vector<std::byte> cut(blob.begin(), blob.begin() + static_cast<std::ptrdiff_t>(size));
+      if (size >= 8) cut[7] = static_cast<std::byte>(size);
+      EXPECT_FALSE(toolchain::parseRequirement(cut)) << c.text << " at " << size;
+    }
+  }
+}
+
+TEST(Requirement, DeepNestingIsRefused) {
+  Expression deep = leaf(Operation::always);
+  for (int i = 0; i < 1000; ++i) deep = joined(Operation::negation, {std::move(deep)});
+  const auto read = toolchain::parseRequirement(toolchain::makeRequirement(deep));
+  ASSERT_FALSE(read);
+  EXPECT_THAT(read.error().localizedDescription(), HasSubstr("nested too deep"));
+}
+
+TEST(Requirement, NoRequirementIsAnEmptySet) {
+  EXPECT_EQ(foundation::lowercaseHex(toolchain::emptyRequirementSet()), "fade0c010000000c00000000");
+}
+
+}  // namespace
