@@ -36,12 +36,17 @@ std::size_t openDescriptors() {
 
 class FileEventSourceTest : public testing::Test {
  protected:
+  ~FileEventSourceTest() override {
+    queue_.sync([] {});
+  }
+
   std::shared_ptr<FileEventSource> watch(const fs::path& path) {
     return FileEventSource::watchWrites(path, queue_, [this] { ++calls_; });
   }
 
   /// True when `write` brings at least one call.
   bool isNoticed(const std::function<void()>& write) {
+    if (!settles()) return false;
     const int before = calls_;
     write();
     return waitUntil([&] { return calls_ > before; });
@@ -50,11 +55,9 @@ class FileEventSourceTest : public testing::Test {
   /// True when all calls for what was done so far have come: a marker in another folder, watched
   /// on the same queue, is the last.
   bool settles() {
-    const fs::path marked = folder_ / "marked";
-    fs::create_directory(marked);
     std::atomic<bool> seen = false;
-    const auto marker = FileEventSource::watchWrites(marked, queue_, [&] { seen = true; });
-    std::ofstream(marked / std::to_string(++marks_)).put('x');
+    const auto marker = FileEventSource::watchWrites(marked_.path(), queue_, [&] { seen = true; });
+    marked_.write(std::to_string(++marks_), "x");
     const bool isSettled = waitUntil([&] { return seen.load(); });
     marker->cancel();
     queue_.sync([] {});
@@ -62,6 +65,7 @@ class FileEventSourceTest : public testing::Test {
   }
 
   test::TemporaryFolder folder_;
+  test::TemporaryFolder marked_;
   DispatchQueue queue_ = DispatchQueue::serial("test.file-events");
   std::atomic<int> calls_ = 0;
   int marks_ = 0;
