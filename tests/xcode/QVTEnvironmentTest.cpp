@@ -1,0 +1,236 @@
+#include <climits>
+#include <map>
+#include <random>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "foundation/Path.h"
+#include "foundation/Text.h"
+#include "tests/support/TemporaryFolder.h"
+#include "xcode/QVTEnvironment.h"
+
+namespace {
+
+using Paths = std::vector<std::string>;
+
+/// A file system that has the given directories, and remembers what it was asked.
+class Directories {
+ public:
+  Directories(std::initializer_list<std::string> paths) : paths_(paths) {}
+  explicit Directories(std::set<std::string> paths) : paths_(std::move(paths)) {}
+
+  QVTDirectoryQuestion question() {
+    return [this](const std::string& path) {
+      ++asked_[path];
+      return paths_.contains(path);
+    };
+  }
+  void expectEachQuestionOnce() const {
+    for (const auto& [path, times] : asked_) {
+      EXPECT_EQ(times, 1) << path;
+      EXPECT_LT(path.size(), std::size_t{PATH_MAX});
+    }
+  }
+  [[nodiscard]] std::size_t count() const { return asked_.size(); }
+
+ private:
+  std::set<std::string> paths_;
+  std::map<std::string, int> asked_;
+};
+
+Paths parse(std::string_view value, Directories& directories, std::string_view folder = "/w") {
+  auto paths = QVTEnvironment::parseFrameworkSearchPathsFromStringWorkingDirectoryFileManager(
+      value, folder, directories.question());
+  directories.expectEachQuestionOnce();
+  return paths;
+}
+
+TEST(QVTEnvironment, ParsesSearchPaths) {
+  struct Case {
+    const char* name;
+    std::string value;
+    std::set<std::string> directories;
+    Paths expected;
+  };
+  for (const Case& c : {
+           Case{"empty", "", {}, {}},
+           Case{"two directories", "/A /B", {"/A", "/B"}, {"/A", "/B"}},
+           Case{"quoted and escaped", R"("/X Y" /X\ Y '/X Y')", {"/X Y"}, {"/X Y", "/X Y", "/X Y"}},
+           Case{"recursive", "/A/**", {"/A"}, {"/A/**"}},
+           Case{"relative", "a b/**", {"/w/a", "/w/b"}, {"a", "b/**"}},
+           Case{"lost quotes", "/X Y", {"/X Y"}, {"/X Y"}},
+           Case{"lost quotes, recursive", "/X Y/**", {"/X Y"}, {"/X Y/**"}},
+           Case{"three pieces", "/A /B C D /E", {"/A", "/B C D", "/E"}, {"/A", "/B C D", "/E"}},
+           Case{"glued to what was found", "/X Y Z", {"/X", "/X Y Z"}, {"/X Y Z"}},
+           Case{"glued to all that was found", "/A /B C", {"/A", "/B", "/A /B C"}, {"/A /B C"}},
+           Case{"dropped", "/A gone /B", {"/A", "/B"}, {"/A", "/B"}},
+           Case{"nothing exists", "/A /B", {}, {}},
+           Case{"double space", "/A  /B C", {"/A", "/B C"}, {"/A", "/B C"}},
+           Case{"double space in a name", "/A  B", {"/A  B"}, {"/A  B"}},
+           Case{"quotes taken off", "\"/X Y\" gone", {"/X Y"}, {"/X Y"}},
+           Case{"quotes that are part of the name", "\"a\" gone", {"/w/\"a\"", "/w/a"}, {"\"a\""}},
+           Case{"escapes taken off", "/X\\ Y gone", {"/X Y"}, {"/X Y"}},
+           Case{"two backslashes before a space", "/X\\\\ Y gone", {"/X Y"}, {"/X Y"}},
+           Case{"open quote", "\"/A", {"/A"}, {}},
+           Case{"lone quote", "\" /A", {"/A"}, {"/A"}},
+       }) {
+    SCOPED_TRACE(c.name);
+    Directories directories(c.directories);
+    EXPECT_EQ(parse(c.value, directories), c.expected);
+  }
+}
+
+TEST(QVTEnvironment, WellFormedParsingNeedsEveryToken) {
+  Directories directories{"/A"};
+  const auto parsed = [&](std::string_view value) {
+    return QVTEnvironment::
+        parseWellFormedFrameworkSearchPathsFromStringWorkingDirectoryUsingFileManager(
+            value, "", directories.question());
+  };
+  EXPECT_EQ(parsed("/A /A"), (Paths{"/A", "/A"}));
+  EXPECT_EQ(parsed(""), Paths{});
+  EXPECT_EQ(parsed("/A /B"), std::nullopt);
+  EXPECT_EQ(parsed("\"/A"), std::nullopt);
+}
+
+TEST(QVTEnvironment, TellsValidPaths) {
+  struct Case {
+    const char *path, *folder;
+    bool isValid;
+  };
+  for (const Case& c : {
+           Case{"", "/w", false},
+           Case{"/A", "", true},
+           Case{"/A/**", "", true},
+           Case{"/A/**/", "", true},
+           Case{"/A/x**", "", false},
+           Case{"/A/*", "", false},
+           Case{"**", "/A", true},
+           Case{"b", "/A/", true},
+           Case{"b/", "/A", true},
+           Case{"b", "", false},
+           Case{"r", "", true},
+           Case{"\"/A\"", "", false},
+           Case{"~/A", "/w", false},
+       }) {
+    Directories directories{"/A", "/A/b", "r"};
+    EXPECT_EQ(QVTEnvironment::isValidFrameworkSearchPathWithWorkingDirectoryUsingFileManager(
+                  c.path, c.folder, directories.question()),
+              c.isValid)
+        << c.path;
+  }
+}
+
+TEST(QVTEnvironment, Unquotes) {
+  const std::pair<const char*, std::optional<std::string>> cases[] = {
+      {"", ""},
+      {"\"", std::nullopt},
+      {"\"\"", ""},
+      {R"("a\ b\\")", R"(a\ b\\)"},
+      {R"("a)", R"("a)"},
+      {R"(a\ b)", "a b"},
+      {R"(a\\ b)", "a b"},
+      {R"(a\\\ b)", R"(a\ b)"},
+      {R"(a\\\\b\n\)", R"(a\\b\n\)"},
+  };
+  for (const auto& [path, expected] : cases) {
+    EXPECT_EQ(QVTEnvironment::unquotedAndUnescapedPathForPath(path), expected) << path;
+  }
+}
+
+/// The mending of a mangled value at its plainest: every candidate is built anew and asked about.
+Paths mendedPlainly(const std::string& value, const std::string& folder,
+                    const QVTDirectoryQuestion& isDirectory) {
+  const auto isValid = [&](const std::optional<std::string>& path) {
+    return path && QVTEnvironment::isValidFrameworkSearchPathWithWorkingDirectoryUsingFileManager(
+                       *path, folder, isDirectory);
+  };
+  const auto unquoted = QVTEnvironment::unquotedAndUnescapedPathForPath;
+  const Paths pieces = foundation::split(value, ' ');
+  Paths result;
+  for (std::size_t i = 0; i < pieces.size(); ++i) {
+    std::string current = pieces[i];
+    Paths trial = result;
+    bool isFound = false;
+    while (!isFound) {
+      std::string candidate = current;
+      for (std::size_t j = i; j < pieces.size() && !isFound; ++j) {
+        if (j > i) candidate += " " + pieces[j];
+        if (!isValid(unquoted(candidate))) continue;
+        trial.push_back(candidate);
+        i = j;
+        isFound = true;
+      }
+      if (isFound || trial.empty()) break;
+      current = trial.back() + " " + current;
+      trial.pop_back();
+    }
+    if (isFound) result = trial;
+  }
+  for (std::string& path : result) {
+    if (!isValid(path) && isValid(unquoted(path))) path = *unquoted(path);
+  }
+  return result;
+}
+
+TEST(QVTEnvironment, MendsAsThePlainWayDoesWithoutAskingTwice) {
+  std::mt19937 random(20150301);
+  const auto pick = [&random](const Paths& from) {
+    return from[std::uniform_int_distribution<std::size_t>(0, from.size() - 1)(random)];
+  };
+  const Paths words{"/A", "/B",   "a",    "b", "",   "/A/**", "**", "\"",   "\"/A",  "B\"",
+                    "\\", "/A\\", "\\\\", "/", "a/", "/w/a",  "~",  "//**", "\"a\"", "x\\\\\\"};
+  for (int round = 0; round < 4000; ++round) {
+    const auto text = [&](int longest) {
+      std::string out = pick(words);
+      for (int i = std::uniform_int_distribution<int>(0, longest)(random); i > 0; --i) {
+        out += " " + pick(words);
+      }
+      return out;
+    };
+    std::set<std::string> paths;
+    for (int i = 0; i < 5; ++i) {
+      const std::string path =
+          QVTEnvironment::unquotedAndUnescapedPathForPath(text(2)).value_or("/A");
+      paths.insert(foundation::isAbsolutePath(path) ? path : "/w/" + path);
+    }
+    const std::string value = text(7);
+    Directories plain(paths);
+    Directories directories(paths);
+    const auto mended =
+        QVTEnvironment::parseMangledFrameworkSearchPathsFromStringWorkingDirectoryUsingFileManager(
+            value, "/w", directories.question());
+    directories.expectEachQuestionOnce();
+    ASSERT_EQ(mended, mendedPlainly(value, "/w", plain.question())) << value;
+    ASSERT_EQ(directories.count(), plain.count()) << value;
+  }
+}
+
+TEST(QVTEnvironment, NeverAsksAboutPathsThatAreTooLong) {
+  const std::string longName(1000, 'n');
+  std::string value = "/A";
+  for (int i = 0; i < 20; ++i) value += " " + longName;
+  Directories directories{"/A", "/A " + longName + " " + longName};
+  EXPECT_EQ(parse(value, directories), Paths{"/A " + longName + " " + longName});
+  Directories slashes{"/A", "/B"};
+  EXPECT_EQ(parse("gone /A" + std::string(5000, '/') + "** /B", slashes),
+            (Paths{"/A" + std::string(5000, '/') + "**", "/B"}));
+  Directories atLimit{"/" + std::string(PATH_MAX - 2, 'x')};
+  EXPECT_EQ(parse("/" + std::string(PATH_MAX - 2, 'x'), atLimit).size(), 1U);
+}
+
+TEST(QVTEnvironment, AsksTheHost) {
+  const test::TemporaryFolder folder;
+  std::filesystem::create_directories(folder / "X Y");
+  std::filesystem::create_directory_symlink(folder / "X Y", folder / "link");
+  folder.write("file", "");
+  const std::string value = "X Y link file";
+  EXPECT_EQ(QVTEnvironment::parseFrameworkSearchPathsFromStringWorkingDirectory(
+                value, folder.path().string()),
+            (Paths{"X Y", "link"}));
+  const std::string absolute = (folder / "X Y").string();
+  EXPECT_EQ(QVTEnvironment::parseFrameworkSearchPathsFromRootInString(absolute), Paths{absolute});
+}
+
+}  // namespace
