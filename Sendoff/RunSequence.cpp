@@ -3,6 +3,7 @@
 #include <memory>
 #include <vector>
 
+#include "Sendoff/AppFacts.h"
 #include "Sendoff/CommandLine.h"
 #include "Sendoff/DistributionUpload.h"
 #include "Sendoff/QVTAppInfo.h"
@@ -65,7 +66,7 @@ bool validate(const QVTAppInfo& appInfo) {
           "going here: ") +
       sendoff::kSettingsPageURL +
       "\n Then select the org and click on API key or build secret underneath the org name.";
-  QVTCLUtilLog(hint, appInfo.codeSignedResource()->bundleIdentifier());
+  QVTCLUtilLog(hint, bundleIdentifierOf(appInfo));
   return false;
 }
 

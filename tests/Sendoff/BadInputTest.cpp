@@ -1,0 +1,376 @@
+// Apps that cannot be handed off. Each ends with its line and status 1, and leaves nothing behind
+// but what it is meant to.
+#include <fstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/PropertyList.h"
+#include "tests/Sendoff/ToolRun.h"
+#include "tests/support/AppFixture.h"
+#include "tests/support/MachOFixture.h"
+#include "tests/support/StandInService.h"
+#include "tests/support/StandInSigner.h"
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+const std::string kBanner = "Quorvantile.framework/sendoff 1.3.6 (19)";
+const std::string kNotPrepared = "Failed to prepare the binary for release";
+const std::string kNoBinary = "Unable to read Mach-O binary.";
+
+void write(const fs::path& path, std::string_view content) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+}
+
+class BadInputTest : public testing::Test {
+ protected:
+  RunResult runIPA(const fs::path& ipa, std::vector<std::string> more = {}) {
+    more.insert(more.begin(), {"-ipaPath", ipa, "-QuorvantileAPIEndpoint", service_.url()});
+    return place_.run(more);
+  }
+  /// Neither apps nor .ipa files; a work folder of a packaging that failed may be there.
+  void expectCleanedUp() {
+    for (const std::string& name : place_.leftovers()) {
+      if (name.starts_with("com.quorvantile.ipas/")) continue;
+      EXPECT_THAT(name, testing::Not(testing::EndsWith(".ipa")));
+      EXPECT_THAT(name, testing::Not(testing::EndsWith(".app")));
+    }
+  }
+
+  StandInSigner signer_;
+  StandInService service_;
+  Workplace place_;
+};
+
+TEST_F(BadInputTest, FilesThatAreNoIPA) {
+  const std::string good =
+      contentsOf(packIPA(makeApp(place_.files()), place_.files() / "Example.ipa"));
+  const auto zip = [&](const char* script) {
+    const TemporaryFolder folder;
+    outputOf({"sh", "-c", std::string("cd \"$1\" && ") + script + " && zip -q -r ../x.zip . || :",
+              "sh", folder.path().string()});
+    const std::string made = contentsOf(folder.path().parent_path() / "x.zip");
+    fs::remove(folder.path().parent_path() / "x.zip");
+    return made;
+  };
+  const std::string inflation =
+      "Unable to inflate IPA to temporary path: Error "
+      "Domain=QVTFileSystemUtilsErrorDomain Code=-1 UserInfo={";
+  struct Case {
+    const char* name;
+    std::string bytes;
+    /// Empty: no line but the summary.
+    std::string line;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"empty", "", inflation},
+           {"text", "hello\n", inflation},
+           {"first half", good.substr(0, good.size() / 2), inflation},
+           {"without its last bytes", good.substr(0, good.size() - 30), inflation},
+           {"no Payload", zip("mkdir Other && touch Other/x"), ""},
+           {"empty Payload", zip("mkdir Payload"), ""},
+           {"Payload is a file", zip("touch Payload"), ""},
+           {"no app in Payload", zip("mkdir -p Payload/Example.APP && touch Payload/x"), ""},
+       }) {
+    SCOPED_TRACE(c.name);
+    const auto result = runIPA([&] {
+      write(place_.files() / c.name, c.bytes);
+      return place_.files() / c.name;
+    }());
+    EXPECT_EQ(result.status, 1);
+    const auto lines = result.messages();
+    ASSERT_EQ(lines.size(), c.line.empty() ? 2u : 3u) << result.output;
+    EXPECT_EQ(lines.back(), kNotPrepared);
+    if (!c.line.empty()) {
+      EXPECT_THAT(lines[1], StartsWith(c.line));
+      EXPECT_THAT(lines[1], testing::AnyOf(HasSubstr("signature not found"), HasSubstr("zipfile")))
+          << "unzip's own words are missing";
+    }
+  }
+  EXPECT_EQ(service_.server().connectionCount(), 0u);
+}
+
+TEST_F(BadInputTest, AppsInEveryStateOfDisrepair) {
+  const std::string profile = "Unable to read provisioning profile at ";
+  const std::string certificate =
+      "Unable to find a certificate with a private key: Error "
+      "Domain=QVTProvisioningProfileErrorDomain Code=-1 UserInfo={";
+  const std::string packaging =
+      "Unable to package source due to error: Error Domain=QVTIPABuilderErrorDomain Code=";
+  const std::string noApp = "Unable to find application in Quorvantile. Response code: ";
+  const auto profileWith = [](const fs::path& app, const foundation::Dictionary& changes) {
+    ProfileOptions options = AppOptions::exampleProfile();
+    options.developerCertificates = {signingFamily().leaf.der()};
+    foundation::Dictionary dictionary = options.dictionary();
+    for (const auto& [key, value] : changes) dictionary[key] = value;
+    write(app / "embedded.mobileprovision",
+          makeProvisioningProfile(dictionary, signingFamily().leaf).text());
+  };
+  const auto resize = [](const char* file, std::size_t size) {
+    return [=](const fs::path& app) { fs::resize_file(app / file, size); };
+  };
+  const auto executable = [](std::string bytes) {
+    return [bytes = std::move(bytes)](const fs::path& app) { write(app / "Example", bytes); };
+  };
+  MachOImage withUUID = MachOImage::arm64();
+  withUUID.uuid("00112233445566778899aabbccddeeff");
+  FatSlice nowhere = FatSlice::of(withUUID);
+  nowhere.offset = 0xfffffff0;
+
+  struct Case {
+    const char* name;
+    std::function<void(const fs::path& app)> damage;
+    /// The lines between the banner and the end, each as it begins.
+    std::vector<std::string> lines;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"no profile",
+            [](const fs::path& app) { fs::remove(app / "embedded.mobileprovision"); },
+            {profile, kNotPrepared}},
+           {"empty profile", resize("embedded.mobileprovision", 0), {profile, kNotPrepared}},
+           {"profile cut off", resize("embedded.mobileprovision", 300), {profile, kNotPrepared}},
+           {"profile without plist",
+            [](const fs::path& app) {
+              write(app / "embedded.mobileprovision", std::string(9000, 'x'));
+            },
+            {profile, kNotPrepared}},
+           {"plain plist as profile",
+            [](const fs::path& app) {
+              fs::copy_file(app / "Info.plist", app / "embedded.mobileprovision",
+                            fs::copy_options::overwrite_existing);
+            },
+            {profile, kNotPrepared}},
+           {"profile is a folder",
+            [](const fs::path& app) {
+              fs::remove(app / "embedded.mobileprovision");
+              fs::create_directory(app / "embedded.mobileprovision");
+            },
+            {profile, kNotPrepared}},
+           {"no prefix",
+            [&](const fs::path& app) {
+              profileWith(app, {{"ApplicationIdentifierPrefix", foundation::Array{}}});
+            },
+            {profile, kNotPrepared}},
+           {"certificates of the wrong type",
+            [&](const fs::path& app) {
+              profileWith(app, {{"DeveloperCertificates", "none"}});
+            },
+            {certificate, kNotPrepared}},
+           {"a certificate that is none",
+            [&](const fs::path& app) {
+              profileWith(app, {{"DeveloperCertificates",
+                                 foundation::Array{foundation::Data(std::string("junk")), 7}}});
+            },
+            {certificate, kNotPrepared}},
+           {"no Info.plist",
+            [](const fs::path& app) { fs::remove(app / "Info.plist"); },
+            {packaging + "-9", kNotPrepared}},
+           {"Info.plist is text",
+            [](const fs::path& app) { write(app / "Info.plist", "\x01\x02<<"); },
+            {packaging + "-9", kNotPrepared}},
+           {"Info.plist is an array",
+            [](const fs::path& app) {
+              write(app / "Info.plist", *foundation::PropertyList::xml(foundation::Array{}));
+            },
+            {packaging + "-9", kNotPrepared}},
+           {"Info.plist of wrong types",
+            [](const fs::path& app) {
+              write(app / "Info.plist",
+                    *foundation::PropertyList::xml(foundation::Dictionary{
+                        {"CFBundleIdentifier", 7}, {"CFBundleExecutable", foundation::Array{}}}));
+            },
+            {noApp, "Does this app belong to this org?"}},
+           {"no executable",
+            [](const fs::path& app) { fs::remove(app / "Example"); },
+            {kNoBinary, "Unable to load IPA at (null)", "Failed to upload binary"}},
+           {"short executable",
+            executable("\xcf\xfa\xed\xfe"),
+            {kNoBinary, "Unable to load IPA at (null)", "Failed to upload binary"}},
+           {"text as executable",
+            executable("#!/bin/sh\necho this is no Mach-O file\n"),
+            {"Unexpected error: "}},
+           {"no UUID", executable(MachOImage::arm64().bytes()), {"Unexpected error: "}},
+           {"slices point nowhere",
+            executable(universalFile({FatSlice::of(withUUID), nowhere})),
+            {"Unexpected error: "}},
+           {"more slices than bytes",
+            executable(universalFile({nowhere}, 4, 0x7fffffff)),
+            {"Unexpected error: "}},
+       }) {
+    SCOPED_TRACE(c.name);
+    const TemporaryFolder folder;
+    const fs::path app = makeApp(folder.path());
+    c.damage(app);
+    const auto result = runIPA(packIPA(app, folder / "Example.ipa"));
+    EXPECT_EQ(result.status, 1);
+    const auto lines = result.messages();
+    ASSERT_GE(lines.size(), 1 + c.lines.size()) << result.output;
+    for (std::size_t i = 0; i < c.lines.size(); ++i)
+      EXPECT_THAT(lines[i + 1], StartsWith(c.lines[i]));
+    expectCleanedUp();
+
+    // The archive route meets the same trouble.
+    place_.environment()["ARCHIVE_PRODUCTS_PATH"] = makeArchive(folder / "Example.xcarchive", app);
+    const auto archived = place_.run({"-QuorvantileAPIEndpoint", service_.url()});
+    EXPECT_EQ(archived.status, 1);
+    EXPECT_THAT(archived.messages().at(2), StartsWith(c.lines[0]));
+    expectCleanedUp();
+  }
+}
+
+TEST_F(BadInputTest, AFailedToolsOwnWordsAreInTheLine) {
+  const fs::path ipa = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
+  signer_.setStatus(StandInSigner::Run::sign, 3);
+  signer_.setOutput(StandInSigner::Run::sign, "", "Example.app: the\nkeychain is \"locked\"");
+  const auto result = runIPA(ipa);
+  EXPECT_EQ(result.status, 1);
+  const auto lines = result.messages();
+  ASSERT_EQ(lines.size(), 3u) << result.output;
+  EXPECT_THAT(lines[1], StartsWith("Unable to package source due to error: Error "
+                                   "Domain=QVTIPABuilderErrorDomain Code=-6 UserInfo={"));
+  EXPECT_THAT(lines[1], HasSubstr("Domain=QVTCodeSignerErrorDomain Code=-2"));
+  EXPECT_THAT(lines[1], HasSubstr("the\\nkeychain is"));
+  expectCleanedUp();
+}
+
+TEST_F(BadInputTest, NoKeyForTheProfile) {
+  fs::remove(place_.home() / "Library/Keychains/identity.pem");
+  const fs::path ipa = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
+  const auto result = runIPA(ipa);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.messages().at(1), HasSubstr("iPhone Distribution: Example Corp"));
+  EXPECT_THAT(result.messages().back(), kNotPrepared);
+  expectCleanedUp();
+}
+
+TEST_F(BadInputTest, MissingTools) {
+  const fs::path ipa = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
+  struct Case {
+    const char* name;
+    std::function<void()> damage;
+    std::string line;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"codesign_allocate", [this] { signer_.forgetTool("codesign_allocate"); },
+            "Unable to package source due to error: Error Domain=QVTIPABuilderErrorDomain "
+            "Code=-12"},
+           {"unzip", [this] { place_.environment()["PATH"] = "/nowhere"; }, "Unexpected error: "},
+       }) {
+    SCOPED_TRACE(c.name);
+    c.damage();
+    const auto result = runIPA(ipa);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.messages().at(1), StartsWith(c.line));
+    expectCleanedUp();
+  }
+}
+
+TEST_F(BadInputTest, Archives) {
+  const fs::path app = makeApp(place_.files());
+  const fs::path products = makeArchive(place_.files() / "Example.xcarchive", app);
+  struct Case {
+    const char* name;
+    std::string variable;
+    std::string line;
+  };
+  fs::create_directories(place_.files() / "Empty.xcarchive/Products");
+  for (const Case& c : std::vector<Case>{
+           {"nothing there", "/nowhere/Products", "Unable to read archive at /nowhere"},
+           {"no Info.plist", place_.files() / "Empty.xcarchive/Products",
+            "Unable to read archive at " + (place_.files() / "Empty.xcarchive").string()},
+           {"empty variable", "", "Unable to read archive at "},
+       }) {
+    SCOPED_TRACE(c.name);
+    place_.environment()["ARCHIVE_PRODUCTS_PATH"] = c.variable;
+    const auto result = place_.run({"-QuorvantileAPIEndpoint", service_.url()});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.messages(),
+                ElementsAre(kBanner, StartsWith("Uploading archive at "), c.line, kNotPrepared));
+    EXPECT_THAT(place_.leftovers(), IsEmpty());
+  }
+  fs::remove_all(products / "Applications");
+  place_.environment()["ARCHIVE_PRODUCTS_PATH"] = products;
+  EXPECT_THAT(place_.run({}).messages().at(2), StartsWith("Unable to read archive at "));
+}
+
+TEST_F(BadInputTest, Notes) {
+  const fs::path ipa = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
+  write(place_.files() / "latin1.txt", "gr\xfc\xdf\n");
+  for (const fs::path& notes :
+       {place_.files() / "missing.txt", place_.files() / "latin1.txt", place_.files()}) {
+    SCOPED_TRACE(notes);
+    const auto result = runIPA(ipa, {"-notesPath", notes});
+    EXPECT_EQ(result.status, 1);
+    ASSERT_EQ(result.messages().size(), 2u) << result.output;
+    EXPECT_THAT(result.messages()[1], StartsWith("Could not read release notes file at path " +
+                                                 notes.string() + ", error: "));
+    EXPECT_GT(result.messages()[1].size(), 60 + notes.string().size());
+    expectCleanedUp();
+  }
+  EXPECT_THAT(service_.calls(),
+              ElementsAre(ServiceCall::validate, ServiceCall::validate, ServiceCall::validate));
+}
+
+TEST_F(BadInputTest, ATemporaryFolderThatIsFull) {
+  if (runCommand({"unshare", "-m", "true"}).status != 0) GTEST_SKIP() << "no mounts here";
+  const fs::path app = makeApp(place_.files());
+  // The .ipa is a megabyte of what does not shrink; inflated, copied, and packed again.
+  std::string noise(1 << 20, '\0');
+  std::uint32_t state = 1;
+  for (char& c : noise) c = static_cast<char>((state = state * 1664525u + 1013904223u) >> 24);
+  write(app / "noise", noise);
+  const fs::path ipa = packIPA(app, place_.files() / "Example.ipa");
+  const fs::path products = makeArchive(place_.files() / "Example.xcarchive", app);
+  place_.environment()["ARCHIVE_PRODUCTS_PATH"] = products;
+  for (const char* const size : {"0k", "64k", "1200k", "2300k", "3000k"}) {
+    for (const std::string& route : {std::string(), "-ipaPath " + ipa.string()}) {
+      SCOPED_TRACE(std::string(size) + " " + route);
+      auto environment = place_.environment();
+      environment["size"] = size;
+      const auto result = runProgram(
+          {.command = {"/usr/bin/unshare", "-m", "sh", "-c",
+                       "mount -t tmpfs -o size=$size none \"$TMPDIR\" && " + kTool + " " + kKey +
+                           " " + kSecret + " " + route + " -QuorvantileAPIEndpoint " +
+                           service_.url() + "; echo status $?; find \"$TMPDIR\" -name '*.app'" +
+                           " -not -path '*/com.quorvantile.ipas/*'"},
+           .environment = environment});
+      EXPECT_THAT(result.messages(), testing::Contains("status 1"));
+      EXPECT_EQ(result.messages().back(), "status 1") << result.output;
+      EXPECT_THAT(result.output, HasSubstr("No space left on device"));
+    }
+  }
+  EXPECT_EQ(service_.server().connectionCount(), 0u);
+}
+
+TEST_F(BadInputTest, ATemporaryFolderThatIsNotWritable) {
+  const fs::path app = makeApp(place_.files());
+  const fs::path ipa = packIPA(app, place_.files() / "Example.ipa");
+  place_.environment()["ARCHIVE_PRODUCTS_PATH"] =
+      makeArchive(place_.files() / "Example.xcarchive", app);
+  const fs::path tool = place_.files() / "sendoff";
+  fs::copy_file(kTool, tool);
+  fs::permissions(place_.files().parent_path(), fs::perms::all);
+  fs::permissions(place_.temporary(), fs::perms(0555));
+  for (const std::vector<std::string>& route : {std::vector<std::string>{}, {"-ipaPath", ipa}}) {
+    RunOptions options{.command = {tool, kKey, kSecret},
+                       .environment = place_.environment(),
+                       .prepare = becomeUnprivileged};
+    options.command.insert(options.command.end(), route.begin(), route.end());
+    const auto result = runProgram(options);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, HasSubstr("Permission denied"));
+    EXPECT_EQ(result.messages().back(), kNotPrepared);
+  }
+  fs::permissions(place_.temporary(), fs::perms::all);
+}
+
+}  // namespace
+}  // namespace test

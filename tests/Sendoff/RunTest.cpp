@@ -1,0 +1,287 @@
+// Whole runs that the service accepts.
+#include <fstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/Sendoff/ToolRun.h"
+#include "tests/support/AppFixture.h"
+#include "tests/support/IPAFacts.h"
+#include "tests/support/MachOFixture.h"
+#include "tests/support/StandInService.h"
+#include "tests/support/StandInSigner.h"
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+constexpr auto kAllCalls = {ServiceCall::validate, ServiceCall::notes, ServiceCall::testers,
+                            ServiceCall::upload};
+
+class RunTest : public testing::Test {
+ protected:
+  RunResult runIPA(const fs::path& ipa, std::vector<std::string> more = {}) {
+    more.insert(more.begin(), {"-ipaPath", ipa, "-QuorvantileAPIEndpoint", service_.url()});
+    return place_.run(more);
+  }
+  RunResult runIPA(const AppOptions& app, const std::vector<std::string>& more = {}) {
+    return runIPA(packIPA(makeApp(place_.files(), app), place_.files() / "Example.ipa"), more);
+  }
+  /// The field's only value in the upload.
+  std::string uploaded(const std::string& name) {
+    const auto values = valuesOf(service_.form(ServiceCall::upload), name);
+    return values.size() == 1 ? values[0] : "(" + std::to_string(values.size()) + " values)";
+  }
+
+  StandInSigner signer_;
+  StandInService service_{{.apiKey = kKey, .buildSecret = kSecret}};
+  Workplace place_;
+};
+
+TEST_F(RunTest, IPAWithNotesTestersAndGroups) {
+  const auto notes = place_.files() / "notes.txt";
+  std::ofstream(notes) << "Größer, schneller\r\n--AaB03\n% done";
+  const auto result = runIPA(AppOptions(), {"-notesPath", notes, "-emails", " a@x.org, b @y.org,",
+                                            "-groupAliases", "alpha", "-help", "whatever"});
+
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.messages(),
+              ElementsAre("Quorvantile.framework/sendoff 1.3.6 (19)",
+                          "Added Release Notes Successfully 200",
+                          "Added Testers/Groups Successfully 200", "Uploaded Successfully 202"));
+  EXPECT_EQ(result.errors, "");
+  EXPECT_THAT(service_.complaints(), IsEmpty());
+  EXPECT_THAT(service_.calls(), testing::ElementsAreArray(kAllCalls));
+  EXPECT_THAT(
+      service_.form(ServiceCall::notes),
+      ElementsAre(field("app[display_version]", "2.5"), field("app[build_version]", "2.5.117"),
+                  field("release_notes[body]", "Größer, schneller\r\n--AaB03\n% done"),
+                  field("release_notes[format]", "text")));
+  EXPECT_THAT(
+      service_.form(ServiceCall::testers),
+      ElementsAre(field("app[display_version]", "2.5"), field("app[build_version]", "2.5.117"),
+                  field("send_notifications", "false"), field("emails[]", "a@x.org"),
+                  field("emails[]", "b@y.org"), field("emails[]", ""),
+                  field("group_ids[]", "alpha")));
+  EXPECT_EQ(uploaded("send_notifications"), "true");
+  EXPECT_EQ(uploaded("distribution[platform_attributes][architectures]"), "armv7,arm64");
+  // The app itself and the built .ipa are gone; the rest of the inflated archive stays on purpose.
+  EXPECT_THAT(place_.leftovers(),
+              ElementsAre("Example", "Example/Payload", "com.quorvantile.ipas",
+                          "com.quorvantile.mac", "com.quorvantile.mac/distributions"));
+}
+
+TEST_F(RunTest, ArchiveNamedByTheEnvironment) {
+  const fs::path archive = place_.files() / "Example.xcarchive";
+  const fs::path products = makeArchive(archive, makeApp(place_.files()));
+  const std::string before = outputOf(
+      {"sh", "-c", "cd \"$1\" && find . -type f | sort | xargs md5sum", "sh", archive.string()});
+  for (const std::string& variable : {products.string(), products.string() + "/"}) {
+    SCOPED_TRACE(variable);
+    place_.environment()["ARCHIVE_PRODUCTS_PATH"] = variable;
+    const auto result = place_.run({"-QuorvantileAPIEndpoint", service_.url()});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.messages(), ElementsAre("Quorvantile.framework/sendoff 1.3.6 (19)",
+                                               "Uploading archive at " + archive.string(),
+                                               "Uploaded Successfully 202"));
+  }
+  EXPECT_THAT(service_.calls(), ElementsAre(ServiceCall::validate, ServiceCall::upload,
+                                            ServiceCall::validate, ServiceCall::upload));
+  EXPECT_THAT(service_.complaints(), IsEmpty());
+  for (const std::string& name : place_.leftovers()) {
+    EXPECT_EQ(name.find(".app"), std::string::npos) << name;
+    EXPECT_EQ(name.find(".ipa/"), std::string::npos) << name;
+  }
+  EXPECT_EQ(outputOf({"sh", "-c", "cd \"$1\" && find . -type f | sort | xargs md5sum", "sh",
+                      archive.string()}),
+            before)
+      << "the archive was changed";
+}
+
+TEST_F(RunTest, TheUploadedFileIsTheSignedApp) {
+  ASSERT_EQ(runIPA(AppOptions()).status, 0);
+  const auto file = service_.form(ServiceCall::upload).back();
+  const IPAFacts facts = factsOf(file.value);
+  const auto calls = signer_.calls();
+  ASSERT_EQ(calls.size(), 4u);
+  const auto& sign = calls[2];
+  EXPECT_THAT(sign.arguments,
+              testing::IsSupersetOf({std::string("--sign"), signingFamily().leaf.sha1()}));
+  EXPECT_THAT(sign.environment,
+              ElementsAre(testing::Pair("CODESIGN_ALLOCATE", signer_.codesignAllocate().string())));
+  EXPECT_EQ(sign.entitlements.find("beta-reports-active"), std::string::npos);
+  EXPECT_NE(sign.infoPlist.find("QuorvantileSignedForDistribution"), std::string::npos);
+  EXPECT_THAT(facts.names, Contains("Payload/Example.app/Icon@2x.png"));
+  EXPECT_THAT(facts.names, Each(testing::StartsWith("Payload/")));
+  EXPECT_THAT(facts.names, testing::Not(Contains(testing::HasSubstr("entitlements"))));
+}
+
+TEST_F(RunTest, AnAppThatWasSignedForDistributionIsSentAsItStands) {
+  AppOptions app;
+  app.info = {{"QuorvantileSignedForDistribution", true}};
+  EXPECT_EQ(runIPA(app).status, 0);
+  EXPECT_THAT(signer_.calls(), IsEmpty());
+}
+
+TEST_F(RunTest, UploadFieldsFollowAppProfileAndSwitches) {
+  const foundation::Value null;
+  struct Case {
+    const char* name;
+    foundation::Dictionary info;
+    std::function<void(ProfileOptions&)> profile;
+    std::vector<std::string> arguments;
+    std::map<std::string, std::string> expected;
+  };
+  const std::string attributes = "distribution[platform_attributes]";
+  for (const Case& c : std::vector<Case>{
+           {"notifications off",
+            {},
+            {},
+            {"-notifications", "NO"},
+            {{"send_notifications", "suppress"}}},
+           {"notifications by number",
+            {},
+            {},
+            {"-notifications", " +01"},
+            {{"send_notifications", "true"}}},
+           {"last pair wins",
+            {},
+            {},
+            {"-notifications", "NO", "-notifications", "yes"},
+            {{"send_notifications", "true"}}},
+           {"enterprise",
+            {},
+            [](ProfileOptions& profile) {
+              profile.provisionedDevices.reset();
+              profile.provisionsAllDevices = true;
+            },
+            {},
+            {{attributes + "[enterprise]", "true"},
+             {"distribution[devices][][udid]", "(0 values)"}}},
+           {"App Store",
+            {},
+            [](ProfileOptions& profile) { profile.provisionedDevices.reset(); },
+            {},
+            {{attributes + "[enterprise]", "false"},
+             {"distribution[devices][][udid]", "(0 values)"}}},
+           {"a device twice",
+            {},
+            [](ProfileOptions& profile) {
+              profile.provisionedDevices = {{"aa", "aa"}};
+            },
+            {},
+            {{"distribution[devices][][udid]", "aa"}}},
+           {"no versions, no family",
+            {{"CFBundleShortVersionString", null},
+             {"CFBundleVersion", null},
+             {"MinimumOSVersion", null},
+             {"UIDeviceFamily", null}},
+            {},
+            {},
+            {{"app[display_version]", "(0 values)"},
+             {"app[build_version]", "(0 values)"},
+             {attributes + "[min_os]", "(0 values)"},
+             {attributes + "[devices]", ""},
+             {attributes + "[newsstand]", "false"}}},
+           {"numbers are no text",
+            {{"CFBundleShortVersionString", 2.5}, {"CFBundleVersion", 42}, {"MinimumOSVersion", 9}},
+            {},
+            {},
+            {{"app[display_version]", "(0 values)"},
+             {"app[build_version]", "(0 values)"},
+             {attributes + "[min_os]", "(0 values)"}}},
+           {"an empty version is text",
+            {{"CFBundleVersion", ""}},
+            {},
+            {},
+            {{"app[build_version]", ""}}},
+           {"strange families",
+            {{"UIDeviceFamily", foundation::Array{2, 3, "x", 1}}},
+            {},
+            {},
+            {{attributes + "[devices]", "iPad,unknown,unknown,iPhone"}}},
+           {"newsstand",
+            {{"UINewsstandapp", true}},
+            {},
+            {},
+            {{attributes + "[newsstand]", "true"}}},
+           {"newsstand as text",
+            {{"UINewsstandapp", "YES"}},
+            {},
+            {},
+            {{attributes + "[newsstand]", "true"}}},
+           {"newsstand spelt otherwise",
+            {{"UINewsstandApp", true}},
+            {},
+            {},
+            {{attributes + "[newsstand]", "false"}}},
+       }) {
+    SCOPED_TRACE(c.name);
+    AppOptions app;
+    app.folderName = std::string(c.name) + ".app";
+    app.info = c.info;
+    if (c.profile) c.profile(app.profile);
+    const auto result = runIPA(app, c.arguments);
+    EXPECT_EQ(result.status, 0) << result.output;
+    for (const auto& [name, value] : c.expected) EXPECT_EQ(uploaded(name), value) << name;
+  }
+  EXPECT_THAT(service_.complaints(), IsEmpty());
+}
+
+TEST_F(RunTest, DebugSaysWhatItDoes) {
+  const auto result = runIPA(AppOptions(), {"-debug", "YES"});
+  EXPECT_EQ(result.status, 0);
+  const std::string app = place_.temporary() / "Example/Payload/Example.app";
+  EXPECT_THAT(
+      result.messages(),
+      ElementsAre("Quorvantile.framework/sendoff 1.3.6 (19)",
+                  "Path to IPA manually provided: " + (place_.files() / "Example.ipa").string(),
+                  "Path To App: " + app,
+                  testing::MatchesRegex("Submitting IPA at .*/com.quorvantile.mac/distributions/"
+                                        "[0-9A-F-]{36}\\.ipa"),
+                  "Uploaded Successfully 202"));
+}
+
+TEST_F(RunTest, KeychainOfTheBuildEnvironment) {
+  fs::rename(place_.home() / "Library/Keychains/identity.pem", place_.files() / "other.pem");
+  place_.environment()["CODE_SIGN_KEYCHAIN"] = place_.files() / "other.pem";
+  const auto result = runIPA(AppOptions());
+  EXPECT_EQ(result.status, 0) << result.output;
+  EXPECT_THAT(result.errors,
+              testing::ContainsRegex(" sendoff\\[[0-9]+\\] Using CODE_SIGN_KEYCHAIN: " +
+                                     (place_.files() / "other.pem").string()));
+  EXPECT_EQ(result.output.find("KEYCHAIN"), std::string::npos);
+  EXPECT_THAT(
+      signer_.calls().at(2).arguments,
+      testing::IsSupersetOf({std::string("--keychain"), (place_.files() / "other.pem").string()}));
+}
+
+TEST_F(RunTest, WithoutABinaryTheRunGoesOnToTheUpload) {
+  AppOptions app;
+  app.info = {{"CFBundleExecutable", "Missing"}};
+  const fs::path folder = makeApp(place_.files(), app);
+  fs::remove(folder / "Missing");
+  const auto result =
+      runIPA(packIPA(folder, place_.files() / "Example.ipa"), {"-emails", "a@x.org"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.messages(),
+              ElementsAre("Quorvantile.framework/sendoff 1.3.6 (19)",
+                          "Unable to read Mach-O binary.", "Added Testers/Groups Successfully 200",
+                          "Unable to load IPA at (null)", "Failed to upload binary"));
+  EXPECT_THAT(service_.calls(), ElementsAre(ServiceCall::validate, ServiceCall::testers));
+  EXPECT_THAT(service_.complaints(), IsEmpty());
+  EXPECT_EQ(service_.server().requests().at(0)->target,
+            "/spi/v1/platforms/ios/apps/com.example.app/releases/(null)/build_server/"
+            "validate_project");
+  EXPECT_THAT(place_.leftovers(), ElementsAre("Example", "Example/Payload"));
+}
+
+}  // namespace
+}  // namespace test
