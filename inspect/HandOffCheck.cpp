@@ -5,7 +5,9 @@
 
 #include "foundation/Certificate.h"
 #include "foundation/FileManager.h"
+#include "foundation/Format.h"
 #include "foundation/Path.h"
+#include "foundation/Text.h"
 #include "inspect/Report.h"
 #include "inspect/SignatureFacts.h"
 #include "macho/QVTMachOBinary.h"
