@@ -102,7 +102,8 @@ std::vector<std::byte> makeSuperBlob(std::uint32_t magic, std::vector<BlobEntry>
   return out.take();
 }
 
-Result<SuperBlob> SuperBlob::parse(Bytes area, std::uint32_t magic) {
+Result<SuperBlob> SuperBlob::parse(Bytes area, std::uint32_t magic, Gaps gaps) {
+  const bool isStrict = gaps == Gaps::refused;
   const auto found = bigEndian32At(area, 0);
   const auto length = bigEndian32At(area, 4);
   const auto count = bigEndian32At(area, 8);
@@ -130,7 +131,7 @@ Result<SuperBlob> SuperBlob::parse(Bytes area, std::uint32_t magic) {
     if (!result.entries_.empty() && slot <= result.entries_.back().slot) {
       return failure(where + ": slot " + hex(slot) + " does not ascend");
     }
-    if (offset != expected) {
+    if (isStrict ? offset != expected : offset < expected || offset > *length) {
       return failure(where + ": offset " + std::to_string(offset) + " is not " +
                      std::to_string(expected) + ", where the blob before it ends");
     }
@@ -141,7 +142,7 @@ Result<SuperBlob> SuperBlob::parse(Bytes area, std::uint32_t magic) {
     result.entries_.push_back({slot, result.bytes_.subspan(offset, *blobLength)});
     expected = std::uint64_t{offset} + *blobLength;
   }
-  if (expected != *length) {
+  if (isStrict && expected != *length) {
     return failure("superblob length " + std::to_string(*length) + " is not " +
                    std::to_string(expected) + ", where its last blob ends");
   }

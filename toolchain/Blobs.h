@@ -73,13 +73,17 @@ Result<Bytes> blobPayload(Bytes blob, std::uint32_t magic);
 /// Index ascending by slot, blobs right behind each other in index order.
 std::vector<std::byte> makeSuperBlob(std::uint32_t magic, std::vector<BlobEntry> entries);
 
+/// Bytes between blobs. Some linkers align the blobs of the signatures that they make; nothing
+/// covers such bytes, so only those who do not verify may accept them.
+enum class Gaps { refused, accepted };
+
 /// A superblob taken apart; refers to the parsed bytes.
 class SuperBlob {
  public:
   /// `area` may be longer than the superblob. Demands what the platform demands: ascending slots
   /// without repetition, blobs right behind each other in that order, the first one right behind
   /// the index, the last one ending with the superblob.
-  static Result<SuperBlob> parse(Bytes area, std::uint32_t magic);
+  static Result<SuperBlob> parse(Bytes area, std::uint32_t magic, Gaps gaps = Gaps::refused);
 
   [[nodiscard]] const std::vector<BlobEntry>& entries() const { return entries_; }
   /// The blob in this slot; null without one.

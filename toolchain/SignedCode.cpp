@@ -31,7 +31,7 @@ Result<SignedCode> SignedCode::open(const std::filesystem::path& path) {
   if (!result.slice().signature) return result;
 
   auto signature = SuperBlob::parse(result.opened.image.signatureArea(result.slice()),
-                                    magic::kEmbeddedSignature);
+                                    magic::kEmbeddedSignature, Gaps::accepted);
   if (!signature) {
     return faultError(Fault::invalidSignature, signature.error().localizedDescription());
   }
