@@ -101,23 +101,24 @@ TEST(DispatchQueue, AnObjectMayDieOnItsOwnQueue) {
 
 TEST(DispatchQueue, AQueueOutlivesItsHandles) {
   std::promise<void> gate;
-  std::promise<int> answer;
+  const auto answer = std::make_shared<std::promise<int>>();
   {
     const auto queue = DispatchQueue::serial("short");
     queue.async([opened = gate.get_future().share()] { opened.wait(); });
-    queue.async([&] { answer.set_value(42); });
+    queue.async([answer] { answer->set_value(42); });
   }
   gate.set_value();
-  EXPECT_EQ(answer.get_future().get(), 42);
+  EXPECT_EQ(answer->get_future().get(), 42);
 }
 
 TEST(DispatchQueue, TheGlobalQueueRunsPiecesSideBySide) {
   constexpr int pieces = 10;
-  std::barrier meeting(pieces + 1);
+  // Shared, since a piece may still be leaving it when the test has gone on.
+  const auto meeting = std::make_shared<std::barrier<>>(pieces + 1);
   for (int i = 0; i < pieces; ++i) {
-    DispatchQueue::global().async([&meeting] { meeting.arrive_and_wait(); });
+    DispatchQueue::global().async([meeting] { meeting->arrive_and_wait(); });
   }
-  meeting.arrive_and_wait();
+  meeting->arrive_and_wait();
   bool ran = false;
   DispatchQueue::global().sync([&] { ran = true; });
   EXPECT_TRUE(ran);
@@ -128,13 +129,13 @@ TEST(DispatchQueue, DelayedPiecesComeWhenDue) {
   const auto queue = DispatchQueue::serial("later");
   const auto start = std::chrono::steady_clock::now();
   std::vector<int> order;
-  std::promise<void> last;
-  queue.asyncAfter(milliseconds(60), [&] {
+  const auto last = std::make_shared<std::promise<void>>();
+  queue.asyncAfter(milliseconds(60), [&order, last] {
     order.push_back(2);
-    last.set_value();
+    last->set_value();
   });
   queue.asyncAfter(milliseconds(20), [&] { order.push_back(1); });
-  ASSERT_EQ(last.get_future().wait_for(kLimit), std::future_status::ready);
+  ASSERT_EQ(last->get_future().wait_for(kLimit), std::future_status::ready);
   EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(60));
   EXPECT_EQ(order, (std::vector<int>{1, 2}));
 }
