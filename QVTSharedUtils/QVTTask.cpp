@@ -40,6 +40,14 @@ void waitOrTerminate(ChildProcess& child, Seconds timeout) {
   }
 }
 
+/// Waits for the end and hands over what the child left.
+void finish(ChildProcess& child, const QVTTask::Completion& completion) {
+  const foundation::Termination termination = child.waitUntilExit();
+  const foundation::Data errorData = child.readStandardErrorToEnd();
+  const foundation::Data outputData = child.readStandardOutputToEnd();
+  if (completion) completion(errorData, outputData, termination.status);
+}
+
 }  // namespace
 
 void QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentTimeoutCompletion(
@@ -51,10 +59,7 @@ void QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentTimeoutCompletio
                                  .workingDirectory = workingDirectory,
                                  .environment = environment});
   if (timeout > 0) waitOrTerminate(child, Seconds(timeout));
-  const foundation::Termination termination = child.waitUntilExit();
-  const foundation::Data errorData = child.readStandardErrorToEnd();
-  const foundation::Data outputData = child.readStandardOutputToEnd();
-  if (completion) completion(errorData, outputData, termination.status);
+  finish(child, completion);
 }
 
 void QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(
@@ -70,6 +75,14 @@ void QVTTask::launchWithPathWorkingDirectoryArgumentsCompletion(
     const Arguments& arguments, const Completion& completion) {
   launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(launchPath, workingDirectory,
                                                                arguments, std::nullopt, completion);
+}
+
+void QVTTask::launchWithoutInput(const std::string& launchPath, const Arguments& arguments,
+                                 const Completion& completion) {
+  ChildProcess child = launched(
+      {.executable = launchPath, .arguments = arguments.value_or(std::vector<std::string>())});
+  child.closeStandardInput();
+  finish(child, completion);
 }
 
 std::optional<std::string> QVTTask::stdoutWithLaunchPathArguments(const std::string& launchPath,

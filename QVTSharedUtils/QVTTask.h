@@ -46,6 +46,11 @@ class QVTTask {
       const std::string& launchPath, const std::optional<std::string>& workingDirectory,
       const Arguments& arguments, const Completion& completion);
 
+  /// The same with standard input at its end: for a program that asks there when something goes
+  /// wrong (`unzip` on a full disk) and would wait for its answer for ever.
+  static void launchWithoutInput(const std::string& launchPath, const Arguments& arguments,
+                                 const Completion& completion);
+
   /// What the program wrote, untrimmed, whatever its status; absent when that is not UTF-8.
   static std::optional<std::string> stdoutWithLaunchPathArguments(const std::string& launchPath,
                                                                   const Arguments& arguments);

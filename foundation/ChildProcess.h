@@ -68,6 +68,8 @@ class ChildProcess {
   ~ChildProcess();
 
   [[nodiscard]] pid_t processIdentifier() const { return pid_; }
+  /// Ends the child's standard input: from now on a child that reads it finds the end.
+  void closeStandardInput() { standardInput_.reset(); }
   /// True until the child has ended; never blocks.
   bool isRunning();
   /// Asks the child to terminate (SIGTERM); nothing happens once it has ended.

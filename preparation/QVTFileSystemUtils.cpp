@@ -79,8 +79,9 @@ Result<> unzip(const std::string& archive, const std::string& folder) {
   const std::string tool = QVTFileSystemUtils::pathForShellTool("unzip").value_or("");
   const std::vector<std::string> arguments{"-qo", unzipPatternForPath(archive), "-d", folder};
   Result<> outcome;
-  QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(
-      tool, std::nullopt, arguments, std::nullopt,
+  // On a full disk unzip asks whether to go on.
+  QVTTask::launchWithoutInput(
+      tool, arguments,
       [&](const foundation::Data& errorData, const foundation::Data& outputData,
           std::int32_t status) {
         if (status == 0) return;
