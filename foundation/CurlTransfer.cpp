@@ -174,7 +174,8 @@ std::optional<Error> CurlTransfer::problem(CURLcode result) const {
     case HTTPAnswer::Refusal::headTooLong:
       return urlError(kURLErrorBadServerResponse, place + " sent a head without end");
     case HTTPAnswer::Refusal::bodyTooLong:
-      return urlError(kURLErrorDataLengthExceedsMaximum, place + " sent more than 1 GB");
+      return urlError(kURLErrorDataLengthExceedsMaximum,
+                      place + " sent a longer body than can be kept");
     case HTTPAnswer::Refusal::none:
       break;
   }

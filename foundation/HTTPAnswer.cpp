@@ -1,5 +1,6 @@
 #include "foundation/HTTPAnswer.h"
 
+#include <new>
 #include <utility>
 
 namespace foundation {
@@ -16,7 +17,7 @@ bool HTTPAnswer::addHeadLine(std::string_view line, long statusCode) {
     lastField_.clear();
     return true;
   }
-  if (!trimmed(line).empty()) {
+  if (line != "\r\n" && line != "\n") {
     addField(line);
     return true;
   }
@@ -44,8 +45,13 @@ bool HTTPAnswer::addBody(Bytes bytes) {
     refusal_ = Refusal::bodyTooLong;
     return false;
   }
+  try {
+    body_.append(textOf(bytes));
+  } catch (const std::bad_alloc&) {
+    refusal_ = Refusal::bodyTooLong;
+    return false;
+  }
   bodySize_ += bytes.size();
-  body_.append(textOf(bytes));
   return true;
 }
 
