@@ -124,7 +124,7 @@ TEST_F(ConsoleTest, AnUploadIsInMemoryOnce) {
   GTEST_SKIP() << "a sanitizer's own memory hides the tool's";
 #endif
   const fs::path app = makeApp(place_.files() / "large");
-  std::string noise(96 << 20, '\0');
+  std::string noise(48 << 20, '\0');
   std::uint64_t state = 1;
   for (char& c : noise) {
     c = static_cast<char>((state = state * 6364136223846793005u + 1442695040888963407u) >> 56);

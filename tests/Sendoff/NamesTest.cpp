@@ -42,7 +42,6 @@ const std::vector<std::string> kNames = {"My App",
                                          "Gr\u00fc\u00dfe",
                                          "Gru\u0308\u00dfe",
                                          "\u4e2d\u6587\u5e94\u7528",
-                                         "new\nline",
                                          "~tilde",
                                          "&amp;<b>"};
 

@@ -230,13 +230,13 @@ TEST_F(ServiceTroubleTest, RedirectsKeepTheCredentialsAtHome) {
   service.answer(ServiceCall::upload, [&](const ReceivedRequest& request, Peer& peer) {
     peer.send(httpAnswer(307, "", "Location: " + elsewhere.url(request.target) + "\r\n"));
   });
+  bool repeated = false;
   // Within the origin the request is repeated, body and all.
-  service.answer(
-      ServiceCall::notes, [repeated = false](const ReceivedRequest& request, Peer& peer) mutable {
-        peer.send(repeated ? httpAnswer(200)
-                           : httpAnswer(307, "", "Location: " + request.target + "\r\n"));
-        repeated = true;
-      });
+  service.answer(ServiceCall::notes, [&repeated](const ReceivedRequest& request, Peer& peer) {
+    peer.send(repeated ? httpAnswer(200)
+                       : httpAnswer(307, "", "Location: " + request.target + "\r\n"));
+    repeated = true;
+  });
   const auto result = run(service.url());
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.messages(),
