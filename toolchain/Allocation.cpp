@@ -57,11 +57,13 @@ Result<> allocate(const Image& image, const AllocateOptions& options) {
   const auto file = layOutFile(image, std::move(slices));
   if (!file) return file.error();
   Replacement replacement;
-  const std::vector<Bytes> signatures(file->slices.size());
-  const auto written =
-      replacement.prepare(options.output, fileContent(*file, signatures), options.input);
+  const auto written = replacement.prepare(options.output, fileSize(*file), options.input);
   if (!written) return written.error();
-  const auto committed = replacement.commit();
+  for (const FilePart& part : codeParts(*file)) {
+    if (const auto done = written->write(part.offset, part.content); !done) return done;
+  }
+  if (const auto done = written->flush(); !done) return done;
+  const auto committed = replacement.commit({options.output});
   if (committed) replacement.finish();
   return committed;
 }

@@ -33,21 +33,37 @@ SignatureContent FileSigner::contentFor(const Slice& slice) const {
   return content;
 }
 
-Result<> FileSigner::hashCode() {
+Result<> FileSigner::layOut() {
   std::vector<SliceLayout> slices;
   for (const Slice& slice : image_.slices()) {
     const auto codeLimit = signatureOffset(image_, slice);
     if (!codeLimit) return about(image_, slice, codeLimit.error());
     const SignatureContent content = contentFor(slice);
     const std::uint64_t room = SignatureBuilder(content, slice, *codeLimit).room();
-    auto layout = layOut(image_, slice, room);
+    auto layout = toolchain::layOut(image_, slice, room);
     if (!layout) return about(image_, slice, layout.error());
-    hashes_.push_back(hashPages(layout->code(), pageShiftFor(slice), content_.hashTypes));
     slices.push_back(std::move(*layout));
   }
   auto layout = layOutFile(image_, std::move(slices));
   if (!layout) return layout.error();
   layout_ = std::move(*layout);
+  return {};
+}
+
+Result<> FileSigner::writeCode(const std::filesystem::path& executable, Replacement& replacement) {
+  auto file = replacement.prepare(executable, fileSize(layout_));
+  if (!file) return file.error();
+  file_ = std::move(*file);
+  writing_ = std::async(std::launch::async, [this]() -> Result<> {
+    for (const FilePart& part : codeParts(layout_)) {
+      if (auto written = file_->write(part.offset, part.content); !written) return written;
+    }
+    return file_->flush();
+  });
+  for (std::size_t i = 0; i < image_.slices().size(); ++i) {
+    hashes_.push_back(
+        hashPages(layout_.slices[i].code(), pageShiftFor(image_.slices()[i]), content_.hashTypes));
+  }
   return {};
 }
 
@@ -64,14 +80,17 @@ Result<std::vector<std::vector<std::byte>>> FileSigner::signatures() const {
   return result;
 }
 
-Result<> FileSigner::writeBeside(const std::filesystem::path& executable,
-                                 Replacement& replacement) {
+Result<> FileSigner::writeSignatures() {
   const auto made = signatures();
   if (!made) return made.error();
-  const std::vector<Bytes> views(made->begin(), made->end());
-  const auto written = replacement.prepare(executable, fileContent(layout_, views));
-  if (!written) return written.error();
-  return check(*written);
+  if (const auto written = writing_.get(); !written) return written;
+  for (std::size_t i = 0; i < made->size(); ++i) {
+    const SliceLayout& slice = layout_.slices[i];
+    const auto written = file_->write(slice.fileOffset + slice.codeLimit, {(*made)[i]});
+    if (!written) return written;
+  }
+  if (const auto flushed = file_->flush(); !flushed) return flushed;
+  return check(file_->path());
 }
 
 Result<> FileSigner::check(const std::filesystem::path& written) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <future>
 #include <optional>
 #include <vector>
 
@@ -16,12 +17,15 @@ class FileSigner {
  public:
   FileSigner(const Image& image, SignatureContent content);
 
-  /// Takes the hashes that do not depend on the seal. Fails as `layOut` does.
-  Result<> hashCode();
-  /// The seal and Info.plist, which the signatures cover; call before `writeBeside`.
+  /// Decides where everything goes. Fails as `layOut` does.
+  Result<> layOut();
+  /// Begins the new file beside the executable and takes the hashes that do not depend on the seal,
+  /// both at a time.
+  Result<> writeCode(const std::filesystem::path& executable, Replacement& replacement);
+  /// The seal and Info.plist, which the signatures cover; call before `writeSignatures`.
   void cover(std::optional<Bytes> infoPlist, std::optional<Bytes> resources);
-  /// Makes the signatures and prepares the new file in `replacement`, checked.
-  Result<> writeBeside(const std::filesystem::path& executable, Replacement& replacement);
+  /// Completes the new file and checks it; `replacement` then has it ready.
+  Result<> writeSignatures();
 
  private:
   [[nodiscard]] SignatureContent contentFor(const Slice& slice) const;
@@ -33,6 +37,9 @@ class FileSigner {
   FileLayout layout_;
   /// By slice.
   std::vector<std::vector<PageHashes>> hashes_;
+  std::optional<NewFile> file_;
+  /// Writes the code; outlived by all that it reads.
+  std::future<Result<>> writing_;
 };
 
 }  // namespace toolchain

@@ -1,7 +1,6 @@
 #include "toolchain/Layout.h"
 
 #include <algorithm>
-#include <array>
 
 #include "foundation/Assertion.h"
 #include "macho/Definitions.h"
@@ -18,8 +17,6 @@ constexpr std::uint64_t kSliceAlignment = std::uint64_t{1} << kSliceAlignmentShi
 constexpr std::uint64_t kMaximumTail = 15;
 /// What the linker may have put between string table and signature to align the latter.
 constexpr std::uint64_t kMaximumStringTail = 12;
-
-constexpr std::array<std::byte, kSliceAlignment> kZeros{};
 
 std::uint64_t roundedUp(std::uint64_t value, std::uint64_t to) {
   return (value + to - 1) / to * to;
@@ -238,25 +235,15 @@ Result<FileLayout> layOutFile(const Image& image, std::vector<SliceLayout> slice
   return layout;
 }
 
-Pieces fileContent(const FileLayout& layout, const std::vector<Bytes>& signatures) {
-  Pieces pieces = {layout.header};
-  std::uint64_t end = layout.header.size();
-  const auto zeros = [&](std::uint64_t count) {
-    for (; count > 0; count -= std::min<std::uint64_t>(count, kZeros.size())) {
-      pieces.push_back(Bytes(kZeros).first(std::min<std::uint64_t>(count, kZeros.size())));
-    }
-  };
-  for (std::size_t i = 0; i < layout.slices.size(); ++i) {
-    const SliceLayout& slice = layout.slices[i];
-    zeros(slice.fileOffset - end);
-    for (const Bytes& piece : slice.code()) pieces.push_back(piece);
-    if (slice.room > 0) {
-      pieces.push_back(signatures[i]);
-      zeros(slice.room - signatures[i].size());
-    }
-    end = slice.fileOffset + slice.size();
-  }
-  return pieces;
+std::uint64_t fileSize(const FileLayout& layout) {
+  const SliceLayout& last = layout.slices.back();
+  return last.fileOffset + last.size();
+}
+
+std::vector<FilePart> codeParts(const FileLayout& layout) {
+  std::vector<FilePart> parts = {{0, {layout.header}}};
+  for (const SliceLayout& slice : layout.slices) parts.push_back({slice.fileOffset, slice.code()});
+  return parts;
 }
 
 }  // namespace toolchain

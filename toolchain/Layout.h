@@ -50,8 +50,15 @@ struct FileLayout {
 };
 Result<FileLayout> layOutFile(const Image& image, std::vector<SliceLayout> slices);
 
-/// The file's bytes in order; `signatures` has one area for each slice, filled up with zeros to the
-/// slice's room. Refers to all that it is given.
-Pieces fileContent(const FileLayout& layout, const std::vector<Bytes>& signatures);
+/// Bytes of the whole file.
+std::uint64_t fileSize(const FileLayout& layout);
+
+/// Where a part of the file goes; what no part covers is zero. Refers to the layout.
+struct FilePart {
+  std::uint64_t offset = 0;
+  Pieces content;
+};
+/// Everything but the signatures.
+std::vector<FilePart> codeParts(const FileLayout& layout);
 
 }  // namespace toolchain

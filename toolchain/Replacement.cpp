@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <sys/uio.h>
 
+#include "foundation/Assertion.h"
 #include "foundation/FileAttributes.h"
 #include "foundation/Handle.h"
 #include "foundation/ProcessInfo.h"
@@ -36,7 +37,7 @@ void advance(std::span<iovec>& pieces, std::size_t count) {
 }
 
 /// 0, or the system's error number.
-int writeAll(int file, const Pieces& content) {
+int writeAll(int file, std::uint64_t offset, const Pieces& content) {
   std::vector<iovec> vectors;
   for (const Bytes& piece : content) {
     // The interface is older than const.
@@ -45,10 +46,11 @@ int writeAll(int file, const Pieces& content) {
   std::span<iovec> left(vectors);
   while (!left.empty()) {
     const int count = static_cast<int>(std::min(left.size(), kPiecesPerCall));
-    const ssize_t written = ::writev(file, left.data(), count);
+    const ssize_t written = ::pwritev(file, left.data(), count, static_cast<off_t>(offset));
     if (written < 0 && errno == EINTR) continue;
     if (written < 0) return errno;
     advance(left, static_cast<std::size_t>(written));
+    offset += static_cast<std::uint64_t>(written);
   }
   return 0;
 }
@@ -58,6 +60,15 @@ foundation::Error cannot(std::string_view what, const fs::path& path, int error)
 }
 
 }  // namespace
+
+Result<> NewFile::write(std::uint64_t offset, const Pieces& content) const {
+  const int error = writeAll(file_.get(), offset, content);
+  return error == 0 ? Result<>() : cannot("write", target_, error);
+}
+
+Result<> NewFile::flush() const {
+  return ::fsync(file_.get()) == 0 ? Result<>() : cannot("write", target_, errno);
+}
 
 Replacement::~Replacement() {
   std::error_code ignored;
@@ -89,8 +100,8 @@ void Replacement::discard(const fs::path& own) {
   own_.erase(own.native());
 }
 
-Result<fs::path> Replacement::prepare(const fs::path& target, const Pieces& content,
-                                      const fs::path& model) {
+Result<NewFile> Replacement::prepare(const fs::path& target, std::uint64_t size,
+                                     const fs::path& model) {
   std::error_code failed;
   const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
   if (fs::create_directory(folder, failed)) madeFolders_.push_back(folder);
@@ -110,10 +121,17 @@ Result<fs::path> Replacement::prepare(const fs::path& target, const Pieces& cont
     const auto copied = foundation::copyAttributes(old.get(), file.get(), like.native());
     if (!copied) return copied.error();
   }
-  if (const int error = writeAll(file.get(), content)) return cannot("write", target, error);
-  if (::fsync(file.get()) != 0) return cannot("write", target, errno);
-  if (::close(file.release()) != 0) return cannot("write", target, errno);
-  return temporary;
+  if (::ftruncate(file.get(), static_cast<off_t>(size)) != 0) return cannot("write", target, errno);
+  return NewFile(target, temporary, std::move(file));
+}
+
+Result<NewFile> Replacement::prepare(const fs::path& target, const Pieces& content,
+                                     const fs::path& model) {
+  auto file = prepare(target, sizeOf(content), model);
+  if (!file) return file;
+  if (const auto written = file->write(0, content); !written) return written.error();
+  if (const auto flushed = file->flush(); !flushed) return flushed.error();
+  return file;
 }
 
 /// A second name for the old file, so that it can come back; empty when there is none.
@@ -129,17 +147,22 @@ Result<fs::path> Replacement::keepOld(const fs::path& target) {
   return cannot("keep", target, errno);
 }
 
-Result<> Replacement::commit() {
-  for (const Prepared& one : prepared_) {
-    auto backup = keepOld(one.target);
+Result<> Replacement::commit(const std::vector<fs::path>& targets) {
+  for (const fs::path& target : targets) {
+    const auto one =
+        std::find_if(prepared_.begin(), prepared_.end(),
+                     [&](const Prepared& prepared) { return prepared.target == target; });
+    foundation::assertThat(one != prepared_.end(), "the target was prepared",
+                           {__func__, "Replacement.cpp", __LINE__});
+    auto backup = keepOld(target);
     if (!backup) return backup.error();
-    const int moved = ::rename(one.temporary.c_str(), one.target.c_str());
+    const int moved = ::rename(one->temporary.c_str(), target.c_str());
     const int error = errno;
-    done_.push_back({one.target, std::move(*backup)});
-    if (moved != 0) return cannot("replace", one.target, error);
-    own_.erase(one.temporary.native());
+    done_.push_back({target, std::move(*backup)});
+    if (moved != 0) return cannot("replace", target, error);
+    own_.erase(one->temporary.native());
+    prepared_.erase(one);
   }
-  prepared_.clear();
   return {};
 }
 

@@ -5,9 +5,29 @@
 #include <string>
 #include <vector>
 
+#include "foundation/Handle.h"
 #include "toolchain/Hashing.h"
 
 namespace toolchain {
+
+/// A file that is being written beside the one it will replace.
+class NewFile {
+ public:
+  NewFile(std::filesystem::path target, std::filesystem::path path, foundation::FileDescriptor file)
+      : target_(std::move(target)), path_(std::move(path)), file_(std::move(file)) {}
+
+  /// Where it lies until it takes its target's place.
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+  /// Bytes that are never written are zero. Safe beside calls for other offsets.
+  Result<> write(std::uint64_t offset, const Pieces& content) const;
+  /// Waits until what was written so far is on its medium.
+  Result<> flush() const;
+
+ private:
+  std::filesystem::path target_;
+  std::filesystem::path path_;
+  foundation::FileDescriptor file_;
+};
 
 /// Files that are replaced together. Each new file is written in full beside its target, with the
 /// target's mode, owner and attributes, before any of them takes its target's place. Unless
@@ -18,13 +38,16 @@ class Replacement {
   Replacement(const Replacement&) = delete;
   ~Replacement();
 
-  /// Writes the new content of `target`, which need not exist (its folder is made then), with the
-  /// attributes of `model`: of the target itself when that is left out. Fails with
-  /// the path and the system's text. The answer is where the new content lies until `commit`.
-  Result<std::filesystem::path> prepare(const std::filesystem::path& target, const Pieces& content,
-                                        const std::filesystem::path& model = {});
-  /// Puts what was prepared since the last time into place, in that order.
-  Result<> commit();
+  /// Makes an empty new file of this size for `target`, which need not exist (its folder is made
+  /// then), with the attributes of `model`: of the target itself when that is left out. Fails with
+  /// the path and the system's text.
+  Result<NewFile> prepare(const std::filesystem::path& target, std::uint64_t size,
+                          const std::filesystem::path& model = {});
+  /// The same with its content.
+  Result<NewFile> prepare(const std::filesystem::path& target, const Pieces& content,
+                          const std::filesystem::path& model = {});
+  /// Puts what was prepared for these targets into place, in the given order.
+  Result<> commit(const std::vector<std::filesystem::path>& targets);
   /// Takes a file away.
   Result<> remove(const std::filesystem::path& target);
   /// Keeps what was committed.

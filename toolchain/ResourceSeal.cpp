@@ -7,6 +7,7 @@
 
 #include "foundation/PropertyList.h"
 #include "toolchain/Base64.h"
+#include "toolchain/SealScanner.h"
 
 namespace toolchain {
 
@@ -257,11 +258,18 @@ std::string text(const ResourceSeal& seal) {
 }
 
 Result<ResourceSeal> parseResourceSeal(Bytes file) {
-  const auto value = foundation::PropertyList::parse(file);
+  // The lists are long and nearly always laid out in one way; the rest is small.
+  ScannedSeal scanned = scanSeal(foundation::textOf(file));
+  const auto value = foundation::PropertyList::parse(foundation::bytesOf(scanned.rest));
   if (!value) return within("CodeResources", value.error());
   if (!value->dictionary()) return failure("CodeResources: the top is no dictionary");
   auto seal = sealFrom(*value->dictionary());
   if (!seal) return within("CodeResources", seal.error());
+  if ((scanned.files && !seal->files.empty()) || (scanned.files2 && !seal->files2.empty())) {
+    return failure("CodeResources: a list is there twice");
+  }
+  if (scanned.files) seal->files = std::move(*scanned.files);
+  if (scanned.files2) seal->files2 = std::move(*scanned.files2);
   return seal;
 }
 

@@ -90,8 +90,24 @@ struct SealOptions {
   std::function<bool(const std::string&)> ignore;
 };
 
-/// Absolute paths of the regular files that a seal of the bundle covers, in ascending byte order.
-Result<std::vector<std::string>> sealedFiles(const CodeBundle& bundle, const SealOptions& options);
+/// What a seal of a bundle covers, found by one walk through its folders.
+class SealContents {
+ public:
+  static Result<SealContents> collect(const CodeBundle& bundle, const SealOptions& options);
+  SealContents(SealContents&&) noexcept;
+  ~SealContents();
+
+  /// Absolute paths of the regular files, in ascending byte order of what follows the bundle's
+  /// path.
+  [[nodiscard]] std::vector<std::string> files() const;
+  /// The seal of their content as it is now.
+  Result<ResourceSeal> seal(FileHasher& hasher) const;
+
+ private:
+  class Collector;
+  explicit SealContents(std::unique_ptr<Collector> collector);
+  std::unique_ptr<Collector> collector_;
+};
 
 /// The seal of what is in the bundle now; the verifier compares it with the one it found. Always
 /// passed over: _CodeSignature, _MASReceipt, CodeResources at the top, the main executable. Fails

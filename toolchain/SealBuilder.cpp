@@ -19,11 +19,13 @@ bool isAlwaysExcluded(const std::string& path, const std::string& executable) {
          path == executable;
 }
 
+}  // namespace
+
 /// Collects the entries of one bundle and makes the seal of them.
-class SealBuilder {
+class SealContents::Collector {
  public:
-  SealBuilder(const CodeBundle& bundle, const SealOptions& options, RuleMatcher rules,
-              RuleMatcher rules2)
+  Collector(const CodeBundle& bundle, const SealOptions& options, RuleMatcher rules,
+            RuleMatcher rules2)
       : bundle_(bundle),
         options_(options),
         rules_(std::move(rules)),
@@ -53,7 +55,7 @@ class SealBuilder {
     return paths;
   }
 
-  Result<ResourceSeal> seal(FileHasher& hasher) {
+  Result<ResourceSeal> seal(FileHasher& hasher) const {
     ResourceSeal result;
     result.rules = options_.rules;
     const auto digests = hasher.digests(absoluteFiles());
@@ -151,8 +153,8 @@ class SealBuilder {
     return {};
   }
 
-  const CodeBundle& bundle_;
-  const SealOptions& options_;
+  CodeBundle bundle_;
+  SealOptions options_;
   RuleMatcher rules_;
   RuleMatcher rules2_;
   std::string executable_;
@@ -162,29 +164,33 @@ class SealBuilder {
   std::vector<std::string> nested_;
 };
 
-Result<SealBuilder> builderFor(const CodeBundle& bundle, const SealOptions& options) {
+SealContents::SealContents(std::unique_ptr<Collector> collector)
+    : collector_(std::move(collector)) {}
+SealContents::SealContents(SealContents&&) noexcept = default;
+SealContents::~SealContents() = default;
+
+Result<SealContents> SealContents::collect(const CodeBundle& bundle, const SealOptions& options) {
   auto rules = RuleMatcher::compile(options.rules.rules);
   if (!rules) return rules.error();
   auto rules2 = RuleMatcher::compile(options.rules.rules2);
   if (!rules2) return rules2.error();
-  SealBuilder builder(bundle, options, std::move(*rules), std::move(*rules2));
-  if (const auto collected = builder.collect(); !collected) return collected.error();
-  return builder;
+  auto collector =
+      std::make_unique<Collector>(bundle, options, std::move(*rules), std::move(*rules2));
+  if (const auto collected = collector->collect(); !collected) return collected.error();
+  return SealContents(std::move(collector));
 }
 
-}  // namespace
+std::vector<std::string> SealContents::files() const { return collector_->absoluteFiles(); }
 
-Result<std::vector<std::string>> sealedFiles(const CodeBundle& bundle, const SealOptions& options) {
-  const auto builder = builderFor(bundle, options);
-  if (!builder) return builder.error();
-  return builder->absoluteFiles();
+Result<ResourceSeal> SealContents::seal(FileHasher& hasher) const {
+  return collector_->seal(hasher);
 }
 
 Result<ResourceSeal> makeResourceSeal(const CodeBundle& bundle, const SealOptions& options,
                                       FileHasher& hasher) {
-  auto builder = builderFor(bundle, options);
-  if (!builder) return builder.error();
-  return builder->seal(hasher);
+  const auto contents = SealContents::collect(bundle, options);
+  if (!contents) return contents.error();
+  return contents->seal(hasher);
 }
 
 }  // namespace toolchain

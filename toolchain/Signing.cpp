@@ -192,9 +192,10 @@ class Signer {
     const auto opened = openImage(code);
     if (!opened) return opened.error();
     FileSigner signer(opened->image, contentOf(code, entitlements));
-    if (const auto hashed = signer.hashCode(); !hashed) {
-      return within(code.executable.string(), hashed.error());
+    if (const auto done = signer.layOut(); !done) {
+      return within(code.executable.string(), done.error());
     }
+    if (const auto begun = signer.writeCode(code.executable, replacement_); !begun) return begun;
     std::string seal;
     if (code.isBundle()) {
       auto made = sealOf(code, opened->image);
@@ -204,15 +205,15 @@ class Signer {
       const auto written = replacement_.prepare(code.sealPath(), {foundation::bytesOf(seal)});
       if (!written) return written.error();
     }
-    if (const auto written = signer.writeBeside(code.executable, replacement_); !written) {
-      return written;
-    }
+    if (const auto written = signer.writeSignatures(); !written) return written;
     return replace(code);
   }
 
   /// The seal goes first, the executable last.
   Result<> replace(const CodeBundle& code) {
-    if (const auto committed = replacement_.commit(); !committed) return committed;
+    std::vector<fs::path> targets = {code.executable};
+    if (code.isBundle()) targets.insert(targets.begin(), code.sealPath());
+    if (const auto committed = replacement_.commit(targets); !committed) return committed;
     hasher_.forget(code.executable.native());
     if (!code.isBundle()) return {};
     hasher_.forget(code.sealPath().native());
@@ -237,8 +238,10 @@ class Signer {
                                                                    : BundleShape::flat);
     options.sha1InFiles2 = hashTypesFor(image).front() == HashType::sha1;
     options.ignore = [this](const std::string& path) { return replacement_.owns(path); };
-    if (const auto done = signLooseCode(code, options); !done) return done.error();
-    const auto seal = makeResourceSeal(code, options, hasher_);
+    const auto contents = SealContents::collect(code, options);
+    if (!contents) return contents.error();
+    if (const auto done = signLooseCode(code, contents->files()); !done) return done.error();
+    const auto seal = contents->seal(hasher_);
     if (!seal) return seal.error();
     std::string made = text(*seal);
     const auto parsed = parseResourceSeal(foundation::bytesOf(made));
@@ -250,20 +253,22 @@ class Signer {
   }
 
   /// Mach-O files among the resources: reading them for the seal has told which they are.
-  Result<> signLooseCode(const CodeBundle& code, const SealOptions& options) {
-    const auto files = sealedFiles(code, options);
-    if (!files) return files.error();
-    const auto digests = hasher_.digests(*files);
+  Result<> signLooseCode(const CodeBundle& code, const std::vector<std::string>& files) {
+    const auto digests = hasher_.digests(files);
     if (!digests) return digests.error();
-    const auto bundles = nestedBundles(code);
-    if (!bundles) return bundles.error();
-    for (std::size_t i = 0; i < files->size(); ++i) {
-      const std::string& path = (*files)[i];
+    std::optional<std::vector<fs::path>> bundles;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      if (!(*digests)[i].looksLikeMachO) continue;
+      if (!bundles) {
+        auto found = nestedBundles(code);
+        if (!found) return found.error();
+        bundles = std::move(*found);
+      }
       const bool isElsewhere =
           std::any_of(bundles->begin(), bundles->end(),
-                      [&](const fs::path& bundle) { return isBelow(path, bundle); });
-      if (!(*digests)[i].looksLikeMachO || isElsewhere || !isLooseCode(path)) continue;
-      if (const auto done = signLooseFile(path); !done) return within(path, done.error());
+                      [&](const fs::path& bundle) { return isBelow(files[i], bundle); });
+      if (isElsewhere || !isLooseCode(files[i])) continue;
+      if (const auto done = signLooseFile(files[i]); !done) return within(files[i], done.error());
     }
     return {};
   }

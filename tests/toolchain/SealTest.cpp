@@ -143,6 +143,24 @@ TEST(ResourceSeal, IsReadAsItWasWritten) {
   EXPECT_TRUE(read->rules == rules);
 }
 
+TEST(ResourceSeal, IsReadInAnyLayout) {
+  auto seal = sealWithEveryKind();
+  for (const bool hasNested : {true, false}) {
+    if (!hasNested) seal.files2.erase("nested");
+    const std::string usual = toolchain::text(seal);
+    for (const auto& [from, to] : std::vector<std::pair<std::string, std::string>>{
+             {"<dict>", "<!-- said otherwise --><dict>"},
+             {"\t\t<key>both</key>", "\t <key>both</key>"},
+             {"a &amp; &lt;b&gt;", "a &#38; <![CDATA[<b>]]>"}}) {
+      std::string unusual = usual;
+      unusual.replace(unusual.find(from), from.size(), to);
+      const auto read = toolchain::parseResourceSeal(foundation::bytesOf(unusual));
+      ASSERT_TRUE(read) << read.error().localizedDescription();
+      EXPECT_TRUE(read->files == seal.files && read->files2 == seal.files2) << from;
+    }
+  }
+}
+
 TEST(ResourceSeal, DamageIsNamed) {
   const std::string good = toolchain::text(sealWithEveryKind());
   struct Case {
