@@ -33,6 +33,23 @@ std::vector<std::string> besidesSeal(const CodeBundle& bundle) {
   return found;
 }
 
+/// The digests are known already, so nothing is read for this.
+Result<std::vector<std::string>> machOFilesOf(const CodeBundle& bundle, const ResourceSeal& present,
+                                              FileHasher& hasher) {
+  const SealedItems& items = present.rules.rules2.empty() ? present.files : present.files2;
+  std::vector<std::string> paths;
+  for (const auto& [path, item] : items) {
+    if (item.sha1 || item.sha256) paths.push_back((bundle.base / path).string());
+  }
+  const auto digests = hasher.digests(paths);
+  if (!digests) return digests.error();
+  std::vector<std::string> found;
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    if ((*digests)[i].looksLikeMachO) found.push_back(std::move(paths[i]));
+  }
+  return found;
+}
+
 }  // namespace
 
 SealDifferences compareSeals(const ResourceSeal& sealed, const ResourceSeal& present) {
@@ -67,6 +84,11 @@ Result<SealDifferences> compareWithSeal(const CodeBundle& bundle, Bytes seal, Fi
     return faultError(Fault::sealedResource, present.error().localizedDescription());
   }
   auto differences = compareSeals(*sealed, *present);
+  auto machOFiles = machOFilesOf(bundle, *present, hasher);
+  if (!machOFiles) {
+    return faultError(Fault::sealedResource, machOFiles.error().localizedDescription());
+  }
+  differences.machOFiles = *std::move(machOFiles);
   for (auto& path : besidesSeal(bundle)) differences.added.push_back(std::move(path));
   std::sort(differences.added.begin(), differences.added.end());
   return differences;

@@ -8,12 +8,17 @@
 
 namespace toolchain {
 
-/// How a bundle differs from its seal; paths relative to the bundle, in ascending byte order.
+/// How a bundle differs from its seal; paths relative to the bundle unless said otherwise, in
+/// ascending byte order.
 struct SealDifferences {
   std::vector<std::string> added;
   std::vector<std::string> modified;
   std::vector<std::string> missing;
 
+  /// Absolute paths of the files in the bundle that begin as Mach-O does, noticed on the way.
+  std::vector<std::string> machOFiles;
+
+  /// True when nothing differs.
   [[nodiscard]] bool empty() const { return added.empty() && modified.empty() && missing.empty(); }
 };
 

@@ -116,7 +116,7 @@ class Verifier {
     if (!code) return complaint(code.error(), Fault::bundleFormat);
     if (auto found = check(*code)) return found;
     if (!code->isBundle()) return std::nullopt;
-    const auto nested = nestedCode(*code);
+    const auto nested = nestedCodeIn(*code);
     if (!nested) return complaint(nested.error(), Fault::nestedCode);
     for (const auto& path : *nested) {
       if (auto found = checkNested(path)) {
@@ -189,6 +189,7 @@ class Verifier {
   std::optional<Complaint> checkSeal(const CodeBundle& code, Bytes seal) {
     const auto differences = compareWithSeal(code, seal, hasher_);
     if (!differences) return complaint(differences.error(), Fault::sealedResource);
+    machOFiles_ = differences->machOFiles;
     if (differences->empty()) return std::nullopt;
     auto found = complaint(Fault::sealedResource);
     const auto list = [&](std::string_view what, const std::vector<std::string>& paths) {
@@ -212,8 +213,28 @@ class Verifier {
     return checkIsSigned(opened->image);
   }
 
+  /// Innermost bundles first, behind the loose files, which the seal's check has found.
+  Result<std::vector<fs::path>> nestedCodeIn(const CodeBundle& code) const {
+    const auto bundles = nestedBundles(code);
+    if (!bundles) return bundles.error();
+    std::vector<fs::path> executables;
+    for (const auto& path : *bundles) {
+      if (const auto bundle = CodeBundle::open(path)) executables.push_back(bundle->executable);
+    }
+    std::vector<fs::path> found;
+    for (const auto& path : machOFiles_) {
+      const bool isLoose =
+          std::find(executables.begin(), executables.end(), path) == executables.end();
+      if (isLoose && isLooseCode(path)) found.emplace_back(path);
+    }
+    found.insert(found.end(), bundles->begin(), bundles->end());
+    return found;
+  }
+
   const VerifyOptions& options_;
   FileHasher hasher_;
+  /// Of the bundle whose seal was checked last.
+  std::vector<std::string> machOFiles_;
 };
 
 Verdict verdictOn(const std::string& name, const std::optional<Complaint>& found) {
