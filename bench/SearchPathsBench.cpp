@@ -1,5 +1,6 @@
-#include <chrono>
+#include <ctime>
 #include <filesystem>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,8 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+/// Processor time, so that a busy machine does not change the ratio.
+double secondsUsed() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
 
 /// Pieces named after their numbers, `directories` of which exist.
 std::string valueOf(const test::TemporaryFolder& folder, int directories, int others) {
@@ -24,31 +26,52 @@ std::string valueOf(const test::TemporaryFolder& folder, int directories, int ot
   return foundation::joined(pieces, " ");
 }
 
+/// The questions that a parse asks: their number, and some hundreds of them, evenly spread.
+struct Questions {
+  std::size_t count = 0;
+  std::vector<std::string> sample;
+};
+
+Questions questionsOf(const std::string& value) {
+  Questions questions;
+  const auto walk = [&](std::size_t step) {
+    questions = {};
+    QVTEnvironment::parseFrameworkSearchPathsFromStringWorkingDirectoryFileManager(
+        value, "", [&](const std::string& path) {
+          if (questions.count++ % step == 0) questions.sample.push_back(path);
+          return QVTIsDirectoryOnHost(path);
+        });
+  };
+  walk(std::numeric_limits<std::size_t>::max());
+  walk(questions.count / 500 + 1);
+  return questions;
+}
+
+/// What one bare question takes.
+double secondsPerQuestion(const std::vector<std::string>& sample) {
+  constexpr int kRounds = 50;
+  const double start = secondsUsed();
+  for (int round = 0; round < kRounds; ++round) {
+    for (const std::string& path : sample) benchmark::DoNotOptimize(QVTIsDirectoryOnHost(path));
+  }
+  return (secondsUsed() - start) / (kRounds * static_cast<double>(sample.size()));
+}
+
 /// Parses a value with the host as the judge. `ratio` is the time of a parse to the time that its
 /// bare questions take, measured in turns.
 void parse(benchmark::State& state, int directories, int others) {
   const test::TemporaryFolder folder;
   const std::string value = valueOf(folder, directories, others);
-  std::vector<std::string> sample;
-  std::size_t count = 0;
-  const auto answer = [&](const std::string& path) {
-    // Every 64th question is kept and asked again below, for the price of a bare one.
-    if (count++ % 64 == 0) sample.push_back(path);
-    return QVTIsDirectoryOnHost(path);
-  };
-  QVTEnvironment::parseFrameworkSearchPathsFromStringWorkingDirectoryFileManager(value, "", answer);
+  const Questions questions = questionsOf(value);
   double bare = 0;
   double whole = 0;
   for (auto _ : state) {
-    auto start = Clock::now();
-    for (const std::string& path : sample) benchmark::DoNotOptimize(QVTIsDirectoryOnHost(path));
-    const std::chrono::duration<double> questions = Clock::now() - start;
-    bare += questions.count() * static_cast<double>(count) / static_cast<double>(sample.size());
-    start = Clock::now();
+    bare += secondsPerQuestion(questions.sample) * static_cast<double>(questions.count);
+    const double start = secondsUsed();
     benchmark::DoNotOptimize(QVTEnvironment::parseFrameworkSearchPathsFromRootInString(value));
-    whole += std::chrono::duration<double>(Clock::now() - start).count();
+    whole += secondsUsed() - start;
   }
-  state.counters["questions"] = static_cast<double>(count);
+  state.counters["questions"] = static_cast<double>(questions.count);
   state.counters["ratio"] = whole / bare;
 }
 
