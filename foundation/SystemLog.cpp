@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <mutex>
 #include <string>
 
 #include <unistd.h>
@@ -35,6 +36,17 @@ const std::string& programName() {
   return name;
 }
 
+/// The time in the current zone. A lock of our own, since thread checkers do not see the one inside
+/// the C library that guards its copy of TZ.
+struct tm localParts(std::time_t time) {
+  static std::mutex mutex;
+  const std::lock_guard lock(mutex);
+  struct tm parts {};
+  ::tzset();  // localtime_r alone need not notice that TZ has changed
+  ::localtime_r(&time, &parts);
+  return parts;
+}
+
 }  // namespace
 
 void systemLogText(std::string_view text) {
@@ -56,10 +68,7 @@ void systemLogText(std::string_view text) {
 std::string localTimeStamp(Date date) {
   const auto milliseconds = std::chrono::floor<std::chrono::milliseconds>(date);
   const auto seconds = std::chrono::floor<std::chrono::seconds>(milliseconds);
-  const std::time_t time = seconds.time_since_epoch().count();
-  struct tm parts {};
-  ::tzset();  // localtime_r alone need not notice that TZ has changed
-  ::localtime_r(&time, &parts);
+  const struct tm parts = localParts(seconds.time_since_epoch().count());
   char stamp[64];
   const std::size_t length = std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &parts);
   char fraction[8];
