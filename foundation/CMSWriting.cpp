@@ -8,6 +8,7 @@
 
 #include "foundation/CMS.h"
 #include "foundation/DER.h"
+#include "foundation/DeterministicSignature.h"
 #include "foundation/Handle.h"
 #include "foundation/Text.h"
 
@@ -79,8 +80,8 @@ Result<std::string> signedAttributes(Bytes content, Date signingTime,
   return DER::setOf(std::move(all));
 }
 
-/// Where this OpenSSL can (3.2 and later), an ECDSA nonce is derived from key and message, so that
-/// the same input gives the same bytes; before that it is random.
+/// For curves that `deterministicSignature` does not know: where this OpenSSL can (3.2 and later),
+/// a nonce is derived from key and message too; before that it is random.
 void askForDeterministicNonce(EVP_PKEY_CTX* context) {
   constexpr const char* kNonceType = "nonce-type";
   const OSSL_PARAM* settable = EVP_PKEY_CTX_settable_params(context);
@@ -92,6 +93,7 @@ void askForDeterministicNonce(EVP_PKEY_CTX* context) {
 }
 
 Result<std::string> signatureOver(std::string_view bytes, EVP_PKEY* key) {
+  if (auto signature = deterministicSignature(sha256(bytesOf(bytes)), key)) return *signature;
   const DigestContext context(EVP_MD_CTX_new());
   EVP_PKEY_CTX* keyContext = nullptr;
   if (!context || EVP_DigestSignInit(context.get(), &keyContext, EVP_sha256(), nullptr, key) != 1) {
