@@ -318,7 +318,9 @@ class OrdinaryUser {
     isChanged_ = true;
   }
   ~OrdinaryUser() {
-    if (isChanged_) EXPECT_EQ(::seteuid(0), 0);
+    if (isChanged_) {
+      EXPECT_EQ(::seteuid(0), 0);
+    }
   }
 
  private:
