@@ -1,0 +1,202 @@
+#include <cstdlib>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/Format.h"
+#include "foundation/PropertyList.h"
+#include "inspect/HandOffCheck.h"
+#include "inspect/SignatureFacts.h"
+#include "tests/inspect/InspectRun.h"
+#include "tests/support/AppFixture.h"
+#include "tests/support/MachOFixture.h"
+#include "tests/support/TemporaryFolder.h"
+#include "toolchain/Signing.h"
+
+namespace {
+
+using foundation::Array;
+using foundation::Dictionary;
+using foundation::Value;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+/// A signed app with its key at hand: nothing stands in the way of its hand-off.
+class HandOff : public testing::Test {
+ protected:
+  void SetUp() override {
+    path_.emplace("PATH", (std::string(std::getenv("PATH")) + ":" SENDOFF_LIBEXEC).c_str());
+    keychain_ = test::writeKeychain(folder_ / "keys.pem");
+  }
+  fs::path makeApp(const test::AppOptions& options = {}) {
+    return test::makeApp(folder_ / "app", options);
+  }
+  /// With these entitlements; they make the signature.
+  void sign(const fs::path& code, const Dictionary& entitlements = {}) {
+    const auto xml = foundation::PropertyList::xml(Value(entitlements));
+    const auto signedCode = toolchain::sign({.code = code,
+                                             .identity = test::signingFamily().leaf.sha1(),
+                                             .keychain = keychain_,
+                                             .entitlements = folder_.write("entitlements", *xml),
+                                             .force = true});
+    ASSERT_TRUE(signedCode) << signedCode.error().localizedDescription();
+  }
+  inspect::Outcome check(const fs::path& app, const std::vector<std::string>& more = {}) {
+    std::vector<std::string> words = {"check", app, "--keychain", keychain_};
+    words.insert(words.end(), more.begin(), more.end());
+    return test::inspectRun(words);
+  }
+
+  test::TemporaryFolder folder_;
+  std::optional<test::ScopedEnvironment> path_;
+  fs::path keychain_;
+};
+
+TEST_F(HandOff, NothingIsFoundInASoundApp) {
+  const auto app = makeApp();
+  sign(app,
+       {{"application-identifier", "ABCDE12345.com.example.app"}, {"beta-reports-active", true}});
+  const auto outcome = check(app);
+  EXPECT_EQ(outcome.standardOutput, "Nothing found that would stop this hand-off.\n");
+  EXPECT_EQ(outcome.status, 0);
+}
+
+struct Flaw {
+  std::string finding;
+  int status;
+  std::function<void(test::AppOptions&)> change;
+};
+
+TEST_F(HandOff, FlawsOfAnAppAreNamedWithAdvice) {
+  const auto now =
+      std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+  for (const auto& flaw : {
+           Flaw{"warning: Info.plist has no CFBundleVersion: ", 3,
+                [](auto& o) { o.info["CFBundleVersion"] = Value(); }},
+           Flaw{"failure: Info.plist's CFBundleVersion is of type __NSCFNumber: ", 1,
+                [](auto& o) { o.info["CFBundleVersion"] = 42; }},
+           Flaw{"failure: the profile is for com.example.other, the app is com.example.app: ", 1,
+                [](auto& o) { o.profile.bundleIdentifier = "com.example.other"; }},
+           Flaw{"failure: the provisioning profile expired on 2015-04-01: ", 1,
+                [](auto& o) {
+                  o.profile.expirationDate = std::chrono::sys_days{std::chrono::year{2015} / 4 / 1};
+                }},
+           Flaw{"warning: the provisioning profile expires on ", 3,
+                [now](auto& o) { o.profile.expirationDate = now + std::chrono::days(3); }},
+           Flaw{"failure: no certificate of the profile has its private key in the keychain: ", 1,
+                [](auto& o) { o.profile.developerCertificates = {test::makeFamily().leaf.der()}; }},
+           Flaw{"failure: the app has no executable (CFBundleExecutable): ", 1,
+                [](auto& o) { o.info["CFBundleExecutable"] = "Missing"; }},
+       }) {
+    SCOPED_TRACE(flaw.finding);
+    test::AppOptions options;
+    flaw.change(options);
+    const auto app = makeApp(options);
+    const auto outcome = check(app);
+    EXPECT_THAT(outcome.standardOutput, HasSubstr(flaw.finding));
+    EXPECT_EQ(outcome.status, flaw.status) << outcome.standardOutput;
+    fs::remove_all(folder_ / "app");
+  }
+}
+
+TEST_F(HandOff, ExpiringCertificateIsAWarning) {
+  const auto family = test::makeFamily({.validUntil = std::chrono::hours(24 * 5)});
+  keychain_ = test::writeKeychain(folder_ / "short.pem", family);
+  test::AppOptions options;
+  options.profile.developerCertificates = {family.leaf.der()};
+  EXPECT_THAT(check(makeApp(options)).standardOutput,
+              HasSubstr("warning: the signing certificate expires on "));
+}
+
+TEST_F(HandOff, ExecutableThatCannotBeReleased) {
+  const auto app = makeApp();
+  const auto executable = app / "Example";
+  ASSERT_TRUE(fs::exists(executable));
+  folder_.write(executable,
+                test::MachOImage::arm64().encryption(1).segment("__TEXT", 0, 0x4000).bytes());
+  const auto outcome = check(app);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.standardOutput, HasSubstr("slice arm64 of the executable has no UUID"));
+  EXPECT_THAT(outcome.standardOutput, HasSubstr("the executable is encrypted"));
+}
+
+TEST_F(HandOff, EntitlementsBeyondTheProfile) {
+  const auto app = makeApp();
+  sign(app, {{"application-identifier", "ABCDE12345.com.example.app"},
+             {"get-task-allow", true},
+             {"aps-environment", "production"}});
+  const auto outcome = check(app);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.standardOutput,
+              HasSubstr("the app's entitlement get-task-allow = 1 is not granted"));
+  EXPECT_THAT(outcome.standardOutput,
+              HasSubstr("the app's entitlement aps-environment = production is not granted"));
+}
+
+TEST_F(HandOff, NestedCodeUnsignedOrOfAnotherTeam) {
+  const auto app = makeApp();
+  fs::create_directories(app / "Frameworks");
+  test::linkImage(folder_ / "lib", {.linkerArguments = {"-dylib"}});
+  fs::copy(folder_ / "lib", app / "Frameworks/libplain.dylib");
+  sign(app);  // signs the library on the way
+  EXPECT_EQ(check(app).status, 0) << check(app).standardOutput;
+
+  const auto stranger = test::makeFamily({.organizationalUnit = "ZZZZZ99999"});
+  const auto keys = test::writeKeychain(folder_ / "stranger.pem", stranger);
+  fs::copy(folder_ / "lib", app / "Frameworks/libother.dylib");
+  ASSERT_TRUE(toolchain::sign({.code = app / "Frameworks/libother.dylib",
+                               .identity = stranger.leaf.sha1(),
+                               .keychain = keys,
+                               .force = true}));
+  fs::copy(folder_ / "lib", app / "Frameworks/libunsigned.dylib");
+  const auto outcome = check(app);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.standardOutput,
+              HasSubstr("failure: nested code Frameworks/libother.dylib is signed under team "
+                        "ZZZZZ99999, the profile is for ABCDE12345"));
+  EXPECT_THAT(outcome.standardOutput,
+              HasSubstr("warning: nested code Frameworks/libunsigned.dylib is not signed"));
+}
+
+TEST_F(HandOff, SymbolsOfAnotherBuildAndMissingTools) {
+  const auto app = makeApp();
+  test::linkImage(folder_ / "Demo", {.compilerArguments = {"-g"}});
+  test::makeDSYM(folder_ / "Demo", folder_ / "symbols/Demo.dSYM");
+  EXPECT_THAT(check(app, {"--dsym", folder_ / "symbols"}).standardOutput,
+              HasSubstr("warning: no symbols for slice arm64 ("));
+  EXPECT_THAT(check(app, {"--dsym", folder_ / "app"}).standardOutput,
+              HasSubstr("failure: no symbol bundle at "));
+
+  fs::create_directories(folder_ / "empty");
+  const test::ScopedEnvironment none("PATH", (folder_ / "empty").c_str());
+  const auto outcome = check(app);
+  EXPECT_THAT(outcome.standardOutput, HasSubstr("failure: zip is not in PATH: install it\n"));
+  EXPECT_THAT(outcome.standardOutput, HasSubstr("failure: xcrun does not find codesign: "));
+}
+
+TEST(EntitlementGrants, CoverWhatAProfileSays) {
+  struct Row {
+    Value pattern;
+    Value value;
+    bool granted;
+  };
+  for (const auto& row : {
+           Row{"TEAM.*", "TEAM.com.example", true},
+           Row{"TEAM.*", "OTHER.com.example", false},
+           Row{"TEAM.a", "TEAM.ab", false},
+           Row{"*", Array{"anything", "else"}, true},
+           Row{Array{"TEAM.*", "x"}, Array{"TEAM.a", "x"}, true},
+           Row{Array{"TEAM.*"}, Array{"TEAM.a", "y"}, false},
+           Row{Array{"a", "b"}, "b", true},
+           Row{true, false, true},
+           Row{false, true, false},
+           Row{"production", true, false},
+           Row{1, 1, true},
+       }) {
+    EXPECT_EQ(inspect::grants(row.pattern, row.value), row.granted)
+        << foundation::singleLineDescription(row.pattern) << " for "
+        << foundation::singleLineDescription(row.value);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,192 @@
+// The program's answers on real files, against tools of another make.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/Text.h"
+#include "tests/inspect/InspectRun.h"
+#include "tests/support/AppFixture.h"
+#include "tests/support/MachOFixture.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/xcode/ArchiveFixture.h"
+
+namespace {
+
+using foundation::Value;
+using test::at;
+using test::textAt;
+using testing::HasSubstr;
+using testing::Not;
+
+/// "arm64 0011…" per slice, as LLVM reads it.
+std::vector<std::string> uuidsByLLVM(const std::filesystem::path& file) {
+  std::vector<std::string> result;
+  const auto lines =
+      foundation::split(test::outputOf({test::llvmTool("llvm-dwarfdump"), "--uuid", file}), '\n');
+  for (const auto& line : lines) {  // UUID: 0011-… (arm64) path
+    const auto words = foundation::split(line, ' ');
+    if (words.size() < 3) continue;
+    std::string uuid = foundation::lowercased(words[1]);
+    std::erase(uuid, '-');
+    result.push_back(words[2].substr(1, words[2].size() - 2) + " " + uuid);
+  }
+  return result;
+}
+
+std::vector<std::string> uuidsIn(const Value& document, std::string_view key) {
+  std::vector<std::string> result;
+  for (const auto& entry : *at(document, key).array()) {
+    result.push_back(textAt(entry, "architectureName") + " " + textAt(entry, "uuid"));
+  }
+  return result;
+}
+
+TEST(InspectReports, MachOAgreesWithLLVM) {
+  const auto document = test::inspectDocument({"macho", test::universalExecutable()});
+  EXPECT_EQ(uuidsIn(document, "slices"), uuidsByLLVM(test::universalExecutable()));
+  EXPECT_EQ(textAt(document, "instanceIdentifier").size(), 40u);
+  const test::TemporaryFolder folder;
+  test::linkImage(folder / "image",
+                  {.minimumOS = "9.3.1", .sdk = "12.1", .dylibs = {"/usr/lib/libz.dylib"}});
+  const auto image = test::inspectDocument({"macho", folder / "image"});
+  EXPECT_EQ(textAt(image, "slices.0.minimumOSVersion"), "9.3.1");
+  EXPECT_EQ(textAt(image, "slices.0.linkedSDKVersion"), "12.1.0");
+  const auto otool = test::outputOf({test::llvmTool("llvm-otool"), "-L", folder / "image"});
+  for (const auto& dylib : *at(image, "slices.0.linkedDylibs").array()) {
+    EXPECT_THAT(otool, HasSubstr("\t" + *dylib.string() + " ("));
+  }
+}
+
+TEST(InspectReports, MachOWithoutUUIDHasNoIdentifier) {
+  const test::TemporaryFolder folder;
+  const auto file = folder.write("image", test::MachOImage::arm64().dylib("/x").bytes());
+  const auto document = test::inspectDocument({"macho", file});
+  EXPECT_EQ(at(document, "instanceIdentifier"), Value());
+  EXPECT_EQ(at(document, "slices.0.uuid"), Value());
+  EXPECT_THAT(test::inspectRun({"macho", file, "-v"}).standardOutput,
+              HasSubstr("arm64 links\n/x\n"));
+}
+
+TEST(InspectReports, DSYMAgreesWithLLVMAndMatchesItsBinary) {
+  const test::TemporaryFolder folder;
+  test::linkImage(folder / "Demo", {.compilerArguments = {"-g"}});
+  test::makeDSYM(folder / "Demo", folder / "Demo.dSYM");
+  const auto document =
+      test::inspectDocument({"dsym", folder / "Demo.dSYM", "--match", folder / "Demo"});
+  EXPECT_EQ(uuidsIn(document, "uuids"), uuidsByLLVM(folder / "Demo.dSYM"));
+  EXPECT_EQ(textAt(document, "bundleIdentifier"), "Demo");
+  EXPECT_EQ(at(document, "match.0.hasSymbols"), Value(true));
+
+  const auto other =
+      test::inspectRun({"dsym", folder / "Demo.dSYM", "--match", test::universalExecutable()});
+  EXPECT_EQ(other.status, 1);
+  EXPECT_THAT(other.standardOutput, HasSubstr(": no symbols here\n"));
+}
+
+TEST(InspectReports, AppReadsTheSameFromFolderIPAAndArchive) {
+  const test::TemporaryFolder folder;
+  const test::ScopedEnvironment temporary("TMPDIR", folder.path().c_str());
+  const auto app = test::makeApp(folder.path());
+  const auto ipa = test::packIPA(app, folder / "Some App.ipa");
+  test::makeArchive(folder / "Example.xcarchive", app);
+  const auto keychain = test::writeKeychain(folder / "keys.pem");
+
+  const auto expected = test::inspectDocument({"app", app, "--keychain", keychain});
+  EXPECT_EQ(textAt(expected, "bundleIdentifier"), "com.example.app");
+  EXPECT_EQ(uuidsIn(expected, "macho.slices"), uuidsByLLVM(test::universalExecutable()));
+  EXPECT_EQ(textAt(expected, "profile.developerCertificates.0.signingIdentity"),
+            test::signingFamily().leaf.sha1());
+  for (const std::filesystem::path& source : {ipa, folder / "Example.xcarchive"}) {
+    SCOPED_TRACE(source);
+    const auto document = test::inspectDocument({"app", source});
+    EXPECT_EQ(at(document, "macho"), at(expected, "macho"));
+    EXPECT_EQ(at(document, "displayVersion"), at(expected, "displayVersion"));
+    EXPECT_EQ(at(document, "profile.developerCertificates.0.isPrivateKeyAvailable"), Value(false));
+    // Told apart from what the inflated .ipa leaves: nothing.
+    EXPECT_FALSE(std::filesystem::exists(textAt(document, "path")) && source == ipa);
+  }
+  for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+    EXPECT_THAT(entry.path().filename().string(), Not(testing::StartsWith("sendoff-inspect-")));
+  }
+}
+
+TEST(InspectReports, ProfileShowsPeopleOnlyWhereAskedTo) {
+  const test::TemporaryFolder folder;
+  const auto profile = test::makeApp(folder.path()) / "embedded.mobileprovision";
+  const auto document = test::inspectDocument({"profile", profile});
+  const auto device = textAt(document, "provisionedDevices.0");
+  const auto person = textAt(document, "developerCertificates.0.commonName");
+  EXPECT_EQ(textAt(document, "expirationDate"), "2045-03-01T00:00:00Z");
+  EXPECT_EQ(textAt(document, "developerCertificates.0.sha1"), test::signingFamily().leaf.sha1());
+  EXPECT_EQ(at(document, "newerMatch"), Value());
+
+  const auto plain = test::inspectRun({"profile", profile}).standardOutput;
+  EXPECT_THAT(plain, HasSubstr("provisionedDevices: 2 devices\n"));
+  EXPECT_THAT(plain, HasSubstr("developerCertificates: 1 certificate, 0 with a private key\n"));
+  EXPECT_THAT(plain, testing::AllOf(Not(HasSubstr(device)), Not(HasSubstr(person))));
+  const auto detailed = test::inspectRun({"profile", profile, "-v"}).standardOutput;
+  EXPECT_THAT(detailed, testing::AllOf(HasSubstr(device), HasSubstr(person)));
+}
+
+TEST(InspectReports, InstalledProfilesAndTheNewerOne) {
+  const test::TemporaryFolder folder;
+  const test::ScopedEnvironment home("HOME", folder.path().c_str());
+  test::AppOptions newer;
+  newer.profile.uuid = "99999999-2222-3333-4444-555555555555";
+  newer.profile.creationDate += std::chrono::hours(24);
+  const auto old = test::makeApp(folder / "old") / "embedded.mobileprovision";
+  const auto made = test::makeApp(folder / "new", newer) / "embedded.mobileprovision";
+  const auto installed =
+      folder / "Library/MobileDevice/Provisioning Profiles/newer.mobileprovision";
+  std::filesystem::create_directories(installed.parent_path());
+  std::filesystem::copy(made, installed);
+
+  EXPECT_EQ(textAt(test::inspectDocument({"profile", old}), "newerMatch.UUID"), newer.profile.uuid);
+  const auto all = test::inspectDocument({"profile", "--installed"});
+  EXPECT_EQ(at(all, "profiles").array()->size(), 1u);
+  EXPECT_EQ(textAt(all, "profiles.0.path"), installed);
+}
+
+TEST(InspectReports, ProjectTreeTargetsAndPaths) {
+  const test::TemporaryFolder folder;
+  folder.write("A.xcodeproj/project.pbxproj", R"(// !$*UTF8*$!
+{ rootObject = P; objects = {
+  P = { isa = PBXProject; mainGroup = G; targets = (T); };
+  G = { isa = PBXGroup; children = (F, S, GONE); sourceTree = "<group>"; };
+  S = { isa = PBXGroup; path = Sub; children = (D, S); sourceTree = "<group>"; };
+  F = { isa = PBXFileReference; path = main.m; sourceTree = "<group>"; };
+  D = { isa = PBXFileReference; path = Settings.bundle; sourceTree = "<group>"; };
+  T = { isa = PBXNativeTarget; name = App; productType = "com.apple.product-type.application"; buildPhases = (R); };
+  R = { isa = PBXResourcesBuildPhase; files = (B); };
+  B = { isa = PBXBuildFile; fileRef = D; };
+}; })");
+  const auto document =
+      test::inspectDocument({"project", folder / "A.xcodeproj", "--env", "SOURCE_ROOT=/src"});
+  EXPECT_EQ(textAt(document, "filesCount"), "[3]");
+  EXPECT_EQ(textAt(document, "groups.0.absolutePath"), "/src/main.m");
+  EXPECT_EQ(textAt(document, "groups.1.absolutePath"), "/src/Sub");
+  EXPECT_EQ(at(document, "groups.1.children.0.absolutePath"), Value());
+  EXPECT_EQ(textAt(document, "targets.0.settingBundle.objectId"), "D");
+  EXPECT_EQ(textAt(document, "targets.0.buildPhases.0.type"), "[5]");
+  EXPECT_THAT(test::inspectRun({"project", folder / "A.xcodeproj"}).standardOutput,
+              HasSubstr("main.m\nSub\n  Settings.bundle\n"));
+}
+
+TEST(InspectReports, ArchivesNewestFirst) {
+  const test::ArchivesHome home;
+  EXPECT_THAT(test::inspectRun({"archives"}).standardOutput,
+              HasSubstr("no archive in " + home.location().string()));
+  for (const std::string day : {"03-01", "03-02"}) {
+    std::filesystem::create_directories(home.location() / day);
+    home.addArchive(day, "App", "com.example." + day, day);
+  }
+  home.addArchive("03-02", "Older", "COM.example.03-02", "03-01");
+  const auto document = test::inspectDocument({"archives"});
+  EXPECT_EQ(at(document, "archives").array()->size(), 3u);
+  EXPECT_EQ(textAt(document, "archives.0.bundleIdentifier"), "com.example.03-02");
+  const auto latest = test::inspectDocument({"archives", "--latest", "com.example.03-02"});
+  EXPECT_EQ(textAt(latest, "archives.0.creationDate"), "2015-03-02T00:00:00Z");
+  EXPECT_EQ(test::inspectRun({"archives", "--latest", "com.none"}).status, 1);
+}
+
+}  // namespace

@@ -1,0 +1,49 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/Text.h"
+#include "inspect/TextOutput.h"
+
+namespace {
+
+using inspect::TextOutput;
+using inspect::TextStyle;
+
+const TextOutput::Row kHeadings = {"created", "identifier", "path"};
+const std::vector<TextOutput::Row> kRows = {
+    {"2015-03-01", "com.example.app", "/Users/grüße/Library/" + std::string(120, 'x')},
+    {"2015-03-02", "com.example.other", "/short"}};
+
+TEST(TextOutput, FitsTablesToTheTerminalWithoutLosingText) {
+  TextOutput text(TextStyle{.columns = true, .width = 80});
+  text.table(kHeadings, kRows);
+  std::string letters;
+  for (const auto& line : foundation::split(text.text(), '\n')) {
+    const auto characters = std::ranges::count_if(line, [](char c) { return (c & 0xc0) != 0x80; });
+    EXPECT_LE(characters, 80) << line;
+    letters += line;
+  }
+  EXPECT_EQ(std::ranges::count(letters, 'x'), 120 + 2 /* com.example twice */);
+  EXPECT_THAT(text.text(), testing::HasSubstr("created     identifier"));
+}
+
+TEST(TextOutput, WritesPlainRowsForOtherPrograms) {
+  TextOutput text(TextStyle{});
+  text.table(kHeadings, {{"a", "", "c"}});
+  text.fields({{"name", "value"}, {"longer name", std::nullopt}});
+  text.line("bad", TextOutput::Tone::bad);
+  EXPECT_EQ(text.text(), "a\t\tc\nname: value\nlonger name: -\nbad\n");
+}
+
+TEST(TextOutput, ColoursOnlyWhereAskedTo) {
+  TextOutput text(TextStyle{.columns = true, .colour = true});
+  text.fields({{"a", "1"}, {"bcd", "2"}});
+  text.line("fine", TextOutput::Tone::good);
+  EXPECT_EQ(text.text(), "a:   1\nbcd: 2\n\x1b[32mfine\x1b[0m\n");
+}
+
+TEST(TextOutput, ShowsForeignTextWithoutControlCharacters) {
+  EXPECT_EQ(inspect::printable("a\x1b[31m\nb\tü"), "a?[31m?b?ü");
+}
+
+}  // namespace
