@@ -111,7 +111,7 @@ TEST_F(URLConnectionTLS, AnEarlyAnswerIsTheAnswer) {
     return true;
   };
   const LoopbackServer server(alwaysAnswer(""), options);
-  for (int round = 0; round < 40; ++round) {
+  for (int round = 0; round < 15; ++round) {
     const auto exchange = send(server.url("/"), 20'000'000);
     ASSERT_TRUE(exchange.response) << round << ": " << exchange.error->description();
     EXPECT_EQ(exchange.response->statusCode, 413);
