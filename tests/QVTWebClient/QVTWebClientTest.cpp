@@ -150,9 +150,8 @@ TEST(QVTWebClient, CompletesHundredsAtOnceOnceEach) {
     client->getPathCompletion(path, [&, i, path](const Response& response) {
       EXPECT_NE(std::this_thread::get_id(), main);
       EXPECT_EQ(response->wasSuccessful(), i % 10 != 7);
-      const auto expected = i % 10 == 7
-                                ? std::nullopt
-                                : std::optional(foundation::Value(foundation::Array{path}));
+      const auto expected =
+          i % 10 == 7 ? std::nullopt : std::optional(foundation::Value(foundation::Array{path}));
       EXPECT_EQ(response->body(), expected);
       ++calls[i];
       ++done;

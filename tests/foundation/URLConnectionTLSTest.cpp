@@ -87,7 +87,8 @@ TEST_F(URLConnectionTLS, AMissingListOfAuthoritiesTrustsNobody) {
 
 TEST_F(URLConnectionTLS, TLSThatIsCutInTheMiddleIsALostConnection) {
   for (const std::string& before :
-       {std::string(), std::string("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nfive!"),
+       {std::string(),
+        std::string("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nfive!"),
         std::string("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfive!")}) {
     SCOPED_TRACE(before);
     const LoopbackServer server(
