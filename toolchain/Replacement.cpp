@@ -1,13 +1,12 @@
 #include "toolchain/Replacement.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <system_error>
 
 #include <fcntl.h>
-#include <sys/uio.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "foundation/Assertion.h"
 #include "foundation/FileAttributes.h"
@@ -22,34 +21,14 @@ using foundation::posixError;
 
 namespace {
 
-constexpr std::size_t kPiecesPerCall = 64;
-static_assert(kPiecesPerCall <= IOV_MAX);
-
-/// Drops `count` bytes from the front of the pieces.
-void advance(std::span<iovec>& pieces, std::size_t count) {
-  while (!pieces.empty() && count >= pieces.front().iov_len) {
-    count -= pieces.front().iov_len;
-    pieces = pieces.subspan(1);
-  }
-  if (count == 0) return;
-  pieces.front().iov_base = static_cast<char*>(pieces.front().iov_base) + count;
-  pieces.front().iov_len -= count;
-}
-
 /// 0, or the system's error number.
-int writeAll(int file, std::uint64_t offset, const Pieces& content) {
-  std::vector<iovec> vectors;
-  for (const Bytes& piece : content) {
-    // The interface is older than const.
-    if (!piece.empty()) vectors.push_back({const_cast<std::byte*>(piece.data()), piece.size()});
-  }
-  std::span<iovec> left(vectors);
-  while (!left.empty()) {
-    const int count = static_cast<int>(std::min(left.size(), kPiecesPerCall));
-    const ssize_t written = ::pwritev(file, left.data(), count, static_cast<off_t>(offset));
+int writeAll(int file, std::uint64_t offset, Bytes content) {
+  while (!content.empty()) {
+    const ssize_t written =
+        ::pwrite(file, content.data(), content.size(), static_cast<off_t>(offset));
     if (written < 0 && errno == EINTR) continue;
     if (written < 0) return errno;
-    advance(left, static_cast<std::size_t>(written));
+    content = content.subspan(static_cast<std::size_t>(written));
     offset += static_cast<std::uint64_t>(written);
   }
   return 0;
@@ -62,8 +41,13 @@ foundation::Error cannot(std::string_view what, const fs::path& path, int error)
 }  // namespace
 
 Result<> NewFile::write(std::uint64_t offset, const Pieces& content) const {
-  const int error = writeAll(file_.get(), offset, content);
-  return error == 0 ? Result<>() : cannot("write", target_, error);
+  for (const Bytes& piece : content) {
+    if (const int error = writeAll(file_.get(), offset, piece)) {
+      return cannot("write", target_, error);
+    }
+    offset += piece.size();
+  }
+  return {};
 }
 
 Result<> NewFile::flush() const {
