@@ -9,14 +9,19 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+usage() {
+  sed -n '2,/^set /{s/^# \{0,1\}//p}' scripts/demo.sh >&2
+  exit 64
+}
+
 ipa=
 keychain=
 while [ $# -gt 0 ]; do
-  case $# in 1) value= ;; *) value=$2 ;; esac
+  [ $# -ge 2 ] || usage
   case $1 in
-    --ipa) ipa=$(realpath "$value") ;;
-    --keychain) keychain=$(realpath "$value") ;;
-    *) sed -n '2,/^set /{s/^# \{0,1\}//p}' scripts/demo.sh >&2; exit 64 ;;
+    --ipa) ipa=$(realpath "$2") ;;
+    --keychain) keychain=$(realpath "$2") ;;
+    *) usage ;;
   esac
   shift 2
 done

@@ -119,7 +119,7 @@ PLIST
 sign_app() {
   printf '%s\n<dict>%s</dict>\n</plist>\n' "$plist_head" "$entitlements" >"$folder/entitlements.plist"
   "$codesign" --force --sign "iPhone Distribution: Example Corp ($team)" \
-    --keychain "$folder/keychain.pem" --entitlements "$folder/entitlements.plist" "$1" 2>/dev/null
+    --keychain "$folder/keychain.pem" --entitlements "$folder/entitlements.plist" "$1"
 }
 
 rm -rf "$folder"
