@@ -25,6 +25,8 @@ constexpr seconds kLimit{20};
 constexpr char kNotFound[] = "Unable to find path for archive monitoring";
 
 std::size_t openDescriptors() {
+  // The main loop opens descriptors of its own at its first run, and keeps them.
+  foundation::RunLoop::main().runUntil([] { return true; }, milliseconds(1));
   return static_cast<std::size_t>(
       std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
 }
