@@ -1,12 +1,13 @@
 #include "inspect/AppSource.h"
 
 #include <cerrno>
-#include <cstdlib>
+#include <optional>
 
 #include <stdlib.h>
 
 #include "foundation/FileManager.h"
 #include "foundation/Path.h"
+#include "foundation/ProcessInfo.h"
 #include "inspect/Arguments.h"
 #include "preparation/QVTIPA.h"
 #include "preparation/QVTInfoPlist.h"
@@ -33,10 +34,31 @@ std::shared_ptr<QVTCodeSignedResource> resourceOfApp(const std::string& path) {
   return resource;
 }
 
-/// Where the inflating code puts its folders is this process's temporary folder, so that is moved.
+/// Makes a folder this process's temporary folder for a scope. No other thread runs meanwhile.
+class TemporaryFolderChange {
+ public:
+  explicit TemporaryFolderChange(const std::filesystem::path& folder)
+      : before_(foundation::ProcessInfo::environmentValue("TMPDIR")) {
+    ::setenv("TMPDIR", folder.c_str(), 1);
+  }
+  ~TemporaryFolderChange() {
+    if (before_) {
+      ::setenv("TMPDIR", before_->c_str(), 1);
+    } else {
+      ::unsetenv("TMPDIR");
+    }
+  }
+  TemporaryFolderChange(const TemporaryFolderChange&) = delete;
+  TemporaryFolderChange& operator=(const TemporaryFolderChange&) = delete;
+
+ private:
+  std::optional<std::string> before_;
+};
+
+/// Archives are inflated below this process's temporary folder, so that is moved for the while.
 std::shared_ptr<QVTCodeSignedResource> resourceOfIPA(const std::string& path,
                                                      const PrivateFolder& folder) {
-  ::setenv("TMPDIR", folder.path().c_str(), 1);
+  const TemporaryFolderChange change(folder.path());
   return QVTIPA::initWithPath(path);
 }
 

@@ -43,7 +43,10 @@ foundation::Result<Arguments> Arguments::parse(const std::vector<std::string>& w
     const std::size_t equals = word.starts_with("--") ? word.find('=') : std::string_view::npos;
     const std::string_view name = word.substr(0, equals);
     const OptionRule* rule = ruleFor(rules, name);
-    if (!rule) return usageError("unknown option " + std::string(name));
+    if (!rule) {
+      return usageError("unknown option " + std::string(name) +
+                        " (write -- before an argument that begins with a dash)");
+    }
     auto& values = result.options_[std::string(name)];
     if (!rule->takesValue) {
       if (equals != std::string_view::npos) {

@@ -24,7 +24,8 @@ TEST(InspectCommandLine, SaysWhatIsWrongInOneLine) {
            Wrong{{"mach"}, 2, "sendoff-inspect: unknown command mach\n"},
            Wrong{{"macho"}, 2, "sendoff-inspect macho: an argument is missing\n"},
            Wrong{{"macho", "a", "b"}, 2, "sendoff-inspect macho: unexpected argument b\n"},
-           Wrong{{"macho", "a", "--jsn"}, 2, "sendoff-inspect macho: unknown option --jsn\n"},
+           Wrong{
+               {"macho", "a", "--jsn"}, 2, "sendoff-inspect macho: unknown option --jsn (write --"},
            Wrong{{"macho", "a", "--json=1"},
                  2,
                  "sendoff-inspect macho: option --json takes no value\n"},
@@ -77,7 +78,7 @@ TEST(InspectCommandLine, HelpNamesEveryCommandAndItsOptions) {
 
 TEST(InspectCommandLine, OptionsMayStandAnywhereAndEndAtTwoDashes) {
   const auto document =
-      test::inspectDocument({"arguments", "--glued", "--option=-F", "-F/a -F /b"});
+      test::inspectDocument({"arguments", "--glued", "--option=-F", "--", "-F/a -F /b"});
   EXPECT_EQ(test::at(document, "values"), (foundation::Array{"/a", "/b"}));
   const auto dashed = test::inspectRun({"arguments", "--", "--option"});
   EXPECT_EQ(dashed.standardOutput, "--option\n");

@@ -76,7 +76,10 @@ TEST_F(HandOff, FlawsOfAnAppAreNamedWithAdvice) {
            Flaw{"failure: Info.plist's CFBundleVersion is of type __NSCFNumber: ", 1,
                 [](auto& o) { o.info["CFBundleVersion"] = 42; }},
            Flaw{"failure: the profile is for com.example.other, the app is com.example.app: ", 1,
-                [](auto& o) { o.profile.bundleIdentifier = "com.example.other"; }},
+                [](auto& o) {
+                  o.info["CFBundleIdentifier"] = "com.example.app";
+                  o.profile.bundleIdentifier = "com.example.other";
+                }},
            Flaw{"failure: the provisioning profile expired on 2015-04-01: ", 1,
                 [](auto& o) {
                   o.profile.expirationDate = std::chrono::sys_days{std::chrono::year{2015} / 4 / 1};
@@ -86,7 +89,7 @@ TEST_F(HandOff, FlawsOfAnAppAreNamedWithAdvice) {
            Flaw{"failure: no certificate of the profile has its private key in the keychain: ", 1,
                 [](auto& o) { o.profile.developerCertificates = {test::makeFamily().leaf.der()}; }},
            Flaw{"failure: the app has no executable (CFBundleExecutable): ", 1,
-                [](auto& o) { o.info["CFBundleExecutable"] = "Missing"; }},
+                [](auto& o) { o.info["CFBundleExecutable"] = Value(); }},
        }) {
     SCOPED_TRACE(flaw.finding);
     test::AppOptions options;

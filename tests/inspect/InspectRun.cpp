@@ -12,7 +12,7 @@ inspect::Outcome inspectRun(const std::vector<std::string>& words) {
 }
 
 foundation::Value inspectDocument(std::vector<std::string> words) {
-  words.emplace_back("--json");
+  words.emplace(words.begin() + 1, "--json");
   const auto outcome = inspectRun(words);
   const auto document = foundation::JSON::decode(foundation::bytesOf(outcome.standardOutput));
   if (!document)
