@@ -1,0 +1,1 @@
+// Gives a target of precompiled headers something to compile.
