@@ -1,7 +1,6 @@
 option(SENDOFF_TESTS "Build the tests" ON)
 option(SENDOFF_BENCH "Build the benchmarks" OFF)
 option(SENDOFF_FUZZ "Build the fuzz targets (clang only)" OFF)
-option(SENDOFF_PRECOMPILED_HEADERS "Compile the standard headers once for all files" ON)
 set(SENDOFF_SANITIZE "" CACHE STRING "Sanitizers for everything, as in -fsanitize=")
 
 set(SENDOFF_API_BASE_URL "https://api.quorvantile.example" CACHE STRING
@@ -27,18 +26,17 @@ set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g1" CACHE STRING "Flags of RelWithDebIn
 set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g1" CACHE STRING "Flags of Debug, which the sanitizer presets use" FORCE)
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  # Without these two ccache passes over every file that uses precompiled headers.
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
-      CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE_PROGRAM})
-  if(SENDOFF_PRECOMPILED_HEADERS AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    add_compile_options(-fpch-preprocess)
-  endif()
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # Optimised, `"text" + string` is reported as an overlapping copy (GCC bug 105651).
   add_compile_options(-Wno-restrict)
+endif()
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # Joined source files look like headers to this one, which wants no unnamed namespaces in them.
+  add_compile_options(-Wno-subobject-linkage)
 endif()
 if(SENDOFF_SANITIZE)
   add_compile_options(-fsanitize=${SENDOFF_SANITIZE} -fno-omit-frame-pointer

@@ -1,13 +1,3 @@
-set(SENDOFF_STANDARD_HEADERS
-    <algorithm> <chrono> <cstdint> <filesystem> <functional> <map> <memory> <optional> <set> <span>
-    <string> <string_view> <utility> <variant> <vector>)
-
-# What most files include, compiled once; files include what they use all the same.
-if(SENDOFF_PRECOMPILED_HEADERS)
-  add_library(sendoff_headers OBJECT ${PROJECT_SOURCE_DIR}/cmake/empty.cpp)
-  target_precompile_headers(sendoff_headers PRIVATE ${SENDOFF_STANDARD_HEADERS})
-endif()
-
 # sendoff_library(NAME SOURCES file... [LINK target...] [PRIVATE_LINK target...])
 #
 # One folder, one static library. Headers are included as "folder/Header.h" from the source root.
@@ -16,9 +6,6 @@ function(sendoff_library name)
   add_library(${name} STATIC ${ARG_SOURCES})
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} PRIVATE ${PROJECT_BINARY_DIR})
   target_link_libraries(${name} PUBLIC ${ARG_LINK} PRIVATE ${ARG_PRIVATE_LINK})
-  if(SENDOFF_PRECOMPILED_HEADERS)
-    target_precompile_headers(${name} REUSE_FROM sendoff_headers)
-  endif()
 endfunction()
 
 # sendoff_test(NAME SOURCES file... [LINK target...] [LABELS label...])
@@ -32,8 +19,5 @@ function(sendoff_test name)
   target_compile_options(${name} PRIVATE -O0)
   set_target_properties(${name} PROPERTIES
                         RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests/bin)
-  if(SENDOFF_PRECOMPILED_HEADERS)
-    target_precompile_headers(${name} REUSE_FROM sendoff_test_headers)
-  endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300 LABELS "${ARG_LABELS}")
 endfunction()

@@ -1,1 +1,0 @@
-// Gives a target of precompiled headers something to compile.
