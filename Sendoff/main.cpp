@@ -2,9 +2,9 @@
 #include <exception>
 
 #include "Sendoff/CommandLine.h"
-#include "Sendoff/SigningToolPath.h"
 #include "Sendoff/StandardDescriptors.h"
 #include "console/QVTCLUtilLog.h"
+#include "preparation/SigningToolPath.h"
 
 int main(int argc, char** argv) {
   openMissingStandardDescriptors();

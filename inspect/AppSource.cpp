@@ -8,8 +8,9 @@
 #include "foundation/FileManager.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
+#include "foundation/Text.h"
 #include "inspect/Arguments.h"
-#include "preparation/QVTIPA.h"
+#include "preparation/QVTFileSystemUtils.h"
 #include "preparation/QVTInfoPlist.h"
 #include "xcode/QVTXcodeArchive.h"
 
@@ -55,11 +56,38 @@ class TemporaryFolderChange {
   std::optional<std::string> before_;
 };
 
-/// Archives are inflated below this process's temporary folder, so that is moved for the while.
-std::shared_ptr<QVTCodeSignedResource> resourceOfIPA(const std::string& path,
-                                                     const PrivateFolder& folder) {
+/// What `unzip` had to say, on one line.
+std::string wordsOfUnzip(const foundation::Error& error) {
+  const auto said = error.userInfo.find("stderr");
+  const std::string* text = said == error.userInfo.end() ? nullptr : said->second.string();
+  if (!text) return error.localizedDescription();
+  std::vector<std::string> words;
+  for (const auto& line : foundation::split(*text, '\n')) {
+    const auto word = foundation::trimmed(line);
+    if (!word.empty()) words.emplace_back(word);
+  }
+  return "unzip says: " + foundation::joined(words, " ");
+}
+
+/// The folder of the app in an .ipa, unpacked below `folder`. Archives are inflated below this
+/// process's temporary folder, so that is moved for the while.
+Result<std::string> inflatedApp(const std::string& path, const PrivateFolder& folder) {
+  if (QVTFileSystemUtils::pathForShellTool("unzip").value_or("").empty()) {
+    return inputError("cannot read " + path + " as an .ipa: unzip is not in PATH");
+  }
   const TemporaryFolderChange change(folder.path());
-  return QVTIPA::initWithPath(path);
+  std::optional<foundation::Error> error;
+  const auto inflated = QVTFileSystemUtils::inflateToTemporaryPathArchive(path, &error);
+  if (!inflated) {
+    return inputError("cannot read " + path + " as an .ipa: " +
+                      (error ? wordsOfUnzip(*error) : std::string("it cannot be inflated")));
+  }
+  const std::string payload = *inflated + "Payload";
+  const auto names = QVTFileSystemUtils::findPathsToAppsInDirectory(payload);
+  if (!names || names->empty()) {
+    return inputError("cannot read " + path + " as an .ipa: no app in its Payload");
+  }
+  return payload + "/" + names->front();
 }
 
 }  // namespace
@@ -85,9 +113,10 @@ Result<AppSource> AppSource::open(const std::string& path) {
     auto folder = PrivateFolder::make();
     if (!folder) return folder.error();
     source.folder_.emplace(std::move(*folder));
-    source.resource_ = resourceOfIPA(path, *source.folder_);
-    if (!source.resource_)
-      return inputError("cannot read " + path + " as an .ipa: no zip, or no app in its Payload");
+    const auto app = inflatedApp(path, *source.folder_);
+    if (!app) return app.error();
+    source.resource_ = resourceOfApp(*app);
+    if (!source.resource_) return inputError("cannot open " + *app + " as an app");
     return source;
   }
   if (foundation::pathExtension(path) == "xcarchive") {

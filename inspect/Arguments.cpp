@@ -1,6 +1,12 @@
 #include "inspect/Arguments.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <system_error>
+
+#include <fcntl.h>
+
+#include "foundation/Handle.h"
 
 namespace inspect {
 
@@ -8,6 +14,7 @@ namespace {
 
 constexpr std::string_view kUsageDomain = "sendoff-inspect.usage";
 constexpr std::string_view kInputDomain = "sendoff-inspect.input";
+constexpr std::string_view kHelp = "--help";
 
 const OptionRule* ruleFor(const ArgumentRules& rules, std::string_view name) {
   const auto found = std::ranges::find(rules.options, name, &OptionRule::name);
@@ -26,6 +33,14 @@ foundation::Error inputError(std::string text) {
   return foundation::makeError(kInputDomain, 1, std::move(text));
 }
 
+foundation::Error unreadable(const std::string& path, std::string_view otherwise) {
+  const foundation::FileDescriptor file(
+      ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  const std::string reason =
+      file ? std::string(otherwise) : std::system_category().message(errno);
+  return inputError("cannot read " + (path.empty() ? "an empty path" : path) + ": " + reason);
+}
+
 foundation::Result<Arguments> Arguments::parse(const std::vector<std::string>& words,
                                                const ArgumentRules& rules) {
   Arguments result;
@@ -42,6 +57,10 @@ foundation::Result<Arguments> Arguments::parse(const std::vector<std::string>& w
     }
     const std::size_t equals = word.starts_with("--") ? word.find('=') : std::string_view::npos;
     const std::string_view name = word.substr(0, equals);
+    if (word == kHelp) {
+      result.options_[std::string(kHelp)];
+      return result;
+    }
     const OptionRule* rule = ruleFor(rules, name);
     if (!rule) {
       return usageError("unknown option " + std::string(name) +

@@ -27,6 +27,7 @@ struct ArgumentRules {
 class Arguments {
  public:
   /// Options may stand anywhere, values as the next word or behind "="; "--" ends the options.
+  /// `--help` is known everywhere; nothing behind it is looked at, and nothing needs to be there.
   /// Fails with a usage error that names the word.
   static foundation::Result<Arguments> parse(const std::vector<std::string>& words,
                                              const ArgumentRules& rules);
@@ -49,5 +50,8 @@ bool isUsageError(const foundation::Error& error);
 
 /// Something that could not be read; the program ends with status 1 for it.
 foundation::Error inputError(std::string text);
+
+/// "cannot read `path`: " and the system's reason, or `otherwise` when the system would read it.
+foundation::Error unreadable(const std::string& path, std::string_view otherwise);
 
 }  // namespace inspect

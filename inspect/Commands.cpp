@@ -5,24 +5,26 @@ namespace inspect {
 const std::vector<Command>& allCommands() {
   static const std::vector<Command> commands = {
       {"macho",
-       "FILE",
+       "FILE [-v]",
        "architectures, UUIDs, versions and dylibs of a Mach-O file",
        "Versions come from the version-min commands only, dylibs from the plain load commands "
        "only,\n"
-       "as the release service sees them.\n",
+       "as the release service sees them. -v names the dylibs that the text counts.\n",
        {1, 1, {{"-v"}}},
        reportMachO},
       {"app",
-       "PATH [--keychain P]",
+       "PATH [--keychain P] [-v]",
        "an .app, .ipa or .xcarchive: identity, executable, profile",
-       "",
+       "An .ipa is inflated into a temporary folder that is gone afterwards: paths below it say\n"
+       "where things stood. Without -v the text counts dylibs, devices and certificates.\n",
        {1, 1, {{"--keychain", true}, {"-v"}}},
        reportApp},
       {"profile",
-       "FILE [--keychain P] | --installed",
+       "FILE | --installed [--keychain P] [-v]",
        "a provisioning profile and its certificates",
-       "Without -v the text counts devices and certificates instead of naming them; --json holds "
-       "all.\n",
+       "Private keys are looked for in P (a PEM or PKCS #12 file, or a folder), else in\n"
+       "~/Library/Keychains. Without -v the text counts devices and certificates instead of naming\n"
+       "them; --json holds all.\n",
        {0, 1, {{"--keychain", true}, {"--installed"}, {"-v"}}},
        reportProfile},
       {"dsym",
@@ -45,28 +47,38 @@ const std::vector<Command>& allCommands() {
       {"archives",
        "[--latest BUNDLE_ID] [--watch]",
        "Xcode's archives, newest first",
-       "--watch prints a line for every change until interrupted.\n",
+       "--latest: only the newest of this identifier, in any case of letters; status 1 without one.\n"
+       "--watch prints a line for every notification of new archives until interrupted, and waits\n"
+       "for the folder where it is missing.\n",
        {0, 0, {{"--latest", true}, {"--watch"}}},
        reportArchives},
       {"check",
        "PATH [--keychain P] [--dsym DIR]",
        "what would stop this hand-off",
-       "Status 0: nothing found; 1: something would fail; 3: warnings only. Nothing is sent.\n",
+       "PATH as for app. One line for each finding, with what to do about it; nothing is sent or\n"
+       "changed. DIR is a .dSYM bundle or a folder of them. Status 0: nothing found; 1: something\n"
+       "would fail; 3: warnings only.\n",
        {1, 1, {{"--keychain", true}, {"--dsym", true}}},
        reportHandOffCheck},
       {"search-paths",
        "VALUE [--directory D]",
        "the folders in a framework-search-paths setting",
-       "",
+       "Relative folders are looked for below D, else below the current one. Quoting that was lost\n"
+       "is mended by what exists on disk.\n",
        {1, 1, {{"--directory", true}}},
        reportSearchPaths},
       {"arguments",
        "STRING [--option O ...] [--glued]",
        "a command line split as the shell would",
-       "",
+       "With --option the values of those options instead; --glued takes -Ovalue as well. Write --\n"
+       "before a STRING that begins with a dash.\n",
        {1, 1, {{"--option", true}, {"--glued"}}},
        reportArguments},
-      {"platform", "NAME", "the names of a platform", "", {1, 1, {}}, reportPlatform},
+      {"platform",
+       "NAME",
+       "the names of a platform",
+       "NAME is an SDK's (iphoneos, appletvsimulator) or the short one of the service (ios).\n",
+       {1, 1, {}}, reportPlatform},
   };
   return commands;
 }

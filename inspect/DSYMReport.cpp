@@ -68,8 +68,7 @@ foundation::Result<Report> reportDSYM(const Arguments& arguments) {
   const std::string& path = arguments.operands()[0];
   const auto symbols = QVTdSYM::dSYMWithURL(foundation::URL::fileURLWithPath(path));
   if (!symbols) {
-    return inputError("cannot read " + path +
-                      ": no symbol bundle with a file in Contents/Resources/DWARF");
+    return unreadable(path, "no symbol bundle with a file in Contents/Resources/DWARF");
   }
   Dictionary document{{"bundleIdentifier", orNull(symbols->bundleIdentifier())},
                       {"bundleVersion", orNull(symbols->bundleVersion())},
@@ -79,7 +78,7 @@ foundation::Result<Report> reportDSYM(const Arguments& arguments) {
   Report report;
   if (const auto other = arguments.value("--match")) {
     const auto binary = QVTMachOBinary::MachOBinaryWithPath(*other);
-    if (!binary) return inputError("cannot read " + *other + " as a Mach-O file");
+    if (!binary) return unreadable(*other, "no regular file, or shorter than any Mach-O file");
     auto slices = matches(*binary, document.at("uuids"));
     report.status = anyIsMissing(slices) ? 1 : 0;
     document["match"] = std::move(slices);

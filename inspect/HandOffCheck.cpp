@@ -101,6 +101,15 @@ std::vector<foundation::Certificate> certificatesOf(const QVTProvisioningProfile
   return result;
 }
 
+/// The team that the profile is for. Its identifier prefix is the team's in newer accounts only.
+std::string teamOf(const QVTProvisioningProfile& profile) {
+  const auto dictionary =
+      QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(profile.path());
+  const auto* teams = dictionary ? foundation::arrayAt(*dictionary, "TeamIdentifier") : nullptr;
+  if (teams && !teams->empty() && teams->front().string()) return *teams->front().string();
+  return profile.applicationIdentifierPrefix().value_or("");
+}
+
 Findings checkNestedPiece(const std::filesystem::path& path, const std::string& name,
                           const std::string& team) {
   const auto facts = signatureFacts(path);
@@ -260,12 +269,12 @@ Findings checkEntitlements(const HandOff& handOff) {
       QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(handOff.profile->path());
   const auto* granted =
       dictionary ? foundation::dictionaryAt(*dictionary, "Entitlements") : nullptr;
-  if (!facts || !granted) return {};
+  if (!facts) return {};
   Findings findings;
   for (const auto& [key, value] : facts->entitlements) {
     if (key == kRemovedEntitlement) continue;
-    const auto* pattern = foundation::find(*granted, key);
-    if (pattern && grants(*pattern, value)) continue;
+    const auto* pattern = granted ? foundation::find(*granted, key) : nullptr;
+    if (grants(pattern ? *pattern : foundation::Value(), value)) continue;
     findings.push_back(fails("the app's entitlement " + key + " = " +
                                  foundation::singleLineDescription(value) +
                                  " is not granted by the profile",
@@ -283,8 +292,7 @@ Findings checkNestedCode(const HandOff& handOff) {
     return {fails("nested code cannot be listed: " + nested.error().localizedDescription(),
                   "mind the app's permissions")};
   }
-  const std::string team =
-      handOff.profile ? handOff.profile->applicationIdentifierPrefix().value_or("") : "";
+  const std::string team = handOff.profile ? teamOf(*handOff.profile) : "";
   Findings findings;
   for (const auto& path : *nested) {
     append(findings, checkNestedPiece(path, path.lexically_relative(bundle->path).string(), team));

@@ -62,9 +62,7 @@ void showBinary(const Value& document, const BinaryTextOptions& options, TextOut
 foundation::Result<Report> reportMachO(const Arguments& arguments) {
   const std::string& path = arguments.operands()[0];
   const auto binary = QVTMachOBinary::MachOBinaryWithPath(path);
-  if (!binary) {
-    return inputError("cannot read " + path + ": not there, no regular file, or below 16 bytes");
-  }
+  if (!binary) return unreadable(path, "no regular file, or shorter than any Mach-O file");
   const BinaryTextOptions options{.withDylibs = arguments.has("-v")};
   Value document = describeBinary(*binary);
   return Report{document,

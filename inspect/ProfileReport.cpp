@@ -49,8 +49,9 @@ Value describeCertificates(const std::string& path,
   return result;
 }
 
-Value describeNewerMatch(const QVTProvisioningProfile& profile) {
-  const auto newer = profile.findNewerMatchForProvisioningProfile();
+Value describeNewerMatch(const QVTProvisioningProfile& profile,
+                         const ProfileSurroundings& surroundings) {
+  const auto newer = profile.newestMatchAmong(surroundings.installed);
   if (!newer) return {};
   return Dictionary{{"path", newer->path()},
                     {"UUID", orNull(newer->UUID())},
@@ -89,16 +90,21 @@ void showPeople(const Value& document, TextOutput& text) {
   }
 }
 
-Value describeInstalled() {
+Value describeInstalled(const ProfileSurroundings& surroundings) {
   foundation::Array profiles;
-  const auto now =
-      std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
-  for (const auto& profile : QVTProvisioningProfile::installedProfiles()) {
-    profiles.push_back(describeProfile(*profile, std::nullopt, now));
+  for (const auto& profile : surroundings.installed) {
+    profiles.push_back(describeProfile(*profile, surroundings));
   }
   std::ranges::stable_sort(profiles, {},
                            [](const Value& p) { return textAt(p, "name").value_or(""); });
   return Dictionary{{"profiles", std::move(profiles)}};
+}
+
+void showInstalledInDetail(const Value& document, TextOutput& text) {
+  for (const auto& profile : entriesAt(document, "profiles")) {
+    text.heading(textAt(profile, "name").value_or("-"));
+    showProfile(profile, {.withPeople = true}, text);
+  }
 }
 
 void showInstalled(const Value& document, TextOutput& text) {
@@ -108,15 +114,25 @@ void showInstalled(const Value& document, TextOutput& text) {
         {textAt(profile, "name").value_or("-"), textAt(profile, "bundleIdentifier").value_or("-"),
          textAt(profile, "daysToExpiry").value_or("-"), textAt(profile, "UUID").value_or("-")});
   }
-  text.table({"name", "bundle identifier", "days left", "UUID"}, rows);
-  if (rows.empty())
+  if (rows.empty()) {
     text.line("no profile is installed in " + QVTProvisioningProfile::profileDirectories().front());
+  } else {
+    text.table({"name", "bundle identifier", "days left", "UUID"}, rows);
+  }
 }
 
 }  // namespace
 
+ProfileSurroundings ProfileSurroundings::current(std::optional<std::string> keychainPath) {
+  return {
+      .keychainPath = std::move(keychainPath),
+      .installed = QVTProvisioningProfile::installedProfiles(),
+      .now =
+          std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now())};
+}
+
 Value describeProfile(const QVTProvisioningProfile& profile,
-                      const std::optional<std::string>& keychainPath, foundation::Date now) {
+                      const ProfileSurroundings& surroundings) {
   const auto& devices = profile.provisionedDevices();
   std::vector<std::string> sortedDevices(devices.begin(), devices.end());
   std::ranges::sort(sortedDevices);
@@ -134,10 +150,10 @@ Value describeProfile(const QVTProvisioningProfile& profile,
       {"provisionsAllDevices", profile.provisionsAllDevices()},
       {"creationDate", orNull(profile.creationDate())},
       {"expirationDate", orNull(profile.expirationDate())},
-      {"daysToExpiry", daysUntil(profile.expirationDate(), now)},
+      {"daysToExpiry", daysUntil(profile.expirationDate(), surroundings.now)},
       {"provisionedDevices", arrayOf(sortedDevices)},
-      {"developerCertificates", describeCertificates(profile.path(), keychainPath)},
-      {"newerMatch", describeNewerMatch(profile)}};
+      {"developerCertificates", describeCertificates(profile.path(), surroundings.keychainPath)},
+      {"newerMatch", describeNewerMatch(profile, surroundings)}};
 }
 
 void showProfile(const Value& document, const ProfileTextOptions& options, TextOutput& text) {
@@ -159,18 +175,19 @@ foundation::Result<Report> reportProfile(const Arguments& arguments) {
   if (installed == !arguments.operands().empty()) {
     return usageError("give either a FILE or --installed");
   }
+  const bool detailed = arguments.has("-v");
+  const auto keychain = arguments.value("--keychain");
   if (installed) {
-    Value document = describeInstalled();
-    return Report{document, [document](TextOutput& text) { showInstalled(document, text); }};
+    Value document = describeInstalled(ProfileSurroundings::current(keychain));
+    return Report{document, [document, detailed](TextOutput& text) {
+                    (detailed ? showInstalledInDetail : showInstalled)(document, text);
+                  }};
   }
   const std::string& path = arguments.operands()[0];
-  const auto keychain = arguments.value("--keychain");
   const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(path, keychain);
-  if (!profile) return inputError("cannot read " + path + " as a provisioning profile");
-  const auto now =
-      std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
-  Value document = describeProfile(*profile, keychain, now);
-  const ProfileTextOptions options{.withPeople = arguments.has("-v")};
+  if (!profile) return unreadable(path, "no provisioning profile, or a damaged one");
+  Value document = describeProfile(*profile, ProfileSurroundings::current(keychain));
+  const ProfileTextOptions options{.withPeople = detailed};
   return Report{document,
                 [document, options](TextOutput& text) { showProfile(document, options, text); }};
 }

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 
 #include "foundation/JSON.h"
+#include "foundation/SystemLog.h"
 #include "inspect/Commands.h"
 
 namespace inspect {
@@ -49,15 +51,20 @@ Outcome failure(const Command& command, const foundation::Error& error) {
 
 Outcome runCommand(const Command& command, const std::vector<std::string>& words,
                    const TextStyle& style) {
-  if (std::ranges::find(words, "--help") != words.end()) return {usage(command), "", 0};
   ArgumentRules rules = command.rules;
   rules.options.push_back({"--json"});
   const auto arguments = Arguments::parse(words, rules);
   if (!arguments) return failure(command, arguments.error());
+  if (arguments->has("--help")) return {usage(command), "", 0};
+  // What the library logs on the way stands beside an answer, but a failure is one line. A watch
+  // has no end at which it could be shown.
+  std::optional<foundation::SystemLogHold> log;
+  if (!arguments->has("--watch")) log.emplace();
   const auto report = command.run(*arguments);
   if (!report) return failure(command, report.error());
   Outcome outcome;
   outcome.status = report->status;
+  if (log) outcome.standardError = log->take();
   if (arguments->has("--json")) {
     outcome.standardOutput = foundation::JSON::encode(report->document, 2) + "\n";
   } else {

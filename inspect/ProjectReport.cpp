@@ -150,9 +150,7 @@ foundation::Result<Report> reportProject(const Arguments& arguments) {
     path = foundation::appendingPathComponent(path, "project.pbxproj");
   }
   const auto project = QVTIDEProject::initWithProjectPath(path);
-  if (!project) {
-    return inputError("cannot read " + path + ": not there, not UTF-8 text, or no property list");
-  }
+  if (!project) return unreadable(path, "not UTF-8 text, or no property list with a project");
   Value document = describeProject(*project, pairs.empty() ? nullptr : &*environment);
   return Report{document, [document](TextOutput& text) { showProject(document, text); }};
 }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "inspect/Program.h"
+#include "preparation/SigningToolPath.h"
 
 namespace {
 
@@ -23,6 +24,8 @@ bool writeAll(int descriptor, std::string_view text) {
 
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
+  // So that `check` finds the tools that a hand-off would use.
+  appendSigningToolsToPath();
   const std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
   const auto outcome = inspect::runProgram(words, inspect::TextStyle::ofStandardOutput());
   writeAll(STDERR_FILENO, outcome.standardError);

@@ -4,7 +4,6 @@
 
 #include "Sendoff/CommandLine.h"
 #include "Sendoff/DistributionUpload.h"
-#include "Sendoff/SigningToolPath.h"
 #include "tests/Sendoff/ToolRun.h"
 #include "tests/support/MachOFixture.h"
 
@@ -109,9 +108,6 @@ TEST(CommandLineTest, OneMessageHasOneStampHoweverManyLines) {
 TEST(CommandLineTest, PlainFunctions) {
   EXPECT_THAT(stripWhitespaceFromStrings({" a b ", "\tc\n", "", "  "}),
               ElementsAre("ab", "\tc\n", "", ""));
-  EXPECT_EQ(pathWithSigningTools("/a:/b", "/p/tools"), "/a:/b:/p/tools");
-  EXPECT_EQ(pathWithSigningTools("", "/p/tools"), "/usr/bin:/bin:/p/tools");
-  EXPECT_EQ(pathWithSigningTools(std::nullopt, "/p/tools"), "/usr/bin:/bin:/p/tools");
   EXPECT_EQ(deviceFamilyNames(nullptr), "");
   const foundation::Value families = foundation::Array{1, "1", true, 2};
   EXPECT_EQ(deviceFamilyNames(&families), "iPhone,unknown,unknown,iPad");

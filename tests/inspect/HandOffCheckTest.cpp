@@ -61,6 +61,14 @@ TEST_F(HandOff, NothingIsFoundInASoundApp) {
   EXPECT_EQ(outcome.status, 0);
 }
 
+TEST_F(HandOff, TheProgramFindsTheSigningToolsBesideIt) {
+  const auto app = makeApp();
+  sign(app);
+  EXPECT_EQ(test::outputOf({"/usr/bin/env", "PATH=/usr/bin:/bin", SENDOFF_INSPECT, "check", app,
+                            "--keychain", keychain_}),
+            "Nothing found that would stop this hand-off.\n");
+}
+
 struct Flaw {
   std::string finding;
   int status;

@@ -8,6 +8,7 @@
 #include "foundation/FileManager.h"
 #include "foundation/Path.h"
 #include "preparation/QVTFileSystemUtils.h"
+#include "preparation/SigningToolPath.h"
 #include "tests/preparation/Archives.h"
 #include "tests/support/OtherProcess.h"
 
@@ -26,6 +27,12 @@ TEST(ToolLookUp, FindsShellTools) {
   EXPECT_EQ(QVTFileSystemUtils::pathForShellTool("sh"),
             fs::exists("/usr/bin/sh") ? "/usr/bin/sh" : "/bin/sh");
   EXPECT_EQ(QVTFileSystemUtils::pathForShellTool("no-such-tool-anywhere"), "");
+}
+
+TEST(ToolLookUp, OwnSigningToolsComeLast) {
+  EXPECT_EQ(pathWithSigningTools("/a:/b", "/p/tools"), "/a:/b:/p/tools");
+  EXPECT_EQ(pathWithSigningTools("", "/p/tools"), "/usr/bin:/bin:/p/tools");
+  EXPECT_EQ(pathWithSigningTools(std::nullopt, "/p/tools"), "/usr/bin:/bin:/p/tools");
 }
 
 TEST(ToolLookUp, AsksXcrunWhereThereIsOne) {

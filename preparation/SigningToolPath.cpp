@@ -1,11 +1,11 @@
-#include "Sendoff/SigningToolPath.h"
+#include "preparation/SigningToolPath.h"
 
 #include <cstdlib>
 
-#include "Sendoff/HostTools.h"
 #include "foundation/FileManager.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
+#include "preparation/HostTools.h"
 
 namespace {
 
