@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "foundation/Certificate.h"
@@ -86,19 +87,19 @@ std::vector<std::byte> makeRequirementSet(const requirement::Expression& designa
 /// The slot-2 blob with none: what ad-hoc signing writes.
 std::vector<std::byte> emptyRequirementSet();
 
-/// True for the three roots that Apple publishes at apple.com/certificateauthority: what "anchor
-/// apple generic" asks of a chain's last certificate.
-bool isAppleRoot(const foundation::Certificate& root);
+/// True for a chain (leaf first) of at least one issuer between leaf and root whose root calls
+/// itself one of Apple's: what "anchor apple" and "anchor apple generic" ask for. The root is told
+/// by its name alone, since whom to trust is the device's question; a root that only borrows the
+/// name gets a signature whose requirement devices do not find met.
+bool endsInAppleRoot(const std::vector<foundation::Certificate>& chain);
 
-enum class Anchor { apple, other };
-/// `apple` for a chain (leaf first) that ends in one of those roots.
-Anchor anchorOf(const std::vector<foundation::Certificate>& chain);
+/// The extension that marks issuers of developer identities.
+inline constexpr std::string_view kDeveloperIssuerMark = "1.2.840.113635.100.6.2.1";
 
-/// What the platform's tool writes by default. With Apple's anchor and an issuer that has the mark
-/// 1.2.840.113635.100.6.2.1, leaf name and that mark; otherwise the hash of the last certificate
-/// that is of the leaf's organisation. `chain` is leaf first and ends with the root.
+/// What the platform's tool writes by default. Below an Apple root, by an issuer that has the
+/// developers' mark: leaf name and that mark; otherwise the hash of the last certificate that is of
+/// the leaf's organisation. `chain` is leaf first and ends with the root.
 requirement::Expression defaultRequirement(const std::string& identifier,
-                                           const std::vector<foundation::Certificate>& chain,
-                                           Anchor anchor);
+                                           const std::vector<foundation::Certificate>& chain);
 
 }  // namespace toolchain

@@ -20,7 +20,6 @@ using requirement::Expression;
 using requirement::Match;
 using requirement::Operation;
 
-constexpr std::string_view kDeveloperRelationsMark = "1.2.840.113635.100.6.2.1";
 constexpr std::string_view kDeveloperIDMark = "1.2.840.113635.100.6.2.6";
 constexpr std::string_view kCertificatePolicies = "2.5.29.32";
 
@@ -124,22 +123,11 @@ bool hasMark(const Certificate* certificate, std::string_view oid) {
   return certificate && certificate->extensionValue(oid).has_value();
 }
 
-/// The chain's second certificate, when the chain ends in one of the vendor's own roots.
-const Certificate* appleIssuer(const RequirementSubject& subject) {
-  const Certificate* root = certificateAt(subject, -1);
-  return root && subject.chain.size() >= 3 && isAppleRoot(*root) ? certificateAt(subject, 1)
-                                                                 : nullptr;
-}
-
-bool isAppleGeneric(const RequirementSubject& subject) {
-  const Certificate* issuer = appleIssuer(subject);
-  return hasMark(issuer, kDeveloperRelationsMark) || hasMark(issuer, kDeveloperIDMark);
-}
-
+/// The vendor's own code is issued under none of its developer programs.
 bool isApple(const RequirementSubject& subject) {
-  const Certificate* issuer = appleIssuer(subject);
-  return issuer &&
-         issuer->commonName().value_or("").starts_with("Apple Code Signing Certification");
+  const Certificate* issuer = certificateAt(subject, 1);
+  return endsInAppleRoot(subject.chain) && !hasMark(issuer, kDeveloperIssuerMark) &&
+         !hasMark(issuer, kDeveloperIDMark);
 }
 
 bool matchesField(const Certificate* certificate, const Expression& expression) {
@@ -204,7 +192,7 @@ bool meets(const RequirementSubject& subject, const Expression& expression) {
     case Operation::anchorApple:
       return isApple(subject);
     case Operation::anchorAppleGeneric:
-      return isAppleGeneric(subject) || isApple(subject);
+      return endsInAppleRoot(subject.chain);
     case Operation::anchorHash:
       return hasHash(certificate, expression.data);
     case Operation::conjunction:

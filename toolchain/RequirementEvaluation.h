@@ -21,8 +21,8 @@ struct RequirementSubject {
 };
 
 /// Whether the code meets the requirement. No trust store is asked: "anchor apple generic" is met
-/// by chains that end in one of the platform vendor's roots (`isAppleRoot`) and whose leaf was
-/// issued under one of its developer programs, "anchor apple" by those of the vendor's own code.
+/// by chains whose root calls itself one of Apple's (`endsInAppleRoot`), "anchor apple" by those of
+/// them that were issued under none of its developer programs.
 bool meets(const RequirementSubject& subject, const requirement::Expression& expression);
 
 }  // namespace toolchain

@@ -76,8 +76,7 @@ foundation::CMS::Attribute hashAgility(const std::vector<CodeDirectory>& directo
 
 std::vector<std::byte> requirementsFor(const SignatureContent& content) {
   if (!content.identity) return emptyRequirementSet();
-  const auto& chain = content.identity->chain;
-  return makeRequirementSet(defaultRequirement(content.identifier, chain, anchorOf(chain)));
+  return makeRequirementSet(defaultRequirement(content.identifier, content.identity->chain));
 }
 
 std::uint64_t signatureRoom(const SignatureContent& content) {

@@ -227,11 +227,20 @@ std::string Family::pem() const {
          root.certificatePEM();
 }
 
-Family makeFamily(const CertificateOptions& options) {
-  MadeIdentity root = makeRoot();
+namespace {
+
+Family familyBelow(MadeIdentity root, const CertificateOptions& options) {
   MadeIdentity intermediate = makeIntermediate(root);
   MadeIdentity leaf = makeLeaf(intermediate, options);
   return {std::move(leaf), std::move(intermediate), std::move(root)};
+}
+
+}  // namespace
+
+Family makeFamily(const CertificateOptions& options) { return familyBelow(makeRoot(), options); }
+
+Family makeDeveloperFamily(const std::string& commonName) {
+  return familyBelow(makeRoot("Apple Root CA - G3"), {.commonName = commonName});
 }
 
 Data makePKCS12(const MadeIdentity& identity, const std::vector<MadeIdentity>& others,

@@ -79,6 +79,8 @@ struct Family {
   [[nodiscard]] std::string pem() const;
 };
 Family makeFamily(const CertificateOptions& options = {});
+/// The same below a root that is called like one of the platform vendor's.
+Family makeDeveloperFamily(const std::string& commonName = CertificateOptions().commonName);
 
 struct PKCS12Options {
   enum class Encryption {

@@ -82,8 +82,6 @@ TEST(RequirementEvaluationTest, Leaves) {
            {"position outside", data(Operation::anchorHash, hashOf(family.root), 9), false},
            {"position before the leaf", data(Operation::anchorHash, hashOf(family.leaf), -4),
             false},
-           {"home-made anchor", data(Operation::anchorAppleGeneric, ""), false},
-           {"home-made anchor, own code", data(Operation::anchorApple, ""), false},
            {"mark", with(Operation::certificateOID, bareOID(kMark), Match::exists, "", 1), true},
            {"no mark", with(Operation::certificateOID, bareOID(kMark), Match::exists, "", 0),
             false},
@@ -130,12 +128,38 @@ TEST(RequirementEvaluationTest, Junctions) {
   }
 }
 
+/// The vendor's roots are told by name, its developer programs by the issuer's mark.
+TEST(RequirementEvaluationTest, Anchors) {
+  const auto family = test::makeDeveloperFamily();
+  const auto leaf = family.leaf.certificate();
+  const auto root = family.root.certificate();
+  const auto unmarked = test::signingFamily().root.certificate();
+  struct Row {
+    const char* name;
+    std::vector<foundation::Certificate> chain;
+    bool isGeneric;
+    bool isOwn;
+  };
+  for (const auto& [name, chain, isGeneric, isOwn] : std::vector<Row>{
+           {"developer", {leaf, family.intermediate.certificate(), root}, true, false},
+           {"the vendor's own", {leaf, unmarked, root}, true, true},
+           {"home-made", subject().chain, false, false},
+           {"no issuer between", {leaf, root}, false, false},
+           {"cut off", {leaf, family.intermediate.certificate()}, false, false},
+           {"none", {}, false, false},
+       }) {
+    auto code = subject();
+    code.chain = chain;
+    EXPECT_EQ(meets(code, data(Operation::anchorAppleGeneric, "")), isGeneric) << name;
+    EXPECT_EQ(meets(code, data(Operation::anchorApple, "")), isOwn) << name;
+  }
+}
+
 /// Ad-hoc code has no certificates: whatever asks for one is not met.
 TEST(RequirementEvaluationTest, CodeWithoutChain) {
   auto code = subject();
   code.chain.clear();
   EXPECT_FALSE(meets(code, data(Operation::anchorHash, "", 0)));
-  EXPECT_FALSE(meets(code, data(Operation::anchorAppleGeneric, "")));
   EXPECT_FALSE(meets(code, with(Operation::certificateField, "subject.CN")));
   EXPECT_TRUE(meets(code, with(Operation::certificateField, "subject.CN", Match::absent)));
 }

@@ -8,8 +8,8 @@
 namespace {
 
 using namespace test;
+using foundation::Certificate;
 using testing::HasSubstr;
-using toolchain::Anchor;
 using toolchain::requirement::Expression;
 using toolchain::requirement::Match;
 using toolchain::requirement::Operation;
@@ -25,9 +25,8 @@ std::string hexText(std::string_view text) {
 TEST(Requirement, DeveloperIdentitiesAreNamedByLeafAndIssuersMark) {
   const std::string name = "iPhone Developer: J\xc3\xb6rg (ABCDE12345) and more xyz";
   ASSERT_EQ(name.size(), 49U);
-  const Family family = makeFamily({.commonName = name});
   const auto expression =
-      toolchain::defaultRequirement("com.example.app", chainOf(family), Anchor::apple);
+      toolchain::defaultRequirement("com.example.app", chainOf(makeDeveloperFamily(name)));
   const std::string expected =
       "fade0c01000000b8000000010000000300000014"
       "fade0c00000000a400000001"
@@ -54,14 +53,41 @@ TEST(Requirement, DeveloperIdentitiesAreNamedByLeafAndIssuersMark) {
 TEST(Requirement, OtherIdentitiesAreNamedByTheLastCertificateOfTheirOrganization) {
   const Family family = makeFamily();
   const auto chain = chainOf(family);
-  const auto hash = [](const MadeIdentity& one) {
-    return " = H\"" + foundation::lowercased(one.sha1()) + '"';
+  const auto developers = chainOf(makeDeveloperFamily());
+  const MadeIdentity root = makeRoot("Other CA");
+  const auto hash = [](const Certificate& one) {
+    return " = H\"" + foundation::lowercaseHex(one.sha1()) + '"';
   };
-  EXPECT_EQ(toolchain::text(toolchain::defaultRequirement("x", chain, toolchain::anchorOf(chain))),
-            "identifier x and certificate leaf" + hash(family.leaf));
-  // Alone, the leaf is the root.
-  EXPECT_EQ(toolchain::text(toolchain::defaultRequirement("x", {chain[0]}, Anchor::other)),
-            "identifier x and certificate root" + hash(family.leaf));
+  const auto organized = [](const MadeIdentity& issuer) {
+    return makeLeaf(issuer, {.commonName = "Issuer", .organizations = {"Example Corp"}});
+  };
+  const MadeIdentity issuer = organized(root);
+  struct Case {
+    const char* name;
+    std::vector<Certificate> chain;
+    std::string text;
+  };
+  for (const Case& c : {
+           Case{"the leaf alone", chain, "leaf" + hash(chain[0])},
+           Case{"the leaf is the root", {chain[0]}, "root" + hash(chain[0])},
+           Case{"an issuer of the same",
+                {chain[0], issuer.certificate(), root.certificate()},
+                "1" + hash(issuer.certificate())},
+           Case{"a root of the same",
+                {chain[0], issuer.certificate()},
+                "root" + hash(issuer.certificate())},
+           Case{"an issuer without mark",
+                {developers[0], chain[2], developers[2]},
+                "leaf" + hash(developers[0])},
+           Case{"no issuer between", {developers[0], developers[2]}, "leaf" + hash(developers[0])},
+           Case{"the name is the issuer's",
+                {developers[0], developers[1], developers[1]},
+                "leaf" + hash(developers[0])},
+       }) {
+    EXPECT_EQ(toolchain::text(toolchain::defaultRequirement("x", c.chain)),
+              "identifier x and certificate " + c.text)
+        << c.name;
+  }
 }
 
 Expression leaf(Operation operation, std::string data = {}) {

@@ -10,6 +10,7 @@
 #include "foundation/PropertyList.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/toolchain/CodeFixture.h"
+#include "toolchain/Description.h"
 #include "toolchain/Verification.h"
 
 namespace {
@@ -203,6 +204,19 @@ TEST(Sign, BundlesWithAResourcesFolderSealNestedCodeAsCode) {
   EXPECT_THAT(seal, HasSubstr("<string>identifier \"com.example.f\" and certificate"));
   EXPECT_THAT(seal, testing::Not(HasSubstr("F.framework/Info.plist")));
   EXPECT_EQ(complaintsAbout(app, kSigners[1], {"--no-seal-check"}), "");
+}
+
+TEST(Sign, DeveloperIdentitiesMeetTheRequirementThatTheirChainAsksFor) {
+  const TemporaryFolder folder;
+  const fs::path app = writeApp(folder.path());
+  const Family family = makeDeveloperFamily();
+  SignOptions options{.code = app, .identity = family.leaf.sha1()};
+  options.keychain = folder.write("keychain.pem", family.pem());
+  fs::permissions(*options.keychain, fs::perms(0600));
+  ASSERT_EQ(signingProblem(options), "");
+  EXPECT_THAT(*toolchain::describeRequirements(app),
+              ElementsAre(HasSubstr("anchor apple generic and certificate leaf[subject.CN] = ")));
+  EXPECT_EQ(toolchain::verify({.code = app}).status, 0);
 }
 
 using Damage = std::function<void(const fs::path& app, SignOptions& options)>;
