@@ -116,7 +116,7 @@ class Transcoder {
 void appendBase128(std::string& out, std::uint64_t number) {
   std::string digits;
   do {
-    const auto more = digits.empty() ? 0 : 0x80;
+    const unsigned more = digits.empty() ? 0 : 0x80;
     digits.insert(digits.begin(), static_cast<char>((number & 0x7f) | more));
     number >>= 7;
   } while (number != 0);

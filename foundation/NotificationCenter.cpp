@@ -48,11 +48,11 @@ struct NotificationCenter::Token::State {
       observations_.erase(found);
     }
 
-    std::vector<std::shared_ptr<State>> observersOf(std::string_view name) {
+    std::vector<std::shared_ptr<State>> observersOf(std::string_view wanted) {
       std::vector<std::shared_ptr<State>> found;
       const std::lock_guard lock(mutex_);
       std::ranges::copy_if(observations_, std::back_inserter(found),
-                           [&](const auto& observation) { return observation->name == name; });
+                           [&](const auto& observation) { return observation->name == wanted; });
       return found;
     }
 

@@ -54,7 +54,7 @@ std::string newUUIDString() {
 
 std::string uuidString(const unsigned char (&bytes)[16]) {
   std::string text = uppercaseHex(std::as_bytes(std::span(bytes)));
-  for (const std::size_t dash : {8, 13, 18, 23}) text.insert(dash, 1, '-');
+  for (const std::size_t dash : {8U, 13U, 18U, 23U}) text.insert(dash, 1, '-');
   return text;
 }
 

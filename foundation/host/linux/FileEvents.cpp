@@ -132,7 +132,7 @@ class EventReader {
       if (event.mask & IN_Q_OVERFLOW) {
         tell([](const Listener&) { return true; });
       } else if (event.mask & (kFolderWrites | kFileWrites)) {
-        tell([&](const Listener& listener) { return listener.watch == event.wd; });
+        tell([watch = event.wd](const Listener& listener) { return listener.watch == watch; });
       }
     }
   }
