@@ -5,10 +5,13 @@
 #include <cstdio>
 #include <ctime>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include <unistd.h>
 
+#include "foundation/Assertion.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 
@@ -34,6 +37,25 @@ const std::string& programName() {
     return last.empty() ? std::string("sendoff") : last;
   }();
   return name;
+}
+
+/// The lines that a hold keeps; absent while there is none.
+struct HeldLines {
+  std::mutex mutex;
+  std::optional<std::string> text;
+};
+
+/// Never destroyed: lines may come until the process ends.
+HeldLines& heldLines() {
+  static auto& shared = *new HeldLines;
+  return shared;
+}
+
+bool isHeld(const std::string& line) {
+  const std::lock_guard lock(heldLines().mutex);
+  if (!heldLines().text) return false;
+  *heldLines().text += line;
+  return true;
 }
 
 /// The time in the current zone. A lock of our own, since thread checkers do not see the one inside
@@ -62,7 +84,23 @@ void systemLogText(std::string_view text) {
     }
   }
   line += '\n';
-  writeToStandardError(line);
+  if (!isHeld(line)) writeToStandardError(line);
+}
+
+SystemLogHold::SystemLogHold() {
+  const std::lock_guard lock(heldLines().mutex);
+  assertThat(!heldLines().text, "no other hold", {"SystemLogHold", "SystemLog.cpp", __LINE__});
+  heldLines().text.emplace();
+}
+
+SystemLogHold::~SystemLogHold() {
+  const std::lock_guard lock(heldLines().mutex);
+  heldLines().text.reset();
+}
+
+std::string SystemLogHold::take() {
+  const std::lock_guard lock(heldLines().mutex);
+  return std::exchange(*heldLines().text, {});
 }
 
 std::string localTimeStamp(Date date) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "foundation/Format.h"
@@ -14,6 +15,20 @@ template <class... Arguments>
 void systemLog(std::string_view text, const Arguments&... arguments) {
   systemLogText(format(text, arguments...));
 }
+
+/// While it lives, the lines of this process are kept in it instead of going to standard error: for
+/// a program whose failures are to be one line of its own. One at a time.
+class SystemLogHold {
+ public:
+  SystemLogHold();
+  /// Lines that nobody took are dropped.
+  ~SystemLogHold();
+  SystemLogHold(const SystemLogHold&) = delete;
+  SystemLogHold& operator=(const SystemLogHold&) = delete;
+
+  /// The lines so far, each with its newline.
+  std::string take();
+};
 
 /// "%Y-%m-%d %H:%M:%S.%F" of a point in time in the current time zone: milliseconds in three
 /// digits.

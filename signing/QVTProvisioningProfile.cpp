@@ -183,11 +183,15 @@ bool QVTProvisioningProfile::isSupersededBy(const QVTProvisioningProfile& other)
 
 std::shared_ptr<QVTProvisioningProfile>
 QVTProvisioningProfile::findNewerMatchForProvisioningProfile() const {
-  auto kept = installedProfiles();
-  std::erase_if(kept, [this](const auto& profile) { return !isSupersededBy(*profile); });
+  return newestMatchAmong(installedProfiles());
+}
+
+std::shared_ptr<QVTProvisioningProfile> QVTProvisioningProfile::newestMatchAmong(
+    std::vector<std::shared_ptr<QVTProvisioningProfile>> profiles) const {
+  std::erase_if(profiles, [this](const auto& profile) { return !isSupersededBy(*profile); });
   const auto newest = std::ranges::max_element(
-      kept, {}, [](const auto& profile) { return *profile->creationDate_; });
-  return newest == kept.end() ? nullptr : *newest;
+      profiles, {}, [](const auto& profile) { return *profile->creationDate_; });
+  return newest == profiles.end() ? nullptr : *newest;
 }
 
 std::vector<std::string> QVTProvisioningProfile::profileDirectories() {

@@ -85,6 +85,9 @@ class QVTProvisioningProfile {
   /// one; empty without one.
   [[nodiscard]] std::shared_ptr<QVTProvisioningProfile> findNewerMatchForProvisioningProfile()
       const;
+  /// The same among these, for who asks it of many and has read the installed ones once.
+  [[nodiscard]] std::shared_ptr<QVTProvisioningProfile> newestMatchAmong(
+      std::vector<std::shared_ptr<QVTProvisioningProfile>> profiles) const;
 
   static std::vector<std::string> profileDirectories();
   static std::vector<std::shared_ptr<QVTProvisioningProfile>> installedProfiles();
