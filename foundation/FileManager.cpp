@@ -110,7 +110,7 @@ Result<Data> contentsOfFile(const fs::path& path) {
   struct stat details {};
   if (::fstat(file.get(), &details) != 0) return failure("examine", path, errno);
   if (S_ISDIR(details.st_mode)) return failure("read", path, EISDIR);
-  if (!S_ISREG(details.st_mode)) return failure("read", path, EINVAL);
+  if (!S_ISREG(details.st_mode)) return failure("read a pipe or device,", path, EINVAL);
   try {
     if (details.st_size == 0) return readUntilEnd(file.get(), path);
     return readSized(file.get(), static_cast<std::size_t>(details.st_size), path);

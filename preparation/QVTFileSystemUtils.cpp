@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "QVTSharedUtils/QVTTask.h"
@@ -59,6 +60,13 @@ bool wouldUnpackAnother(const std::string& archive) {
                                       FileManager::fileExistsAtPath(archive + ".ZIP"));
 }
 
+/// `unzip` would wait for a pipe's writer for ever, and can use neither kind.
+bool isPipeOrDevice(const std::string& path) {
+  struct stat details {};
+  return ::stat(path.c_str(), &details) == 0 && !S_ISREG(details.st_mode) &&
+         !S_ISDIR(details.st_mode);
+}
+
 /// Makes the folder into which the archive is to be unpacked.
 Result<std::string> inflationFolder(const std::string& archive) {
   const Result<std::string> temporary = FileManager::temporaryDirectory();
@@ -100,6 +108,9 @@ Result<> unzip(const std::string& archive, const std::string& folder) {
 }
 
 Result<std::string> inflate(const std::string& archive) {
+  if (isPipeOrDevice(archive)) {
+    return foundation::posixError(EINVAL, "cannot unpack a pipe or device, " + archive, archive);
+  }
   Result<std::string> folder = inflationFolder(archive);
   if (!folder) return folder.error();
   if (wouldUnpackAnother(archive)) {

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "preparation/QVTFileSystemUtils.h"
 #include "tests/preparation/Archives.h"
@@ -151,6 +152,16 @@ TEST(Inflate, NeverTakesAnotherArchiveForOneThatCannotBeRead) {
     ASSERT_TRUE(error);
     EXPECT_THAT(error->localizedDescription(), HasSubstr((folder / name).string()));
     EXPECT_FALSE(fs::exists(temporary.path() / name / "which"));
+  }
+}
+
+TEST(Inflate, APipeIsRefusedInsteadOfWaitedFor) {
+  const test::TemporaryDirectoryScope temporary;
+  const test::TemporaryFolder folder;
+  ASSERT_EQ(::mkfifo((folder / "pipe.ipa").c_str(), 0600), 0);
+  for (const std::string& path : {(folder / "pipe.ipa").string(), std::string("/dev/null")}) {
+    EXPECT_THAT(errorOf(path)->localizedDescription(),
+                HasSubstr("cannot unpack a pipe or device, " + path));
   }
 }
 
