@@ -9,11 +9,11 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
 #include "foundation/FileManager.h"
+#include "foundation/Interruption.h"
 #include "foundation/host/Host.h"
 
 extern char** environ;
@@ -21,10 +21,6 @@ extern char** environ;
 namespace foundation {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-constexpr std::chrono::seconds kLongestWaitForPipes{2};
 
 // ---- The children that run
 
@@ -271,6 +267,7 @@ Result<ChildProcess> ChildProcess::launch(const Launch& launch, StandardPipes pi
   plan.setStream(pipes.error.writeEnd, STDERR_FILENO);
   plan.isolate();
   const unsigned round = terminationRound.load();
+  throwIfInterrupted();
   ChildProcess child;
   if (const int problem =
           plan.run(launch.executable, arguments.pointers(),
@@ -291,7 +288,9 @@ ChildProcess::ChildProcess(ChildProcess&& other) noexcept
       readingEnds_(other.readingEnds_),
       standardInput_(std::move(other.standardInput_)),
       standardOutput_(std::move(other.standardOutput_)),
-      standardError_(std::move(other.standardError_)) {}
+      standardError_(std::move(other.standardError_)),
+      takenOutput_(std::move(other.takenOutput_)),
+      takenError_(std::move(other.takenError_)) {}
 
 ChildProcess::~ChildProcess() {
   if (pid_ > 0 && isRunning()) abandoned().add(pid_);
@@ -305,9 +304,11 @@ Termination ChildProcess::takeTermination() {
   return *termination_;
 }
 
+bool ChildProcess::hasEndedUnreaped() const { return termination_ || hasEnded(pid_, WNOHANG); }
+
 bool ChildProcess::isRunning() {
   if (termination_) return false;
-  if (!hasEnded(pid_, WNOHANG)) return true;
+  if (!hasEndedUnreaped()) return true;
   takeTermination();
   return false;
 }
@@ -319,38 +320,11 @@ void ChildProcess::terminate() {
 
 Termination ChildProcess::waitUntilExit() {
   if (!termination_) hasEnded(pid_, 0);
-  return takeTermination();
-}
-
-Data ChildProcess::readStandardErrorToEnd() { return readToEnd(standardError_); }
-Data ChildProcess::readStandardOutputToEnd() { return readToEnd(standardOutput_); }
-
-Data ChildProcess::readToEnd(const FileDescriptor& pipe) {
-  if (!readingEnds_) readingEnds_ = Clock::now() + kLongestWaitForPipes;
-  const int flags = ::fcntl(pipe.get(), F_GETFL);
-  ::fcntl(pipe.get(), F_SETFL, flags | O_NONBLOCK);
-  std::string text;
-  std::vector<char> buffer(64 * 1024);
-  // What is there is taken even when the time is over, but a grandchild may write without end.
-  constexpr std::size_t enough = std::size_t{64} << 20;
-  for (;;) {
-    const ssize_t count = ::read(pipe.get(), buffer.data(), buffer.size());
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(*readingEnds_ - Clock::now()).count();
-    if (count > 0) {
-      text.append(buffer.data(), static_cast<std::size_t>(count));
-      if (text.size() >= enough) break;
-    } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
-      break;
-    } else if (errno == EAGAIN) {
-      if (left <= 0) break;
-      struct pollfd waiting {
-        pipe.get(), POLLIN, 0
-      };
-      ::poll(&waiting, 1, static_cast<int>(left));
-    }
-  }
-  return Data(std::move(text));
+  // What the child has started shares its group, whose number is free only after the reaping.
+  if (!termination_ && isInterrupted()) ::kill(-pid_, SIGKILL);
+  const Termination termination = takeTermination();
+  throwIfInterrupted();
+  return termination;
 }
 
 }  // namespace foundation

@@ -42,7 +42,8 @@ struct StandardPipes {
 /// Children run in a session of their own (so that none asks on the terminal), with default signal
 /// dispositions and only their three streams open. Nothing is ever written to standard input, and
 /// its pipe stays open as long as this object: a child that reads it waits. Output is read only
-/// after the end; the pipes are made as large as the system allows.
+/// after the end; the pipes are made as large as the system allows. Launching and waiting are check
+/// points of an interrupted run (see Interruption.h).
 class ChildProcess {
  public:
   struct Launch {
@@ -76,6 +77,10 @@ class ChildProcess {
   void terminate();
   /// Blocks until the child has ended.
   Termination waitUntilExit();
+  /// Takes what the child writes while it runs, so that one with much to say ends like any other:
+  /// the first megabyte of each stream is kept, the rest dropped. Returns once the child has ended
+  /// or has closed both streams; `waitUntilExit` comes next.
+  void takeOutputWhileRunning();
 
   /// Call after the end. Everything the child wrote; both together wait at most two seconds for the
   /// end of the pipes, since a grandchild may hold them open.
@@ -85,7 +90,9 @@ class ChildProcess {
  private:
   ChildProcess() = default;
   Termination takeTermination();
-  Data readToEnd(const FileDescriptor& pipe);
+  /// Never blocks, and leaves the child to be reaped.
+  [[nodiscard]] bool hasEndedUnreaped() const;
+  Data readToEnd(const FileDescriptor& pipe, std::string text);
   pid_t pid_ = -1;
   std::optional<Termination> termination_;
   /// Until when the pipes are read, set by the first reading.
@@ -93,6 +100,8 @@ class ChildProcess {
   FileDescriptor standardInput_;
   FileDescriptor standardOutput_;
   FileDescriptor standardError_;
+  std::string takenOutput_;
+  std::string takenError_;
 };
 
 /// Sends the signal to every running child of this process and to what those have started. Safe in

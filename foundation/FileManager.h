@@ -27,7 +27,8 @@ Result<> createDirectoryWithIntermediates(const std::filesystem::path& path);
 
 /// Copies a file, a link (as a link) or a whole folder with permissions, links and modification
 /// times; an existing target is an error. Uses the file system's own cheap copy where it has one. A
-/// pipe, socket or device inside is an error. After a failure what was copied so far stays.
+/// pipe, socket or device inside is an error. After a failure what was copied so far stays. Every
+/// entry is a check point of an interrupted run.
 Result<> copyItemAtPath(const std::filesystem::path& source, const std::filesystem::path& target);
 
 /// Removes the item itself, never what a link points to; folders with all they hold, including

@@ -8,6 +8,7 @@
 
 #include "foundation/FileManager.h"
 #include "foundation/Handle.h"
+#include "foundation/Interruption.h"
 #include "foundation/Path.h"
 #include "foundation/host/Host.h"
 
@@ -127,6 +128,7 @@ class TreeCopier {
     Result<std::vector<Entry>> entries = entriesOf(from.get(), path);
     if (!entries) return entries.error();
     for (const Entry& entry : *entries) {
+      throwIfInterrupted();
       const char* const name = entry.name.c_str();
       if (isSameItem(entry.details, targetRoot_)) {
         return failure("copy a folder into itself:", source_, EINVAL);

@@ -3,6 +3,7 @@
 #include "foundation/CurlErrors.h"
 #include "foundation/CurlTransfer.h"
 #include "foundation/HTTPRedirect.h"
+#include "foundation/Interruption.h"
 
 namespace foundation {
 
@@ -17,26 +18,49 @@ std::optional<CURLcode> resultOf(CURLM* multi) {
   return std::nullopt;
 }
 
+/// Puts a transfer under a multi handle for a scope.
+class Addition {
+ public:
+  Addition(CURLM* multi, CURL* easy)
+      : multi_(multi), easy_(easy), wasAdded_(curl_multi_add_handle(multi, easy) == CURLM_OK) {}
+  ~Addition() {
+    // Else the library would wait for a host's name that is being looked up.
+    if (isInterrupted()) curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);
+    if (wasAdded_) curl_multi_remove_handle(multi_, easy_);
+  }
+  Addition(const Addition&) = delete;
+  explicit operator bool() const { return wasAdded_; }
+
+ private:
+  CURLM* multi_;
+  CURL* easy_;
+  bool wasAdded_;
+};
+
+/// Returns when something has moved, when the run is interrupted or when the time is over.
+void wait(CURLM* multi, std::chrono::milliseconds limit) {
+  curl_waitfd interruption{
+      .fd = interruptionDescriptor(), .events = CURL_WAIT_POLLIN, .revents = 0};
+  const unsigned more = interruption.fd >= 0 ? 1 : 0;
+  curl_multi_poll(multi, &interruption, more, static_cast<int>(limit.count()), nullptr);
+}
+
 std::optional<Error> driveToEnd(CURLM* multi, CurlTransfer& transfer) {
   while (true) {
+    throwIfInterrupted();
     int running = 0;
     if (curl_multi_perform(multi, &running) != CURLM_OK) {
       return transfer.conclude(CURLE_FAILED_INIT);
     }
     if (const auto result = resultOf(multi)) return transfer.conclude(*result);
     if (transfer.isIdle()) return transfer.idleError();
-    const auto wait = static_cast<int>(transfer.samplingInterval().count());
-    curl_multi_poll(multi, nullptr, 0, wait, nullptr);
+    wait(multi, transfer.samplingInterval());
   }
 }
 
 std::optional<Error> run(CURLM* multi, CurlTransfer& transfer) {
-  if (curl_multi_add_handle(multi, transfer.easy()) != CURLM_OK) {
-    return transfer.conclude(CURLE_FAILED_INIT);
-  }
-  auto error = driveToEnd(multi, transfer);
-  curl_multi_remove_handle(multi, transfer.easy());
-  return error;
+  const Addition addition(multi, transfer.easy());
+  return addition ? driveToEnd(multi, transfer) : transfer.conclude(CURLE_FAILED_INIT);
 }
 
 URLConnection::Exchange failed(Error error) {

@@ -40,7 +40,8 @@ class URLConnection {
     std::optional<Error> error;
   };
 
-  /// Blocks until the exchange has ended. An answer that is an HTTP error is no error here.
+  /// Blocks until the exchange has ended. An answer that is an HTTP error is no error here. An
+  /// interruption of the run ends it at once, with `Interrupted`.
   static Exchange sendSynchronousRequest(const URLRequest& request);
 
   /// Callbacks of an asynchronous exchange; all run on the main run loop's thread. The connection
