@@ -14,6 +14,7 @@
 #include "preparation/QVTCodeSignedResource.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/QVTIPA.h"
+#include "preparation/TemporaryItems.h"
 #include "signing/QVTDeveloperCertificate.h"
 #include "signing/QVTIPABuilder.h"
 #include "signing/QVTProvisioningProfile.h"
@@ -114,6 +115,7 @@ bool QVTAppInfo::package() {
     return false;
   }
   releasePath_ = pathForDistribution();
+  TemporaryItems::claimNew(*releasePath_);
   std::optional<foundation::Error> error;
   if (builder->packageSourceToDestinationPath(*pathToUnzippedApp_, *releasePath_, &error)) {
     return true;

@@ -11,6 +11,7 @@
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/Text.h"
+#include "preparation/TemporaryItems.h"
 #include "preparation/UnzipPattern.h"
 
 namespace FileManager = foundation::FileManager;
@@ -41,6 +42,7 @@ Result<std::string> copyToNewFolder(const std::string& path) {
   const std::string folder =
       appendingPathComponent(*storage, foundation::ProcessInfo::globallyUniqueString());
   const std::string destination = appendingPathComponent(folder, lastPathComponent(path));
+  TemporaryItems::claimNew(folder);
   if (const Result<> made = FileManager::createDirectoryWithIntermediates(folder); !made) {
     return made.error();
   }
@@ -77,6 +79,9 @@ Result<std::string> inflationFolder(const std::string& archive) {
     return foundation::posixError(EINVAL, "cannot name a folder after " + archive, archive);
   }
   const std::string folder = *temporary + name + "/";
+  if (const Result<> claimed = TemporaryItems::claimFolder(folder); !claimed) {
+    return claimed.error();
+  }
   if (const Result<> made = FileManager::createDirectoryWithIntermediates(folder); !made) {
     return made.error();
   }

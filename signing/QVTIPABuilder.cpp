@@ -7,6 +7,7 @@
 #include "foundation/PropertyList.h"
 #include "foundation/Text.h"
 #include "preparation/QVTFileSystemUtils.h"
+#include "preparation/TemporaryItems.h"
 
 using foundation::appendingPathComponent;
 using foundation::Data;
@@ -62,6 +63,7 @@ bool QVTIPABuilder::packageSourceToDestinationPath(const std::string& source,
                                                    const std::string& destination,
                                                    foundation::ErrorSlot error) const {
   const std::string workFolder = workDirectory();
+  TemporaryItems::claimNew(workFolder);
   auto failure = package(source, destination, workFolder);
   if (!failure) {
     QVTFileSystemUtils::removeItemAtPathIfPresent(workFolder);

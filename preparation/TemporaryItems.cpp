@@ -1,0 +1,255 @@
+#include "preparation/TemporaryItems.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "console/QVTCLUtilLog.h"
+#include "foundation/Digest.h"
+#include "foundation/FileManager.h"
+#include "foundation/Interruption.h"
+#include "foundation/LockFile.h"
+#include "foundation/Path.h"
+#include "foundation/Text.h"
+
+namespace FileManager = foundation::FileManager;
+using foundation::appendingPathComponent;
+using foundation::LockFile;
+using foundation::Result;
+
+namespace {
+
+/// Begins the names of the tool's own folders.
+constexpr std::string_view kOwnPrefix = "com.quorvantile.";
+/// Where the items of unique names are made.
+constexpr std::array<std::string_view, 3> kSharedFolders = {
+    "com.quorvantile.mac/apps", "com.quorvantile.mac/distributions", "com.quorvantile.ipas"};
+
+constexpr std::chrono::hours kLeftoverAge{24};
+constexpr std::chrono::milliseconds kLookInterval{50};
+
+std::string claimsFolder(const std::string& temporary) {
+  return temporary + std::string(kOwnPrefix) + "claims-" + std::to_string(::geteuid());
+}
+
+/// A name of fixed length for a claim, whatever the item's is.
+std::string claimName(std::string_view item) {
+  return foundation::lowercaseHex(foundation::sha1(foundation::bytesOf(item)));
+}
+
+/// The item's path relative to the temporary folder, without a final slash.
+std::string relativePath(const std::string& temporary, std::string_view path) {
+  if (path.starts_with(temporary)) path.remove_prefix(temporary.size());
+  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+  return std::string(path);
+}
+
+bool isFolderItself(const std::string& path) {
+  struct stat details {};
+  return ::lstat(path.c_str(), &details) == 0 && S_ISDIR(details.st_mode);
+}
+
+bool isThere(const std::string& path) {
+  struct stat details {};
+  return ::lstat(path.c_str(), &details) == 0;
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+  auto names = FileManager::contentsOfDirectoryAtPath(folder);
+  return names ? *std::move(names) : std::vector<std::string>();
+}
+
+/// Entries of the folder and of the folders in it, as paths.
+std::set<std::string> entriesTwoDeep(const std::string& folder) {
+  std::set<std::string> entries;
+  for (const std::string& name : namesIn(folder)) {
+    const std::string path = appendingPathComponent(folder, name);
+    entries.insert(path);
+    if (!isFolderItself(path)) continue;
+    for (const std::string& below : namesIn(path)) {
+      entries.insert(appendingPathComponent(path, below));
+    }
+  }
+  return entries;
+}
+
+/// Somebody else may be at the same work, or a child that is about to end may still write.
+void removeWhateverIsThere(const std::string& path) {
+  constexpr int attempts = 5;
+  for (int attempt = 0; attempt < attempts && isThere(path); ++attempt) {
+    [[maybe_unused]] const Result<> removed = FileManager::removeItemAtPath(path);
+  }
+}
+
+// ---- The claims of this process
+
+struct Item {
+  std::string path;
+  LockFile claim;
+  /// For a folder that was there before: what it held. Absent: all of the item is this run's.
+  std::optional<std::set<std::string>> before = std::nullopt;
+  /// False for the tool's shared folders.
+  bool mayBeRemoved = true;
+};
+
+void removeItem(const Item& item) {
+  if (!item.mayBeRemoved) return;
+  if (!item.before) return removeWhateverIsThere(item.path);
+  // A folder comes before its entries, which are gone with it.
+  for (const std::string& path : entriesTwoDeep(item.path)) {
+    if (!item.before->contains(path)) removeWhateverIsThere(path);
+  }
+}
+
+class Claims {
+ public:
+  static Claims& ofThisProcess() {
+    static Claims claims;
+    return claims;
+  }
+  ~Claims() { release(); }
+
+  bool has(const std::string& path) const {
+    const std::lock_guard lock(mutex_);
+    return std::ranges::find(items_, path, &Item::path) != items_.end();
+  }
+  void add(Item item) {
+    const std::lock_guard lock(mutex_);
+    items_.push_back(std::move(item));
+  }
+  void release() {
+    const std::lock_guard lock(mutex_);
+    for (Item& item : items_) item.claim.remove();
+    items_.clear();
+  }
+  void remove() {
+    const std::lock_guard lock(mutex_);
+    std::ranges::for_each(items_, removeItem);
+    for (Item& item : items_) item.claim.remove();
+    items_.clear();
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<Item> items_;
+};
+
+/// Waits until no other process has the claim.
+Result<LockFile> waitForClaim(const std::string& temporary, const std::string& relative) {
+  for (bool hasSaidSo = false;; hasSaidSo = true) {
+    auto claim = LockFile::take(claimsFolder(temporary), claimName(relative));
+    if (!claim || *claim) return claim;
+    if (!hasSaidSo) debugLog("Waiting for another run that uses %@", temporary + relative);
+    std::this_thread::sleep_for(kLookInterval);
+    foundation::throwIfInterrupted();
+  }
+}
+
+// ---- What others left
+
+bool isOld(foundation::Date written) {
+  return std::chrono::system_clock::now() - written > kLeftoverAge;
+}
+
+bool isPlainName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && name.find('\0') == name.npos &&
+         name.find('/') == name.npos;
+}
+
+/// True for what a claim may name: an entry of a shared folder, or of the temporary folder itself
+/// unless it is one of the tool's own.
+bool isPathOfAnItem(const std::string& relative) {
+  const auto slash = relative.rfind('/');
+  if (slash == relative.npos) return isPlainName(relative) && !relative.starts_with(kOwnPrefix);
+  const std::string_view folder = std::string_view(relative).substr(0, slash);
+  return isPlainName(std::string_view(relative).substr(slash + 1)) &&
+         std::ranges::find(kSharedFolders, folder) != kSharedFolders.end();
+}
+
+bool isOwnAndNoLink(const std::string& path, struct stat& details) {
+  return ::lstat(path.c_str(), &details) == 0 && !S_ISLNK(details.st_mode) &&
+         details.st_uid == ::geteuid();
+}
+
+/// True for an item, below own folders only, that nobody has changed for a day.
+bool isOwnOldItem(const std::string& temporary, const std::string& relative) {
+  struct stat details {};
+  for (auto slash = relative.find('/'); slash != relative.npos;
+       slash = relative.find('/', slash + 1)) {
+    if (!isOwnAndNoLink(temporary + relative.substr(0, slash), details)) return false;
+  }
+  const std::string path = temporary + relative;
+  if (!isOwnAndNoLink(path, details)) return false;
+  if (!S_ISDIR(details.st_mode) && !S_ISREG(details.st_mode)) return false;
+  const auto written = FileManager::modificationDateOfItemAtPath(path);
+  return written && isOld(*written);
+}
+
+void removeLeftover(const std::string& temporary, const std::string& name) {
+  auto claim = LockFile::take(claimsFolder(temporary), name, LockFile::Missing::leave);
+  if (!claim || !*claim || !claim->isExclusive() || !isOld(claim->lastWritten())) return;
+  const std::string relative = claim->content();
+  // Without a content it was about a folder that was there before.
+  if (!relative.empty()) {
+    if (!isPathOfAnItem(relative) || claimName(relative) != name) return;
+    const std::string path = temporary + relative;
+    if (isOwnOldItem(temporary, relative) && FileManager::removeItemAtPath(path)) {
+      debugLog("Removed %@, left behind by a run that was killed", path);
+    }
+    if (isThere(path)) return;
+  }
+  claim->remove();
+}
+
+}  // namespace
+
+Result<> TemporaryItems::claimFolder(const std::string& path) {
+  const Result<std::string> temporary = FileManager::temporaryDirectory();
+  if (!temporary) return temporary.error();
+  if (Claims::ofThisProcess().has(path)) return {};
+  if (const auto made = FileManager::createDirectoryWithIntermediates(*temporary); !made) {
+    return made.error();
+  }
+  const std::string relative = relativePath(*temporary, path);
+  auto claim = waitForClaim(*temporary, relative);
+  if (!claim) return claim.error();
+  Item item{.path = path, .claim = *std::move(claim)};
+  item.mayBeRemoved = isPathOfAnItem(relative);
+  if (isThere(appendingPathComponent(*temporary, relative))) item.before = entriesTwoDeep(path);
+  item.claim.write(item.before || !item.mayBeRemoved ? "" : relative);
+  Claims::ofThisProcess().add(std::move(item));
+  return {};
+}
+
+void TemporaryItems::claimNew(const std::string& path) {
+  Item item{.path = path, .claim = {}};
+  const Result<std::string> temporary = FileManager::temporaryDirectory();
+  if (temporary && FileManager::createDirectoryWithIntermediates(*temporary)) {
+    const std::string relative = relativePath(*temporary, path);
+    auto claim = LockFile::take(claimsFolder(*temporary), claimName(relative));
+    if (claim && *claim) {
+      item.claim = *std::move(claim);
+      item.claim.write(relative);
+    }
+  }
+  Claims::ofThisProcess().add(std::move(item));
+}
+
+void TemporaryItems::releaseAll() { Claims::ofThisProcess().release(); }
+
+void TemporaryItems::removeAll() { Claims::ofThisProcess().remove(); }
+
+void TemporaryItems::removeLeftovers() {
+  const Result<std::string> temporary = FileManager::temporaryDirectory();
+  if (!temporary) return;
+  for (const std::string& name : namesIn(claimsFolder(*temporary))) {
+    removeLeftover(*temporary, name);
+  }
+}
