@@ -13,6 +13,7 @@
 #include "console/ProcessCheck.h"
 #include "console/QVTCLUtilLog.h"
 #include "foundation/Bundle.h"
+#include "foundation/Interruption.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/Text.h"
 #include "foundation/UserDefaults.h"
@@ -140,7 +141,12 @@ int commandLineMain(int argc, const char* const* argv) {
 int failure() {
   const bool insideXcode = isProcessNameInHierarchy("Xcode");
   const bool insideBuild = isProcessNameInHierarchy("xcodebuild");
-  if (insideBuild && !insideXcode) ::kill(parentOfParent(), SIGINT);
+  if (insideBuild && !insideXcode) {
+    const pid_t build = parentOfParent();
+    // The signal may come back, from the build or since it goes to this program's own group.
+    foundation::ignoreInterruptionsFromHere();
+    ::kill(build, SIGINT);
+  }
   return 1;
 }
 

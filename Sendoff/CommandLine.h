@@ -14,7 +14,7 @@ int commandLineMain(int argc, const char* const* argv);
 /// Ends a failed run: returns the exit status 1. Inside the process tree of "xcodebuild", but not
 /// of "Xcode", it first interrupts (SIGINT) the parent of this program's parent, so that a build on
 /// the command line fails. When that process cannot be looked up the signal goes to this program's
-/// own process group.
+/// own process group; for this program it is no interruption.
 int failure();
 
 /// The strings, in order, without any space (U+0020), wherever it stands; tabs and newlines stay.

@@ -2,14 +2,14 @@
 #include <exception>
 
 #include "Sendoff/CommandLine.h"
+#include "Sendoff/InterruptibleRun.h"
 #include "Sendoff/StandardDescriptors.h"
 #include "console/QVTCLUtilLog.h"
 #include "preparation/SigningToolPath.h"
 
-int main(int argc, char** argv) {
-  openMissingStandardDescriptors();
-  // A reader of the console that goes away (`sendoff … | head`) must not change what the run does.
-  std::signal(SIGPIPE, SIG_IGN);
+namespace {
+
+int run(int argc, char** argv) {
   try {
     appendSigningToolsToPath();
     return commandLineMain(argc, argv);
@@ -17,4 +17,13 @@ int main(int argc, char** argv) {
     QVTCLUtilLog("Unexpected error: %@", exception.what());
     return failure();
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openMissingStandardDescriptors();
+  // A reader of the console that goes away (`sendoff … | head`) must not change what the run does.
+  std::signal(SIGPIPE, SIG_IGN);
+  return runInterruptibly([&] { return run(argc, argv); });
 }
