@@ -35,8 +35,8 @@ Value describeResource(const QVTCodeSignedResource& resource, const QVTProvision
       {"creationDate", orNull(resource.creationDate())},
       {"provisioningProfilePath", orNull(resource.provisioningProfilePath())},
       {"macho", describeExecutable(*resource.bundle())},
-      {"profile", profile ? describeProfile(*profile, ProfileSurroundings::current(keychain))
-                          : Value()}};
+      {"profile",
+       profile ? describeProfile(*profile, ProfileSurroundings::current(keychain)) : Value()}};
 }
 
 void showApp(const Value& document, bool detailed, TextOutput& text) {

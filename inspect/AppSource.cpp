@@ -2,13 +2,13 @@
 
 #include <cerrno>
 #include <optional>
+#include <sstream>
 
 #include <stdlib.h>
 
 #include "foundation/FileManager.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
-#include "foundation/Text.h"
 #include "inspect/Arguments.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/QVTInfoPlist.h"
@@ -61,12 +61,10 @@ std::string wordsOfUnzip(const foundation::Error& error) {
   const auto said = error.userInfo.find("stderr");
   const std::string* text = said == error.userInfo.end() ? nullptr : said->second.string();
   if (!text) return error.localizedDescription();
-  std::vector<std::string> words;
-  for (const auto& line : foundation::split(*text, '\n')) {
-    const auto word = foundation::trimmed(line);
-    if (!word.empty()) words.emplace_back(word);
-  }
-  return "unzip says: " + foundation::joined(words, " ");
+  std::istringstream stream(*text);
+  std::string words = "unzip says:";
+  for (std::string word; stream >> word;) words += " " + word;
+  return words;
 }
 
 /// The folder of the app in an .ipa, unpacked below `folder`. Archives are inflated below this

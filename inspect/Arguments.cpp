@@ -36,8 +36,7 @@ foundation::Error inputError(std::string text) {
 foundation::Error unreadable(const std::string& path, std::string_view otherwise) {
   const foundation::FileDescriptor file(
       ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-  const std::string reason =
-      file ? std::string(otherwise) : std::system_category().message(errno);
+  const std::string reason = file ? std::string(otherwise) : std::system_category().message(errno);
   return inputError("cannot read " + (path.empty() ? "an empty path" : path) + ": " + reason);
 }
 

@@ -23,7 +23,8 @@ const std::vector<Command>& allCommands() {
        "FILE | --installed [--keychain P] [-v]",
        "a provisioning profile and its certificates",
        "Private keys are looked for in P (a PEM or PKCS #12 file, or a folder), else in\n"
-       "~/Library/Keychains. Without -v the text counts devices and certificates instead of naming\n"
+       "~/Library/Keychains. Without -v the text counts devices and certificates instead of "
+       "naming\n"
        "them; --json holds all.\n",
        {0, 1, {{"--keychain", true}, {"--installed"}, {"-v"}}},
        reportProfile},
@@ -47,7 +48,8 @@ const std::vector<Command>& allCommands() {
       {"archives",
        "[--latest BUNDLE_ID] [--watch]",
        "Xcode's archives, newest first",
-       "--latest: only the newest of this identifier, in any case of letters; status 1 without one.\n"
+       "--latest: only the newest of this identifier, in any case of letters; status 1 without "
+       "one.\n"
        "--watch prints a line for every notification of new archives until interrupted, and waits\n"
        "for the folder where it is missing.\n",
        {0, 0, {{"--latest", true}, {"--watch"}}},
@@ -63,14 +65,16 @@ const std::vector<Command>& allCommands() {
       {"search-paths",
        "VALUE [--directory D]",
        "the folders in a framework-search-paths setting",
-       "Relative folders are looked for below D, else below the current one. Quoting that was lost\n"
+       "Relative folders are looked for below D, else below the current one. Quoting that was "
+       "lost\n"
        "is mended by what exists on disk.\n",
        {1, 1, {{"--directory", true}}},
        reportSearchPaths},
       {"arguments",
        "STRING [--option O ...] [--glued]",
        "a command line split as the shell would",
-       "With --option the values of those options instead; --glued takes -Ovalue as well. Write --\n"
+       "With --option the values of those options instead; --glued takes -Ovalue as well. Write "
+       "--\n"
        "before a STRING that begins with a dash.\n",
        {1, 1, {{"--option", true}, {"--glued"}}},
        reportArguments},
@@ -78,7 +82,8 @@ const std::vector<Command>& allCommands() {
        "NAME",
        "the names of a platform",
        "NAME is an SDK's (iphoneos, appletvsimulator) or the short one of the service (ios).\n",
-       {1, 1, {}}, reportPlatform},
+       {1, 1, {}},
+       reportPlatform},
   };
   return commands;
 }

@@ -124,11 +124,10 @@ void showInstalled(const Value& document, TextOutput& text) {
 }  // namespace
 
 ProfileSurroundings ProfileSurroundings::current(std::optional<std::string> keychainPath) {
-  return {
-      .keychainPath = std::move(keychainPath),
-      .installed = QVTProvisioningProfile::installedProfiles(),
-      .now =
-          std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now())};
+  return {.keychainPath = std::move(keychainPath),
+          .installed = QVTProvisioningProfile::installedProfiles(),
+          .now = std::chrono::time_point_cast<std::chrono::microseconds>(
+              std::chrono::system_clock::now())};
 }
 
 Value describeProfile(const QVTProvisioningProfile& profile,

@@ -22,6 +22,21 @@ TEST(SystemLog, WritesOneStampedLine) {
   EXPECT_TRUE(std::regex_match(line, shape)) << line;
 }
 
+TEST(SystemLog, IsKeptBackWhileHeld) {
+  testing::internal::CaptureStderr();
+  {
+    SystemLogHold hold;
+    systemLog("first");
+    const std::string taken = hold.take();
+    EXPECT_TRUE(taken.ends_with("] first\n")) << taken;
+    systemLog("dropped");
+  }
+  systemLog("shown");
+  const std::string written = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(written.ends_with("] shown\n")) << written;
+  EXPECT_EQ(std::ranges::count(written, '\n'), 1) << written;
+}
+
 TEST(SystemLog, SurvivesAClosedStandardError) {
   EXPECT_EQ(test::inChildProcess([]() -> std::string {
               ::close(STDERR_FILENO);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/inspect/InspectRun.h"
+#include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -37,10 +38,19 @@ TEST(InspectCommandLine, SaysWhatIsWrongInOneLine) {
            Wrong{{"project", "a", "--env", "K"},
                  2,
                  "sendoff-inspect project: --env takes NAME=VALUE, not K\n"},
-           Wrong{{"macho", missing}, 1, "sendoff-inspect macho: cannot read " + missing},
-           Wrong{{"macho", text}, 1, "sendoff-inspect macho: cannot read " + text},
+           Wrong{{"macho", missing},
+                 1,
+                 "sendoff-inspect macho: cannot read " + missing + ": No such file or directory\n"},
+           Wrong{{"macho", text},
+                 1,
+                 "sendoff-inspect macho: cannot read " + text + ": no regular file, or shorter"},
+           Wrong{{"macho", ""}, 1, "sendoff-inspect macho: cannot read an empty path: "},
+           Wrong{{"macho", "--", "--help"}, 1, "sendoff-inspect macho: cannot read --help: No"},
            Wrong{{"app", missing}, 1, "sendoff-inspect app: nothing is at " + missing},
-           Wrong{{"app", text}, 1, "sendoff-inspect app: cannot read " + text + " as an .ipa"},
+           Wrong{{"app", text},
+                 1,
+                 "sendoff-inspect app: cannot read " + text + " as an .ipa: unzip says: [" + text +
+                     "] End-of-central-directory signature not found."},
            Wrong{{"app", folder.path()},
                  1,
                  "sendoff-inspect app: cannot read " + folder.path().string() + " as an app"},
@@ -63,6 +73,28 @@ TEST(InspectCommandLine, SaysWhatIsWrongInOneLine) {
   }
 }
 
+/// The library's own lines, to the console and to the system log, do not stand beside the one line
+/// of a failure.
+TEST(InspectCommandLine, NothingElseIsWrittenWithAFailure) {
+  const test::TemporaryFolder folder;
+  const auto damaged =
+      folder.write("damaged.mobileprovision",
+                   "12345678<?xml version='1.0'?><plist></dict></plist>" + std::string(64, ' '));
+  for (const std::vector<std::string>& words : {
+           std::vector<std::string>{"app", folder.write("no.ipa", "no zip")},
+           {"check", folder / "no.ipa", "--json"},
+           {"profile", damaged},
+           {"project", folder.write("no.pbxproj", "{ objects = ")},
+       }) {
+    std::vector<std::string> command = {SENDOFF_INSPECT};
+    command.insert(command.end(), words.begin(), words.end());
+    const auto result = test::runCommand(command);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, StartsWith("sendoff-inspect " + words[0] + ": cannot read "));
+    EXPECT_EQ(std::ranges::count(result.output, '\n'), 1) << result.output;
+  }
+}
+
 TEST(InspectCommandLine, HelpNamesEveryCommandAndItsOptions) {
   const auto all = test::inspectRun({"--help"});
   EXPECT_EQ(all.status, 0);
@@ -74,6 +106,9 @@ TEST(InspectCommandLine, HelpNamesEveryCommandAndItsOptions) {
     EXPECT_THAT(one.standardOutput, StartsWith("Usage: sendoff-inspect " + name));
   }
   EXPECT_THAT(test::inspectRun({"project", "--help"}).standardOutput, HasSubstr("(null)"));
+  for (const std::string name : {"macho", "app", "profile"}) {
+    EXPECT_THAT(test::inspectRun({name, "--help"}).standardOutput, HasSubstr("[-v]"));
+  }
 }
 
 TEST(InspectCommandLine, OptionsMayStandAnywhereAndEndAtTwoDashes) {
@@ -82,6 +117,10 @@ TEST(InspectCommandLine, OptionsMayStandAnywhereAndEndAtTwoDashes) {
   EXPECT_EQ(test::at(document, "values"), (foundation::Array{"/a", "/b"}));
   const auto dashed = test::inspectRun({"arguments", "--", "--option"});
   EXPECT_EQ(dashed.standardOutput, "--option\n");
+  EXPECT_EQ(test::inspectRun({"arguments", "--help", "--bogus"}).status, 0);
+  EXPECT_EQ(test::inspectRun({"arguments", "--", "--help"}).standardOutput, "--help\n");
+  EXPECT_EQ(test::at(test::inspectDocument({"arguments", "a", "--option", "--help"}), "values"),
+            foundation::Array{});
 }
 
 TEST(InspectSettings, AnswersAsTheLibraryDoes) {

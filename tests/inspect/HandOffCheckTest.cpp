@@ -19,6 +19,7 @@ using foundation::Array;
 using foundation::Dictionary;
 using foundation::Value;
 using testing::HasSubstr;
+using testing::Not;
 namespace fs = std::filesystem;
 
 /// A signed app with its key at hand: nothing stands in the way of its hand-off.
@@ -96,6 +97,10 @@ TEST_F(HandOff, FlawsOfAnAppAreNamedWithAdvice) {
                 [now](auto& o) { o.profile.expirationDate = now + std::chrono::days(3); }},
            Flaw{"failure: no certificate of the profile has its private key in the keychain: ", 1,
                 [](auto& o) { o.profile.developerCertificates = {test::makeFamily().leaf.der()}; }},
+           Flaw{"warning: Info.plist's CFBundleShortVersionString is empty: ", 3,
+                [](auto& o) { o.info["CFBundleShortVersionString"] = ""; }},
+           Flaw{"failure: Info.plist has no CFBundleIdentifier of type string: ", 1,
+                [](auto& o) { o.info["CFBundleIdentifier"] = Array{"com.example.app"}; }},
            Flaw{"failure: the app has no executable (CFBundleExecutable): ", 1,
                 [](auto& o) { o.info["CFBundleExecutable"] = Value(); }},
        }) {
@@ -110,13 +115,34 @@ TEST_F(HandOff, FlawsOfAnAppAreNamedWithAdvice) {
   }
 }
 
-TEST_F(HandOff, ExpiringCertificateIsAWarning) {
-  const auto family = test::makeFamily({.validUntil = std::chrono::hours(24 * 5)});
-  keychain_ = test::writeKeychain(folder_ / "short.pem", family);
-  test::AppOptions options;
-  options.profile.developerCertificates = {family.leaf.der()};
-  EXPECT_THAT(check(makeApp(options)).standardOutput,
-              HasSubstr("warning: the signing certificate expires on "));
+TEST_F(HandOff, CertificatesThatExpireOrHave) {
+  struct Row {
+    std::chrono::hours validUntil;
+    std::string finding;
+    int status;
+  };
+  for (const auto& row : {
+           Row{std::chrono::hours(24 * 5), "warning: the signing certificate expires on ", 3},
+           Row{std::chrono::hours(-1), "failure: the signing certificate expired on ", 1},
+       }) {
+    const auto family = test::makeFamily({.validUntil = row.validUntil});
+    keychain_ = test::writeKeychain(folder_ / "short.pem", family);
+    test::AppOptions options;
+    options.profile.developerCertificates = {family.leaf.der()};
+    const auto outcome = check(makeApp(options));
+    EXPECT_THAT(outcome.standardOutput, HasSubstr(row.finding));
+    EXPECT_EQ(outcome.status, row.status);
+    fs::remove_all(folder_ / "app");
+  }
+}
+
+TEST_F(HandOff, ProfileThatIsMissing) {
+  const auto app = makeApp();
+  fs::remove(app / "embedded.mobileprovision");
+  const auto outcome = check(app);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.standardOutput,
+              HasSubstr("failure: no provisioning profile can be read at "));
 }
 
 TEST_F(HandOff, ExecutableThatCannotBeReleased) {
@@ -142,6 +168,36 @@ TEST_F(HandOff, EntitlementsBeyondTheProfile) {
               HasSubstr("the app's entitlement get-task-allow = 1 is not granted"));
   EXPECT_THAT(outcome.standardOutput,
               HasSubstr("the app's entitlement aps-environment = production is not granted"));
+}
+
+TEST_F(HandOff, EntitlementsThatAreSwitchedOffNeedNoGrant) {
+  const auto app = makeApp();
+  sign(app, {{"application-identifier", "ABCDE12345.com.example.app"}, {"inter-app-audio", false}});
+  EXPECT_EQ(check(app).status, 0) << check(app).standardOutput;
+
+  // A profile without any grants nothing else.
+  auto bare = test::AppOptions::exampleProfile().dictionary();
+  bare["DeveloperCertificates"] = Array{test::signingFamily().leaf.der()};
+  bare.erase("Entitlements");
+  folder_.write(app / "embedded.mobileprovision",
+                test::makeProvisioningProfile(bare, test::signingFamily().leaf).text());
+  EXPECT_THAT(check(app).standardOutput,
+              HasSubstr("the app's entitlement application-identifier = "));
+  EXPECT_THAT(check(app).standardOutput, Not(HasSubstr("inter-app-audio")));
+}
+
+/// The identifier prefix of an old account is not its team.
+TEST_F(HandOff, NestedCodeIsOfTheTeamAndNotOfThePrefix) {
+  const auto app = makeApp();
+  fs::create_directories(app / "Frameworks");
+  test::linkImage(app / "Frameworks/libplain.dylib", {.linkerArguments = {"-dylib"}});
+  sign(app);
+  auto old = test::AppOptions::exampleProfile().dictionary();
+  old["DeveloperCertificates"] = Array{test::signingFamily().leaf.der()};
+  old["ApplicationIdentifierPrefix"] = Array{"OLDPREFIX1"};
+  folder_.write(app / "embedded.mobileprovision",
+                test::makeProvisioningProfile(old, test::signingFamily().leaf).text());
+  EXPECT_THAT(check(app).standardOutput, Not(HasSubstr("nested code")));
 }
 
 TEST_F(HandOff, NestedCodeUnsignedOrOfAnotherTeam) {

@@ -145,6 +145,16 @@ TEST(InspectReports, InstalledProfilesAndTheNewerOne) {
   const auto all = test::inspectDocument({"profile", "--installed"});
   EXPECT_EQ(at(all, "profiles").array()->size(), 1u);
   EXPECT_EQ(textAt(all, "profiles.0.path"), installed);
+  EXPECT_EQ(at(all, "profiles.0.developerCertificates.0.isPrivateKeyAvailable"), Value(false));
+
+  const auto keychain = test::writeKeychain(folder / "keys.pem");
+  const auto withKeys = test::inspectDocument({"profile", "--installed", "--keychain", keychain});
+  EXPECT_EQ(at(withKeys, "profiles.0.developerCertificates.0.isPrivateKeyAvailable"), Value(true));
+
+  std::filesystem::copy(old, installed.parent_path() / "older.mobileprovision");
+  const auto both = test::inspectRun({"profile", "--installed", "-v"}).standardOutput;
+  EXPECT_THAT(both, HasSubstr("a newer profile is installed: " + installed.string() + "\n"));
+  EXPECT_THAT(both, HasSubstr(textAt(all, "profiles.0.provisionedDevices.0")));
 }
 
 TEST(InspectReports, ProjectTreeTargetsAndPaths) {
