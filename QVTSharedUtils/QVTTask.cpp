@@ -82,6 +82,7 @@ void QVTTask::launchWithoutInput(const std::string& launchPath, const Arguments&
   ChildProcess child = launched(
       {.executable = launchPath, .arguments = arguments.value_or(std::vector<std::string>())});
   child.closeStandardInput();
+  child.takeOutputWhileRunning();
   finish(child, completion);
 }
 

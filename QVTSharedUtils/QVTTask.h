@@ -46,8 +46,10 @@ class QVTTask {
       const std::string& launchPath, const std::optional<std::string>& workingDirectory,
       const Arguments& arguments, const Completion& completion);
 
-  /// The same with standard input at its end: for a program that asks there when something goes
-  /// wrong (`unzip` on a full disk) and would wait for its answer for ever.
+  /// The same for a program that works on what strangers made (`unzip`). Its standard input is at
+  /// its end, since it may ask there (on a full disk) and would wait for an answer for ever. Its
+  /// output is taken while it runs, the first megabyte of each stream: a line for each of 40,000
+  /// damaged files is more than a pipe holds.
   static void launchWithoutInput(const std::string& launchPath, const Arguments& arguments,
                                  const Completion& completion);
 

@@ -147,4 +147,31 @@ TEST(TaskDeathTest, WithoutPipesTheProcessStops) {
   EXPECT_DEATH(runWithFewDescriptors(), "stdoutPipe && stdinPipe && stderrPipe");
 }
 
+TEST(Task, WithoutInputAProgramMayAskAndSayAsMuchAsItLikes) {
+  constexpr std::size_t kept = 1 << 20;
+  struct Case {
+    const char* name;
+    const char* script;
+    std::size_t output;
+    std::size_t error;
+    std::int32_t status;
+  };
+  for (const Case& c : {
+           Case{"asks", "read answer; exit 3", 0, 0, 3},
+           Case{"a little", "echo abc; echo d >&2", 4, 2, 0},
+           Case{"much to both", "yes | head -c 9000000; yes | head -c 9000000 >&2; exit 2", kept,
+                kept, 2},
+           Case{"closes its streams first", "echo abc; exec >&- 2>&-; sleep 0.2; exit 4", 4, 0, 4},
+           Case{"a grandchild keeps them", "sleep 600 & echo abc", 4, 0, 0},
+       }) {
+    SCOPED_TRACE(c.name);
+    Outcome outcome;
+    QVTTask::launchWithoutInput(kShell, script(c.script), outcome.completion());
+    EXPECT_EQ(outcome.calls, 1);
+    EXPECT_EQ(outcome.status, c.status);
+    EXPECT_EQ(outcome.output.size(), c.output);
+    EXPECT_EQ(outcome.error.size(), c.error);
+  }
+}
+
 }  // namespace

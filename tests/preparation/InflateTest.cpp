@@ -140,6 +140,28 @@ TEST(Inflate, AFailedUnzipIsToldWithAllThatIsKnown) {
   }
 }
 
+// More complaints than a pipe holds.
+TEST(Inflate, ThousandsOfDamagedFilesEndLikeOne) {
+  const test::TemporaryDirectoryScope temporary;
+  const test::TemporaryFolder folder;
+  const std::string name(240, 'n');
+  const std::string deep = name + "/" + name + "/" + name + "/";
+  std::vector<test::PackedFile> files;
+  for (int i = 0; i < 1500; ++i) files.push_back({deep + name + std::to_string(i), "x"});
+  test::pack(folder / "App.ipa", files);
+  std::string bytes = test::contentsOf(folder / "App.ipa");
+  // A file's only byte stands between its name and the next file's signature.
+  for (auto at = bytes.find("xPK\3\4"); at != bytes.npos; at = bytes.find("xPK\3\4", at + 1)) {
+    bytes[at] = 'y';
+  }
+  folder.write("App.ipa", bytes);
+  const auto error = errorOf(folder / "App.ipa");
+  ASSERT_TRUE(error);
+  const std::string complaints = *foundation::stringAt(error->userInfo, "stderr");
+  EXPECT_THAT(complaints.substr(0, 2000), HasSubstr("bad CRC"));
+  EXPECT_GE(complaints.size(), 1u << 20);
+}
+
 TEST(Inflate, NeverTakesAnotherArchiveForOneThatCannotBeRead) {
   const test::TemporaryDirectoryScope temporary;
   const test::TemporaryFolder folder;
