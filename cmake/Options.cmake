@@ -47,6 +47,11 @@ if(SENDOFF_SANITIZE)
     add_compile_options(-Wno-maybe-uninitialized)
   endif()
 endif()
+if(SENDOFF_FUZZ)
+  # Counts the paths that a fuzzer's inputs take; the fuzzer itself is linked to the targets alone.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(SENDOFF_LIBEXEC_DIRECTORY ${PROJECT_BINARY_DIR}/libexec/sendoff)

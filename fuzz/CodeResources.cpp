@@ -1,0 +1,27 @@
+// _CodeSignature/CodeResources: both lists, and the rules, which are asked about a few paths.
+#include "fuzz/FuzzTarget.h"
+#include "toolchain/ResourceSeal.h"
+#include "toolchain/SealScanner.h"
+
+namespace {
+
+void useRules(const std::vector<toolchain::ResourceRule>& rules) {
+  const auto matcher = toolchain::RuleMatcher::compile(rules);
+  if (!matcher) return;
+  fuzz::ignore(
+      matcher->match("en.lproj/Localizable.strings"),
+      matcher->match("Frameworks/A.framework/aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"));
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::ignore(toolchain::scanSeal(fuzz::textOf(data, size)));
+  const auto seal = toolchain::parseResourceSeal(fuzz::bytesOf(data, size));
+  if (!seal) return 0;
+  useRules(seal->rules.rules);
+  useRules(seal->rules.rules2);
+  const std::string written = toolchain::text(*seal);
+  fuzz::require(toolchain::parseResourceSeal(foundation::bytesOf(written)).ok());
+  return 0;
+}

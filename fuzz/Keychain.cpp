@@ -1,0 +1,25 @@
+// Certificates and key files: DER, PEM and PKCS #12.
+#include "foundation/KeychainFiles.h"
+#include "fuzz/FuzzTarget.h"
+
+namespace {
+
+void readCertificate(const foundation::Certificate& certificate) {
+  fuzz::ignore(certificate.subject(), certificate.subjectSummary(), certificate.commonName(),
+               certificate.issuerText(), certificate.notBefore(), certificate.notAfter(),
+               certificate.isIssuedBy(certificate),
+               certificate.extensionValue("1.2.840.113635.100.6.1.4"), certificate.sha1());
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const fuzz::MemoryFile file(fuzz::bytesOf(data, size));
+  const auto contents = foundation::readKeychainFile(file.path());
+  if (!contents) return 0;
+  for (const auto& certificate : contents->certificates) {
+    readCertificate(certificate);
+    for (const auto& key : contents->keys) fuzz::ignore(key.belongsTo(certificate));
+  }
+  return 0;
+}

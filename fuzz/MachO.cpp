@@ -1,0 +1,80 @@
+// Mach-O files as the tool reads them: slices, load commands, sections, identifiers.
+#include "foundation/Error.h"
+#include "fuzz/FuzzTarget.h"
+#include "macho/MachOFile.h"
+#include "macho/MachOSlice.h"
+#include "macho/QVTMachOBinary.h"
+
+namespace {
+
+/// Every byte of a section that the reader hands out.
+std::uint32_t sumOf(const void* bytes, std::uint64_t size) {
+  std::uint32_t sum = 0;
+  for (std::uint64_t i = 0; i < size; ++i) sum += static_cast<const std::uint8_t*>(bytes)[i];
+  return sum;
+}
+
+void readSections(const macho::QVTMachOSlice& slice) {
+  constexpr const char* kNames[][2] = {
+      {"__TEXT", "__text"}, {"__TEXT", "__info_plist"}, {"__DATA", "__data"}, {"", ""}};
+  for (const auto& [segment, name] : kNames) {
+    const void* bytes = nullptr;
+    macho::QVTMachOSection section;
+    const bool isThere = macho::QVTMachOSliceInitSectionByName(&slice, segment, name, &section);
+    if (!macho::QVTMachOSliceGetSectionByName(&slice, segment, name, &bytes)) continue;
+    fuzz::require(isThere);
+    volatile std::uint32_t sum = 0;
+    // A zero-filled section has no bytes in the file; offset 0 is the header's.
+    if (section.offset != 0) sum = sumOf(bytes, section.size);
+    static_cast<void>(sum);
+  }
+}
+
+void readCommands(const macho::QVTMachOSlice& slice) {
+  macho::QVTMachOSliceEnumerateLoadCommands(&slice,
+                                            [](std::uint32_t, std::uint32_t, const void* command) {
+                                              macho::QVTMachOGetUUID(command);
+                                              macho::QVTMachOGetDylibPath(command);
+                                              macho::QVTMachOGetEncrypted(command);
+                                              macho::QVTMachOGetMinimumOSVersion(command);
+                                              macho::QVTMachOGetLinkedSDKVersion(command);
+                                              macho::QVTMachOGetSegmentCommand(command);
+                                            });
+}
+
+void readSlices(const char* path) {
+  constexpr int kMost = 8;
+  macho::QVTMachOFile file;
+  if (macho::QVTMachOFileInitWithPath(&file, path)) {
+    int count = 0;
+    macho::QVTMachOFileEnumerateSlices(&file, [&](const macho::QVTMachOSlice* slice) {
+      if (++count > kMost) return;
+      readSections(*slice);
+      readCommands(*slice);
+    });
+    macho::QVTMachOFileSliceWithArchitectureName(&file, "arm64");
+  }
+  macho::QVTMachOFileDestroy(&file);
+}
+
+void readBinary(const std::string& path) {
+  const auto binary = QVTMachOBinary::MachOBinaryWithPath(path);
+  if (!binary) return;
+  binary->enumerateUUIDs([](const std::optional<std::string>& uuid, const std::string&) {
+    fuzz::require(!uuid || uuid->size() == 32);
+  });
+  try {
+    fuzz::require(binary->instanceIdentifier().size() == 40);
+  } catch (const foundation::Exception&) {
+    // A slice without UUID.
+  }
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const fuzz::MemoryFile file(fuzz::bytesOf(data, size));
+  readSlices(file.path().c_str());
+  readBinary(file.path());
+  return 0;
+}

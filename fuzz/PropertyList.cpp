@@ -1,0 +1,17 @@
+// Property lists in their three forms, told apart by content; what can be read can be written.
+#include "foundation/PropertyList.h"
+
+#include "foundation/Format.h"
+#include "fuzz/FuzzTarget.h"
+
+namespace PropertyList = foundation::PropertyList;
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const auto value = PropertyList::parse(fuzz::bytesOf(data, size));
+  if (!value) return 0;
+  fuzz::ignore(foundation::format("%@", *value));
+  // Characters that XML cannot hold have no written form.
+  const auto written = PropertyList::xml(*value);
+  if (written) fuzz::require(PropertyList::parseXML(foundation::bytesOf(*written)).ok());
+  return 0;
+}

@@ -1,0 +1,49 @@
+// Runs one fuzz target over kept inputs, without a fuzzer: a test of every build.
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "fuzz/FuzzTarget.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Kept inputs are small; one that takes longer than this even under sanitizers shows a reader that
+/// is not linear.
+constexpr std::chrono::seconds kLimit(10);
+
+std::vector<std::uint8_t> contentsOf(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// False when the reader was too slow. A crash ends the process; the line names the input then.
+bool replay(const fs::path& path) {
+  std::printf("%s\n", path.c_str());
+  std::fflush(stdout);
+  const auto input = contentsOf(path);
+  const auto start = std::chrono::steady_clock::now();
+  LLVMFuzzerTestOneInput(input.data(), input.size());
+  const bool isQuick = std::chrono::steady_clock::now() - start < kLimit;
+  if (!isQuick) std::fprintf(stderr, "%s: took too long\n", path.c_str());
+  return isQuick;
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+  int count = 0;
+  bool isQuick = true;
+  for (int i = 1; i < argumentCount; ++i) {
+    for (const auto& entry : fs::directory_iterator(arguments[i])) {
+      isQuick = replay(entry.path()) && isQuick;
+      ++count;
+    }
+  }
+  if (count == 0) std::fprintf(stderr, "replay: no inputs\n");
+  return count > 0 && isQuick ? 0 : 1;
+}

@@ -1,0 +1,26 @@
+// Signed Mach-O files as the signing tools read and verify them.
+#include "foundation/PropertyList.h"
+#include "fuzz/FuzzTarget.h"
+#include "toolchain/SignatureCheck.h"
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const foundation::Bytes file = fuzz::bytesOf(data, size);
+  toolchain::looksLikeMachO(file);
+  const auto image = toolchain::Image::parse(file);
+  if (!image) return 0;
+  for (const toolchain::Slice& slice : image->slices()) {
+    const foundation::Bytes code = image->bytesOf(slice);
+    if (slice.embeddedInfoPlist) {
+      fuzz::ignore(foundation::PropertyList::parse(
+          code.subspan(slice.embeddedInfoPlist->offset, slice.embeddedInfoPlist->size)));
+    }
+    if (!slice.signature) continue;
+    fuzz::ignore(toolchain::checkSignature({.slice = slice,
+                                            .signature = image->signatureArea(slice),
+                                            .code = {code.first(slice.signature->data.offset)},
+                                            .takenHashes = {},
+                                            .infoPlist = {},
+                                            .resources = {}}));
+  }
+  return 0;
+}
