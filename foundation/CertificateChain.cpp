@@ -30,10 +30,9 @@ std::vector<const Certificate*> inOrderOfPreference(const std::vector<Certificat
 /// Moves the issuers of `certificate` out of `left`; they keep their order.
 std::vector<const Certificate*> takeIssuers(const Certificate& certificate,
                                             std::vector<const Certificate*>& left) {
-  const auto rest =
-      std::stable_partition(left.begin(), left.end(), [&](const Certificate* candidate) {
-        return !certificate.isIssuedBy(*candidate);
-      });
+  const auto rest = std::stable_partition(
+      left.begin(), left.end(),
+      [&](const Certificate* candidate) { return !certificate.isIssuedBy(*candidate); });
   std::vector<const Certificate*> issuers(rest, left.end());
   left.erase(rest, left.end());
   return issuers;
