@@ -31,8 +31,7 @@ std::string secondsSince1970() {
   return foundation::format("%lu", std::chrono::floor<std::chrono::seconds>(now).count());
 }
 
-/// The kind of message that this app's "UINewsstandapp" asks for. The key's lower-case "a" is what
-/// the service was built with; no other spelling is read.
+/// The key's lower-case "a" is what the service was built with; no other spelling is read.
 bool isNewsstandApp(const QVTAppInfo& appInfo) {
   const foundation::Value* const value = infoValueOf(appInfo, "UINewsstandapp");
   return value && value->boolValue().value_or(false);
