@@ -41,13 +41,20 @@ Result<EmbeddedProfile> readProfile(const std::filesystem::path& path) {
   return profile;
 }
 
-/// A pattern's value for one identifier; absent for one that is nothing but a wildcard.
+/// "TEAM.*" or "TEAM.com.example.*" for one identifier. Absent for a pattern that this identifier
+/// does not fit, and for one that is nothing but a wildcard.
+std::optional<Value> exactText(const std::string& pattern, const std::string& identifier) {
+  if (pattern == "*") return std::nullopt;
+  if (!pattern.ends_with(".*")) return Value(pattern);
+  const auto prefix = pattern.find('.') + 1;
+  const auto start = std::string_view(pattern).substr(prefix, pattern.size() - prefix - 1);
+  if (!identifier.starts_with(start)) return std::nullopt;
+  return Value(pattern.substr(0, prefix) + identifier);
+}
+
+/// A pattern's value for one identifier; absent where there is none.
 std::optional<Value> concrete(const Value& value, const std::string& identifier) {
-  if (const std::string* text = value.string()) {
-    if (*text == "*") return std::nullopt;
-    if (!text->ends_with(".*")) return value;
-    return Value(text->substr(0, text->size() - 1) + identifier);
-  }
+  if (const std::string* text = value.string()) return exactText(*text, identifier);
   const Array* array = value.array();
   if (!array) return value;
   Array result;

@@ -22,9 +22,10 @@ struct EmbeddedProfile {
 /// Empty when the bundle has none; fails when there is one that cannot be read.
 Result<std::optional<EmbeddedProfile>> embeddedProfileOf(const std::filesystem::path& bundleBase);
 
-/// The entitlements that the profile grants, made exact for this identifier: a trailing wildcard of
-/// "application-identifier", of a key-chain or other group is replaced by the identifier, and a
-/// value that is nothing but a wildcard is left out. Empty without entitlements.
+/// The entitlements that the profile grants, made exact for this identifier: what stands behind the
+/// prefix in a value with a trailing wildcard ("TEAM.*", "TEAM.com.example.*") becomes the
+/// identifier. A pattern that the identifier does not fit is left out, and so is a value that is
+/// nothing but a wildcard. Empty without entitlements.
 foundation::Dictionary concreteEntitlements(const EmbeddedProfile& profile,
                                             const std::string& identifier);
 

@@ -119,14 +119,15 @@ TEST(EmbeddedProfile, WildcardsBecomeExact) {
   toolchain::EmbeddedProfile profile;
   profile.dictionary = {
       {"Entitlements", Dictionary{{"application-identifier", "T.*"},
-                                  {"keychain-access-groups", Array{"T.*", "com.apple.token"}},
+                                  {"keychain-access-groups",
+                                   Array{"T.*", "com.apple.token", "T.com.example.*", "T.other.*"}},
                                   {"com.apple.developer.associated-domains", "*"},
                                   {"services", Array{"*"}},
                                   {"empty", Array{}},
                                   {"get-task-allow", false}}}};
   const Dictionary expected = {
       {"application-identifier", "T.com.example.x"},
-      {"keychain-access-groups", Array{"T.com.example.x", "com.apple.token"}},
+      {"keychain-access-groups", Array{"T.com.example.x", "com.apple.token", "T.com.example.x"}},
       {"empty", Array{}},
       {"get-task-allow", false}};
   EXPECT_TRUE(toolchain::concreteEntitlements(profile, "com.example.x") == expected);
