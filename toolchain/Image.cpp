@@ -43,6 +43,8 @@ constexpr std::array kArchitectures = {
 struct FatEntry {
   Architecture architecture;
   Extent file;
+  /// Logarithm of what `file.offset` says it is a multiple of.
+  std::uint32_t alignment = 0;
 };
 
 template <class Record>
@@ -56,7 +58,8 @@ Result<std::vector<FatEntry>> fatEntries(Bytes file, std::uint32_t count) {
     const Record record = macho::byteSwapped(*raw);
     const FatEntry entry{
         {static_cast<std::uint32_t>(record.cputype), static_cast<std::uint32_t>(record.cpusubtype)},
-        {record.offset, record.size}};
+        {record.offset, record.size},
+        record.align};
     if (!foundation::slice(file, entry.file.offset, entry.file.size)) {
       return failure(where + ": offset " + std::to_string(entry.file.offset) + " and size " +
                      std::to_string(entry.file.size) + " lie outside the file of " +
@@ -82,7 +85,12 @@ Result<> checkDisjoint(const std::vector<FatEntry>& entries, std::size_t tableEn
   return {};
 }
 
-Result<std::vector<FatEntry>> readFatTable(Bytes file, bool is64) {
+struct FatTable {
+  std::vector<FatEntry> entries;
+  std::uint64_t end = 0;
+};
+
+Result<FatTable> readFatTable(Bytes file, bool is64) {
   const auto header = foundation::readAt<macho::fat_header>(file, 0);
   if (!header) return failure("universal header is cut off");
   const std::uint32_t count = macho::byteSwapped(*header).nfat_arch;
@@ -92,19 +100,26 @@ Result<std::vector<FatEntry>> readFatTable(Bytes file, bool is64) {
   }
   auto entries =
       is64 ? fatEntries<macho::fat_arch_64>(file, count) : fatEntries<macho::fat_arch>(file, count);
-  if (!entries) return entries;
+  if (!entries) return entries.error();
   const std::size_t entrySize = is64 ? sizeof(macho::fat_arch_64) : sizeof(macho::fat_arch);
-  const auto disjoint = checkDisjoint(*entries, sizeof(macho::fat_header) + count * entrySize);
-  if (!disjoint) return disjoint.error();
-  return entries;
+  const std::size_t end = sizeof(macho::fat_header) + count * entrySize;
+  if (const auto disjoint = checkDisjoint(*entries, end); !disjoint) return disjoint.error();
+  return FatTable{std::move(*entries), end};
 }
 
 Result<Slice> readFatSlice(Bytes file, const FatEntry& entry) {
   const std::string name =
       architectureName(entry.architecture.cpuType, entry.architecture.cpuSubtype);
+  constexpr std::uint32_t kMaximumAlignment = 31;
+  if (entry.alignment > kMaximumAlignment ||
+      entry.file.offset % (std::uint64_t{1} << entry.alignment) != 0) {
+    return failure(name + ": offset " + std::to_string(entry.file.offset) +
+                   " is no multiple of 2^" + std::to_string(entry.alignment));
+  }
   auto slice = readSlice(file, entry.file);
   if (!slice) return within(name, slice.error());
-  if (slice->cpuType != entry.architecture.cpuType) {
+  // Capability bits may differ.
+  if (slice->architecture != name) {
     return failure(name + ": the slice's own header names " + slice->architecture);
   }
   return slice;
@@ -119,16 +134,16 @@ Result<Image> Image::parse(Bytes file) {
   if (!magic) return failure("not a Mach-O file: it has " + std::to_string(file.size()) + " bytes");
   Image image;
   image.file_ = file;
-  image.isUniversal_ = *magic == macho::FAT_CIGAM || *magic == macho::FAT_CIGAM_64;
-  if (!image.isUniversal_) {
+  if (*magic != macho::FAT_CIGAM && *magic != macho::FAT_CIGAM_64) {
     auto slice = readSlice(file, {0, file.size()});
     if (!slice) return slice.error();
     image.slices_.push_back(std::move(*slice));
     return image;
   }
-  const auto entries = readFatTable(file, *magic == macho::FAT_CIGAM_64);
-  if (!entries) return entries.error();
-  for (const FatEntry& entry : *entries) {
+  const auto table = readFatTable(file, *magic == macho::FAT_CIGAM_64);
+  if (!table) return table.error();
+  image.tableEnd_ = table->end;
+  for (const FatEntry& entry : table->entries) {
     auto slice = readFatSlice(file, entry);
     if (!slice) return slice.error();
     for (const Slice& other : image.slices_) {

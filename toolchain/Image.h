@@ -105,7 +105,9 @@ class Image {
   static Result<Image> parse(Bytes file);
 
   [[nodiscard]] Bytes file() const { return file_; }
-  [[nodiscard]] bool isUniversal() const { return isUniversal_; }
+  [[nodiscard]] bool isUniversal() const { return tableEnd_ != 0; }
+  /// Bytes of a universal file's header and table of slices; 0 for a thin file.
+  [[nodiscard]] std::uint64_t tableEnd() const { return tableEnd_; }
   [[nodiscard]] const std::vector<Slice>& slices() const { return slices_; }
   [[nodiscard]] Bytes bytesOf(const Slice& slice) const {
     return file_.subspan(slice.file.offset, slice.file.size);
@@ -117,7 +119,7 @@ class Image {
 
  private:
   Bytes file_;
-  bool isUniversal_ = false;
+  std::uint64_t tableEnd_ = 0;
   std::vector<Slice> slices_;
 };
 

@@ -89,6 +89,9 @@ Result<SealDifferences> compareWithSeal(const CodeBundle& bundle, Bytes seal, Fi
     return faultError(Fault::sealedResource, machOFiles.error().localizedDescription());
   }
   differences.machOFiles = *std::move(machOFiles);
+  for (const auto& [path, item] : present->files2) {
+    if (item.cdHash) differences.codeByHash.push_back((bundle.base / path).string());
+  }
   for (auto& path : besidesSeal(bundle)) differences.added.push_back(std::move(path));
   std::sort(differences.added.begin(), differences.added.end());
   return differences;

@@ -17,6 +17,9 @@ struct SealDifferences {
 
   /// Absolute paths of the files in the bundle that begin as Mach-O does, noticed on the way.
   std::vector<std::string> machOFiles;
+  /// Absolute paths of the nested code that the seal names by its hash: it does not cover their
+  /// bytes.
+  std::vector<std::string> codeByHash;
 
   /// True when nothing differs.
   [[nodiscard]] bool empty() const { return added.empty() && modified.empty() && missing.empty(); }

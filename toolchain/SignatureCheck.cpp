@@ -19,7 +19,7 @@ constexpr std::uint64_t kKnownExecSegmentFlags =
     execseg::kSkipLibraryValidation | execseg::kCanLoadCDHash | execseg::kCanExecuteCDHash;
 constexpr std::uint32_t kHasExecSegment = 0x20400;
 
-/// What a blob in this slot must begin with; 0 where the slot holds none.
+/// What a blob in this slot must begin with; 0 where others look at that.
 std::uint32_t expectedMagic(std::uint32_t number) {
   if (number == slot::kRequirements) return magic::kRequirementSet;
   if (number == slot::kEntitlements) return magic::kEntitlements;
@@ -191,8 +191,20 @@ Result<> checkSpecialSlots(const CodeDirectory& directory, const SuperBlob& sign
   return {};
 }
 
-Result<> checkMagics(const SuperBlob& signature) {
+/// Slots whose blobs no CodeDirectory has a hash of: the directories, the CMS, and what may be
+/// attached to a finished signature.
+bool standsAlone(std::uint32_t number) {
+  return number == slot::kCodeDirectory ||
+         (number >= slot::kAlternateCodeDirectories &&
+          number < slot::kAlternateCodeDirectoriesEnd) ||
+         (number >= slot::kSignature && number <= slot::kTicket);
+}
+
+Result<> checkSlots(const SuperBlob& signature) {
   for (const auto& entry : signature.entries()) {
+    if (entry.slot > slot::kLibraryConstraint && !standsAlone(entry.slot)) {
+      return invalid("slot " + hex(entry.slot) + " is none that a signature has");
+    }
     const std::uint32_t expected = expectedMagic(entry.slot);
     if (expected == 0) continue;
     if (const auto payload = blobPayload(entry.bytes, expected); !payload) {
@@ -239,7 +251,7 @@ Result<CheckedSignature> checkSignature(const SliceEvidence& evidence) {
   auto directories = codeDirectories(*signature);
   if (!directories) return invalid(directories.error());
   result.directories = *std::move(directories);
-  if (auto checked = checkMagics(*signature); !checked) return checked.error();
+  if (auto checked = checkSlots(*signature); !checked) return checked.error();
   if (auto checked = checkDirectories(result.directories, *signature, evidence); !checked) {
     return checked.error();
   }

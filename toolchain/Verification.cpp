@@ -62,9 +62,7 @@ std::optional<Complaint> checkCoverage(const Image& image) {
   if (!image.isUniversal()) return std::nullopt;
   std::sort(extents.begin(), extents.end(),
             [](const Extent& a, const Extent& b) { return a.offset < b.offset; });
-  constexpr std::uint64_t kTable = 8;
-  constexpr std::uint64_t kTableEntry = 32;  // the larger of the two forms
-  std::uint64_t end = std::min(kTable + kTableEntry * extents.size(), extents.front().offset);
+  std::uint64_t end = image.tableEnd();
   extents.push_back({image.file().size(), 0});
   for (const auto& next : extents) {
     if (next.offset > end && !isZero(image.file().subspan(end, next.offset - end))) {
@@ -111,36 +109,46 @@ class Verifier {
  public:
   explicit Verifier(const VerifyOptions& options) : options_(options) {}
 
-  std::optional<Complaint> run() {
-    const auto code = CodeBundle::open(options_.code);
+  std::optional<Complaint> run() { return checkTree(options_.code); }
+
+ private:
+  /// A piece of code and all that is nested in it.
+  std::optional<Complaint> checkTree(const fs::path& path) {
+    const auto code = CodeBundle::open(path);
     if (!code) return complaint(code.error(), Fault::bundleFormat);
-    if (auto found = check(*code)) return found;
+    SealDifferences found;
+    if (auto wrong = check(*code, found)) return wrong;
     if (!code->isBundle()) return std::nullopt;
-    const auto nested = nestedCodeIn(*code);
+    const auto nested = nestedCodeIn(*code, found);
     if (!nested) return complaint(nested.error(), Fault::nestedCode);
-    for (const auto& path : *nested) {
-      if (auto found = checkNested(path)) {
-        found->subcomponent = path;
-        return found;
-      }
+    for (const auto& each : *nested) {
+      const bool isByHash = contains(found.codeByHash, each);
+      auto wrong = isByHash ? checkTree(each) : checkNested(each);
+      if (!wrong) continue;
+      if (wrong->subcomponent.empty()) wrong->subcomponent = each;
+      return wrong;
     }
     return std::nullopt;
   }
 
- private:
-  /// Executable, seal and requirement of one piece of code, in this order.
-  std::optional<Complaint> check(const CodeBundle& code) {
+  static bool contains(const std::vector<std::string>& paths, const fs::path& path) {
+    return std::find(paths.begin(), paths.end(), path.native()) != paths.end();
+  }
+
+  /// Executable, seal and requirement of one piece of code, in this order; what the seal's check
+  /// came upon goes to `found`.
+  std::optional<Complaint> check(const CodeBundle& code, SealDifferences& found) {
     const auto opened = openImage(code);
     if (!opened) return complaint(opened.error(), Fault::objectFormat);
     const Image& image = opened->image;
-    if (auto found = checkIsSigned(image)) return found;
+    if (auto wrong = checkIsSigned(image)) return wrong;
     auto seal = openSeal(code);
     if (!seal) return complaint(seal.error(), Fault::invalidResourceDirectory);
     const auto sealBytes = *seal ? std::optional((*seal)->bytes()) : std::nullopt;
     bool meetsRequirement = true;
-    if (auto found = checkSlices(code, image, sealBytes, meetsRequirement)) return found;
+    if (auto wrong = checkSlices(code, image, sealBytes, meetsRequirement)) return wrong;
     if (sealBytes) {
-      if (auto found = checkSeal(code, *sealBytes)) return found;
+      if (auto wrong = checkSeal(code, *sealBytes, found)) return wrong;
     }
     if (meetsRequirement) return std::nullopt;
     return Complaint{
@@ -186,55 +194,61 @@ class Verifier {
     return checkCoverage(image);
   }
 
-  std::optional<Complaint> checkSeal(const CodeBundle& code, Bytes seal) {
-    const auto differences = compareWithSeal(code, seal, hasher_);
+  std::optional<Complaint> checkSeal(const CodeBundle& code, Bytes seal, SealDifferences& found) {
+    auto differences = compareWithSeal(code, seal, hasher_);
     if (!differences) return complaint(differences.error(), Fault::sealedResource);
-    machOFiles_ = differences->machOFiles;
-    if (differences->empty()) return std::nullopt;
-    auto found = complaint(Fault::sealedResource);
+    found = *std::move(differences);
+    if (found.empty()) return std::nullopt;
+    auto wrong = complaint(Fault::sealedResource);
     const auto list = [&](std::string_view what, const std::vector<std::string>& paths) {
       for (const auto& path : paths) {
-        found.files.push_back(std::string(what) + ": " + (code.base / path).string());
+        wrong.files.push_back(std::string(what) + ": " + (code.base / path).string());
       }
     };
-    list("file added", differences->added);
-    list("file modified", differences->modified);
-    list("file missing", differences->missing);
-    return found;
+    list("file added", found.added);
+    list("file modified", found.modified);
+    list("file missing", found.missing);
+    return wrong;
   }
 
   /// The outer seal covers nested code's bytes; that it is signed at all is asked in any case.
   std::optional<Complaint> checkNested(const fs::path& path) {
     const auto code = CodeBundle::open(path);
     if (!code) return complaint(code.error(), Fault::nestedCode);
-    if (options_.deep) return check(*code);
+    SealDifferences passedOver;
+    if (options_.deep) return check(*code, passedOver);
     const auto opened = openImage(*code);
     if (!opened) return complaint(opened.error(), Fault::objectFormat);
     return checkIsSigned(opened->image);
   }
 
-  /// Innermost bundles first, behind the loose files, which the seal's check has found.
-  Result<std::vector<fs::path>> nestedCodeIn(const CodeBundle& code) const {
+  /// Innermost bundles first, behind the loose files, which the seal's check has found. What lies
+  /// in code that is named by its hash is left to the check of that code.
+  static Result<std::vector<fs::path>> nestedCodeIn(const CodeBundle& code,
+                                                    const SealDifferences& found) {
     const auto bundles = nestedBundles(code);
     if (!bundles) return bundles.error();
-    std::vector<fs::path> executables;
+    std::vector<std::string> executables;
     for (const auto& path : *bundles) {
       if (const auto bundle = CodeBundle::open(path)) executables.push_back(bundle->executable);
     }
-    std::vector<fs::path> found;
-    for (const auto& path : machOFiles_) {
-      const bool isLoose =
-          std::find(executables.begin(), executables.end(), path) == executables.end();
-      if (isLoose && isLooseCode(path)) found.emplace_back(path);
+    std::vector<fs::path> nested;
+    for (const auto& path : found.machOFiles) {
+      if (!contains(executables, path) && isLooseCode(path)) nested.emplace_back(path);
     }
-    found.insert(found.end(), bundles->begin(), bundles->end());
-    return found;
+    nested.insert(nested.end(), found.codeByHash.begin(), found.codeByHash.end());
+    for (const auto& path : *bundles) {
+      const bool isElsewhere = std::any_of(
+          found.codeByHash.begin(), found.codeByHash.end(), [&](const std::string& other) {
+            return path == other || path.native().starts_with(other + '/');
+          });
+      if (!isElsewhere) nested.push_back(path);
+    }
+    return nested;
   }
 
   const VerifyOptions& options_;
   FileHasher hasher_;
-  /// Of the bundle whose seal was checked last.
-  std::vector<std::string> machOFiles_;
 };
 
 Verdict verdictOn(const std::string& name, const std::optional<Complaint>& found) {

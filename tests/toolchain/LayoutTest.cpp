@@ -5,6 +5,7 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/toolchain/CodeFixture.h"
 #include "toolchain/Layout.h"
+#include "toolchain/SignatureBuilder.h"
 #include "toolchain/Signing.h"
 
 namespace {
@@ -214,9 +215,68 @@ TEST(Image, DamageIsNamed) {
   EXPECT_TRUE(Image::parse(foundation::bytesOf(good.bytes)));
 }
 
+/// Which digests and which pages a slice gets, by its system and processor.
+TEST(Image, SystemAndProcessorDecideAboutDigestsAndPages) {
+  using toolchain::HashType;
+  using toolchain::Platform;
+  constexpr auto kARM64 = macho::CPU_TYPE_ARM64;
+  constexpr std::uint32_t kNoCommand = 0;
+  struct Case {
+    const char* name;
+    std::int32_t cpuType;
+    /// An LC_VERSION_MIN_* command, or LC_BUILD_VERSION for `platform`.
+    std::uint32_t command;
+    Platform platform;
+    std::uint32_t minimum;
+    bool withSHA1;
+    int pageShift;
+  };
+  constexpr auto kBuild = macho::LC_BUILD_VERSION;
+  for (const Case& c : {
+           Case{"no command", kARM64, kNoCommand, {}, 0, false, 14},
+           Case{"iOS 10.3", kARM64, macho::LC_VERSION_MIN_IPHONEOS, {}, 0xa0300, true, 14},
+           Case{"iOS 11", kARM64, macho::LC_VERSION_MIN_IPHONEOS, {}, 0xb0000, false, 14},
+           Case{"iOS 10.3 by build", kARM64, kBuild, Platform::iOS, 0xa0300, true, 14},
+           Case{"iOS 11 by build", kARM64, kBuild, Platform::iOS, 0xb0000, false, 14},
+           Case{"32-bit", macho::CPU_TYPE_ARM, kBuild, Platform::iOS, 0xb0000, false, 12},
+           Case{"tvOS 10.9", kARM64, macho::LC_VERSION_MIN_TVOS, {}, 0xa0900, true, 12},
+           Case{"tvOS 11", kARM64, kBuild, Platform::tvOS, 0xb0000, false, 12},
+           Case{"watchOS 11", macho::CPU_TYPE_ARM64_32, kBuild, Platform::watchOS, 0xb0000, true,
+                14},
+           Case{"watchOS 12", kARM64, kBuild, Platform::watchOS, 0xc0000, false, 14},
+           Case{"macOS 10.11.3",
+                macho::CPU_TYPE_X86_64,
+                macho::LC_VERSION_MIN_MACOSX,
+                {},
+                0xa0b03,
+                true,
+                12},
+           Case{"macOS 10.11.4", macho::CPU_TYPE_X86_64, kBuild, Platform::macOS, 0xa0b04, false,
+                12},
+           Case{"visionOS 1", kARM64, kBuild, Platform::visionOS, 0x10000, false, 14},
+       }) {
+    SCOPED_TRACE(c.name);
+    MachOImage image(c.cpuType, 0);
+    if (c.command == kBuild) {
+      image.buildVersion(static_cast<std::uint32_t>(c.platform), c.minimum, c.minimum);
+    } else if (c.command != kNoCommand) {
+      image.versionMin(c.command, c.minimum, c.minimum);
+    }
+    const std::string bytes = image.bytes();
+    const auto parsed = Image::parse(foundation::bytesOf(bytes));
+    ASSERT_TRUE(parsed) << parsed.error().localizedDescription();
+    const auto types = toolchain::hashTypesFor(*parsed);
+    EXPECT_EQ(types.front() == HashType::sha1, c.withSHA1);
+    EXPECT_EQ(types.back(), HashType::sha256);
+    EXPECT_EQ(toolchain::pageShiftFor(parsed->slices()[0]), c.pageShift);
+  }
+}
+
 TEST(Image, UniversalTableIsChecked) {
   const MachOImage thin = MachOImage::arm64();
   const FatSlice slice = FatSlice::of(thin);
+  std::string misaligned = universalFile({slice});
+  poke(misaligned, 24, macho::byteSwapped(std::uint32_t{9}));
   struct Case {
     std::string name;
     std::string bytes;
@@ -230,6 +290,10 @@ TEST(Image, UniversalTableIsChecked) {
                 "slice 0 of 1: offset 1048576"},
            Case{"over the table", universalFile({{slice.cpuType, 0, slice.bytes, 8U}}), "overlaps"},
            Case{"twice", universalFile({slice, slice}), "two slices are named arm64"},
+           Case{"not aligned", misaligned, "arm64: offset 32 is no multiple of 2^9"},
+           Case{"other subtype",
+                universalFile({{slice.cpuType, macho::CPU_SUBTYPE_ARM64E, slice.bytes, {}}}),
+                "arm64e: the slice's own header names arm64"},
            Case{"other processor",
                 universalFile({{macho::CPU_TYPE_X86_64, 3, slice.bytes, std::nullopt}}),
                 "x86_64: the slice's own header names arm64"},

@@ -248,6 +248,41 @@ TEST_F(VerifyTest, EveryPlaceOfTheExecutableIsCovered) {
   }
 }
 
+TEST_F(VerifyTest, TheUniversalHeaderIsCovered) {
+  constexpr std::size_t kTable = 8;
+  constexpr std::size_t kEntry = 20;
+  constexpr std::size_t kCapabilities = 4;  // the highest byte of a subtype, which may differ
+  for (std::size_t i = 0; i < kTable + 3 * kEntry; ++i) {
+    if (i >= kTable && i < kTable + 2 * kEntry && (i - kTable) % kEntry == kCapabilities) continue;
+    flip(executable(), i);
+    EXPECT_EQ(verify().status, 1) << "byte " << i;
+    flip(executable(), i);
+  }
+  EXPECT_EQ(verify().status, 0);
+}
+
+/// Nested code that the seal names by its hash: what the hash does not cover is looked at too.
+TEST_F(VerifyTest, NestedCodeThatIsSealedByHashIsCovered) {
+  write(app() / "Resources/a", "a");
+  fs::create_directories(app() / "Frameworks/F.framework/Resources");
+  fs::create_directories(app() / "Frameworks/F.framework/PlugIns");
+  fs::copy_file(app() / "Frameworks/libf.dylib", app() / "Frameworks/F.framework/PlugIns/g.dylib");
+  toolchain::SignOptions options{.code = app(), .identity = "-", .force = true, .deep = true};
+  ASSERT_TRUE(toolchain::sign(options));
+  ASSERT_EQ(verify().status, 0);
+  for (const char* place :
+       {"Frameworks/libf.dylib", "Frameworks/F.framework/F", "Frameworks/F.framework/data",
+        "Frameworks/F.framework/Info.plist", "Frameworks/F.framework/PlugIns/g.dylib"}) {
+    const auto middle = fs::file_size(app() / place) / 2;
+    flip(app() / place, middle);
+    const Verdict verdict = verify();
+    EXPECT_EQ(verdict.status, 1) << place;
+    EXPECT_THAT(verdict.statements, Contains(testing::StartsWith("In subcomponent: "))) << place;
+    flip(app() / place, middle);
+  }
+  EXPECT_EQ(verify().status, 0);
+}
+
 /// Every byte of a signature but those of the CMS counts, and so does every byte that the CMS
 /// signs.
 TEST_F(VerifyTest, EveryByteOfASignatureIsCovered) {
@@ -320,6 +355,12 @@ TEST_F(VerifyTest, WrongSignaturesAreRefused) {
       {"blob without hash", [](Parts& parts) { parts.uncovered = {7}; }, "does not cover slot 7"},
       {"hash without blob", [](Parts& parts) { parts.dangling = {6}; },
        "covers slot 6, which is not there"},
+      {"a blob that nothing covers",
+       [](Parts& parts) {
+         parts.blobs[0x2000] = blob(magic::kEntitlements, "");
+         parts.uncovered = {0x2000};
+       },
+       "slot 0x2000 is none"},
       {"Info.plist not covered",
        [](Parts& parts) {
          for (auto& files : parts.files) files.erase(1);
