@@ -80,7 +80,7 @@ fs::path Replacement::besides(const fs::path& target) {
 
 void Replacement::discard(const fs::path& own) {
   std::error_code ignored;
-  fs::remove(own, ignored);
+  fs::remove_all(own, ignored);
   own_.erase(own.native());
 }
 

@@ -48,7 +48,7 @@ class Replacement {
                           const std::filesystem::path& model = {});
   /// Puts what was prepared for these targets into place, in the given order.
   Result<> commit(const std::vector<std::filesystem::path>& targets);
-  /// Takes a file away.
+  /// Takes a file, or a folder with all that is in it, away.
   Result<> remove(const std::filesystem::path& target);
   /// Keeps what was committed.
   void finish();

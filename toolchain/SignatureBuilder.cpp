@@ -123,7 +123,7 @@ SignatureBuilder::SignatureBuilder(const SignatureContent& content, const Slice&
 }
 
 std::uint32_t SignatureBuilder::specialSlotCount() const {
-  return std::max(blobs_.back().slot, content_.resources ? slot::kResources : 0);
+  return std::max(blobs_.back().slot, content_.isSealed ? slot::kResources : 0);
 }
 
 std::uint64_t SignatureBuilder::room() const {

@@ -26,7 +26,9 @@ struct SignatureContent {
   foundation::Date signingTime;
   /// For main executables only.
   std::optional<Entitlements> entitlements;
-  /// Bytes of Info.plist and of the seal; absent where there is none.
+  /// The code is a bundle, so there will be a seal.
+  bool isSealed = false;
+  /// Bytes of Info.plist and of the seal; absent where there is none, or not yet.
   std::optional<Bytes> infoPlist;
   std::optional<Bytes> resources;
 };

@@ -22,7 +22,8 @@ constexpr std::int64_t kOwnFlags = codeflag::kAdHoc | codeflag::kRuntime | codef
 
 /// True for a signature that a linker added on its own: it says nothing about who made the code.
 bool isLinkerSigned(const Image& image, const Slice& slice) {
-  const auto signature = SuperBlob::parse(image.signatureArea(slice), magic::kEmbeddedSignature);
+  const auto signature =
+      SuperBlob::parse(image.signatureArea(slice), magic::kEmbeddedSignature, Gaps::accepted);
   const auto directories = signature ? codeDirectories(*signature)
                                      : Result<std::vector<CodeDirectory>>(signature.error());
   return directories && (directories->front().fields.flags & codeflag::kLinkerSigned) != 0;
@@ -176,6 +177,7 @@ class Signer {
     SignatureContent content;
     content.identifier = code.identifier;
     content.flags = flagsFrom(code);
+    content.isSealed = code.isBundle();
     content.signingTime = signingTime_;
     content.entitlements = entitlements;
     if (identity_) {

@@ -8,8 +8,10 @@
 #include <unistd.h>
 
 #include "foundation/PropertyList.h"
+#include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/toolchain/CodeFixture.h"
+#include "toolchain/CodeBundle.h"
 #include "toolchain/Description.h"
 #include "toolchain/Verification.h"
 
@@ -163,14 +165,63 @@ TEST(Sign, AttributesStayAndLeftoversGo) {
   fs::permissions(app / "X", fs::perms(0750));
   const bool hasAttributes = ::setxattr((app / "X").c_str(), "user.note", "kept", 4, 0) == 0;
   writeFile(app / "_CodeSignature/ResourceRules", "old");
+  writeFile(app / "_CodeSignature/folder/CodeDirectory", "old");
   ASSERT_EQ(signingProblem(optionsFor(app, kSigners[1])), "");
   EXPECT_EQ(fs::status(app / "X").permissions(), fs::perms(0750));
   char value[4] = {};
   if (hasAttributes) {
     EXPECT_EQ(::getxattr((app / "X").c_str(), "user.note", value, 4), 4);
   }
-  EXPECT_FALSE(fs::exists(app / "_CodeSignature/ResourceRules"));
+  EXPECT_EQ(std::distance(fs::directory_iterator(app / "_CodeSignature"), {}), 1);
   EXPECT_EQ(complaintsAbout(app, kSigners[1]), "");
+}
+
+/// A linker signs without being asked; that says nothing about who made the code.
+TEST(Sign, WhatOnlyTheLinkerSignedCountsAsUnsigned) {
+  const TemporaryFolder folder;
+  const fs::path app = writeApp(folder.path());
+  const fs::path library = app / "Frameworks/libl.dylib";
+  fs::create_directories(library.parent_path());
+  linkImage(app / "X", {.linkerArguments = {"-adhoc_codesign"}});
+  linkImage(library, {.linkerArguments = {"-dylib", "-adhoc_codesign"}});
+  SignOptions options = optionsFor(app, kSigners[1]);
+  options.force = false;
+  std::vector<std::string> notes;
+  ASSERT_EQ(signingProblem(options, &notes), "");
+  EXPECT_THAT(notes, ElementsAre(library.string() + ": is not signed, signing it first"));
+  EXPECT_EQ(complaintsAbout(library, kSigners[1]), "");
+}
+
+TEST(Sign, IdentifiersComeFromTheInfoPlistOrTheName) {
+  const TemporaryFolder folder;
+  const auto identifierOf = [](const fs::path& code) {
+    return toolchain::CodeBundle::open(code)->identifier;
+  };
+  for (const auto& [name, identifier] :
+       std::vector<std::pair<std::string, std::string>>{{"libswiftCore.dylib", "libswiftCore"},
+                                                        {"foo.2.3.4", "foo.2"},
+                                                        {"foo.2.3.dylib", "foo.2"},
+                                                        {"foo.2a.dylib", "foo.2a"},
+                                                        {"foo.bar.dylib", "foo.bar"},
+                                                        {"foo.1", "foo.1"},
+                                                        {"plain", "plain"}}) {
+    EXPECT_EQ(identifierOf(folder.write(name, machO(Kind::dylib))), identifier) << name;
+  }
+  EXPECT_EQ(identifierOf(folder.write("other.dylib", machO(Kind::plistDylib))),
+            "com.example.inside");
+  const fs::path framework = writeBundle(folder / "F.framework", "com.example.f", Kind::dylib);
+  EXPECT_EQ(identifierOf(framework), "com.example.f");
+  writePlist(framework / "Info.plist", {{"CFBundleExecutable", "F"}});
+  EXPECT_EQ(identifierOf(framework), "F");
+}
+
+TEST(Sign, InfoPlistMayAskForFlagsButNotForTheSignersOwn) {
+  const TemporaryFolder folder;
+  const fs::path app = writeApp(folder.path());
+  writePlist(app / "Info.plist", {{"CFBundleExecutable", "X"}, {"CSFlags", 0x30802}});
+  ASSERT_EQ(signingProblem(optionsFor(app, kSigners[1])), "");
+  EXPECT_THAT(*toolchain::describe({.code = app, .verbosity = 1}),
+              testing::Contains(HasSubstr("flags=0x800(none)")));
 }
 
 TEST(Sign, SignedCodeIsRefusedWithoutForce) {

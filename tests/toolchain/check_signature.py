@@ -247,6 +247,10 @@ def check_slice(piece, context):
     expect("number of directories", len(directories), len(kinds))
     results = [check_directory(cd, piece, blobs, kind, context)
                for cd, kind in zip(directories, kinds)]
+    reserve = 12 + 8 * len(blobs) + 18000 + sum(
+        len(blob) + (96 - 88 if blob in directories else 0)
+        for slot, blob in blobs.items() if slot != 0x10000)
+    expect("room for the signature", size, (reserve + 15) // 16 * 16)
     expect("requirements", blobs[2][:4].hex(), "fade0c01")
     expect("wrapper", blobs[0x10000][:4].hex(), "fade0b01")
     if context["adhoc"]:
