@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,6 +37,13 @@ Result<std::string> appStorage() {
   return appendingPathComponent(*temporary, "com.quorvantile.mac/apps");
 }
 
+/// What a link points to; anything else as it is.
+std::string behindLinks(const std::string& path) {
+  std::error_code problem;
+  const auto real = std::filesystem::canonical(path, problem);
+  return problem ? path : real.string();
+}
+
 Result<std::string> copyToNewFolder(const std::string& path) {
   const Result<std::string> storage = appStorage();
   if (!storage) return storage.error();
@@ -46,7 +54,9 @@ Result<std::string> copyToNewFolder(const std::string& path) {
   if (const Result<> made = FileManager::createDirectoryWithIntermediates(folder); !made) {
     return made.error();
   }
-  if (const Result<> copied = FileManager::copyItemAtPath(path, destination); !copied) {
+  // The copy of a link would still be the original, which is not to be changed.
+  if (const Result<> copied = FileManager::copyItemAtPath(behindLinks(path), destination);
+      !copied) {
     return copied.error();
   }
   return destination;

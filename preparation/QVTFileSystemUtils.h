@@ -32,8 +32,8 @@ class QVTFileSystemUtils {
   /// The folder for copies of apps; not created.
   static std::string appTemporaryStoragePath();
 
-  /// Copies (never moves) the app into a new folder below `appTemporaryStoragePath` and returns the
-  /// copy's path; absent with the error on failure.
+  /// Copies (never moves) the app, or what a link in its place points to, into a new folder below
+  /// `appTemporaryStoragePath` and returns the copy's path; absent with the error on failure.
   static std::optional<std::string> moveAppToTempPath(const std::string& path,
                                                       foundation::ErrorSlot error = nullptr);
   /// Puts a copy of the item into the folder, in place of an item of the same name. False on any

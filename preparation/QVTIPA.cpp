@@ -1,19 +1,32 @@
 #include "preparation/QVTIPA.h"
 
+#include <filesystem>
+
 #include "console/QVTCLUtilLog.h"
 #include "foundation/Path.h"
+#include "foundation/SystemLog.h"
 #include "foundation/URL.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/QVTInfoPlist.h"
 
 namespace {
 
+/// An archive may hold links, and what is behind one is not the archive's: signing would change it,
+/// and the end of the run remove it.
+bool isLink(const std::string& path) {
+  std::error_code problem;
+  if (!std::filesystem::is_symlink(path, problem)) return false;
+  foundation::systemLog("%@ is a link, which is not followed", path);
+  return true;
+}
+
 /// The app folder inside the inflated archive; absent when there is none.
 std::optional<std::string> appPathInFolder(const std::string& inflated) {
   const std::string payload = inflated + "Payload";
   const auto names = QVTFileSystemUtils::findPathsToAppsInDirectory(payload);
-  if (!names || names->empty()) return std::nullopt;
-  return payload + "/" + names->front();
+  if (!names || names->empty() || isLink(payload)) return std::nullopt;
+  const std::string app = payload + "/" + names->front();
+  return isLink(app) ? std::nullopt : std::optional<std::string>(app);
 }
 
 /// The standard escaping leaves "?" alone, which would end the URL's path.

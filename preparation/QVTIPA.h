@@ -10,7 +10,8 @@
 class QVTIPA : public QVTCodeSignedResource {
  public:
   /// Inflates the archive into the temporary directory, where it stays. Empty on any failure; one
-  /// to inflate it is told on the console, a missing app is not.
+  /// to inflate it is told on the console, a missing app is not, and one that is only a link is
+  /// told in the system log.
   static std::shared_ptr<QVTIPA> initWithPath(const std::string& path);
 
  protected:

@@ -65,6 +65,12 @@ TEST(AppCopies, GoToAFolderOfTheirOwn) {
     EXPECT_EQ(test::contentsOf(copy + "/file"), "x");
   }
   EXPECT_TRUE(fs::exists(source));
+
+  fs::create_symlink("My App.app", folder / "Link.app");
+  const auto linked = QVTFileSystemUtils::moveAppToTempPath(folder / "Link.app");
+  ASSERT_TRUE(linked);
+  EXPECT_FALSE(fs::is_symlink(*linked));
+  EXPECT_EQ(test::contentsOf(*linked + "/file"), "x");
 }
 
 TEST(AppCopies, FailuresAreTold) {

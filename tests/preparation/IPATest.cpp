@@ -6,6 +6,7 @@
 #include "console/QVTCLUtilLog.h"
 #include "preparation/QVTIPA.h"
 #include "tests/preparation/Archives.h"
+#include "tests/support/MachOFixture.h"
 
 namespace {
 
@@ -86,6 +87,25 @@ TEST(IPA, OnlyAFailedInflationHasALine) {
   for (const char* const name : {"noPayload.ipa", "noApp.ipa", "payloadIsAFile.ipa"}) {
     EXPECT_FALSE(open(folder / name, &console)) << name;
     EXPECT_EQ(console, "") << name;
+  }
+}
+
+TEST(IPA, LinksOutOfTheArchiveAreNoApps) {
+  const test::TemporaryFolder outside;
+  outside.write("App.app/Info.plist", kInfo);
+  for (const auto& [link, target] :
+       {std::pair("Payload/App.app", outside / "App.app"), std::pair("Payload", outside.path())}) {
+    SCOPED_TRACE(link);
+    const test::TemporaryDirectoryScope temporary;
+    const test::TemporaryFolder folder;
+    std::filesystem::create_directories((folder / "in" / link).parent_path());
+    std::filesystem::create_symlink(target, folder / "in" / link);
+    test::outputOf({"sh", "-c", "cd \"$1\" && zip -q --symlinks -r ../App.ipa Payload", "sh",
+                    (folder / "in").string()});
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(open(folder / "App.ipa"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr(temporary.path().string() + "/App/" + link + " is a link"));
   }
 }
 
