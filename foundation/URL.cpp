@@ -1,7 +1,10 @@
 #include "foundation/URL.h"
 
 #include <charconv>
+#include <filesystem>
+#include <system_error>
 
+#include "foundation/Path.h"
 #include "foundation/Text.h"
 
 namespace foundation {
@@ -174,7 +177,15 @@ std::optional<URL> URL::withStringRelativeToURL(std::string_view text, const URL
   return result;
 }
 
-URL URL::fileURLWithPath(std::string_view path) { return URL("file://" + escaped(path, "%#?[];")); }
+URL URL::fileURLWithPath(std::string_view path) {
+  std::string whole(path);
+  if (!path.empty() && !path.starts_with('/')) {
+    std::error_code error;
+    const auto current = std::filesystem::current_path(error);
+    if (!error) whole = appendingPathComponent(current.string(), path);
+  }
+  return URL("file://" + escaped(whole, "%#?[];"));
+}
 
 std::string URL::path() const { return decodedPath(partsOf(text_).path); }
 

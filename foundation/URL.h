@@ -16,7 +16,8 @@ class URL {
   /// Standard relative resolution against `base`; a text that has a scheme stands for itself. The
   /// result is absolute and remembers `text` only in `relativePath`.
   static std::optional<URL> withStringRelativeToURL(std::string_view text, const URL& base);
-  /// A file URL; every path has one (bytes that a URL cannot hold are percent-escaped).
+  /// A file URL; every path has one (bytes that a URL cannot hold are percent-escaped). A relative
+  /// path is one below the current folder.
   static URL fileURLWithPath(std::string_view path);
 
   [[nodiscard]] const std::string& absoluteString() const { return text_; }

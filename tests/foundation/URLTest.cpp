@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include <gtest/gtest.h>
 
 #include "foundation/URL.h"
@@ -96,6 +98,13 @@ TEST(URL, FilePathsSurvive) {
     EXPECT_TRUE(URL::withString(url.absoluteString()));
     EXPECT_EQ(url.path(), path);
   }
+}
+
+TEST(URL, RelativeFilePathsAreBelowTheCurrentFolder) {
+  const std::string current = std::filesystem::current_path();
+  EXPECT_EQ(URL::fileURLWithPath("a b/c").path(), current + "/a b/c");
+  EXPECT_EQ(URL::fileURLWithPath("c").host(), "");
+  EXPECT_EQ(URL::fileURLWithPath("").path(), "");
 }
 
 TEST(URL, ComparesOrigins) {

@@ -52,9 +52,11 @@ TEST(InspectReports, MachOAgreesWithLLVM) {
   EXPECT_EQ(textAt(image, "slices.0.minimumOSVersion"), "9.3.1");
   EXPECT_EQ(textAt(image, "slices.0.linkedSDKVersion"), "12.1.0");
   const auto otool = test::outputOf({test::llvmTool("llvm-otool"), "-L", folder / "image"});
-  for (const auto& dylib : *at(image, "slices.0.linkedDylibs").array()) {
-    EXPECT_THAT(otool, HasSubstr("\t" + *dylib.string() + " ("));
-  }
+  const auto& dylibs = *at(image, "slices.0.linkedDylibs").array();
+  for (const auto& dylib : dylibs) EXPECT_THAT(otool, HasSubstr("\t" + *dylib.string() + " ("));
+  EXPECT_EQ(std::ranges::count(otool, '\t'), std::ssize(dylibs)) << otool;
+  EXPECT_THAT(test::outputOf({test::llvmTool("llvm-otool"), "-l", folder / "image"}),
+              testing::ContainsRegex("version 9.3.1\n +sdk 12.1\n"));
 }
 
 TEST(InspectReports, MachOWithoutUUIDHasNoIdentifier) {
@@ -110,6 +112,28 @@ TEST(InspectReports, AppReadsTheSameFromFolderIPAAndArchive) {
   }
 }
 
+TEST(InspectReports, PathsMayBeRelative) {
+  const test::TemporaryFolder folder;
+  const auto app = test::makeApp(folder.path());
+  test::makeArchive(folder / "Example.xcarchive", app);
+  test::linkImage(folder / "Demo", {.compilerArguments = {"-g"}});
+  test::makeDSYM(folder / "Demo", folder / "Demo.dSYM");
+  for (const std::vector<std::string>& words : {
+           std::vector<std::string>{"macho", "Example.app/Example"},
+           {"app", "Example.app"},
+           {"app", "Example.xcarchive"},
+           {"app", "./Example.xcarchive/"},
+           {"dsym", "Demo.dSYM", "--match", "Demo"},
+       }) {
+    std::vector<std::string> command = {"/bin/sh", "-c", "cd \"$0\" && exec \"$@\"", folder.path(),
+                                        SENDOFF_INSPECT};
+    command.insert(command.end(), words.begin(), words.end());
+    const auto result = test::runCommand(command);
+    EXPECT_EQ(result.status, 0) << words[1];
+    EXPECT_THAT(result.output, HasSubstr("arm64")) << words[1];
+  }
+}
+
 TEST(InspectReports, ProfileShowsPeopleOnlyWhereAskedTo) {
   const test::TemporaryFolder folder;
   const auto profile = test::makeApp(folder.path()) / "embedded.mobileprovision";
@@ -126,6 +150,47 @@ TEST(InspectReports, ProfileShowsPeopleOnlyWhereAskedTo) {
   EXPECT_THAT(plain, testing::AllOf(Not(HasSubstr(device)), Not(HasSubstr(person))));
   const auto detailed = test::inspectRun({"profile", profile, "-v"}).standardOutput;
   EXPECT_THAT(detailed, testing::AllOf(HasSubstr(device), HasSubstr(person)));
+}
+
+/// OpenSSL takes the message apart, Python the property list in it.
+TEST(InspectReports, ProfileAgreesWithOpenSSLAndPython) {
+  const test::TemporaryFolder folder;
+  const auto profile = test::makeApp(folder.path()) / "embedded.mobileprovision";
+  test::outputOf({"openssl", "cms", "-verify", "-noverify", "-inform", "DER", "-in", profile,
+                  "-out", folder / "plist"});
+  const auto facts = foundation::split(test::outputOf({"python3", "-c", R"(
+import hashlib, plistlib, sys
+p = plistlib.load(open(sys.argv[1], "rb"))
+print(p["Name"], p["UUID"], p["ExpirationDate"].isoformat() + "Z", sep="\n")
+print(*[hashlib.sha1(c).hexdigest().upper() for c in p["DeveloperCertificates"]])
+print(*sorted(p["ProvisionedDevices"]))
+)",
+                                                       folder / "plist"}),
+                                       '\n');
+  ASSERT_EQ(facts.size(), 6u);
+  const auto document = test::inspectDocument({"profile", profile});
+  EXPECT_EQ(textAt(document, "name"), facts[0]);
+  EXPECT_EQ(textAt(document, "UUID"), facts[1]);
+  EXPECT_EQ(textAt(document, "expirationDate"), facts[2]);
+  EXPECT_EQ(textAt(document, "developerCertificates.0.sha1"), facts[3]);
+  EXPECT_EQ(
+      textAt(document, "provisionedDevices.0") + " " + textAt(document, "provisionedDevices.1"),
+      facts[4]);
+}
+
+TEST(InspectReports, AppWithABinaryInfoPlistOfAnotherWriter) {
+  const test::TemporaryFolder folder;
+  const auto app = test::makeApp(folder.path());
+  test::outputOf({"python3", "-c", R"(
+import plistlib, sys
+info = plistlib.load(open(sys.argv[1], "rb"))
+info.update(CFBundleIdentifier="com.example.grüße", CFBundleVersion="7.8")
+plistlib.dump(info, open(sys.argv[1], "wb"), fmt=plistlib.FMT_BINARY)
+)",
+                  app / "Info.plist"});
+  const auto document = test::inspectDocument({"app", app});
+  EXPECT_EQ(textAt(document, "bundleIdentifier"), "com.example.grüße");
+  EXPECT_EQ(textAt(document, "buildVersion"), "7.8");
 }
 
 TEST(InspectReports, InstalledProfilesAndTheNewerOne) {
