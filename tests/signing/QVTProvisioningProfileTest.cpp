@@ -172,6 +172,16 @@ TEST_F(QVTProvisioningProfileTest, LastPropertyListOfTheFileCounts) {
       << "the slice would run past the end";
 }
 
+// Newer profiles hold themselves a second time, as a message inside the property list.
+TEST_F(QVTProvisioningProfileTest, AMessageInsideThePropertyListIsOnlyData) {
+  Dictionary dictionary = ProfileOptions{.name = "outer"}.dictionary();
+  dictionary["DER-Encoded-Profile"] =
+      test::makeProvisioningProfile(ProfileOptions{.name = "inner"}.dictionary(), signer_);
+  const auto profile = read(dictionary);
+  ASSERT_TRUE(profile);
+  EXPECT_THAT(profile->name(), Optional(std::string("outer")));
+}
+
 TEST_F(QVTProvisioningProfileTest, FirstCertificateWithItsKeyIsChosen) {
   const auto family = test::makeFamily({.commonName = "With Key"});
   const auto second = test::makeLeaf(family.root, {.commonName = "With Key Too"});
