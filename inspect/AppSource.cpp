@@ -7,6 +7,7 @@
 #include <stdlib.h>
 
 #include "foundation/FileManager.h"
+#include "foundation/Interruption.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "inspect/Arguments.h"
@@ -76,6 +77,7 @@ Result<std::string> inflatedApp(const std::string& path, const PrivateFolder& fo
   const TemporaryFolderChange change(folder.path());
   std::optional<foundation::Error> error;
   const auto inflated = QVTFileSystemUtils::inflateToTemporaryPathArchive(path, &error);
+  foundation::throwIfInterrupted();
   if (!inflated) {
     return inputError("cannot read " + path + " as an .ipa: " +
                       (error ? wordsOfUnzip(*error) : std::string("it cannot be inflated")));

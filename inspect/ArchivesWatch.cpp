@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "foundation/Interruption.h"
 #include "foundation/JSON.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/RunLoop.h"
@@ -85,7 +86,8 @@ void watchArchives(const std::string& location, const WatchOptions& options) {
       });
   for (;;) {
     watch.look();
-    foundation::RunLoop::main().runUntil([] { return false; }, kLookInterval);
+    foundation::RunLoop::main().runUntil(foundation::isInterrupted, kLookInterval);
+    foundation::throwIfInterrupted();
   }
 }
 

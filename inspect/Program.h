@@ -15,8 +15,9 @@ struct Outcome {
   int status = 0;
 };
 
-/// Runs the program on the words behind its name. Never throws; every failure is one line of
-/// standard error. Only `archives --watch` writes by itself, as long as it runs.
+/// Runs the program on the words behind its name. Every failure is one line of standard error;
+/// nothing is thrown but `foundation::Interrupted`. Only `archives --watch` writes by itself, as
+/// long as it runs.
 Outcome runProgram(const std::vector<std::string>& words, const TextStyle& style);
 
 }  // namespace inspect

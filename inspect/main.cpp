@@ -1,34 +1,28 @@
 #include <csignal>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include <unistd.h>
-
+#include "foundation/Interruption.h"
+#include "foundation/RunLoop.h"
+#include "inspect/Output.h"
 #include "inspect/Program.h"
 #include "preparation/SigningToolPath.h"
-
-namespace {
-
-/// False when the reader is gone or the disk is full.
-bool writeAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(descriptor, text.data(), text.size());
-    if (written <= 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   // So that `check` finds the tools that a hand-off would use.
   appendSigningToolsToPath();
   const std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
-  const auto outcome = inspect::runProgram(words, inspect::TextStyle::ofStandardOutput());
-  writeAll(STDERR_FILENO, outcome.standardError);
-  if (!writeAll(STDOUT_FILENO, outcome.standardOutput) && outcome.status == 0) return 1;
-  return outcome.status;
+  // An inflated .ipa does not stay behind, and `unzip` does not go on, when the user has enough.
+  foundation::InterruptionWatch watch({.wake = [] { foundation::RunLoop::main().perform([] {}); },
+                                       .patienceWithRun = std::chrono::seconds(1)});
+  int status = 0;
+  try {
+    status =
+        inspect::writeOutcome(inspect::runProgram(words, inspect::TextStyle::ofStandardOutput()));
+  } catch (const foundation::Interrupted&) {
+    // `watch` knows by which signal.
+  }
+  if (const auto signal = watch.finish()) foundation::endBySignal(*signal);
+  return status;
 }

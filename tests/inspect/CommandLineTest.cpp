@@ -95,6 +95,14 @@ TEST(InspectCommandLine, NothingElseIsWrittenWithAFailure) {
   }
 }
 
+TEST(InspectCommandLine, AnAnswerThatCannotBeWrittenIsAFailure) {
+  const auto result =
+      test::runCommand({"/bin/sh", "-c", "\"$0\" platform ios 2>&1 >/dev/full", SENDOFF_INSPECT});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.output,
+            "sendoff-inspect: cannot write to standard output: No space left on device\n");
+}
+
 TEST(InspectCommandLine, HelpNamesEveryCommandAndItsOptions) {
   const auto all = test::inspectRun({"--help"});
   EXPECT_EQ(all.status, 0);

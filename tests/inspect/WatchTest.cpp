@@ -1,4 +1,4 @@
-// `archives --watch` as a process of its own.
+// `archives --watch`, and runs that are interrupted, as processes of their own.
 
 #include <chrono>
 #include <filesystem>
@@ -72,6 +72,37 @@ TEST(ArchivesWatch, WaitsForTheLocationTellsOfArchivesAndGoesOnInANewOne) {
   const auto end = watch.interrupt();
   EXPECT_EQ(end.reason, foundation::Termination::Reason::signalled);
   EXPECT_EQ(end.status, SIGINT);
+}
+
+/// A slow `unzip` that has begun to write when the user has enough.
+TEST(Interruption, LeavesNothingOfAnInflatedIPA) {
+  const test::TemporaryFolder folder;
+  fs::create_directories(folder / "tmp");
+  fs::create_directories(folder / "bin");
+  folder.write("App.ipa", "any");
+  fs::permissions(folder.write("bin/unzip", "#!/bin/sh\necho $$ >\"" + (folder / "pid").string() +
+                                                "\"\nexec sleep 600\n"),
+                  fs::perms::owner_all);
+  auto child = foundation::ChildProcess::launch(
+      {.executable = "/bin/sh",
+       .arguments = {"-c",
+                     "cd \"$1\" && TMPDIR=\"$1/tmp\" PATH=\"$1/bin:$PATH\" exec \"$0\" app App.ipa",
+                     SENDOFF_INSPECT, folder.path()}});
+  ASSERT_TRUE(child);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  std::string pid;
+  while (pid.empty() && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::ifstream(folder / "pid") >> pid;
+  }
+  ASSERT_FALSE(pid.empty());
+  EXPECT_FALSE(fs::is_empty(folder / "tmp"));
+  ::kill(child->processIdentifier(), SIGINT);
+  const auto end = child->waitUntilExit();
+  EXPECT_EQ(end.reason, foundation::Termination::Reason::signalled);
+  EXPECT_EQ(end.status, SIGINT);
+  EXPECT_TRUE(fs::is_empty(folder / "tmp"));
+  EXPECT_FALSE(fs::exists("/proc/" + pid));
 }
 
 }  // namespace
