@@ -178,6 +178,15 @@ TEST_F(RunTest, UploadFieldsFollowAppProfileAndSwitches) {
             },
             {},
             {{"distribution[devices][][udid]", "aa"}}},
+           {"several certificates, one with its key, and that twice",
+            {},
+            [](ProfileOptions& profile) {
+              const auto stranger = makeLeaf(makeRoot("Others"), {.commonName = "No Key Here"});
+              const auto own = signingFamily().leaf.der();
+              profile.developerCertificates = {stranger.der(), own, own};
+            },
+            {},
+            {{attributes + "[enterprise]", "false"}}},
            {"no versions, no family",
             {{"CFBundleShortVersionString", null},
              {"CFBundleVersion", null},

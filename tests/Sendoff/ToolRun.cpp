@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <regex>
 #include <sstream>
@@ -68,34 +69,44 @@ RunResult endOf(pid_t child) {
 
 }  // namespace
 
-RunResult runProgram(const RunOptions& options) {
-  const TemporaryFolder streams;
+RunningProgram::RunningProgram(const RunOptions& options) : limit_(options.limit) {
   std::vector<std::string> arguments = options.command;
   std::vector<std::string> variables = textsOf(options.environment);
   const std::vector<char*> argv = pointersTo(arguments);
   const std::vector<char*> envp = pointersTo(variables);
-  const foundation::FileDescriptor output(openFor(streams / "output"));
-  const foundation::FileDescriptor errors(openFor(streams / "errors"));
+  const foundation::FileDescriptor output(openFor(streams_ / "output"));
+  const foundation::FileDescriptor errors(openFor(streams_ / "errors"));
 
-  const pid_t child = ::fork();
-  if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
-  if (child == 0) {
-    ::setsid();
-    ::dup2(::open("/dev/null", O_RDONLY), 0);
-    ::dup2(output.get(), 1);
-    ::dup2(errors.get(), 2);
-    if (options.prepare) options.prepare();
-    ::execve(argv[0], argv.data(), envp.data());
-    ::_exit(127);
-  }
-  const bool ended = waitForEnd(child, options.limit);
-  if (!ended) ::kill(-child, SIGKILL);
-  RunResult result = endOf(child);
-  result.output = contentsOf(streams / "output");
-  result.errors = contentsOf(streams / "errors");
+  process_ = ::fork();
+  if (process_ < 0) throw std::system_error(errno, std::generic_category(), "fork");
+  if (process_ > 0) return;
+  ::setsid();
+  ::dup2(::open("/dev/null", O_RDONLY), 0);
+  ::dup2(output.get(), 1);
+  ::dup2(errors.get(), 2);
+  if (options.prepare) options.prepare();
+  ::execve(argv[0], argv.data(), envp.data());
+  ::_exit(127);
+}
+
+RunningProgram::~RunningProgram() {
+  if (hasEnded_) return;
+  ::kill(-process_, SIGKILL);
+  endOf(process_);
+}
+
+RunResult RunningProgram::wait() {
+  const bool ended = waitForEnd(process_, limit_);
+  if (!ended) ::kill(-process_, SIGKILL);
+  RunResult result = endOf(process_);
+  hasEnded_ = true;
+  result.output = output();
+  result.errors = contentsOf(streams_ / "errors");
   if (!ended) throw std::runtime_error("no end within the limit; so far: " + result.output);
   return result;
 }
+
+RunResult runProgram(const RunOptions& options) { return RunningProgram(options).wait(); }
 
 void becomeUnprivileged() {
   if (::geteuid() != 0) return;
@@ -134,11 +145,17 @@ std::vector<std::string> Workplace::leftovers() const {
   return names;
 }
 
+RunOptions Workplace::options(const std::vector<std::string>& arguments) const {
+  RunOptions options{.command = {kTool, kKey, kSecret}, .environment = environment_};
+  options.command.insert(options.command.end(), arguments.begin(), arguments.end());
+  return options;
+}
+
 RunResult Workplace::run(const std::vector<std::string>& arguments,
                          const std::function<void()>& prepare) const {
-  std::vector<std::string> all = {kKey, kSecret};
-  all.insert(all.end(), arguments.begin(), arguments.end());
-  return runBare(all, prepare);
+  RunOptions started = options(arguments);
+  started.prepare = prepare;
+  return runProgram(started);
 }
 
 RunResult Workplace::runBare(const std::vector<std::string>& arguments,

@@ -39,6 +39,26 @@ struct RunResult {
 /// process that is not root's.
 void becomeUnprivileged();
 
+/// A program on its way; killed at the end of the scope, should it still run then.
+class RunningProgram {
+ public:
+  explicit RunningProgram(const RunOptions& options);
+  ~RunningProgram();
+  RunningProgram(const RunningProgram&) = delete;
+
+  [[nodiscard]] pid_t process() const { return process_; }
+  /// What it has written so far.
+  [[nodiscard]] std::string output() const { return contentsOf(streams_ / "output"); }
+  /// Throws when the end does not come within the options' limit.
+  RunResult wait();
+
+ private:
+  std::chrono::seconds limit_;
+  TemporaryFolder streams_;
+  pid_t process_ = -1;
+  bool hasEnded_ = false;
+};
+
 /// Runs the program to its end; throws when that does not come within the limit.
 RunResult runProgram(const RunOptions& options);
 
@@ -57,6 +77,8 @@ class Workplace {
   /// The environment of runs; tests change it.
   std::map<std::string, std::string>& environment() { return environment_; }
 
+  /// How the tool is started with a valid key and secret in front of the arguments.
+  [[nodiscard]] RunOptions options(const std::vector<std::string>& arguments) const;
   /// Runs the tool with a valid key and secret in front of the arguments.
   [[nodiscard]] RunResult run(const std::vector<std::string>& arguments,
                               const std::function<void()>& prepare = {}) const;

@@ -1,0 +1,10 @@
+#!/bin/sh
+# Starts four runs at once, of .ipa files of the same name, fifty times (or as often as told):
+#   scripts/stress-concurrent-runs.sh [ROUNDS] [BUILD_FOLDER]
+set -eu
+root=$(cd "$(dirname "$0")/.." && pwd)
+rounds=${1:-50}
+build=${2:-$root/build}
+
+cmake --build "$build" --target Sendoff_tests
+SENDOFF_TEST_ROUNDS=$rounds "$build/tests/bin/Sendoff_tests" --gtest_filter='ConcurrentRunsTest.*'
