@@ -66,18 +66,9 @@ std::vector<std::string> namesIn(const std::string& folder) {
   return names ? *std::move(names) : std::vector<std::string>();
 }
 
-/// Entries of the folder and of the folders in it, as paths.
-std::set<std::string> entriesTwoDeep(const std::string& folder) {
-  std::set<std::string> entries;
-  for (const std::string& name : namesIn(folder)) {
-    const std::string path = appendingPathComponent(folder, name);
-    entries.insert(path);
-    if (!isFolderItself(path)) continue;
-    for (const std::string& below : namesIn(path)) {
-      entries.insert(appendingPathComponent(path, below));
-    }
-  }
-  return entries;
+/// Where an archive's apps land in its folder.
+std::string payloadOf(const std::string& folder) {
+  return appendingPathComponent(folder, "Payload");
 }
 
 /// Somebody else may be at the same work, or a child that is about to end may still write.
@@ -93,18 +84,35 @@ void removeWhateverIsThere(const std::string& path) {
 struct Item {
   std::string path;
   LockFile claim;
-  /// For a folder that was there before: what it held. Absent: all of the item is this run's.
-  std::optional<std::set<std::string>> before = std::nullopt;
-  /// False for the tool's shared folders.
+  /// For a folder that was there before: what its Payload held, if it had one. Else all of the item
+  /// is this run's.
+  bool wasThere = false;
+  std::optional<std::set<std::string>> payloadBefore = std::nullopt;
+  /// False for the tool's shared folders, and for what is no folder.
   bool mayBeRemoved = true;
 };
 
+/// Looks at what is there when a folder is claimed.
+void rememberWhatWasThere(Item& item) {
+  item.wasThere = isThere(item.path);
+  if (!item.wasThere) return;
+  if (!isFolderItself(item.path)) item.mayBeRemoved = false;
+  const std::string payload = payloadOf(item.path);
+  if (!isThere(payload)) return;
+  const std::vector<std::string> names = namesIn(payload);
+  item.payloadBefore.emplace(names.begin(), names.end());
+}
+
 void removeItem(const Item& item) {
   if (!item.mayBeRemoved) return;
-  if (!item.before) return removeWhateverIsThere(item.path);
-  // A folder comes before its entries, which are gone with it.
-  for (const std::string& path : entriesTwoDeep(item.path)) {
-    if (!item.before->contains(path)) removeWhateverIsThere(path);
+  if (!item.wasThere) return removeWhateverIsThere(item.path);
+  const std::string payload = payloadOf(item.path);
+  if (!isFolderItself(item.path) || !isFolderItself(payload)) return;
+  if (!item.payloadBefore) return removeWhateverIsThere(payload);
+  for (const std::string& name : namesIn(payload)) {
+    if (!item.payloadBefore->contains(name)) {
+      removeWhateverIsThere(appendingPathComponent(payload, name));
+    }
   }
 }
 
@@ -213,17 +221,18 @@ void removeLeftover(const std::string& temporary, const std::string& name) {
 Result<> TemporaryItems::claimFolder(const std::string& path) {
   const Result<std::string> temporary = FileManager::temporaryDirectory();
   if (!temporary) return temporary.error();
-  if (Claims::ofThisProcess().has(path)) return {};
+  const std::string relative = relativePath(*temporary, path);
+  Item item{.path = *temporary + relative, .claim = {}};
+  if (Claims::ofThisProcess().has(item.path)) return {};
   if (const auto made = FileManager::createDirectoryWithIntermediates(*temporary); !made) {
     return made.error();
   }
-  const std::string relative = relativePath(*temporary, path);
   auto claim = waitForClaim(*temporary, relative);
   if (!claim) return claim.error();
-  Item item{.path = path, .claim = *std::move(claim)};
+  item.claim = *std::move(claim);
   item.mayBeRemoved = isPathOfAnItem(relative);
-  if (isThere(appendingPathComponent(*temporary, relative))) item.before = entriesTwoDeep(path);
-  item.claim.write(item.before || !item.mayBeRemoved ? "" : relative);
+  rememberWhatWasThere(item);
+  item.claim.write(item.wasThere || !item.mayBeRemoved ? "" : relative);
   Claims::ofThisProcess().add(std::move(item));
   return {};
 }

@@ -26,8 +26,8 @@ void claimNew(const std::string& path);
 /// does the same, unless a signal or a call like `_exit` ends it.
 void releaseAll();
 
-/// Removes the items claimed, then ends the claims. Of a folder that was there before its claim it
-/// removes the entries, and the entries of its folders, that were not.
+/// Removes the items claimed, then ends the claims. Of a folder that was there before its claim
+/// only what is new in its Payload goes.
 void removeAll();
 
 /// Removes what processes of this user have claimed in this temporary folder before they were
