@@ -88,33 +88,41 @@ by_script() {
   rm -rf "$app" "$temporary/distributions/x.ipa"
 }
 
-# timed BY: seconds of one run in a temporary folder of its own.
-timed() {
-  local temporary=$work/temporary start end
+export sendoff key ipa endpoint work
+export -f by_tool by_script
+
+# measured BY: "seconds processor-seconds peak-KiB" of one run in a temporary folder of its own.
+measured() {
+  local temporary=$work/temporary
   mkdir "$temporary"
   sync
-  start=$(date +%s.%N)
-  "$1" "$temporary"
-  end=$(date +%s.%N)
+  python3 "$here/measured.py" bash -euo pipefail -c '"$0" "$1"' "$1" "$temporary"
   rm -rf "$temporary"
-  awk "BEGIN { printf \"%.2f\n\", $end - $start }"
 }
 
-median() { sort -n "$1" | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+
+# ratio COLUMN: of the medians.
+ratio() {
+  awk "BEGIN { printf \"%.3f\", $(cut -d' ' -f"$1" "$work/tool" | median) / \
+    $(cut -d' ' -f"$1" "$work/script" | median) }"
+}
 
 by_tool_first=1
-printf 'tool   script\n'
+printf 'tool: seconds, processor   script: seconds, processor\n'
 for _ in $(seq "$rounds"); do
   # Whoever runs first warms the caches for the other; they take turns at it.
   if [ "$by_tool_first" -eq 1 ]; then
-    tool=$(timed by_tool); script=$(timed by_script)
+    tool=$(measured by_tool); script=$(measured by_script)
   else
-    script=$(timed by_script); tool=$(timed by_tool)
+    script=$(measured by_script); tool=$(measured by_tool)
   fi
   by_tool_first=$((1 - by_tool_first))
   echo "$tool" >>"$work/tool"
   echo "$script" >>"$work/script"
-  printf '%s  %s\n' "$tool" "$script"
+  printf '%-26s %s\n' "${tool% *}" "${script% *}"
 done
-awk "BEGIN { printf \"ratio of the medians: %.3f (bar 1.05)\n\", \
-  $(median "$work/tool") / $(median "$work/script") }"
+printf 'ratios of the medians: %s by time, %s by processor time (bar 1.05)\n' "$(ratio 1)" "$(ratio 2)"
+# The .ipa that is uploaded is about the one that came.
+awk "BEGIN { printf \"peak resident set: %d KiB of %d allowed\\n\", \
+  $(cut -d' ' -f3 "$work/tool" | sort -n | tail -1), 1.1 * $(stat -c %s "$ipa") / 1024 + 24 * 1024 }"
