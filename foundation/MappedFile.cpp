@@ -9,16 +9,19 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
-#include "foundation/Handle.h"
-
 namespace foundation {
 
 Result<MappedFile> MappedFile::open(const std::filesystem::path& path) {
+  FileDescriptor file;
+  return open(path, file);
+}
+
+Result<MappedFile> MappedFile::open(const std::filesystem::path& path, FileDescriptor& file) {
   const auto failed = [&path](const char* what, int error) {
     return posixError(error, std::string("cannot ") + what + " " + path.string(), path.native());
   };
   // Without O_NONBLOCK a pipe would keep the call waiting for a writer.
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  file.reset(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!file) return failed("open", errno);
   struct stat details {};
   if (::fstat(file.get(), &details) != 0) return failed("examine", errno);

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "foundation/Bytes.h"
+#include "foundation/Handle.h"
 #include "foundation/Result.h"
 
 namespace foundation {
@@ -16,6 +17,8 @@ class MappedFile {
   /// An empty file gives an empty view. Fails with the path and the system's text when the file
   /// cannot be opened or mapped, or is not a regular file.
   static Result<MappedFile> open(const std::filesystem::path& path);
+  /// The same; `file` becomes the open file, which the view itself does not need.
+  static Result<MappedFile> open(const std::filesystem::path& path, FileDescriptor& file);
 
   MappedFile() = default;
   MappedFile(MappedFile&& other) noexcept;

@@ -223,11 +223,12 @@ Result<std::vector<fs::path>> nestedCode(const CodeBundle& bundle) {
 }
 
 Result<OpenedImage> openImage(const CodeBundle& code) {
-  auto file = foundation::MappedFile::open(code.executable);
+  foundation::FileDescriptor descriptor;
+  auto file = foundation::MappedFile::open(code.executable, descriptor);
   if (!file) return file.error();
   auto image = Image::parse(file->bytes());
   if (!image) return within(code.executable.string(), image.error());
-  return OpenedImage{std::move(*file), std::move(*image)};
+  return OpenedImage{std::move(descriptor), std::move(*file), std::move(*image)};
 }
 
 Result<NestedIdentity> nestedIdentity(const fs::path& path) {

@@ -64,6 +64,7 @@ Result<std::vector<std::filesystem::path>> nestedCode(const CodeBundle& bundle);
 
 /// The bundle's executable or file, mapped and parsed.
 struct OpenedImage {
+  foundation::FileDescriptor descriptor;
   foundation::MappedFile file;
   Image image;
 };

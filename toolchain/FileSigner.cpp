@@ -13,9 +13,11 @@ foundation::Error about(const Image& image, const Slice& slice, const foundation
 
 }  // namespace
 
-FileSigner::FileSigner(const Image& image, SignatureContent content)
-    : image_(image), content_(std::move(content)) {
-  content_.hashTypes = hashTypesFor(image);
+FileSigner::FileSigner(const OpenedImage& opened, SignatureContent content)
+    : image_(opened.image),
+      source_{opened.descriptor.get(), opened.image.file()},
+      content_(std::move(content)) {
+  content_.hashTypes = hashTypesFor(image_);
 }
 
 void FileSigner::cover(std::optional<Bytes> infoPlist, std::optional<Bytes> resources) {
@@ -56,7 +58,7 @@ Result<> FileSigner::writeCode(const std::filesystem::path& executable, Replacem
   file_ = std::move(*file);
   writing_ = std::async(std::launch::async, [this]() -> Result<> {
     for (const FilePart& part : codeParts(layout_)) {
-      if (auto written = file_->write(part.offset, part.content); !written) return written;
+      if (auto written = file_->write(part.offset, part.content, source_); !written) return written;
     }
     return file_->flush();
   });

@@ -15,7 +15,7 @@ namespace toolchain {
 /// the verifier's eyes. Refers to the image and the content, which must outlive it.
 class FileSigner {
  public:
-  FileSigner(const Image& image, SignatureContent content);
+  FileSigner(const OpenedImage& opened, SignatureContent content);
 
   /// Decides where everything goes. Fails as `layOut` does.
   Result<> layOut();
@@ -33,6 +33,7 @@ class FileSigner {
   Result<> check(const std::filesystem::path& written) const;
 
   const Image& image_;
+  MappedSource source_;
   SignatureContent content_;
   FileLayout layout_;
   /// By slice.

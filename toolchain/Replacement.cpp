@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <functional>
 #include <system_error>
 
 #include <fcntl.h>
@@ -10,6 +11,7 @@
 
 #include "foundation/Assertion.h"
 #include "foundation/FileAttributes.h"
+#include "foundation/FileCopying.h"
 #include "foundation/Handle.h"
 #include "foundation/ProcessInfo.h"
 
@@ -20,6 +22,10 @@ using foundation::FileDescriptor;
 using foundation::posixError;
 
 namespace {
+
+/// Large files are written in steps of so many bytes, so that their medium is at work while the
+/// next step is made.
+constexpr std::size_t kStep = std::size_t{8} << 20;
 
 /// 0, or the system's error number.
 int writeAll(int file, std::uint64_t offset, Bytes content) {
@@ -34,16 +40,34 @@ int writeAll(int file, std::uint64_t offset, Bytes content) {
   return 0;
 }
 
+/// The same, from the source's open file where that is possible.
+int takeOver(int file, std::uint64_t offset, Bytes content, const MappedSource& source) {
+  const std::byte* const start = source.bytes.data();
+  const std::byte* const end = start + source.bytes.size();
+  const bool isInSource = source.file >= 0 && std::greater_equal()(content.data(), start) &&
+                          std::less_equal()(content.data() + content.size(), end);
+  if (!isInSource) return writeAll(file, offset, content);
+  const auto at = static_cast<std::uint64_t>(content.data() - start);
+  int error = 0;
+  const auto taken = foundation::copyRange(source.file, at, file, offset, content.size(), error);
+  return error != 0 ? error : writeAll(file, offset + taken, content.subspan(taken));
+}
+
 foundation::Error cannot(std::string_view what, const fs::path& path, int error) {
   return posixError(error, "cannot " + std::string(what) + ' ' + path.string(), path.native());
 }
 
 }  // namespace
 
-Result<> NewFile::write(std::uint64_t offset, const Pieces& content) const {
+Result<> NewFile::write(std::uint64_t offset, const Pieces& content,
+                        const MappedSource& source) const {
   for (const Bytes& piece : content) {
-    if (const int error = writeAll(file_.get(), offset, piece)) {
-      return cannot("write", target_, error);
+    for (std::size_t done = 0; done < piece.size(); done += kStep) {
+      const Bytes step = piece.subspan(done, std::min(kStep, piece.size() - done));
+      if (const int error = takeOver(file_.get(), offset + done, step, source)) {
+        return cannot("write", target_, error);
+      }
+      if (step.size() == kStep) foundation::beginFlush(file_.get(), offset + done, kStep);
     }
     offset += piece.size();
   }

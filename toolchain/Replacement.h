@@ -10,6 +10,12 @@
 
 namespace toolchain {
 
+/// An open file and all of its bytes, mapped.
+struct MappedSource {
+  int file = -1;
+  Bytes bytes;
+};
+
 /// A file that is being written beside the one it will replace.
 class NewFile {
  public:
@@ -18,8 +24,10 @@ class NewFile {
 
   /// Where it lies until it takes its target's place.
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-  /// Bytes that are never written are zero. Safe beside calls for other offsets.
-  Result<> write(std::uint64_t offset, const Pieces& content) const;
+  /// Bytes that are never written are zero. Safe beside calls for other offsets. Pieces that lie in
+  /// `source` are copied by the system, without a detour through this process.
+  Result<> write(std::uint64_t offset, const Pieces& content,
+                 const MappedSource& source = {}) const;
   /// Waits until what was written so far is on its medium.
   Result<> flush() const;
 

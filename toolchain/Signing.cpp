@@ -193,7 +193,7 @@ class Signer {
   Result<> signUnit(const CodeBundle& code, const std::optional<Entitlements>& entitlements) {
     const auto opened = openImage(code);
     if (!opened) return opened.error();
-    FileSigner signer(opened->image, contentOf(code, entitlements));
+    FileSigner signer(*opened, contentOf(code, entitlements));
     if (const auto done = signer.layOut(); !done) {
       return within(code.executable.string(), done.error());
     }

@@ -1,5 +1,6 @@
 #include <csignal>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -13,6 +14,7 @@
 #include "tests/toolchain/CodeFixture.h"
 #include "toolchain/CodeBundle.h"
 #include "toolchain/Description.h"
+#include "toolchain/Replacement.h"
 #include "toolchain/Verification.h"
 
 namespace {
@@ -422,6 +424,31 @@ TEST(Sign, FullDiskLeavesEverythingAsItWas) {
   std::signal(SIGXFSZ, oldHandler);
   EXPECT_THAT(problem, HasSubstr("cannot write " + (app / "X").string()));
   EXPECT_TRUE(snapshot(app) == before);
+}
+
+/// Whether the system copies from the old file or this process writes, the new one is the same.
+TEST(Replacement, PiecesOfAnOpenFileAndOthersMakeOneFile) {
+  const TemporaryFolder folder;
+  std::string large;
+  while (large.size() < (std::size_t{20} << 20)) large += std::to_string(large.size());
+  const fs::path old = folder.write("old", large);
+  const auto mapped = foundation::MappedFile::open(old);
+  ASSERT_TRUE(mapped);
+  const foundation::Bytes bytes = mapped->bytes();
+  // Nothing can be copied from a file that is open for writing alone.
+  for (const int mode : {O_RDONLY, O_WRONLY}) {
+    const foundation::FileDescriptor file(::open(old.c_str(), mode | O_CLOEXEC));
+    ASSERT_TRUE(file);
+    const toolchain::Pieces pieces = {foundation::bytesOf("head"), bytes.subspan(4),
+                                      foundation::bytesOf(large).first(10), bytes.first(3)};
+    toolchain::Replacement replacement;
+    const auto made = replacement.prepare(folder / "new", toolchain::sizeOf(pieces));
+    ASSERT_TRUE(made);
+    ASSERT_TRUE(made->write(0, pieces, {file.get(), bytes}));
+    ASSERT_TRUE(replacement.commit({folder / "new"}));
+    EXPECT_TRUE(contentsOf(folder / "new") ==
+                "head" + large.substr(4) + large.substr(0, 10) + large.substr(0, 3));
+  }
 }
 
 TEST(Sign, DateOfTheSourceIsReadStrictly) {

@@ -4,6 +4,7 @@ target_sources(foundation PRIVATE
   host/linux/EmbeddedInfo.cpp
   host/linux/FileAttributes.cpp
   host/linux/FileCloning.cpp
+  host/linux/FileCopying.cpp
   host/linux/FileEvents.cpp
   host/linux/FileTimes.cpp
   host/linux/Process.cpp
