@@ -92,13 +92,20 @@ int QVTAppInfo::prepBinary() {
   return readProfile() && package() ? kReady : kFailed;
 }
 
+/// A link that leads out of the app would put somebody else's file into it.
+bool QVTAppInfo::isInsideApp(const std::string& path) const {
+  const auto& app = codeSignedResource_->path();
+  return app && foundation::FileManager::isItemInsideDirectory(path, *app);
+}
+
 bool QVTAppInfo::readProfile() {
   const auto keychain = foundation::ProcessInfo::environmentValue("CODE_SIGN_KEYCHAIN");
   if (keychain) foundation::systemLog("Using CODE_SIGN_KEYCHAIN: %@", *keychain);
   const auto path = codeSignedResource_ ? codeSignedResource_->provisioningProfilePath()
                                         : std::optional<std::string>();
-  provisioningProfile_ =
-      path ? QVTProvisioningProfile::initWithPathKeychainPath(*path, keychain) : nullptr;
+  provisioningProfile_ = path && isInsideApp(*path)
+                             ? QVTProvisioningProfile::initWithPathKeychainPath(*path, keychain)
+                             : nullptr;
   if (!provisioningProfile_) QVTCLUtilLog("Unable to read provisioning profile at %@", path);
   return provisioningProfile_ != nullptr;
 }

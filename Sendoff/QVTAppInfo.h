@@ -82,6 +82,7 @@ class QVTAppInfo {
   /// False, with a message, when the executable of the resource's bundle cannot be read.
   bool readBinary();
   bool readProfile();
+  [[nodiscard]] bool isInsideApp(const std::string& path) const;
   bool package();
 
   std::shared_ptr<QVTCodeSignedResource> codeSignedResource_;

@@ -21,10 +21,9 @@ std::string withoutTrailingSlashes(std::string_view path) {
 
 Dictionary infoOfBundle(const std::string& path) {
   for (const char* const name : {"Info.plist", "Contents/Info.plist"}) {
-    if (auto info =
-            PropertyList::dictionaryWithContentsOfFile(appendingPathComponent(path, name))) {
-      return *std::move(info);
-    }
+    const std::string file = appendingPathComponent(path, name);
+    if (!FileManager::isItemInsideDirectory(file, path)) continue;
+    if (auto info = PropertyList::dictionaryWithContentsOfFile(file)) return *std::move(info);
   }
   return {};
 }
@@ -71,7 +70,9 @@ std::optional<std::string> Bundle::executablePath() const {
   if (name.empty() || !staysInside(name)) return std::nullopt;
   for (const std::string& folder : {path_, appendingPathComponent(path_, "Contents/MacOS")}) {
     std::string file = appendingPathComponent(folder, name);
-    if (FileManager::fileExistsAtPath(file) && !FileManager::isDirectoryAtPath(file)) return file;
+    if (FileManager::isItemInsideDirectory(file, path_) && !FileManager::isDirectoryAtPath(file)) {
+      return file;
+    }
   }
   return std::nullopt;
 }

@@ -10,7 +10,8 @@
 
 namespace foundation {
 
-/// A folder opened as a bundle. The Info dictionary is read once, at opening.
+/// A folder opened as a bundle. The Info dictionary is read once, at opening. What links lead to
+/// outside the folder is no part of the bundle: it is as good as missing.
 class Bundle {
  public:
   /// Any existing folder opens; nothing else does (empty pointer).

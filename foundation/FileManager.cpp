@@ -103,6 +103,15 @@ bool isDirectoryAtPath(const fs::path& path) {
   return ::stat(path.c_str(), &details) == 0 && S_ISDIR(details.st_mode);
 }
 
+bool isItemInsideDirectory(const fs::path& item, const fs::path& folder) {
+  std::error_code failed;
+  const fs::path outer = fs::canonical(folder, failed);
+  if (failed) return false;
+  const fs::path inner = fs::canonical(item, failed);
+  if (failed) return false;
+  return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
 Result<Data> contentsOfFile(const fs::path& path) {
   // Without O_NONBLOCK a pipe would keep the call waiting for a writer.
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));

@@ -12,6 +12,7 @@
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/Text.h"
+#include "preparation/OwnFolder.h"
 #include "preparation/TemporaryItems.h"
 #include "preparation/UnzipPattern.h"
 
@@ -51,9 +52,7 @@ Result<std::string> copyToNewFolder(const std::string& path) {
       appendingPathComponent(*storage, foundation::ProcessInfo::globallyUniqueString());
   const std::string destination = appendingPathComponent(folder, lastPathComponent(path));
   TemporaryItems::claimNew(folder);
-  if (const Result<> made = FileManager::createDirectoryWithIntermediates(folder); !made) {
-    return made.error();
-  }
+  if (const Result<> made = OwnFolder::make(folder); !made) return made.error();
   // The copy of a link would still be the original, which is not to be changed.
   if (const Result<> copied = FileManager::copyItemAtPath(behindLinks(path), destination);
       !copied) {
@@ -92,8 +91,9 @@ Result<std::string> inflationFolder(const std::string& archive) {
   if (const Result<> claimed = TemporaryItems::claimFolder(folder); !claimed) {
     return claimed.error();
   }
-  if (const Result<> made = FileManager::createDirectoryWithIntermediates(folder); !made) {
-    return made.error();
+  if (const Result<> made = OwnFolder::make(folder); !made) return made.error();
+  if (const Result<> removed = OwnFolder::removeLinksOutOf(folder); !removed) {
+    return removed.error();
   }
   return folder;
 }

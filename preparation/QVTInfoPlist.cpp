@@ -38,7 +38,10 @@ std::shared_ptr<QVTInfoPlist> QVTInfoPlist::initWithContentsOfFile(std::string_v
 }
 
 std::shared_ptr<QVTInfoPlist> QVTInfoPlist::initWithAppDirectory(std::string_view path) {
-  return initWithContentsOfFile(appendingPathComponent(path, "Info.plist"));
+  const std::string file = appendingPathComponent(path, "Info.plist");
+  // A link out of the app is as good as no file.
+  if (!foundation::FileManager::isItemInsideDirectory(file, path)) return initWithDictionary({});
+  return initWithContentsOfFile(file);
 }
 
 std::shared_ptr<QVTInfoPlist> QVTInfoPlist::initWithFrameworkDirectory(std::string_view path) {

@@ -6,6 +6,7 @@
 #include "foundation/ProcessInfo.h"
 #include "foundation/PropertyList.h"
 #include "foundation/Text.h"
+#include "preparation/OwnFolder.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/TemporaryItems.h"
 
@@ -27,11 +28,18 @@ std::string infoPlistOf(const std::string& appPath) {
   return appendingPathComponent(appPath, "Info.plist");
 }
 
+/// Absent also for a link that leads out of the app: what is there must not get into an .ipa.
+std::optional<foundation::Dictionary> infoOf(const std::string& appPath) {
+  const std::string path = infoPlistOf(appPath);
+  if (!FileManager::isItemInsideDirectory(path, appPath)) return std::nullopt;
+  return PropertyList::dictionaryWithContentsOfFile(path);
+}
+
 /// A file that was named without a folder has the current one as its parent, which is there.
 Result<> makeParentOf(const std::string& path) {
   const std::string parent = foundation::deletingLastPathComponent(path);
   if (parent.empty()) return {};
-  return FileManager::createDirectoryWithIntermediates(parent);
+  return OwnFolder::make(parent);
 }
 
 std::optional<Error> errorOf(const Result<>& result) {
@@ -87,7 +95,7 @@ QVTIPABuilder::Outcome QVTIPABuilder::package(const std::string& source,
                                               const std::string& workFolder) const {
   const std::string payload = appendingPathComponent(workFolder, kPayload);
   if (!QVTFileSystemUtils::removeItemAtPathIfPresent(payload)) return failureOf(kPreparingFolders);
-  if (const auto made = FileManager::createDirectoryWithIntermediates(payload); !made) {
+  if (const auto made = OwnFolder::make(payload); !made) {
     return failureOf(kPreparingFolders, errorOf(made));
   }
   if (!QVTFileSystemUtils::copyItemToDirectory(source, payload)) return failureOf(kCopyingApp);
@@ -163,14 +171,13 @@ bool QVTIPABuilder::repairEntitlements(const std::string& path) const {
 }
 
 bool QVTIPABuilder::infoPlistAlreadyHasDistribution(const std::string& appPath) const {
-  const auto info = PropertyList::dictionaryWithContentsOfFile(infoPlistOf(appPath));
+  const auto info = infoOf(appPath);
   return info && boolAt(*info, kDistributionMark);
 }
 
 bool QVTIPABuilder::markInfoPlistForDistributionAtAppPath(const std::string& appPath) const {
-  const std::string path = infoPlistOf(appPath);
-  auto info = PropertyList::dictionaryWithContentsOfFile(path);
+  auto info = infoOf(appPath);
   if (!info) return false;
   info->insert_or_assign(std::string(kDistributionMark), true);
-  return PropertyList::writeToFileAtomically(*std::move(info), path).ok();
+  return PropertyList::writeToFileAtomically(*std::move(info), infoPlistOf(appPath)).ok();
 }

@@ -3,6 +3,7 @@
 #include "foundation/FileManager.h"
 #include "foundation/Path.h"
 #include "foundation/PropertyList.h"
+#include "foundation/SystemLog.h"
 #include "foundation/Text.h"
 #include "foundation/UserDefaults.h"
 #include "preparation/QVTInfoPlist.h"
@@ -48,9 +49,16 @@ std::shared_ptr<QVTXcodeArchive> QVTXcodeArchive::initWithURL(
   if (!info || info->empty()) return nullptr;
   const auto app = relativeAppPath(*info);
   if (!app || !staysInside(*app)) return nullptr;
+  const std::string appPath =
+      appendingPathComponent(appendingPathComponent(path, "Products"), *app);
+  if (!foundation::FileManager::fileExistsAtPath(appPath)) return nullptr;
+  if (!foundation::FileManager::isItemInsideDirectory(appPath, path)) {
+    foundation::systemLog("%@ leads out of the archive and is not used", appPath);
+    return nullptr;
+  }
   auto archive = std::shared_ptr<QVTXcodeArchive>(new QVTXcodeArchive);
   archive->setCreationDate(foundation::dateAt(*info, "CreationDate"));
-  archive->readApp(appendingPathComponent(appendingPathComponent(path, "Products"), *app));
+  archive->readApp(appPath);
   return archive->bundle() ? archive : nullptr;
 }
 

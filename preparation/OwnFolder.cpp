@@ -1,0 +1,70 @@
+#include "preparation/OwnFolder.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "foundation/FileManager.h"
+#include "foundation/Path.h"
+
+namespace FileManager = foundation::FileManager;
+namespace fs = std::filesystem;
+using foundation::Result;
+
+namespace {
+
+foundation::Error refusal(const std::string& path, int error, const std::string& why) {
+  return foundation::makeError(foundation::kPOSIXErrorDomain, error,
+                               "cannot use " + path + ": it " + why);
+}
+
+/// What is not there, or is no folder, is left to whoever makes it.
+Result<> checkFolder(const std::string& path) {
+  struct stat details {};
+  if (::lstat(path.c_str(), &details) != 0) return {};
+  if (S_ISLNK(details.st_mode)) return refusal(path, ELOOP, "is a link");
+  if (details.st_uid != ::geteuid()) {
+    return refusal(path, EPERM, "belongs to user " + std::to_string(details.st_uid));
+  }
+  return {};
+}
+
+/// Every folder from below `outer`, which ends in a slash, down to the path.
+Result<> checkFoldersBelow(const std::string& outer, const std::string& path) {
+  for (auto slash = outer.size(); slash < path.size(); ++slash) {
+    slash = std::min(path.find('/', slash), path.size());
+    const auto checked = checkFolder(path.substr(0, slash));
+    if (!checked) return checked;
+  }
+  return {};
+}
+
+}  // namespace
+
+Result<> OwnFolder::make(const std::string& path) {
+  const auto temporary = FileManager::temporaryDirectory();
+  if (!temporary) return temporary.error();
+  if (!path.starts_with(*temporary)) return FileManager::createDirectoryWithIntermediates(path);
+  // Once before anything is made, so that nothing is made elsewhere; once after, for what came
+  // in between.
+  if (const auto checked = checkFoldersBelow(*temporary, path); !checked) return checked;
+  const auto made = FileManager::createDirectoryWithIntermediates(path);
+  return made ? checkFoldersBelow(*temporary, path) : made;
+}
+
+Result<> OwnFolder::removeLinksOutOf(const std::string& folder) {
+  const auto entries = FileManager::subpathsOfDirectoryAtPath(folder);
+  if (!entries) return entries.error();
+  for (const std::string& entry : *entries) {
+    const std::string path = foundation::appendingPathComponent(folder, entry);
+    std::error_code failed;
+    if (!fs::is_symlink(fs::symlink_status(path, failed))) continue;
+    if (FileManager::isItemInsideDirectory(path, folder)) continue;
+    if (const auto removed = FileManager::removeItemAtPath(path); !removed) return removed;
+  }
+  return {};
+}
