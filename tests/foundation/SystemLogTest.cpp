@@ -25,7 +25,7 @@ TEST(SystemLog, WritesOneStampedLine) {
 TEST(SystemLog, IsKeptBackWhileHeld) {
   testing::internal::CaptureStderr();
   {
-    SystemLogHold hold;
+    foundation::SystemLogHold hold;
     systemLog("first");
     const std::string taken = hold.take();
     EXPECT_TRUE(taken.ends_with("] first\n")) << taken;
