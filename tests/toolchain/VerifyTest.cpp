@@ -9,6 +9,7 @@
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/toolchain/Resigning.h"
+#include "tests/toolchain/SignedAppFixture.h"
 #include "toolchain/Entitlements.h"
 #include "toolchain/Requirement.h"
 #include "toolchain/Signing.h"
@@ -17,6 +18,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using namespace test;
 using foundation::bytesOf;
 using foundation::Dictionary;
 using testing::Contains;
@@ -38,80 +40,11 @@ constexpr const char* kUnsigned = "code object is not signed at all";
 constexpr const char* kBundleFormat = "bundle format unrecognized, invalid, or unsuitable";
 constexpr const char* kObjectFormat = "object file format unrecognized, invalid, or unsuitable";
 
-void flip(const fs::path& path, std::uintmax_t offset) {
-  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-  file.seekg(static_cast<std::streamoff>(offset));
-  const char byte = static_cast<char>(file.get() ^ 0x10);
-  file.seekp(static_cast<std::streamoff>(offset));
-  file.put(byte);
-}
-
-void write(const fs::path& path, std::string_view text) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-}
-
-std::string xml(const Dictionary& dictionary) { return *foundation::PropertyList::xml(dictionary); }
-
 std::string blob(std::uint32_t magic, std::string_view payload) {
   return std::string(foundation::textOf(toolchain::makeBlob(magic, bytesOf(payload))));
 }
 
-/// An app of armv7 and arm64 with both digests, entitlements, a framework and a loose library;
-/// signed once, copied for each test.
-class VerifyTest : public testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    pristine_ = new test::TemporaryFolder;
-    const fs::path built = test::makeApp(pristine_->path());
-    test::RealImageOptions library;
-    library.source = "int f(void) { return 0; }\n";
-    library.linkerArguments = {"-dylib"};
-    test::linkImage(*pristine_ / "libf.dylib", library);
-    const fs::path framework = built / "Frameworks/F.framework";
-    fs::create_directories(framework);
-    fs::copy_file(*pristine_ / "libf.dylib", framework / "F");
-    fs::copy_file(*pristine_ / "libf.dylib", built / "Frameworks/libf.dylib");
-    write(framework / "Info.plist",
-          xml({{"CFBundleIdentifier", "com.example.F"}, {"CFBundleExecutable", "F"}}));
-    write(framework / "data", "framework's own");
-    pristine_->write("entitlements", xml({{"application-identifier", "ABCDE12345.com.example.app"},
-                                          {"get-task-allow", true}}));
-    toolchain::SignOptions options;
-    options.code = built;
-    options.identity = test::signingFamily().leaf.sha1();
-    options.keychain = test::writeKeychain(*pristine_ / "keychain.pem");
-    options.entitlements = *pristine_ / "entitlements";
-    const auto signedWell = toolchain::sign(options);
-    ASSERT_TRUE(signedWell) << signedWell.error().localizedDescription();
-  }
-  static void TearDownTestSuite() { delete pristine_; }
-
-  void SetUp() override { restore(); }
-
-  void restore() {
-    fs::remove_all(app());
-    fs::copy(*pristine_ / "Example.app", app(),
-             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-  }
-  [[nodiscard]] fs::path app() const { return folder_ / "Example.app"; }
-  [[nodiscard]] fs::path executable() const { return app() / "Example"; }
-  [[nodiscard]] Verdict verify(bool deep = false) const {
-    return toolchain::verify({.code = app(), .deep = deep});
-  }
-  [[nodiscard]] std::string line(std::string_view text) const {
-    return app().string() + ": " + std::string(text);
-  }
-  [[nodiscard]] static toolchain::Slice slice(std::size_t index) {
-    static const std::string file = test::contentsOf(*pristine_ / "Example.app/Example");
-    return toolchain::Image::parse(bytesOf(file))->slices().at(index);
-  }
-
-  static test::TemporaryFolder* pristine_;
-  test::TemporaryFolder folder_;
-};
-
-test::TemporaryFolder* VerifyTest::pristine_ = nullptr;
+class VerifyTest : public SignedAppTest {};
 
 TEST_F(VerifyTest, SoundCodeIsFoundSound) {
   for (const bool deep : {false, true}) {
@@ -231,76 +164,6 @@ TEST_F(VerifyTest, ChangesInTheBundleAreNoticed) {
 TEST_F(VerifyTest, OptionalFilesMayGo) {
   fs::remove_all(app() / "de.lproj");
   EXPECT_EQ(verify().status, 0);
-}
-
-/// Single bytes of the executable, at every kind of place of each slice.
-TEST_F(VerifyTest, EveryPlaceOfTheExecutableIsCovered) {
-  for (const std::size_t index : {0U, 1U}) {
-    const auto target = slice(index);
-    const auto base = target.file.offset;
-    const auto code = target.signature->data.offset;
-    for (const auto offset : {std::uint64_t{0}, target.signature->commandOffset + 8, code / 2,
-                              target.text->file.size - 1, target.linkEdit->file.offset, code - 1}) {
-      restore();
-      flip(executable(), base + offset);
-      EXPECT_EQ(verify().status, 1) << target.architecture << " byte " << offset;
-    }
-  }
-}
-
-TEST_F(VerifyTest, TheUniversalHeaderIsCovered) {
-  constexpr std::size_t kTable = 8;
-  constexpr std::size_t kEntry = 20;
-  constexpr std::size_t kCapabilities = 4;  // the highest byte of a subtype, which may differ
-  for (std::size_t i = 0; i < kTable + 3 * kEntry; ++i) {
-    if (i >= kTable && i < kTable + 2 * kEntry && (i - kTable) % kEntry == kCapabilities) continue;
-    flip(executable(), i);
-    EXPECT_EQ(verify().status, 1) << "byte " << i;
-    flip(executable(), i);
-  }
-  EXPECT_EQ(verify().status, 0);
-}
-
-/// Nested code that the seal names by its hash: what the hash does not cover is looked at too.
-TEST_F(VerifyTest, NestedCodeThatIsSealedByHashIsCovered) {
-  write(app() / "Resources/a", "a");
-  fs::create_directories(app() / "Frameworks/F.framework/Resources");
-  fs::create_directories(app() / "Frameworks/F.framework/PlugIns");
-  fs::copy_file(app() / "Frameworks/libf.dylib", app() / "Frameworks/F.framework/PlugIns/g.dylib");
-  toolchain::SignOptions options{.code = app(), .identity = "-", .force = true, .deep = true};
-  ASSERT_TRUE(toolchain::sign(options));
-  ASSERT_EQ(verify().status, 0);
-  for (const char* place :
-       {"Frameworks/libf.dylib", "Frameworks/F.framework/F", "Frameworks/F.framework/data",
-        "Frameworks/F.framework/Info.plist", "Frameworks/F.framework/PlugIns/g.dylib"}) {
-    const auto middle = fs::file_size(app() / place) / 2;
-    flip(app() / place, middle);
-    const Verdict verdict = verify();
-    EXPECT_EQ(verdict.status, 1) << place;
-    EXPECT_THAT(verdict.statements, Contains(testing::StartsWith("In subcomponent: "))) << place;
-    flip(app() / place, middle);
-  }
-  EXPECT_EQ(verify().status, 0);
-}
-
-/// Every byte of a signature but those of the CMS counts, and so does every byte that the CMS
-/// signs.
-TEST_F(VerifyTest, EveryByteOfASignatureIsCovered) {
-  const fs::path library = app() / "Frameworks/libf.dylib";
-  const std::string good = test::contentsOf(library);
-  const auto image = toolchain::Image::parse(bytesOf(good));
-  const auto area = image->slices()[0].signature->data;
-  const auto signature = toolchain::SuperBlob::parse(image->signatureArea(image->slices()[0]),
-                                                     toolchain::magic::kEmbeddedSignature);
-  const auto wrapper = signature->find(toolchain::slot::kSignature)->bytes.size();
-  for (std::size_t i = 0; i < signature->bytes().size() - wrapper + 8; ++i) {
-    flip(library, area.offset + i);
-    EXPECT_EQ(toolchain::verify({.code = library}).status, 1) << "byte " << i;
-    flip(library, area.offset + i);
-  }
-  EXPECT_EQ(test::contentsOf(library), good);
-  flip(library, area.offset + signature->bytes().size() - 1);
-  EXPECT_EQ(toolchain::verify({.code = library}).status, 1) << "the CMS signature's last byte";
 }
 
 /// Signatures that are whole in themselves but say something that must not be.

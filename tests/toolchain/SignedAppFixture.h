@@ -1,0 +1,91 @@
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+#include "foundation/PropertyList.h"
+#include "tests/support/AppFixture.h"
+#include "tests/support/MachOFixture.h"
+#include "tests/support/TemporaryFolder.h"
+#include "toolchain/Image.h"
+#include "toolchain/Signing.h"
+#include "toolchain/Verification.h"
+
+namespace test {
+
+/// Changes one bit of one byte.
+inline void flip(const std::filesystem::path& path, std::uintmax_t offset) {
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  file.seekg(static_cast<std::streamoff>(offset));
+  const char byte = static_cast<char>(file.get() ^ 0x10);
+  file.seekp(static_cast<std::streamoff>(offset));
+  file.put(byte);
+}
+
+inline void write(const std::filesystem::path& path, std::string_view text) {
+  std::filesystem::create_directories(path.parent_path());
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+inline std::string xml(const foundation::Dictionary& dictionary) {
+  return *foundation::PropertyList::xml(dictionary);
+}
+
+/// An app of armv7 and arm64 with both digests, entitlements, a framework and a loose library;
+/// signed once, copied for each test.
+class SignedAppTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    pristine_ = new TemporaryFolder;
+    const std::filesystem::path built = makeApp(pristine_->path());
+    RealImageOptions library;
+    library.source = "int f(void) { return 0; }\n";
+    library.linkerArguments = {"-dylib"};
+    linkImage(*pristine_ / "libf.dylib", library);
+    const std::filesystem::path framework = built / "Frameworks/F.framework";
+    std::filesystem::create_directories(framework);
+    std::filesystem::copy_file(*pristine_ / "libf.dylib", framework / "F");
+    std::filesystem::copy_file(*pristine_ / "libf.dylib", built / "Frameworks/libf.dylib");
+    write(framework / "Info.plist",
+          xml({{"CFBundleIdentifier", "com.example.F"}, {"CFBundleExecutable", "F"}}));
+    write(framework / "data", "framework's own");
+    pristine_->write("entitlements", xml({{"application-identifier", "ABCDE12345.com.example.app"},
+                                          {"get-task-allow", true}}));
+    toolchain::SignOptions options;
+    options.code = built;
+    options.identity = signingFamily().leaf.sha1();
+    options.keychain = writeKeychain(*pristine_ / "keychain.pem");
+    options.entitlements = *pristine_ / "entitlements";
+    const auto signedWell = toolchain::sign(options);
+    ASSERT_TRUE(signedWell) << signedWell.error().localizedDescription();
+  }
+  static void TearDownTestSuite() { delete pristine_; }
+
+  void SetUp() override { restore(); }
+
+  void restore() {
+    std::filesystem::remove_all(app());
+    std::filesystem::copy(
+        *pristine_ / "Example.app", app(),
+        std::filesystem::copy_options::recursive | std::filesystem::copy_options::copy_symlinks);
+  }
+  [[nodiscard]] std::filesystem::path app() const { return folder_ / "Example.app"; }
+  [[nodiscard]] std::filesystem::path executable() const { return app() / "Example"; }
+  [[nodiscard]] toolchain::Verdict verify(bool deep = false) const {
+    return toolchain::verify({.code = app(), .deep = deep});
+  }
+  [[nodiscard]] std::string line(std::string_view text) const {
+    return app().string() + ": " + std::string(text);
+  }
+  [[nodiscard]] static toolchain::Slice slice(std::size_t index) {
+    static const std::string file = contentsOf(*pristine_ / "Example.app/Example");
+    return toolchain::Image::parse(foundation::bytesOf(file))->slices().at(index);
+  }
+
+  static inline TemporaryFolder* pristine_ = nullptr;
+  TemporaryFolder folder_;
+};
+
+}  // namespace test
