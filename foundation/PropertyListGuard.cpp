@@ -280,8 +280,8 @@ class BinaryWalker {
     for (std::uint64_t i = 0; i < children; ++i) {
       const std::uint64_t child = numberAt(object.content + i * referenceSize_, referenceSize_);
       if (child >= count_) return failAt(index, format("refers to the missing object %llu", child));
-      if (isDictionary && i < object.count && !isText(child)) {
-        return failAt(index, "has a key that is no text");
+      if (isDictionary && i < object.count && !isKey(child)) {
+        return failAt(index, "has a key that is no text or holds a zero character");
       }
       if (!visit(child, depth + 1)) return false;
       const Visit& entry = visits_[static_cast<std::size_t>(child)];
@@ -293,9 +293,15 @@ class BinaryWalker {
     return true;
   }
 
-  [[nodiscard]] bool isText(std::uint64_t index) const {
+  /// libplist stops the process at a zero character in a key.
+  [[nodiscard]] bool isKey(std::uint64_t index) const {
     const auto object = objectAt(index);
-    return object && (object->type == 0x5 || object->type == 0x6);
+    if (!object || (object->type != 0x5 && object->type != 0x6)) return false;
+    const std::uint64_t unit = object->type - 4;
+    for (std::uint64_t i = 0; hasRoomFor(*object, unit) && i < object->count; ++i) {
+      if (numberAt(object->content + i * unit, unit) == 0) return false;
+    }
+    return true;
   }
 
   Bytes bytes_;

@@ -274,6 +274,11 @@ TEST(PropertyList, RefusesDamagedBinary) {
            Case{"null", BinaryList{{"\x00"s}}.bytes(), "(marker 0x00) is cut off or of no"},
            Case{"number as key", BinaryList{{"\xd1\x01\x01", "\x10\x01"}}.bytes(),
                 "object 0 of 2 has a key that is no text"},
+           Case{"zero in a key", BinaryList{{"\xd1\x01\x01", "\x52x\x00"s}}.bytes(),
+                "object 0 of 2 has a key that is no text or holds a zero"},
+           Case{"zero in a key of two-byte characters",
+                BinaryList{{"\xd1\x01\x01", "\x62\x00x\x00\x00"s}}.bytes(),
+                "object 0 of 2 has a key that is no text or holds a zero"},
            Case{"offset in the trailer",
                 [&] {
                   std::string bytes = whole;
