@@ -12,6 +12,7 @@ namespace {
 constexpr double kOptionalWeight = 1000;
 constexpr std::size_t kLongestPattern = 1024;
 constexpr std::size_t kMostRules = 1000;
+constexpr int kMostDoublings = 4;
 
 using Rules = std::vector<ResourceRule>;
 
@@ -171,11 +172,18 @@ struct RegexRelease {
 };
 using Regex = std::unique_ptr<regex_t, RegexRelease>;
 
-/// Counted repetition and back references can take any time and memory; no seal needs them.
+/// Counted repetition and back references can take any time and memory; no seal needs them. Each
+/// "+" doubles what it stands behind, so one that stands behind a group or another repetition
+/// doubles a pattern that may have been doubled before.
 bool isCheap(std::string_view pattern) {
   if (pattern.size() > kLongestPattern) return false;
+  int doublings = 0;
   for (std::size_t i = 0; i < pattern.size(); ++i) {
     if (pattern[i] == '{') return false;
+    if (pattern[i] == '+' && i > 0 &&
+        std::string_view(")+*?").find(pattern[i - 1]) != std::string_view::npos) {
+      if (++doublings > kMostDoublings) return false;
+    }
     if (pattern[i] != '\\' || i + 1 == pattern.size()) continue;
     ++i;
     if (pattern[i] >= '0' && pattern[i] <= '9') return false;

@@ -105,8 +105,10 @@ TEST(ResourceRules, HeaviestWinsAndOmissionBreaksATie) {
 }
 
 TEST(ResourceRules, HostilePatternsAreRefused) {
-  for (const std::string& pattern : {std::string("(a"), std::string("(a*){2,9}"),
-                                     std::string("(a)\\1"), std::string(2000, 'a') + "+"}) {
+  for (const std::string& pattern :
+       {std::string("(a"), std::string("(a*){2,9}"), std::string("(a)\\1"),
+        std::string(2000, 'a') + "+", "(a)" + std::string(60, '+'),
+        std::string("(((((a+)+)+)+)+)+")}) {
     EXPECT_FALSE(RuleMatcher::compile({{.pattern = pattern}})) << pattern;
   }
 }
