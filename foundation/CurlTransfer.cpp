@@ -153,7 +153,7 @@ void CurlTransfer::prepareForEarlyAnswer() {
   curl_tlssessioninfo* session = nullptr;
   curl_easy_getinfo(easy(), CURLINFO_TLS_SSL_PTR, &session);
   if (session && session->backend == CURLSSLBACKEND_OPENSSL && session->internals) {
-    hideFailedWrites(static_cast<SSL*>(session->internals));
+    hideFailedWrites(static_cast<SSL*>(session->internals), socket_);
   } else if (socket_ >= 0) {
     secondHandle_.reset(fcntl(socket_, F_DUPFD_CLOEXEC, 0));
   }

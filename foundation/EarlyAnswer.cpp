@@ -1,6 +1,8 @@
 #include "foundation/EarlyAnswer.h"
 
+#include <cerrno>
 #include <charconv>
+#include <cstdint>
 #include <new>
 
 #include <openssl/bio.h>
@@ -13,10 +15,23 @@ namespace {
 /// Most bytes of a rescued answer.
 constexpr std::size_t kMaximumRescue = 1024 * 1024;
 
+/// False once the other side's last byte has been read.
+bool mayHoldAnAnswer(int socket) {
+  if (socket < 0) return true;
+  char byte;
+  const ssize_t count = recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  return count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR));
+}
+
 int writeOrWait(BIO* self, const char* bytes, std::size_t size, std::size_t* written) {
-  const int result = BIO_write_ex(BIO_next(self), bytes, size, written);
+  BIO* const below = BIO_next(self);
+  const int result = BIO_write_ex(below, bytes, size, written);
+  const auto socket = static_cast<int>(reinterpret_cast<std::intptr_t>(BIO_get_data(self)));
   BIO_clear_retry_flags(self);
-  if (result <= 0) BIO_set_retry_write(self);
+  // The library stops reading at the end of the answers, and would then wait for ever.
+  if (result <= 0 && (BIO_should_retry(below) || mayHoldAnAnswer(socket))) {
+    BIO_set_retry_write(self);
+  }
   return result;
 }
 
@@ -70,11 +85,12 @@ std::string readAll(int socket) {
 
 }  // namespace
 
-void hideFailedWrites(SSL* session) {
+void hideFailedWrites(SSL* session, int socket) {
   BIO* const below = SSL_get_wbio(session);
   if (!below || BIO_method_type(below) == waitingType()) return;
   BIO* const waiting = BIO_new(waitingMethod());
   if (!waiting) throw std::bad_alloc();
+  BIO_set_data(waiting, reinterpret_cast<void*>(static_cast<std::intptr_t>(socket)));
   BIO_up_ref(below);
   SSL_set0_wbio(session, BIO_push(waiting, below));
 }

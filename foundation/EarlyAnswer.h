@@ -10,9 +10,10 @@ namespace foundation {
 // sent then make the system reset the connection, and libcurl gives up with the answer unread.
 // These make sure that it is read.
 
-/// From here on a write that fails on this connection looks like one that has to wait, so that its
-/// reader goes on and finds the answer, or the end. Does nothing when it is so already.
-void hideFailedWrites(SSL* session);
+/// From here on a write that fails on this connection, over this socket, looks like one that has to
+/// wait as long as there may be something to read, so that the reader goes on and finds the answer.
+/// Does nothing when it is so already.
+void hideFailedWrites(SSL* session, int socket);
 
 /// Reads what a broken connection without TLS still holds into `answer`, which has no head yet. An
 /// answer that is not all there is left out; so is a body in an encoding.
