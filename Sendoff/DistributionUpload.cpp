@@ -13,6 +13,7 @@
 #include "foundation/FileManager.h"
 #include "foundation/Format.h"
 #include "foundation/Path.h"
+#include "foundation/SystemLog.h"
 #include "foundation/Text.h"
 #include "macho/QVTMachOBinary.h"
 #include "signing/QVTProvisioningProfile.h"
@@ -105,6 +106,7 @@ bool uploadRelease(const QVTAppInfo& appInfo, bool notifications) {
   const auto& path = appInfo.releasePath();
   const auto ipa = path ? foundation::FileManager::contentsOfFile(*path) : foundation::Data();
   if (!path || !ipa) {
+    if (!ipa) foundation::systemLog("%@", ipa.error().localizedDescription());
     QVTCLUtilLog("Unable to load IPA at %@", path);
     return false;
   }
@@ -115,6 +117,7 @@ bool uploadRelease(const QVTAppInfo& appInfo, bool notifications) {
 
   bool uploaded = false;
   client->syncStartRequestCompletion(request, [&](const std::shared_ptr<QVTWebResponse>& response) {
+    logTransportFailure(*response);
     uploaded = response->statusCode() == 202;
     if (!uploaded) return logErrorResponse("Unable to submit build", *response);
     QVTCLUtilLog("Uploaded Successfully %lu", response->statusCode());

@@ -11,6 +11,7 @@
 #include "console/QVTCLUtilLog.h"
 #include "foundation/Bundle.h"
 #include "foundation/Format.h"
+#include "foundation/SystemLog.h"
 
 namespace {
 
@@ -31,6 +32,7 @@ bool send(const QVTAppInfo& appInfo, const std::shared_ptr<QVTWebRequest>& reque
   bool taken = false;
   client->syncStartRequestCompletion(request, [&](const std::shared_ptr<QVTWebResponse>& response) {
     taken = response->statusCode() == 200 || response->statusCode() == 202;
+    logTransportFailure(*response);
     report(*response, taken);
   });
   return taken;
@@ -63,6 +65,12 @@ void logErrorResponse(std::string_view context, const QVTWebResponse& response) 
     QVTCLUtilLog("%@: %@", context, message);
   } else {
     QVTCLUtilLog("%@. Response code: %ld", context, response.statusCode());
+  }
+}
+
+void logTransportFailure(const QVTWebResponse& response) {
+  if (const auto& error = response.error()) {
+    foundation::systemLog("No answer from the service: %@", error->localizedDescription());
   }
 }
 
