@@ -36,17 +36,21 @@ Result<MappedFile> MappedFile::open(const std::filesystem::path& path, FileDescr
   void* const address = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.get(), 0);
   if (address == MAP_FAILED) return failed("map", errno);
   mapped.bytes_ = {static_cast<const std::byte*>(address), size};
+  mapped.guard_ = MappingGuard(mapped.bytes_, path);
   return Result<MappedFile>(std::move(mapped));
 }
 
-MappedFile::MappedFile(MappedFile&& other) noexcept : bytes_(std::exchange(other.bytes_, {})) {}
+MappedFile::MappedFile(MappedFile&& other) noexcept
+    : bytes_(std::exchange(other.bytes_, {})), guard_(std::move(other.guard_)) {}
 
 MappedFile& MappedFile::operator=(MappedFile&& other) noexcept {
   std::swap(bytes_, other.bytes_);
+  std::swap(guard_, other.guard_);
   return *this;
 }
 
 MappedFile::~MappedFile() {
+  guard_ = {};
   if (!bytes_.empty()) ::munmap(const_cast<std::byte*>(bytes_.data()), bytes_.size());
 }
 

@@ -4,6 +4,7 @@
 
 #include "foundation/Bytes.h"
 #include "foundation/Handle.h"
+#include "foundation/MappingGuard.h"
 #include "foundation/Result.h"
 
 namespace foundation {
@@ -11,7 +12,8 @@ namespace foundation {
 /// Read-only view of a whole file.
 ///
 /// The bytes live as long as this object; moving it does not move them. If another process
-/// truncates the file meanwhile, touching the lost pages raises SIGBUS, which is not reported here.
+/// truncates the file meanwhile, what is lost reads as zeros: ask `MappingGuard::checkAll` before
+/// anything that was read is used.
 class MappedFile {
  public:
   /// An empty file gives an empty view. Fails with the path and the system's text when the file
@@ -29,6 +31,7 @@ class MappedFile {
 
  private:
   Bytes bytes_;
+  MappingGuard guard_;
 };
 
 }  // namespace foundation

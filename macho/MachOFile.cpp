@@ -67,7 +67,7 @@ bool QVTMachOFileInitWithPath(QVTMachOFile* file, const char* path) {
   }
   file->mappedFile = mapForScatteredReads(*file);
   if (!file->mappedFile) return closeAndFail(*file);
-  rememberMapping(file->mappedFile, file->mappedSize);
+  rememberMapping(file->mappedFile, file->mappedSize, path);
   return true;
 }
 

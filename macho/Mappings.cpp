@@ -5,12 +5,20 @@
 #include <mutex>
 #include <shared_mutex>
 
+#include "foundation/MappingGuard.h"
+
 namespace macho {
 namespace {
 
+struct Mapping {
+  std::uintptr_t end;
+  foundation::MappingGuard guard;
+};
+
 struct Registry {
   std::shared_mutex mutex;
-  std::map<std::uintptr_t, std::uintptr_t> ends;
+  /// By their start.
+  std::map<std::uintptr_t, Mapping> mappings;
 };
 
 /// Never destroyed: files may be closed while the process ends.
@@ -23,22 +31,32 @@ std::uintptr_t number(const void* address) { return reinterpret_cast<std::uintpt
 
 }  // namespace
 
-void rememberMapping(const void* start, std::uint64_t size) {
+void rememberMapping(const void* start, std::uint64_t size, const char* path) {
+  const foundation::Bytes bytes(static_cast<const std::byte*>(start),
+                                static_cast<std::size_t>(size));
   const std::unique_lock lock(registry().mutex);
-  registry().ends[number(start)] = number(start) + static_cast<std::uintptr_t>(size);
+  registry().mappings.insert_or_assign(
+      number(start), Mapping{number(start) + bytes.size(), foundation::MappingGuard(bytes, path)});
 }
 
 void forgetMapping(const void* start) {
   const std::unique_lock lock(registry().mutex);
-  registry().ends.erase(number(start));
+  registry().mappings.erase(number(start));
+}
+
+foundation::Result<> checkMapping(const void* start) {
+  const std::shared_lock lock(registry().mutex);
+  const auto found = registry().mappings.find(number(start));
+  return found == registry().mappings.end() ? foundation::Result<>() : found->second.guard.check();
 }
 
 Reach::Reach(const void* address) {
   const std::shared_lock lock(registry().mutex);
-  const auto& ends = registry().ends;
-  const auto after = ends.upper_bound(number(address));
-  if (after == ends.begin()) return;
-  const auto [start, end] = *std::prev(after);
+  const auto& mappings = registry().mappings;
+  const auto after = mappings.upper_bound(number(address));
+  if (after == mappings.begin()) return;
+  const std::uintptr_t start = std::prev(after)->first;
+  const std::uintptr_t end = std::prev(after)->second.end;
   if (number(address) >= end) return;
   start_ = start;
   end_ = end;

@@ -6,13 +6,18 @@
 #include <optional>
 #include <type_traits>
 
+#include "foundation/Result.h"
+
 /// The mappings of open files by address, so that a bare pointer into one of them is enough to know
 /// how far it may be read. All functions are safe from any thread.
 namespace macho {
 
-/// Makes a mapping known; it must be forgotten before its memory is given back.
-void rememberMapping(const void* start, std::uint64_t size);
+/// Makes the mapping of the file at `path` known, and watches it for being cut short; it must be
+/// forgotten before its memory is given back.
+void rememberMapping(const void* start, std::uint64_t size, const char* path);
 void forgetMapping(const void* start);
+/// Fails, naming the file, when a known mapping was cut short while it was read.
+foundation::Result<> checkMapping(const void* start);
 
 /// How far memory may be read: the known mapping around an address, or all memory when the address
 /// is in none.

@@ -35,6 +35,9 @@ std::shared_ptr<QVTMachOBinary> QVTMachOBinary::initWithURL(const foundation::UR
   const auto binary = std::shared_ptr<QVTMachOBinary>(new QVTMachOBinary(url));
   if (!macho::QVTMachOFileInitWithPath(&binary->file_, binary->path().c_str())) return nullptr;
   binary->readSlices();
+  if (const auto intact = macho::checkMapping(binary->file_.mappedFile); !intact) {
+    throw foundation::Exception(intact.error().localizedDescription());
+  }
   return binary;
 }
 

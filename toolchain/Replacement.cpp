@@ -13,6 +13,7 @@
 #include "foundation/FileAttributes.h"
 #include "foundation/FileCopying.h"
 #include "foundation/Handle.h"
+#include "foundation/MappingGuard.h"
 #include "foundation/ProcessInfo.h"
 
 namespace toolchain {
@@ -156,6 +157,8 @@ Result<fs::path> Replacement::keepOld(const fs::path& target) {
 }
 
 Result<> Replacement::commit(const std::vector<fs::path>& targets) {
+  // What was prepared may have been made from a file that lost its content meanwhile.
+  if (const auto intact = foundation::MappingGuard::checkAll(); !intact) return intact;
   for (const fs::path& target : targets) {
     const auto one =
         std::find_if(prepared_.begin(), prepared_.end(),

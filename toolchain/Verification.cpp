@@ -273,7 +273,10 @@ Verdict verify(const VerifyOptions& options) {
   if (!fs::exists(options.code, failed)) {
     return {kFailed, {name + ": No such file or directory"}, {}};
   }
-  return verdictOn(name, Verifier(options).run());
+  Verdict verdict = verdictOn(name, Verifier(options).run());
+  const auto intact = foundation::MappingGuard::checkAll();
+  if (!intact) return {kFailed, {name + ": " + intact.error().localizedDescription()}, {}};
+  return verdict;
 }
 
 }  // namespace toolchain

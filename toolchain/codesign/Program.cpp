@@ -7,6 +7,7 @@
 
 #include "foundation/FileManager.h"
 #include "foundation/Handle.h"
+#include "foundation/MappingGuard.h"
 #include "foundation/Text.h"
 #include "toolchain/Blobs.h"
 #include "toolchain/Description.h"
@@ -34,7 +35,9 @@ class Run {
   int all() {
     int status = 0;
     for (const auto& code : options_.operands) {
-      const int own = one(code);
+      int own = one(code);
+      const auto intact = foundation::MappingGuard::checkAll();
+      if (own == 0 && !intact) own = failed(code, intact.error());
       if (status == 0) status = own;
     }
     return status;
@@ -117,6 +120,10 @@ class Run {
   int exportInputs(const std::string& code, bool isDescribed) {
     const auto inputs = signingInputs(code);
     if (!inputs) return isDescribed ? failed(code, inputs.error()) : kFailed;
+    // What is saved is signed with.
+    if (const auto intact = foundation::MappingGuard::checkAll(); !intact) {
+      return failed(code, intact.error());
+    }
     if (options_.resourceRules) {
       const auto done = save(inputs->resourceRules, *options_.resourceRules);
       if (!done) return failed(code, done.error());
