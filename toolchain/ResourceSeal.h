@@ -100,6 +100,8 @@ class SealContents {
   /// Absolute paths of the regular files, in ascending byte order of what follows the bundle's
   /// path.
   [[nodiscard]] std::vector<std::string> files() const;
+  /// The same for loose code that the seal will name by its hash; it must be signed by then.
+  [[nodiscard]] std::vector<std::string> codeByHash() const;
   /// The seal of their content as it is now.
   Result<ResourceSeal> seal(FileHasher& hasher) const;
 

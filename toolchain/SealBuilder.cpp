@@ -44,16 +44,12 @@ class SealContents::Collector {
     if (!walked) return walked.error();
     if (refusal) return *refusal;
     std::sort(files_.begin(), files_.end());
-    std::sort(nested_.begin(), nested_.end());
+    std::sort(nestedFiles_.begin(), nestedFiles_.end());
     return {};
   }
 
-  [[nodiscard]] std::vector<std::string> absoluteFiles() const {
-    std::vector<std::string> paths;
-    paths.reserve(files_.size());
-    for (const std::string& path : files_) paths.push_back(absolute(path));
-    return paths;
-  }
+  [[nodiscard]] std::vector<std::string> absoluteFiles() const { return absolute(files_); }
+  [[nodiscard]] std::vector<std::string> absoluteCode() const { return absolute(nestedFiles_); }
 
   Result<ResourceSeal> seal(FileHasher& hasher) const {
     ResourceSeal result;
@@ -64,8 +60,10 @@ class SealContents::Collector {
     for (const std::string& path : links_) {
       if (const auto sealed = sealLink(path, result); !sealed) return sealed.error();
     }
-    for (const std::string& path : nested_) {
-      if (const auto sealed = sealNested(path, result); !sealed) return sealed.error();
+    for (const auto* nested : {&nestedBundles_, &nestedFiles_}) {
+      for (const std::string& path : *nested) {
+        if (const auto sealed = sealNested(path, result); !sealed) return sealed.error();
+      }
     }
     return result;
   }
@@ -74,12 +72,18 @@ class SealContents::Collector {
   [[nodiscard]] std::string absolute(const std::string& path) const {
     return bundle_.base.native() + '/' + path;
   }
+  [[nodiscard]] std::vector<std::string> absolute(const std::vector<std::string>& paths) const {
+    std::vector<std::string> result;
+    result.reserve(paths.size());
+    for (const std::string& path : paths) result.push_back(absolute(path));
+    return result;
+  }
 
   /// Files one entry; true for a folder that is to be entered.
   bool take(const FolderEntry& entry, std::optional<foundation::Error>& refusal) {
     if (entry.kind == Kind::folder) {
       if (!isNestedBundle(entry.path)) return true;
-      nested_.push_back(entry.path);
+      nestedBundles_.push_back(entry.path);
       return false;
     }
     const bool isLink = entry.kind == Kind::link;
@@ -95,7 +99,7 @@ class SealContents::Collector {
       return false;
     }
     if (!isLink && isNestedFile(entry.path)) {
-      nested_.push_back(entry.path);
+      nestedFiles_.push_back(entry.path);
     } else {
       (isLink ? links_ : files_).push_back(entry.path);
     }
@@ -161,7 +165,8 @@ class SealContents::Collector {
   bool hasNestedRules_;
   std::vector<std::string> files_;
   std::vector<std::string> links_;
-  std::vector<std::string> nested_;
+  std::vector<std::string> nestedBundles_;
+  std::vector<std::string> nestedFiles_;
 };
 
 SealContents::SealContents(std::unique_ptr<Collector> collector)
@@ -181,6 +186,8 @@ Result<SealContents> SealContents::collect(const CodeBundle& bundle, const SealO
 }
 
 std::vector<std::string> SealContents::files() const { return collector_->absoluteFiles(); }
+
+std::vector<std::string> SealContents::codeByHash() const { return collector_->absoluteCode(); }
 
 Result<ResourceSeal> SealContents::seal(FileHasher& hasher) const {
   return collector_->seal(hasher);

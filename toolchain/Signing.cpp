@@ -243,6 +243,9 @@ class Signer {
     const auto contents = SealContents::collect(code, options);
     if (!contents) return contents.error();
     if (const auto done = signLooseCode(code, contents->files()); !done) return done.error();
+    for (const std::string& path : contents->codeByHash()) {
+      if (const auto done = signLooseFile(path); !done) return within(path, done.error());
+    }
     const auto seal = contents->seal(hasher_);
     if (!seal) return seal.error();
     std::string made = text(*seal);

@@ -225,7 +225,13 @@ TEST(Sign, BundlesWithAResourcesFolderSealNestedCodeAsCode) {
   writeFile(app / "Resources/en.lproj/a.strings", "a");
   writeFile(app / "plain.txt", "a");
   writeBundle(app / "Frameworks/F.framework", "com.example.f", Kind::dylib);
-  ASSERT_EQ(signingProblem(optionsFor(app, kSigners[1])), "");
+  writeFile(app / "Frameworks/libloose.dylib", machO(Kind::dylib));
+  std::vector<std::string> notes;
+  ASSERT_EQ(signingProblem(optionsFor(app, kSigners[1]), &notes), "");
+  const std::string unsignedText = ": is not signed, signing it first";
+  EXPECT_THAT(notes, ElementsAre((app / "Frameworks/F.framework").string() + unsignedText,
+                                 (app / "Frameworks/libloose.dylib").string() + unsignedText));
+  EXPECT_EQ(complaintsAbout(app / "Frameworks/libloose.dylib", kSigners[1]), "");
   const std::string seal = contentsOf(app / "_CodeSignature/CodeResources");
   EXPECT_THAT(seal, HasSubstr("<key>Frameworks/F.framework</key>\n\t\t<dict>\n\t\t\t<key>cdhash"));
   EXPECT_THAT(seal, HasSubstr("<string>identifier \"com.example.f\" and certificate"));
