@@ -18,11 +18,16 @@ constexpr std::chrono::duration<float> kPollInterval{0.1F};
 
 ChildProcess launched(const ChildProcess::Launch& launch) {
   auto pipes = foundation::StandardPipes::open();
-  foundation::assertThat(
-      pipes.ok(), "stdoutPipe && stdinPipe && stderrPipe",
-      {.function = "+[QVTTask launchWithPath:workingDirectory:arguments:environment:timeout:"
-                   "completion:]",
-       .source = "QVTSharedUtils/QVTSharedUtils/QVTTask"});
+  if (!pipes) {
+    // The machine's fault and not the program's: whoever runs the tool may still clean up.
+    const foundation::AssertionSite site{
+        .function =
+            "+[QVTTask launchWithPath:workingDirectory:arguments:environment:timeout:"
+            "completion:]",
+        .source = "QVTSharedUtils/QVTSharedUtils/QVTTask"};
+    foundation::reportFailedAssertion("stdoutPipe && stdinPipe && stderrPipe", site);
+    throw foundation::Exception(pipes.error().localizedDescription());
+  }
   auto child = ChildProcess::launch(launch, *std::move(pipes));
   if (!child) throw foundation::Exception(child.error().localizedDescription());
   return *std::move(child);

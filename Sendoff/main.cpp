@@ -5,6 +5,7 @@
 #include "Sendoff/InterruptibleRun.h"
 #include "Sendoff/StandardDescriptors.h"
 #include "console/QVTCLUtilLog.h"
+#include "foundation/ProcessInfo.h"
 #include "preparation/SigningToolPath.h"
 
 namespace {
@@ -23,6 +24,7 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   openMissingStandardDescriptors();
+  foundation::reserveDescriptorForProcessRecords();
   // A reader of the console that goes away (`sendoff … | head`) must not change what the run does.
   std::signal(SIGPIPE, SIG_IGN);
   return runInterruptibly([&] { return run(argc, argv); });

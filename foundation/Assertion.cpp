@@ -6,7 +6,7 @@
 
 namespace foundation {
 
-void assertionFailed(std::string_view expression, const AssertionSite& site) {
+void reportFailedAssertion(std::string_view expression, const AssertionSite& site) {
   std::string line = "Assertion failed: (" + std::string(expression) + ")";
   if (!site.function.empty()) line += ", function " + std::string(site.function);
   if (!site.source.empty()) line += ", file " + std::string(site.source);
@@ -14,6 +14,10 @@ void assertionFailed(std::string_view expression, const AssertionSite& site) {
   line += ".\n";
   std::fputs(line.c_str(), stderr);
   std::fflush(stderr);
+}
+
+void assertionFailed(std::string_view expression, const AssertionSite& site) {
+  reportFailedAssertion(expression, site);
   std::abort();
 }
 

@@ -11,6 +11,9 @@ struct AssertionSite {
   int line = 0;
 };
 
+/// Only the line, for a caller that ends in another way.
+void reportFailedAssertion(std::string_view expression, const AssertionSite& site);
+
 /// Stops the process for a programming fault, in release builds too: one line on standard error,
 /// "Assertion failed: (EXPRESSION), function FUNCTION, file SOURCE, line N.", then abort().
 [[noreturn]] void assertionFailed(std::string_view expression, const AssertionSite& site);

@@ -41,4 +41,9 @@ struct ProcessRecord {
 /// own query does, and id 0 has an empty record; absent only when reading failed.
 std::optional<ProcessRecord> processRecord(pid_t processIdentifier);
 
+/// Sets a descriptor aside with which `processRecord` reads when all others are in use. From then
+/// on it never fails for want of descriptors, so that asking until it succeeds comes to an end:
+/// where not even this one was to be had, a record is empty.
+void reserveDescriptorForProcessRecords();
+
 }  // namespace foundation

@@ -140,11 +140,17 @@ TEST(Task, WhatCannotBeLaunchedIsAnExceptionThatNamesIt) {
 void runWithFewDescriptors() {
   const struct rlimit few = {.rlim_cur = 4, .rlim_max = 4};
   ::setrlimit(RLIMIT_NOFILE, &few);
-  QVTTask::runTaskWithLaunchPathArguments("/bin/true", std::nullopt);
+  try {
+    QVTTask::runTaskWithLaunchPathArguments("/bin/true", std::nullopt);
+  } catch (const foundation::Exception& exception) {
+    std::fputs(exception.what(), stderr);
+    std::_Exit(7);
+  }
 }
 
-TEST(TaskDeathTest, WithoutPipesTheProcessStops) {
-  EXPECT_DEATH(runWithFewDescriptors(), "stdoutPipe && stdinPipe && stderrPipe");
+TEST(TaskDeathTest, WithoutPipesTheAssertionIsToldAndTheRunEnds) {
+  EXPECT_EXIT(runWithFewDescriptors(), testing::ExitedWithCode(7),
+              "stdoutPipe && stdinPipe && stderrPipe\\).*\ncannot make pipes");
 }
 
 TEST(Task, WithoutInputAProgramMayAskAndSayAsMuchAsItLikes) {

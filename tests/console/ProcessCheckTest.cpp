@@ -11,6 +11,7 @@
 
 #include "console/ProcessCheck.h"
 #include "foundation/ChildProcess.h"
+#include "foundation/ProcessInfo.h"
 #include "tests/support/OtherProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -73,6 +74,31 @@ TEST(ProcessCheck, AFailedQueryIsRepeated) {
               return found ? "found" : "not found";
             }),
             "found");
+}
+
+TEST(ProcessCheck, EndsWithoutDescriptorsThatAnybodyWillFree) {
+  struct Case {
+    const char* name;
+    bool isLimitedBefore;
+    const char* found;
+  };
+  for (const Case& c :
+       {Case{"one set aside", false, "found"}, Case{"not even one", true, "not found"}}) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(test::inChildProcess([&c]() -> std::string {
+                ::alarm(20);
+                ::prctl(PR_SET_NAME, "Xcode");
+                const struct rlimit few { 0, 64 };
+                if (c.isLimitedBefore) ::setrlimit(RLIMIT_NOFILE, &few);
+                foundation::reserveDescriptorForProcessRecords();
+                const struct rlimit some { 64, 64 };
+                if (!c.isLimitedBefore) ::setrlimit(RLIMIT_NOFILE, &some);
+                while (::dup(2) >= 0) {
+                }
+                return isProcessNameInHierarchy("Xcode") ? "found" : "not found";
+              }),
+              c.found);
+  }
 }
 
 /// Runs `work` in a process whose parent lies outside its pid namespace, so that the parent's id is

@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <charconv>
+#include <mutex>
 #include <string>
 
 #include <fcntl.h>
@@ -29,6 +30,45 @@ std::optional<std::string> contentsOf(int file) {
       return std::nullopt;
     }
   }
+}
+
+/// The descriptor that is set aside.
+class Reserve {
+ public:
+  void fill() {
+    const std::lock_guard lock(mutex_);
+    isWanted_ = true;
+    refill();
+  }
+  /// Calls `read` once more, with one descriptor more, when it failed for want of descriptors.
+  template <class Read>
+  auto support(Read read) {
+    auto result = read();
+    if (result || !lacksDescriptors(errno)) return result;
+    const std::lock_guard lock(mutex_);
+    if (!isWanted_) return result;
+    spare_.reset();
+    result = read();
+    const int error = errno;
+    refill();
+    errno = lacksDescriptors(error) ? ESRCH : error;
+    return result;
+  }
+
+ private:
+  static bool lacksDescriptors(int error) { return error == EMFILE || error == ENFILE; }
+  void refill() {
+    if (!spare_) spare_.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  }
+
+  std::mutex mutex_;
+  bool isWanted_ = false;
+  FileDescriptor spare_;
+};
+
+Reserve& reserve() {
+  static Reserve forRecords;
+  return forRecords;
 }
 
 FileDescriptor openRecord(pid_t process, const char* name) {
@@ -64,13 +104,16 @@ std::optional<ProcessRecord> parseRecord(pid_t process, std::string_view text) {
 
 std::optional<ProcessRecord> processRecord(pid_t processIdentifier) {
   if (processIdentifier <= 0) return ProcessRecord{};
-  const FileDescriptor file = openRecord(processIdentifier, "stat");
-  std::optional<std::string> text;
-  if (file) text = contentsOf(file.get());
+  const auto text = reserve().support([&]() -> std::optional<std::string> {
+    const FileDescriptor file = openRecord(processIdentifier, "stat");
+    return file ? contentsOf(file.get()) : std::nullopt;
+  });
   if (text) return parseRecord(processIdentifier, *text);
   if (meansNoRecord(errno)) return ProcessRecord{};
   return std::nullopt;
 }
+
+void reserveDescriptorForProcessRecords() { reserve().fill(); }
 
 std::string ProcessInfo::executablePath() {
   std::string path(PATH_MAX, '\0');
