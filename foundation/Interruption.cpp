@@ -4,6 +4,8 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <span>
+#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -72,18 +74,16 @@ bool isIgnored(int signal) {
   return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-void unblock(int signal) {
+void setBlocked(int how, std::span<const int> which) {
   sigset_t signals;
   sigemptyset(&signals);
-  sigaddset(&signals, signal);
-  ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+  for (const int signal : which) sigaddset(&signals, signal);
+  ::pthread_sigmask(how, &signals, nullptr);
 }
 
 void takeSignals() {
   for (const int signal : kInterruptingSignals) {
-    if (isIgnored(signal)) continue;
-    setAction(signal, onSignal);
-    unblock(signal);
+    if (!isIgnored(signal)) setAction(signal, onSignal);
   }
 }
 
@@ -119,8 +119,18 @@ InterruptionWatch::InterruptionWatch(Options options) : options_(std::move(optio
   runThread = std::this_thread::get_id();
   isUnwinding = false;
   takenSignal = kNone;
+  // Only the thread made here takes the signals: this one, and those that come from it, go on with
+  // what they wait for.
+  setBlocked(SIG_BLOCK, kInterruptingSignals);
+  try {
+    thread_ = std::thread([this] { watch(); });
+  } catch (const std::system_error&) {
+    takenSignal = kClosed;
+    setBlocked(SIG_UNBLOCK, kInterruptingSignals);
+    finished_.reset();
+    return;
+  }
   takeSignals();
-  thread_ = std::thread([this] { watch(); });
 }
 
 InterruptionWatch::~InterruptionWatch() { finish(); }
@@ -131,6 +141,8 @@ std::optional<int> InterruptionWatch::finish() {
   finishedWriteEnd_.reset();
   // Where the other thread has taken over, this does not return.
   if (thread_.joinable()) thread_.join();
+  // A second signal is taken from now on by this thread.
+  setBlocked(SIG_UNBLOCK, kInterruptingSignals);
   return signal;
 }
 
@@ -145,13 +157,19 @@ void InterruptionWatch::endChildren() {
 }
 
 void InterruptionWatch::watch() {
+  setBlocked(SIG_UNBLOCK, kInterruptingSignals);
   std::array<pollfd, 2> either = {pollfd{.fd = finished_.get(), .events = POLLIN, .revents = 0},
                                   pollfd{.fd = noticeReadEnd, .events = POLLIN, .revents = 0}};
   waitFor(either, -1);
   if (!isInterrupted()) return;
   if (options_.wake) options_.wake();
   endChildren();
-  if (isFinishedWithin(options_.patienceWithRun) || isUnwinding) return;
+  if (isFinishedWithin(options_.patienceWithRun)) return;
+  if (isUnwinding) {
+    constexpr std::chrono::milliseconds withoutLimit{-1};
+    [[maybe_unused]] const bool isFinished = isFinishedWithin(withoutLimit);
+    return;
+  }
   const int signal = takenSignal;
   if (options_.takeOver) options_.takeOver(signal);
   endBySignal(signal);
@@ -180,7 +198,7 @@ void endBySignal(int signal) {
   action.sa_handler = SIG_DFL;
   sigemptyset(&action.sa_mask);
   ::sigaction(signal, &action, nullptr);
-  unblock(signal);
+  setBlocked(SIG_UNBLOCK, {&signal, 1});
   ::raise(signal);
   // The first process of a container outlives its own signals.
   constexpr int shellsNumberForSignals = 128;

@@ -17,7 +17,8 @@ struct Interrupted {};
 ///
 /// The first signal ends the running children, politely, then by force, and makes the run's next
 /// check point throw `Interrupted`. A second one ends the process at once. A signal that is ignored
-/// when this is made stays ignored. Where no descriptor is left, signals do what they did before.
+/// when this is made stays ignored. Where no descriptor or thread is left, signals do what they did
+/// before.
 class InterruptionWatch {
  public:
   struct Options {

@@ -84,6 +84,8 @@ RunningProgram::RunningProgram(const RunOptions& options) : limit_(options.limit
   ::dup2(::open("/dev/null", O_RDONLY), 0);
   ::dup2(output.get(), 1);
   ::dup2(errors.get(), 2);
+  // Tests that run in the background have been started with some of them ignored.
+  for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) std::signal(signal, SIG_DFL);
   if (options.prepare) options.prepare();
   ::execve(argv[0], argv.data(), envp.data());
   ::_exit(127);
