@@ -354,6 +354,33 @@ TEST_F(BadInputTest, ATemporaryFolderThatIsFull) {
   EXPECT_EQ(service_.server().connectionCount(), 0u);
 }
 
+/// A hole in a file has no place on a full file system of this kind; touching it through a mapping
+/// is the same to a process as touching what somebody else has just cut off.
+TEST_F(BadInputTest, AnExecutableThatIsCutShortWhileItIsRead) {
+  if (runCommand({"unshare", "-m", "true"}).status != 0) GTEST_SKIP() << "no mounts here";
+  const fs::path app = makeApp(place_.files());
+  const auto size = fs::file_size(app / "Example");
+  fs::resize_file(app / "Example", 0x1000);
+  fs::resize_file(app / "Example", size);
+  makeArchive(place_.files() / "Example.xcarchive", app);
+  auto environment = place_.environment();
+  environment["files"] = place_.files();
+  environment["ARCHIVE_PRODUCTS_PATH"] = place_.files() / "full/Example.xcarchive/Products";
+  const auto result = runProgram(
+      {.command = {"/usr/bin/unshare", "-m", "sh", "-c",
+                   "cd $files && mkdir full && mount -t tmpfs -o size=512k none full && cp -a "
+                   "--sparse=always Example.xcarchive full && (cat /dev/zero >full/rest || true) "
+                   "2>/dev/null; " +
+                       kTool + " " + kKey + " " + kSecret + "; echo status $?"},
+       .environment = environment});
+  const auto lines = result.messages();
+  ASSERT_EQ(lines.size(), 4u) << result.output << result.errors;
+  EXPECT_THAT(lines[2], testing::AllOf(StartsWith("Unexpected error: "),
+                                       HasSubstr("Example.app/Example was cut short")));
+  EXPECT_EQ(lines[3], "status 1");
+  expectCleanedUp();
+}
+
 TEST_F(BadInputTest, ATemporaryFolderThatIsNotWritable) {
   const fs::path app = makeApp(place_.files());
   const fs::path ipa = packIPA(app, place_.files() / "Example.ipa");
