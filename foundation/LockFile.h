@@ -26,6 +26,8 @@ class LockFile {
   LockFile() = default;
 
   explicit operator bool() const { return static_cast<bool>(file_); }
+  [[nodiscard]] const std::string& folder() const { return folderPath_; }
+  [[nodiscard]] const std::string& name() const { return name_; }
   /// False where the file system knows no locks.
   [[nodiscard]] bool isExclusive() const { return isExclusive_; }
   /// When the file was last written; the lock's last owner did that, at its start.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <map>
 #include <mutex>
 #include <set>
@@ -116,6 +117,28 @@ void removeItem(const Item& item) {
   }
 }
 
+/// The form of the names under which `zip` begins an archive beside its final place.
+bool isNameOfAHalfArchive(std::string_view name) {
+  constexpr std::size_t length = 8;
+  return name.size() == length && name.starts_with("zi") &&
+         std::ranges::all_of(name, [](unsigned char letter) { return std::isalnum(letter); });
+}
+
+/// Half archives in the item's folder that are no older than its claim.
+std::vector<std::string> halfArchivesBeside(const Item& item) {
+  std::vector<std::string> found;
+  if (!item.path.ends_with(".ipa") || !item.claim) return found;
+  const std::string folder = foundation::deletingLastPathComponent(item.path);
+  for (const std::string& name : namesIn(folder)) {
+    const std::string path = appendingPathComponent(folder, name);
+    const auto written = FileManager::modificationDateOfItemAtPath(path);
+    if (isNameOfAHalfArchive(name) && written && *written >= item.claim.lastWritten()) {
+      found.push_back(path);
+    }
+  }
+  return found;
+}
+
 class Claims {
  public:
   static Claims& ofThisProcess() {
@@ -140,11 +163,31 @@ class Claims {
   void remove() {
     const std::lock_guard lock(mutex_);
     std::ranges::for_each(items_, removeItem);
+    removeHalfArchives();
     for (Item& item : items_) item.claim.remove();
     items_.clear();
   }
 
  private:
+  /// A `zip` that had to be killed leaves its half of an archive, under a name that does not say
+  /// whose it is: another run's is left alone, which has a claim from before it to after it.
+  void removeHalfArchives() const {
+    for (const Item& item : items_) {
+      const std::vector<std::string> paths = halfArchivesBeside(item);
+      if (paths.empty() || othersHaveClaims(item.claim.folder())) continue;
+      std::ranges::for_each(paths, removeWhateverIsThere);
+    }
+  }
+  bool othersHaveClaims(const std::string& folder) const {
+    return std::ranges::any_of(namesIn(folder), [&](const std::string& name) {
+      const bool isOwn = std::ranges::any_of(
+          items_, [&](const Item& item) { return item.claim && item.claim.name() == name; });
+      if (isOwn) return false;
+      const auto claim = LockFile::take(folder, name, LockFile::Missing::leave);
+      return !claim || !*claim;
+    });
+  }
+
   mutable std::mutex mutex_;
   std::vector<Item> items_;
 };

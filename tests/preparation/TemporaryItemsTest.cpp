@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "foundation/LockFile.h"
 #include "preparation/TemporaryItems.h"
 #include "tests/support/OtherProcess.h"
 #include "tests/support/TemporaryFolder.h"
@@ -218,6 +219,28 @@ TEST_F(TemporaryItemsTest, TheSharedFoldersAreNeverRemoved) {
   make(temporary() / "com.quorvantile.mac/");
   TemporaryItems::removeAll();
   EXPECT_EQ(namesLeft(), before);
+}
+
+// What `zip` had begun when it was killed does not say whose it is.
+TEST_F(TemporaryItemsTest, HalfAnArchiveGoesUnlessAnotherRunMayBeAtIt) {
+  const fs::path folder = temporary() / "com.quorvantile.mac/distributions";
+  make(folder / "ziABC123");
+  ageItem(folder / "ziABC123", std::chrono::hours(1));
+  make(folder / "zipper78.txt");
+  TemporaryItems::claimNew(folder / "one.ipa");
+  auto other = foundation::LockFile::take(claims(), "another run's");
+  ASSERT_TRUE(other && *other);
+  make(folder / "zidef456");
+  TemporaryItems::removeAll();
+  EXPECT_TRUE(fs::exists(folder / "zidef456"));
+
+  TemporaryItems::claimNew(folder / "two.ipa");
+  other->remove();
+  make(folder / "zighi789");
+  TemporaryItems::removeAll();
+  EXPECT_FALSE(fs::exists(folder / "zighi789"));
+  EXPECT_TRUE(fs::exists(folder / "ziABC123")) << "older than the run";
+  EXPECT_TRUE(fs::exists(folder / "zipper78.txt"));
 }
 
 TEST_F(TemporaryItemsTest, ReleasingLeavesTheItemsAndRemovingTakesThem) {
