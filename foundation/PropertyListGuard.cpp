@@ -20,6 +20,7 @@ class XMLScanner {
     while (!isDone_) {
       const std::size_t next = text_.find('<', position_);
       if (next == std::string_view::npos) return failed(text_.size(), unfinished());
+      if (!countMoves(text_.substr(position_, next - position_))) return *error_;
       position_ = next;
       if (!skipMarkup() && !element()) return *error_;
     }
@@ -41,6 +42,16 @@ class XMLScanner {
   [[nodiscard]] std::string unfinished() const {
     if (open_.empty()) return "there is no element";
     return format("the text ends inside <%@>", open_.back().substr(0, 32));
+  }
+
+  /// libplist moves the rest of a text forward for each escaped character in it. Texts of less than
+  /// some hundred thousand characters may hold any number of them.
+  bool countMoves(std::string_view text) {
+    constexpr std::uint64_t kAlwaysAllowed = std::uint64_t{1} << 31;
+    constexpr std::uint64_t kAllowedForEachByte = 4096;
+    moves_ += static_cast<std::uint64_t>(std::ranges::count(text, '&')) * text.size();
+    if (moves_ <= kAlwaysAllowed + kAllowedForEachByte * text_.size()) return true;
+    return fail("a text is too long for so many escaped characters");
   }
 
   /// Comments, instructions, declarations and literal text: everything in angle brackets that is no
@@ -105,6 +116,7 @@ class XMLScanner {
 
   std::string_view text_;
   std::size_t position_ = 0;
+  std::uint64_t moves_ = 0;
   bool isDone_ = false;
   std::vector<std::string_view> open_;
   std::optional<Error> error_;

@@ -155,6 +155,8 @@ TEST(PropertyList, RefusesDamagedXML) {
   };
   std::string opened;
   for (int i = 0; i < 100000; ++i) opened += "<dict><key>a</key>";
+  std::string escaped;
+  for (int i = 0; i < 200000; ++i) escaped += "&amp;";
   struct Case {
     const char* name;
     std::string text;
@@ -162,6 +164,8 @@ TEST(PropertyList, RefusesDamagedXML) {
   };
   for (const Case& c : {
            Case{"cut off", "<plist>\n<dict><key>a", "line 2: the text ends inside <key>"},
+           Case{"long and escaped", plist("<string>" + escaped + "</string>"),
+                "a text is too long for so many escaped characters"},
            Case{"crossed", plist("\n<dict></array>"),
                 "line 3: </array> closes nothing that is open"},
            Case{"unfinished tag", "<plist><dict a='>", "line 1: the tag that begins here"},
