@@ -71,6 +71,10 @@ Result<std::optional<EmbeddedProfile>> embeddedProfileOf(const std::filesystem::
   for (const char* name : {"embedded.mobileprovision", "embedded.provisionprofile"}) {
     const std::filesystem::path path = bundleBase / name;
     if (!foundation::FileManager::fileExistsAtPath(path)) continue;
+    // What somebody else was granted is not for this code.
+    if (!foundation::FileManager::isItemInsideDirectory(path, bundleBase)) {
+      return failure(path.string() + " is a link that leads out of the bundle");
+    }
     auto profile = readProfile(path);
     if (!profile) return profile.error();
     return std::optional<EmbeddedProfile>(std::move(*profile));

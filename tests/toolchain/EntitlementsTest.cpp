@@ -3,6 +3,8 @@
 
 #include "foundation/PropertyList.h"
 #include "foundation/Text.h"
+#include "tests/support/Identities.h"
+#include "tests/support/TemporaryFolder.h"
 #include "toolchain/CodeDirectory.h"
 #include "toolchain/EmbeddedProfile.h"
 #include "toolchain/Entitlements.h"
@@ -113,6 +115,19 @@ TEST(Entitlements, OnlyABooleanTrueSetsAFlag) {
                                                {"com.apple.private.cs.debugger", true},
                                                {"run-unsigned-code", true}}),
             0x70U);
+}
+
+TEST(EmbeddedProfile, ALinkOutOfTheBundleIsRefused) {
+  const test::TemporaryFolder folder;
+  const auto profile = folder.write(
+      "other",
+      test::makeProvisioningProfile(test::ProfileOptions().dictionary(), test::makeRoot()).text());
+  const auto bundle = folder / "X.appex";
+  std::filesystem::create_directory(bundle);
+  std::filesystem::create_symlink(profile, bundle / "embedded.mobileprovision");
+  const auto found = toolchain::embeddedProfileOf(bundle);
+  ASSERT_FALSE(found);
+  EXPECT_THAT(found.error().localizedDescription(), HasSubstr("leads out of the bundle"));
 }
 
 TEST(EmbeddedProfile, WildcardsBecomeExact) {
