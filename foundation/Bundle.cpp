@@ -1,6 +1,7 @@
 #include "foundation/Bundle.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "foundation/FileManager.h"
 #include "foundation/Path.h"
@@ -19,11 +20,23 @@ std::string withoutTrailingSlashes(std::string_view path) {
   return std::string(path);
 }
 
+/// True for errors that tell of the machine and nothing about the file.
+bool isOfTheMachine(long error) {
+  return error == EIO || error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
+/// Whoever took a bundle for one without information would go on with a half-described app.
 Dictionary infoOfBundle(const std::string& path) {
   for (const char* const name : {"Info.plist", "Contents/Info.plist"}) {
     const std::string file = appendingPathComponent(path, name);
     if (!FileManager::isItemInsideDirectory(file, path)) continue;
-    if (auto info = PropertyList::dictionaryWithContentsOfFile(file)) return *std::move(info);
+    const auto content = FileManager::contentsOfFile(file);
+    if (!content && isOfTheMachine(content.error().code)) {
+      throw Exception(content.error().localizedDescription());
+    }
+    if (!content || content->empty()) continue;
+    auto info = PropertyList::parse(content->bytes());
+    if (info && info->dictionary()) return std::move(*info->dictionary());
   }
   return {};
 }

@@ -15,6 +15,7 @@ namespace foundation {
 class Bundle {
  public:
   /// Any existing folder opens; nothing else does (empty pointer).
+  /// Throws `Exception` when the machine (not the file) keeps the Info dictionary from being read.
   static std::shared_ptr<Bundle> bundleWithPath(std::string_view path);
 
   /// The running program. Its Info dictionary is the property list that its build put into the

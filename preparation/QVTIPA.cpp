@@ -23,7 +23,9 @@ bool isLink(const std::string& path) {
 /// The app folder inside the inflated archive; absent when there is none.
 std::optional<std::string> appPathInFolder(const std::string& inflated) {
   const std::string payload = inflated + "Payload";
-  const auto names = QVTFileSystemUtils::findPathsToAppsInDirectory(payload);
+  std::optional<foundation::Error> error;
+  const auto names = QVTFileSystemUtils::findPathsToAppsInDirectory(payload, &error);
+  if (error) foundation::systemLog("%@", error->localizedDescription());
   if (!names || names->empty() || isLink(payload)) return std::nullopt;
   const std::string app = payload + "/" + names->front();
   return isLink(app) ? std::nullopt : std::optional<std::string>(app);
@@ -51,7 +53,12 @@ std::shared_ptr<QVTIPA> QVTIPA::initWithPath(const std::string& path) {
   if (!url) return nullptr;
 
   const std::shared_ptr<QVTIPA> ipa(new QVTIPA);
-  ipa->setBundle(foundation::Bundle::bundleWithPath(*appPath));
+  try {
+    ipa->setBundle(foundation::Bundle::bundleWithPath(*appPath));
+  } catch (const foundation::Exception& exception) {
+    foundation::systemLog("%@", exception.what());
+    return nullptr;
+  }
   ipa->setPath(*appPath);
   const auto info = QVTInfoPlist::initWithAppDirectory(url->path());
   ipa->setBundleIdentifier(info->bundleIdentifier());

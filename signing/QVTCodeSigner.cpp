@@ -1,15 +1,19 @@
 #include "signing/QVTCodeSigner.h"
 
+#include <cerrno>
+
 #include "QVTSharedUtils/QVTTask.h"
 #include "foundation/FileManager.h"
 #include "foundation/Format.h"
 #include "foundation/Path.h"
+#include "foundation/SystemLog.h"
 #include "foundation/Text.h"
 #include "preparation/QVTFileSystemUtils.h"
 
 using foundation::Data;
 using foundation::Error;
 using foundation::ErrorSlot;
+using foundation::Result;
 
 namespace {
 
@@ -101,14 +105,25 @@ bool QVTCodeSigner::installProfile(const std::string& appPath, ErrorSlot error) 
   return copied.ok();
 }
 
-std::vector<std::string> QVTCodeSigner::signingArguments(const std::string& appPath) const {
+/// True for entitlements to sign with. A file that is there and cannot be read is not taken for
+/// none: the app would be signed with fewer rights than it has.
+Result<bool> QVTCodeSigner::hasEntitlements() const {
+  if (!entitlementsPath_) return false;
+  const auto content = foundation::FileManager::contentsOfFile(*entitlementsPath_);
+  if (content) return !content->empty();
+  if (content.error().code == ENOENT) return false;
+  return content.error();
+}
+
+std::vector<std::string> QVTCodeSigner::signingArguments(const std::string& appPath,
+                                                         bool withEntitlements) const {
   std::vector<std::string> arguments{"--sign",
                                      developerCertificate_->signingIdentity().value_or(""),
                                      "--all-architectures", "--force"};
   if (const auto& keychain = developerCertificate_->keychainPath()) {
     arguments.insert(arguments.end(), {"--keychain", *keychain});
   }
-  if (entitlementsPath_ && !QVTFileSystemUtils::isZeroByteFile(*entitlementsPath_)) {
+  if (withEntitlements) {
     arguments.insert(arguments.end(), {"--entitlements", *entitlementsPath_});
   }
   arguments.push_back(appPath);
@@ -121,7 +136,13 @@ bool QVTCodeSigner::sign(const std::optional<std::string>& appPath, ErrorSlot er
     return false;
   }
   if (embeddedProfilePath_ && !installProfile(*appPath, error)) return false;
-  if (!launchCodeSignWithArgumentsErrorCode(signingArguments(*appPath), -2, error)) return false;
+  const Result<bool> withEntitlements = hasEntitlements();
+  if (!withEntitlements) {
+    store(error, withEntitlements.error());
+    return false;
+  }
+  const auto arguments = signingArguments(*appPath, *withEntitlements);
+  if (!launchCodeSignWithArgumentsErrorCode(arguments, -2, error)) return false;
   verifyCodeSigningForBundleAtPath(*appPath, error);
   for (const auto& path : {entitlementsPath_, resourceRulesPath_}) {
     if (path) static_cast<void>(foundation::FileManager::removeItemAtPath(*path));
@@ -145,10 +166,19 @@ bool QVTCodeSigner::exportAppEntitlementsToPathResourceRulesToPath(
     const std::string& resourceRulesPath) const {
   log("Exporting entitlements and resources from %@", appPath);
   // The colon asks for the property list alone, without the header of its signature blob.
-  const bool succeeded = launchCodeSignWithArgumentsErrorCode(
-      {"--display", "--resource-rules", resourceRulesPath, "--entitlements",
-       foundation::format(":%@", entitlementsPath), appPath},
-      0);
-  return succeeded || (foundation::FileManager::fileExistsAtPath(entitlementsPath) &&
-                       foundation::FileManager::fileExistsAtPath(resourceRulesPath));
+  std::optional<Error> failure;
+  if (launchCodeSignWithArgumentsErrorCode(
+          {"--display", "--resource-rules", resourceRulesPath, "--entitlements",
+           foundation::format(":%@", entitlementsPath), appPath},
+          0, &failure)) {
+    return true;
+  }
+  if (foundation::FileManager::fileExistsAtPath(entitlementsPath) &&
+      foundation::FileManager::fileExistsAtPath(resourceRulesPath)) {
+    return true;
+  }
+  // The caller's error has no room for it.
+  foundation::systemLog("Exporting entitlements: %@ ended with status %@: %@", toolPath_,
+                        find(failure->userInfo, "status"), find(failure->userInfo, "stderr"));
+  return false;
 }

@@ -75,7 +75,9 @@ class QVTCodeSigner {
   template <class... Arguments>
   void log(std::string_view text, const Arguments&... arguments) const;
   bool installProfile(const std::string& appPath, foundation::ErrorSlot error) const;
-  [[nodiscard]] std::vector<std::string> signingArguments(const std::string& appPath) const;
+  [[nodiscard]] foundation::Result<bool> hasEntitlements() const;
+  [[nodiscard]] std::vector<std::string> signingArguments(const std::string& appPath,
+                                                          bool withEntitlements) const;
 
   std::string toolPath_;
   std::string allocatePath_;

@@ -5,6 +5,7 @@
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/PropertyList.h"
+#include "foundation/SystemLog.h"
 #include "foundation/Text.h"
 #include "preparation/OwnFolder.h"
 #include "preparation/QVTFileSystemUtils.h"
@@ -40,6 +41,14 @@ Result<> makeParentOf(const std::string& path) {
   const std::string parent = foundation::deletingLastPathComponent(path);
   if (parent.empty()) return {};
   return OwnFolder::make(parent);
+}
+
+/// False, and a line in the system log, when the list could not be written; the errors that follow
+/// have no room for it.
+bool rewrite(foundation::Dictionary list, const std::string& path) {
+  const Result<> written = PropertyList::writeToFileAtomically(std::move(list), path);
+  if (!written) foundation::systemLog("%@", written.error().localizedDescription());
+  return written.ok();
 }
 
 std::optional<Error> errorOf(const Result<>& result) {
@@ -125,7 +134,12 @@ QVTIPABuilder::Outcome QVTIPABuilder::resign(const std::string& app,
   signer_->setEmbeddedProfilePath(profile_->path());
   // The mark comes before the signature, which covers it.
   if (!markInfoPlistForDistributionAtAppPath(app)) return failureOf(kMarkingInfoPlist);
-  return signApp(app);
+  if (auto failure = signApp(app)) return failure;
+  // The signer has removed them, or could not; what is in this folder goes into the .ipa.
+  for (const std::string& path : {entitlements, resourceRules}) {
+    if (!QVTFileSystemUtils::removeItemAtPathIfPresent(path)) return failureOf(kPreparingFolders);
+  }
+  return std::nullopt;
 }
 
 QVTIPABuilder::Outcome QVTIPABuilder::signApp(const std::string& app) const {
@@ -167,7 +181,7 @@ bool QVTIPABuilder::repairEntitlements(const std::string& path) const {
   if (const auto found = entitlements->find(kBetaReports); found != entitlements->end()) {
     entitlements->erase(found);
   }
-  return PropertyList::writeToFileAtomically(*std::move(entitlements), path).ok();
+  return rewrite(*std::move(entitlements), path);
 }
 
 bool QVTIPABuilder::infoPlistAlreadyHasDistribution(const std::string& appPath) const {
@@ -179,5 +193,5 @@ bool QVTIPABuilder::markInfoPlistForDistributionAtAppPath(const std::string& app
   auto info = infoOf(appPath);
   if (!info) return false;
   info->insert_or_assign(std::string(kDistributionMark), true);
-  return PropertyList::writeToFileAtomically(*std::move(info), infoPlistOf(appPath)).ok();
+  return rewrite(*std::move(info), infoPlistOf(appPath));
 }
