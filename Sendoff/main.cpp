@@ -27,5 +27,7 @@ int main(int argc, char** argv) {
   foundation::reserveDescriptorForProcessRecords();
   // A reader of the console that goes away (`sendoff … | head`) must not change what the run does.
   std::signal(SIGPIPE, SIG_IGN);
+  // A file that may not become larger is an error like a full disk.
+  std::signal(SIGXFSZ, SIG_IGN);
   return runInterruptibly([&] { return run(argc, argv); });
 }

@@ -94,7 +94,12 @@ Result<LockFile> LockFile::take(const std::string& folder, const std::string& na
     taken.folder_ = openFolder(folder, missing);
     if (taken.folder_) taken.file_ = openFile(taken.folder_.get(), name, missing);
     if (!taken.folder_ || !taken.file_) {
-      if (errno != ENOENT) return lockFailure(appendingPathComponent(folder, name), errno);
+      if (errno != ENOENT) {
+        Error failure = lockFailure(appendingPathComponent(folder, name), errno);
+        // Where it has been made just now; one with entries stays.
+        if (missing == Missing::make) ::rmdir(folder.c_str());
+        return failure;
+      }
       if (missing == Missing::leave) return LockFile();
       struct stat details {};
       const std::string parent = deletingLastPathComponent(folder);

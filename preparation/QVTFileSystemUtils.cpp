@@ -11,6 +11,7 @@
 #include "foundation/FileManager.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
+#include "foundation/SystemLog.h"
 #include "foundation/Text.h"
 #include "preparation/OwnFolder.h"
 #include "preparation/TemporaryItems.h"
@@ -30,6 +31,12 @@ std::optional<std::string> trimmedOutput(const std::string& tool,
   const auto output = QVTTask::stdoutWithLaunchPathArguments(tool, arguments);
   if (!output) return std::nullopt;
   return std::string(foundation::trimmed(*output));
+}
+
+/// For answers without room for the error.
+bool okOrLogged(const Result<>& result) {
+  if (!result) foundation::systemLog("%@", result.error().localizedDescription());
+  return result.ok();
 }
 
 Result<std::string> appStorage() {
@@ -54,11 +61,11 @@ Result<std::string> copyToNewFolder(const std::string& path) {
   TemporaryItems::claimNew(folder);
   if (const Result<> made = OwnFolder::make(folder); !made) return made.error();
   // The copy of a link would still be the original, which is not to be changed.
-  if (const Result<> copied = FileManager::copyItemAtPath(behindLinks(path), destination);
-      !copied) {
-    return copied.error();
-  }
-  return destination;
+  const Result<> copied = FileManager::copyItemAtPath(behindLinks(path), destination);
+  if (copied) return destination;
+  // Half an app is of no use to anybody.
+  okOrLogged(FileManager::removeItemAtPath(folder));
+  return copied.error();
 }
 
 bool isReadableFile(const std::string& path) {
@@ -202,11 +209,17 @@ bool QVTFileSystemUtils::copyItemToDirectory(const std::optional<std::string>& i
                                              const std::optional<std::string>& directory) {
   if (!item || !directory) return false;
   const std::string target = *directory + "/" + lastPathComponent(*item);
-  return removeItemAtPathIfPresent(target) && FileManager::copyItemAtPath(*item, target).ok();
+  return removeItemAtPathIfPresent(target) &&
+         okOrLogged(FileManager::copyItemAtPath(*item, target));
 }
 
 bool QVTFileSystemUtils::removeItemAtPathIfPresent(const std::string& path) {
-  return !FileManager::fileExistsAtPath(path) || FileManager::removeItemAtPath(path).ok();
+  struct stat details {};
+  // Asked twice, since the first question may have failed for another reason; a link to nothing
+  // counts as nothing.
+  const bool isThere = FileManager::fileExistsAtPath(path) ||
+                       (::lstat(path.c_str(), &details) == 0 && !S_ISLNK(details.st_mode));
+  return !isThere || okOrLogged(FileManager::removeItemAtPath(path));
 }
 
 bool QVTFileSystemUtils::isZeroByteFile(const std::string& path) {

@@ -109,7 +109,10 @@ bool QVTProvisioningProfile::hasWildcardsInBundleIdentifier() const {
 std::optional<Dictionary> QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(
     const std::string& path) {
   const auto message = foundation::FileManager::contentsOfFile(path);
-  if (!message) return std::nullopt;
+  if (!message) {
+    foundation::systemLog("%@", message.error().localizedDescription());
+    return std::nullopt;
+  }
   const auto text = propertyListIn(message->text());
   if (!text) return std::nullopt;
   auto parsed = foundation::PropertyList::parse(foundation::bytesOf(*text));
