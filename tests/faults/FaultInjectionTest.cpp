@@ -1,0 +1,124 @@
+// Whole runs in which one system call fails.
+//
+//   FAULT_WALK=full        every single call instead of one for each chain of callers
+//   FAULT_WALK=KIND:WHICH  this one only
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <iostream>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "tests/faults/FaultyRun.h"
+
+namespace test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kRunsAtOnce = 2;
+/// What is left then is for the full walk.
+constexpr std::chrono::seconds kLongestTest{110};
+
+/// One fault for each chain of callers; of those that both routes have, the first route's.
+std::vector<Fault> onePerSite(const std::vector<Calls>& routes) {
+  std::vector<Fault> faults;
+  std::set<std::string> seen;
+  for (const Calls& calls : routes) {
+    for (const Fault& site : calls.sites) {
+      if (seen.insert(site.kind + site.which).second) faults.push_back(site);
+    }
+  }
+  return faults;
+}
+
+std::vector<Fault> everyCall(const std::vector<Calls>& routes) {
+  std::vector<Fault> faults;
+  Route route = Route::ipa;
+  for (const Calls& calls : routes) {
+    for (const auto& [kind, count] : calls.counts) {
+      for (long number = 1; number <= count; ++number) {
+        faults.push_back(
+            {.route = route, .kind = kind, .which = std::to_string(number), .isNumbered = true});
+      }
+    }
+    route = Route::archive;
+  }
+  return faults;
+}
+
+/// In an order that begins everywhere at once, so that a walk cut short has been all over.
+std::vector<Fault> scattered(const std::vector<Fault>& faults) {
+  constexpr std::size_t stride = 8;
+  std::vector<Fault> order;
+  for (std::size_t first = 0; first < stride; ++first) {
+    for (std::size_t i = first; i < faults.size(); i += stride) order.push_back(faults[i]);
+  }
+  return order;
+}
+
+class Walk {
+ public:
+  Walk(std::vector<Fault> faults, Clock::duration limit)
+      : faults_(std::move(faults)), end_(Clock::now() + limit) {}
+
+  void go(std::vector<std::unique_ptr<FaultyRun>>& places) {
+    std::vector<std::thread> threads;
+    for (auto& place : places) threads.emplace_back([this, &place] { work(*place); });
+    for (std::thread& thread : threads) thread.join();
+  }
+
+  std::vector<std::string> problems;
+  std::size_t done = 0;
+  std::size_t met = 0;
+
+ private:
+  void work(FaultyRun& place) {
+    while (Clock::now() < end_) {
+      const std::size_t index = next_++;
+      if (index >= faults_.size()) return;
+      bool wasMet = false;
+      std::vector<std::string> found = place.check(faults_[index], wasMet);
+      const std::lock_guard lock(mutex_);
+      ++done;
+      if (wasMet) ++met;
+      for (std::string& problem : found) problems.push_back(std::move(problem));
+    }
+  }
+
+  std::vector<Fault> faults_;
+  Clock::time_point end_;
+  std::atomic<std::size_t> next_{0};
+  std::mutex mutex_;
+};
+
+TEST(FaultInjection, EveryRunEndsInOrder) {
+  const char* const mode = std::getenv("FAULT_WALK");
+  std::vector<std::unique_ptr<FaultyRun>> places;
+  std::vector<Calls> routes;
+  for (std::size_t i = 0; i < kRunsAtOnce; ++i) {
+    places.push_back(std::make_unique<FaultyRun>());
+    routes = {places.back()->record(Route::ipa), places.back()->record(Route::archive)};
+  }
+  std::vector<Fault> faults =
+      mode && std::string_view(mode) == "full" ? everyCall(routes) : onePerSite(routes);
+  if (mode && std::string_view(mode) != "full") {
+    std::erase_if(faults, [&](const Fault& f) { return f.kind + ":" + f.which != mode; });
+  }
+  const std::size_t count = faults.size();
+  ASSERT_GT(count, 0u);
+  Walk walk(scattered(faults), mode ? Clock::duration(std::chrono::hours(24)) : kLongestTest);
+  walk.go(places);
+  for (const std::string& problem : walk.problems) ADD_FAILURE() << problem;
+  std::cout << walk.done << " of " << count << " faults tried, " << walk.met << " met\n";
+  // Some calls depend on the time that things take.
+  if (!mode) {
+    EXPECT_GT(walk.met, walk.done * 9 / 10);
+  }
+}
+
+}  // namespace
+}  // namespace test
