@@ -1,20 +1,24 @@
 #!/usr/bin/env bash
-# The tests under sanitizers: addresses and undefined behaviour over everything, threads over the
-# folders that have any. Further arguments go to ctest.
+# The tests under sanitizers: threads over the programs that have any, then addresses and undefined
+# behaviour over everything. Further arguments go to ctest.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-packages.sh
 
+# A death test forks a process that has threads, which the thread sanitizer cannot follow.
+export TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan.supp"
+cmake --preset tsan
+threaded=(foundation_tests QVTWebClient_tests xcode_tests toolchain_tests)
+cmake --build --preset tsan --target "${threaded[@]}" Sendoff_tests sendoff-inspect
+for program in "${threaded[@]}"; do
+  echo "== $program under the thread sanitizer"
+  build/tsan/tests/bin/"$program" --gtest_brief=1 --gtest_filter='-*Death*'
+done
+echo "== interrupted and simultaneous runs under the thread sanitizer"
+build/tsan/tests/bin/Sendoff_tests --gtest_brief=1 \
+  --gtest_filter='InterruptionTest*:ConcurrentRunsTest*:RunTest.IPAWith*'
+
 cmake --preset asan
 cmake --build --preset asan
 ctest --preset asan --parallel "$(nproc)" "$@"
-
-# Only these programs are built, so only their tests are known to ctest's label.
-threaded=(foundation_tests QVTWebClient_tests xcode_tests toolchain_tests)
-cmake --preset tsan
-cmake --build --preset tsan --target "${threaded[@]}"
-for program in "${threaded[@]}"; do
-  echo "== $program under the thread sanitizer"
-  build/tsan/tests/bin/"$program" --gtest_brief=1 --gtest_filter='-*Death*:*DeathTest*'
-done

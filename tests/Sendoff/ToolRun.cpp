@@ -136,6 +136,9 @@ Workplace::Workplace() {
   const char* const path = std::getenv("PATH");
   environment_ = {
       {"HOME", home()}, {"TMPDIR", temporary()}, {"PATH", path ? path : "/usr/bin:/bin"}};
+  if (const char* const sanitizer = std::getenv("TSAN_OPTIONS")) {
+    environment_["TSAN_OPTIONS"] = sanitizer;
+  }
 }
 
 std::vector<std::string> Workplace::leftovers() const {
