@@ -65,7 +65,7 @@ by_tool() {
 }
 
 by_script() {
-  local temporary=$1 payload=$1/work/Payload
+  local temporary=$1 payload=$1/packing/Payload
   "$(/usr/bin/which unzip)" -qo "$ipa" -d "$temporary/Large"
   local app=$temporary/Large/Payload/Example.app codesign allocate
   codesign=$("$(/usr/bin/which xcrun)" --find codesign)
@@ -79,9 +79,9 @@ by_script() {
   "${sign[@]}" --sign X --all-architectures --force --entitlements "$payload/rights" "$copy"
   "${sign[@]}" -vv "$copy"
   rm "$payload/rules" "$payload/rights"
-  (cd "$temporary/work" && env -i "$(/usr/bin/which zip)" -q --symlinks -r \
+  (cd "$temporary/packing" && env -i "$(/usr/bin/which zip)" -q --symlinks -r \
     "$temporary/distributions/x.ipa" Payload)
-  rm -rf "$temporary/work"
+  rm -rf "$temporary/packing"
   curl -sf -o /dev/null "$endpoint/validate"
   curl -sf -o /dev/null -H Expect: -F "distribution[file]=@$temporary/distributions/x.ipa" \
     "$endpoint/distributions"
