@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Whole runs of sendoff, by .ipa and by archive, in which one system call fails: every single call of
-# every kind in turn, some 6,000 runs. The tests do one for each chain of callers only.
+# every kind in turn, some thousand runs. The tests do one for each chain of callers only.
 #
 #   scripts/walk-faults.sh               all of them
 #   scripts/walk-faults.sh KIND:CHAIN    one that a test has named

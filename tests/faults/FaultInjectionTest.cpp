@@ -85,7 +85,11 @@ class Walk {
       const std::lock_guard lock(mutex_);
       ++done;
       if (wasMet) ++met;
-      for (std::string& problem : found) problems.push_back(std::move(problem));
+      for (std::string& problem : found) {
+        std::cout << problem << std::endl;
+        problems.push_back(std::move(problem));
+      }
+      if (done % 500 == 0) std::cout << done << " of " << faults_.size() << std::endl;
     }
   }
 
@@ -112,7 +116,7 @@ TEST(FaultInjection, EveryRunEndsInOrder) {
   ASSERT_GT(count, 0u);
   Walk walk(scattered(faults), mode ? Clock::duration(std::chrono::hours(24)) : kLongestTest);
   walk.go(places);
-  for (const std::string& problem : walk.problems) ADD_FAILURE() << problem;
+  EXPECT_EQ(walk.problems, std::vector<std::string>());
   std::cout << walk.done << " of " << count << " faults tried, " << walk.met << " met\n";
   // Some calls depend on the time that things take.
   if (!mode) {
