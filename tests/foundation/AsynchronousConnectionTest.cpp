@@ -90,16 +90,6 @@ TEST(AsynchronousConnection, TellsResponseDataAndEnd) {
   EXPECT_EQ(recorder.use_count(), 1) << "the delegate is let go at the end";
 }
 
-TEST(AsynchronousConnection, FollowsRedirectsUnnoticed) {
-  const LoopbackServer server([](const ReceivedRequest& request, Peer& peer) {
-    peer.send(request.target == "/to" ? httpAnswer(200, request.body())
-                                      : httpAnswer(307, "moved", "Location: /to\r\n"));
-  });
-  const auto recorder = exchange(requestFor(server.url("/from"), "sent twice"));
-  EXPECT_THAT(recorder->calls, testing::ElementsAre("response", "data", "finish"));
-  EXPECT_EQ(recorder->body, "sent twice");
-}
-
 TEST(AsynchronousConnection, EndsInOneErrorForEveryFault) {
   struct Fault {
     const char* name;

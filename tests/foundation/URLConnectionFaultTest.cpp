@@ -5,7 +5,6 @@
 
 #include "foundation/URLConnection.h"
 #include "tests/support/LoopbackServer.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace foundation {
 namespace {
@@ -51,48 +50,21 @@ struct Fault {
   long code;
 };
 
+/// The faults that the test of whole runs against such servers does not meet.
 TEST(URLConnectionFaults, EndInAnErrorThatNamesThePlace) {
-  const std::string tooShort = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfive!";
   const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
   const std::string packed = "Content-Encoding: gzip\r\n";
   for (const Fault& c : {
            Fault{"reset without an answer", answerThenReset(""), -1005},
-           Fault{"closed without an answer", [](const auto&, Peer& p) { p.close(); }, -1005},
            Fault{"reset inside the head", answerThenReset("HTTP/1.1 200 OK\r\nX:"), -1005},
-           Fault{"reset inside the body", answerThenReset(tooShort), -1005},
-           Fault{"body shorter than its length",
-                 [&](const auto&, Peer& p) {
-                   p.send(tooShort);
-                   p.close();
-                 },
-                 -1005},
-           Fault{"a chunk size that is no number", alwaysAnswer(chunked + "size\r\nhello\r\n"),
-                 -1011},
            Fault{"a chunk without its end", alwaysAnswer(chunked + "5\r\nhello!!\r\n0\r\n\r\n"),
                  -1011},
-           Fault{"chunks cut off",
-                 [&](const auto&, Peer& p) {
-                   p.send(chunked + "5\r\nhello\r\n");
-                   p.close();
-                 },
-                 -1005},
-           Fault{"no HTTP", alwaysAnswer("220 mail.example ESMTP\r\n\r\n"), -1011},
            Fault{"broken compression", alwaysAnswer(httpAnswer(200, "not gzip", packed)), -1011},
-           Fault{"a head with endless fields",
-                 [](const auto&, Peer& p) {
-                   sendWithoutEnd(p, "HTTP/1.1 200 OK\r\n",
-                                  "X-Field: " + std::string(900, 'x') + "\r\n");
-                 },
-                 -1011},
            Fault{"a field that never ends",
                  [](const auto&, Peer& p) {
                    sendWithoutEnd(p, "HTTP/1.1 200 OK\r\nX: ", std::string(900, 'x'));
                  },
                  -1011},
-           Fault{
-               "interim answers without end",
-               [](const auto&, Peer& p) { sendWithoutEnd(p, "", "HTTP/1.1 100 Continue\r\n\r\n"); },
-               -1011},
        }) {
     SCOPED_TRACE(c.name);
     const LoopbackServer server(c.handler);
@@ -105,48 +77,6 @@ TEST(URLConnectionFaults, EndInAnErrorThatNamesThePlace) {
                 testing::HasSubstr("127.0.0.1 port " + std::to_string(server.port())));
     EXPECT_THAT(exchange.error->description(), testing::Not(testing::HasSubstr("canary")));
   }
-}
-
-TEST(URLConnectionFaults, NobodyThere) {
-  const int freePort = LoopbackServer(alwaysAnswer("")).port();
-  const auto refused = send(requestFor("http://127.0.0.1:" + std::to_string(freePort) + "/"));
-  ASSERT_TRUE(refused.error);
-  EXPECT_EQ(refused.error->code, -1004);
-  EXPECT_THAT(refused.error->localizedDescription(), testing::HasSubstr("refused"));
-  const auto unknown = send(requestFor("http://no-such-host.invalid/"));
-  ASSERT_TRUE(unknown.error);
-  EXPECT_EQ(unknown.error->code, -1003);
-}
-
-TEST(URLConnectionFaults, AnAnswerLongerThanItsLengthIsCut) {
-  const LoopbackServer server(
-      alwaysAnswer("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello and more"));
-  EXPECT_EQ(send(requestFor(server.url("/"))).data->text(), "hello");
-}
-
-TEST(URLConnectionFaults, AResetBeforeTheRequestIsALostConnection) {
-  test::ServerOptions options;
-  options.onConnection = [](Peer& peer) {
-    peer.reset();
-    return true;
-  };
-  const LoopbackServer server(alwaysAnswer(""), options);
-  const auto exchange = send(requestFor(server.url("/"), 5'000'000));
-  ASSERT_TRUE(exchange.error);
-  EXPECT_EQ(exchange.error->code, -1005);
-}
-
-TEST(URLConnectionFaults, AResetInTheMiddleOfTheBodyIsALostConnection) {
-  test::ServerOptions options;
-  options.onHead = [](const ReceivedRequest&, Peer& peer) {
-    peer.receive(10'000);
-    peer.reset();
-    return true;
-  };
-  const LoopbackServer server(alwaysAnswer(""), options);
-  const auto exchange = send(requestFor(server.url("/"), 50'000'000));
-  ASSERT_TRUE(exchange.error);
-  EXPECT_EQ(exchange.error->code, -1005);
 }
 
 /// Answers when the head is there, then closes with the rest of the body unread, which resets the

@@ -37,33 +37,6 @@ class URLConnectionTLS : public testing::Test {
   test::ScopedEnvironment trust_{"SSL_CERT_FILE", trusted_.c_str()};
 };
 
-TEST_F(URLConnectionTLS, TrustsTheFileOfTheEnvironment) {
-  const LoopbackServer server(alwaysAnswer(httpAnswer(200, "safe")), tls(authority_.issue()));
-  const auto exchange = send(server.url("/"));
-  ASSERT_TRUE(exchange.data) << exchange.error->description();
-  EXPECT_EQ(exchange.data->text(), "safe");
-}
-
-TEST_F(URLConnectionTLS, SendsNothingToAServerThatIsNotTrusted) {
-  const test::TLSAuthority stranger;
-  struct Case {
-    const char* name;
-    test::TLSIdentity identity;
-  };
-  for (const Case& c : {Case{"unknown authority", stranger.issue()},
-                        Case{"another host", authority_.issue({.hostName = "other.example"})},
-                        Case{"expired", authority_.issue({.expiresAfterDays = -1})}}) {
-    SCOPED_TRACE(c.name);
-    const LoopbackServer server(alwaysAnswer(httpAnswer(200)), tls(c.identity));
-    const auto exchange = send(server.url("/"));
-    EXPECT_FALSE(exchange.response);
-    ASSERT_TRUE(exchange.error);
-    EXPECT_EQ(exchange.error->code, -1202) << exchange.error->description();
-    EXPECT_THAT(exchange.error->localizedDescription(), testing::HasSubstr("localhost port"));
-    EXPECT_TRUE(server.requests().empty());
-  }
-}
-
 TEST_F(URLConnectionTLS, AServerWithoutTLSGivesNoSecureConnection) {
   test::ServerOptions options;
   options.onConnection = [](Peer& peer) {
@@ -83,25 +56,6 @@ TEST_F(URLConnectionTLS, AMissingListOfAuthoritiesTrustsNobody) {
   ASSERT_TRUE(exchange.error);
   EXPECT_EQ(exchange.error->code, -1200) << exchange.error->description();
   EXPECT_TRUE(server.requests().empty());
-}
-
-TEST_F(URLConnectionTLS, TLSThatIsCutInTheMiddleIsALostConnection) {
-  for (const std::string& before :
-       {std::string(),
-        std::string("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nfive!"),
-        std::string("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfive!")}) {
-    SCOPED_TRACE(before);
-    const LoopbackServer server(
-        [&](const ReceivedRequest&, Peer& peer) {
-          peer.send(before);
-          peer.cut();
-        },
-        tls(authority_.issue()));
-    const auto exchange = send(server.url("/"));
-    EXPECT_FALSE(exchange.response);
-    ASSERT_TRUE(exchange.error);
-    EXPECT_EQ(exchange.error->code, -1005) << exchange.error->description();
-  }
 }
 
 TEST_F(URLConnectionTLS, AnEarlyAnswerIsTheAnswer) {

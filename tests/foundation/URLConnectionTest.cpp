@@ -110,38 +110,6 @@ TEST(URLConnection, GivesBackStatusFieldsAndBytes) {
   EXPECT_EQ(exchange.data->text(), std::string_view("a\0b\r\n", 5));
 }
 
-TEST(URLConnection, AUnauthorizedAnswerIsAnAnswer) {
-  const LoopbackServer server(
-      alwaysAnswer(httpAnswer(401, "who?", "WWW-Authenticate: Basic realm=\"x\"\r\n")));
-  const auto exchange = send(requestFor(server.url("/")));
-  ASSERT_TRUE(exchange.response);
-  EXPECT_EQ(exchange.response->statusCode, 401);
-  EXPECT_EQ(exchange.data->text(), "who?");
-}
-
-/// The text {"a": 1} in each form that servers use.
-TEST(URLConnection, DecodesCompressedAnswers) {
-  struct Case {
-    const char* encoding;
-    std::string_view bytes;
-  };
-  using namespace std::string_view_literals;
-  for (
-      const Case& c :
-      {Case{
-           "gzip",
-           "\x1f\x8b\x08\x00\x00\x00\x00\x00\x00\x03\xab\x56\x4a\x54\xb2\x52\x30\xac\x05\x00\x97\x8e\xa1\xfb\x08\x00\x00\x00"sv},
-       {"deflate", "\x78\x9c\xab\x56\x4a\x54\xb2\x52\x30\xac\x05\x00\x09\xe5\x02\x29"sv},
-       {"deflate", "\xab\x56\x4a\x54\xb2\x52\x30\xac\x05\x00"sv}}) {
-    SCOPED_TRACE(c.encoding);
-    const std::string field = std::string("Content-Encoding: ") + c.encoding + "\r\n";
-    const LoopbackServer server(alwaysAnswer(httpAnswer(200, c.bytes, field)));
-    const auto exchange = send(requestFor(server.url("/")));
-    ASSERT_TRUE(exchange.data) << exchange.error->description();
-    EXPECT_EQ(exchange.data->text(), "{\"a\": 1}");
-  }
-}
-
 /// Redirects "/from" with a status, answers everything else.
 test::Handler redirecting(int status, const std::string& location) {
   return [=](const ReceivedRequest& request, Peer& peer) {
