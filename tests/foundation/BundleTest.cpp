@@ -81,9 +81,4 @@ TEST(Bundle, FindsItsExecutable) {
   }
 }
 
-TEST(Bundle, AProgramWithoutEmbeddedInfoHasNone) {
-  EXPECT_TRUE(Bundle::mainBundle().infoDictionary().empty());
-  EXPECT_TRUE(Bundle::mainBundle().bundlePath().starts_with("/"));
-}
-
 }  // namespace

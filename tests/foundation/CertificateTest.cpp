@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include "foundation/Certificate.h"
-#include "foundation/Keychain.h"
-#include "foundation/Text.h"
 #include "tests/support/Identities.h"
 
 namespace foundation {
@@ -96,16 +94,6 @@ TEST(CertificateTest, ValidityIncludesBothEnds) {
   EXPECT_FALSE(certificate.isValidAt(certificate.notAfter() + std::chrono::seconds(1)));
 }
 
-TEST(CertificateTest, ExtensionsAreFoundByTheirIdentifier) {
-  const auto family = test::makeFamily({.markers = {std::string(test::kDistributionMarker)}});
-  const auto marker = family.leaf.certificate().extensionValue(test::kDistributionMarker);
-  ASSERT_TRUE(marker);
-  EXPECT_EQ(lowercaseHex(marker->bytes()), "0500");
-  EXPECT_FALSE(family.leaf.certificate().extensionValue(test::kIntermediateMarker));
-  EXPECT_TRUE(family.intermediate.certificate().extensionValue(test::kIntermediateMarker));
-  EXPECT_FALSE(family.leaf.certificate().extensionValue("no identifier"));
-}
-
 TEST(CertificateTest, IssuersAreToldByKeyNotOnlyByName) {
   const auto root = test::makeRoot("Same Name");
   const auto impostor = test::makeRoot("Same Name");
@@ -131,13 +119,6 @@ TEST(CertificateChainTest, ChainLeadsFromLeafToRootWhateverTheOrderOfCandidates)
     EXPECT_THAT(namesOf(*chain), ElementsAre("Leaf", "Intermediate", "Root"));
     EXPECT_EQ(chain->back().der(), root.certificate().der());
   }
-}
-
-TEST(CertificateChainTest, RootIsItsOwnChain) {
-  const auto root = test::makeRoot("Root").certificate();
-  const auto chain = certificateChain(root, {});
-  ASSERT_TRUE(chain);
-  EXPECT_THAT(namesOf(*chain), ElementsAre("Root"));
 }
 
 TEST(CertificateChainTest, MissingIssuerIsNamed) {

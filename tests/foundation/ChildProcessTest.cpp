@@ -74,12 +74,6 @@ TEST(ChildProcess, TellsExitFromSignal) {
   }
 }
 
-TEST(ChildProcess, KeepsTheTwoOutputsApart) {
-  const Outcome outcome = run(shell("echo out; echo err >&2"));
-  EXPECT_EQ(outcome.output, "out\n");
-  EXPECT_EQ(outcome.error, "err\n");
-}
-
 TEST(ChildProcess, WhatCannotStartIsAnErrorAndLeavesNothingBehind) {
   const test::TemporaryFolder folder;
   const auto script = [&](const char* name, const char* content, mode_t mode) {
@@ -120,12 +114,6 @@ TEST(ChildProcess, TheEnvironmentIsTheOneGiven) {
   EXPECT_EQ(run({.executable = "/usr/bin/env", .environment = Environment{{"A", "b=c"}}}).output,
             "A=b=c\n");
   EXPECT_THAT(run({.executable = "/usr/bin/env"}).output, HasSubstr("SENDOFF_TEST=from here\n"));
-}
-
-TEST(ChildProcess, RunsInTheGivenFolder) {
-  const test::TemporaryFolder folder;
-  EXPECT_EQ(run({.executable = "/bin/pwd", .workingDirectory = folder.path()}).output,
-            folder.path().string() + "\n");
 }
 
 TEST(ChildProcess, LeadsASessionOfItsOwnWithDefaultSignals) {
@@ -195,19 +183,6 @@ TEST(ChildProcess, DoesNotWaitLongForAGrandchildThatHoldsThePipes) {
   const pid_t grandchild = std::stoi(outcome.output);
   EXPECT_TRUE(isAlive(grandchild));
   ::kill(grandchild, SIGKILL);
-}
-
-TEST(ChildProcess, TerminatesPolitely) {
-  auto child = ChildProcess::launch({.executable = "/bin/sleep", .arguments = {"60"}});
-  ASSERT_TRUE(child);
-  EXPECT_TRUE(child->isRunning());
-  child->terminate();
-  const Termination termination = child->waitUntilExit();
-  EXPECT_EQ(termination.reason, Termination::Reason::signalled);
-  EXPECT_EQ(termination.status, SIGTERM);
-  EXPECT_FALSE(child->isRunning());
-  child->terminate();
-  EXPECT_EQ(child->waitUntilExit().status, SIGTERM);
 }
 
 TEST(ChildProcess, AllRunningChildrenCanBeEndedWithTheirOwn) {

@@ -64,17 +64,6 @@ void makeChain(const fs::path& top, int levels, const std::string& name) {
   ::close(folder);
 }
 
-TEST(FileManager, ExistenceFollowsLinks) {
-  const test::TemporaryFolder folder;
-  folder.write("file", "x");
-  fs::create_symlink(folder / "nowhere", folder / "dangling");
-  fs::create_directory_symlink(folder.path(), folder / "toFolder");
-  EXPECT_TRUE(FileManager::fileExistsAtPath(folder / "file"));
-  EXPECT_FALSE(FileManager::fileExistsAtPath(folder / "dangling"));
-  EXPECT_FALSE(FileManager::isDirectoryAtPath(folder / "file"));
-  EXPECT_TRUE(FileManager::isDirectoryAtPath(folder / "toFolder"));
-}
-
 TEST(FileManager, ReadsRegularFilesWhateverSizeTheyTell) {
   const test::TemporaryFolder folder;
   const std::string large(300000, 'q');

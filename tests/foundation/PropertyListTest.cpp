@@ -319,17 +319,5 @@ TEST(PropertyList, NoCutOrChangedByteDoesHarm) {
   }
 }
 
-TEST(PropertyList, FilesHoldDictionaries) {
-  const test::TemporaryFolder folder;
-  const Dictionary value{{"a", 1}};
-  ASSERT_TRUE(PropertyList::writeToFileAtomically(value, folder / "a.plist"));
-  EXPECT_EQ(PropertyList::dictionaryWithContentsOfFile(folder / "a.plist"), value);
-  folder.write("array.plist", "(a)");
-  EXPECT_EQ(PropertyList::dictionaryWithContentsOfFile(folder / "array.plist"), std::nullopt);
-  EXPECT_EQ(PropertyList::dictionaryWithContentsOfFile(folder / "none.plist"), std::nullopt);
-  EXPECT_FALSE(PropertyList::writeToFileAtomically(Value(), folder / "a.plist"));
-  EXPECT_EQ(PropertyList::dictionaryWithContentsOfFile(folder / "a.plist"), value);
-}
-
 }  // namespace
 }  // namespace foundation

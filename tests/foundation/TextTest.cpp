@@ -30,29 +30,12 @@ TEST(Text, TellsWellFormedUTF8) {
             "a\ufffdb");
 }
 
-TEST(Text, MakesUTF8) {
-  EXPECT_EQ(utf8FromUTF16(u"\u00e4\U0001f600"), "\u00e4\U0001f600");
-  const char16_t lone[] = {0xd83d, u'x', 0xde00};
-  EXPECT_EQ(utf8FromUTF16({lone, 3}), "\ufffdx\ufffd");
-  std::string out;
-  appendUTF8(out, 0xd800);
-  appendUTF8(out, 0x110000);
-  EXPECT_EQ(out, "\ufffd\ufffd");
-}
-
 TEST(Text, Trims) {
   const std::pair<const char*, const char*> cases[] = {
       {" \t\r\n a b \n", "a b"}, {"", ""},           {" \n ", ""}, {"\u00a0x\u3000", "x"},
       {"\xff x", "\xff x"},      {"x\x80", "x\x80"},
   };
   for (const auto& [text, expected] : cases) EXPECT_EQ(trimmed(text), expected);
-}
-
-TEST(Text, SplitsAndJoins) {
-  EXPECT_EQ(split("", ' '), std::vector<std::string>{""});
-  EXPECT_EQ(split(" a  b", ' '), (std::vector<std::string>{"", "a", "", "b"}));
-  EXPECT_EQ(joined({"", "a", "", "b"}, ", "), ", a, , b");
-  EXPECT_EQ(joined({}, ","), "");
 }
 
 TEST(Text, ReadsBooleansByTheirFirstCharacter) {
@@ -62,12 +45,6 @@ TEST(Text, ReadsBooleansByTheirFirstCharacter) {
   for (const char* no : {"", "0", "N", "false", "-", "+-1", "x1", "000", "- 1"}) {
     EXPECT_FALSE(boolValue(no)) << no;
   }
-}
-
-TEST(Text, WritesHexAndLowerCase) {
-  EXPECT_EQ(lowercaseHex(bytesOf("\x01\xab")), "01ab");
-  EXPECT_EQ(uppercaseHex(bytesOf("\x01\xab")), "01AB");
-  EXPECT_EQ(lowercased("AbC\u00c4"), "abc\u00c4");
 }
 
 }  // namespace

@@ -66,20 +66,6 @@ TEST(Value, KeepsKindsApart) {
   EXPECT_NE(error, Value(Error{"d", 1, {}}));
 }
 
-TEST(Value, LooksUpOnlyTheAskedKind) {
-  const Dictionary entries{{"text", "a"}, {"number", 1}, {"list", Array{1}}, {"yes", "YES"}};
-  EXPECT_EQ(stringAt(entries, "text"), "a");
-  EXPECT_EQ(stringAt(entries, "number"), std::nullopt);
-  EXPECT_EQ(stringAt(entries, "none"), std::nullopt);
-  EXPECT_EQ(arrayAt(entries, "text"), nullptr);
-  ASSERT_NE(arrayAt(entries, "list"), nullptr);
-  EXPECT_EQ(dictionaryAt(entries, "list"), nullptr);
-  EXPECT_TRUE(boolAt(entries, "yes"));
-  EXPECT_FALSE(boolAt(entries, "list"));
-  EXPECT_FALSE(boolAt(entries, "none"));
-  EXPECT_EQ(Value(1).find("text"), nullptr);
-}
-
 TEST(Value, TwoAbsentObjectsAreNotEqual) {
   EXPECT_FALSE(isEqual<std::string>(std::nullopt, std::nullopt));
   EXPECT_FALSE(isEqual<std::string>(std::nullopt, "a"));
