@@ -134,14 +134,6 @@ TEST(DamagedFilesTest, AreReadAsFarAsTheyGo) {
   }
 }
 
-TEST(DamagedFilesTest, AStandingWalkRepeatsItsCommandAsOftenAsIsClaimed) {
-  const test::TemporaryFolder folder;
-  std::string image = MachOImage::arm64().dylib("/usr/lib/a.dylib").commandCount(5).bytes();
-  test::poke(image, 36, 0);
-  const auto binary = QVTMachOBinary::MachOBinaryWithPath(folder.write("still", image).string());
-  EXPECT_EQ(binary->slices()[0]->linkedDylibs(), (std::vector<std::string>(5, "/usr/lib/a.dylib")));
-}
-
 TEST(DamagedFilesTest, SectionsThatRunOverTheEndHaveNoBytes) {
   const test::TemporaryFolder folder;
   const std::string whole =

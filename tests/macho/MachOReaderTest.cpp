@@ -165,21 +165,11 @@ TEST_F(MachOReaderTest, DecodesSegmentsAndEncryption) {
   EXPECT_EQ(macho::QVTMachOGetSegmentCommand(nullptr).vmaddr, 0U);
 }
 
-TEST_F(MachOReaderTest, FormatsVersionsAndDigests) {
-  auto version = macho::QVTMachOVersionFromEncoded(0x000A0B0C);
-  EXPECT_EQ(macho::QVTMachOFormatVersion(&version), "10.11.12");
-  version = macho::QVTMachOVersionFromEncoded(0x00070000);
-  EXPECT_EQ(macho::QVTMachOFormatVersion(&version), "7.0.0");
-  EXPECT_EQ(macho::QVTMachOFormatVersion(nullptr), std::nullopt);
-
-  EXPECT_EQ(macho::QVTHashBytes(nullptr, 0), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+TEST_F(MachOReaderTest, HexEndsInAZeroAndNeedsNoBytes) {
   EXPECT_EQ(macho::QVTHashNSString(std::string("abc\0def", 7)), macho::QVTHashNSString("abc"));
   char hex[7] = "??????";
   macho::QVTSafeHexToString("\x0a\xf1", 2, hex);
   EXPECT_STREQ(hex, "0af1");
-  macho::QVTSafeHexToString("x", 0, hex);
-  EXPECT_STREQ(hex, "");
-  hex[0] = 'x';
   macho::QVTSafeHexToString(nullptr, 2, hex);
   EXPECT_STREQ(hex, "");
 }

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "foundation/Error.h"
-#include "macho/QVTCodeMapping.h"
 #include "macho/QVTMachOBinary.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
@@ -90,25 +89,6 @@ TEST_F(QVTMachOBinaryTest, FindsTheFirstSliceOfAName) {
   EXPECT_FALSE(binary->sliceForArchitecture("ARM64"));
   EXPECT_TRUE(open(test::universalFile({}) + std::string(8, '\0'))->slices().empty());
   EXPECT_FALSE(QVTMachOBinary::MachOBinaryWithPath((folder_ / "missing").string()));
-}
-
-#ifndef __APPLE__
-TEST_F(QVTMachOBinaryTest, TheRunningProgramHasNoMachOSlice) {
-  const auto slice = QVTMachOSlice::runningSlice();
-  EXPECT_EQ(slice->architectureName(), "unknown");
-  EXPECT_EQ(slice->uuid(), std::nullopt);
-  EXPECT_TRUE(slice->linkedDylibs().empty());
-}
-#endif
-
-TEST_F(QVTMachOBinaryTest, ACodeMappingKeepsItsFileAndSource) {
-  const auto url = foundation::URL::fileURLWithPath("/symbols");
-  const auto mapping = QVTCodeMapping::mappingWithURL(url);
-  EXPECT_EQ(mapping->source(), 0);
-  mapping->setSource(-3);
-  EXPECT_EQ(mapping->source(), -3);
-  EXPECT_EQ(mapping->URL(), url);
-  EXPECT_EQ(mapping->sourceName(), std::nullopt);
 }
 
 }  // namespace
