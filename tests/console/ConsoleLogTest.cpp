@@ -1,4 +1,3 @@
-#include <csignal>
 #include <regex>
 #include <thread>
 
@@ -62,29 +61,6 @@ TEST(ConsoleLog, WhatStandsInAnArgumentIsNoDirective) {
 
 TEST(ConsoleLog, DebugLinesNeedDebugMode) {
   EXPECT_EQ(outputOf([] { debugLog("hidden %@", "x"); }), "");
-}
-
-TEST(ConsoleLog, AnOutputThatIsGoneChangesNothing) {
-  const std::function<int()> outputs[] = {
-      [] { return -1; },
-      [] { return ::open("/dev/full", O_WRONLY); },
-      [] { return ::open("/dev/null", O_RDONLY); },
-      [] {
-        int ends[2];
-        return ::pipe(ends) == 0 && ::close(ends[0]) == 0 ? ends[1] : -1;
-      },
-  };
-  for (const auto& open : outputs) {
-    EXPECT_EQ(test::inChildProcess([&open]() -> std::string {
-                std::signal(SIGPIPE, SIG_IGN);  // as the tool does
-                const int output = open();
-                ::close(STDOUT_FILENO);
-                if (output >= 0) ::dup2(output, STDOUT_FILENO);
-                for (int i = 0; i < 3; ++i) QVTCLUtilLog("line %d", i);
-                return "went on";
-              }),
-              "went on");
-  }
 }
 
 TEST(ConsoleLog, LinesFromSeveralThreadsStayWhole) {
