@@ -192,23 +192,6 @@ TEST(QVTWebClient, ASynchronousStartHoldsTheClientOnTheCallersThread) {
   EXPECT_THAT(order, testing::ElementsAre("completion", "header"));
 }
 
-TEST(QVTWebClient, DecodesJSONArraysAndObjects) {
-  EXPECT_EQ(QVTWebClient::decodeJSON(foundation::bytesOf("[1]")),
-            foundation::Value(foundation::Array{1}));
-  EXPECT_FALSE(QVTWebClient::decodeJSON(foundation::bytesOf("1")));
-  EXPECT_FALSE(QVTWebClient::decodeJSON(foundation::bytesOf("{")));
-  EXPECT_FALSE(QVTWebClient::decodeJSON({}));
-}
-
-TEST(QVTWebClient, KeepsItsBaseAndDelegate) {
-  const auto client = clientFor("https://API.example");
-  EXPECT_EQ(client->URL()->absoluteString(), "https://API.example");
-  EXPECT_EQ(client->cacheDelegate(), nullptr);
-  QVTPersistenceCacheDelegate delegate;
-  client->setCacheDelegate(&delegate);
-  EXPECT_EQ(client->cacheDelegate(), &delegate);
-}
-
 TEST(QVTWebClientDeathTest, StopsForFaultsOfTheProgram) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH(QVTWebClient::encodeJSON(foundation::Value(1)),

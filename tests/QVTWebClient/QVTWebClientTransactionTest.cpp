@@ -164,17 +164,6 @@ TEST(QVTWebResponse, CountsAsSuccessOnlyFrom200To299WithoutError) {
   }
 }
 
-TEST(QVTWebResponse, DescribesItself) {
-  QVTWebResponse response;
-  EXPECT_EQ(response.description(),
-            "{request: (null), status: 0, body: (null), error: (null), headers: (null)}");
-  response.setStatusCode(200);
-  response.setRequestURL(URL::withString("https://a.example/"));
-  response.setBody(Value("text"));
-  EXPECT_THAT(response.description(),
-              testing::StartsWith("{request: https://a.example/, status: 200, body: text, error"));
-}
-
 TEST(QVTWebClientTransactionDeathTest, StopsForASecondStartAndForNoHandler) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto transaction = QVTWebClientTransaction::transactionWithRequest(requestFor("http://a/"));

@@ -126,18 +126,6 @@ TEST(QVTWebRequest, WithoutFieldsThereIsNoBodyAndNoType) {
   EXPECT_TRUE(urlRequest.headers.empty());
 }
 
-TEST(QVTWebRequest, SharesFileBytes) {
-  const Data data(std::string(1000, 'x'));
-  const auto request = newRequest();
-  request->addDataMIMETypeFileNameForFormField(data, "a/b", "x", "file");
-  const auto body = request->URLRequest().body;
-  const auto shares = [&](const auto& piece) {
-    const Data* shared = std::get_if<Data>(&piece);
-    return shared && shared->bytes().data() == data.bytes().data();
-  };
-  EXPECT_TRUE(std::any_of(body->pieces().begin(), body->pieces().end(), shares));
-}
-
 TEST(QVTWebRequest, AppendsParametersEscapedTwice) {
   struct Case {
     const char* key;
