@@ -4,9 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
-#include "foundation/ChildProcess.h"
+#include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace test {
@@ -23,12 +21,8 @@ inline void pack(const std::filesystem::path& archive, const std::vector<PackedF
   for (const PackedFile& file : files) folder.write(file.path, file.content);
   // `zip` adds an extension to names without one, so the archive gets its name afterwards.
   const std::filesystem::path packed = folder / "packed.zip";
-  auto zip = foundation::ChildProcess::launch(
-      {.executable = "/usr/bin/zip",
-       .arguments = {"-q", "--symlinks", "-r", packed, ".", "-x", "./packed.zip"},
-       .workingDirectory = folder.path()});
-  ASSERT_TRUE(zip) << zip.error().localizedDescription();
-  ASSERT_EQ(zip->waitUntilExit().status, 0) << zip->readStandardErrorToEnd().text();
+  outputOf({"sh", "-c", "cd \"$1\" && zip -q --symlinks -r packed.zip . -x ./packed.zip", "sh",
+            folder.path()});
   std::filesystem::create_directories(archive.parent_path());
   std::filesystem::copy_file(packed, archive, std::filesystem::copy_options::overwrite_existing);
 }

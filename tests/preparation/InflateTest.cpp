@@ -42,20 +42,9 @@ TEST(Inflate, UnpacksTheNamedArchiveAndNoneThatItsNameWouldMatch) {
       {"build [2]", "a\\b.ipa", {"ab.ipa"}},
       {"a\\[2", "a\\b.ipa", {"ab.ipa"}},
       {"what? *", "100% #1.ipa", {"100.ipa"}},
-      {"plain",
-       "\xc3\x9c"
-       "ber.ipa",
-       {"U\xcc\x88"
-        "ber.ipa"}},
-      {"plain",
-       "U\xcc\x88"
-       "ber.ipa",
-       {"\xc3\x9c"
-        "ber.ipa"}},
-      {"\xe6\x9e\x84\xe5\xbb\xba",
-       "\xe5\xba\x94\xe7\x94\xa8[1].ipa",
-       {"\xe5\xba\x94\xe7\x94\xa8"
-        "1.ipa"}},
+      {"plain", "\u00dcber.ipa", {"U\u0308ber.ipa"}},
+      {"plain", "U\u0308ber.ipa", {"\u00dcber.ipa"}},
+      {"\u6784\u5efa", "\u5e94\u7528[1].ipa", {"\u5e94\u75281.ipa"}},
       {"plain", "App", {"App.zip", "App.ZIP"}},
   };
   for (const auto& c : cases) {
@@ -75,23 +64,6 @@ TEST(Inflate, UnpacksTheNamedArchiveAndNoneThatItsNameWouldMatch) {
     EXPECT_EQ(*inflated, temporary.path().string() + "/" + stem + "/");
     EXPECT_EQ(test::contentsOf(*inflated + "which"), "the right one");
   }
-}
-
-TEST(Inflate, KeepsNamesLinksAndPermissions) {
-  const test::TemporaryDirectoryScope temporary;
-  const test::TemporaryFolder folder;
-  const std::vector<std::string> names = {
-      "\xc3\x9c"
-      "ber",
-      "U\xcc\x88"
-      "ber",
-      "\xe4\xb8\xad", "a b%#[1]*?"};
-  std::vector<test::PackedFile> files;
-  for (const std::string& name : names) files.push_back({name, name});
-  test::pack(folder / "App.ipa", files);
-  const auto inflated = QVTFileSystemUtils::inflateToTemporaryPathArchive(folder / "App.ipa");
-  ASSERT_TRUE(inflated);
-  for (const std::string& name : names) EXPECT_EQ(test::contentsOf(*inflated + name), name);
 }
 
 TEST(Inflate, ASecondArchiveOfTheNameGoesOverTheFirst) {
