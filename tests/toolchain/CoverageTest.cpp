@@ -44,7 +44,7 @@ TEST_F(CoverageTest, TheUniversalHeaderIsCovered) {
 
 /// Nested code that the seal names by its hash: what the hash does not cover is looked at too.
 TEST_F(CoverageTest, NestedCodeThatIsSealedByHashIsCovered) {
-  write(app() / "Resources/a", "a");
+  writeFile(app() / "Resources/a", "a");
   fs::create_directories(app() / "Frameworks/F.framework/Resources");
   fs::create_directories(app() / "Frameworks/F.framework/PlugIns");
   fs::copy_file(app() / "Frameworks/libf.dylib", app() / "Frameworks/F.framework/PlugIns/g.dylib");

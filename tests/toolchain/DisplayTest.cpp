@@ -125,9 +125,6 @@ TEST_F(DisplayTest, InputsOfUnsignedCodeComeFromItsProfile) {
   test::AppOptions options;
   options.profile.bundleIdentifier = "*";
   options.info = {{"CFBundleIdentifier", "com.example.exact"}};
-  options.profile.entitlements = {
-      {"keychain-access-groups", foundation::Array{"ABCDE12345.*", "ABCDE12345.shared"}},
-      {"com.apple.developer.associated-domains", "*"}};
   const fs::path app = makeApp(options);
   const auto failure = toolchain::describe({.code = app});
   ASSERT_FALSE(failure);
@@ -138,9 +135,6 @@ TEST_F(DisplayTest, InputsOfUnsignedCodeComeFromItsProfile) {
   const Value entitlements = parsed(inputs.entitlements);
   ASSERT_TRUE(entitlements.find("application-identifier"));
   EXPECT_EQ(*entitlements.find("application-identifier"), Value("ABCDE12345.com.example.exact"));
-  EXPECT_EQ(*entitlements.find("keychain-access-groups"),
-            Value(foundation::Array{"ABCDE12345.com.example.exact", "ABCDE12345.shared"}));
-  EXPECT_EQ(entitlements.find("com.apple.developer.associated-domains"), nullptr);
   EXPECT_TRUE(parsed(inputs.resourceRules).find("rules2"));
 
   fs::remove(app / "embedded.mobileprovision");

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <regex.h>
 
-#include "tests/support/TemporaryFolder.h"
+#include "foundation/Text.h"
 #include "tests/toolchain/CodeFixture.h"
 #include "toolchain/ResourceSeal.h"
 
@@ -33,52 +33,16 @@ TEST(ResourceRules, MatchAsRegularExpressionsDo) {
       for (const ResourceRule& rule : *list) patterns.push_back(rule.pattern);
     }
   }
-  const std::vector<std::string> paths = {"a",
-                                          "b",
-                                          "ab",
-                                          "abc",
-                                          "aXc",
-                                          "a.b",
-                                          "a$b",
-                                          "x",
-                                          "axbxc",
-                                          "acbc",
-                                          "bc",
-                                          "aab",
-                                          "Info.plist",
-                                          "InfoXplist",
-                                          "sub/Info.plist",
-                                          "version.plist",
-                                          "versionXplist",
-                                          "en.lproj/a",
-                                          "sub/en.lproj/a",
-                                          "enXlproj/a",
-                                          ".lproj/a",
-                                          "en.lproj",
-                                          "en.lproj/locversion.plist",
-                                          "en.lproj/x/locversion.plist",
-                                          "Base.lproj/a",
-                                          "sub/Base.lproj/a",
-                                          ".DS_Store",
-                                          "a/.DS_Store",
-                                          "a.DS_Store",
-                                          ".DS_Store/a",
-                                          "X.dSYM",
-                                          "X.dSYM/a",
-                                          "X.dSYMS",
-                                          "a/X.dSYM/b",
-                                          "Frameworks/a",
-                                          "Frameworks",
-                                          "Library/Automator/x",
-                                          "Library/x",
-                                          "MacOS/a",
-                                          "Resources/a",
-                                          "Resources/en.lproj/a",
-                                          "Resources/Base.lproj/x",
-                                          "PkgInfo",
-                                          "embedded.provisionprofile",
-                                          "line\nfeed.lproj/a",
-                                          "\xff.lproj/a"};
+  std::vector<std::string> paths = foundation::split(
+      "a b ab abc aXc a.b a$b x axbxc acbc bc aab "
+      "Info.plist InfoXplist sub/Info.plist version.plist versionXplist "
+      "en.lproj/a sub/en.lproj/a enXlproj/a .lproj/a en.lproj "
+      "en.lproj/locversion.plist en.lproj/x/locversion.plist Base.lproj/a sub/Base.lproj/a "
+      ".DS_Store a/.DS_Store a.DS_Store .DS_Store/a X.dSYM X.dSYM/a X.dSYMS a/X.dSYM/b "
+      "Frameworks/a Frameworks Library/Automator/x Library/x MacOS/a "
+      "Resources/a Resources/en.lproj/a Resources/Base.lproj/x PkgInfo embedded.provisionprofile",
+      ' ');
+  paths.insert(paths.end(), {"line\nfeed.lproj/a", "\xff.lproj/a"});
   for (const std::string& pattern : patterns) {
     const auto matcher = RuleMatcher::compile({{.pattern = pattern}});
     ASSERT_TRUE(matcher) << pattern;

@@ -9,6 +9,7 @@
 
 #include "foundation/PropertyList.h"
 #include "tests/support/MachOFixture.h"
+#include "tests/support/OtherProcess.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/toolchain/CodeFixture.h"
 #include "toolchain/Description.h"
@@ -200,15 +201,6 @@ TEST(Sign, InfoPlistMayAskForFlagsButNotForTheSignersOwn) {
               testing::Contains(HasSubstr("flags=0x800(none)")));
 }
 
-TEST(Sign, SignedCodeIsRefusedWithoutForce) {
-  const TemporaryFolder folder;
-  const fs::path app = writeApp(folder.path());
-  SignOptions options = optionsFor(app, kSigners[2]);
-  options.force = false;
-  ASSERT_EQ(signingProblem(options), "");
-  EXPECT_EQ(signingProblem(options), app.string() + ": is already signed");
-}
-
 TEST(Sign, EntitlementsOfLibrariesArePassedOver) {
   const TemporaryFolder folder;
   const fs::path framework = writeBundle(folder / "F.framework", "com.example.f", Kind::dylib);
@@ -351,36 +343,15 @@ TEST(Sign, BadInputIsRefusedAndLeavesEverythingAsItWas) {
   }
 }
 
-/// For whom everything is readable, nobody stands in for the length of a scope.
-class OrdinaryUser {
- public:
-  explicit OrdinaryUser(const fs::path& folder) {
-    if (::geteuid() != 0) return;
-    constexpr uid_t kNobody = 65534;
-    EXPECT_EQ(::chown(folder.c_str(), kNobody, kNobody), 0);
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-      EXPECT_EQ(::lchown(entry.path().c_str(), kNobody, kNobody), 0);
-    }
-    EXPECT_EQ(::seteuid(kNobody), 0);
-    isChanged_ = true;
-  }
-  ~OrdinaryUser() {
-    if (isChanged_) {
-      EXPECT_EQ(::seteuid(0), 0);
-    }
-  }
-
- private:
-  bool isChanged_ = false;
-};
-
 TEST(Sign, UnreadableResourceIsNamed) {
   const TemporaryFolder folder;
   const fs::path app = writeFamilyOfApps(folder.path());
   fs::permissions(app / "PkgInfo", fs::perms::none);
-  const OrdinaryUser user(folder.path());
   const auto before = snapshot(app);
-  EXPECT_THAT(signingProblem(optionsFor(app, kSigners[2])),
+  if (::geteuid() == 0) {
+    outputOf({"chown", "-R", std::to_string(kUnprivilegedUser), folder.path()});
+  }
+  EXPECT_THAT(asUnprivilegedUser([&] { return signingProblem(optionsFor(app, kSigners[2])); }),
               HasSubstr("cannot read " + (app / "PkgInfo").string()));
   EXPECT_TRUE(snapshot(app) == before);
 }

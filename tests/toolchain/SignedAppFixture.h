@@ -5,10 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include "foundation/PropertyList.h"
 #include "tests/support/AppFixture.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/toolchain/CodeFixture.h"
 #include "toolchain/Image.h"
 #include "toolchain/Signing.h"
 #include "toolchain/Verification.h"
@@ -24,15 +24,6 @@ inline void flip(const std::filesystem::path& path, std::uintmax_t offset) {
   file.put(byte);
 }
 
-inline void write(const std::filesystem::path& path, std::string_view text) {
-  std::filesystem::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-}
-
-inline std::string xml(const foundation::Dictionary& dictionary) {
-  return *foundation::PropertyList::xml(dictionary);
-}
-
 /// An app of armv7 and arm64 with both digests, entitlements, a framework and a loose library;
 /// signed once, copied for each test.
 class SignedAppTest : public testing::Test {
@@ -40,19 +31,18 @@ class SignedAppTest : public testing::Test {
   static void SetUpTestSuite() {
     pristine_ = new TemporaryFolder;
     const std::filesystem::path built = makeApp(pristine_->path());
-    RealImageOptions library;
-    library.source = "int f(void) { return 0; }\n";
-    library.linkerArguments = {"-dylib"};
-    linkImage(*pristine_ / "libf.dylib", library);
+    linkImage(*pristine_ / "libf.dylib",
+              {.source = "int f(void) { return 0; }\n", .linkerArguments = {"-dylib"}});
     const std::filesystem::path framework = built / "Frameworks/F.framework";
     std::filesystem::create_directories(framework);
     std::filesystem::copy_file(*pristine_ / "libf.dylib", framework / "F");
     std::filesystem::copy_file(*pristine_ / "libf.dylib", built / "Frameworks/libf.dylib");
-    write(framework / "Info.plist",
-          xml({{"CFBundleIdentifier", "com.example.F"}, {"CFBundleExecutable", "F"}}));
-    write(framework / "data", "framework's own");
-    pristine_->write("entitlements", xml({{"application-identifier", "ABCDE12345.com.example.app"},
-                                          {"get-task-allow", true}}));
+    writePlist(framework / "Info.plist",
+               {{"CFBundleIdentifier", "com.example.F"}, {"CFBundleExecutable", "F"}});
+    writeFile(framework / "data", "framework's own");
+    writePlist(
+        *pristine_ / "entitlements",
+        {{"application-identifier", "ABCDE12345.com.example.app"}, {"get-task-allow", true}});
     toolchain::SignOptions options;
     options.code = built;
     options.identity = signingFamily().leaf.sha1();

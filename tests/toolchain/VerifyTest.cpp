@@ -78,20 +78,22 @@ TEST_F(VerifyTest, ChangesInTheBundleAreNoticed) {
        kSealedResource,
        {"file modified: /Frameworks/libf.dylib"}},
       {"nested seal",
-       [](auto& app) { write(app / "Frameworks/F.framework/_CodeSignature/CodeResources", ""); },
+       [](auto& app) {
+         writeFile(app / "Frameworks/F.framework/_CodeSignature/CodeResources", "");
+       },
        kSealedResource,
        {"file modified: /Frameworks/F.framework/_CodeSignature/CodeResources"}},
       {"new files",
        [](auto& app) {
-         write(app / "new", "");
-         write(app / "de.lproj/extra", "");
+         writeFile(app / "new", "");
+         writeFile(app / "de.lproj/extra", "");
        },
        kSealedResource,
        {"file added: /de.lproj/extra", "file added: /new"}},
       {"one of each",
        [](auto& app) {
-         write(app / "zz", "");
-         write(app / "embedded.mobileprovision", "other");
+         writeFile(app / "zz", "");
+         writeFile(app / "embedded.mobileprovision", "other");
          fs::remove(app / "Frameworks/F.framework/data");
        },
        kSealedResource,
@@ -105,13 +107,13 @@ TEST_F(VerifyTest, ChangesInTheBundleAreNoticed) {
        kSealedResource,
        {"file modified: /Frameworks/F.framework/data"}},
       {"beside the seal",
-       [](auto& app) { write(app / "_CodeSignature/ResourceRules", ""); },
+       [](auto& app) { writeFile(app / "_CodeSignature/ResourceRules", ""); },
        kSealedResource,
        {"file added: /_CodeSignature/ResourceRules"}},
       {"byte of Info.plist", [](auto& app) { flip(app / "Info.plist", 60); }, kInvalidInfo, {}},
       {"other Info.plist",
        [](auto& app) {
-         write(app / "Info.plist", xml({{"CFBundleExecutable", "Example"}}));
+         writePlist(app / "Info.plist", {{"CFBundleExecutable", "Example"}});
        },
        kInvalidInfo,
        {},
@@ -125,7 +127,7 @@ TEST_F(VerifyTest, ChangesInTheBundleAreNoticed) {
       {"no seal", [](auto& app) { fs::remove_all(app / "_CodeSignature"); }, kNoResources, {}},
       {"no executable", [](auto& app) { fs::remove(app / "Example"); }, kBundleFormat, {}},
       {"executable is text",
-       [](auto& app) { write(app / "Example", "#!/bin/sh\n"); },
+       [](auto& app) { writeFile(app / "Example", "#!/bin/sh\n"); },
        kObjectFormat,
        {}},
       {"executable is cut off",
@@ -171,6 +173,12 @@ TEST_F(VerifyTest, WrongSignaturesAreRefused) {
   using Parts = test::SignatureParts;
   namespace magic = toolchain::magic;
   const auto stranger = test::makeFamily({.organizationalUnit = "OTHERTEAM1"});
+  const auto everyDirectory = [](auto change) {
+    return [change](Parts& parts) { std::ranges::for_each(parts.directories, change); };
+  };
+  const auto everyFile = [](auto change) {
+    return [change](Parts& parts) { std::ranges::for_each(parts.files, change); };
+  };
   struct Row {
     const char* name;
     std::function<void(Parts&)> change;
@@ -178,36 +186,23 @@ TEST_F(VerifyTest, WrongSignaturesAreRefused) {
     const char* reason = kInvalidSignature;
   };
   const std::vector<Row> rows{
-      {"no identifier",
-       [](Parts& parts) {
-         for (auto& fields : parts.directories) fields.identifier.clear();
-       },
+      {"no identifier", everyDirectory([](auto& fields) { fields.identifier.clear(); }),
        "has no identifier"},
       {"identifiers differ", [](Parts& parts) { parts.directories[1].identifier = "other"; },
        "CodeDirectory (sha256) does not agree with the primary one"},
       {"teams differ", [](Parts& parts) { parts.directories[1].teamIdentifier = "OTHER"; },
        "does not agree"},
       {"slices differ",
-       [](Parts& parts) {
-         for (auto& fields : parts.directories) fields.identifier = "com.example.other";
-       },
+       everyDirectory([](auto& fields) { fields.identifier = "com.example.other"; }),
        "the slices have identifiers"},
       {"strange page size", [](Parts& parts) { parts.directories[0].pageShift = 13; },
        "page size 2^13"},
-      {"part of the code",
-       [](Parts& parts) {
-         for (auto& fields : parts.directories) fields.codeLimit -= 4096;
-       },
+      {"part of the code", everyDirectory([](auto& fields) { fields.codeLimit -= 4096; }),
        "where the signature begins"},
       {"short executable segment",
-       [](Parts& parts) {
-         for (auto& fields : parts.directories) fields.execSegmentLimit -= 1;
-       },
-       "is not __TEXT"},
+       everyDirectory([](auto& fields) { fields.execSegmentLimit -= 1; }), "is not __TEXT"},
       {"no main binary",
-       [](Parts& parts) {
-         for (auto& fields : parts.directories) fields.execSegmentFlags &= ~std::uint64_t{1};
-       },
+       everyDirectory([](auto& fields) { fields.execSegmentFlags &= ~std::uint64_t{1}; }),
        "executable segment flags 0x10 are not 0x11"},
       {"debugging not asked for",
        [](Parts& parts) {
@@ -224,15 +219,9 @@ TEST_F(VerifyTest, WrongSignaturesAreRefused) {
          parts.uncovered = {0x2000};
        },
        "slot 0x2000 is none"},
-      {"Info.plist not covered",
-       [](Parts& parts) {
-         for (auto& files : parts.files) files.erase(1);
-       },
+      {"Info.plist not covered", everyFile([](auto& files) { files.erase(1); }),
        "does not cover Info.plist", kInvalidInfo},
-      {"seal not covered",
-       [](Parts& parts) {
-         for (auto& files : parts.files) files.erase(3);
-       },
+      {"seal not covered", everyFile([](auto& files) { files.erase(3); }),
        "does not cover the resource seal", kInvalidSeal},
       {"blob of another kind",
        [](Parts& parts) { parts.blobs[2] = blob(magic::kEntitlements, ""); }, "slot 2: blob magic"},
@@ -260,9 +249,7 @@ TEST_F(VerifyTest, WrongSignaturesAreRefused) {
        },
        "requirements"},
       {"says ad hoc, has a CMS",
-       [](Parts& parts) {
-         for (auto& fields : parts.directories) fields.flags |= toolchain::codeflag::kAdHoc;
-       },
+       everyDirectory([](auto& fields) { fields.flags |= toolchain::codeflag::kAdHoc; }),
        "code signed ad hoc has a CMS signature"},
       {"empty CMS", [](Parts& parts) { parts.message = ""; }, "the CMS signature is empty"},
       {"no CMS", [](Parts& parts) { parts.withWrapper = false; }, "there is no CMS signature"},
@@ -279,10 +266,7 @@ TEST_F(VerifyTest, WrongSignaturesAreRefused) {
        },
        "the list of full digests is not that of the 2 CodeDirectories"},
       {"no root", [](Parts& parts) { parts.certificates.pop_back(); }, "Test Root CA"},
-      {"other team",
-       [](Parts& parts) {
-         for (auto& fields : parts.directories) fields.teamIdentifier = "OTHERTEAM1";
-       },
+      {"other team", everyDirectory([](auto& fields) { fields.teamIdentifier = "OTHERTEAM1"; }),
        "team identifier \"OTHERTEAM1\" is not the certificate's"},
       {"other people's chain",
        [&](Parts& parts) {
