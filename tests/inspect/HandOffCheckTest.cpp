@@ -42,6 +42,14 @@ class HandOff : public testing::Test {
                                              .force = true});
     ASSERT_TRUE(signedCode) << signedCode.error().localizedDescription();
   }
+  /// Puts the example profile with this change into the app.
+  void changeProfile(const fs::path& app, const std::function<void(Dictionary&)>& change) {
+    auto profile = test::AppOptions::exampleProfile().dictionary();
+    profile["DeveloperCertificates"] = Array{test::signingFamily().leaf.der()};
+    change(profile);
+    folder_.write(app / "embedded.mobileprovision",
+                  test::makeProvisioningProfile(profile, test::signingFamily().leaf).text());
+  }
   inspect::Outcome check(const fs::path& app, const std::vector<std::string>& more = {}) {
     std::vector<std::string> words = {"check", app, "--keychain", keychain_};
     words.insert(words.end(), more.begin(), more.end());
@@ -136,23 +144,17 @@ TEST_F(HandOff, CertificatesThatExpireOrHave) {
   }
 }
 
-TEST_F(HandOff, ProfileThatIsMissing) {
-  const auto app = makeApp();
-  fs::remove(app / "embedded.mobileprovision");
-  const auto outcome = check(app);
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(outcome.standardOutput,
-              HasSubstr("failure: no provisioning profile can be read at "));
-}
-
-TEST_F(HandOff, ExecutableThatCannotBeReleased) {
+TEST_F(HandOff, MissingProfileAndExecutableThatCannotBeReleased) {
   const auto app = makeApp();
   const auto executable = app / "Example";
   ASSERT_TRUE(fs::exists(executable));
+  fs::remove(app / "embedded.mobileprovision");
   folder_.write(executable,
                 test::MachOImage::arm64().encryption(1).segment("__TEXT", 0, 0x4000).bytes());
   const auto outcome = check(app);
   EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.standardOutput,
+              HasSubstr("failure: no provisioning profile can be read at "));
   EXPECT_THAT(outcome.standardOutput, HasSubstr("slice arm64 of the executable has no UUID"));
   EXPECT_THAT(outcome.standardOutput, HasSubstr("the executable is encrypted"));
 }
@@ -176,28 +178,10 @@ TEST_F(HandOff, EntitlementsThatAreSwitchedOffNeedNoGrant) {
   EXPECT_EQ(check(app).status, 0) << check(app).standardOutput;
 
   // A profile without any grants nothing else.
-  auto bare = test::AppOptions::exampleProfile().dictionary();
-  bare["DeveloperCertificates"] = Array{test::signingFamily().leaf.der()};
-  bare.erase("Entitlements");
-  folder_.write(app / "embedded.mobileprovision",
-                test::makeProvisioningProfile(bare, test::signingFamily().leaf).text());
+  changeProfile(app, [](Dictionary& profile) { profile.erase("Entitlements"); });
   EXPECT_THAT(check(app).standardOutput,
               HasSubstr("the app's entitlement application-identifier = "));
   EXPECT_THAT(check(app).standardOutput, Not(HasSubstr("inter-app-audio")));
-}
-
-/// The identifier prefix of an old account is not its team.
-TEST_F(HandOff, NestedCodeIsOfTheTeamAndNotOfThePrefix) {
-  const auto app = makeApp();
-  fs::create_directories(app / "Frameworks");
-  test::linkImage(app / "Frameworks/libplain.dylib", {.linkerArguments = {"-dylib"}});
-  sign(app);
-  auto old = test::AppOptions::exampleProfile().dictionary();
-  old["DeveloperCertificates"] = Array{test::signingFamily().leaf.der()};
-  old["ApplicationIdentifierPrefix"] = Array{"OLDPREFIX1"};
-  folder_.write(app / "embedded.mobileprovision",
-                test::makeProvisioningProfile(old, test::signingFamily().leaf).text());
-  EXPECT_THAT(check(app).standardOutput, Not(HasSubstr("nested code")));
 }
 
 TEST_F(HandOff, NestedCodeUnsignedOrOfAnotherTeam) {
@@ -207,6 +191,11 @@ TEST_F(HandOff, NestedCodeUnsignedOrOfAnotherTeam) {
   fs::copy(folder_ / "lib", app / "Frameworks/libplain.dylib");
   sign(app);  // signs the library on the way
   EXPECT_EQ(check(app).status, 0) << check(app).standardOutput;
+  // The identifier prefix of an old account is not its team.
+  changeProfile(app, [](Dictionary& profile) {
+    profile["ApplicationIdentifierPrefix"] = Array{"OLDPREFIX1"};
+  });
+  EXPECT_THAT(check(app).standardOutput, Not(HasSubstr("nested code")));
 
   const auto stranger = test::makeFamily({.organizationalUnit = "ZZZZZ99999"});
   const auto keys = test::writeKeychain(folder_ / "stranger.pem", stranger);

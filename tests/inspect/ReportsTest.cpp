@@ -6,6 +6,7 @@
 #include "foundation/Text.h"
 #include "tests/inspect/InspectRun.h"
 #include "tests/support/AppFixture.h"
+#include "tests/support/IPAFacts.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/xcode/ArchiveFixture.h"
@@ -18,32 +19,19 @@ using test::textAt;
 using testing::HasSubstr;
 using testing::Not;
 
-/// "arm64 0011…" per slice, as LLVM reads it.
-std::vector<std::string> uuidsByLLVM(const std::filesystem::path& file) {
-  std::vector<std::string> result;
-  const auto lines =
-      foundation::split(test::outputOf({test::llvmTool("llvm-dwarfdump"), "--uuid", file}), '\n');
-  for (const auto& line : lines) {  // UUID: 0011-… (arm64) path
-    const auto words = foundation::split(line, ' ');
-    if (words.size() < 3) continue;
-    std::string uuid = foundation::lowercased(words[1]);
-    std::erase(uuid, '-');
-    result.push_back(words[2].substr(1, words[2].size() - 2) + " " + uuid);
-  }
-  return result;
-}
-
-std::vector<std::string> uuidsIn(const Value& document, std::string_view key) {
-  std::vector<std::string> result;
+/// Architecture and UUID of each slice, as `slicesOf` reads them from LLVM.
+std::vector<std::pair<std::string, std::string>> uuidsIn(const Value& document,
+                                                         std::string_view key) {
+  std::vector<std::pair<std::string, std::string>> result;
   for (const auto& entry : *at(document, key).array()) {
-    result.push_back(textAt(entry, "architectureName") + " " + textAt(entry, "uuid"));
+    result.emplace_back(textAt(entry, "architectureName"), textAt(entry, "uuid"));
   }
   return result;
 }
 
 TEST(InspectReports, MachOAgreesWithLLVM) {
   const auto document = test::inspectDocument({"macho", test::universalExecutable()});
-  EXPECT_EQ(uuidsIn(document, "slices"), uuidsByLLVM(test::universalExecutable()));
+  EXPECT_EQ(uuidsIn(document, "slices"), test::slicesOf(test::universalExecutable()));
   EXPECT_EQ(textAt(document, "instanceIdentifier").size(), 40u);
   const test::TemporaryFolder folder;
   test::linkImage(folder / "image",
@@ -75,7 +63,7 @@ TEST(InspectReports, DSYMAgreesWithLLVMAndMatchesItsBinary) {
   test::makeDSYM(folder / "Demo", folder / "Demo.dSYM");
   const auto document =
       test::inspectDocument({"dsym", folder / "Demo.dSYM", "--match", folder / "Demo"});
-  EXPECT_EQ(uuidsIn(document, "uuids"), uuidsByLLVM(folder / "Demo.dSYM"));
+  EXPECT_EQ(uuidsIn(document, "uuids"), test::slicesOf(folder / "Demo.dSYM"));
   EXPECT_EQ(textAt(document, "bundleIdentifier"), "Demo");
   EXPECT_EQ(at(document, "match.0.hasSymbols"), Value(true));
 
@@ -95,7 +83,7 @@ TEST(InspectReports, AppReadsTheSameFromFolderIPAAndArchive) {
 
   const auto expected = test::inspectDocument({"app", app, "--keychain", keychain});
   EXPECT_EQ(textAt(expected, "bundleIdentifier"), "com.example.app");
-  EXPECT_EQ(uuidsIn(expected, "macho.slices"), uuidsByLLVM(test::universalExecutable()));
+  EXPECT_EQ(uuidsIn(expected, "macho.slices"), test::slicesOf(test::universalExecutable()));
   EXPECT_EQ(textAt(expected, "profile.developerCertificates.0.signingIdentity"),
             test::signingFamily().leaf.sha1());
   for (const std::filesystem::path& source : {ipa, folder / "Example.xcarchive"}) {
