@@ -11,7 +11,7 @@ class QVTIDEBuildPhase : public QVTIDEObject {
  public:
   /// Always empty: a phase is made together with its files.
   static std::shared_ptr<QVTIDEBuildPhase> initWithObjectDictionaryObjectId(
-      const foundation::Dictionary*, std::string) {
+      const foundation::Dictionary*, const std::string&) {
     return nullptr;
   }
   /// Build files that refer to nothing in `files` are left out. `projectPath` is the project

@@ -92,7 +92,7 @@ QVTIDEGroup::QVTIDEGroup(const Dictionary* dictionary, std::string objectId,
     : QVTIDESourceTreeObject(dictionary, std::move(objectId)), children_(std::move(children)) {}
 
 std::shared_ptr<QVTIDEGroup> QVTIDEGroup::initWithGroupDictionaryObjectIdObjectsDictionary(
-    const Dictionary* dictionary, std::string objectId, const Dictionary& objects) {
+    const Dictionary* dictionary, const std::string& objectId, const Dictionary& objects) {
   return Builder(objects).group(dictionary, objectId);
 }
 

@@ -18,11 +18,11 @@ class QVTIDEGroup : public QVTIDESourceTreeObject {
 
   /// Always empty: a group is made together with its children.
   static std::shared_ptr<QVTIDEGroup> initWithObjectDictionaryObjectId(
-      const foundation::Dictionary*, std::string) {
+      const foundation::Dictionary*, const std::string&) {
     return nullptr;
   }
   static std::shared_ptr<QVTIDEGroup> initWithGroupDictionaryObjectIdObjectsDictionary(
-      const foundation::Dictionary* dictionary, std::string objectId,
+      const foundation::Dictionary* dictionary, const std::string& objectId,
       const foundation::Dictionary& objects);
 
   /// `QVTIDEGroup` and `QVTIDEFile` objects in the order of the "children" list. A group that is

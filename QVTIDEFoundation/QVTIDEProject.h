@@ -10,7 +10,7 @@ class QVTIDEProject : public QVTIDEObject {
  public:
   /// Always empty: a project is read from a file.
   static std::shared_ptr<QVTIDEProject> initWithObjectDictionaryObjectId(
-      const foundation::Dictionary*, std::string) {
+      const foundation::Dictionary*, const std::string&) {
     return nullptr;
   }
   /// `path` is the project file's. Empty when it cannot be read, is not UTF-8 text (binary property

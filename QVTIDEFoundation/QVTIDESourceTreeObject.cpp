@@ -39,7 +39,7 @@ std::optional<std::string> QVTIDESourceTreeObject::absolutePathWithBuildEnvironm
     return std::nullopt;
   }
   if (!environment || !tree) return std::nullopt;
-  const auto root = foundation::stringAt(*environment, *tree);
+  auto root = foundation::stringAt(*environment, *tree);
   if (!root || !path_) return root;
   return foundation::appendingPathComponent(*root, *path_);
 }

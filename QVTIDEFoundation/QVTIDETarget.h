@@ -14,7 +14,7 @@ class QVTIDETarget : public QVTIDEObject {
 
   /// Always empty: a target is made together with its phases.
   static std::shared_ptr<QVTIDETarget> initWithObjectDictionaryObjectId(
-      const foundation::Dictionary*, std::string) {
+      const foundation::Dictionary*, const std::string&) {
     return nullptr;
   }
   /// Never empty; a target that is missing from `objects` has absent properties. `rootObjectKey` is

@@ -71,8 +71,8 @@ void QVTWebRequest::addFormRecord(FormRecord record) {
   formFields_->push_back(std::move(record));
 }
 
-void QVTWebRequest::addValueForFormField(std::optional<Value> value,
-                                         std::optional<std::string> field) {
+void QVTWebRequest::addValueForFormField(const std::optional<Value>& value,
+                                         const std::optional<std::string>& field) {
   FormRecord record;
   if (add(record, "value", value) && add(record, "field", field)) {
     record.emplace("mime-type", "text/plain");
@@ -80,10 +80,10 @@ void QVTWebRequest::addValueForFormField(std::optional<Value> value,
   addFormRecord(std::move(record));
 }
 
-void QVTWebRequest::addDataMIMETypeFileNameForFormField(std::optional<foundation::Data> data,
-                                                        std::optional<std::string> mimeType,
-                                                        std::optional<std::string> fileName,
-                                                        std::optional<std::string> field) {
+void QVTWebRequest::addDataMIMETypeFileNameForFormField(const std::optional<foundation::Data>& data,
+                                                        const std::optional<std::string>& mimeType,
+                                                        const std::optional<std::string>& fileName,
+                                                        const std::optional<std::string>& field) {
   FormRecord record;
   if (add(record, "value", data) && add(record, "field", field) &&
       add(record, "mime-type", mimeType)) {

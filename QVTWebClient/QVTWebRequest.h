@@ -58,13 +58,13 @@ class QVTWebRequest {
   void addFormRecord(FormRecord record);
   /// A record ends at its first absent part: without a value it is empty, without a name it has
   /// only the value.
-  void addValueForFormField(std::optional<foundation::Value> value,
-                            std::optional<std::string> field);
+  void addValueForFormField(const std::optional<foundation::Value>& value,
+                            const std::optional<std::string>& field);
   /// The same; without a MIME type the record has neither MIME type nor file name.
-  void addDataMIMETypeFileNameForFormField(std::optional<foundation::Data> data,
-                                           std::optional<std::string> mimeType,
-                                           std::optional<std::string> fileName,
-                                           std::optional<std::string> field);
+  void addDataMIMETypeFileNameForFormField(const std::optional<foundation::Data>& data,
+                                           const std::optional<std::string>& mimeType,
+                                           const std::optional<std::string>& fileName,
+                                           const std::optional<std::string>& field);
   /// Adds one field per entry to those that are there.
   void setFormData(const foundation::Dictionary& fields);
   /// Adds fields named "prefix[key]", one level deep.
