@@ -1,24 +1,13 @@
 #include <atomic>
 #include <thread>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "foundation/RunLoop.h"
-#include "foundation/URLConnection.h"
-#include "tests/support/LoopbackServer.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/foundation/Connections.h"
 
 namespace foundation {
 namespace {
 
 using namespace std::chrono_literals;
-using test::alwaysAnswer;
-using test::httpAnswer;
-using test::LoopbackServer;
-using test::Peer;
-using test::ReceivedRequest;
-
 /// Writes down what it is told.
 struct Recorder : URLConnection::Delegate {
   std::vector<std::string> calls;
@@ -60,16 +49,6 @@ struct Recorder : URLConnection::Delegate {
     return true;
   }
 };
-
-URLRequest requestFor(const std::string& url, const std::string& body = {}) {
-  URLRequest request;
-  request.url = URL::withString(url);
-  if (!body.empty()) {
-    request.method = "POST";
-    request.body.emplace().append(body);
-  }
-  return request;
-}
 
 bool runUntil(const std::function<bool()>& isDone) { return RunLoop::main().runUntil(isDone, 30s); }
 
@@ -219,19 +198,7 @@ TEST(AsynchronousConnection, ATunnelThatAsksForAPasswordIsAChallenge) {
   EXPECT_FALSE(recorder->questions.at(0).hasServerTrust);
 }
 
-class AsynchronousTLS : public testing::Test {
- protected:
-  test::ServerOptions tls(const test::TLSAuthority& issuer) {
-    test::ServerOptions options;
-    options.identity = issuer.issue();
-    return options;
-  }
-
-  test::TemporaryFolder folder_;
-  test::TLSAuthority authority_;
-  std::string trusted_ = folder_.write("trusted.pem", authority_.certificate()).string();
-  test::ScopedEnvironment trust_{"SSL_CERT_FILE", trusted_.c_str()};
-};
+using AsynchronousTLS = WithTrustedAuthority;
 
 TEST_F(AsynchronousTLS, AsksOncePerConnectionBeforeTheRequest) {
   const LoopbackServer server(alwaysAnswer(httpAnswer(200, "safe")), tls(authority_));
@@ -253,7 +220,7 @@ TEST_F(AsynchronousTLS, AsksOncePerConnectionBeforeTheRequest) {
 TEST_F(AsynchronousTLS, AYesTrustsNobody) {
   const test::TLSAuthority stranger;
   const LoopbackServer server(alwaysAnswer(httpAnswer(200)), tls(stranger));
-  const auto recorder = exchange(requestFor(server.url("/"), "secret"));
+  const auto recorder = exchange(secretPostTo(server.url("/"), 10));
   EXPECT_THAT(recorder->calls, testing::ElementsAre("question", "error"));
   EXPECT_EQ(recorder->error->code, -1202);
   EXPECT_TRUE(server.requests().empty());

@@ -1,35 +1,11 @@
 #include <thread>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "foundation/URLConnection.h"
-#include "tests/support/LoopbackServer.h"
+#include "tests/foundation/Connections.h"
 
 namespace foundation {
 namespace {
 
 using namespace std::chrono_literals;
-using test::alwaysAnswer;
-using test::httpAnswer;
-using test::LoopbackServer;
-using test::Peer;
-using test::ReceivedRequest;
-
-URLRequest requestFor(const std::string& url, std::size_t bodySize = 0) {
-  URLRequest request;
-  request.url = URL::withString(url);
-  request.headers = {{"X-Secret", "canary"}};
-  if (bodySize != 0) {
-    request.method = "POST";
-    request.body.emplace().append(Data(std::string(bodySize, 'x')));
-  }
-  return request;
-}
-
-URLConnection::Exchange send(const URLRequest& request) {
-  return URLConnection::sendSynchronousRequest(request);
-}
 
 test::Handler answerThenReset(std::string bytes) {
   return [bytes = std::move(bytes)](const ReceivedRequest&, Peer& peer) {
@@ -68,7 +44,7 @@ TEST(URLConnectionFaults, EndInAnErrorThatNamesThePlace) {
        }) {
     SCOPED_TRACE(c.name);
     const LoopbackServer server(c.handler);
-    const auto exchange = send(requestFor(server.url("/path?secret=canary"), 1000));
+    const auto exchange = send(secretPostTo(server.url("/path?secret=canary"), 1000));
     EXPECT_FALSE(exchange.response);
     ASSERT_TRUE(exchange.error);
     EXPECT_EQ(exchange.error->domain, "NSURLErrorDomain");
@@ -90,7 +66,7 @@ TEST(URLConnectionFaults, AnEarlyAnswerIsTheAnswer) {
       return true;
     };
     const LoopbackServer server(alwaysAnswer(""), options);
-    const URLRequest request = requestFor(server.url("/"), 20'000'000);
+    const URLRequest request = secretPostTo(server.url("/"), 20'000'000);
     for (int round = 0; round < 40; ++round) {
       const auto exchange = send(request);
       ASSERT_TRUE(exchange.response) << round << ": " << exchange.error->description();
@@ -120,7 +96,7 @@ TEST(URLConnectionFaults, AServerThatFallsSilentIsTimedOut) {
       LoopbackServer(silentInTheAnswer),
   };
   for (const LoopbackServer& server : servers) {
-    URLRequest request = requestFor(server.url("/"), 50'000'000);
+    URLRequest request = secretPostTo(server.url("/"), 50'000'000);
     if (&server == &servers[2]) request.body.reset();
     request.idleTimeout = 300ms;
     const auto start = std::chrono::steady_clock::now();
@@ -169,11 +145,50 @@ TEST(URLConnectionFaults, ABodyThatTheServerTakesSlowlyIsNoSilence) {
     return true;
   };
   const LoopbackServer server(alwaysAnswer(""), options);
-  URLRequest request = requestFor(server.url("/"), 6'000'000);
+  URLRequest request = secretPostTo(server.url("/"), 6'000'000);
   request.idleTimeout = 700ms;
   const auto exchange = send(request);
   ASSERT_TRUE(exchange.response) << exchange.error->description();
   EXPECT_EQ(exchange.response->statusCode, 200);
+}
+
+using URLConnectionTLS = WithTrustedAuthority;
+
+TEST_F(URLConnectionTLS, AServerWithoutTLSGivesNoSecureConnection) {
+  test::ServerOptions options;
+  options.onConnection = [](Peer& peer) {
+    peer.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+    return true;
+  };
+  const LoopbackServer server(alwaysAnswer(""), options);
+  const auto exchange =
+      send(requestFor("https://localhost:" + std::to_string(server.port()) + "/"));
+  ASSERT_TRUE(exchange.error);
+  EXPECT_EQ(exchange.error->code, -1200) << exchange.error->description();
+}
+
+TEST_F(URLConnectionTLS, AMissingListOfAuthoritiesTrustsNobody) {
+  const test::ScopedEnvironment missing("SSL_CERT_FILE", "/nowhere/trusted.pem");
+  const LoopbackServer server(alwaysAnswer(httpAnswer(200)), tls(authority_));
+  const auto exchange = send(requestFor(server.url("/")));
+  ASSERT_TRUE(exchange.error);
+  EXPECT_EQ(exchange.error->code, -1200) << exchange.error->description();
+  EXPECT_TRUE(server.requests().empty());
+}
+
+TEST_F(URLConnectionTLS, AnEarlyAnswerIsTheAnswer) {
+  test::ServerOptions options = tls(authority_);
+  options.onHead = [](const ReceivedRequest&, Peer& peer) {
+    peer.receive(100'000);
+    peer.send(httpAnswer(413, "enough"));
+    return true;
+  };
+  const LoopbackServer server(alwaysAnswer(""), options);
+  for (int round = 0; round < 15; ++round) {
+    const auto exchange = send(secretPostTo(server.url("/"), 20'000'000));
+    ASSERT_TRUE(exchange.response) << round << ": " << exchange.error->description();
+    EXPECT_EQ(exchange.response->statusCode, 413);
+  }
 }
 
 }  // namespace

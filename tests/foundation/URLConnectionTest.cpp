@@ -1,32 +1,10 @@
 #include <thread>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "foundation/HTTPRedirect.h"
-#include "foundation/URLConnection.h"
-#include "tests/support/LoopbackServer.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/foundation/Connections.h"
 
 namespace foundation {
 namespace {
-
-using test::alwaysAnswer;
-using test::httpAnswer;
-using test::LoopbackServer;
-using test::Peer;
-using test::ReceivedRequest;
-
-URLRequest requestFor(const std::string& url, std::string method = "GET") {
-  URLRequest request;
-  request.url = URL::withString(url);
-  request.method = std::move(method);
-  return request;
-}
-
-URLConnection::Exchange send(const URLRequest& request) {
-  return URLConnection::sendSynchronousRequest(request);
-}
 
 std::string pieceOfEveryKind(RequestBody& body) {
   body.append("first ");
