@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <csignal>
 #include <cstdlib>
 #include <list>
@@ -180,7 +179,6 @@ struct LoopbackServer::State {
   foundation::FileDescriptor listener;
   int port = 0;
   mutable std::mutex mutex;
-  mutable std::condition_variable changed;
   bool isStopping = false;
   std::size_t connectionCount = 0;
   std::list<Connection> connections;
@@ -279,7 +277,6 @@ bool LoopbackServer::State::serveOne(Connection& connection, std::size_t number)
 void LoopbackServer::State::record(std::shared_ptr<const ReceivedRequest> request) {
   const std::lock_guard guard(mutex);
   requests.push_back(std::move(request));
-  changed.notify_all();
 }
 
 void LoopbackServer::State::stop() {
@@ -319,11 +316,6 @@ std::vector<std::shared_ptr<const ReceivedRequest>> LoopbackServer::requests() c
 std::size_t LoopbackServer::connectionCount() const {
   const std::lock_guard guard(state_->mutex);
   return state_->connectionCount;
-}
-
-bool LoopbackServer::waitForRequests(std::size_t count, std::chrono::milliseconds limit) const {
-  std::unique_lock lock(state_->mutex);
-  return state_->changed.wait_for(lock, limit, [&] { return state_->requests.size() >= count; });
 }
 
 std::string httpAnswer(int status, std::string_view body, std::string_view headerLines) {

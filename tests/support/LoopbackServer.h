@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -87,9 +86,6 @@ class LoopbackServer {
   /// The requests whose handler was called, in the order of their arrival.
   [[nodiscard]] std::vector<std::shared_ptr<const ReceivedRequest>> requests() const;
   [[nodiscard]] std::size_t connectionCount() const;
-  /// True as soon as so many requests have arrived.
-  bool waitForRequests(std::size_t count,
-                       std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
 
   struct State;
 

@@ -145,7 +145,7 @@ StandInSigner::StandInSigner() : path_("PATH", pathWith(folder_.path()).c_str())
     fs::permissions(folder_.write(name, script), fs::perms::owner_all);
   }
   setEntitlements(std::string(kHeader).append(kEntitlements));
-  setResourceRules(std::string(kHeader).append(kResourceRules));
+  folder_.write("rules", std::string(kHeader).append(kResourceRules));
 }
 
 std::vector<StandInSigner::Call> StandInSigner::calls() const {
@@ -174,8 +174,6 @@ void StandInSigner::setOutput(Run run, std::string_view standardOutput,
 void StandInSigner::setEntitlements(std::string_view text) const {
   folder_.write("entitlements", text);
 }
-
-void StandInSigner::setResourceRules(std::string_view text) const { folder_.write("rules", text); }
 
 void StandInSigner::leaveOutEntitlements() const { fs::remove(folder_ / "entitlements"); }
 

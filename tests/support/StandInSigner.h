@@ -46,10 +46,9 @@ class StandInSigner {
   /// The run of this kind ends with `status`; it does its work all the same.
   void setStatus(Run run, int status) const;
   void setOutput(Run run, std::string_view standardOutput, std::string_view standardError) const;
-  /// What an export leaves at the two paths. Default: an application identifier, a team, and
-  /// "beta-reports-active" true; and rules that take everything.
+  /// The entitlements that an export leaves. Default: an application identifier, a team, and
+  /// "beta-reports-active" true.
   void setEntitlements(std::string_view text) const;
-  void setResourceRules(std::string_view text) const;
   /// The export leaves no file at the one or the other path.
   void leaveOutEntitlements() const;
   void leaveOutResourceRules() const;
