@@ -59,10 +59,6 @@ TEST(ConsoleLog, WhatStandsInAnArgumentIsNoDirective) {
       << output;
 }
 
-TEST(ConsoleLog, DebugLinesNeedDebugMode) {
-  EXPECT_EQ(outputOf([] { debugLog("hidden %@", "x"); }), "");
-}
-
 TEST(ConsoleLog, LinesFromSeveralThreadsStayWhole) {
   const std::string output = outputOf([] {
     std::vector<std::thread> threads;

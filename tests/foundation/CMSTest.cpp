@@ -61,15 +61,11 @@ std::string problemOf(foundation::Bytes message, std::string_view content = kCon
 struct OpenSSL {
   test::TemporaryFolder folder;
 
-  bool run(const std::vector<std::string>& arguments, std::string& output) const {
-    auto child = foundation::ChildProcess::launch({"/usr/bin/env",
-                                                   [&] {
-                                                     std::vector<std::string> all{"openssl"};
-                                                     all.insert(all.end(), arguments.begin(),
-                                                                arguments.end());
-                                                     return all;
-                                                   }(),
-                                                   folder.path(), std::nullopt});
+  bool run(std::vector<std::string> arguments, std::string& output) const {
+    arguments.insert(arguments.begin(), "openssl");
+    auto child = foundation::ChildProcess::launch({.executable = "/usr/bin/env",
+                                                   .arguments = std::move(arguments),
+                                                   .workingDirectory = folder.path()});
     if (!child) throw std::runtime_error(child.error().localizedDescription());
     const auto end = child->waitUntilExit();
     output = child->readStandardErrorToEnd().text();

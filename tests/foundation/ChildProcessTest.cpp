@@ -16,7 +16,6 @@
 namespace {
 
 using foundation::ChildProcess;
-using foundation::Environment;
 using foundation::Termination;
 using testing::HasSubstr;
 using Clock = std::chrono::steady_clock;
@@ -106,14 +105,6 @@ TEST(ChildProcess, WhatCannotStartIsAnErrorAndLeavesNothingBehind) {
   }
   EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);
-}
-
-TEST(ChildProcess, TheEnvironmentIsTheOneGiven) {
-  const test::ScopedEnvironment inherited("SENDOFF_TEST", "from here");
-  EXPECT_EQ(run({.executable = "/usr/bin/env", .environment = Environment{}}).output, "");
-  EXPECT_EQ(run({.executable = "/usr/bin/env", .environment = Environment{{"A", "b=c"}}}).output,
-            "A=b=c\n");
-  EXPECT_THAT(run({.executable = "/usr/bin/env"}).output, HasSubstr("SENDOFF_TEST=from here\n"));
 }
 
 TEST(ChildProcess, LeadsASessionOfItsOwnWithDefaultSignals) {

@@ -1,10 +1,7 @@
 #include <regex>
 #include <set>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,20 +34,6 @@ TEST(ProcessInfo, UUIDs) {
   EXPECT_NE(ProcessInfo::newUUIDString(), ProcessInfo::newUUIDString());
 }
 
-TEST(ProcessRecord, NamesAProcessAndItsParent) {
-  // Each name is what a careless reader of the kernel's line would stumble over.
-  for (const char* const name : {"Xcode", "a) S 1 (b", "two words", "((((((", "fifteen-letters"}) {
-    const std::string answer = test::inChildProcess([name]() -> std::string {
-      ::prctl(PR_SET_NAME, name);
-      const auto record = processRecord(::getpid());
-      if (!record || record->processIdentifier != ::getpid()) return "no record";
-      if (record->parentProcessIdentifier != ::getppid()) return "wrong parent";
-      return record->commandName;
-    });
-    EXPECT_EQ(answer, name);
-  }
-}
-
 TEST(ProcessRecord, AProcessThatIsGoneHasAnEmptyRecord) {
   const pid_t child = ::fork();
   if (child == 0) ::_exit(0);
@@ -61,17 +44,6 @@ TEST(ProcessRecord, AProcessThatIsGoneHasAnEmptyRecord) {
     EXPECT_EQ(record->processIdentifier, 0);
     EXPECT_EQ(record->commandName, "");
   }
-}
-
-TEST(ProcessRecord, OnlyAFailedReadIsAbsent) {
-  EXPECT_EQ(test::inChildProcess([]() -> std::string {
-              struct rlimit none {};
-              ::getrlimit(RLIMIT_NOFILE, &none);
-              none.rlim_cur = 0;
-              ::setrlimit(RLIMIT_NOFILE, &none);
-              return processRecord(::getpid()) ? "a record" : "absent";
-            }),
-            "absent");
 }
 
 }  // namespace
