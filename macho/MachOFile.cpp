@@ -94,7 +94,7 @@ void QVTMachOEnumerateSlicesAtAddress(const void* address, const SliceCallback& 
   if (!address || !callback) return;
   const Reach reach(address);
   const auto magic = reach.read<std::uint32_t>(address);
-  if (magic == FAT_MAGIC || magic == FAT_CIGAM) {
+  if (magic && (*magic == FAT_MAGIC || *magic == FAT_CIGAM)) {
     enumerateUniversal(address, reach, callback);
     return;
   }

@@ -76,15 +76,15 @@ Result<> Reader::takeHeader() {
 }
 
 Result<> Reader::readHeader() {
-  const auto magic = foundation::readAt<std::uint32_t>(bytes_, 0);
+  const std::uint32_t magic = foundation::readAt<std::uint32_t>(bytes_, 0).value_or(0);
   if (magic == macho::MH_CIGAM || magic == macho::MH_CIGAM_64) {
     return failure("big-endian code is not supported");
   }
   if (magic != macho::MH_MAGIC && magic != macho::MH_MAGIC_64) {
-    return failure("not a Mach-O file: it begins with " + hex(magic.value_or(0)));
+    return failure("not a Mach-O file: it begins with " + hex(magic));
   }
   slice_.is64Bit = magic == macho::MH_MAGIC_64;
-  const auto taken =
+  auto taken =
       slice_.is64Bit ? takeHeader<macho::mach_header_64>() : takeHeader<macho::mach_header>();
   if (!taken) return taken;
   if (!canBeSigned(slice_.fileType)) {
@@ -177,7 +177,7 @@ Result<> Reader::readSegment(const LoadCommand& command) {
   if (!holds(segment.file)) return outside("segment " + name, segment.file);
   for (std::uint32_t i = 0; i < head->nsects; ++i) {
     const std::uint64_t at = command.offset + sizeof(SegmentRecord) + i * sizeof(SectionRecord);
-    const auto read = readSection(*foundation::readAt<SectionRecord>(bytes_, at), segment);
+    auto read = readSection(*foundation::readAt<SectionRecord>(bytes_, at), segment);
     if (!read) return read;
   }
   return keepSegment(name, segment);
