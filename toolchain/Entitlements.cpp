@@ -62,13 +62,16 @@ Result<> checkEncodable(const Value& value, const std::string& place) {
   }
   if (const Array* array = value.array()) {
     for (std::size_t i = 0; i < array->size(); ++i) {
-      const auto checked = checkEncodable((*array)[i], place + '[' + std::to_string(i) + ']');
+      auto checked = checkEncodable((*array)[i], place + '[' + std::to_string(i) + ']');
       if (!checked) return checked;
     }
   }
   if (const Dictionary* dictionary = value.dictionary()) {
     for (const auto& [key, element] : *dictionary) {
-      const auto checked = checkEncodable(element, place.empty() ? key : place + '.' + key);
+      std::string below = place;
+      if (!below.empty()) below += '.';
+      below += key;
+      auto checked = checkEncodable(element, below);
       if (!checked) return checked;
     }
   }

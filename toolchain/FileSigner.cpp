@@ -85,13 +85,13 @@ Result<std::vector<std::vector<std::byte>>> FileSigner::signatures() const {
 Result<> FileSigner::writeSignatures() {
   const auto made = signatures();
   if (!made) return made.error();
-  if (const auto written = writing_.get(); !written) return written;
+  if (auto written = writing_.get(); !written) return written;
   for (std::size_t i = 0; i < made->size(); ++i) {
     const SliceLayout& slice = layout_.slices[i];
-    const auto written = file_->write(slice.fileOffset + slice.codeLimit, {(*made)[i]});
+    auto written = file_->write(slice.fileOffset + slice.codeLimit, {(*made)[i]});
     if (!written) return written;
   }
-  if (const auto flushed = file_->flush(); !flushed) return flushed;
+  if (auto flushed = file_->flush(); !flushed) return flushed;
   return check(file_->path());
 }
 

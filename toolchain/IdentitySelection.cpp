@@ -85,7 +85,7 @@ Result<Identity> theOnly(const std::vector<Identity>& found, const IdentityQuery
 }
 
 /// Among certificates of one name, those of today count before those that have run out.
-std::vector<Identity> preferringValid(std::vector<Identity> found, foundation::Date now) {
+std::vector<Identity> preferringValid(const std::vector<Identity>& found, foundation::Date now) {
   auto valid = filtered(found, [&](const Identity& one) { return one.certificate.isValidAt(now); });
   return valid.empty() ? found : valid;
 }

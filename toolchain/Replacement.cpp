@@ -97,8 +97,7 @@ Replacement::~Replacement() {
 }
 
 fs::path Replacement::besides(const fs::path& target) {
-  const fs::path path =
-      target.parent_path() / (".sendoff-" + foundation::ProcessInfo::newUUIDString());
+  fs::path path = target.parent_path() / (".sendoff-" + foundation::ProcessInfo::newUUIDString());
   own_.insert(path.native());
   return path;
 }
@@ -158,7 +157,7 @@ Result<fs::path> Replacement::keepOld(const fs::path& target) {
 
 Result<> Replacement::commit(const std::vector<fs::path>& targets) {
   // What was prepared may have been made from a file that lost its content meanwhile.
-  if (const auto intact = foundation::MappingGuard::checkAll(); !intact) return intact;
+  if (auto intact = foundation::MappingGuard::checkAll(); !intact) return intact;
   for (const fs::path& target : targets) {
     const auto one =
         std::find_if(prepared_.begin(), prepared_.end(),

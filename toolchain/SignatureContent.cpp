@@ -61,6 +61,7 @@ Result<> checkHashesPlist(const Attribute& list, const std::vector<CodeDirectory
 /// One value for each directory: its digest's identifier and its full digest.
 Result<> checkHashesDER(const Attribute& list, const std::vector<CodeDirectory>& directories) {
   std::vector<std::string> expected;
+  expected.reserve(directories.size());
   for (const auto& directory : directories) {
     expected.push_back(DER::element(
         DER::kSequence,

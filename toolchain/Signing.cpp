@@ -83,7 +83,7 @@ class Signer {
       if (!options_.force) return failure("is already signed");
       note(code.name + ": replacing existing signature");
     }
-    if (const auto read = readEntitlements(opened->image); !read) return read;
+    if (auto read = readEntitlements(opened->image); !read) return read;
     return selectIdentity(code);
   }
 
@@ -197,7 +197,7 @@ class Signer {
     if (const auto done = signer.layOut(); !done) {
       return within(code.executable.string(), done.error());
     }
-    if (const auto begun = signer.writeCode(code.executable, replacement_); !begun) return begun;
+    if (auto begun = signer.writeCode(code.executable, replacement_); !begun) return begun;
     std::string seal;
     if (code.isBundle()) {
       auto made = sealOf(code, opened->image);
@@ -207,7 +207,7 @@ class Signer {
       const auto written = replacement_.prepare(code.sealPath(), {foundation::bytesOf(seal)});
       if (!written) return written.error();
     }
-    if (const auto written = signer.writeSignatures(); !written) return written;
+    if (auto written = signer.writeSignatures(); !written) return written;
     return replace(code);
   }
 
@@ -215,7 +215,7 @@ class Signer {
   Result<> replace(const CodeBundle& code) {
     std::vector<fs::path> targets = {code.executable};
     if (code.isBundle()) targets.insert(targets.begin(), code.sealPath());
-    if (const auto committed = replacement_.commit(targets); !committed) return committed;
+    if (auto committed = replacement_.commit(targets); !committed) return committed;
     hasher_.forget(code.executable.native());
     if (!code.isBundle()) return {};
     hasher_.forget(code.sealPath().native());
@@ -229,7 +229,7 @@ class Signer {
     for (const std::string& name : *names) {
       const fs::path path = seal.parent_path() / name;
       if (path == seal || replacement_.owns(path.native())) continue;
-      if (const auto removed = replacement_.remove(path); !removed) return removed;
+      if (auto removed = replacement_.remove(path); !removed) return removed;
     }
     return {};
   }
