@@ -21,13 +21,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
-}
-
 foundation::Dictionary dictionaryIn(const fs::path& file) {
   auto dictionary = foundation::PropertyList::dictionaryWithContentsOfFile(file);
   if (!dictionary) throw std::runtime_error("no property-list dictionary in " + file.string());
@@ -49,13 +42,22 @@ std::set<std::string> devicesIn(const foundation::Dictionary& profile) {
   return devices;
 }
 
+std::string instanceIdentifierOf(std::vector<std::pair<std::string, std::string>> slices) {
+  std::ranges::stable_sort(slices, {}, &std::pair<std::string, std::string>::first);
+  std::string text;
+  for (const auto& [architecture, uuid] : slices) text += uuid;
+  std::array<unsigned char, SHA_DIGEST_LENGTH> digest{};
+  SHA1(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
+  return foundation::lowercaseHex(std::as_bytes(std::span(digest)));
+}
+
 }  // namespace
 
 std::vector<std::pair<std::string, std::string>> slicesOf(const fs::path& executable) {
   std::vector<std::pair<std::string, std::string>> slices;
   // "UUID: 00112233-4455-6677-8899-AABBCCDDEEFF (arm64) path"
-  for (const std::string& line :
-       linesOf(outputOf({llvmTool("llvm-dwarfdump"), "--uuid", executable.string()}))) {
+  const std::string output = outputOf({llvmTool("llvm-dwarfdump"), "--uuid", executable.string()});
+  for (const std::string& line : foundation::split(output, '\n')) {
     std::istringstream words(line);
     std::string label, uuid, architecture;
     words >> label >> uuid >> architecture;
@@ -65,15 +67,6 @@ std::vector<std::pair<std::string, std::string>> slicesOf(const fs::path& execut
                         foundation::lowercased(uuid));
   }
   return slices;
-}
-
-std::string instanceIdentifierOf(std::vector<std::pair<std::string, std::string>> slices) {
-  std::ranges::stable_sort(slices, {}, &std::pair<std::string, std::string>::first);
-  std::string text;
-  for (const auto& [architecture, uuid] : slices) text += uuid;
-  std::array<unsigned char, SHA_DIGEST_LENGTH> digest{};
-  SHA1(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
-  return foundation::lowercaseHex(std::as_bytes(std::span(digest)));
 }
 
 fs::path unpackIPA(const fs::path& ipa, const fs::path& folder) {
@@ -95,7 +88,8 @@ IPAFacts factsOf(const std::string& ipaBytes) {
   facts.slices =
       slicesOf(app / foundation::stringAt(facts.info, "CFBundleExecutable").value_or("none"));
   facts.instanceIdentifier = instanceIdentifierOf(facts.slices);
-  facts.names = linesOf(outputOf({"unzip", "-Z1", ipa.string()}));
+  facts.names = foundation::split(outputOf({"unzip", "-Z1", ipa.string()}), '\n');
+  facts.names.pop_back();  // behind the last line's end
   return facts;
 }
 

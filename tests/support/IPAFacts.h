@@ -35,6 +35,4 @@ std::filesystem::path unpackIPA(const std::filesystem::path& ipa,
 /// UUIDs of the executable's slices in file order, as in `IPAFacts`.
 std::vector<std::pair<std::string, std::string>> slicesOf(const std::filesystem::path& executable);
 
-std::string instanceIdentifierOf(std::vector<std::pair<std::string, std::string>> slices);
-
 }  // namespace test

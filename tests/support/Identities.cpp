@@ -110,6 +110,10 @@ void addExtensions(X509* certificate, X509* issuer, const Making& making) {
   if (!making.isAuthority && making.options.codeSigning) {
     addExtension(certificate, issuer, NID_ext_key_usage, "critical,codeSigning");
   }
+  if (!making.options.alternativeNames.empty()) {
+    addExtension(certificate, issuer, NID_subject_alt_name,
+                 making.options.alternativeNames.c_str());
+  }
   for (const auto& oid : making.options.markers) addMarker(certificate, oid);
 }
 

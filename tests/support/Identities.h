@@ -30,6 +30,8 @@ struct CertificateOptions {
   KeyKind key = KeyKind::p256;
   /// The critical extended key usage "code signing".
   bool codeSigning = true;
+  /// A server's other names, as OpenSSL writes them: "DNS:localhost,IP:127.0.0.1".
+  std::string alternativeNames = "";
   /// Dotted OIDs of further extensions; each gets an ASN.1 NULL as its value.
   std::vector<std::string> markers = {};
   /// Counted from now.

@@ -15,13 +15,23 @@
 #include <sys/socket.h>
 
 #include "foundation/Handle.h"
-#include "tests/support/TLSServerContext.h"
 
 namespace test {
 
 namespace {
 
+using TLSServerContext = foundation::Handle<SSL_CTX, SSL_CTX_free>;
 using TLSSession = foundation::Handle<SSL, SSL_free>;
+
+TLSServerContext makeServerContext(const TLSIdentity& identity) {
+  TLSServerContext context(SSL_CTX_new(TLS_server_method()));
+  if (!context || SSL_CTX_use_certificate(context.get(), identity.native()) != 1 ||
+      SSL_CTX_use_PrivateKey(context.get(), identity.nativeKey()) != 1) {
+    throw std::runtime_error("cannot serve TLS with this identity");
+  }
+  SSL_CTX_set_mode(context.get(), SSL_MODE_AUTO_RETRY);
+  return context;
+}
 
 /// A client that goes away must not end the test program.
 void ignoreBrokenPipes() {
@@ -189,8 +199,8 @@ struct LoopbackServer::State {
   void listen();
   void acceptAll();
   void admit(int socket);
-  void serve(Connection& connection, std::size_t number);
-  bool serveOne(Connection& connection, std::size_t number);
+  void serve(Connection& connection);
+  bool serveOne(Connection& connection);
   void record(std::shared_ptr<const ReceivedRequest> request);
   void stop();
 };
@@ -226,34 +236,33 @@ void LoopbackServer::State::acceptAll() {
 void LoopbackServer::State::admit(int socket) {
   const std::lock_guard guard(mutex);
   Connection& connection = connections.emplace_back(socket);
-  const std::size_t number = connectionCount++;
+  ++connectionCount;
   if (isStopping) connection.interrupt();
-  threads.emplace_back([this, &connection, number] {
+  threads.emplace_back([this, &connection] {
     ignoreBrokenPipes();
-    serve(connection, number);
+    serve(connection);
   });
 }
 
-void LoopbackServer::State::serve(Connection& connection, std::size_t number) {
+void LoopbackServer::State::serve(Connection& connection) {
   if (options.onConnection && options.onConnection(connection)) {
     connection.close();
     return;
   }
   if (!context || connection.startTLS(context.get())) {
-    while (connection.isOpen() && serveOne(connection, number)) {
+    while (connection.isOpen() && serveOne(connection)) {
     }
   }
   connection.close();
 }
 
-bool LoopbackServer::State::serveOne(Connection& connection, std::size_t number) {
+bool LoopbackServer::State::serveOne(Connection& connection) {
   const std::size_t headSize = connection.readUntil([&]() -> std::size_t {
     const std::size_t end = connection.input().find("\r\n\r\n");
     return end == std::string::npos ? 0 : end + 4;
   });
   if (headSize == 0) return false;
   const auto request = std::make_shared<ReceivedRequest>();
-  request->connection = number;
   request->raw = connection.take(headSize);
   request->bodyOffset = headSize;
   parseHead(*request);

@@ -24,8 +24,6 @@ struct ReceivedRequest {
   std::string target;
   /// In the order and spelling of the request.
   std::vector<std::pair<std::string, std::string>> headerLines;
-  /// Counted from 0 in the order in which connections were accepted.
-  std::size_t connection = 0;
   /// False when the client went away before its body was there.
   bool complete = false;
 

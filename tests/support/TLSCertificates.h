@@ -1,26 +1,19 @@
 #pragma once
 
-#include <memory>
 #include <string>
+
+#include "tests/support/Identities.h"
 
 namespace test {
 
-/// A server's certificate chain and private key, both PEM.
-struct TLSIdentity {
-  std::string certificateChain;
-  std::string privateKey;
-};
+/// A server's certificate and private key.
+using TLSIdentity = MadeIdentity;
 
-/// A certificate authority of a test's own (P-256), made anew for each object.
+/// A certificate authority of a test's own, made anew for each object.
 class TLSAuthority {
  public:
-  TLSAuthority();
-  ~TLSAuthority();
-  TLSAuthority(const TLSAuthority&) = delete;
-  TLSAuthority& operator=(const TLSAuthority&) = delete;
-
   /// Its own certificate as PEM, for a client's list of trusted ones.
-  [[nodiscard]] std::string certificate() const;
+  [[nodiscard]] std::string certificate() const { return root_.certificatePEM(); }
 
   struct Leaf {
     std::string hostName = "localhost";
@@ -31,8 +24,7 @@ class TLSAuthority {
   [[nodiscard]] TLSIdentity issue() const { return issue(Leaf()); }
 
  private:
-  struct State;
-  std::unique_ptr<State> state_;
+  MadeIdentity root_ = makeRoot("sendoff test authority");
 };
 
 }  // namespace test
