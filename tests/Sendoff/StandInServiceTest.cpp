@@ -15,28 +15,6 @@ namespace {
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-TEST(StandInServiceTest, TakesOnlyTheExactBytesOfAForm) {
-  const std::string good =
-      "MIME-Version: 1.0\r\n--AaB03x\r\nContent-Disposition: form-data; name=\"a\"\r\n"
-      "Content-Type: text/plain\r\n\r\n1\r\n--AaB03x\r\nContent-Disposition: form-data; "
-      "name=\"file\"; filename=\"x.zip\"\r\nContent-Type: application/zip\r\n"
-      "Content-Transfer-Encoding: binary\r\n\r\n\r\nD--\r\n--AaB03x--\r\n";
-  const Form form = parseForm(good);
-  ASSERT_EQ(form.size(), 2u);
-  EXPECT_EQ(form[0], field("a", "1"));
-  EXPECT_EQ(form[1], (FormPart{"file", "\r\nD--", "x.zip", "application/zip"}));
-  // Every single byte counts: without it the form is refused, or is another one.
-  for (std::size_t i = 0; i < good.size(); ++i) {
-    std::string damaged = good;
-    damaged.erase(i, 1);
-    try {
-      EXPECT_NE(parseForm(damaged), form) << "without byte " << i;
-    } catch (const std::runtime_error&) {
-    }
-  }
-  EXPECT_THROW(parseForm(good + "\r\n"), std::runtime_error);
-}
-
 TEST(StandInServiceTest, RefusesAnUploadThatDiffersFromItsIPA) {
   const TemporaryFolder folder;
   AppOptions app;
