@@ -80,7 +80,7 @@ class ArchivesWatch {
 
 void watchArchives(const std::string& location, const WatchOptions& options) {
   ArchivesWatch watch(location, options);
-  const auto token = foundation::NotificationCenter::defaultCenter().addObserver(
+  [[maybe_unused]] const auto token = foundation::NotificationCenter::defaultCenter().addObserver(
       QVTXcodeArchiveChangedNotification, [&](const auto& notification) {
         if (const auto* path = notification.object.string()) watch.say("changed", *path);
       });

@@ -54,8 +54,9 @@ class TreeBuilder {
     while (open_.size() > depth) {
       Value done = std::move(open_.back());
       open_.pop_back();
-      auto& siblings = open_.empty() ? roots_ : *open_.back().at("children").array();
-      siblings.push_back(std::move(done));
+      // Only a group has entries below it, and only a group has a list of them.
+      auto* const siblings = open_.empty() ? &roots_ : open_.back().at("children").array();
+      if (siblings) siblings->push_back(std::move(done));
     }
   }
 
