@@ -32,7 +32,7 @@ std::shared_ptr<QVTMachOBinary> QVTMachOBinary::MachOBinaryWithPath(std::string_
 }
 
 std::shared_ptr<QVTMachOBinary> QVTMachOBinary::initWithURL(const foundation::URL& url) {
-  const auto binary = std::shared_ptr<QVTMachOBinary>(new QVTMachOBinary(url));
+  auto binary = std::shared_ptr<QVTMachOBinary>(new QVTMachOBinary(url));
   if (!macho::QVTMachOFileInitWithPath(&binary->file_, binary->path().c_str())) return nullptr;
   binary->readSlices();
   if (const auto intact = macho::checkMapping(binary->file_.mappedFile); !intact) {

@@ -16,7 +16,7 @@ std::shared_ptr<QVTMachOSlice> QVTMachOSlice::initWithSlice(const macho::QVTMach
 std::shared_ptr<QVTMachOSlice> QVTMachOSlice::initWithSlice(const macho::QVTMachOSlice* slice,
                                                             std::uint64_t& commandsLeft,
                                                             std::uint64_t& textLeft) {
-  const auto object =
+  auto object =
       std::shared_ptr<QVTMachOSlice>(new QVTMachOSlice(slice ? *slice : macho::QVTMachOSlice{}));
   if (commandsLeft == 0) return object;
   macho::walkLoadCommands(object->slice_,

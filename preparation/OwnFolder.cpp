@@ -37,7 +37,7 @@ Result<> checkFolder(const std::string& path) {
 Result<> checkFoldersBelow(const std::string& outer, const std::string& path) {
   for (auto slash = outer.size(); slash < path.size(); ++slash) {
     slash = std::min(path.find('/', slash), path.size());
-    const auto checked = checkFolder(path.substr(0, slash));
+    auto checked = checkFolder(path.substr(0, slash));
     if (!checked) return checked;
   }
   return {};
@@ -51,7 +51,7 @@ Result<> OwnFolder::make(const std::string& path) {
   if (!path.starts_with(*temporary)) return FileManager::createDirectoryWithIntermediates(path);
   // Once before anything is made, so that nothing is made elsewhere; once after, for what came
   // in between.
-  if (const auto checked = checkFoldersBelow(*temporary, path); !checked) return checked;
+  if (auto checked = checkFoldersBelow(*temporary, path); !checked) return checked;
   const auto made = FileManager::createDirectoryWithIntermediates(path);
   return made ? checkFoldersBelow(*temporary, path) : made;
 }
@@ -64,7 +64,7 @@ Result<> OwnFolder::removeLinksOutOf(const std::string& folder) {
     std::error_code failed;
     if (!fs::is_symlink(fs::symlink_status(path, failed))) continue;
     if (FileManager::isItemInsideDirectory(path, folder)) continue;
-    if (const auto removed = FileManager::removeItemAtPath(path); !removed) return removed;
+    if (auto removed = FileManager::removeItemAtPath(path); !removed) return removed;
   }
   return {};
 }

@@ -177,6 +177,7 @@ Result<std::vector<foundation::URL>> dateSortedContents(const std::string& text)
   std::stable_sort(entries.begin(), entries.end(),
                    [](const Entry& a, const Entry& b) { return a.created < b.created; });
   std::vector<foundation::URL> urls;
+  urls.reserve(entries.size());
   for (Entry& entry : entries) urls.push_back(std::move(entry.url));
   return urls;
 }

@@ -52,7 +52,7 @@ std::shared_ptr<QVTIPA> QVTIPA::initWithPath(const std::string& path) {
   const auto url = urlForPath(*appPath);
   if (!url) return nullptr;
 
-  const std::shared_ptr<QVTIPA> ipa(new QVTIPA);
+  std::shared_ptr<QVTIPA> ipa(new QVTIPA);
   try {
     ipa->setBundle(foundation::Bundle::bundleWithPath(*appPath));
   } catch (const foundation::Exception& exception) {

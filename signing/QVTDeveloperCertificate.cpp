@@ -29,7 +29,7 @@ std::shared_ptr<QVTDeveloperCertificate> QVTDeveloperCertificate::initWithDataKe
     const Data& data, std::optional<std::string> keychainPath) {
   const auto certificate = Certificate::fromDER(data.bytes());
   if (!certificate) return nullptr;
-  const std::shared_ptr<QVTDeveloperCertificate> made(new QVTDeveloperCertificate);
+  std::shared_ptr<QVTDeveloperCertificate> made(new QVTDeveloperCertificate);
   made->keychainPath_ = std::move(keychainPath);
   made->copyCommonName(*certificate);
   made->copySubjectSummary(*certificate);

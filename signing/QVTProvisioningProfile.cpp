@@ -56,7 +56,7 @@ std::shared_ptr<QVTProvisioningProfile> QVTProvisioningProfile::initWithPathKeyc
   if (!path || !foundation::FileManager::fileExistsAtPath(*path)) return nullptr;
   const auto dictionary = dictionaryForMobileProvisionAtPath(*path);
   if (!dictionary) return nullptr;
-  const std::shared_ptr<QVTProvisioningProfile> profile(new QVTProvisioningProfile);
+  std::shared_ptr<QVTProvisioningProfile> profile(new QVTProvisioningProfile);
   profile->path_ = *path;
   profile->creationDate_ = dateAt(*dictionary, "CreationDate");
   if (const auto* certificates = arrayAt(*dictionary, "DeveloperCertificates")) {
@@ -226,7 +226,7 @@ std::shared_ptr<QVTProvisioningProfile> QVTProvisioningProfile::mobileProfileWit
 }
 
 std::shared_ptr<QVTProvisioningProfile> QVTProvisioningProfile::copyWithZone() const {
-  const std::shared_ptr<QVTProvisioningProfile> copy(new QVTProvisioningProfile(*this));
+  std::shared_ptr<QVTProvisioningProfile> copy(new QVTProvisioningProfile(*this));
   copy->uuid_.reset();
   return copy;
 }

@@ -49,7 +49,7 @@ class Mender {
         return last;
       }
       if (kept == 0) return std::nullopt;
-      before = found_[kept - 1] + " " + before;
+      before.insert(0, found_[kept - 1] + " ");
     }
   }
 
