@@ -143,6 +143,7 @@ std::string issuerAndSerialNumber(const Certificate& certificate) {
 
 std::string certificateSet(const std::vector<Certificate>& chain) {
   std::vector<std::string> certificates;
+  certificates.reserve(chain.size());
   for (const auto& certificate : chain) certificates.emplace_back(certificate.der().text());
   std::string set = DER::setOf(std::move(certificates));
   set[0] = static_cast<char>(DER::kContext0);

@@ -18,6 +18,7 @@ struct Step {
 std::vector<const Certificate*> inOrderOfPreference(const std::vector<Certificate>& candidates) {
   const Date now = std::chrono::floor<Date::duration>(std::chrono::system_clock::now());
   std::vector<const Certificate*> order;
+  order.reserve(candidates.size());
   for (const Certificate& candidate : candidates) order.push_back(&candidate);
   std::ranges::stable_sort(order, [now](const Certificate* a, const Certificate* b) {
     const bool aValid = a->isValidAt(now);

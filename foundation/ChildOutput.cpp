@@ -25,7 +25,7 @@ void stopBlocking(const FileDescriptor& pipe) {
 
 /// Takes what is there; false at the end of the pipe.
 bool takeAvailable(int pipe, std::string& taken) {
-  std::array<char, 16 * 1024> buffer;
+  std::array<char, std::size_t{16} * 1024> buffer;
   for (;;) {
     const ssize_t count = ::read(pipe, buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) continue;
@@ -73,7 +73,7 @@ Data ChildProcess::readStandardOutputToEnd() {
 Data ChildProcess::readToEnd(const FileDescriptor& pipe, std::string text) {
   if (!readingEnds_) readingEnds_ = Clock::now() + kLongestWaitForPipes;
   stopBlocking(pipe);
-  std::vector<char> buffer(64 * 1024);
+  std::vector<char> buffer(std::size_t{64} * 1024);
   // What is there is taken even when the time is over, but a grandchild may write without end.
   constexpr std::size_t enough = std::size_t{64} << 20;
   for (;;) {

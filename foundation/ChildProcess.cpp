@@ -256,7 +256,9 @@ Result<ChildProcess> ChildProcess::launch(const Launch& launch, StandardPipes pi
   for (const std::string& argument : launch.arguments) arguments.add(argument);
   CStrings environment;
   if (launch.environment) {
-    for (const auto& [name, value] : *launch.environment) environment.add(name + "=" + value);
+    for (const auto& [name, value] : *launch.environment) {
+      environment.add(std::string(name).append("=").append(value));
+    }
   }
   if (arguments.hasNul() || environment.hasNul()) return launchFailure(launch, EINVAL);
 

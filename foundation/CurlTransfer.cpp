@@ -15,7 +15,7 @@ namespace foundation {
 namespace {
 
 /// Most bytes of a followed redirect's own body that are read so that its connection can be kept.
-constexpr std::size_t kMaximumUnwanted = 64 * 1024;
+constexpr std::size_t kMaximumUnwanted = std::size_t{64} * 1024;
 
 }  // namespace
 

@@ -34,6 +34,7 @@ struct Frame {
 };
 
 /// Runs a piece and destroys it; an exception ends the process.
+// NOLINTNEXTLINE(performance-unnecessary-value-param): taken over so that it ends in here
 void runToEnd(Work work) noexcept { work(); }
 
 /// Threads for the global queue, more of them as long as all are busy; they end with the process.

@@ -13,7 +13,7 @@ namespace foundation {
 namespace {
 
 /// Most bytes of a rescued answer.
-constexpr std::size_t kMaximumRescue = 1024 * 1024;
+constexpr std::size_t kMaximumRescue = std::size_t{1} << 20;
 
 /// False once the other side's last byte has been read.
 bool mayHoldAnAnswer(int socket) {
@@ -90,6 +90,7 @@ void hideFailedWrites(SSL* session, int socket) {
   if (!below || BIO_method_type(below) == waitingType()) return;
   BIO* const waiting = BIO_new(waitingMethod());
   if (!waiting) throw std::bad_alloc();
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the pointer only carries the number
   BIO_set_data(waiting, reinterpret_cast<void*>(static_cast<std::intptr_t>(socket)));
   BIO_up_ref(below);
   SSL_set0_wbio(session, BIO_push(waiting, below));

@@ -44,7 +44,7 @@ ssize_t readFully(int file, std::span<std::byte> buffer) {
 
 /// For files that do not tell their size, such as those of /proc.
 Result<Data> readUntilEnd(int file, const fs::path& path) {
-  constexpr std::size_t chunk = 64 * 1024;
+  constexpr std::size_t chunk = std::size_t{64} * 1024;
   std::vector<std::byte> bytes;
   for (;;) {
     const std::size_t before = bytes.size();

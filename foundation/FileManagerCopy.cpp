@@ -90,7 +90,9 @@ class TreeCopier {
     }
     if (::lstat(target_.c_str(), &targetRoot_) != 0) return failure("examine", target_, errno);
     for (std::size_t next = 0; next < folders_.size(); ++next) {
-      if (Result<> copied = copyFolder(folders_[next].subpath); !copied) return copied;
+      // A copy: the list grows meanwhile.
+      const std::string subpath = folders_[next].subpath;
+      if (Result<> copied = copyFolder(subpath); !copied) return copied;
     }
     return finishFolders();
   }
@@ -119,7 +121,7 @@ class TreeCopier {
     return {};
   }
 
-  Result<> copyFolder(const std::string subpath) {
+  Result<> copyFolder(const std::string& subpath) {
     const std::string path = sourcePath(subpath);
     const FileDescriptor from(::open(path.c_str(), kOpenFolder));
     if (!from) return failure("open folder", path, errno);

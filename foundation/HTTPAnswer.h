@@ -12,7 +12,7 @@ namespace foundation {
 class HTTPAnswer {
  public:
   /// Most bytes that the head of one exchange may have, interim answers (1xx) included.
-  static constexpr std::size_t kMaximumHead = 256 * 1024;
+  static constexpr std::size_t kMaximumHead = std::size_t{256} * 1024;
   /// Most bytes of a body, after decompression.
   static constexpr std::size_t kMaximumBody = std::size_t{1} << 30;
 

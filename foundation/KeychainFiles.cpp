@@ -50,6 +50,7 @@ int givePassphrase(char* out, int size, int /*forWriting*/, void* context) {
   if (!*passphrase) return 0;
   const std::string& text = (*passphrase)->text();
   if (size < 0 || text.size() > static_cast<std::size_t>(size)) return -1;
+  // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the length is returned
   std::memcpy(out, text.data(), text.size());
   return static_cast<int>(text.size());
 }

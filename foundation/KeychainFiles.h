@@ -16,7 +16,7 @@ namespace foundation {
 inline constexpr std::string_view kKeychainErrorDomain = "KeychainErrorDomain";
 
 /// Files above this size are not key files, whatever their name says.
-inline constexpr std::uintmax_t kMaximumKeychainFileSize = 16 * 1024 * 1024;
+inline constexpr std::uintmax_t kMaximumKeychainFileSize = std::uintmax_t{16} << 20;
 
 /// What one file holds, in its order.
 struct KeychainContents {

@@ -72,6 +72,7 @@ struct MappingWatches {
 
   static bool replaceWithZeros(std::uintptr_t address, std::uintptr_t end) {
     const std::uintptr_t page = address & ~(pageSize - 1);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel tells the place as a number
     void* const start = reinterpret_cast<void*>(page);
     return ::mmap(start, end - page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) !=
            MAP_FAILED;

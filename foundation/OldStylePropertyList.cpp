@@ -118,9 +118,8 @@ bool Parser::skipBlanks() {
     } else if (text_.substr(position_).starts_with("\u2028") ||
                text_.substr(position_).starts_with("\u2029")) {
       position_ += 3;
-    } else if (c != '/' || position_ + 1 == text_.size()) {
-      return true;
-    } else if (text_[position_ + 1] != '/' && text_[position_ + 1] != '*') {
+    } else if (c != '/' || position_ + 1 == text_.size() ||
+               (text_[position_ + 1] != '/' && text_[position_ + 1] != '*')) {
       return true;
     } else if (!skipComment()) {
       return false;

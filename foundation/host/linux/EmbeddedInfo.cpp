@@ -1,10 +1,12 @@
 #include "foundation/host/Host.h"
 
 // The linker defines these two around a section of this name, where the executable has one.
+// NOLINTBEGIN(bugprone-reserved-identifier): their names are the linker's
 extern "C" {
 extern const std::byte __start_info_plist[] __attribute__((weak));
 extern const std::byte __stop_info_plist[] __attribute__((weak));
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace foundation::host {
 
