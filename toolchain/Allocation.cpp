@@ -47,7 +47,7 @@ Result<SliceLayout> layOutSlice(const Image& image, const Slice& slice,
 }
 
 Result<> allocate(const Image& image, const AllocateOptions& options) {
-  if (const auto checked = checkRooms(image, options.rooms); !checked) return checked;
+  if (auto checked = checkRooms(image, options.rooms); !checked) return checked;
   std::vector<SliceLayout> slices;
   for (const Slice& slice : image.slices()) {
     auto layout = layOutSlice(image, slice, options);
@@ -60,10 +60,10 @@ Result<> allocate(const Image& image, const AllocateOptions& options) {
   const auto written = replacement.prepare(options.output, fileSize(*file), options.input);
   if (!written) return written.error();
   for (const FilePart& part : codeParts(*file)) {
-    if (const auto done = written->write(part.offset, part.content); !done) return done;
+    if (auto done = written->write(part.offset, part.content); !done) return done;
   }
-  if (const auto done = written->flush(); !done) return done;
-  const auto committed = replacement.commit({options.output});
+  if (auto done = written->flush(); !done) return done;
+  auto committed = replacement.commit({options.output});
   if (committed) replacement.finish();
   return committed;
 }

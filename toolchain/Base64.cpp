@@ -42,6 +42,7 @@ bool decodeBase64(std::string_view text, std::span<std::byte> out) {
     std::uint32_t group = 0;
     for (std::size_t digit = 0; digit < 4; ++digit) {
       const char c = text[i * 4 + digit];
+      // NOLINTNEXTLINE(bugprone-signed-char-misuse): no character but a number, below 0 for none
       const int value = kValues[static_cast<unsigned char>(c)];
       if (digit > left ? c != '=' : value < 0) return false;
       group = group << 6 | (digit > left ? 0U : static_cast<std::uint32_t>(value));

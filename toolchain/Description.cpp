@@ -24,9 +24,9 @@ std::string number(std::uint64_t value) { return std::to_string(value); }
 std::string formatText(const SignedCode& code) {
   std::vector<std::string> architectures;
   for (const auto& slice : code.opened.image.slices()) architectures.push_back(slice.architecture);
-  const std::string file = std::string("Mach-O ") +
-                           (code.opened.image.isUniversal() ? "universal" : "thin") + " (" +
-                           foundation::joined(architectures, " ") + ")";
+  std::string file = std::string("Mach-O ") +
+                     (code.opened.image.isUniversal() ? "universal" : "thin") + " (" +
+                     foundation::joined(architectures, " ") + ")";
   if (!code.code.isBundle()) return file;
   const bool isApp = code.code.path.extension() == ".app";
   return std::string(isApp ? "app bundle" : "bundle") + " with " + file;
