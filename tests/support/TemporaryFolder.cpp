@@ -1,11 +1,11 @@
 #include "tests/support/TemporaryFolder.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <system_error>
+
+#include <gtest/gtest.h>
 
 namespace test {
 
