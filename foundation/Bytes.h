@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -28,6 +29,11 @@ requires std::is_trivially_copyable_v<T> std::optional<T> readAt(Bytes data, std
   T value;
   std::memcpy(&value, window->data(), sizeof value);
   return value;
+}
+
+/// True of no bytes at all, too.
+inline bool isZero(Bytes bytes) {
+  return std::all_of(bytes.begin(), bytes.end(), [](std::byte b) { return b == std::byte{0}; });
 }
 
 inline Bytes bytesOf(std::string_view text) {

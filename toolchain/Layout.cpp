@@ -22,13 +22,9 @@ std::uint64_t roundedUp(std::uint64_t value, std::uint64_t to) {
   return (value + to - 1) / to * to;
 }
 
-bool isZero(Bytes bytes) {
-  return std::all_of(bytes.begin(), bytes.end(), [](std::byte b) { return b == std::byte{0}; });
-}
-
 /// True when nothing but a few zero bytes lies behind `end`.
 bool endsSlice(Bytes slice, std::uint64_t end) {
-  return slice.size() - end <= kMaximumTail && isZero(slice.subspan(end));
+  return slice.size() - end <= kMaximumTail && foundation::isZero(slice.subspan(end));
 }
 
 template <class Record>

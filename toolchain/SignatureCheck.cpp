@@ -38,10 +38,6 @@ foundation::Error invalid(const foundation::Error& error) {
   return invalid(error.localizedDescription());
 }
 
-bool isZero(Bytes bytes) {
-  return std::all_of(bytes.begin(), bytes.end(), [](std::byte b) { return b == std::byte{0}; });
-}
-
 bool isEqual(Bytes a, Bytes b) { return foundation::textOf(a) == foundation::textOf(b); }
 
 std::string named(const CodeDirectory& directory) {
@@ -156,7 +152,7 @@ Result<> checkSpecialSlot(const CodeDirectory& directory, std::uint32_t number,
                           const std::optional<Bytes>& content, Fault fault,
                           const std::string& what) {
   const Bytes stored = directory.specialHash(number);
-  const bool isUsed = !isZero(stored);
+  const bool isUsed = !foundation::isZero(stored);
   if (!isUsed && !content) return {};
   if (!content)
     return faultError(fault, named(directory) + " covers " + what + ", which is not there");

@@ -42,17 +42,13 @@ Complaint complaint(Fault fault, std::string detail = {}, std::string architectu
   return {kFailed, std::string(reason(fault)), std::move(detail), std::move(architecture), {}, {}};
 }
 
-bool isZero(Bytes bytes) {
-  return std::all_of(bytes.begin(), bytes.end(), [](std::byte b) { return b == std::byte{0}; });
-}
-
 /// Nothing lies where no hash covers it: behind a slice's signature, or between slices.
 std::optional<Complaint> checkCoverage(const Image& image) {
   std::vector<Extent> extents;
   for (const auto& slice : image.slices()) {
     const auto& data = slice.signature->data;
     const Bytes tail = image.bytesOf(slice).subspan(data.offset + data.size);
-    if (tail.size() > kMaximumTail || !isZero(tail)) {
+    if (tail.size() > kMaximumTail || !foundation::isZero(tail)) {
       return complaint(Fault::strictValidation,
                        std::to_string(tail.size()) + " bytes lie behind the signature",
                        slice.architecture);
@@ -65,7 +61,7 @@ std::optional<Complaint> checkCoverage(const Image& image) {
   std::uint64_t end = image.tableEnd();
   extents.push_back({image.file().size(), 0});
   for (const auto& next : extents) {
-    if (next.offset > end && !isZero(image.file().subspan(end, next.offset - end))) {
+    if (next.offset > end && !foundation::isZero(image.file().subspan(end, next.offset - end))) {
       return complaint(Fault::strictValidation,
                        "bytes lie outside any slice behind offset " + std::to_string(end));
     }
@@ -80,7 +76,7 @@ std::optional<Bytes> embeddedInfoPlist(const Image& image, const Slice& slice) {
   const auto signature = SuperBlob::parse(image.signatureArea(slice), magic::kEmbeddedSignature);
   const auto directories = signature ? codeDirectories(*signature)
                                      : Result<std::vector<CodeDirectory>>(signature.error());
-  if (!directories || isZero(directories->front().specialHash(slot::kInfoPlist))) {
+  if (!directories || foundation::isZero(directories->front().specialHash(slot::kInfoPlist))) {
     return std::nullopt;
   }
   return foundation::slice(image.bytesOf(slice), slice.embeddedInfoPlist->offset,
