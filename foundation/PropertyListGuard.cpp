@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "foundation/DictionaryFilling.h"
 #include "foundation/Format.h"
 #include "foundation/PropertyList.h"
 
@@ -82,6 +83,7 @@ class XMLScanner {
     const bool isEmpty = !isClosing && text_[end - 1] == '/';
     if (!isEmpty && !(isClosing ? close(name) : open(name))) return false;
     position_ = end + 1;
+    if (!isClosing) contentStart_ = position_;
     isDone_ = open_.empty();
     return true;
   }
@@ -103,6 +105,7 @@ class XMLScanner {
       return fail(format("nested deeper than %d levels", kMaximumDepth));
     }
     open_.push_back(name);
+    if (name == "dict") keys_.emplace_back();
     return true;
   }
 
@@ -111,14 +114,34 @@ class XMLScanner {
       return fail(format("</%@> closes nothing that is open here", name.substr(0, 32)));
     }
     open_.pop_back();
-    return true;
+    if (name == "key" && !open_.empty() && open_.back() == "dict") {
+      keys_.back().push_back(text_.substr(contentStart_, position_ - contentStart_));
+    }
+    return name != "dict" || closeDictionary();
+  }
+
+  bool closeDictionary() {
+    // As quick as many small ones of the same size together; a table is made for more only.
+    constexpr std::size_t kAlwaysAllowedKeys = 250;
+    constexpr std::uint64_t kAlwaysAllowedSteps = 2'000'000;
+    const std::vector<std::string_view> keys = std::move(keys_.back());
+    keys_.pop_back();
+    if (keys.size() > kAlwaysAllowedKeys) steps_ += stepsToFillDictionary(keys);
+    if (steps_ <= kAlwaysAllowedSteps + text_.size()) return true;
+    return fail(format("the %llu keys of a dictionary are too many, repeated or too much alike",
+                       std::uint64_t{keys.size()}));
   }
 
   std::string_view text_;
   std::size_t position_ = 0;
+  /// Behind the tag that was opened last.
+  std::size_t contentStart_ = 0;
   std::uint64_t moves_ = 0;
+  std::uint64_t steps_ = 0;
   bool isDone_ = false;
   std::vector<std::string_view> open_;
+  /// Of each dictionary that is open, as they stand in the text.
+  std::vector<std::vector<std::string_view>> keys_;
   std::optional<Error> error_;
 };
 

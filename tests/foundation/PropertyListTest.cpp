@@ -187,6 +187,44 @@ TEST(PropertyList, RefusesDamagedXML) {
   EXPECT_TRUE(read(nested(512)));
 }
 
+/// A dictionary of the numbers below `count`, each made a key.
+template <class Key>
+std::string dictionaryOf(unsigned count, Key key) {
+  std::string text = "<dict>";
+  for (unsigned i = 0; i < count; ++i) text += "<key>" + key(i) + "</key><true/>";
+  return plist(text + "</dict>");
+}
+
+/// One of 65,536 texts that libplist's table keeps in one row.
+std::string alike(unsigned number) {
+  std::string key;
+  for (int bit = 0; bit < 16; ++bit) key += number >> bit & 1 ? "BA" : "Ab";
+  return key;
+}
+
+TEST(PropertyList, RefusesDictionariesThatTakeTooLongToFill) {
+  const auto resource = [](unsigned i) {
+    return "Assets/picture" + std::to_string(i) + "&amp;.png";
+  };
+  const auto big = read(dictionaryOf(100'000, resource));
+  ASSERT_TRUE(big) << big.error().localizedDescription();
+  EXPECT_EQ(big->dictionary()->size(), 100'000U);
+  EXPECT_TRUE(big->find("Assets/picture99999&.png"));
+  const std::pair<const char*, std::string> cases[] = {
+      {"400000", dictionaryOf(400'000, [](unsigned i) { return std::to_string(i); })},
+      {"3000", dictionaryOf(3000, alike)},
+      {"3000", dictionaryOf(3000, [](unsigned i) { return "&#x41;<![CDATA[b]]>" + alike(i); })},
+      {"4000", dictionaryOf(4000, [](unsigned i) { return std::to_string(i % 2000); })},
+  };
+  for (const auto& [count, text] : cases) {
+    const auto value = read(text);
+    ASSERT_FALSE(value) << count;
+    EXPECT_EQ(value.error().localizedDescription(),
+              "XML property list, line 2: the " + std::string(count) +
+                  " keys of a dictionary are too many, repeated or too much alike");
+  }
+}
+
 TEST(PropertyList, ReadsEveryBinaryKind) {
   const BinaryList list{{
       "\xac\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0a\x0b\x0c",
