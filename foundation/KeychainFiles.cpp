@@ -9,6 +9,7 @@
 #include <openssl/pem.h>
 
 #include "foundation/FileManager.h"
+#include "foundation/KeyRounds.h"
 #include "foundation/OpenSSL.h"
 #include "foundation/SystemLog.h"
 #include "foundation/Text.h"
@@ -58,8 +59,10 @@ int givePassphrase(char* out, int size, int /*forWriting*/, void* context) {
 Error blockError(const Block& block, std::size_t number, std::string_view problem) {
   return makeError(kKeychainErrorDomain, -1,
                    "block " + std::to_string(number) + " (" + std::string(block.label) + ") " +
-                       std::string(problem) + ": " + OpenSSLErrorScope::reason());
+                       std::string(problem));
 }
+
+std::string withReason(std::string problem) { return problem + ": " + OpenSSLErrorScope::reason(); }
 
 bool isCertificateLabel(std::string_view label) {
   return label == "CERTIFICATE" || label == "X509 CERTIFICATE" || label == "TRUSTED CERTIFICATE";
@@ -71,19 +74,44 @@ EVP_PKEY* inDefaultLibrary(const EVP_PKEY* key) {
   return encoded ? EVP_PKCS82PKEY(encoded.get()) : nullptr;
 }
 
+void freePEM(void* part) { OPENSSL_free(part); }
+
+/// False when the key in the block takes too many rounds, whatever its label says of it.
+bool addRounds(const Block& block, KeyRounds& rounds) {
+  const BIOHandle reader = memoryReader(bytesOf(block.text));
+  char* name = nullptr;
+  char* header = nullptr;
+  unsigned char* content = nullptr;
+  long size = 0;
+  if (PEM_read_bio(reader.get(), &name, &header, &content, &size) != 1) return true;
+  const Handle<char, freePEM> nameOwner(name);
+  const Handle<char, freePEM> headerOwner(header);
+  const Handle<unsigned char, freePEM> contentOwner(content);
+  const unsigned char* position = content;
+  const Handle<X509_SIG, X509_SIG_free> key(d2i_X509_SIG(nullptr, &position, size));
+  if (!key) return true;
+  const X509_ALGOR* algorithm = nullptr;
+  X509_SIG_get0(key.get(), &algorithm, nullptr);
+  return rounds.add(algorithm);
+}
+
 Result<> addBlock(const Block& block, std::size_t number,
-                  const std::optional<Passphrase>& passphrase, KeychainContents& contents) {
+                  const std::optional<Passphrase>& passphrase, KeyRounds& rounds,
+                  KeychainContents& contents) {
   const BIOHandle reader = memoryReader(bytesOf(block.text));
   void* context = const_cast<std::optional<Passphrase>*>(&passphrase);
   if (isCertificateLabel(block.label)) {
     X509* certificate = PEM_read_bio_X509_AUX(reader.get(), nullptr, givePassphrase, context);
-    if (!certificate) return blockError(block, number, "is no certificate");
+    if (!certificate) return blockError(block, number, withReason("is no certificate"));
     contents.certificates.push_back(Certificate::adopt(certificate));
   } else if (block.label.ends_with("PRIVATE KEY")) {
+    if (!addRounds(block, rounds)) {
+      return blockError(block, number, rounds.error()->localizedDescription());
+    }
     const PKeyHandle decoded(PEM_read_bio_PrivateKey_ex(reader.get(), nullptr, givePassphrase,
                                                         context, legacyLibrary(), nullptr));
     EVP_PKEY* key = decoded ? inDefaultLibrary(decoded.get()) : nullptr;
-    if (!key) return blockError(block, number, "cannot be read as a private key");
+    if (!key) return blockError(block, number, withReason("cannot be read as a private key"));
     contents.keys.push_back(PrivateKey::adopt(key));
   }
   return {};
@@ -161,9 +189,10 @@ Result<KeychainContents> readPEM(std::string_view text,
                                  const std::optional<Passphrase>& passphrase) {
   const OpenSSLErrorScope errors;
   KeychainContents contents;
+  KeyRounds rounds;
   std::size_t number = 0;
   while (const auto block = takeBlock(text)) {
-    const auto added = addBlock(*block, ++number, passphrase, contents);
+    const auto added = addBlock(*block, ++number, passphrase, rounds, contents);
     if (!added) return added.error();
   }
   return contents;

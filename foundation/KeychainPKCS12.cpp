@@ -1,6 +1,7 @@
 #include <openssl/objects.h>
 #include <openssl/provider.h>
 
+#include "foundation/KeyRounds.h"
 #include "foundation/KeychainFiles.h"
 #include "foundation/OpenSSL.h"
 
@@ -19,8 +20,6 @@ using BagsHandle = Handle<STACK_OF(PKCS12_SAFEBAG), freeBags>;
 
 /// Bags may hold bags; no writer nests them deeper than this.
 constexpr int kMaximumNesting = 8;
-/// An integrity check with more rounds than this would take minutes.
-constexpr long kMaximumIterations = 10'000'000;
 
 /// A passphrase as the library takes it: a null pointer is "none", which is not an empty one.
 struct PassphraseView {
@@ -34,9 +33,11 @@ PassphraseView viewOf(const Passphrase& passphrase) {
 
 class BagReader {
  public:
-  explicit BagReader(PassphraseView passphrase) : passphrase_(passphrase) {}
+  BagReader(PassphraseView passphrase, KeyRounds& rounds)
+      : passphrase_(passphrase), rounds_(rounds) {}
 
-  /// False, with the library's error left in the queue, when any bag cannot be read.
+  /// False, with the library's error left in the queue or one in the rounds, when any bag cannot be
+  /// read.
   bool read(const STACK_OF(PKCS12_SAFEBAG) * bags, int depth);
   KeychainContents contents;
 
@@ -47,6 +48,7 @@ class BagReader {
   bool addCertificate(const PKCS12_SAFEBAG* bag);
 
   PassphraseView passphrase_;
+  KeyRounds& rounds_;
 };
 
 bool BagReader::read(const STACK_OF(PKCS12_SAFEBAG) * bags, int depth) {
@@ -79,6 +81,9 @@ bool BagReader::addKey(const PKCS8_PRIV_KEY_INFO* encoded) {
 }
 
 bool BagReader::addEncryptedKey(const PKCS12_SAFEBAG* bag) {
+  const X509_ALGOR* algorithm = nullptr;
+  X509_SIG_get0(PKCS12_SAFEBAG_get0_pkcs8(bag), &algorithm, nullptr);
+  if (!rounds_.add(algorithm)) return false;
   const PKCS8Handle encoded(
       PKCS12_decrypt_skey_ex(bag, passphrase_.text, passphrase_.size, legacyLibrary(), nullptr));
   return addKey(encoded.get());
@@ -91,30 +96,32 @@ bool BagReader::addCertificate(const PKCS12_SAFEBAG* bag) {
 }
 
 /// The bags of one content: plain, or encrypted with the passphrase. Empty for a damaged one.
-BagsHandle bagsOf(PKCS7* content, PassphraseView passphrase) {
+BagsHandle bagsOf(PKCS7* content, PassphraseView passphrase, KeyRounds& rounds) {
   if (PKCS7_type_is_data(content)) return BagsHandle(PKCS12_unpack_p7data(content));
   if (!PKCS7_type_is_encrypted(content)) return nullptr;
+  const PKCS7_ENCRYPT* encrypted = content->d.encrypted;
+  if (!encrypted || !rounds.add(encrypted->enc_data->algorithm)) return nullptr;
   return BagsHandle(PKCS12_unpack_p7encdata(content, passphrase.text, passphrase.size));
 }
 
-bool hasTooManyIterations(const PKCS12* file) {
+bool isWhole(PKCS12* file, PassphraseView passphrase, KeyRounds& rounds) {
+  if (!PKCS12_mac_present(file)) return true;
   const ASN1_INTEGER* iterations = nullptr;
   PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, file);
-  if (!iterations) return false;
-  const long count = ASN1_INTEGER_get(iterations);
-  return count < 0 || count > kMaximumIterations;
+  // An absent number stands for one.
+  if (iterations && !rounds.add(iterations)) return false;
+  return PKCS12_verify_mac(file, passphrase.text, passphrase.size) == 1;
 }
 
-/// Absent when the passphrase is not the right one, or the file is damaged.
-std::optional<KeychainContents> unlocked(PKCS12* file, PassphraseView passphrase) {
-  if (PKCS12_mac_present(file) && PKCS12_verify_mac(file, passphrase.text, passphrase.size) != 1) {
-    return std::nullopt;
-  }
+/// Absent when the passphrase is not the right one, the file is damaged, or has too many rounds.
+std::optional<KeychainContents> unlocked(PKCS12* file, PassphraseView passphrase,
+                                         KeyRounds& rounds) {
+  if (!isWhole(file, passphrase, rounds)) return std::nullopt;
   const ContentsHandle contents(PKCS12_unpack_authsafes(file));
   if (!contents) return std::nullopt;
-  BagReader reader(passphrase);
+  BagReader reader(passphrase, rounds);
   for (int i = 0; i < sk_PKCS7_num(contents.get()); ++i) {
-    const BagsHandle bags = bagsOf(sk_PKCS7_value(contents.get(), i), passphrase);
+    const BagsHandle bags = bagsOf(sk_PKCS7_value(contents.get(), i), passphrase, rounds);
     if (!bags || !reader.read(bags.get(), 0)) return std::nullopt;
   }
   return std::move(reader.contents);
@@ -150,17 +157,13 @@ Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>
     return makeError(kKeychainErrorDomain, -1,
                      "not a PKCS #12 file: " + OpenSSLErrorScope::reason());
   }
-  if (hasTooManyIterations(file.get())) {
-    return makeError(kKeychainErrorDomain, -1, "its integrity check asks for too many rounds");
+  std::vector<PassphraseView> tries{{}, {"", 0}};
+  if (passphrase) tries = {viewOf(*passphrase)};
+  for (const PassphraseView tried : tries) {
+    KeyRounds rounds;
+    if (auto contents = unlocked(file.get(), tried, rounds)) return *std::move(contents);
+    if (rounds.error()) return *rounds.error();
   }
-  std::optional<KeychainContents> contents;
-  if (passphrase) {
-    contents = unlocked(file.get(), viewOf(*passphrase));
-  } else {
-    contents = unlocked(file.get(), {});
-    if (!contents) contents = unlocked(file.get(), {"", 0});
-  }
-  if (contents) return std::move(*contents);
   const std::string with =
       passphrase ? "the passphrase in the .password file beside it" : "no passphrase";
   return makeError(kKeychainErrorDomain, -1,

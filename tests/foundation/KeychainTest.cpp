@@ -161,6 +161,21 @@ TEST_F(KeychainTest, DamagedFilesAreErrorsThatNameThem) {
   EXPECT_FALSE(Keychain::open(folder_ / "missing.pem"));
 }
 
+TEST_F(KeychainTest, FilesThatAskForTooManyRoundsAreRefused) {
+  using test::SlowPart;
+  for (const auto part : {SlowPart::integrityCheck, SlowPart::contents, SlowPart::key,
+                          SlowPart::keyByScrypt, SlowPart::keyInPEM}) {
+    const auto complaintOf = [&](std::uint64_t rounds) {
+      const auto opened = Keychain::open(write("slow", test::makeSlowKeyFile(part, rounds)));
+      return opened ? "" : opened.error().localizedDescription();
+    };
+    EXPECT_THAT(complaintOf(10'002'432),
+                testing::MatchesRegex(".*/slow: .*asks for 10002432 rounds of encryption; "
+                                      "at most 10000000 are done for one file"));
+    EXPECT_THAT(complaintOf(8192), Not(HasSubstr("rounds")));
+  }
+}
+
 TEST_F(KeychainTest, FileTooLargeForAKeyIsRefusedUnread) {
   const auto path = write("large.pem", family_.pem());
   fs::resize_file(path, 16 * 1024 * 1024 + 1);

@@ -100,6 +100,12 @@ foundation::Data makePKCS12(const MadeIdentity& identity,
                             const std::vector<MadeIdentity>& others = {},
                             const PKCS12Options& options = {});
 
+/// What asks for rounds of encryption in a key file.
+enum class SlowPart { integrityCheck, contents, key, keyByScrypt, keyInPEM };
+/// A key file without a readable key, of which one part asks for `rounds`, and nothing else for
+/// any.
+std::string makeSlowKeyFile(SlowPart part, std::uint64_t rounds);
+
 /// What a provisioning profile says. Every member can be changed in `dictionary()` afterwards.
 struct ProfileOptions {
   std::string name = "Example Distribution";
