@@ -12,10 +12,6 @@ std::string plist(const std::string& pairs) {
          "</dict></plist>\n";
 }
 
-std::string executableKey(const std::string& name) {
-  return "<key>CFBundleExecutable</key><string>" + name + "</string>";
-}
-
 TEST(Bundle, AnyFolderOpensAndNothingElse) {
   const test::TemporaryFolder folder;
   folder.write("file", "x");
@@ -31,53 +27,54 @@ TEST(Bundle, AnyFolderOpensAndNothingElse) {
 
 TEST(Bundle, ReadsItsInfoOnceFromEitherPlace) {
   const test::TemporaryFolder folder;
-  const auto identifier = [](const std::string& text) {
-    return plist("<key>CFBundleIdentifier</key><string>" + text + "</string>");
+  const auto identifier = [](const std::string& value) {
+    return plist("<key>CFBundleIdentifier</key>" + value);
   };
-  folder.write("Deep.app/Contents/Info.plist", identifier("deep"));
-  folder.write("Flat.app/Info.plist", identifier("flat"));
-  folder.write("Flat.app/Contents/Info.plist", identifier("deep"));
-  folder.write("Number.app/Info.plist", plist("<key>CFBundleIdentifier</key><integer>4</integer>"));
-  EXPECT_EQ(Bundle::bundleWithPath((folder / "Deep.app").string())->bundleIdentifier(), "deep");
-  const auto flat = Bundle::bundleWithPath((folder / "Flat.app").string());
-  folder.write("Flat.app/Info.plist", identifier("changed"));
+  const auto open = [&](const char* name) {
+    return Bundle::bundleWithPath((folder / name).string());
+  };
+  folder.write("App.app/Contents/Info.plist", identifier("<string>deep</string>"));
+  EXPECT_EQ(open("App.app")->bundleIdentifier(), "deep");
+  folder.write("App.app/Info.plist", identifier("<string>flat</string>"));
+  const auto flat = open("App.app");
+  folder.write("App.app/Info.plist", identifier("<integer>4</integer>"));
   EXPECT_EQ(flat->bundleIdentifier(), "flat");
-  const auto number = Bundle::bundleWithPath((folder / "Number.app").string());
-  EXPECT_EQ(number->bundleIdentifier(), std::nullopt);
-  EXPECT_EQ(*number->objectForInfoDictionaryKey("CFBundleIdentifier"), foundation::Value(4));
+  EXPECT_EQ(open("App.app")->bundleIdentifier(), std::nullopt);
+  EXPECT_EQ(*open("App.app")->objectForInfoDictionaryKey("CFBundleIdentifier"),
+            foundation::Value(4));
 }
 
 TEST(Bundle, FindsItsExecutable) {
   const struct {
     const char* name;
-    std::string info;
+    const char* executable;  // in the Info.plist; null for none
     const char* file;
     const char* expected;  // below the bundle; null for none
   } cases[] = {
-      {"named", plist(executableKey("tool")), "tool", "tool"},
-      {"named, not there", plist(executableKey("tool")), "other", nullptr},
-      {"named like a folder", plist(executableKey("sub")), "sub/file", nullptr},
-      {"named after the folder", plist(""), "My App", "My App"},
-      {"no Info.plist", "", "My App", "My App"},
-      {"empty name", plist(executableKey("")), "My App", nullptr},
-      {"climbs out", plist(executableKey("../My App.app/tool")), "tool", nullptr},
-      {"absolute stays inside", plist(executableKey("/bin/ls")), "tool", nullptr},
-      {"deep layout", plist(executableKey("tool")), "Contents/MacOS/tool", "Contents/MacOS/tool"},
+      {"named", "tool", "tool", "tool"},
+      {"named, not there", "tool", "other", nullptr},
+      {"named like a folder", "sub", "sub/file", nullptr},
+      {"named after the folder", nullptr, "My App", "My App"},
+      {"empty name", "", "My App", nullptr},
+      {"climbs out", "../My App.app/tool", "tool", nullptr},
+      {"absolute stays inside", "/bin/ls", "tool", nullptr},
+      {"deep layout", "tool", "Contents/MacOS/tool", "Contents/MacOS/tool"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const test::TemporaryFolder folder;
-    if (!c.info.empty()) folder.write("My App.app/Info.plist", c.info);
-    folder.write(std::string("My App.app/") + c.file, "x");
-    const auto bundle = Bundle::bundleWithPath((folder / "My App.app").string());
-    ASSERT_TRUE(bundle);
-    if (c.expected) {
-      EXPECT_EQ(bundle->executablePath(), (folder / "My App.app" / c.expected).string());
-      EXPECT_EQ(bundle->executableURL()->path(), (folder / "My App.app" / c.expected).string());
-    } else {
-      EXPECT_EQ(bundle->executablePath(), std::nullopt);
-      EXPECT_EQ(bundle->executableURL(), std::nullopt);
+    const std::string app = folder / "My App.app";
+    const std::string key = "<key>CFBundleExecutable</key>";
+    if (c.executable) {
+      folder.write(app + "/Info.plist", plist(key + "<string>" + c.executable + "</string>"));
     }
+    folder.write(app + "/" + c.file, "x");
+    const auto bundle = Bundle::bundleWithPath(app);
+    ASSERT_TRUE(bundle);
+    const auto expected = c.expected ? std::optional(app + "/" + c.expected) : std::nullopt;
+    EXPECT_EQ(bundle->executablePath(), expected);
+    const auto url = bundle->executableURL();
+    EXPECT_EQ(url ? std::optional(url->path()) : std::nullopt, expected);
   }
 }
 

@@ -1,12 +1,9 @@
 #include <gtest/gtest.h>
-#include <openssl/bn.h>
-#include <openssl/core_names.h>
 #include <openssl/ec.h>
 #include <openssl/evp.h>
-#include <openssl/obj_mac.h>
-#include <openssl/param_build.h>
 #include <openssl/rsa.h>
 
+#include "foundation/DER.h"
 #include "foundation/DeterministicSignature.h"
 #include "foundation/Handle.h"
 #include "foundation/Text.h"
@@ -15,40 +12,26 @@ namespace {
 
 using namespace foundation;
 using Key = Handle<EVP_PKEY, EVP_PKEY_free>;
-using KeyContext = Handle<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
-using Number = Handle<BIGNUM, BN_free>;
-using Group = Handle<EC_GROUP, EC_GROUP_free>;
-using Point = Handle<EC_POINT, EC_POINT_free>;
-using Builder = Handle<OSSL_PARAM_BLD, OSSL_PARAM_BLD_free>;
-using Parameters = Handle<OSSL_PARAM, OSSL_PARAM_free>;
 
-/// A P-256 key from its private number in hexadecimal.
-Key keyFrom(const char* hex) {
-  BIGNUM* raw = nullptr;
-  EXPECT_GT(BN_hex2bn(&raw, hex), 0);
-  const Number secret(raw);
-  const Group group(EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1));
-  const Point point(EC_POINT_new(group.get()));
-  EXPECT_EQ(EC_POINT_mul(group.get(), point.get(), secret.get(), nullptr, nullptr, nullptr), 1);
-  unsigned char open[65];
-  EXPECT_EQ(EC_POINT_point2oct(group.get(), point.get(), POINT_CONVERSION_UNCOMPRESSED, open,
-                               sizeof open, nullptr),
-            sizeof open);
-  const Builder builder(OSSL_PARAM_BLD_new());
-  OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_GROUP_NAME, "prime256v1", 0);
-  OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_PRIV_KEY, secret.get());
-  OSSL_PARAM_BLD_push_octet_string(builder.get(), OSSL_PKEY_PARAM_PUB_KEY, open, sizeof open);
-  const Parameters parameters(OSSL_PARAM_BLD_to_param(builder.get()));
-  const KeyContext context(EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr));
-  EVP_PKEY* key = nullptr;
-  EXPECT_EQ(EVP_PKEY_fromdata_init(context.get()), 1);
-  EXPECT_EQ(EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_KEYPAIR, parameters.get()), 1);
-  return Key(key);
+/// The P-256 key of the examples in RFC 6979, appendix A.2.5.
+Key exampleKey() {
+  constexpr unsigned char kNumber[] = {0xC9, 0xAF, 0xA9, 0xD8, 0x45, 0xBA, 0x75, 0x16,
+                                       0x6B, 0x5C, 0x21, 0x57, 0x67, 0xB1, 0xD6, 0x93,
+                                       0x4E, 0x50, 0xC3, 0xDB, 0x36, 0xE8, 0x9B, 0x12,
+                                       0x7B, 0x8A, 0x62, 0x2B, 0x12, 0x0F, 0x67, 0x21};
+  const std::string der =
+      DER::element(DER::kSequence,
+                   "\x02\x01\x01" +
+                       DER::element(DER::kOctetString,
+                                    {reinterpret_cast<const char*>(kNumber), sizeof kNumber}) +
+                       DER::element(DER::kContext0, DER::objectIdentifier("1.2.840.10045.3.1.7")));
+  const auto* at = reinterpret_cast<const unsigned char*>(der.data());
+  return Key(d2i_PrivateKey(EVP_PKEY_EC, nullptr, &at, static_cast<long>(der.size())));
 }
 
-// RFC 6979, appendix A.2.5.
 TEST(DeterministicSignature, GivesThePublishedNumbers) {
-  const Key key = keyFrom("C9AFA9D845BA75166B5C215767B1D6934E50C3DB36E89B127B8A622B120F6721");
+  const Key key = exampleKey();
+  ASSERT_TRUE(key);
   struct Case {
     std::string_view message;
     std::string r;

@@ -16,7 +16,7 @@ using Token = NotificationCenter::Token;
 
 NotificationCenter& center() { return NotificationCenter::defaultCenter(); }
 
-TEST(NotificationCenterTest, CallsTheObserversOfANameInOrderOnThePostingThread) {
+TEST(NotificationCenterTest, CallsTheObserversOfANameInOrder) {
   std::vector<std::string> seen;
   const auto observe = [&](const std::string& who) {
     return center().addObserver("Name", [&seen, who](const Notification& notification) {

@@ -38,14 +38,12 @@ TEST(SystemLog, IsKeptBackWhileHeld) {
 }
 
 TEST(SystemLog, StampsAreInLocalTimeWithThreeDigits) {
-  const auto stamp = [](const char* zone, std::int64_t microseconds) {
-    const test::ScopedEnvironment environment("TZ", zone);
+  const test::ScopedEnvironment environment("TZ", "XYZ-5:30");
+  const auto stamp = [](std::int64_t microseconds) {
     return localTimeStamp(Date(std::chrono::microseconds(microseconds)));
   };
-  EXPECT_EQ(stamp("UTC0", 0), "1970-01-01 00:00:00.000");
-  EXPECT_EQ(stamp("UTC0", -1), "1969-12-31 23:59:59.999");
-  EXPECT_EQ(stamp("UTC0", 1'425'211'200'007'999), "2015-03-01 12:00:00.007");
-  EXPECT_EQ(stamp("XYZ-5:30", 1'425'211'200'050'000), "2015-03-01 17:30:00.050");
+  EXPECT_EQ(stamp(-1), "1970-01-01 05:29:59.999");
+  EXPECT_EQ(stamp(1'425'211'200'057'999), "2015-03-01 17:30:00.057");
 }
 
 }  // namespace
