@@ -95,7 +95,7 @@ int QVTAppInfo::prepBinary() {
 /// A link that leads out of the app would put somebody else's file into it.
 bool QVTAppInfo::isInsideApp(const std::string& path) const {
   const auto& app = codeSignedResource_->path();
-  return app && foundation::FileManager::isItemInsideDirectory(path, *app);
+  return app && foundation::FileManager::isUsableInsideDirectory(path, *app);
 }
 
 bool QVTAppInfo::readProfile() {

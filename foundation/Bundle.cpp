@@ -7,6 +7,7 @@
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/PropertyList.h"
+#include "foundation/SystemLog.h"
 #include "foundation/Text.h"
 #include "foundation/host/Host.h"
 
@@ -29,7 +30,7 @@ bool isOfTheMachine(long error) {
 Dictionary infoOfBundle(const std::string& path) {
   for (const char* const name : {"Info.plist", "Contents/Info.plist"}) {
     const std::string file = appendingPathComponent(path, name);
-    if (!FileManager::isItemInsideDirectory(file, path)) continue;
+    if (!FileManager::isUsableInsideDirectory(file, path)) continue;
     const auto content = FileManager::contentsOfFile(file);
     if (!content && isOfTheMachine(content.error().code)) {
       throw Exception(content.error().localizedDescription());
@@ -80,10 +81,15 @@ std::optional<std::string> Bundle::bundleIdentifier() const {
 std::optional<std::string> Bundle::executablePath() const {
   const std::string name = stringAt(info_, "CFBundleExecutable")
                                .value_or(deletingPathExtension(lastPathComponent(path_)));
-  if (name.empty() || !staysInside(name)) return std::nullopt;
+  if (name.empty()) return std::nullopt;
+  if (!staysInside(name)) {
+    systemLogOnce("the executable " + name + " leads out of " + path_ + " and is not used");
+    return std::nullopt;
+  }
   for (const std::string& folder : {path_, appendingPathComponent(path_, "Contents/MacOS")}) {
     std::string file = appendingPathComponent(folder, name);
-    if (FileManager::isItemInsideDirectory(file, path_) && !FileManager::isDirectoryAtPath(file)) {
+    if (FileManager::isUsableInsideDirectory(file, path_) &&
+        !FileManager::isDirectoryAtPath(file)) {
       return file;
     }
   }

@@ -12,6 +12,7 @@
 #include "foundation/Handle.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
+#include "foundation/SystemLog.h"
 #include "foundation/host/Host.h"
 
 namespace foundation::FileManager {
@@ -110,6 +111,14 @@ bool isItemInsideDirectory(const fs::path& item, const fs::path& folder) {
   const fs::path inner = fs::canonical(item, failed);
   if (failed) return false;
   return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
+bool isUsableInsideDirectory(const fs::path& item, const fs::path& folder) {
+  if (isItemInsideDirectory(item, folder)) return true;
+  if (fileExistsAtPath(item)) {
+    systemLogOnce(item.string() + " leads out of " + folder.string() + " and is not used");
+  }
+  return false;
 }
 
 Result<Data> contentsOfFile(const fs::path& path) {

@@ -19,6 +19,9 @@ bool isDirectoryAtPath(const std::filesystem::path& path);
 
 /// True when there is an item and, every link on the way followed, it is the folder or lies in it.
 bool isItemInsideDirectory(const std::filesystem::path& item, const std::filesystem::path& folder);
+/// The same; the system log tells once of an item that there is, but elsewhere.
+bool isUsableInsideDirectory(const std::filesystem::path& item,
+                             const std::filesystem::path& folder);
 
 /// The whole file in memory. Fails for anything but a regular file (a folder, a pipe, a device),
 /// and when memory runs out.

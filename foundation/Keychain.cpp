@@ -7,6 +7,7 @@
 #include "foundation/FileManager.h"
 #include "foundation/KeychainFiles.h"
 #include "foundation/Path.h"
+#include "foundation/SystemLog.h"
 #include "foundation/Text.h"
 
 namespace foundation {

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <mutex>
-#include <set>
 
 #include <openssl/crypto.h>
 #include <openssl/pem.h>
@@ -210,13 +208,6 @@ Result<KeychainContents> readKeychainFile(const fs::path& path) {
   }
   if (!contents->keys.empty()) warnIfReadableByOthers(path, "a private key");
   return contents;
-}
-
-void systemLogOnce(const std::string& line) {
-  static std::mutex mutex;
-  static std::set<std::string> written;
-  const std::lock_guard lock(mutex);
-  if (written.insert(line).second) systemLog("%@", line);
 }
 
 }  // namespace foundation

@@ -56,7 +56,4 @@ Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>
 Result<KeychainContents> readPEM(std::string_view text,
                                  const std::optional<Passphrase>& passphrase);
 
-/// System-log line that is written once in the life of the process, however often it is asked for.
-void systemLogOnce(const std::string& line);
-
 }  // namespace foundation

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -85,6 +86,13 @@ void systemLogText(std::string_view text) {
   }
   line += '\n';
   if (!isHeld(line)) writeToStandardError(line);
+}
+
+void systemLogOnce(const std::string& line) {
+  static std::mutex mutex;
+  static std::set<std::string> written;
+  const std::lock_guard lock(mutex);
+  if (written.insert(line).second) systemLogText(line);
 }
 
 SystemLogHold::SystemLogHold() {

@@ -16,6 +16,9 @@ void systemLog(std::string_view text, const Arguments&... arguments) {
   systemLogText(format(text, arguments...));
 }
 
+/// A line that is written once in the life of the process, however often it is asked for.
+void systemLogOnce(const std::string& line);
+
 /// While it lives, the lines of this process are kept in it instead of going to standard error: for
 /// a program whose failures are to be one line of its own. One at a time.
 class SystemLogHold {

@@ -40,7 +40,7 @@ std::shared_ptr<QVTInfoPlist> QVTInfoPlist::initWithContentsOfFile(std::string_v
 std::shared_ptr<QVTInfoPlist> QVTInfoPlist::initWithAppDirectory(std::string_view path) {
   const std::string file = appendingPathComponent(path, "Info.plist");
   // A link out of the app is as good as no file.
-  if (!foundation::FileManager::isItemInsideDirectory(file, path)) return initWithDictionary({});
+  if (!foundation::FileManager::isUsableInsideDirectory(file, path)) return initWithDictionary({});
   return initWithContentsOfFile(file);
 }
 

@@ -32,7 +32,7 @@ std::string infoPlistOf(const std::string& appPath) {
 /// Absent also for a link that leads out of the app: what is there must not get into an .ipa.
 std::optional<foundation::Dictionary> infoOf(const std::string& appPath) {
   const std::string path = infoPlistOf(appPath);
-  if (!FileManager::isItemInsideDirectory(path, appPath)) return std::nullopt;
+  if (!FileManager::isUsableInsideDirectory(path, appPath)) return std::nullopt;
   return PropertyList::dictionaryWithContentsOfFile(path);
 }
 

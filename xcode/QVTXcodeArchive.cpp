@@ -48,14 +48,14 @@ std::shared_ptr<QVTXcodeArchive> QVTXcodeArchive::initWithURL(
       appendingPathComponent(path, "Info.plist"));
   if (!info || info->empty()) return nullptr;
   const auto app = relativeAppPath(*info);
-  if (!app || !staysInside(*app)) return nullptr;
+  if (!app) return nullptr;
   const std::string appPath =
       appendingPathComponent(appendingPathComponent(path, "Products"), *app);
-  if (!foundation::FileManager::fileExistsAtPath(appPath)) return nullptr;
-  if (!foundation::FileManager::isItemInsideDirectory(appPath, path)) {
-    foundation::systemLog("%@ leads out of the archive and is not used", appPath);
+  if (!staysInside(*app)) {
+    foundation::systemLogOnce(appPath + " leads out of " + path + " and is not used");
     return nullptr;
   }
+  if (!foundation::FileManager::isUsableInsideDirectory(appPath, path)) return nullptr;
   auto archive = std::shared_ptr<QVTXcodeArchive>(new QVTXcodeArchive);
   archive->setCreationDate(foundation::dateAt(*info, "CreationDate"));
   archive->readApp(appPath);

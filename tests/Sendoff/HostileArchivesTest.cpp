@@ -139,6 +139,8 @@ struct HostileApp {
   /// The lines of the .ipa and of the archive route, each as it begins.
   std::vector<std::string> lines;
   std::vector<std::string> archiveLines;
+  /// How the path that the system log speaks of ends; nothing where the lines say it.
+  std::string refused = "";
 };
 
 void linkInto(const fs::path& app, const fs::path& outside, const char* name) {
@@ -153,28 +155,33 @@ const std::vector<HostileApp>& hostileApps() {
          replaceWithLink(app, outside / "Canary.app");
        },
        {kNotPreparedLine},
-       {"Uploading ", kArchive}},
+       {"Uploading ", kArchive},
+       "Example.app"},
       {"Info.plist is a link",
        [](const fs::path& app, const fs::path& outside) { linkInto(app, outside, "Info.plist"); },
        {kPackaging},
-       {"Uploading ", kPackaging}},
+       {"Uploading ", kPackaging},
+       "Example.app/Info.plist"},
       {"Contents is a link, and there is no Info.plist",
        [](const fs::path& app, const fs::path& outside) {
          fs::remove(app / "Info.plist");
          replaceWithLink(app / "Contents", outside / "Canary.app");
        },
        {kPackaging},
-       {"Uploading ", kPackaging}},
+       {"Uploading ", kPackaging},
+       "Example.app/Contents/Info.plist"},
       {"the profile is a link",
        [](const fs::path& app, const fs::path& outside) {
          linkInto(app, outside, "embedded.mobileprovision");
        },
        {kProfile},
-       {"Uploading ", kProfile}},
+       {"Uploading ", kProfile},
+       "Example.app/embedded.mobileprovision"},
       {"the executable is a link",
        [](const fs::path& app, const fs::path& outside) { linkInto(app, outside, "Example"); },
        upload,
-       {"Uploading ", kNoExecutable}},
+       {"Uploading ", kNoExecutable},
+       "Example.app/Example"},
       {"the executable is named above the app",
        [](const fs::path& app, const fs::path& outside) {
          fs::copy_file(app / "Example", app.parent_path() / "Example");
@@ -183,7 +190,8 @@ const std::vector<HostileApp>& hostileApps() {
                        "../../../../../../.." + outside.string() + "/Canary.app/Example"}});
        },
        upload,
-       {"Uploading ", kNoExecutable}},
+       {"Uploading ", kNoExecutable},
+       "/Canary.app/Example"},
       {"the executable is named by an absolute path",
        [](const fs::path& app, const fs::path& outside) {
          changePlist(app / "Info.plist",
@@ -201,6 +209,11 @@ const std::vector<HostileApp>& hostileApps() {
   return apps;
 }
 
+testing::Matcher<std::string> refuses(const std::string& path) {
+  if (path.empty()) return testing::_;
+  return testing::AnyOf(HasSubstr(path + " leads out of "), HasSubstr(path + " is a link, which"));
+}
+
 TEST(HostileArchives, AppsWhosePartsLeadOutside) {
   for (const HostileApp& c : hostileApps()) {
     SCOPED_TRACE(c.name);
@@ -210,11 +223,15 @@ TEST(HostileArchives, AppsWhosePartsLeadOutside) {
     const fs::path products = makeArchive(folder / "Example.xcarchive", app);
     c.damage(app, run.canary.path());
     fs::rename(folder / "Example.xcarchive", run.place.files() / "Example.xcarchive");
-    run.expectFailure(run.withIPA(run.packed(folder.path())), c.lines);
+    const auto packed = run.withIPA(run.packed(folder.path()));
+    run.expectFailure(packed, c.lines);
+    EXPECT_THAT(packed.errors, refuses(c.refused));
 
     const fs::path moved = run.place.files() / "Example.xcarchive/Products";
     c.damage(moved / "Applications/Example.app", run.canary.path());
-    run.expectFailure(run.withArchive(moved), c.archiveLines);
+    const auto archived = run.withArchive(moved);
+    run.expectFailure(archived, c.archiveLines);
+    EXPECT_THAT(archived.errors, refuses(c.refused));
   }
 }
 
@@ -304,7 +321,12 @@ TEST(HostileArchives, ArchivesThatNameAppsElsewhere) {
     const fs::path products =
         makeArchive(run.place.files() / "Example.xcarchive", makeApp(run.place.files()));
     c.damage(products.parent_path(), run.canary.path());
-    run.expectFailure(run.withArchive(products), {"Uploading ", kArchive, kNotPreparedLine});
+    const auto result = run.withArchive(products);
+    run.expectFailure(result, {"Uploading ", kArchive, kNotPreparedLine});
+    // An absolute one is looked for inside, where there is nothing of that name.
+    if (std::string_view(c.name).find("absolute") == std::string_view::npos) {
+      EXPECT_THAT(result.errors, HasSubstr("Canary.app leads out of "));
+    }
   }
 }
 
