@@ -6,6 +6,7 @@
 #include "foundation/Assertion.h"
 #include "foundation/ChildProcess.h"
 #include "foundation/Error.h"
+#include "foundation/SystemLog.h"
 #include "foundation/Text.h"
 
 namespace {
@@ -45,9 +46,14 @@ void waitOrTerminate(ChildProcess& child, Seconds timeout) {
   }
 }
 
-/// Waits for the end and hands over what the child left.
-void finish(ChildProcess& child, const QVTTask::Completion& completion) {
+/// Waits for the end and hands over what the child left. Only the system log tells the number of a
+/// signal from a status.
+void finish(ChildProcess& child, const std::string& launchPath,
+            const QVTTask::Completion& completion) {
   const foundation::Termination termination = child.waitUntilExit();
+  if (termination.reason == foundation::Termination::Reason::signalled) {
+    foundation::systemLog("%@ was ended by signal %d", launchPath, termination.status);
+  }
   const foundation::Data errorData = child.readStandardErrorToEnd();
   const foundation::Data outputData = child.readStandardOutputToEnd();
   if (completion) completion(errorData, outputData, termination.status);
@@ -64,7 +70,7 @@ void QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentTimeoutCompletio
                                  .workingDirectory = workingDirectory,
                                  .environment = environment});
   if (timeout > 0) waitOrTerminate(child, Seconds(timeout));
-  finish(child, completion);
+  finish(child, launchPath, completion);
 }
 
 void QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(
@@ -88,7 +94,7 @@ void QVTTask::launchWithoutInput(const std::string& launchPath, const Arguments&
       {.executable = launchPath, .arguments = arguments.value_or(std::vector<std::string>())});
   child.closeStandardInput();
   child.takeOutputWhileRunning();
-  finish(child, completion);
+  finish(child, launchPath, completion);
 }
 
 std::optional<std::string> QVTTask::stdoutWithLaunchPathArguments(const std::string& launchPath,

@@ -23,7 +23,8 @@ class QVTTask {
 
   using Arguments = std::optional<std::vector<std::string>>;
   /// Called on the launching thread with everything the program wrote to standard error, then to
-  /// standard output, and its exit status, or the number of the signal that ended it.
+  /// standard output, and its exit status, or the number of the signal that ended it,
+  /// which a line in the system log tells apart.
   using Completion = std::function<void(const foundation::Data& errorData,
                                         const foundation::Data& outputData, std::int32_t status)>;
 

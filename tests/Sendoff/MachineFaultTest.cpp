@@ -9,6 +9,7 @@
 
 #include "tests/Sendoff/ToolRun.h"
 #include "tests/support/AppFixture.h"
+#include "tests/support/MachOFixture.h"
 #include "tests/support/StandInService.h"
 #include "tests/support/StandInSigner.h"
 
@@ -88,9 +89,11 @@ TEST_F(MachineFaultTest, ToolsThatFail) {
     std::function<void(const fs::path&)> damage = {};
   };
   for (const Row& row : std::vector<Row>{
-           {"unzip is killed", "unzip", killed, kInflation, "status=9"},
+           {"unzip is killed", "unzip", killed, kInflation, "status=9",
+            "/unzip was ended by signal 9"},
            {"zip is killed", "zip", killed, kPackaging + "-8", "status=9"},
-           {"xcrun is killed", "xcrun", killed, kPackaging + "-12", ""},
+           {"xcrun is killed", "xcrun", killed, kPackaging + "-12", "",
+            "/xcrun was ended by signal 9"},
            {"codesign is killed on export", "codesign",
             "#!/bin/sh\n[ \"$1\" = -vv ] || kill -9 $$\n", kPackaging + "-10", "",
             "ended with status 9"},
@@ -129,6 +132,23 @@ TEST_F(MachineFaultTest, ToolsThatFail) {
     expectCleanedUp();
     for (const auto& entry : fs::directory_iterator(tools_.path())) fs::remove(entry);
   }
+}
+
+/// Whose answer is then the name of no tool.
+TEST_F(MachineFaultTest, WhichIsKilled) {
+  if (runCommand({"unshare", "-m", "true"}).status != 0) GTEST_SKIP() << "no mounts here";
+  auto environment = place_.environment();
+  environment["killed"] = writeTool("killed", "#!/bin/sh\nkill -9 $$\n");
+  environment["ipa"] = ipa_;
+  const auto result =
+      runProgram({.command = {"/usr/bin/unshare", "-m", "sh", "-c",
+                              "mount --bind \"$killed\" /usr/bin/which && exec " + kTool + " " +
+                                  kKey + " " + kSecret + " -ipaPath \"$ipa\""},
+                  .environment = environment});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.errors, HasSubstr("/usr/bin/which was ended by signal 9"));
+  EXPECT_THAT(result.messages().back(), StartsWith("Unexpected error: cannot launch"));
+  expectCleanedUp();
 }
 
 /// A child of the tool's child has its streams, and keeps them.
