@@ -5,8 +5,9 @@
 # usage: make-demo-app.sh FOLDER CODESIGN
 set -euo pipefail
 
-folder=$1
-codesign=$2
+usage="usage: make-demo-app.sh FOLDER CODESIGN"
+folder=${1:?$usage}
+codesign=${2:?$usage}
 here=$(cd "$(dirname "$0")" && pwd)
 llvm=$(llvm-config --bindir)
 identifier=com.example.demo

@@ -4,8 +4,9 @@
 # usage: make-demo-archive.sh IPA ARCHIVE
 set -euo pipefail
 
-ipa=$(realpath "$1")
-archive=$2
+usage="usage: make-demo-archive.sh IPA ARCHIVE"
+ipa=$(realpath "${1:?$usage}")
+archive=${2:?$usage}
 mkdir -p "$archive/Products/Applications"
 unpacked=$(mktemp -d)
 trap 'rm -rf "$unpacked"' EXIT
