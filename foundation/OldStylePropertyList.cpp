@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "foundation/DictionaryFilling.h"
 #include "foundation/Format.h"
 #include "foundation/PropertyList.h"
 #include "foundation/Text.h"
@@ -65,6 +66,7 @@ class Parser {
   bool data(Value& out);
   bool array(Value& out);
   bool dictionary(Value& out);
+  bool completed(Dictionary& out);
   bool pairs(Dictionary& out);
   bool pair(Dictionary& out);
 
@@ -84,6 +86,7 @@ class Parser {
   std::string_view text_;
   std::size_t position_ = 0;
   int depth_ = 0;
+  DictionaryFilling filling_;
   std::optional<Error> error_;
 };
 
@@ -279,7 +282,12 @@ bool Parser::array(Value& out) {
 bool Parser::dictionary(Value& out) {
   ++position_;
   out = Value(Dictionary());
-  return pairs(*out.dictionary()) && expect('}', "a dictionary");
+  return completed(*out.dictionary()) && expect('}', "a dictionary");
+}
+
+bool Parser::completed(Dictionary& out) {
+  if (!pairs(out)) return false;
+  return filling_.add(out) || fail(DictionaryFilling::complaint(out.size()));
 }
 
 /// Reads up to a closing brace or the end of the text.
@@ -312,7 +320,7 @@ Result<Value> Parser::parse() {
     if (isRead && !atEnd() && top.string()) {
       position_ = 0;
       top = Dictionary();
-      isRead = pairs(*top.dictionary());
+      isRead = completed(*top.dictionary());
     }
   }
   if (isRead && !atEnd()) fail(found() + " stands behind the end of the list");

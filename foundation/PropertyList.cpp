@@ -7,6 +7,7 @@
 
 #include <plist/plist.h>
 
+#include "foundation/DictionaryFilling.h"
 #include "foundation/FileManager.h"
 #include "foundation/Format.h"
 #include "foundation/Handle.h"
@@ -162,12 +163,15 @@ class Converter {
       plist_t item = nullptr;
       plist_dict_next_item(node, native, &key, &item);
       const AllocatedText keyOwner(key);
-      if (!item) return true;
+      if (!item) break;
       if (!key || !isUTF8(key)) return fail("a key that is not UTF-8");
       if (!convert(item, (*out.dictionary())[key])) return false;
     }
+    const Dictionary& filled = *out.dictionary();
+    return filling_.add(filled) || fail(DictionaryFilling::complaint(filled.size()));
   }
 
+  DictionaryFilling filling_;
   std::string complaint_;
 };
 

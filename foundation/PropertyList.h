@@ -17,8 +17,10 @@ namespace foundation::PropertyList {
 inline constexpr int kMaximumDepth = 512;
 
 /// Reads any of the three forms. Fails with the form and, where it is known, the line, and never
-/// crashes, whatever the bytes: nesting deeper than `kMaximumDepth` is an error. A UTF-8 byte-order
-/// mark is skipped; text in UTF-16 is accepted in XML and in the old text form.
+/// crashes, whatever the bytes: nesting deeper than `kMaximumDepth` is an error, and so is a
+/// dictionary of several hundred thousand keys, or of thousands that are repeated or made to be
+/// slow to search. A UTF-8 byte-order mark is skipped; text in UTF-16 is accepted in XML and in the
+/// old text form.
 ///
 /// In the old text form everything is a string, data, an array or a dictionary; a file without
 /// outer braces is a dictionary.

@@ -121,15 +121,9 @@ class XMLScanner {
   }
 
   bool closeDictionary() {
-    // As quick as many small ones of the same size together; a table is made for more only.
-    constexpr std::size_t kAlwaysAllowedKeys = 250;
-    constexpr std::uint64_t kAlwaysAllowedSteps = 2'000'000;
     const std::vector<std::string_view> keys = std::move(keys_.back());
     keys_.pop_back();
-    if (keys.size() > kAlwaysAllowedKeys) steps_ += stepsToFillDictionary(keys);
-    if (steps_ <= kAlwaysAllowedSteps + text_.size()) return true;
-    return fail(format("the %llu keys of a dictionary are too many, repeated or too much alike",
-                       std::uint64_t{keys.size()}));
+    return filling_.addEscaped(keys) || fail(DictionaryFilling::complaint(keys.size()));
   }
 
   std::string_view text_;
@@ -137,7 +131,7 @@ class XMLScanner {
   /// Behind the tag that was opened last.
   std::size_t contentStart_ = 0;
   std::uint64_t moves_ = 0;
-  std::uint64_t steps_ = 0;
+  DictionaryFilling filling_;
   bool isDone_ = false;
   std::vector<std::string_view> open_;
   /// Of each dictionary that is open, as they stand in the text.

@@ -11,8 +11,7 @@ namespace foundation {
 
 /// The part of `text` up to the end of its outermost element. Fails with the line when elements
 /// nest too deep, do not pair up, or are cut off, and when libplist would take far more than linear
-/// time over the escaped characters of a text or the keys of a dictionary. The keys of binary lists
-/// it takes as they come.
+/// time over the escaped characters of a text or the keys of a dictionary.
 Result<std::string_view> checkedXMLPropertyList(std::string_view text);
 
 /// Walks everything that can be reached from the top object. Fails with the object's number when

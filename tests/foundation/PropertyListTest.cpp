@@ -157,6 +157,25 @@ std::string alike(unsigned number) {
   return key;
 }
 
+std::string oldDictionaryOfAlike(unsigned count) {
+  std::string text = "{";
+  for (unsigned i = 0; i < count; ++i) text += alike(i) + "=1;";
+  return text + "}";
+}
+
+/// All values are the first key.
+std::string binaryDictionaryOfAlike(unsigned count) {
+  BinaryList list{.objects = {}, .top = count, .referenceSize = 4};
+  std::string keys;
+  for (unsigned i = 0; i < count; ++i) {
+    list.objects.push_back("\x5f\x10\x20" + alike(i));
+    keys += bigEndian(i, 4);
+  }
+  list.objects.push_back("\xdf\x12" + bigEndian(count, 4) + keys +
+                         std::string(std::size_t{count} * 4, '\0'));
+  return list.bytes();
+}
+
 TEST(PropertyList, RefusesDictionariesThatTakeTooLongToFill) {
   const auto resource = [](unsigned i) {
     return "Assets/picture" + std::to_string(i) + "&amp;.png";
@@ -174,6 +193,14 @@ TEST(PropertyList, RefusesDictionariesThatTakeTooLongToFill) {
                   {"alike", dictionaryOf(3000, alike), "3000" + complaint},
                   {"alike and escaped", dictionaryOf(3000, escaped), "3000" + complaint},
                   {"repeated", dictionaryOf(4000, repeatedNumber), "4000" + complaint}});
+  // What these hold could not be read again once it is written.
+  expectRefusals(
+      PropertyList::parse, "",
+      {{"binary", binaryDictionaryOfAlike(3000), "binary property list: the 3000" + complaint},
+       {"old form", oldDictionaryOfAlike(3000),
+        "property list in the old text form, line 1: the 3000" + complaint}});
+  EXPECT_TRUE(PropertyList::parse(bytesOf(binaryDictionaryOfAlike(1000))));
+  EXPECT_TRUE(PropertyList::parse(bytesOf(oldDictionaryOfAlike(1000))));
 }
 
 TEST(PropertyList, ReadsEveryBinaryKind) {
