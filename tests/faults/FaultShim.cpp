@@ -8,6 +8,7 @@
 //   FAULT_PROGRAM=NAME    do nothing in programs of other names
 //   FAULT_SITE=KIND:CHAIN fail the first call of this kind from this chain
 //   FAULT_CALL=KIND:N     fail the N-th call of this kind, counted from 1
+//   FAULT_QUOTA=1         where the disk would be full, the user's quota is used up
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -76,7 +77,7 @@ class Shim {
     isInside = true;
     const int before = errno;
     const bool fails = decide(kind);
-    errno = fails ? kind.error : before;
+    errno = fails ? errorOf(kind) : before;
     isInside = false;
     return fails;
   }
@@ -96,8 +97,9 @@ class Shim {
     }
     wantsSite_ = copy("FAULT_SITE", wanted_);
     wantsCall_ = !wantsSite_ && copy("FAULT_CALL", wanted_);
-    for (const char* const name :
-         {"LD_PRELOAD", "FAULT_REPORT", "FAULT_PROGRAM", "FAULT_SITE", "FAULT_CALL"}) {
+    isQuota_ = std::getenv("FAULT_QUOTA") != nullptr;
+    for (const char* const name : {"LD_PRELOAD", "FAULT_REPORT", "FAULT_PROGRAM", "FAULT_SITE",
+                                   "FAULT_CALL", "FAULT_QUOTA"}) {
       ::unsetenv(name);
     }
     // The first call loads what it needs.
@@ -113,6 +115,10 @@ class Shim {
     for (const Kind* const kind : kinds) {
       if (kind && kind->calls > 0) say("count %s %ld\n", kind->name, kind->calls.load());
     }
+  }
+
+  [[nodiscard]] int errorOf(const Kind& kind) const {
+    return kind.error == ENOSPC && isQuota_ ? EDQUOT : kind.error;
   }
 
   static thread_local bool isInside;
@@ -206,6 +212,7 @@ class Shim {
   bool isActive_ = false;
   bool wantsSite_ = false;
   bool wantsCall_ = false;
+  bool isQuota_ = false;
   int report_ = -1;
   std::array<char, 64> wanted_{};
   std::atomic<bool> hasFailed_{false};
@@ -256,10 +263,12 @@ __attribute__((destructor)) void finish() { shim().finish(kinds); }
 // The last argument is there or not; one that is not is passed on as whatever is in its place,
 // which nobody reads.
 KIND(open, EMFILE)
-FAULT(open, int, open, -1, (const char* p, int f, mode_t m), (p, f, m))
-FAULT(open, int, open64, -1, (const char* p, int f, mode_t m), (p, f, m))
-FAULT(open, int, openat, -1, (int d, const char* p, int f, mode_t m), (d, p, f, m))
-FAULT(open, int, openat64, -1, (int d, const char* p, int f, mode_t m), (d, p, f, m))
+KIND(create, ENOSPC)
+#define kind_opening ((f & O_CREAT) != 0 ? kind_create : kind_open)
+FAULT(opening, int, open, -1, (const char* p, int f, mode_t m), (p, f, m))
+FAULT(opening, int, open64, -1, (const char* p, int f, mode_t m), (p, f, m))
+FAULT(opening, int, openat, -1, (int d, const char* p, int f, mode_t m), (d, p, f, m))
+FAULT(opening, int, openat64, -1, (int d, const char* p, int f, mode_t m), (d, p, f, m))
 KIND(fopen, EMFILE)
 FAULT(fopen, FILE*, fopen, nullptr, (const char* p, const char* m), (p, m))
 FAULT(fopen, FILE*, fopen64, nullptr, (const char* p, const char* m), (p, m))
@@ -317,7 +326,8 @@ FAULT(attributes, int, utimensat, -1, (int d, const char* p, const timespec* t, 
 KIND(truncate, ENOSPC)
 FAULT(truncate, int, ftruncate, -1, (int d, off_t n), (d, n))
 FAULT(truncate, int, ftruncate64, -1, (int d, off_t n), (d, n))
-FAULT(truncate, int, posix_fallocate, kind_truncate.error, (int d, off_t o, off_t n), (d, o, n))
+FAULT(truncate, int, posix_fallocate, shim().errorOf(kind_truncate), (int d, off_t o, off_t n),
+      (d, o, n))
 KIND(sync, EIO)
 FAULT(sync, int, fsync, -1, (int d), (d))
 KIND(lock, ENOLCK)

@@ -50,7 +50,8 @@ std::string contentOfIPA(const fs::path& ipa) {
 }  // namespace
 
 std::string Fault::text() const {
-  return kind + ":" + which + (route == Route::ipa ? " (.ipa)" : " (archive)");
+  return kind + ":" + which + (route == Route::ipa ? " (.ipa)" : " (archive)") +
+         (isQuota ? " (quota)" : "");
 }
 
 FaultyRun::FaultyRun() {
@@ -187,7 +188,9 @@ std::vector<std::string> FaultyRun::problemsOf(const Outcome& outcome, Route rou
 std::vector<std::string> FaultyRun::check(const Fault& fault, bool& wasMet) {
   const std::string variable = fault.isNumbered ? "FAULT_CALL" : "FAULT_SITE";
   try {
-    const Outcome outcome = run(fault.route, {{variable, fault.kind + ":" + fault.which}});
+    std::map<std::string, std::string> faults{{variable, fault.kind + ":" + fault.which}};
+    if (fault.isQuota) faults["FAULT_QUOTA"] = "1";
+    const Outcome outcome = run(fault.route, faults);
     wasMet = contains(outcome.report, "failed ");
     std::vector<std::string> problems = problemsOf(outcome, fault.route);
     for (std::string& problem : problems) {

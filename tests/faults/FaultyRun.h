@@ -20,6 +20,8 @@ struct Fault {
   std::string kind;
   std::string which;
   bool isNumbered = false;
+  /// Of what fails on a full disk: the user's quota is used up instead.
+  bool isQuota = false;
 
   [[nodiscard]] std::string text() const;
 };
