@@ -31,12 +31,22 @@ foundation::Error unsuitable(const std::string& why) {
   return failure("bundle format unrecognized, invalid, or unsuitable: " + why);
 }
 
+/// What lies behind a link is not the bundle's, neither to read nor to sign.
+bool isRegularFileInFolder(const fs::path& path) {
+  return isFolder(path.parent_path()) && isRegularFile(path);
+}
+
 /// The folder in which the bundle keeps its Info.plist; empty without one.
 fs::path baseOf(const fs::path& bundle) {
   for (const fs::path& base : {bundle, bundle / "Contents"}) {
-    if (isRegularFile(base / "Info.plist")) return base;
+    if (isRegularFileInFolder(base / "Info.plist")) return base;
   }
   return {};
+}
+
+/// Where the executable of this name belongs, in a bundle that is its own base or has another.
+fs::path executablePath(const fs::path& bundle, const fs::path& base, const std::string& name) {
+  return (base == bundle ? base : base / "MacOS") / name;
 }
 
 /// Names a single entry of a folder, nothing above or below it.
@@ -51,8 +61,8 @@ Result<fs::path> executableOf(const CodeBundle& code) {
   if (!isPlainName(*name)) {
     return unsuitable("CFBundleExecutable \"" + *name + "\" is not the name of a file");
   }
-  const fs::path executable = (code.base == code.path ? code.base : code.base / "MacOS") / *name;
-  if (!isRegularFile(executable)) {
+  const fs::path executable = executablePath(code.path, code.base, *name);
+  if (!isRegularFileInFolder(executable)) {
     return unsuitable("the executable " + executable.string() + " is missing or no regular file");
   }
   return executable;
@@ -170,7 +180,7 @@ bool isCodeBundle(const fs::path& folder) {
   const auto name = info ? foundation::stringAt(*info, "CFBundleExecutable") : std::nullopt;
   if (!name) return false;
   // A name that leads elsewhere is for the one who opens the bundle to refuse.
-  return !isPlainName(*name) || isRegularFile((base == folder ? base : base / "MacOS") / *name);
+  return !isPlainName(*name) || isRegularFileInFolder(executablePath(folder, base, *name));
 }
 
 bool isLooseCode(const fs::path& file) { return isRegularFile(file) && isSignableFile(file); }

@@ -124,7 +124,8 @@ Result<NewFile> Replacement::prepare(const fs::path& target, std::uint64_t size,
   if (!file) return cannot("write beside", target, errno);
   prepared_.push_back({target, temporary});
   const fs::path& like = model.empty() ? target : model;
-  const FileDescriptor old(::open(like.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  // Without O_NONBLOCK a pipe would keep the call waiting for a writer.
+  const FileDescriptor old(::open(like.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (old) {
     const auto copied = foundation::copyAttributes(old.get(), file.get(), like.native());
     if (!copied) return copied.error();

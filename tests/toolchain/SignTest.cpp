@@ -166,6 +166,7 @@ TEST(Sign, AttributesStayAndLeftoversGo) {
   const bool hasAttributes = ::setxattr((app / "X").c_str(), "user.note", "kept", 4, 0) == 0;
   writeFile(app / "_CodeSignature/ResourceRules", "old");
   writeFile(app / "_CodeSignature/folder/CodeDirectory", "old");
+  ASSERT_EQ(::mkfifo((app / "_CodeSignature/CodeResources").c_str(), 0600), 0);
   ASSERT_EQ(signingProblem(optionsFor(app, kSigners[1])), "");
   EXPECT_EQ(fs::status(app / "X").permissions(), fs::perms(0750));
   char value[4] = {};
@@ -173,6 +174,22 @@ TEST(Sign, AttributesStayAndLeftoversGo) {
     EXPECT_EQ(::getxattr((app / "X").c_str(), "user.note", value, 4), 4);
   }
   EXPECT_EQ(std::distance(fs::directory_iterator(app / "_CodeSignature"), {}), 1);
+  EXPECT_EQ(complaintsAbout(app, kSigners[1]), "");
+}
+
+TEST(Sign, WhatANestedLinkLeadsToIsLeftAlone) {
+  const TemporaryFolder folder;
+  const fs::path app = writeApp(folder.path());
+  const fs::path other = writeBundle(folder / "Other.app", "com.example.other", Kind::arm64);
+  fs::create_directory(other / "MacOS");
+  fs::copy_file(other / "Other", other / "MacOS/Other");
+  fs::create_directories(app / "PlugIns/A.appex");
+  fs::create_symlink(other, app / "PlugIns/A.appex/Contents");
+  writePlist(app / "PlugIns/B.appex/Contents/Info.plist", {{"CFBundleExecutable", "Other"}});
+  fs::create_symlink(other / "MacOS", app / "PlugIns/B.appex/Contents/MacOS");
+  const auto before = snapshot(other);
+  EXPECT_EQ(signingProblem(optionsFor(app, kSigners[1])), "");
+  EXPECT_TRUE(snapshot(other) == before);
   EXPECT_EQ(complaintsAbout(app, kSigners[1]), "");
 }
 
