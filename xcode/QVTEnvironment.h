@@ -17,8 +17,9 @@ bool QVTIsDirectoryOnHost(const std::string& path);
 ///
 /// A well-formed value quotes or escapes what holds spaces. One that has lost its quoting is put
 /// together again from its pieces, with the file system as the judge of what is a path. Within one
-/// parse no path is asked about twice, so the file system should not change meanwhile. Nothing is
-/// kept between calls; safe from any thread as far as `isDirectory` is.
+/// parse a path is asked about once (again only after a million others), so the file system should
+/// not change meanwhile. The time grows with the value's length, up to thousands of questions per
+/// piece. Nothing is kept between calls; safe from any thread as far as `isDirectory` is.
 class QVTEnvironment {
  public:
   /// The well-formed reading where there is one, else the mangled one.

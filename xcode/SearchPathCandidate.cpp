@@ -1,5 +1,6 @@
 #include "xcode/SearchPathCandidate.h"
 
+#include <algorithm>
 #include <bit>
 #include <climits>
 
@@ -11,6 +12,10 @@ constexpr std::string_view kRecursiveMarker = "**";
 
 /// The longest path that the system takes; its limit counts the zero behind it.
 constexpr std::size_t kLongestPath = PATH_MAX - 1;
+
+/// What may be remembered in 16 MB; a value without quotes can ask thousands of questions per
+/// piece.
+constexpr std::size_t kMostPlaces = std::size_t{1} << 21;
 
 /// Where to ask about a path; absent for an empty one.
 std::optional<std::string> placeOf(std::string_view path, std::string_view workingDirectory) {
@@ -100,7 +105,7 @@ bool SearchPathQuestions::ask(const std::string& path, std::uint64_t fingerprint
   if (slot != 0) return (slot & 1) != 0;
   const bool answer = isDirectory_(path);
   slot = fingerprint | (answer ? 1 : 0);
-  if (++count_ > answers_.size() / 4 * 3) grow();
+  if (++count_ > answers_.size() / 4 * 3) makeRoom();
   return answer;
 }
 
@@ -114,7 +119,12 @@ std::uint64_t& SearchPathQuestions::slotFor(std::uint64_t fingerprint) {
   return answers_[place];
 }
 
-void SearchPathQuestions::grow() {
+void SearchPathQuestions::makeRoom() {
+  if (answers_.size() == kMostPlaces) {
+    std::fill(answers_.begin(), answers_.end(), 0);
+    count_ = 0;
+    return;
+  }
   std::vector<std::uint64_t> before(answers_.size() * 2);
   before.swap(answers_);
   for (const std::uint64_t answer : before) {

@@ -61,7 +61,7 @@ class SearchPathCandidate {
   std::size_t backslashes_ = 0;
 };
 
-/// The questions of one parse; each is asked once.
+/// The questions of one parse; each is asked once, until there are too many answers to remember.
 class SearchPathQuestions {
  public:
   SearchPathQuestions(std::string_view workingDirectory, const QVTDirectoryQuestion& isDirectory)
@@ -78,7 +78,8 @@ class SearchPathQuestions {
  private:
   bool ask(const std::string& path, std::uint64_t fingerprint);
   std::uint64_t& slotFor(std::uint64_t fingerprint);
-  void grow();
+  /// Twice the room, or, at the most that is kept, an empty start.
+  void makeRoom();
 
   std::string_view workingDirectory_;
   const QVTDirectoryQuestion& isDirectory_;

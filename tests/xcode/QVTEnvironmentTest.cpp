@@ -220,6 +220,21 @@ TEST(QVTEnvironment, NeverAsksAboutPathsThatAreTooLong) {
   EXPECT_EQ(parse("/" + std::string(PATH_MAX - 2, 'x'), atLimit).size(), 1U);
 }
 
+/// Answers are forgotten when there are too many of them to remember.
+TEST(QVTEnvironment, MendsWhatAsksAMillionQuestions) {
+  std::string value;
+  for (int i = 0; i < 2000; ++i) value += "/p" + std::to_string(i) + ' ';
+  std::size_t asked = 0;
+  const auto isDirectory = [&](const std::string& path) {
+    ++asked;
+    return path == "/A B" || path == "/A";
+  };
+  EXPECT_EQ(QVTEnvironment::parseFrameworkSearchPathsFromStringWorkingDirectoryFileManager(
+                value + "/A B /A", "", isDirectory),
+            (Paths{"/A B", "/A"}));
+  EXPECT_GT(asked, std::size_t{1} << 20);
+}
+
 TEST(QVTEnvironment, AsksTheHost) {
   const test::TemporaryFolder folder;
   std::filesystem::create_directories(folder / "X Y");
