@@ -9,7 +9,8 @@ scripts/install-packages.sh
 # A death test forks a process that has threads, which the thread sanitizer cannot follow.
 export TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan.supp"
 cmake --preset tsan
-threaded=(foundation_tests QVTWebClient_tests xcode_tests toolchain_tests inspect_tests)
+threaded=(foundation_tests console_tests QVTSharedUtils_tests QVTWebClient_tests preparation_tests xcode_tests
+          toolchain_tests inspect_tests)
 cmake --build --preset tsan --target "${threaded[@]}" Sendoff_tests
 for program in "${threaded[@]}"; do
   echo "== $program under the thread sanitizer"
