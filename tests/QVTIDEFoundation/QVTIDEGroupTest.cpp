@@ -7,7 +7,6 @@ namespace {
 
 using foundation::Array;
 using foundation::Dictionary;
-using foundation::Value;
 
 Dictionary group(Array children) {
   return {{"isa", "PBXGroup"}, {"children", std::move(children)}};

@@ -18,12 +18,13 @@ using testing::IsEmpty;
 
 const std::string kBanner = "Quorvantile.framework/sendoff 1.3.6 (19)";
 
+const std::string kFirstUse =
+    "        sendoff  API_KEY BUILD_SECRET        default options for upload after archive, "
+    "with ipa path in environment ";
 const std::vector<std::string> kUsage = {
     "Companion to the Quorvantile Mac App for submitting iOS builds for Beta Testing.",
     "     Usage: ",
-    "        sendoff  API_KEY BUILD_SECRET        default options for upload after archive, with "
-    "ipa "
-    "path in environment ",
+    kFirstUse,
     "         additional options:",
     "         -help                          display this message",
     "         -ipaPath           [path to IPA]",

@@ -21,7 +21,7 @@ using testing::IsEmpty;
 /// How often the runs are started; scripts ask for more.
 int rounds() {
   const char* const wanted = std::getenv("SENDOFF_TEST_ROUNDS");
-  return wanted ? std::atoi(wanted) : 5;
+  return wanted ? std::stoi(wanted) : 5;
 }
 
 /// A build of its own, and the service that is to get it and no other.

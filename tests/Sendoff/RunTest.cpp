@@ -20,7 +20,6 @@ using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 
 constexpr auto kAllCalls = {ServiceCall::validate, ServiceCall::notes, ServiceCall::testers,
                             ServiceCall::upload};

@@ -21,17 +21,21 @@ using testing::IsEmpty;
 
 const std::string kBanner = "Quorvantile.framework/sendoff 1.3.6 (19)";
 
+const std::string kCheckApp =
+    " We couldn't validate app with bundle ID com.example.app in the selected organization, so "
+    "make sure you've first added your app through the Quorvantile app.";
+const std::string kCheckKeys =
+    " You can check that your API key and build secret are correct by going "
+    "here: " SENDOFF_SETTINGS_PAGE;
+
 /// What a run says whose validation got this status.
 std::vector<std::string> notValidated(int status) {
-  return {
-      kBanner,
-      "Unable to find application in Quorvantile. Response code: " + std::to_string(status),
-      "Does this app belong to this org?",
-      " We couldn't validate app with bundle ID com.example.app in the selected organization, so "
-      "make sure you've first added your app through the Quorvantile app.",
-      " You can check that your API key and build secret are correct by going "
-      "here: " SENDOFF_SETTINGS_PAGE,
-      " Then select the org and click on API key or build secret underneath the org name."};
+  return {kBanner,
+          "Unable to find application in Quorvantile. Response code: " + std::to_string(status),
+          "Does this app belong to this org?",
+          kCheckApp,
+          kCheckKeys,
+          " Then select the org and click on API key or build secret underneath the org name."};
 }
 
 std::string errorMessage(const std::string& json) {

@@ -252,13 +252,15 @@ __attribute__((destructor)) void finish() { shim().finish(kinds); }
 
 // By its label the function takes the place of the system's own, whatever a header says of that
 // one.
+// NOLINTBEGIN(bugprone-macro-parentheses): these are types, names and lists
 #define FAULT(KIND_NAME, RESULT, NAME, FAILURE, PARAMETERS, ARGUMENTS)                             \
   extern "C" __attribute__((visibility("default"))) RESULT fault_##NAME PARAMETERS __asm__(#NAME); \
   extern "C" RESULT fault_##NAME PARAMETERS {                                                      \
-    static const auto real = reinterpret_cast<RESULT(*) PARAMETERS>(dlsym(RTLD_NEXT, #NAME));      \
+    static const auto real = reinterpret_cast<decltype(&fault_##NAME)>(dlsym(RTLD_NEXT, #NAME));   \
     if (shim().mustFail(kind_##KIND_NAME)) return FAILURE;                                         \
     return real ARGUMENTS;                                                                         \
   }
+// NOLINTEND(bugprone-macro-parentheses)
 
 // The last argument is there or not; one that is not is passed on as whatever is in its place,
 // which nobody reads.

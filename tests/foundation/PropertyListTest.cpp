@@ -6,7 +6,7 @@
 namespace foundation {
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 std::string bigEndian(std::uint64_t number, int size) {
   std::string out;
@@ -214,8 +214,7 @@ TEST(PropertyList, ReadsEveryBinaryKind) {
       "\x23" + bigEndian(std::bit_cast<std::uint64_t>(-1.25), 8),
       dateObject(0.5),
       "\x43\x00\xff\x01"s,
-      "\x53"
-      "abc",
+      "\x53xyz",
       "\x62\x00\xe4\x20\xac"s,
       "\x81\x01\x02"s,
       "\xd1\x09\x02",
@@ -225,7 +224,7 @@ TEST(PropertyList, ReadsEveryBinaryKind) {
       PropertyList::parse,
       {{every.bytes(), Array{false, true, 255, -2, ~std::uint64_t{0}, -1.25,
                              Date(std::chrono::microseconds(978307200500000)), Data("\0\xff\x01"s),
-                             "abc", "\u00e4\u20ac", Value::UID{258}, Dictionary{{"abc", true}}}},
+                             "xyz", "\u00e4\u20ac", Value::UID{258}, Dictionary{{"xyz", true}}}},
        {shared.bytes(), Array{Array{"x"}, Array{"x"}}},
        {BinaryList{{dateObject(63113904000)}}.bytes(), Date(std::chrono::seconds(64092211200))}});
 }

@@ -26,7 +26,8 @@ namespace fs = std::filesystem;
 class HandOff : public testing::Test {
  protected:
   void SetUp() override {
-    path_.emplace("PATH", (std::string(std::getenv("PATH")) + ":" SENDOFF_LIBEXEC).c_str());
+    const char* const path = std::getenv("PATH");
+    path_.emplace("PATH", (std::string(path ? path : "") + ":" SENDOFF_LIBEXEC).c_str());
     keychain_ = test::writeKeychain(folder_ / "keys.pem");
   }
   fs::path makeApp(const test::AppOptions& options = {}) {

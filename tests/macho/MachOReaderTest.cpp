@@ -12,7 +12,6 @@
 
 namespace {
 
-using test::FatSlice;
 using test::MachOImage;
 
 class MachOReaderTest : public testing::Test {

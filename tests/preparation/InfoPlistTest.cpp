@@ -8,7 +8,6 @@ namespace {
 
 using foundation::Dictionary;
 using foundation::Value;
-using testing::HasSubstr;
 
 template <class Work>
 std::string logOf(const Work& work) {

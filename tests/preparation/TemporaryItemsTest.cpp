@@ -17,7 +17,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using testing::IsEmpty;
 using testing::IsSupersetOf;
 
 constexpr std::chrono::hours kTwoDays{48};

@@ -17,7 +17,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
-using testing::StartsWith;
 
 class QVTCodeSignerTest : public testing::Test {
  protected:

@@ -5,6 +5,7 @@
 #include "foundation/PropertyList.h"
 #include "signing/QVTIPABuilder.h"
 #include "tests/support/Identities.h"
+#include "tests/support/MachOFixture.h"
 #include "tests/support/StandInSigner.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -80,8 +81,7 @@ class QVTIPABuilderTest : public testing::Test {
   fs::path unzipped(const fs::path& ipa) const {
     const fs::path target = folder_ / "unzipped";
     fs::remove_all(target);
-    const std::string command = "unzip -q '" + ipa.string() + "' -d '" + target.string() + "'";
-    EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    test::outputOf({"unzip", "-q", ipa, "-d", target});
     return target;
   }
 

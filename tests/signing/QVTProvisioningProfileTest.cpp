@@ -10,7 +10,6 @@ namespace {
 using foundation::Array;
 using foundation::Data;
 using foundation::Dictionary;
-using foundation::Value;
 using test::ProfileOptions;
 using testing::ElementsAre;
 using testing::HasSubstr;

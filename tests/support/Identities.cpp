@@ -177,10 +177,11 @@ std::string MadeIdentity::certificatePEM() const {
 
 std::string MadeIdentity::keyPEM(std::optional<std::string> passphrase) const {
   const BIOHandle buffer = memoryBuffer();
-  const int written = PEM_write_bio_PKCS8PrivateKey(
-      buffer.get(), nativeKey(), passphrase ? EVP_aes_256_cbc() : nullptr,
-      passphrase ? passphrase->data() : nullptr,
-      passphrase ? static_cast<int>(passphrase->size()) : 0, nullptr, nullptr);
+  const EVP_CIPHER* const cipher = passphrase ? EVP_aes_256_cbc() : nullptr;
+  const std::string phrase = passphrase.value_or("");
+  const int written =
+      PEM_write_bio_PKCS8PrivateKey(buffer.get(), nativeKey(), cipher, phrase.data(),
+                                    static_cast<int>(phrase.size()), nullptr, nullptr);
   require(written == 1, "key to PEM");
   return contentsOf(buffer);
 }

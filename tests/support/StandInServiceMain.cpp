@@ -1,6 +1,7 @@
 // The stand-in release service as a program of its own: prints its address, then each request in
 // readable form, until it is ended. Its exit status is 0 when nothing was wrong with any request.
 
+#include <charconv>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -22,13 +23,19 @@ struct CommandLine {
   bool understood = true;
 };
 
+bool isPort(std::string_view text, int& port) {
+  const auto [end, failed] = std::from_chars(text.data(), text.data() + text.size(), port);
+  constexpr int kHighest = 65535;
+  return failed == std::errc() && end == text.data() + text.size() && port >= 0 && port <= kHighest;
+}
+
 CommandLine parse(const std::vector<std::string_view>& arguments) {
   CommandLine line;
   for (std::size_t i = 0; i < arguments.size(); i += 2) {
     const bool hasValue = i + 1 < arguments.size();
     const std::string value(hasValue ? arguments[i + 1] : "");
     if (hasValue && arguments[i] == "--port") {
-      line.options.port = std::atoi(value.c_str());
+      line.understood = line.understood && isPort(value, line.options.port);
     } else if (hasValue && arguments[i] == "--key") {
       line.options.apiKey = value;
     } else if (hasValue && arguments[i] == "--secret") {
