@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the fuzz targets and runs them, two at a time, each for SECONDS of its own. What they find
-# is left in build/fuzz/findings; what reached new code stays in build/fuzz/corpus for the next run.
+# is left in build/fuzzing/findings; what reached new code stays in build/fuzzing/corpus for the next
+# run.
 #
 #   scripts/fuzz.sh SECONDS [TARGET...]     TARGET as in fuzz/CMakeLists.txt; none: all
 set -euo pipefail
@@ -17,7 +18,7 @@ scripts/install-packages.sh
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "${targets[@]/#/fuzz_}"
 
-folder=build/fuzz
+folder=build/fuzzing
 mkdir -p "$folder"/{corpus,findings,log,home}
 
 # An input is a finding when it crashes the reader, takes ten seconds, or makes it ask for far more
