@@ -17,6 +17,7 @@
 #include "foundation/ProcessInfo.h"
 #include "foundation/Text.h"
 #include "foundation/UserDefaults.h"
+#include "preparation/TemporaryItems.h"
 
 namespace {
 
@@ -145,6 +146,8 @@ int failure() {
     const pid_t build = parentOfParent();
     // The signal may come back, from the build or since it goes to this program's own group.
     foundation::ignoreInterruptionsFromHere();
+    // A build that ends may end this process, by force.
+    TemporaryItems::releaseAll();
     ::kill(build, SIGINT);
   }
   return 1;

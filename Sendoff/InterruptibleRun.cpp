@@ -45,7 +45,11 @@ int runInterruptibly(const std::function<int()>& run) {
     // `watch` knows by which signal.
   }
   const std::optional<int> signal = watch.finish();
-  if (!signal) return status;
+  if (!signal) {
+    // What a run leaves on purpose stays; other runs may go on with it from here.
+    TemporaryItems::releaseAll();
+    return status;
+  }
   tidyUp(*signal);
   foundation::endBySignal(*signal);
 }

@@ -2,7 +2,7 @@
 
 #include <functional>
 
-/// Runs `run` and returns its exit status. When SIGINT, SIGTERM or SIGHUP comes meanwhile, what the
-/// run has made in the temporary folder is removed, one line says so, and the process ends by that
-/// signal instead.
+/// Runs `run`, releases what it has made in the temporary folder, and returns its exit status. When
+/// SIGINT, SIGTERM or SIGHUP comes before that end, all of it is removed, also what the run left
+/// there on purpose, one line says so, and the process ends by that signal instead.
 int runInterruptibly(const std::function<int()>& run);

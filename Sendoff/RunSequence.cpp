@@ -11,7 +11,6 @@
 #include "Sendoff/ServiceAddresses.h"
 #include "console/QVTCLUtilLog.h"
 #include "foundation/FileManager.h"
-#include "foundation/Interruption.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/Text.h"
@@ -22,25 +21,6 @@ namespace FileManager = foundation::FileManager;
 std::optional<std::string> pathToUnzippedApp;
 
 namespace {
-
-/// The end of what the run holds in the temporary folder. What a failed run leaves there on purpose
-/// goes, too, when the run was interrupted.
-struct TemporaryItemsOfTheRun {
-  TemporaryItemsOfTheRun() = default;
-  ~TemporaryItemsOfTheRun() {
-    foundation::isInterrupted() ? TemporaryItems::removeAll() : TemporaryItems::releaseAll();
-  }
-  TemporaryItemsOfTheRun(const TemporaryItemsOfTheRun&) = delete;
-};
-
-/// The app, and after it what other runs may wait for.
-struct Run {
-  explicit Run(const RunSettings& settings)
-      : appInfo(settings.apiKey, settings.buildSecret, settings.apiEndpoint,
-                settings.uploadEndpoint) {}
-  TemporaryItemsOfTheRun items;
-  QVTAppInfo appInfo;
-};
 
 /// How a preparation route ended: a result of `QVTAppInfo`, or nothing when there was no app to
 /// prepare and the reason is printed.
@@ -137,23 +117,24 @@ int runSequence(const RunSettings& settings) {
   const foundation::Environment environment = foundation::ProcessInfo::environment();
   pathToUnzippedApp.reset();
   TemporaryItems::removeLeftovers();
-  auto run = std::make_unique<Run>(settings);
+  auto appInfo = std::make_unique<QVTAppInfo>(settings.apiKey, settings.buildSecret,
+                                              settings.apiEndpoint, settings.uploadEndpoint);
 
-  const Prepared prepared = settings.ipaPath ? prepareIPA(run->appInfo, *settings.ipaPath)
-                                             : prepareArchive(run->appInfo, environment);
+  const Prepared prepared = settings.ipaPath ? prepareIPA(*appInfo, *settings.ipaPath)
+                                             : prepareArchive(*appInfo, environment);
   // Releasing the app removes the temporary files; that comes before `failure()`, which may end the
   // process.
   if (prepared != 0) {
-    run.reset();
+    appInfo.reset();
     if (prepared) QVTCLUtilLog("Failed to prepare the binary for release");
     return failure();
   }
-  if (!announce(run->appInfo, settings)) {
-    run.reset();
+  if (!announce(*appInfo, settings)) {
+    appInfo.reset();
     return failure();
   }
-  const bool uploaded = uploadRelease(run->appInfo, settings.notifications);
-  run.reset();
+  const bool uploaded = uploadRelease(*appInfo, settings.notifications);
+  appInfo.reset();
   if (uploaded) return 0;
   QVTCLUtilLog("Failed to upload binary");
   return failure();
