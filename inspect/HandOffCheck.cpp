@@ -7,6 +7,7 @@
 #include "foundation/FileManager.h"
 #include "foundation/Format.h"
 #include "foundation/Path.h"
+#include "foundation/ProfileFile.h"
 #include "foundation/Text.h"
 #include "inspect/Report.h"
 #include "inspect/SignatureFacts.h"
@@ -86,19 +87,10 @@ Findings checkExpiry(const std::string& what, foundation::Date end, foundation::
 
 /// The profile's certificates as they are in its file, readable ones only.
 std::vector<foundation::Certificate> certificatesOf(const QVTProvisioningProfile& profile) {
-  std::vector<foundation::Certificate> result;
   const auto dictionary =
       QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(profile.path());
-  const auto* entries =
-      dictionary ? foundation::arrayAt(*dictionary, "DeveloperCertificates") : nullptr;
-  if (!entries) return result;
-  for (const auto& entry : *entries) {
-    if (!entry.data()) continue;
-    if (auto certificate = foundation::Certificate::fromDER(entry.data()->bytes())) {
-      result.push_back(std::move(*certificate));
-    }
-  }
-  return result;
+  if (!dictionary) return {};
+  return foundation::developerCertificatesIn(*dictionary);
 }
 
 /// The team that the profile is for. Its identifier prefix is the team's in newer accounts only.

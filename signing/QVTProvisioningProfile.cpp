@@ -5,6 +5,7 @@
 #include "foundation/FileManager.h"
 #include "foundation/Format.h"
 #include "foundation/Path.h"
+#include "foundation/ProfileFile.h"
 #include "foundation/PropertyList.h"
 #include "foundation/SystemLog.h"
 #include "foundation/Text.h"
@@ -13,23 +14,6 @@ using foundation::Dictionary;
 using foundation::isEqual;
 
 namespace {
-
-constexpr std::string_view kPropertyListStart = "<?xml";
-constexpr std::string_view kPropertyListEnd = "</plist>";
-
-/// The property list in a signed message. The slice that is searched for its end begins at the XML
-/// and is as long as the message up to that end: the header before the XML is about as long as what
-/// the slice takes in behind it.
-std::optional<std::string_view> propertyListIn(std::string_view message) {
-  const auto start = message.rfind(kPropertyListStart);
-  const auto end = message.rfind(kPropertyListEnd);
-  if (start == message.npos || end == message.npos) return std::nullopt;
-  if (end > message.size() - start) return std::nullopt;
-  const auto slice = message.substr(start, end);
-  const auto endInSlice = slice.find(kPropertyListEnd);
-  if (endInSlice == slice.npos) return std::nullopt;
-  return slice.substr(0, endInSlice + kPropertyListEnd.size());
-}
 
 std::string removingEvery(std::string_view text, std::string_view piece) {
   std::string kept;
@@ -113,7 +97,7 @@ std::optional<Dictionary> QVTProvisioningProfile::dictionaryForMobileProvisionAt
     foundation::systemLog("%@", message.error().localizedDescription());
     return std::nullopt;
   }
-  const auto text = propertyListIn(message->text());
+  const auto text = foundation::propertyListInProfile(message->text());
   if (!text) return std::nullopt;
   auto parsed = foundation::PropertyList::parse(foundation::bytesOf(*text));
   if (!parsed) {

@@ -1,6 +1,7 @@
 #include "toolchain/EmbeddedProfile.h"
 
 #include "foundation/FileManager.h"
+#include "foundation/ProfileFile.h"
 #include "foundation/PropertyList.h"
 
 namespace toolchain {
@@ -11,33 +12,18 @@ using foundation::Array;
 using foundation::Dictionary;
 using foundation::Value;
 
-/// The property list inside the signed message, found by its text; the message's own signature
-/// says nothing here, since the system that installs the app checks it.
-std::optional<std::string_view> propertyListIn(std::string_view file) {
-  constexpr std::string_view kEnd = "</plist>";
-  const auto start = file.find("<?xml");
-  if (start == std::string_view::npos) return std::nullopt;
-  const auto end = file.find(kEnd, start);
-  if (end == std::string_view::npos) return std::nullopt;
-  return file.substr(start, end + kEnd.size() - start);
-}
-
 Result<EmbeddedProfile> readProfile(const std::filesystem::path& path) {
   const auto file = foundation::FileManager::contentsOfFile(path);
   if (!file) return file.error();
-  const auto text = propertyListIn(file->text());
+  // The signature says nothing here: the system that installs the app checks it.
+  const auto text = foundation::propertyListInProfile(file->text());
   if (!text) return failure(path.string() + ": no property list in the profile");
-  auto value = foundation::PropertyList::parseXML(foundation::bytesOf(*text));
+  auto value = foundation::PropertyList::parse(foundation::bytesOf(*text));
   if (!value) return within(path.string(), value.error());
   if (!value->dictionary()) return failure(path.string() + ": the profile is no dictionary");
   EmbeddedProfile profile;
   profile.dictionary = std::move(*value->dictionary());
-  const Array* certificates = foundation::arrayAt(profile.dictionary, "DeveloperCertificates");
-  for (const Value& entry : certificates ? *certificates : Array()) {
-    if (!entry.data()) continue;
-    auto certificate = foundation::Certificate::fromDER(entry.data()->bytes());
-    if (certificate) profile.certificates.push_back(std::move(*certificate));
-  }
+  profile.certificates = foundation::developerCertificatesIn(profile.dictionary);
   return profile;
 }
 

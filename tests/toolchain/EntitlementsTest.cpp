@@ -130,6 +130,20 @@ TEST(EmbeddedProfile, ALinkOutOfTheBundleIsRefused) {
   EXPECT_THAT(found.error().localizedDescription(), HasSubstr("leads out of the bundle"));
 }
 
+TEST(EmbeddedProfile, OfTwoPropertyListsTheLastCounts) {
+  const test::TemporaryFolder folder;
+  std::string file;
+  for (const std::string name : {"first", "last"}) {
+    file += test::makeProvisioningProfile(test::ProfileOptions{.name = name}.dictionary(),
+                                          test::makeRoot())
+                .text();
+  }
+  folder.write("embedded.mobileprovision", file + std::string(8000, '\0'));
+  const auto found = toolchain::embeddedProfileOf(folder.path());
+  ASSERT_TRUE(found && *found);
+  EXPECT_EQ(*foundation::find((*found)->dictionary, "Name"), Value("last"));
+}
+
 TEST(EmbeddedProfile, WildcardsBecomeExact) {
   toolchain::EmbeddedProfile profile;
   profile.dictionary = {
