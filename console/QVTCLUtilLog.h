@@ -9,7 +9,8 @@
 extern std::atomic<bool> debugMode;
 
 /// Writes `YYYY-MM-DD HH:MM:SS.mmm sendoff Quorvantile: message` and a newline to standard output,
-/// in local time and in one write. Newlines in the message are kept. Failures are ignored: an
+/// in local time and in one write. The message is printed as it is given: who puts values from
+/// outside into it escapes them (`foundation::escapingControlCharacters`). Failures are ignored: an
 /// output that is closed, full or without a reader changes nothing for the caller.
 void writeConsoleLine(std::string_view message);
 

@@ -72,7 +72,8 @@ std::string format(std::string_view text, const Arguments&... arguments) {
 /// lines, booleans 1 and 0, dates `2015-03-01 12:00:00 +0000`, data `<0a1b …>`, JSON null `<null>`.
 std::string description(const Value& value);
 std::string description(Date date);
-/// As above, on a single line: newlines inside texts are shown as `\n`.
+/// As above, on a single line: control characters inside texts are escaped
+/// (`escapingControlCharacters`).
 std::string singleLineDescription(const Value& value);
 
 /// The class name that the platform shows for a value ("__NSCFNumber"); "(null)" for an absent one.

@@ -8,7 +8,8 @@
 namespace foundation {
 
 /// Writes one line `YYYY-MM-DD HH:MM:SS.mmm program[pid] text` (local time) to standard error, in
-/// one write; newlines in the text become `\n`. Failures are ignored. Safe from any thread.
+/// one write; control characters in the text are escaped (`escapingControlCharacters`). Failures
+/// are ignored. Safe from any thread.
 void systemLogText(std::string_view text);
 
 template <class... Arguments>

@@ -24,6 +24,16 @@ void appendUTF8(std::string& out, char32_t codePoint);
 /// UTF-8 from UTF-16 units in host order; lone surrogates become U+FFFD.
 std::string utf8FromUTF16(std::u16string_view units);
 
+/// `text` on one line and safe to show on a terminal, for values from outside that go into
+/// messages: control characters become `\n`, `\r`, `\t` or `\u001b` (U+0000 to U+001F, U+007F to
+/// U+009F), bytes that are not UTF-8 `\xff`. Everything else stays, backslashes too.
+std::string escapingControlCharacters(std::string_view text);
+/// The same; absent stays absent.
+template <class T>
+std::optional<std::string> escapingControlCharacters(const std::optional<T>& text) {
+  return text ? std::optional(escapingControlCharacters(*text)) : std::nullopt;
+}
+
 /// `text` without leading and trailing white space and newlines.
 std::string_view trimmed(std::string_view text);
 

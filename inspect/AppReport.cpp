@@ -74,8 +74,8 @@ void showFindings(const Findings& findings, TextOutput& text) {
     text.line("Nothing found that would stop this hand-off.", TextOutput::Tone::good);
   for (const auto& finding : findings) {
     const bool isFailure = finding.severity == Finding::Severity::failure;
-    text.line(std::string(severityName(finding.severity)) + ": " + printable(finding.problem) +
-                  ": " + finding.advice,
+    text.line(std::string(severityName(finding.severity)) + ": " + finding.problem + ": " +
+                  finding.advice,
               isFailure ? TextOutput::Tone::bad : TextOutput::Tone::warning);
   }
 }

@@ -13,7 +13,7 @@
 #include "foundation/JSON.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/RunLoop.h"
-#include "inspect/TextOutput.h"
+#include "foundation/Text.h"
 #include "xcode/QVTXcodeArchiveMonitor.h"
 
 namespace inspect {
@@ -56,7 +56,7 @@ class ArchivesWatch {
     const std::string line =
         options_.asJSON
             ? foundation::JSON::encode(foundation::Dictionary{{"event", event}, {"path", path}})
-            : sentence(event) + printable(path);
+            : sentence(event) + foundation::escapingControlCharacters(path);
     const std::string bytes = line + "\n";
     if (::write(STDOUT_FILENO, bytes.data(), bytes.size()) < 0) std::exit(1);  // nobody listens
   }

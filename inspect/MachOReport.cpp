@@ -30,7 +30,7 @@ bool everySliceHasUUID(const QVTMachOBinary& binary) {
 
 void showDylibs(const Value& slice, TextOutput& text) {
   text.heading(textAt(slice, "architectureName").value_or("") + " links");
-  for (const auto& dylib : entriesAt(slice, "linkedDylibs")) text.line(printable(*dylib.string()));
+  for (const auto& dylib : entriesAt(slice, "linkedDylibs")) text.line(*dylib.string());
 }
 
 }  // namespace

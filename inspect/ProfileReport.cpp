@@ -86,7 +86,7 @@ void showPeople(const Value& document, TextOutput& text) {
   text.table({"common name", "organization", "key", "SHA-1"}, rows);
   text.heading("provisionedDevices");
   for (const auto& device : entriesAt(document, "provisionedDevices")) {
-    text.line(printable(*device.string()));
+    text.line(*device.string());
   }
 }
 

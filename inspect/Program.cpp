@@ -6,6 +6,7 @@
 
 #include "foundation/JSON.h"
 #include "foundation/SystemLog.h"
+#include "foundation/Text.h"
 #include "inspect/Commands.h"
 
 namespace inspect {
@@ -34,7 +35,7 @@ std::string usage(const Command& command) {
 }
 
 std::string complaint(std::string_view where, std::string_view text) {
-  return std::string(where) + ": " + printable(text) + "\n";
+  return std::string(where) + ": " + foundation::escapingControlCharacters(text) + "\n";
 }
 
 Outcome failure(const Command& command, const foundation::Error& error) {

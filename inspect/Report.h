@@ -31,7 +31,7 @@ foundation::Value arrayOf(const std::vector<std::string>& texts);
 
 // Reading a document back for its text form.
 
-/// The text under `key`, safe to show; absent when it is null. Numbers and booleans are shown as
+/// The text under `key`; absent when it is null. Numbers and booleans are shown as
 /// JSON shows them, dates as ISO 8601 in UTC.
 std::optional<std::string> textAt(const foundation::Value& document, std::string_view key);
 /// The entries under `key`; none when it is null.

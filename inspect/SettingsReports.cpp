@@ -16,7 +16,7 @@ namespace {
 
 Report listReport(Value document, std::string key) {
   auto show = [document, key = std::move(key)](TextOutput& text) {
-    for (const auto& entry : entriesAt(document, key)) text.line(printable(*entry.string()));
+    for (const auto& entry : entriesAt(document, key)) text.line(*entry.string());
   };
   return {std::move(document), std::move(show)};
 }

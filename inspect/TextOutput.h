@@ -20,7 +20,8 @@ struct TextStyle {
   static TextStyle ofStandardOutput();
 };
 
-/// Text for people, collected and handed over at the end.
+/// Text for people, collected and handed over at the end. What is put into it may come from foreign
+/// files: control characters are escaped (`foundation::escapingControlCharacters`).
 class TextOutput {
  public:
   using Row = std::vector<std::string>;
@@ -35,7 +36,7 @@ class TextOutput {
   void fields(const std::vector<std::pair<std::string, std::optional<std::string>>>& pairs);
   /// Rows of equal length. On a terminal: columns under a heading line, cells that are too wide
   /// broken over several lines; elsewhere tab-separated rows without headings.
-  void table(const Row& headings, const std::vector<Row>& rows);
+  void table(const Row& headings, std::vector<Row> rows);
 
   [[nodiscard]] const std::string& text() const { return text_; }
 
@@ -44,8 +45,5 @@ class TextOutput {
   std::string text_;
   TextStyle style_;
 };
-
-/// Text from foreign files made safe to show: control characters become "?".
-std::string printable(std::string_view text);
 
 }  // namespace inspect

@@ -5,6 +5,7 @@
 #include "console/QVTCLUtilLog.h"
 #include "foundation/Path.h"
 #include "foundation/SystemLog.h"
+#include "foundation/Text.h"
 #include "foundation/URL.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/QVTInfoPlist.h"
@@ -48,7 +49,7 @@ std::shared_ptr<QVTIPA> QVTIPA::initWithPath(const std::string& path) {
   }
   const auto appPath = appPathInFolder(*inflated);
   if (!appPath) return nullptr;
-  debugLog("Path To App: %@", *appPath);
+  debugLog("Path To App: %@", foundation::escapingControlCharacters(*appPath));
   const auto url = urlForPath(*appPath);
   if (!url) return nullptr;
 

@@ -197,7 +197,9 @@ Result<LockFile> waitForClaim(const std::string& temporary, const std::string& r
   for (bool hasSaidSo = false;; hasSaidSo = true) {
     auto claim = LockFile::take(claimsFolder(temporary), claimName(relative));
     if (!claim || *claim) return claim;
-    if (!hasSaidSo) debugLog("Waiting for another run that uses %@", temporary + relative);
+    if (!hasSaidSo)
+      debugLog("Waiting for another run that uses %@",
+               foundation::escapingControlCharacters(temporary + relative));
     std::this_thread::sleep_for(kLookInterval);
     foundation::throwIfInterrupted();
   }
@@ -252,7 +254,8 @@ void removeLeftover(const std::string& temporary, const std::string& name) {
     if (!isPathOfAnItem(relative) || claimName(relative) != name) return;
     const std::string path = temporary + relative;
     if (isOwnOldItem(temporary, relative) && FileManager::removeItemAtPath(path)) {
-      debugLog("Removed %@, left behind by a run that was killed", path);
+      debugLog("Removed %@, left behind by a run that was killed",
+               foundation::escapingControlCharacters(path));
     }
     if (isThere(path)) return;
   }

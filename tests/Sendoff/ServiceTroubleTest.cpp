@@ -91,6 +91,17 @@ TEST_F(ServiceTroubleTest, AnswersThatEndTheRun) {
             notes,
             errorMessage(R"({"error":{"message":"too \"long\" %@"}})"),
             {"Unable to add release notes: too \"long\" %@", notesFailed}},
+           {"a forged line and what moves a terminal's cursor",
+            notes,
+            errorMessage("{\"error\":{\"message\":\"no\\r\\n2026-01-01 00:00:00.000 sendoff "
+                         "Quorvantile: Uploaded Successfully 202\\u001b[2J\\u009b2J\"}}"),
+            {"Unable to add release notes: no\\r\\n2026-01-01 00:00:00.000 sendoff Quorvantile: "
+             "Uploaded Successfully 202\\u001b[2J\\u009b2J",
+             notesFailed}},
+           {"a forged line in a list",
+            notes,
+            errorMessage(R"({"error":{"message":["no"]}})"),
+            {R"(Unable to add release notes: (\n    no\n))", notesFailed}},
            {"error is text",
             notes,
             errorMessage(R"({"error":"no"})"),

@@ -41,7 +41,7 @@ TEST(Description, OfEachKind) {
   for (const auto& [value, expected] : cases) EXPECT_EQ(description(value), expected);
   EXPECT_EQ(singleLineDescription(Value(Array{1, Dictionary{{"a", 1}, {"b", ""}}})),
             "(1, {a = 1; b = \"\";})");
-  EXPECT_EQ(singleLineDescription(Value("x\ny\r\x1b[31m")), "x\\ny\\r\\x1b[31m");
+  EXPECT_EQ(singleLineDescription(Value("x\ny\r\x1b[31m")), "x\\ny\\r\\u001b[31m");
 }
 
 TEST(Description, OfErrorsStaysOnOneLineAndShowsNestedOnes) {

@@ -34,6 +34,17 @@ TEST(Text, Trims) {
   for (const auto& [text, expected] : cases) EXPECT_EQ(trimmed(text), expected);
 }
 
+TEST(Text, EscapesControlCharacters) {
+  const std::pair<std::string, const char*> cases[] = {
+      {"a ä\u20ac\U0001f600 \\n\u00a0", "a ä\u20ac\U0001f600 \\n\u00a0"},
+      {"\r\n\t\x1b[2J", "\\r\\n\\t\\u001b[2J"},
+      {std::string("\0\x1f\x7f", 3), "\\u0000\\u001f\\u007f"},
+      {"\u0080\u009b", "\\u0080\\u009b"},
+      {"\x9b\xe2\x82!", "\\x9b\\xe2\\x82!"},
+  };
+  for (const auto& [text, shown] : cases) EXPECT_EQ(escapingControlCharacters(text), shown);
+}
+
 TEST(Text, ReadsBooleansByTheirFirstCharacter) {
   for (const char* yes : {"Y", "true", "9", " \t+1", "-001", "+Y"}) {
     EXPECT_TRUE(boolValue(yes)) << yes;

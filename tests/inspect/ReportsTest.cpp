@@ -57,6 +57,18 @@ TEST(InspectReports, MachOWithoutUUIDHasNoIdentifier) {
               HasSubstr("arm64 links\n/x\n"));
 }
 
+TEST(InspectReports, NamesFromAppsCannotMoveTheCursor) {
+  const test::TemporaryFolder folder;
+  const auto app = test::makeApp(
+      folder.path(),
+      {.folderName = "\x1b[2JExample.app", .info = {{"CFBundleIdentifier", "a\u009b2J\nmacho"}}});
+  EXPECT_THAT(test::inspectRun({"app", app}).standardOutput,
+              AllOf(HasSubstr("/\\u001b[2JExample.app\n"),
+                    HasSubstr("\nbundleIdentifier: a\\u009b2J\\nmacho\n")));
+  const auto missing = folder / "\u009b2J.app";
+  EXPECT_THAT(test::inspectRun({"app", missing}).standardError, HasSubstr("/\\u009b2J.app"));
+}
+
 TEST(InspectReports, DSYMAgreesWithLLVMAndMatchesItsBinary) {
   const test::TemporaryFolder folder;
   test::linkImage(folder / "Demo", {.compilerArguments = {"-g"}});

@@ -43,7 +43,14 @@ TEST(TextOutput, ColoursOnlyWhereAskedTo) {
 }
 
 TEST(TextOutput, ShowsForeignTextWithoutControlCharacters) {
-  EXPECT_EQ(inspect::printable("a\x1b[31m\nb\tü"), "a?[31m?b?ü");
+  const std::string foreign = "a\x1b[31m\nb\u009bü\xff";
+  const std::string shown = "a\\u001b[31m\\nb\\u009bü\\xff";
+  TextOutput text(TextStyle{});
+  text.heading(foreign);
+  text.line(foreign);
+  text.fields({{"name", foreign}});
+  text.table({"heading"}, {{foreign}});
+  EXPECT_EQ(text.text(), shown + "\n" + shown + "\nname: " + shown + "\n" + shown + "\n");
 }
 
 }  // namespace

@@ -94,9 +94,10 @@ TEST_F(ProgramTest, StatusesAndStreams) {
   test::RealImageOptions image;
   test::linkImage(folder_ / "tool", image);
   expect({"-fs", "-", "Example.app", "tool"}, {0, "", ""});
-  folder_.write("Example.app/extra\nline", "");
+  folder_.write("Example.app/\x1b[2J\u009bextra\nline", "");
   const std::string added =
-      "file added: " + (fs::canonical(folder_.path()) / "Example.app/extra\\nline").string() + "\n";
+      "file added: " +
+      (fs::canonical(folder_.path()) / "Example.app/\\u001b[2J\\u009bextra\\nline").string() + "\n";
   expect({"-vv", "Example.app", "tool"},
          {1, added,
           "Example.app: a sealed resource is missing or invalid\ntool: valid on disk\n"
@@ -106,6 +107,16 @@ TEST_F(ProgramTest, StatusesAndStreams) {
   const Outcome help = run({"--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_THAT(help.output, StartsWith("usage: codesign"));
+}
+
+TEST_F(ProgramTest, IdentifiersCannotForgeLines) {
+  makeApp();
+  folder_.write("Example.app/Info.plist",
+                "{CFBundleExecutable = Example; CFBundleIdentifier = \"a\\033[2J\\U009b\\r"
+                "Authority=b\";}");
+  expect({"-fs", "-", "Example.app"}, {0, "", ""});
+  EXPECT_THAT(run({"-dv", "Example.app"}).errors,
+              HasSubstr("\nIdentifier=a\\u001b[2J\\u009b\\rAuthority=b\n"));
 }
 
 /// The caller reads after the end, so a pipe must be able to take everything.

@@ -17,8 +17,8 @@ class LineOutput {
   /// Prints the count, if there is one.
   ~LineOutput();
 
-  /// A newline inside `text` is shown as "\n", so that each call makes one line. Failures to write
-  /// are ignored.
+  /// Control characters in `text` are escaped (`foundation::escapingControlCharacters`), so that
+  /// each call makes one line. Failures to write are ignored.
   void line(std::string_view text);
 
  private:

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "foundation/Text.h"
 #include "toolchain/codesign/Program.h"
 
 int main(int argc, char** argv) {
@@ -11,7 +12,8 @@ int main(int argc, char** argv) {
     return toolchain::codesign::run(
         std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
   } catch (const std::exception& exception) {
-    std::fprintf(stderr, "codesign: %s\n", exception.what());
+    std::fprintf(stderr, "codesign: %s\n",
+                 foundation::escapingControlCharacters(exception.what()).c_str());
     return 1;
   }
 }

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstdio>
 
+#include "foundation/Text.h"
 #include "toolchain/Signing.h"
 
 namespace toolchain::codesign_allocate {
@@ -105,7 +106,8 @@ class CommandLine {
 };
 
 void complain(const foundation::Error& error) {
-  std::fprintf(stderr, "codesign_allocate: %s\n", error.localizedDescription().c_str());
+  std::fprintf(stderr, "codesign_allocate: %s\n",
+               foundation::escapingControlCharacters(error.localizedDescription()).c_str());
 }
 
 }  // namespace
