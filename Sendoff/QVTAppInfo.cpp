@@ -9,6 +9,7 @@
 #include "foundation/Bundle.h"
 #include "foundation/Error.h"
 #include "foundation/FileManager.h"
+#include "foundation/Keychain.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/SystemLog.h"
@@ -92,6 +93,7 @@ int QVTAppInfo::prepBinary() {
   foundation::assertThat(
       pathToUnzippedApp_.has_value(), "_pathToUnzippedApp",
       {.function = "-[QVTAppInfo prepBinary]", .source = "Sendoff/Sendoff/QVTAppInfo", .line = 76});
+  const foundation::KeychainSession keychains;
   return readProfile() && package() ? kReady : kFailed;
 }
 

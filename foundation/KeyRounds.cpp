@@ -68,6 +68,14 @@ bool KeyRounds::addCount(std::uint64_t rounds) {
                          rounds, kMaximum));
     return false;
   }
+  if (rounds > leftInRun_) {
+    error_ = makeError(
+        kKeychainErrorDomain, -1,
+        format("asks for %llu rounds of encryption, more than are left for all key files of a run",
+               rounds));
+    return false;
+  }
+  leftInRun_ -= rounds;
   sum_ += rounds;
   return true;
 }

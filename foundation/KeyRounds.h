@@ -8,11 +8,15 @@
 namespace foundation {
 
 /// Adds up the rounds that the encryption in one key file asks for before its passphrases become
-/// keys. A file may ask for any number, for each thing in it anew, which would take hours.
+/// keys. A file may ask for any number, for each thing in it anew, which would take hours; and a
+/// folder may hold any number of such files.
 class KeyRounds {
  public:
   /// Some seconds of work. The files of today ask for a million and less.
   static constexpr std::uint64_t kMaximum = 10'000'000;
+
+  /// What is added here is taken off `leftInRun`, which outlives this.
+  explicit KeyRounds(std::uint64_t& leftInRun) : leftInRun_(leftInRun) {}
 
   /// False when it is one of too many.
   bool add(const ASN1_INTEGER* rounds);
@@ -26,6 +30,7 @@ class KeyRounds {
  private:
   bool addCount(std::uint64_t rounds);
 
+  std::uint64_t& leftInRun_;
   std::uint64_t sum_ = 0;
   std::optional<Error> error_;
 };

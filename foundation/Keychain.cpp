@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
+#include <mutex>
 #include <set>
 
 #include "foundation/FileManager.h"
@@ -21,14 +23,40 @@ bool belongsInKeychainFolder(std::string_view name) {
   return std::ranges::find(kExtensions, lowercased(pathExtension(name))) != kExtensions.end();
 }
 
-Result<KeychainContents> readFolder(const fs::path& folder) {
+/// Reads each file once.
+class FileReader {
+ public:
+  explicit FileReader(std::uint64_t maximumRounds) : roundsLeft_(maximumRounds) {}
+
+  Result<KeychainContents> read(const fs::path& path) {
+    const std::scoped_lock lock(mutex_);
+    std::error_code unresolved;
+    const fs::path resolved = fs::weakly_canonical(path, unresolved);
+    const fs::path& key = unresolved ? path : resolved;
+    if (const auto known = contents_.find(key); known != contents_.end()) return known->second;
+    return contents_.emplace(key, readKeychainFile(path, roundsLeft_)).first->second;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<fs::path, Result<KeychainContents>> contents_;
+  std::uint64_t roundsLeft_;
+};
+
+/// The reader of the session, while there is one.
+std::optional<FileReader>& sessionReader() {
+  static std::optional<FileReader> reader;
+  return reader;
+}
+
+Result<KeychainContents> readFolder(const fs::path& folder, FileReader& reader) {
   auto names = FileManager::visibleContentsOfDirectoryAtPath(folder);
   if (!names) return names.error();
   std::erase_if(*names, [](const std::string& name) { return !belongsInKeychainFolder(name); });
   std::ranges::sort(*names);
   KeychainContents all;
   for (const std::string& name : *names) {
-    auto contents = readKeychainFile(folder / name);
+    auto contents = reader.read(folder / name);
     if (!contents) {
       systemLogOnce("passing over " + contents.error().localizedDescription());
       continue;
@@ -48,10 +76,25 @@ std::vector<Certificate> eachOnce(std::vector<Certificate> certificates) {
   return unique;
 }
 
+constexpr std::uint64_t kMaximumRounds = KeychainSession::Options().maximumRounds;
+
 }  // namespace
 
+KeychainSession::KeychainSession() : KeychainSession(Options()) {}
+
+KeychainSession::KeychainSession(const Options& options) : isOutermost_(!sessionReader()) {
+  if (isOutermost_) sessionReader().emplace(options.maximumRounds);
+}
+
+KeychainSession::~KeychainSession() {
+  if (isOutermost_) sessionReader().reset();
+}
+
 Result<Keychain> Keychain::open(const fs::path& path) {
-  auto contents = FileManager::isDirectoryAtPath(path) ? readFolder(path) : readKeychainFile(path);
+  std::optional<FileReader> own;
+  FileReader& reader = sessionReader() ? *sessionReader() : own.emplace(kMaximumRounds);
+  auto contents =
+      FileManager::isDirectoryAtPath(path) ? readFolder(path, reader) : reader.read(path);
   if (!contents) return contents.error();
   Keychain keychain;
   keychain.certificates_ = eachOnce(std::move(contents->certificates));

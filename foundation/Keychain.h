@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -45,6 +46,27 @@ class Keychain {
  private:
   std::vector<Certificate> certificates_;
   std::vector<PrivateKey> keys_;
+};
+
+/// While it lives, each key file is read once, whatever became of it, and again only by a later
+/// session; what the passphrases of all files take together is bounded. For the length of a run: a
+/// passphrase may take a second to become a key, and untrusted input may say how often the keychain
+/// is asked. Without one every `open` reads anew. The outermost of several counts. Safe from any
+/// thread, but begun and ended while no other one uses keychains.
+class KeychainSession {
+ public:
+  struct Options {
+    /// Rounds of encryption that the files may ask for together.
+    std::uint64_t maximumRounds = 50'000'000;
+  };
+  KeychainSession();
+  explicit KeychainSession(const Options& options);
+  ~KeychainSession();
+  KeychainSession(const KeychainSession&) = delete;
+  KeychainSession& operator=(const KeychainSession&) = delete;
+
+ private:
+  bool isOutermost_;
 };
 
 /// The chain from `leaf` to a self-issued root, leaf first, built from `candidates` by name, key

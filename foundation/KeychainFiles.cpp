@@ -167,13 +167,14 @@ bool beginsAsDER(std::string_view text) {
 }
 
 /// By content, since people name these files freely.
-Result<KeychainContents> parsed(const Data& data, const std::optional<Passphrase>& passphrase) {
+Result<KeychainContents> parsed(const Data& data, const std::optional<Passphrase>& passphrase,
+                                std::uint64_t& roundsLeft) {
   if (beginsAsDER(data.text())) {
     if (auto certificate = certificateOnly(data.bytes())) return certificate;
-    return readPKCS12(data.bytes(), passphrase);
+    return readPKCS12(data.bytes(), passphrase, roundsLeft);
   }
   if (data.text().find(kBlockStart) != std::string_view::npos) {
-    return readPEM(data.text(), passphrase);
+    return readPEM(data.text(), passphrase, roundsLeft);
   }
   return makeError(kKeychainErrorDomain, -1,
                    "neither a PEM text, nor a PKCS #12 file, nor a certificate");
@@ -183,11 +184,11 @@ Result<KeychainContents> parsed(const Data& data, const std::optional<Passphrase
 
 Passphrase::~Passphrase() { OPENSSL_cleanse(text_.data(), text_.size()); }
 
-Result<KeychainContents> readPEM(std::string_view text,
-                                 const std::optional<Passphrase>& passphrase) {
+Result<KeychainContents> readPEM(std::string_view text, const std::optional<Passphrase>& passphrase,
+                                 std::uint64_t& roundsLeft) {
   const OpenSSLErrorScope errors;
   KeychainContents contents;
-  KeyRounds rounds;
+  KeyRounds rounds(roundsLeft);
   std::size_t number = 0;
   while (const auto block = takeBlock(text)) {
     const auto added = addBlock(*block, ++number, passphrase, rounds, contents);
@@ -196,12 +197,12 @@ Result<KeychainContents> readPEM(std::string_view text,
   return contents;
 }
 
-Result<KeychainContents> readKeychainFile(const fs::path& path) {
+Result<KeychainContents> readKeychainFile(const fs::path& path, std::uint64_t& roundsLeft) {
   const auto data = boundedContents(path);
   if (!data) return data.error();
   const auto passphrase = passphraseFor(path);
   if (!passphrase) return passphrase.error();
-  auto contents = parsed(*data, *passphrase);
+  auto contents = parsed(*data, *passphrase, roundsLeft);
   if (!contents) {
     return makeError(kKeychainErrorDomain, -1,
                      path.string() + ": " + contents.error().localizedDescription());

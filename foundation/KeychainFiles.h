@@ -44,16 +44,19 @@ class Passphrase {
 ossl_lib_ctx_st* legacyLibrary();
 
 /// Reads a PEM, PKCS #12 or DER certificate file, told apart by content, with the passphrase from
-/// the file beside it. Fails with the path and what is wrong there.
-Result<KeychainContents> readKeychainFile(const std::filesystem::path& path);
+/// the file beside it. Fails with the path and what is wrong there. The rounds of encryption that
+/// this takes (KeyRounds.h) are taken off `roundsLeft`, here and below.
+Result<KeychainContents> readKeychainFile(const std::filesystem::path& path,
+                                          std::uint64_t& roundsLeft);
 
 /// PKCS #12 (RFC 7292) with any number of keys. Without a passphrase, none and the empty one are
 /// tried.
-Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>& passphrase);
+Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>& passphrase,
+                                    std::uint64_t& roundsLeft);
 
 /// Every certificate and private key among the blocks (RFC 7468) of a PEM text; other blocks are
 /// passed over, and a certificate or key that cannot be read fails the whole.
-Result<KeychainContents> readPEM(std::string_view text,
-                                 const std::optional<Passphrase>& passphrase);
+Result<KeychainContents> readPEM(std::string_view text, const std::optional<Passphrase>& passphrase,
+                                 std::uint64_t& roundsLeft);
 
 }  // namespace foundation

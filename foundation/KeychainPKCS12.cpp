@@ -150,7 +150,8 @@ OSSL_LIB_CTX* legacyLibrary() {
   return library;
 }
 
-Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>& passphrase) {
+Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>& passphrase,
+                                    std::uint64_t& roundsLeft) {
   const OpenSSLErrorScope errors;
   const PKCS12Handle file = decoded(bytes);
   if (!file) {
@@ -160,7 +161,7 @@ Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>
   std::vector<PassphraseView> tries{{}, {"", 0}};
   if (passphrase) tries = {viewOf(*passphrase)};
   for (const PassphraseView tried : tries) {
-    KeyRounds rounds;
+    KeyRounds rounds(roundsLeft);
     if (auto contents = unlocked(file.get(), tried, rounds)) return *std::move(contents);
     if (rounds.error()) return *rounds.error();
   }

@@ -1,4 +1,5 @@
 // Certificates and key files: DER, PEM and PKCS #12.
+#include "foundation/KeyRounds.h"
 #include "foundation/KeychainFiles.h"
 #include "fuzz/FuzzTarget.h"
 
@@ -15,7 +16,8 @@ void readCertificate(const foundation::Certificate& certificate) {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const fuzz::MemoryFile file(fuzz::bytesOf(data, size));
-  const auto contents = foundation::readKeychainFile(file.path());
+  std::uint64_t rounds = foundation::KeyRounds::kMaximum;
+  const auto contents = foundation::readKeychainFile(file.path(), rounds);
   if (!contents) return 0;
   for (const auto& certificate : contents->certificates) {
     readCertificate(certificate);

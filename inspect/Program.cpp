@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "foundation/JSON.h"
+#include "foundation/Keychain.h"
 #include "foundation/SystemLog.h"
 #include "foundation/Text.h"
 #include "inspect/Commands.h"
@@ -61,6 +62,7 @@ Outcome runCommand(const Command& command, const std::vector<std::string>& words
   // has no end at which it could be shown.
   std::optional<foundation::SystemLogHold> log;
   if (!arguments->has("--watch")) log.emplace();
+  const foundation::KeychainSession keychains;
   const auto report = command.run(*arguments);
   if (!report) return failure(command, report.error());
   Outcome outcome;

@@ -8,6 +8,7 @@
 #include "tests/support/AppFixture.h"
 #include "tests/support/IPAFacts.h"
 #include "tests/support/MachOFixture.h"
+#include "tests/support/OpenCount.h"
 #include "tests/support/StandInService.h"
 #include "tests/support/StandInSigner.h"
 
@@ -269,6 +270,16 @@ TEST_F(RunTest, KeychainOfTheBuildEnvironment) {
   EXPECT_THAT(
       signer_.calls().at(2).arguments,
       testing::IsSupersetOf({std::string("--keychain"), (place_.files() / "other.pem").string()}));
+}
+
+TEST_F(RunTest, TheKeychainIsReadOnceForAllCertificatesOfTheProfile) {
+  AppOptions app;
+  app.profile.developerCertificates = {makeLeaf(makeRoot("Others")).der(),
+                                       makeLeaf(makeRoot("More")).der(),
+                                       signingFamily().leaf.der()};
+  const OpenCount opens(place_.home() / "Library/Keychains/identity.pem");
+  EXPECT_EQ(runIPA(app).status, 0);
+  EXPECT_EQ(opens.take(), 1);
 }
 
 TEST_F(RunTest, WithoutABinaryTheRunGoesOnToTheUpload) {

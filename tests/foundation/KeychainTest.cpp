@@ -3,6 +3,7 @@
 
 #include "foundation/Keychain.h"
 #include "tests/support/Identities.h"
+#include "tests/support/OpenCount.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace foundation {
@@ -144,6 +145,33 @@ TEST_F(KeychainTest, DamagedFilesAreErrorsThatNameThem) {
   const auto large = write("large.pem", family_.pem());
   fs::resize_file(large, 16 * 1024 * 1024 + 1);
   EXPECT_THAT(problemOf(large), HasSubstr("16777217 bytes"));
+}
+
+TEST_F(KeychainTest, ASessionReadsEachFileOnce) {
+  const auto path = write("identity.pem", family_.leaf.keyPEM());
+  const test::OpenCount opens(path);
+  {
+    const KeychainSession session;
+    const KeychainSession inner;
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(holdsTheLeafsKey(path));
+    EXPECT_EQ(Keychain::open(folder_.path())->privateKeys().size(), 1u);
+    EXPECT_EQ(opens.take(), 1);
+  }
+  EXPECT_TRUE(holdsTheLeafsKey(path));
+  EXPECT_EQ(opens.take(), 1) << "a session that has ended is forgotten";
+}
+
+TEST_F(KeychainTest, TheRoundsOfASessionAreBounded) {
+  const KeychainSession session({.maximumRounds = 10'000});
+  const auto problemOfNext = [&](const std::string& name) {
+    return problemOf(write(name, test::makeSlowKeyFile(test::SlowPart::keyInPEM, 4096)));
+  };
+  for (const char* name : {"1.pem", "2.pem"}) {
+    EXPECT_THAT(problemOfNext(name), Not(HasSubstr("rounds")));
+  }
+  EXPECT_THAT(problemOfNext("3.pem"),
+              HasSubstr("3.pem: block 1 (ENCRYPTED PRIVATE KEY) asks for 4096 rounds of "
+                        "encryption, more than are left for all key files of a run"));
 }
 
 TEST_F(KeychainTest, FilesThatAskForTooManyRoundsAreRefused) {

@@ -8,6 +8,7 @@
 #include "foundation/ChildProcess.h"
 #include "tests/support/AppFixture.h"
 #include "tests/support/MachOFixture.h"
+#include "tests/support/OpenCount.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -87,6 +88,14 @@ TEST_F(ProgramTest, IdentitiesOfTheDefaultKeychains) {
   test::writeKeychain(folder_ / "Library/Keychains/mine.pem");
   expect({"-s", "iPhone Distribution", "Example.app"}, {0, "", ""});
   expect({"-s", identity_, "Example.app"}, {1, "", "Example.app: is already signed\n"});
+  // Which are read once, for all code and by whatever way.
+  fs::copy(folder_ / "Example.app", folder_ / "Other.app", fs::copy_options::recursive);
+  const test::OpenCount opens(folder_ / "Library/Keychains/mine.pem");
+  EXPECT_EQ(run({"-fs", identity_, "--keychain", "Library/Keychains/mine.pem", "Example.app",
+                 "Other.app"})
+                .status,
+            0);
+  EXPECT_EQ(opens.take(), 1);
 }
 
 TEST_F(ProgramTest, StatusesAndStreams) {

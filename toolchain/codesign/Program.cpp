@@ -7,6 +7,7 @@
 
 #include "foundation/FileManager.h"
 #include "foundation/Handle.h"
+#include "foundation/Keychain.h"
 #include "foundation/MappingGuard.h"
 #include "foundation/Text.h"
 #include "toolchain/Blobs.h"
@@ -177,6 +178,7 @@ int run(const std::vector<std::string>& arguments) {
   if (options->operation == Operation::help) {
     return writeAll(STDOUT_FILENO, usage()) ? 0 : kFailed;
   }
+  const foundation::KeychainSession keychains;
   return Run(*options).all();
 }
 
