@@ -167,9 +167,12 @@ TEST_F(QVTXcodeArchiveMonitorTest, ALocationMadeAgainIsNotWatched) {
 
 TEST_F(QVTXcodeArchiveMonitorTest, MayBeDestroyedOnItsOwnQueueAndWhileItIsBusy) {
   addDay("2015-03-01");
+  const std::size_t descriptors = openDescriptors();
   for (int round = 0; round < 20; ++round) {
     auto monitor = QVTXcodeArchiveMonitor::init();
+    const std::weak_ptr<QVTXcodeArchiveMonitor> destroyed = monitor;
     const auto queue = monitor->queue();
+    const std::weak_ptr<foundation::FileEventSource> watch = monitor->archiveSource();
     std::thread writer([&] { fs::remove_all(addDay("d" + std::to_string(round))); });
     if (round % 2) {
       queue.async([owned = std::move(monitor)]() mutable { owned.reset(); });
@@ -178,7 +181,9 @@ TEST_F(QVTXcodeArchiveMonitorTest, MayBeDestroyedOnItsOwnQueueAndWhileItIsBusy) 
     }
     writer.join();
     queue.sync([] {});
+    EXPECT_TRUE(destroyed.expired() && watch.expired()) << "round " << round;
   }
+  EXPECT_EQ(openDescriptors(), descriptors);
 }
 
 TEST_F(QVTXcodeArchiveMonitorTest, ListsAllArchivesAndPicksTheNewest) {
