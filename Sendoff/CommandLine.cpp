@@ -75,14 +75,16 @@ std::optional<std::string> textOf(const std::string& argument) {
 
 bool checkKey(const std::string& argument) {
   if (isHexadecimal(argument) && argument.size() == kKeyLength) return true;
-  QVTCLUtilLog("First argument must be API Key, not %@", textOf(argument));
+  QVTCLUtilLog("First argument must be API Key, not %@",
+               foundation::escapingControlCharacters(textOf(argument)));
   return false;
 }
 
 /// The secret's length is the service's own business.
 bool checkSecret(const std::string& argument) {
   if (isHexadecimal(argument)) return true;
-  QVTCLUtilLog("Second argument must be build secret, not %@", textOf(argument));
+  QVTCLUtilLog("Second argument must be build secret, not %@",
+               foundation::escapingControlCharacters(textOf(argument)));
   return false;
 }
 
@@ -120,7 +122,7 @@ int commandLineMain(int argc, const char* const* argv) {
   const Arguments arguments(argv, argv + argc);
   printBanner();
   if (const std::string* const unknown = firstUnknownOption(arguments)) {
-    QVTCLUtilLog("Invalid argument provided, %@", *unknown);
+    QVTCLUtilLog("Invalid argument provided, %@", foundation::escapingControlCharacters(*unknown));
     QVTCLUtilLog(kUsage);
     return 1;
   }

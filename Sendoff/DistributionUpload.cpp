@@ -107,13 +107,13 @@ bool uploadRelease(const QVTAppInfo& appInfo, bool notifications) {
   const auto ipa = path ? foundation::FileManager::contentsOfFile(*path) : foundation::Data();
   if (!path || !ipa) {
     if (!ipa) foundation::systemLog("%@", ipa.error().localizedDescription());
-    QVTCLUtilLog("Unable to load IPA at %@", path);
+    QVTCLUtilLog("Unable to load IPA at %@", foundation::escapingControlCharacters(path));
     return false;
   }
   const auto client =
       QVTWebClient::initWithURL(foundation::URL::withString(appInfo.uploadEndpoint()));
   const auto request = uploadRequest(appInfo, *ipa, notifications);
-  debugLog("Submitting IPA at %@", path);
+  debugLog("Submitting IPA at %@", foundation::escapingControlCharacters(path));
 
   bool uploaded = false;
   client->syncStartRequestCompletion(request, [&](const std::shared_ptr<QVTWebResponse>& response) {

@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include <unistd.h>
-
 #include "console/QVTCLUtilLog.h"
 #include "foundation/Assertion.h"
 #include "foundation/Bundle.h"
@@ -13,6 +11,7 @@
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/SystemLog.h"
+#include "foundation/Text.h"
 #include "macho/QVTMachOBinary.h"
 #include "preparation/QVTCodeSignedResource.h"
 #include "preparation/QVTFileSystemUtils.h"
@@ -31,7 +30,10 @@ constexpr int kFailed = 1;
 bool remove(const std::optional<std::string>& item, const std::optional<std::string>& shownPath) {
   if (!item) return true;
   const auto removed = foundation::FileManager::removeItemAtPath(*item);
-  if (!removed) debugLog("Unable to remove item at path %@ %@", shownPath, removed.error());
+  if (!removed) {
+    debugLog("Unable to remove item at path %@ %@",
+             foundation::escapingControlCharacters(shownPath), removed.error());
+  }
   return removed.ok();
 }
 
@@ -64,10 +66,10 @@ int QVTAppInfo::prepBinaryWithIPAPath(const std::string& path) {
 }
 
 int QVTAppInfo::prepBinaryWithArchivePath(const std::string& path) {
-  QVTCLUtilLog("Uploading archive at %@", path);
+  QVTCLUtilLog("Uploading archive at %@", foundation::escapingControlCharacters(path));
   codeSignedResource_ = QVTXcodeArchive::initWithURL(foundation::URL::fileURLWithPath(path));
   if (!codeSignedResource_ || !codeSignedResource_->path()) {
-    QVTCLUtilLog("Unable to read archive at %@", path);
+    QVTCLUtilLog("Unable to read archive at %@", foundation::escapingControlCharacters(path));
     return kFailed;
   }
   std::optional<foundation::Error> error;
@@ -76,7 +78,6 @@ int QVTAppInfo::prepBinaryWithArchivePath(const std::string& path) {
     QVTCLUtilLog("Unable to move application to temp path due to error: %@", error);
     return kFailed;
   }
-  folderOfCopy_ = foundation::deletingLastPathComponent(*pathToUnzippedApp_);
   return readBinary() ? prepBinary() : kReady;
 }
 
@@ -111,7 +112,10 @@ bool QVTAppInfo::readProfile() {
   provisioningProfile_ = path && isInsideApp(*path)
                              ? QVTProvisioningProfile::initWithPathKeychainPath(*path, keychain)
                              : nullptr;
-  if (!provisioningProfile_) QVTCLUtilLog("Unable to read provisioning profile at %@", path);
+  if (!provisioningProfile_) {
+    QVTCLUtilLog("Unable to read provisioning profile at %@",
+                 foundation::escapingControlCharacters(path));
+  }
   return provisioningProfile_ != nullptr;
 }
 
@@ -149,7 +153,5 @@ std::string QVTAppInfo::pathForDistribution() {
 
 bool QVTAppInfo::removeTempArchives() const {
   // Both messages show the app folder's path, also the one about the .ipa; kept so on purpose.
-  if (!remove(pathToUnzippedApp_, pathToUnzippedApp_)) return false;
-  if (folderOfCopy_) ::rmdir(folderOfCopy_->c_str());
-  return remove(releasePath_, pathToUnzippedApp_);
+  return remove(pathToUnzippedApp_, pathToUnzippedApp_) && remove(releasePath_, pathToUnzippedApp_);
 }

@@ -12,6 +12,7 @@
 #include "foundation/Bundle.h"
 #include "foundation/Format.h"
 #include "foundation/SystemLog.h"
+#include "foundation/Text.h"
 
 namespace {
 
@@ -62,7 +63,8 @@ void logErrorResponse(std::string_view context, const QVTWebResponse& response) 
   const foundation::Value* const error = body ? body->find("error") : nullptr;
   const foundation::Value* const message = error ? error->find("message") : nullptr;
   if (message) {
-    QVTCLUtilLog("%@: %@", context, message);
+    QVTCLUtilLog("%@: %@", context,
+                 foundation::escapingControlCharacters(foundation::format("%@", message)));
   } else {
     QVTCLUtilLog("%@. Response code: %ld", context, response.statusCode());
   }

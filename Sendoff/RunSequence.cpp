@@ -30,9 +30,9 @@ using Prepared = std::optional<int>;
 constexpr long kUnsuitableEncoding = 261;
 
 Prepared prepareIPA(QVTAppInfo& appInfo, const std::string& path) {
-  debugLog("Path to IPA manually provided: %@", path);
+  debugLog("Path to IPA manually provided: %@", foundation::escapingControlCharacters(path));
   if (!FileManager::fileExistsAtPath(path)) {
-    QVTCLUtilLog("No file found at path %@", path);
+    QVTCLUtilLog("No file found at path %@", foundation::escapingControlCharacters(path));
     return std::nullopt;
   }
   if (FileManager::isDirectoryAtPath(path)) {
@@ -67,7 +67,7 @@ bool validate(const QVTAppInfo& appInfo) {
           "going here: ") +
       sendoff::kSettingsPageURL +
       "\n Then select the org and click on API key or build secret underneath the org name.";
-  QVTCLUtilLog(hint, bundleIdentifierOf(appInfo));
+  QVTCLUtilLog(hint, foundation::escapingControlCharacters(bundleIdentifierOf(appInfo)));
   return false;
 }
 
@@ -84,8 +84,9 @@ bool addNotes(const QVTAppInfo& appInfo, const std::optional<std::string>& path)
   if (!path) return true;
   const auto notes = textOfFile(*path);
   if (!notes) {
-    QVTCLUtilLog("Could not read release notes file at path %@, error: %@", *path,
-                 notes.error().localizedDescription());
+    QVTCLUtilLog("Could not read release notes file at path %@, error: %@",
+                 foundation::escapingControlCharacters(*path),
+                 foundation::escapingControlCharacters(notes.error().localizedDescription()));
     return false;
   }
   if (addReleaseNotes(appInfo, *notes)) return true;

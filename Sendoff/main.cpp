@@ -6,6 +6,7 @@
 #include "Sendoff/StandardDescriptors.h"
 #include "console/QVTCLUtilLog.h"
 #include "foundation/ProcessInfo.h"
+#include "foundation/Text.h"
 #include "preparation/SigningToolPath.h"
 
 namespace {
@@ -15,7 +16,7 @@ int run(int argc, char** argv) {
     appendSigningToolsToPath();
     return commandLineMain(argc, argv);
   } catch (const std::exception& exception) {
-    QVTCLUtilLog("Unexpected error: %@", exception.what());
+    QVTCLUtilLog("Unexpected error: %@", foundation::escapingControlCharacters(exception.what()));
     return failure();
   }
 }

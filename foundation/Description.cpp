@@ -17,24 +17,6 @@ bool isPlainCharacter(char c) {
          c == '$' || c == '.' || c == '/' || c == ':';
 }
 
-std::string withoutControlCharacters(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (const char c : text) {
-    const auto code = static_cast<unsigned char>(c);
-    if (c == '\n') {
-      out += "\\n";
-    } else if (c == '\r') {
-      out += "\\r";
-    } else if ((code < 0x20 && c != '\t') || code == 0x7f) {
-      out += format("\\x%02x", unsigned{code});
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
-
 /// A text inside an array or dictionary: in quotes unless it is a plain word.
 std::string quotedWhereNeeded(std::string_view text) {
   bool isPlain = !text.empty();
@@ -45,7 +27,7 @@ std::string quotedWhereNeeded(std::string_view text) {
     out += c;
   }
   if (isPlain) return std::string(text);
-  return withoutControlCharacters(out += '"');
+  return escapingControlCharacters(out += '"');
 }
 
 std::string realText(double number) {
@@ -73,7 +55,7 @@ class Describer {
   std::string top(const Value& value) const {
     const std::string* text = value.string();
     if (!text) return any(value, 0);
-    return layout_ == Layout::oneLine ? withoutControlCharacters(*text) : *text;
+    return layout_ == Layout::oneLine ? escapingControlCharacters(*text) : *text;
   }
 
  private:

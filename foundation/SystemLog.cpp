@@ -15,6 +15,7 @@
 #include "foundation/Assertion.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
+#include "foundation/Text.h"
 
 namespace foundation {
 
@@ -75,16 +76,9 @@ struct tm localParts(std::time_t time) {
 void systemLogText(std::string_view text) {
   using std::chrono::floor;
   const Date now = floor<Date::duration>(std::chrono::system_clock::now());
-  std::string line =
-      localTimeStamp(now) + " " + programName() + "[" + std::to_string(::getpid()) + "] ";
-  for (const char character : text) {
-    if (character == '\n') {
-      line += "\\n";
-    } else {
-      line += character;
-    }
-  }
-  line += '\n';
+  const std::string line = localTimeStamp(now) + " " + programName() + "[" +
+                           std::to_string(::getpid()) + "] " + escapingControlCharacters(text) +
+                           "\n";
   if (!isHeld(line)) writeToStandardError(line);
 }
 

@@ -18,6 +18,21 @@ bool isSpaceOrNewline(char32_t c) {
          c == 0x3000;
 }
 
+bool isControl(char32_t c) { return c < 0x20 || (c >= 0x7f && c <= 0x9f); }
+
+void appendEscape(std::string& out, char32_t control) {
+  if (control == '\n') {
+    out += "\\n";
+  } else if (control == '\r') {
+    out += "\\r";
+  } else if (control == '\t') {
+    out += "\\t";
+  } else {
+    const auto byte = static_cast<std::byte>(control);
+    out += "\\u00" + lowercaseHex({&byte, 1});
+  }
+}
+
 std::string hex(Bytes bytes, std::string_view digits) {
   std::string out;
   out.reserve(bytes.size() * 2);
@@ -83,6 +98,24 @@ std::string lossyUTF8(Bytes bytes) {
     const auto next = firstCodePoint(text);
     appendUTF8(out, next ? next->value : kReplacement);
     text.remove_prefix(next ? next->length : 1);
+  }
+  return out;
+}
+
+std::string escapingControlCharacters(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const auto next = firstCodePoint(text);
+    const std::size_t length = next ? next->length : 1;
+    if (!next) {
+      out += "\\x" + lowercaseHex(bytesOf(text.substr(0, 1)));
+    } else if (isControl(next->value)) {
+      appendEscape(out, next->value);
+    } else {
+      out += text.substr(0, length);
+    }
+    text.remove_prefix(length);
   }
   return out;
 }

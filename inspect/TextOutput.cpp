@@ -7,7 +7,11 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "foundation/Text.h"
+
 namespace inspect {
+
+using foundation::escapingControlCharacters;
 
 namespace {
 
@@ -77,7 +81,7 @@ TextStyle TextStyle::ofStandardOutput() {
 void TextOutput::heading(std::string_view text) {
   if (!text_.empty()) text_ += '\n';
   if (style_.colour) text_ += "\x1b[1m";
-  text_ += text;
+  text_ += escapingControlCharacters(text);
   if (style_.colour) text_ += "\x1b[0m";
   text_ += '\n';
 }
@@ -85,7 +89,7 @@ void TextOutput::heading(std::string_view text) {
 void TextOutput::line(std::string_view text, Tone tone) {
   const std::string_view code = style_.colour ? colourCode(tone) : std::string_view{};
   text_ += code;
-  text_ += text;
+  text_ += escapingControlCharacters(text);
   if (!code.empty()) text_ += "\x1b[0m";
   text_ += '\n';
 }
@@ -97,11 +101,14 @@ void TextOutput::fields(
   for (const auto& [label, value] : pairs) {
     text_ += label + ": ";
     if (style_.columns) text_.append(widest - length(label), ' ');
-    text_ += value.value_or("-") + '\n';
+    text_ += escapingControlCharacters(value.value_or("-")) + '\n';
   }
 }
 
-void TextOutput::table(const Row& headings, const std::vector<Row>& rows) {
+void TextOutput::table(const Row& headings, std::vector<Row> rows) {
+  for (auto& row : rows) {
+    for (auto& cell : row) cell = escapingControlCharacters(cell);
+  }
   std::vector<std::size_t> widths;
   for (const auto& heading : headings) widths.push_back(length(heading));
   for (const auto& row : rows) {
@@ -130,14 +137,6 @@ void TextOutput::tableRow(const Row& cells, const std::vector<std::size_t>& widt
     row.erase(row.find_last_not_of(' ') + 1);
     text_ += isHeading && style_.colour ? "\x1b[1m" + row + "\x1b[0m\n" : row + '\n';
   } while (std::ranges::any_of(rest, [](std::string_view text) { return !text.empty(); }));
-}
-
-std::string printable(std::string_view text) {
-  std::string result(text);
-  for (char& c : result) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
-  }
-  return result;
 }
 
 }  // namespace inspect

@@ -5,6 +5,8 @@
 
 #include <unistd.h>
 
+#include "foundation/Text.h"
+
 namespace toolchain::codesign {
 
 namespace {
@@ -25,15 +27,7 @@ bool writeAll(int descriptor, std::string_view bytes) {
 }
 
 void LineOutput::line(std::string_view text) {
-  std::string whole;
-  for (const char c : text) {
-    if (c == '\n') {
-      whole += "\\n";
-    } else {
-      whole += c;
-    }
-  }
-  whole += '\n';
+  const std::string whole = foundation::escapingControlCharacters(text) + "\n";
   if (leftOut_ > 0 || whole.size() > kLimit - kReserve - printed_) {
     ++leftOut_;
     return;

@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -59,14 +58,9 @@ std::string homeInUserDatabase() {
 }  // namespace
 
 Result<std::string> temporaryDirectory() {
-  if (const std::optional<std::string> given = nonEmptyEnvironmentValue("TMPDIR")) {
-    // Some tools run in another folder.
-    std::error_code problem;
-    std::string folder = std::filesystem::absolute(*given, problem);
-    if (problem)
-      return posixError(problem.value(), "cannot use temporary folder " + *given, *given);
-    if (folder.back() != '/') folder += '/';
-    return folder;
+  if (std::optional<std::string> given = nonEmptyEnvironmentValue("TMPDIR")) {
+    if (given->back() != '/') *given += '/';
+    return *std::move(given);
   }
   std::string own = "/tmp/sendoff-" + std::to_string(::geteuid());
   if (const Result<> made = makePrivateFolder(own); !made) return made.error();
