@@ -10,6 +10,7 @@
 #include "toolchain/BundleWalk.h"
 #include "toolchain/CodeDirectory.h"
 #include "toolchain/Requirement.h"
+#include "toolchain/SignatureFault.h"
 
 namespace toolchain {
 
@@ -28,7 +29,7 @@ bool isFolder(const fs::path& path) {
 }
 
 foundation::Error unsuitable(const std::string& why) {
-  return failure("bundle format unrecognized, invalid, or unsuitable: " + why);
+  return faultError(Fault::bundleFormat, why);
 }
 
 /// What lies behind a link is not the bundle's, neither to read nor to sign.
@@ -247,7 +248,7 @@ Result<NestedIdentity> nestedIdentity(const fs::path& path) {
   const auto opened = openImage(*code);
   if (!opened) return opened.error();
   const Slice& slice = opened->image.slices().front();
-  if (!slice.signature) return failure(path.string() + ": code object is not signed at all");
+  if (!slice.signature) return within(path.string(), faultError(Fault::unsignedCode));
   const auto signature =
       SuperBlob::parse(opened->image.signatureArea(slice), magic::kEmbeddedSignature);
   if (!signature) return within(path.string(), signature.error());

@@ -10,8 +10,13 @@ foundation::Error failure(std::string text) {
 }
 
 foundation::Error within(std::string_view where, const foundation::Error& error) {
-  return foundation::makeError(error.domain, error.code,
-                               std::string(where) + ": " + error.localizedDescription());
+  const std::string prefix = std::string(where) + ": ";
+  auto result =
+      foundation::makeError(error.domain, error.code, prefix + error.localizedDescription());
+  if (const auto detail = foundation::stringAt(error.userInfo, kDetailKey)) {
+    result.userInfo.emplace(kDetailKey, detail->empty() ? std::string(where) : prefix + *detail);
+  }
+  return result;
 }
 
 std::string hex(std::uint64_t value) {

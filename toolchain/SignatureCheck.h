@@ -34,8 +34,8 @@ struct CheckedSignature {
 };
 
 /// Checks structure, page hashes, special slots, both forms of entitlements, requirement, and the
-/// CMS with both hash lists and its chain. Error descriptions are the platform's reasons, followed
-/// by ": " and what exactly differs. Refers to the evidence's bytes.
+/// CMS with both hash lists and its chain. Errors are made by `faultError`. Refers to the
+/// evidence's bytes.
 Result<CheckedSignature> checkSignature(const SliceEvidence& evidence);
 
 }  // namespace toolchain

@@ -4,6 +4,12 @@
 
 namespace toolchain {
 
+namespace {
+
+constexpr std::string_view kSignatureFaultDomain = "SignatureFaultDomain";
+
+}  // namespace
+
 std::string_view reason(Fault fault) {
   switch (fault) {
     case Fault::unsignedCode:
@@ -32,17 +38,16 @@ std::string_view reason(Fault fault) {
 
 foundation::Error faultError(Fault fault, const std::string& detail) {
   const std::string text(reason(fault));
-  return failure(detail.empty() ? text : text + ": " + detail);
+  auto error = foundation::makeError(kSignatureFaultDomain, static_cast<long>(fault),
+                                     detail.empty() ? text : text + ": " + detail);
+  error.userInfo.emplace(kDetailKey, detail);
+  return error;
 }
 
 FaultParts faultParts(const foundation::Error& error, Fault otherwise) {
-  const std::string description = error.localizedDescription();
-  for (int i = 0; i <= static_cast<int>(Fault::strictValidation); ++i) {
-    const std::string text(reason(static_cast<Fault>(i)));
-    if (description == text) return {text, ""};
-    if (description.starts_with(text + ": ")) return {text, description.substr(text.size() + 2)};
-  }
-  return {std::string(reason(otherwise)), description};
+  if (error.domain != kSignatureFaultDomain) return {otherwise, error.localizedDescription()};
+  return {static_cast<Fault>(error.code),
+          foundation::stringAt(error.userInfo, kDetailKey).value_or("")};
 }
 
 }  // namespace toolchain

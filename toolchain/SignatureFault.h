@@ -25,13 +25,14 @@ enum class Fault {
 /// The platform's own words for it.
 std::string_view reason(Fault fault);
 
-/// "REASON: DETAIL", REASON alone when there is no detail.
+/// An error that carries its kind: domain "SignatureFaultDomain", the fault's number as code,
+/// described as "REASON: DETAIL", or REASON alone when there is no detail.
 foundation::Error faultError(Fault fault, const std::string& detail = {});
 
-/// The two parts of such a description; a text that begins with none of the reasons is all detail,
-/// and gets `otherwise` for its reason.
+/// What such an error carries. Of an error of any other kind the whole description is the detail,
+/// and `otherwise` the fault.
 struct FaultParts {
-  std::string reason;
+  Fault fault;
   /// Empty: none.
   std::string detail;
 };

@@ -31,15 +31,14 @@ struct Complaint {
   std::vector<std::string> files;
 };
 
+Complaint complaint(Fault fault, std::string detail = {}, std::string architecture = {}) {
+  return {kFailed, std::string(reason(fault)), std::move(detail), std::move(architecture), {}, {}};
+}
+
 Complaint complaint(const foundation::Error& error, Fault otherwise,
                     std::string architecture = {}) {
   auto parts = faultParts(error, otherwise);
-  return {kFailed, std::move(parts.reason), std::move(parts.detail), std::move(architecture), {},
-          {}};
-}
-
-Complaint complaint(Fault fault, std::string detail = {}, std::string architecture = {}) {
-  return {kFailed, std::string(reason(fault)), std::move(detail), std::move(architecture), {}, {}};
+  return complaint(parts.fault, std::move(parts.detail), std::move(architecture));
 }
 
 /// Nothing lies where no hash covers it: behind a slice's signature, or between slices.

@@ -12,6 +12,7 @@
 #include "tests/toolchain/SignedAppFixture.h"
 #include "toolchain/Entitlements.h"
 #include "toolchain/Requirement.h"
+#include "toolchain/SignatureFault.h"
 #include "toolchain/Signing.h"
 #include "toolchain/Verification.h"
 
@@ -314,6 +315,31 @@ TEST_F(VerifyTest, AnUnmetRequirementHasAStatusOfItsOwn) {
   const Verdict verdict = verify();
   EXPECT_EQ(verdict.status, 3);
   EXPECT_THAT(verdict.statements, ElementsAre(line("does not satisfy its designated Requirement")));
+}
+
+TEST(SignatureFaultTest, TheErrorCarriesItsKind) {
+  using toolchain::Fault;
+  const struct {
+    const char* name;
+    foundation::Error error;
+    Fault fault;
+    std::string detail;
+  } rows[] = {
+      {"with detail", toolchain::faultError(Fault::nestedCode, "why"), Fault::nestedCode, "why"},
+      {"without", toolchain::faultError(Fault::nestedCode), Fault::nestedCode, ""},
+      {"in a place", toolchain::within("x", toolchain::faultError(Fault::nestedCode, "why")),
+       Fault::nestedCode, "x: why"},
+      {"in a place, without", toolchain::within("x", toolchain::faultError(Fault::nestedCode)),
+       Fault::nestedCode, "x"},
+      {"another's text that reads like a fault",
+       toolchain::failure(std::string(kSealedResource) + ": why"), Fault::objectFormat,
+       std::string(kSealedResource) + ": why"},
+  };
+  for (const auto& row : rows) {
+    const auto parts = toolchain::faultParts(row.error, Fault::objectFormat);
+    EXPECT_EQ(parts.fault, row.fault) << row.name;
+    EXPECT_EQ(parts.detail, row.detail) << row.name;
+  }
 }
 
 TEST_F(VerifyTest, NestedCodeIsNamed) {
