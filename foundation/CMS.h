@@ -29,6 +29,7 @@ struct Signer {
   /// Leaf first, up to the self-issued root that the message carries.
   std::vector<Certificate> chain;
   std::optional<Date> signingTime;
+  /// Empty when the signature is over the content itself, as older tools made it.
   std::vector<Attribute> signedAttributes;
 };
 

@@ -19,6 +19,7 @@ namespace {
 using DigestContext = Handle<EVP_MD_CTX, EVP_MD_CTX_free>;
 
 constexpr std::string_view kSignedDataOID = "1.2.840.113549.1.7.2";
+constexpr std::string_view kDataOID = "1.2.840.113549.1.7.1";
 constexpr std::string_view kContentTypeOID = "1.2.840.113549.1.9.3";
 constexpr std::string_view kMessageDigestOID = "1.2.840.113549.1.9.4";
 constexpr std::string_view kSigningTimeOID = "1.2.840.113549.1.9.5";
@@ -40,7 +41,8 @@ struct SignedData {
 struct SignerInfo {
   DER::Element identifier;
   std::string digestOID;
-  DER::Element attributes;
+  /// Absent: the signature is over the content itself.
+  std::optional<DER::Element> attributes;
   std::string signatureOID;
   Bytes signature;
 };
@@ -114,12 +116,11 @@ Result<SignerInfo> signerInfoIn(Bytes content) {
   const std::string digestOID = algorithmOID(fields.next(DER::kSequence));
   if (!version || !identifier || digestOID.empty()) return failure("malformed signer");
   const auto attributes = fields.next(DER::kContext0);
-  if (!attributes) return failure("the signer has no signed attributes");
   const std::string signatureOID = algorithmOID(fields.next(DER::kSequence));
   const auto signature = fields.next(DER::kOctetString);
   fields.next(DER::kContext1);  // unsigned attributes, such as a time stamp
   if (signatureOID.empty() || !signature || !fields.atEnd()) return failure("malformed signer");
-  return SignerInfo{*identifier, digestOID, *attributes, signatureOID, signature->content};
+  return SignerInfo{*identifier, digestOID, attributes, signatureOID, signature->content};
 }
 
 Result<std::vector<Attribute>> attributesIn(Bytes set) {
@@ -214,24 +215,33 @@ bool hasDigest(const std::vector<Attribute>& attributes, const EVP_MD* digest, B
          textOf(stated->content) == std::string_view(reinterpret_cast<const char*>(computed), size);
 }
 
+/// What the signature is over: the attributes as the SET that they are, not under their tag in the
+/// message; without any, the content.
+std::string signedBytes(const SignerInfo& signer, Bytes content) {
+  std::string bytes(textOf(signer.attributes ? signer.attributes->whole : content));
+  if (signer.attributes) bytes[0] = static_cast<char>(DER::kSet);
+  return bytes;
+}
+
 Result<> checkSignature(const SignerInfo& signer, const EVP_MD* digest,
-                        const Certificate& certificate) {
+                        const Certificate& certificate, Bytes content) {
   EVP_PKEY* key = X509_get0_pubkey(certificate.native());
   if (!key || !matches(signer.signatureOID, digest, key)) {
     return failure("signature algorithm " + signer.signatureOID +
                    " does not go with the signer's key and digest");
   }
-  // The attributes are signed as the SET that they are, not under their tag in the message.
-  std::string signedBytes(textOf(signer.attributes.whole));
-  signedBytes[0] = static_cast<char>(DER::kSet);
+  const std::string bytes = signedBytes(signer, content);
   const DigestContext context(EVP_MD_CTX_new());
   const bool good =
       context && EVP_DigestVerifyInit(context.get(), nullptr, digest, nullptr, key) == 1 &&
-      EVP_DigestVerify(
-          context.get(), reinterpret_cast<const unsigned char*>(signer.signature.data()),
-          signer.signature.size(), reinterpret_cast<const unsigned char*>(signedBytes.data()),
-          signedBytes.size()) == 1;
-  if (!good) return failure("the signature is not the signer's over these attributes");
+      EVP_DigestVerify(context.get(),
+                       reinterpret_cast<const unsigned char*>(signer.signature.data()),
+                       signer.signature.size(),
+                       reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()) == 1;
+  if (!good) {
+    return failure(signer.attributes ? "the signature is not the signer's over these attributes"
+                                     : "the signature is not the signer's over the content");
+  }
   return {};
 }
 
@@ -244,6 +254,27 @@ std::optional<Date> signingTimeIn(const std::vector<Attribute>& attributes) {
   return Date(std::chrono::seconds(timegm(&parts)));
 }
 
+/// RFC 5652, 5.3: attributes may be missing only when the content is plain data. Signatures of the
+/// platform's older tools have none.
+Result<std::vector<Attribute>> checkedAttributes(const SignedData& data, const SignerInfo& info,
+                                                 const EVP_MD* digest, Bytes content) {
+  if (!info.attributes) {
+    if (data.contentType == kDataOID) return std::vector<Attribute>();
+    return failure("no signed attributes, and the content's type " + data.contentType +
+                   " asks for them");
+  }
+  auto attributes = attributesIn(info.attributes->content);
+  if (!attributes) return attributes;
+  const auto type = singleValue(*attributes, kContentTypeOID);
+  if (!type || DER::dotted(type->content) != data.contentType) {
+    return failure("the contentType attribute does not name the content's type");
+  }
+  if (!hasDigest(*attributes, digest, content)) {
+    return failure("the messageDigest attribute is not the content's digest");
+  }
+  return attributes;
+}
+
 Result<Signer> checkedSigner(const SignedData& data, const SignerInfo& info, Bytes content) {
   const auto certificate =
       std::find_if(data.certificates.begin(), data.certificates.end(),
@@ -252,18 +283,11 @@ Result<Signer> checkedSigner(const SignedData& data, const SignerInfo& info, Byt
     return failure("the signer's certificate is not among the " +
                    std::to_string(data.certificates.size()) + " that it holds");
   }
-  auto attributes = attributesIn(info.attributes.content);
-  if (!attributes) return attributes.error();
-  const auto type = singleValue(*attributes, kContentTypeOID);
-  if (!type || DER::dotted(type->content) != data.contentType) {
-    return failure("the contentType attribute does not name the content's type");
-  }
   const EVP_MD* digest = digestOf(info.digestOID);
   if (!digest) return failure("unsupported digest " + info.digestOID);
-  if (!hasDigest(*attributes, digest, content)) {
-    return failure("the messageDigest attribute is not the content's digest");
-  }
-  if (const auto checked = checkSignature(info, digest, *certificate); !checked) {
+  auto attributes = checkedAttributes(data, info, digest, content);
+  if (!attributes) return attributes.error();
+  if (const auto checked = checkSignature(info, digest, *certificate, content); !checked) {
     return checked.error();
   }
   auto chain = certificateChain(*certificate, data.certificates);

@@ -93,8 +93,10 @@ std::vector<std::byte> emptyRequirementSet();
 /// name gets a signature whose requirement devices do not find met.
 bool endsInAppleRoot(const std::vector<foundation::Certificate>& chain);
 
-/// The extension that marks issuers of developer identities.
+/// The extensions that mark issuers of developer identities: for apps, and for code that is handed
+/// out without a store.
 inline constexpr std::string_view kDeveloperIssuerMark = "1.2.840.113635.100.6.2.1";
+inline constexpr std::string_view kDeveloperIDIssuerMark = "1.2.840.113635.100.6.2.6";
 
 /// What the platform's tool writes by default. Below an Apple root, by an issuer that has the
 /// developers' mark: leaf name and that mark; otherwise the hash of the last certificate that is of

@@ -20,7 +20,6 @@ using requirement::Expression;
 using requirement::Match;
 using requirement::Operation;
 
-constexpr std::string_view kDeveloperIDMark = "1.2.840.113635.100.6.2.6";
 constexpr std::string_view kCertificatePolicies = "2.5.29.32";
 
 /// Field names of the requirement language and what they stand for.
@@ -127,7 +126,7 @@ bool hasMark(const Certificate* certificate, std::string_view oid) {
 bool isApple(const RequirementSubject& subject) {
   const Certificate* issuer = certificateAt(subject, 1);
   return endsInAppleRoot(subject.chain) && !hasMark(issuer, kDeveloperIssuerMark) &&
-         !hasMark(issuer, kDeveloperIDMark);
+         !hasMark(issuer, kDeveloperIDIssuerMark);
 }
 
 bool matchesField(const Certificate* certificate, const Expression& expression) {

@@ -1,6 +1,7 @@
 #include "toolchain/SignatureContent.h"
 
 #include <algorithm>
+#include <array>
 
 #include "foundation/DER.h"
 #include "foundation/PropertyList.h"
@@ -17,6 +18,12 @@ using foundation::CMS::Signer;
 
 constexpr std::string_view kHashesPlist = "1.2.840.113635.100.9.1";
 constexpr std::string_view kHashesDER = "1.2.840.113635.100.9.2";
+
+/// Extensions of the leaf: iOS development and distribution, Mac submission and development,
+/// Developer ID.
+constexpr std::array<std::string_view, 5> kDeveloperMarks = {
+    "1.2.840.113635.100.6.1.2", "1.2.840.113635.100.6.1.4", "1.2.840.113635.100.6.1.7",
+    "1.2.840.113635.100.6.1.12", "1.2.840.113635.100.6.1.13"};
 
 const Attribute* attribute(const Signer& signer, std::string_view oid) {
   const auto at = std::find_if(signer.signedAttributes.begin(), signer.signedAttributes.end(),
@@ -95,7 +102,20 @@ Result<> checkHashLists(const Signer& signer, const std::vector<CodeDirectory>& 
   return {};
 }
 
+/// A certificate of one of the developer programs. Others sign code of any team: the vendor's own,
+/// its stores'.
+bool isDevelopersOwn(const Signer& signer) {
+  const auto hasAny = [](const foundation::Certificate& certificate, const auto& marks) {
+    return std::any_of(marks.begin(), marks.end(), [&](std::string_view oid) {
+      return certificate.extensionValue(oid).has_value();
+    });
+  };
+  return signer.chain.size() > 1 && hasAny(signer.certificate, kDeveloperMarks) &&
+         hasAny(signer.chain[1], std::array{kDeveloperIssuerMark, kDeveloperIDIssuerMark});
+}
+
 Result<> checkTeam(const Signer& signer, const std::vector<CodeDirectory>& directories) {
+  if (!isDevelopersOwn(signer)) return {};
   const std::string& team = directories.front().fields.teamIdentifier;
   const auto unit = signer.certificate.subjectValue(foundation::kOIDOrganizationalUnitName);
   if (!team.empty() && team != unit.value_or("")) {

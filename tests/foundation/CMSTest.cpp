@@ -78,7 +78,7 @@ TEST_P(EveryKey, MessagesOfAnotherWriterVerify) {
   folder.write("leaf.pem", family_.leaf.certificatePEM());
   folder.write("key.pem", family_.leaf.keyPEM());
   folder.write("others.pem", family_.intermediate.certificatePEM() + family_.root.certificatePEM());
-  for (const std::string option : {"", "-keyid", "-md sha384"}) {
+  for (const std::string option : {"", "-keyid", "-md sha384", "-noattr"}) {
     test::outputOf({"sh", "-c",
                     "cd " + folder.path().string() +
                         " && openssl cms -sign -binary -outform DER -in content -signer leaf.pem "
@@ -163,6 +163,10 @@ TEST(CMSReading, FaultsAreNamed) {
   badSignature.back() = static_cast<char>(badSignature.back() ^ 1);
   std::string nested;
   for (int i = 0; i < 100; ++i) nested += "\x30\x80";
+  const std::string bare(test::makeBareSignature(kContent, family).text());
+  const auto replaced = [](std::string text, std::string_view from, std::string_view to) {
+    return text.replace(text.find(from), from.size(), to);
+  };
   const struct {
     const char* name;
     std::string message;
@@ -179,6 +183,13 @@ TEST(CMSReading, FaultsAreNamed) {
        "holds content of its own"},
       {"one bit of the signature", badSignature, "not the signer's"},
       {"no certificates", messageBy(family, {}), "among the 0"},
+      {"of other content, without attributes",
+       std::string(test::makeBareSignature("other content", family).text()),
+       "not the signer's over the content"},
+      {"of another type, without attributes",
+       replaced(bare, DER::objectIdentifier("1.2.840.113549.1.7.1"),
+                DER::objectIdentifier("1.2.840.113549.1.7.5")),
+       "no signed attributes"},
       {"no root", messageBy(family, {chain[0], chain[1]}), "Test Root CA"},
   };
   for (const auto& c : cases) {

@@ -62,7 +62,7 @@ void stage(const fs::path& folder, const fs::path& app,
 }  // namespace
 
 const Family& signingFamily() {
-  static const Family family = makeFamily();
+  static const Family family = makeFamily({.markers = {std::string(kDistributionMarker)}});
   return family;
 }
 

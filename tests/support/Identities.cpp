@@ -377,6 +377,23 @@ Data makeSignedMessage(std::string_view content, const MadeIdentity& signer) {
   return Data(contentsOf(buffer));
 }
 
+Data makeBareSignature(std::string_view content, const Family& family) {
+  const BIOHandle reader = foundation::memoryReader(foundation::bytesOf(content));
+  constexpr unsigned int kFlags = CMS_BINARY | CMS_DETACHED | CMS_NOATTR;
+  const Handle<CMS_ContentInfo, CMS_ContentInfo_free> message(
+      CMS_sign(nullptr, nullptr, nullptr, nullptr, kFlags | CMS_PARTIAL));
+  require(message && CMS_add1_signer(message.get(), family.leaf.native(), family.leaf.nativeKey(),
+                                     EVP_sha256(), kFlags) != nullptr,
+          "CMS signer");
+  for (const auto* issuer : {&family.intermediate, &family.root}) {
+    require(CMS_add1_cert(message.get(), issuer->native()) == 1, "CMS certificate");
+  }
+  require(CMS_final(message.get(), reader.get(), nullptr, kFlags) == 1, "CMS signature");
+  const BIOHandle buffer = memoryBuffer();
+  require(i2d_CMS_bio(buffer.get(), message.get()) == 1, "CMS to DER");
+  return Data(contentsOf(buffer));
+}
+
 Data makeProvisioningProfile(const foundation::Dictionary& dictionary, const MadeIdentity& signer) {
   const auto xml = foundation::PropertyList::xml(dictionary);
   if (!xml) throw std::runtime_error(xml.error().localizedDescription());

@@ -129,6 +129,8 @@ struct ProfileOptions {
 
 /// A signed CMS message with `content` attached, in DER, as a .mobileprovision file is.
 foundation::Data makeSignedMessage(std::string_view content, const MadeIdentity& signer);
+/// A detached signature over the content itself: a message without signed attributes.
+foundation::Data makeBareSignature(std::string_view content, const Family& family);
 /// The dictionary as an XML property list in such a message.
 foundation::Data makeProvisioningProfile(const foundation::Dictionary& dictionary,
                                          const MadeIdentity& signer);

@@ -73,6 +73,9 @@ std::vector<foundation::CMS::Attribute> hashLists(const SignatureParts& parts,
 std::string messageOf(const SignatureParts& parts, const std::vector<std::string>& directories,
                       const Family& family) {
   if (parts.message) return *parts.message;
+  if (!parts.withAttributes) {
+    return std::string(makeBareSignature(directories[0], family).text());
+  }
   const auto message = required(foundation::CMS::signDetached(
       bytesOf(directories[0]), family.leaf.identity(), parts.certificates,
       std::chrono::sys_days{std::chrono::year{2026} / 3 / 9}, hashLists(parts, directories)));

@@ -29,6 +29,8 @@ struct SignatureParts {
   std::set<std::uint32_t> dangling;
   bool withHashPlist = true;
   bool withHashList = true;
+  /// False: the signature is over the primary directory itself.
+  bool withAttributes = true;
   /// Directories that the lists of hashes tell of; absent: all.
   std::optional<std::size_t> listed;
   std::vector<foundation::Certificate> certificates;

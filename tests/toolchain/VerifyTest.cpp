@@ -305,6 +305,30 @@ TEST_F(VerifyTest, OlderSignaturesAreAccepted) {
   EXPECT_THAT(verify().statements, ElementsAre(line("valid on disk"), testing::_));
 }
 
+/// What the vendor of the platform signs carries the team of others, and no signed attributes if it
+/// is old.
+TEST_F(VerifyTest, CodeOfTheVendorIsAccepted) {
+  const auto vendor =
+      test::makeFamily({.commonName = "Software Signing", .organizationalUnit = "Apple Software"});
+  const fs::path library = app() / "Frameworks/libf.dylib";
+  for (const bool isOld : {false, true}) {
+    auto parts = test::takeApart(library);
+    parts.directories.resize(1);
+    parts.files.assign(1, {});
+    parts.directories[0].teamIdentifier = "59GAB85EFG";
+    parts.directories[0].hashType = isOld ? toolchain::HashType::sha1 : toolchain::HashType::sha256;
+    parts.withAttributes = !isOld;
+    parts.certificates = {vendor.leaf.certificate(), vendor.intermediate.certificate(),
+                          vendor.root.certificate()};
+    parts.blobs[2] = foundation::textOf(
+        toolchain::makeRequirementSet(toolchain::defaultRequirement("libf", parts.certificates)));
+    test::putTogether(library, parts, vendor);
+    EXPECT_THAT(toolchain::verify({.code = library}).statements,
+                ElementsAre(library.string() + ": valid on disk", testing::_))
+        << isOld;
+  }
+}
+
 TEST_F(VerifyTest, AnUnmetRequirementHasAStatusOfItsOwn) {
   toolchain::requirement::Expression other;
   other.operation = toolchain::requirement::Operation::identifier;
