@@ -109,7 +109,8 @@ Result<> FileSigner::check(const std::filesystem::path& written) const {
                                          .code = {code},
                                          .takenHashes = hashes_[i],
                                          .infoPlist = content.infoPlist,
-                                         .resources = content.resources});
+                                         .resources = content.resources,
+                                         .isAppleRoot = isNamedLikeAppleRoot});
     if (!checked) return within("the new signature does not verify", checked.error());
     if (!checked->meetsDesignatedRequirement) {
       return failure("the new signature does not satisfy its own requirement");

@@ -1,6 +1,10 @@
 #include "toolchain/Requirement.h"
 
+#include <algorithm>
+#include <array>
+
 #include "foundation/DER.h"
+#include "foundation/Text.h"
 
 namespace toolchain {
 
@@ -14,6 +18,11 @@ constexpr int kMaximumDepth = 128;
 constexpr std::uint32_t kExpressionKind = 1;
 constexpr std::uint32_t kMaximumRequirements = 16;
 constexpr std::string_view kAppleRootName = "Apple Root CA";
+/// SHA-256 of Apple Root CA, Apple Root CA - G2 and Apple Root CA - G3.
+constexpr std::array<std::string_view, 3> kAppleRoots = {
+    "b0b1730ecbc7ff4505142c49f1295e6eda6bcaed7e2c68c5be91b5a11001f024",
+    "c2b9b042dd57830e7d117dac55ac8ae19407d38e41d88f3215bc3a890444a050",
+    "63343abfb89a6a03ebb57e9b3f5fa7be7c4f5c756f3017b3a8c488c3653e9179"};
 
 /// Reads the prefix form.
 class ExpressionReader {
@@ -260,9 +269,20 @@ std::vector<std::byte> makeRequirementSet(const Expression& designated) {
 
 std::vector<std::byte> emptyRequirementSet() { return makeSuperBlob(magic::kRequirementSet, {}); }
 
-bool endsInAppleRoot(const std::vector<foundation::Certificate>& chain) {
-  return chain.size() >= 3 && chain.back().isSelfIssued() &&
-         chain.back().commonName().value_or("").starts_with(kAppleRootName);
+bool isAppleRoot(const foundation::SHA256Digest& certificate) {
+  return std::ranges::find(kAppleRoots, foundation::lowercaseHex(certificate)) != kAppleRoots.end();
+}
+
+bool isAppleRoot(const foundation::Certificate& certificate) {
+  return isAppleRoot(foundation::sha256(certificate.der().bytes()));
+}
+
+bool isNamedLikeAppleRoot(const foundation::Certificate& certificate) {
+  return certificate.commonName().value_or("").starts_with(kAppleRootName);
+}
+
+bool endsInAppleRoot(const std::vector<foundation::Certificate>& chain, RootTest isAppleRoot) {
+  return chain.size() >= 3 && chain.back().isSelfIssued() && isAppleRoot(chain.back());
 }
 
 Expression defaultRequirement(const std::string& identifier,
@@ -270,8 +290,8 @@ Expression defaultRequirement(const std::string& identifier,
   Expression named;
   named.operation = Operation::identifier;
   named.data = identifier;
-  const bool isDeveloper =
-      endsInAppleRoot(chain) && chain[1].extensionValue(kDeveloperIssuerMark).has_value();
+  const bool isDeveloper = endsInAppleRoot(chain, isNamedLikeAppleRoot) &&
+                           chain[1].extensionValue(kDeveloperIssuerMark).has_value();
   if (!isDeveloper) return both(named, lastOfOrganization(chain));
   Expression anchored;
   anchored.operation = Operation::anchorAppleGeneric;

@@ -87,20 +87,27 @@ std::vector<std::byte> makeRequirementSet(const requirement::Expression& designa
 /// The slot-2 blob with none: what ad-hoc signing writes.
 std::vector<std::byte> emptyRequirementSet();
 
-/// True for a chain (leaf first) of at least one issuer between leaf and root whose root calls
-/// itself one of Apple's: what "anchor apple" and "anchor apple generic" ask for. The root is told
-/// by its name alone, since whom to trust is the device's question; a root that only borrows the
-/// name gets a signature whose requirement devices do not find met.
-bool endsInAppleRoot(const std::vector<foundation::Certificate>& chain);
+/// How to recognise one of Apple's root certificates.
+using RootTest = bool (*)(const foundation::Certificate&);
+/// By the certificate's SHA-256: what a verification asks.
+bool isAppleRoot(const foundation::Certificate& certificate);
+bool isAppleRoot(const foundation::SHA256Digest& certificate);
+/// By its name alone: what signing asks, since devices decide whom they trust. A root that only
+/// borrows the name gets a signature whose requirement nobody finds met.
+bool isNamedLikeAppleRoot(const foundation::Certificate& certificate);
+
+/// True for a chain (leaf first) of at least one issuer between leaf and root whose root is one of
+/// Apple's: what "anchor apple" and "anchor apple generic" ask for.
+bool endsInAppleRoot(const std::vector<foundation::Certificate>& chain, RootTest isAppleRoot);
 
 /// The extensions that mark issuers of developer identities: for apps, and for code that is handed
 /// out without a store.
 inline constexpr std::string_view kDeveloperIssuerMark = "1.2.840.113635.100.6.2.1";
 inline constexpr std::string_view kDeveloperIDIssuerMark = "1.2.840.113635.100.6.2.6";
 
-/// What the platform's tool writes by default. Below an Apple root, by an issuer that has the
-/// developers' mark: leaf name and that mark; otherwise the hash of the last certificate that is of
-/// the leaf's organisation. `chain` is leaf first and ends with the root.
+/// What the platform's tool writes by default. Below a root that is named like Apple's, by an
+/// issuer that has the developers' mark: leaf name and that mark; otherwise the hash of the last
+/// certificate that is of the leaf's organisation. `chain` is leaf first and ends with the root.
 requirement::Expression defaultRequirement(const std::string& identifier,
                                            const std::vector<foundation::Certificate>& chain);
 

@@ -125,8 +125,8 @@ bool hasMark(const Certificate* certificate, std::string_view oid) {
 /// The vendor's own code is issued under none of its developer programs.
 bool isApple(const RequirementSubject& subject) {
   const Certificate* issuer = certificateAt(subject, 1);
-  return endsInAppleRoot(subject.chain) && !hasMark(issuer, kDeveloperIssuerMark) &&
-         !hasMark(issuer, kDeveloperIDIssuerMark);
+  return endsInAppleRoot(subject.chain, subject.isAppleRoot) &&
+         !hasMark(issuer, kDeveloperIssuerMark) && !hasMark(issuer, kDeveloperIDIssuerMark);
 }
 
 bool matchesField(const Certificate* certificate, const Expression& expression) {
@@ -191,7 +191,7 @@ bool meets(const RequirementSubject& subject, const Expression& expression) {
     case Operation::anchorApple:
       return isApple(subject);
     case Operation::anchorAppleGeneric:
-      return endsInAppleRoot(subject.chain);
+      return endsInAppleRoot(subject.chain, subject.isAppleRoot);
     case Operation::anchorHash:
       return hasHash(certificate, expression.data);
     case Operation::conjunction:

@@ -18,11 +18,12 @@ struct RequirementSubject {
   std::vector<foundation::Certificate> chain;
   foundation::Dictionary info;
   foundation::Dictionary entitlements;
+  RootTest isAppleRoot = toolchain::isAppleRoot;
 };
 
 /// Whether the code meets the requirement. No trust store is asked: "anchor apple generic" is met
-/// by chains whose root calls itself one of Apple's (`endsInAppleRoot`), "anchor apple" by those of
-/// them that were issued under none of its developer programs.
+/// by chains that end in one of Apple's roots, "anchor apple" by those of them that were issued
+/// under none of its developer programs.
 bool meets(const RequirementSubject& subject, const requirement::Expression& expression);
 
 }  // namespace toolchain

@@ -230,6 +230,7 @@ RequirementSubject subjectOf(const CheckedSignature& checked, const SliceEvidenc
   for (const auto& directory : checked.directories) subject.cdHashes.push_back(directory.cdHash());
   if (checked.signer) subject.chain = checked.signer->chain;
   subject.entitlements = std::move(entitlements);
+  subject.isAppleRoot = evidence.isAppleRoot;
   if (evidence.infoPlist) {
     const auto info = foundation::PropertyList::parse(*evidence.infoPlist);
     if (info && info->dictionary()) subject.info = *info->dictionary();

@@ -6,6 +6,7 @@
 #include "foundation/CMS.h"
 #include "toolchain/Hashing.h"
 #include "toolchain/Image.h"
+#include "toolchain/Requirement.h"
 
 namespace toolchain {
 
@@ -22,6 +23,8 @@ struct SliceEvidence {
   /// Files as on disk; absent: none. A slice without one that its signature asks for fails.
   std::optional<Bytes> infoPlist;
   std::optional<Bytes> resources;
+  /// For the designated requirement.
+  RootTest isAppleRoot = toolchain::isAppleRoot;
 };
 
 /// What a sound signature said.

@@ -15,8 +15,8 @@ namespace toolchain {
 Result<foundation::Dictionary> checkedEntitlements(const SuperBlob& signature);
 
 /// Checks the CMS against the CodeDirectories: the message covers the primary one, its hash lists
-/// name every one. Absent for an ad-hoc signature, which must have none. Fails for a team
-/// identifier that is not the leaf's. Whether certificates are still valid, and who trusts the
+/// name every one. Absent for an ad-hoc signature, which must have none. Fails for a developer's
+/// certificate of another team. Whether certificates are still valid, and who trusts the
 /// root, is not asked.
 Result<std::optional<foundation::CMS::Signer>> checkedSigner(
     const SuperBlob& signature, const std::vector<CodeDirectory>& directories);

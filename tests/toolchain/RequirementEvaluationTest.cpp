@@ -128,7 +128,8 @@ TEST(RequirementEvaluationTest, Junctions) {
   }
 }
 
-/// The vendor's roots are told by name, its developer programs by the issuer's mark.
+/// The vendor's developer programs are told by the issuer's mark. Its roots cannot be made at home:
+/// one that only has the name stands in for them.
 TEST(RequirementEvaluationTest, Anchors) {
   const auto family = test::makeDeveloperFamily();
   const auto leaf = family.leaf.certificate();
@@ -150,8 +151,25 @@ TEST(RequirementEvaluationTest, Anchors) {
        }) {
     auto code = subject();
     code.chain = chain;
+    EXPECT_FALSE(meets(code, data(Operation::anchorAppleGeneric, ""))) << name;
+    EXPECT_FALSE(meets(code, data(Operation::anchorApple, ""))) << name;
+    code.isAppleRoot = isNamedLikeAppleRoot;
     EXPECT_EQ(meets(code, data(Operation::anchorAppleGeneric, "")), isGeneric) << name;
     EXPECT_EQ(meets(code, data(Operation::anchorApple, "")), isOwn) << name;
+  }
+}
+
+TEST(RequirementEvaluationTest, TheVendorsRootsAreKnownByTheirDigests) {
+  for (std::string digits : {"b0b1730ecbc7ff4505142c49f1295e6eda6bcaed7e2c68c5be91b5a11001f024",
+                             "c2b9b042dd57830e7d117dac55ac8ae19407d38e41d88f3215bc3a890444a050",
+                             "63343abfb89a6a03ebb57e9b3f5fa7be7c4f5c756f3017b3a8c488c3653e9179"}) {
+    foundation::SHA256Digest digest;
+    for (std::size_t i = 0; i < digest.size(); ++i) {
+      digest[i] = static_cast<std::byte>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
+    }
+    EXPECT_TRUE(isAppleRoot(digest)) << digits;
+    digest.back() ^= std::byte{1};
+    EXPECT_FALSE(isAppleRoot(digest)) << digits;
   }
 }
 
