@@ -1,22 +1,22 @@
+#include "macho/Architectures.h"
+
+#include <algorithm>
+#include <iterator>
+
 #include "macho/Definitions.h"
 #include "macho/MachOSlice.h"
 
 namespace macho {
 namespace {
 
-struct Architecture {
-  std::int32_t cpuType;
-  std::uint32_t cpuSubtype;  ///< without capability bits
-  const char* name;
-};
-
-/// The platform's own names, as its `arch(3)` table and `lipo` print them.
+/// The platform's own names, as its `arch(3)` table and `lipo` print them. Of two rows with one
+/// name the first stands for it: linkers write either subtype for the watch.
 constexpr Architecture kArchitectures[] = {
     {CPU_TYPE_ARM64, CPU_SUBTYPE_ARM64_ALL, "arm64"},
-    {CPU_TYPE_ARM64, CPU_SUBTYPE_ARM64_V8, "arm64"},
+    {CPU_TYPE_ARM64, CPU_SUBTYPE_ARM64_V8, "arm64v8"},
     {CPU_TYPE_ARM64, CPU_SUBTYPE_ARM64E, "arm64e"},
-    {CPU_TYPE_ARM64_32, CPU_SUBTYPE_ARM64_32_ALL, "arm64_32"},
     {CPU_TYPE_ARM64_32, CPU_SUBTYPE_ARM64_32_V8, "arm64_32"},
+    {CPU_TYPE_ARM64_32, CPU_SUBTYPE_ARM64_32_ALL, "arm64_32"},
     {CPU_TYPE_ARM, CPU_SUBTYPE_ARM_ALL, "arm"},
     {CPU_TYPE_ARM, CPU_SUBTYPE_ARM_V4T, "armv4t"},
     {CPU_TYPE_ARM, CPU_SUBTYPE_ARM_V5TEJ, "armv5"},
@@ -65,13 +65,24 @@ constexpr Architecture kArchitectures[] = {
 
 }  // namespace
 
+const Architecture* architectureOf(std::int32_t cpuType, std::uint32_t cpuSubtype) {
+  const std::uint32_t subtype = cpuSubtype & ~CPU_SUBTYPE_MASK;
+  const auto* const known = std::ranges::find_if(kArchitectures, [&](const Architecture& each) {
+    return each.cpuType == cpuType && each.cpuSubtype == subtype;
+  });
+  return known == std::end(kArchitectures) ? nullptr : known;
+}
+
+const Architecture* architectureNamed(std::string_view name) {
+  const auto* const known = std::ranges::find(kArchitectures, name, &Architecture::name);
+  return known == std::end(kArchitectures) ? nullptr : known;
+}
+
 const char* QVTMachOSliceGetArchitectureName(const QVTMachOSlice* slice) {
-  if (!slice) return "unknown";
-  const std::uint32_t subtype = static_cast<std::uint32_t>(slice->cpusubtype) & ~CPU_SUBTYPE_MASK;
-  for (const Architecture& known : kArchitectures) {
-    if (known.cpuType == slice->cputype && known.cpuSubtype == subtype) return known.name;
-  }
-  return "unknown";
+  const auto* const known =
+      slice ? architectureOf(slice->cputype, static_cast<std::uint32_t>(slice->cpusubtype))
+            : nullptr;
+  return known ? known->name : "unknown";
 }
 
 }  // namespace macho

@@ -1,9 +1,9 @@
 #include "toolchain/Image.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 
+#include "macho/Architectures.h"
 #include "macho/Definitions.h"
 #include "toolchain/SliceReader.h"
 
@@ -15,29 +15,6 @@ namespace {
 
 // A Java class has its version, 45 and up, where a universal file counts its slices.
 constexpr std::uint32_t kMaximumSlices = 29;
-
-struct NamedArchitecture {
-  std::string_view name;
-  std::int32_t cpuType;
-  std::int32_t cpuSubtype;
-};
-
-constexpr std::array kArchitectures = {
-    NamedArchitecture{"armv6", macho::CPU_TYPE_ARM, macho::CPU_SUBTYPE_ARM_V6},
-    NamedArchitecture{"armv7", macho::CPU_TYPE_ARM, macho::CPU_SUBTYPE_ARM_V7},
-    NamedArchitecture{"armv7f", macho::CPU_TYPE_ARM, macho::CPU_SUBTYPE_ARM_V7F},
-    NamedArchitecture{"armv7s", macho::CPU_TYPE_ARM, macho::CPU_SUBTYPE_ARM_V7S},
-    NamedArchitecture{"armv7k", macho::CPU_TYPE_ARM, macho::CPU_SUBTYPE_ARM_V7K},
-    NamedArchitecture{"arm64", macho::CPU_TYPE_ARM64, macho::CPU_SUBTYPE_ARM64_ALL},
-    NamedArchitecture{"arm64v8", macho::CPU_TYPE_ARM64, macho::CPU_SUBTYPE_ARM64_V8},
-    NamedArchitecture{"arm64e", macho::CPU_TYPE_ARM64, macho::CPU_SUBTYPE_ARM64E},
-    // Linkers write either subtype for the watch; the first row names it when reading by name.
-    NamedArchitecture{"arm64_32", macho::CPU_TYPE_ARM64_32, macho::CPU_SUBTYPE_ARM64_32_V8},
-    NamedArchitecture{"arm64_32", macho::CPU_TYPE_ARM64_32, macho::CPU_SUBTYPE_ARM64_32_ALL},
-    NamedArchitecture{"i386", macho::CPU_TYPE_X86, macho::CPU_SUBTYPE_I386_ALL},
-    NamedArchitecture{"x86_64", macho::CPU_TYPE_X86_64, macho::CPU_SUBTYPE_X86_64_ALL},
-    NamedArchitecture{"x86_64h", macho::CPU_TYPE_X86_64, macho::CPU_SUBTYPE_X86_64_H},
-};
 
 /// One entry of a universal file's table.
 struct FatEntry {
@@ -178,24 +155,17 @@ bool looksLikeMachO(Bytes start) {
 }
 
 std::string architectureName(std::uint32_t cpuType, std::uint32_t cpuSubtype) {
-  const std::uint32_t subtype = cpuSubtype & ~macho::CPU_SUBTYPE_MASK;
-  for (const NamedArchitecture& row : kArchitectures) {
-    if (static_cast<std::uint32_t>(row.cpuType) == cpuType &&
-        static_cast<std::uint32_t>(row.cpuSubtype) == subtype) {
-      return std::string(row.name);
-    }
+  if (const auto* known = macho::architectureOf(static_cast<std::int32_t>(cpuType), cpuSubtype)) {
+    return known->name;
   }
+  const std::uint32_t subtype = cpuSubtype & ~macho::CPU_SUBTYPE_MASK;
   return "cputype " + std::to_string(cpuType) + " subtype " + std::to_string(subtype);
 }
 
 std::optional<Architecture> architectureNamed(std::string_view name) {
-  for (const NamedArchitecture& row : kArchitectures) {
-    if (row.name == name) {
-      return Architecture{static_cast<std::uint32_t>(row.cpuType),
-                          static_cast<std::uint32_t>(row.cpuSubtype)};
-    }
-  }
-  return std::nullopt;
+  const auto* known = macho::architectureNamed(name);
+  if (!known) return std::nullopt;
+  return Architecture{static_cast<std::uint32_t>(known->cpuType), known->cpuSubtype};
 }
 
 }  // namespace toolchain

@@ -92,6 +92,7 @@ TEST_F(MachOReaderTest, NamesArchitecturesWithoutTheirCapabilities) {
                {12, 12, "armv7k"},
                {12, 9, "armv7"},
                {0x0100000c, 0, "arm64"},
+               {0x0100000c, 1, "arm64v8"},
                {0x0100000c, 0x80000002, "arm64e"},
                {0x0200000c, 1, "arm64_32"},
                {0x01000007, 0x80000003, "x86_64"},

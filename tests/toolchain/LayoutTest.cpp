@@ -272,6 +272,15 @@ TEST(Image, SystemAndProcessorDecideAboutDigestsAndPages) {
   }
 }
 
+TEST(Image, ArchitecturesAreNamed) {
+  EXPECT_EQ(toolchain::architectureName(macho::CPU_TYPE_ARM64, 1), "arm64v8");
+  EXPECT_EQ(toolchain::architectureName(macho::CPU_TYPE_ARM, 13), "armv8");
+  EXPECT_EQ(toolchain::architectureName(macho::CPU_TYPE_ARM64, 0x8000004d),
+            "cputype 16777228 subtype 77");
+  EXPECT_EQ(toolchain::architectureNamed("arm64_32")->cpuSubtype, 1U);
+  EXPECT_FALSE(toolchain::architectureNamed("arm65"));
+}
+
 TEST(Image, UniversalTableIsChecked) {
   const MachOImage thin = MachOImage::arm64();
   const FatSlice slice = FatSlice::of(thin);
