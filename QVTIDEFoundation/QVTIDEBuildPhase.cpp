@@ -15,12 +15,6 @@ std::optional<Array> copiedArray(const Dictionary* dictionary, std::string_view 
   return array ? std::optional(*array) : std::nullopt;
 }
 
-std::string projectFolderOf(std::string_view projectPath) {
-  std::string folder = foundation::deletingLastPathComponent(projectPath);
-  if (folder.ends_with(".xcodeproj")) folder = foundation::deletingLastPathComponent(folder);
-  return folder;
-}
-
 /// The file that a build file of a phase stands for; empty when any step leads nowhere.
 std::shared_ptr<QVTIDEFile> referencedFile(const foundation::Value& buildFileId,
                                            const Dictionary& objects,
@@ -47,7 +41,7 @@ QVTIDEBuildPhase::initWithBuildPhaseDictionaryObjectIdObjectsDictionaryFilesDict
     const Dictionary* dictionary, std::string objectId, const Dictionary& objects,
     const QVTIDEFilesDictionary& files, std::string_view projectPath) {
   std::shared_ptr<QVTIDEBuildPhase> phase(new QVTIDEBuildPhase(dictionary, std::move(objectId)));
-  const std::string folder = projectFolderOf(projectPath);
+  const std::string folder = projectFolderForProjectPath(projectPath);
   if (const Array* list = QVTIDEReading::array(dictionary, "files")) {
     for (const foundation::Value& id : *list) {
       if (auto file = referencedFile(id, objects, files)) phase->append(std::move(file), folder);
@@ -61,6 +55,12 @@ void QVTIDEBuildPhase::append(std::shared_ptr<QVTIDEFile> file, std::string_view
     settingsBundle_ = file;
   }
   files_.push_back(std::move(file));
+}
+
+std::string QVTIDEBuildPhase::projectFolderForProjectPath(std::string_view projectPath) {
+  std::string folder = foundation::deletingLastPathComponent(projectPath);
+  if (folder.ends_with(".xcodeproj")) folder = foundation::deletingLastPathComponent(folder);
+  return folder;
 }
 
 bool QVTIDEBuildPhase::isSettingsBundleFileInProjectFolder(const QVTIDEFile& file,

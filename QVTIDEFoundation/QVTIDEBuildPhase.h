@@ -22,6 +22,8 @@ class QVTIDEBuildPhase : public QVTIDEObject {
       const foundation::Dictionary& objects, const QVTIDEFilesDictionary& files,
       std::string_view projectPath);
 
+  /// The folder of the project file; the one that holds the ".xcodeproj" when it lies in one.
+  static std::string projectFolderForProjectPath(std::string_view projectPath);
   /// By name, else by the last component of the path, in any mix of letter case. The folder makes
   /// no difference.
   static bool isSettingsBundleFileInProjectFolder(const QVTIDEFile& file, std::string_view folder);

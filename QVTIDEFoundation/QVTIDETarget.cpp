@@ -59,7 +59,7 @@ class SettingsReader {
 
   const Dictionary* settingsOf(const Dictionary& configuration) const {
     const Value* settings = foundation::find(configuration, "buildSettings");
-    if (!checked(settings, "QVTBuildSettings")) return nullptr;
+    if (!checked(settings, "QVTBuildSettings Check")) return nullptr;
     return checked(settings->dictionary(), "QVTBuildSettings Dictionary Check");
   }
 

@@ -42,7 +42,7 @@ TEST(QVTIDETarget, LogsTheStepThatFailed) {
                 "FirstBuildConfigurations String Check"},
            Case{refers, {{"L", list}}, "FirstBuildConfigurations Key Check"},
            Case{refers, objectsWith("x"), "DictionaryOfFirstBuildConfigurations Dictionary Check"},
-           Case{refers, objectsWith(Dictionary{}), "QVTBuildSettings"},
+           Case{refers, objectsWith(Dictionary{}), "QVTBuildSettings Check"},
            Case{refers, objectsWith(Dictionary{{"buildSettings", "x"}}),
                 "QVTBuildSettings Dictionary Check"},
        }) {
@@ -103,6 +103,12 @@ TEST(QVTIDEBuildPhase, TellsSettingsBundlesByName) {
     const auto file = QVTIDEFile::initWithObjectDictionaryObjectId(&c.file, "F");
     EXPECT_EQ(QVTIDEBuildPhase::isSettingsBundleFileInProjectFolder(*file, "/p"), c.isBundle);
   }
+}
+
+TEST(QVTIDEBuildPhase, FindsTheProjectFolder) {
+  EXPECT_EQ(QVTIDEBuildPhase::projectFolderForProjectPath("/p/App.xcodeproj/project.pbxproj"),
+            "/p");
+  EXPECT_EQ(QVTIDEBuildPhase::projectFolderForProjectPath("/p/App/project.pbxproj"), "/p/App");
 }
 
 }  // namespace
