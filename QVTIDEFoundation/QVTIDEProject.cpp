@@ -12,9 +12,7 @@ using foundation::Dictionary;
 std::optional<Dictionary> projectDictionary(const std::string& path) {
   const auto content = foundation::FileManager::contentsOfFile(path);
   if (!content || !foundation::isUTF8(content->text())) return std::nullopt;
-  auto value = foundation::PropertyList::parse(content->bytes());
-  if (!value || !value->dictionary()) return std::nullopt;
-  return std::move(*value->dictionary());
+  return foundation::PropertyList::dictionaryWithContentsOfFile(path);
 }
 
 Dictionary takeDictionary(Dictionary& from, std::string_view key) {

@@ -29,8 +29,8 @@ Result<Value> parse(Bytes bytes);
 /// Reads only the XML form.
 Result<Value> parseXML(Bytes bytes);
 
-/// The dictionary in the file; none when the file cannot be read, is no property list or holds
-/// something else at the top.
+/// The dictionary in the file; none when the file cannot be read, has no bytes (though that would
+/// be an empty list of the old form), is no property list or holds something else at the top.
 std::optional<Dictionary> dictionaryWithContentsOfFile(const std::filesystem::path& path);
 
 /// The value as an XML property list with the platform's header and tab indentation, every value of

@@ -153,6 +153,7 @@ TEST_F(ProjectTest, UnreadableFilesGiveNoProject) {
   EXPECT_FALSE(read(conflict));
   EXPECT_FALSE(read("{ a = \"\xff\"; }"));
   EXPECT_FALSE(read("(a)"));
+  EXPECT_FALSE(read(""));
   EXPECT_FALSE(read(kProject.substr(0, kProject.size() / 2)));
   EXPECT_FALSE(QVTIDEProject::initWithProjectPath((folder_ / "none").string()));
   EXPECT_FALSE(QVTIDEProject::initWithProjectPath(folder_.path().string()));
@@ -165,7 +166,7 @@ TEST_F(ProjectTest, WrongTypesAndDanglingIdentifiersAreSkipped) {
     std::size_t targets;
   };
   for (const Case& c : {
-           Case{"", false, 0},
+           Case{" \n", false, 0},
            Case{"{rootObject = P;}", false, 0},
            Case{"{rootObject = (P); objects = {P = {};};}", false, 0},
            Case{"{rootObject = P; objects = (P);}", false, 0},
