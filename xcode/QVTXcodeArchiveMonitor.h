@@ -37,8 +37,8 @@ class QVTXcodeArchiveMonitor {
   QVTXcodeArchiveMonitor& operator=(const QVTXcodeArchiveMonitor&) = delete;
   ~QVTXcodeArchiveMonitor();
 
-  /// All archives two levels below the location that can be read and have a bundle identifier;
-  /// folders that cannot be listed have none.
+  /// All archives two levels below the location that can be read; folders that cannot be listed
+  /// have none. The identifier of an app that states none is the empty text.
   static std::set<std::shared_ptr<QVTXcodeArchive>> allArchives();
   /// The newest of them with this identifier, compared without regard to case; empty when there is
   /// none.

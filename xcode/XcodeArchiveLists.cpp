@@ -21,11 +21,6 @@ std::vector<std::string> visibleEntries(const std::string& path) {
   return entries;
 }
 
-/// An app without an identifier of its own has an empty one.
-bool hasIdentifier(const QVTXcodeArchive& archive) {
-  return archive.bundleIdentifier() && !archive.bundleIdentifier()->empty();
-}
-
 }  // namespace
 
 std::set<Archive> QVTXcodeArchiveMonitor::allArchives() {
@@ -35,7 +30,7 @@ std::set<Archive> QVTXcodeArchiveMonitor::allArchives() {
   for (const std::string& day : visibleEntries(*location)) {
     for (const std::string& path : visibleEntries(day)) {
       const auto archive = QVTXcodeArchive::initWithURL(foundation::URL::fileURLWithPath(path));
-      if (archive && hasIdentifier(*archive)) archives.insert(archive);
+      if (archive && archive->bundleIdentifier()) archives.insert(archive);
     }
   }
   return archives;

@@ -198,12 +198,15 @@ TEST_F(QVTXcodeArchiveMonitorTest, ListsAllArchivesAndPicksTheNewest) {
   home_.addArchive("2015-03-02", "Other", "com.example.other", "04-01");
   home_.addArchive("2015-03-02", "Nameless", "", "04-01");
   home_.addArchive(".hidden", "Hidden", "com.example.app", "05-01");
-  EXPECT_EQ(QVTXcodeArchiveMonitor::allArchives().size(), 4U);
+  EXPECT_EQ(QVTXcodeArchiveMonitor::allArchives().size(), 5U);
   const auto latest =
       QVTXcodeArchiveMonitor::latestArchiveMatchingBundleIdentifier("com.example.APP");
   ASSERT_TRUE(latest);
   EXPECT_THAT(*latest->path(), testing::StartsWith(newest.string()));
   EXPECT_FALSE(QVTXcodeArchiveMonitor::latestArchiveMatchingBundleIdentifier("com.example"));
+  const auto nameless = QVTXcodeArchiveMonitor::latestArchiveMatchingBundleIdentifier("");
+  ASSERT_TRUE(nameless);
+  EXPECT_THAT(*nameless->path(), HasSubstr("/Nameless.xcarchive/"));
 }
 
 TEST_F(QVTXcodeArchiveMonitorTest, WhatCannotBeReadIsTheOldest) {
