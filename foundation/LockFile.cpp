@@ -26,12 +26,8 @@ bool isOwn(int descriptor, mode_t type, struct stat& details) {
          details.st_uid == ::geteuid();
 }
 
-/// The folder, made where it is missing and may be made. Empty with errno on failure.
-FileDescriptor openFolder(const std::string& path, LockFile::Missing missing) {
-  if (missing == LockFile::Missing::make && ::mkdir(path.c_str(), S_IRWXU) != 0 &&
-      errno != EEXIST) {
-    return FileDescriptor();
-  }
+/// Empty with errno on failure.
+FileDescriptor openFolder(const std::string& path) {
   FileDescriptor folder(
       ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat details {};
@@ -91,7 +87,11 @@ Result<LockFile> LockFile::take(const std::string& folder, const std::string& na
   taken.name_ = name;
   // Whoever had the lock may remove file and folder at any time; then it begins anew.
   for (;;) {
-    taken.folder_ = openFolder(folder, missing);
+    // Nobody removes the parent, so this failure is final.
+    if (missing == Missing::make && ::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+      return lockFailure(folder, errno);
+    }
+    taken.folder_ = openFolder(folder);
     if (taken.folder_) taken.file_ = openFile(taken.folder_.get(), name, missing);
     if (!taken.folder_ || !taken.file_) {
       if (errno != ENOENT) {
@@ -101,9 +101,6 @@ Result<LockFile> LockFile::take(const std::string& folder, const std::string& na
         return failure;
       }
       if (missing == Missing::leave) return LockFile();
-      struct stat details {};
-      const std::string parent = deletingLastPathComponent(folder);
-      if (::stat(parent.c_str(), &details) != 0) return lockFailure(folder, errno);
       continue;
     }
     const std::optional<Lock> lock = tryLock(taken.file_.get());

@@ -242,6 +242,14 @@ TEST_F(TemporaryItemsTest, HalfAnArchiveGoesUnlessAnotherRunMayBeAtIt) {
   EXPECT_TRUE(fs::exists(folder / "zipper78.txt"));
 }
 
+TEST_F(TemporaryItemsTest, WhereNoFolderCanBeMadeTheClaimFails) {
+  const test::ScopedEnvironment variable("TMPDIR", "/proc");
+  const auto claimed = TemporaryItems::claimFolder("/proc/Example/");
+  ASSERT_FALSE(claimed);
+  EXPECT_THAT(claimed.error().localizedDescription(),
+              testing::StartsWith("cannot lock /proc/com.quorvantile.claims-"));
+}
+
 TEST_F(TemporaryItemsTest, ReleasingLeavesTheItemsAndRemovingTakesThem) {
   ASSERT_TRUE(TemporaryItems::claimFolder(temporary() / "Example/"));
   ASSERT_TRUE(TemporaryItems::claimFolder(temporary() / "Example/")) << "a second time";
