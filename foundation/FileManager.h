@@ -58,8 +58,9 @@ std::optional<Date> modificationDateOfItemAtPath(const std::filesystem::path& pa
 /// Writes beside the file and renames it over the file; an existing file's permissions are kept.
 Result<> writeAtomically(Bytes bytes, const std::filesystem::path& path);
 
-/// The user's temporary folder, ending in "/": `TMPDIR` if set, else a folder of this user's own
-/// below the system's, which is made on first use and refused when it is a link or somebody else's.
+/// The user's temporary folder, absolute and ending in "/": `TMPDIR` if set, else a folder of this
+/// user's own below the system's, which is made on first use and refused when it is a link or
+/// somebody else's.
 Result<std::string> temporaryDirectory();
 
 /// The user's home: `HOME`; without it the parent process's, if that is the same user's; else the

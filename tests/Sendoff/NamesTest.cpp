@@ -83,11 +83,12 @@ TEST_F(NamesTest, APatternNeverReachesANeighbour) {
   }
 }
 
-TEST_F(NamesTest, AnIPAWithoutExtensionAndOneGivenByRelativePath) {
+TEST_F(NamesTest, AnIPAWithoutExtensionAndOneGivenByRelativePathAsIsTheTemporaryFolder) {
   const fs::path app = makeApp(place_.files());
   const fs::path plain = packIPA(app, place_.files() / "build-117");
   EXPECT_EQ(place_.run(withEndpoint({"-ipaPath", plain})).status, 0);
   packIPA(app, place_.files() / "Relative.ipa");
+  place_.environment()["TMPDIR"] = "../temporary";
   const auto relative = place_.run(withEndpoint({"-ipaPath", "Relative.ipa"}),
                                    [folder = place_.files()] { fs::current_path(folder); });
   EXPECT_EQ(relative.status, 0) << relative.output;

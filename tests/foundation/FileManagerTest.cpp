@@ -274,6 +274,10 @@ TEST(UserFolders, TheTemporaryFolderIsTheEnvironmentsOrAPrivateOne) {
     const test::ScopedEnvironment environment("TMPDIR", given);
     EXPECT_EQ(*FileManager::temporaryDirectory(), "/some/where/");
   }
+  {
+    const test::ScopedEnvironment environment("TMPDIR", "some/where");
+    EXPECT_EQ(*FileManager::temporaryDirectory(), fs::current_path().string() + "/some/where/");
+  }
   if (::geteuid() != 0) GTEST_SKIP() << "only root can act as a user of the test's own";
   const test::ScopedEnvironment environment("TMPDIR", nullptr);
   const std::string own = "/tmp/sendoff-" + std::to_string(test::kUnprivilegedUser);

@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -58,9 +59,14 @@ std::string homeInUserDatabase() {
 }  // namespace
 
 Result<std::string> temporaryDirectory() {
-  if (std::optional<std::string> given = nonEmptyEnvironmentValue("TMPDIR")) {
-    if (given->back() != '/') *given += '/';
-    return *std::move(given);
+  if (const std::optional<std::string> given = nonEmptyEnvironmentValue("TMPDIR")) {
+    // Some tools run in another folder.
+    std::error_code problem;
+    std::string folder = std::filesystem::absolute(*given, problem);
+    if (problem)
+      return posixError(problem.value(), "cannot use temporary folder " + *given, *given);
+    if (folder.back() != '/') folder += '/';
+    return folder;
   }
   std::string own = "/tmp/sendoff-" + std::to_string(::geteuid());
   if (const Result<> made = makePrivateFolder(own); !made) return made.error();
