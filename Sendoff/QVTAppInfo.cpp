@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include <unistd.h>
+
 #include "console/QVTCLUtilLog.h"
 #include "foundation/Assertion.h"
 #include "foundation/Bundle.h"
@@ -78,6 +80,7 @@ int QVTAppInfo::prepBinaryWithArchivePath(const std::string& path) {
     QVTCLUtilLog("Unable to move application to temp path due to error: %@", error);
     return kFailed;
   }
+  folderOfCopy_ = foundation::deletingLastPathComponent(*pathToUnzippedApp_);
   return readBinary() ? prepBinary() : kReady;
 }
 
@@ -153,5 +156,7 @@ std::string QVTAppInfo::pathForDistribution() {
 
 bool QVTAppInfo::removeTempArchives() const {
   // Both messages show the app folder's path, also the one about the .ipa; kept so on purpose.
-  return remove(pathToUnzippedApp_, pathToUnzippedApp_) && remove(releasePath_, pathToUnzippedApp_);
+  if (!remove(pathToUnzippedApp_, pathToUnzippedApp_)) return false;
+  if (folderOfCopy_) ::rmdir(folderOfCopy_->c_str());
+  return remove(releasePath_, pathToUnzippedApp_);
 }

@@ -41,8 +41,9 @@ class QVTAppInfo {
   /// A new file name in that folder on every call.
   [[nodiscard]] static std::string pathForDistribution();
 
-  /// Removes the app folder, then the built .ipa. False when one of them is set and could not be
-  /// removed; the .ipa is left alone when the app folder could not be.
+  /// Removes the app folder, and the folder that was made for a copy if that is empty then, then
+  /// the built .ipa. False when app or .ipa is set and could not be removed; the .ipa is left alone
+  /// when the app folder could not be.
   bool removeTempArchives() const;
 
   /// Empty until a route has opened the app.
@@ -92,6 +93,8 @@ class QVTAppInfo {
   std::string apiEndpoint_;
   std::string uploadEndpoint_;
   std::optional<std::string> pathToUnzippedApp_;
+  /// Made for a copy of the app alone; absent in the .ipa route.
+  std::optional<std::string> folderOfCopy_;
   std::shared_ptr<QVTProvisioningProfile> provisioningProfile_;
   std::optional<std::string> releasePath_;
 };

@@ -95,10 +95,9 @@ TEST_F(RunTest, ArchiveNamedByTheEnvironment) {
   EXPECT_THAT(service_.calls(), ElementsAre(ServiceCall::validate, ServiceCall::upload,
                                             ServiceCall::validate, ServiceCall::upload));
   EXPECT_THAT(service_.complaints(), IsEmpty());
-  for (const std::string& name : place_.leftovers()) {
-    EXPECT_EQ(name.find(".app"), std::string::npos) << name;
-    EXPECT_EQ(name.find(".ipa/"), std::string::npos) << name;
-  }
+  EXPECT_THAT(place_.leftovers(),
+              ElementsAre("com.quorvantile.ipas", "com.quorvantile.mac", "com.quorvantile.mac/apps",
+                          "com.quorvantile.mac/distributions"));
   EXPECT_EQ(outputOf({"sh", "-c", "cd \"$1\" && find . -type f | sort | xargs md5sum", "sh",
                       archive.string()}),
             before)
