@@ -25,12 +25,32 @@ using foundation::Result;
 
 namespace {
 
-/// What the tool wrote to standard output, less white space at both ends.
-std::optional<std::string> trimmedOutput(const std::string& tool,
-                                         const std::vector<std::string>& arguments) {
-  const auto output = QVTTask::stdoutWithLaunchPathArguments(tool, arguments);
-  if (!output) return std::nullopt;
-  return std::string(foundation::trimmed(*output));
+const std::string kWhich = "/usr/bin/which";
+
+struct Answer {
+  /// Standard output, less white space at both ends; absent when it is not text.
+  std::optional<std::string> text;
+  std::int32_t status = 0;
+};
+
+Answer answerOf(const std::string& tool, const std::vector<std::string>& arguments) {
+  Answer answer;
+  QVTTask::launchWithPathWorkingDirectoryArgumentsCompletion(
+      tool, std::nullopt, arguments,
+      [&](const foundation::Data&, const foundation::Data& output, std::int32_t status) {
+        if (const auto text = foundation::stringFromUTF8(output.bytes())) {
+          answer.text = std::string(foundation::trimmed(*text));
+        }
+        answer.status = status;
+      });
+  return answer;
+}
+
+Answer whichAnswer(const std::string& name) {
+  if (!FileManager::fileExistsAtPath(kWhich)) {
+    foundation::systemLogOnce(kWhich + " is missing, which finds tools in PATH");
+  }
+  return answerOf(kWhich, {name});
 }
 
 /// For answers without room for the error.
@@ -106,7 +126,7 @@ Result<std::string> inflationFolder(const std::string& archive) {
 }
 
 Result<> unzip(const std::string& archive, const std::string& folder) {
-  const std::string tool = QVTFileSystemUtils::pathForShellTool("unzip").value_or("");
+  const std::string tool = QVTFileSystemUtils::pathForRequiredShellTool("unzip").value_or("");
   const std::vector<std::string> arguments{"-qo", unzipPatternForPath(archive), "-d", folder};
   Result<> outcome;
   // On a full disk unzip asks whether to go on.
@@ -185,14 +205,21 @@ Result<std::vector<foundation::URL>> dateSortedContents(const std::string& text)
 }  // namespace
 
 std::optional<std::string> QVTFileSystemUtils::pathForShellTool(const std::string& name) {
-  return trimmedOutput("/usr/bin/which", {name});
+  return whichAnswer(name).text;
+}
+
+std::optional<std::string> QVTFileSystemUtils::pathForRequiredShellTool(const std::string& name) {
+  const Answer answer = whichAnswer(name);
+  // A `which` that was ended by a signal says nothing about the tool.
+  if (answer.status == 1) foundation::systemLogOnce(name + " is not in PATH");
+  return answer.text;
 }
 
 std::optional<std::string> QVTFileSystemUtils::pathForXcTool(const std::string& name) {
-  auto finder = pathForShellTool("xcrun");
+  auto finder = pathForRequiredShellTool("xcrun");
   // Without xcrun there is nothing to launch, and no tool has been found.
   if (!finder || finder->empty()) return finder;
-  return trimmedOutput(*finder, {"--find", name});
+  return answerOf(*finder, {"--find", name}).text;
 }
 
 std::string QVTFileSystemUtils::appTemporaryStoragePath() {

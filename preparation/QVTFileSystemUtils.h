@@ -25,8 +25,12 @@ class QVTFileSystemUtils {
   /// Where `which` finds the tool: empty text for a tool that is not installed; absent only when
   /// the answer is no text.
   static std::optional<std::string> pathForShellTool(const std::string& name);
+  /// The same for a tool that is about to be launched: one that is not in PATH is named in the
+  /// system log, once.
+  static std::optional<std::string> pathForRequiredShellTool(const std::string& name);
   /// Where `xcrun --find` finds the tool, with the same two kinds of failure: absent when the
-  /// answer is no text, empty when there is no `xcrun` or no such tool.
+  /// answer is no text, empty when there is no `xcrun`, which the system log then tells once, or no
+  /// such tool.
   static std::optional<std::string> pathForXcTool(const std::string& name);
 
   /// The folder for copies of apps; not created.

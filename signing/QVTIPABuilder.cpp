@@ -157,7 +157,7 @@ QVTIPABuilder::Outcome QVTIPABuilder::signApp(const std::string& app) const {
 
 QVTIPABuilder::Outcome QVTIPABuilder::zip(const std::string& destination,
                                           const std::string& workFolder) const {
-  const std::string tool = QVTFileSystemUtils::pathForShellTool("zip").value_or("");
+  const std::string tool = QVTFileSystemUtils::pathForRequiredShellTool("zip").value_or("");
   const std::vector<std::string> arguments{"-q", "--symlinks", "-r", destination, kPayload};
   Outcome outcome;
   QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(

@@ -255,24 +255,38 @@ TEST_F(BadInputTest, NoKeyForTheProfile) {
 
 TEST_F(BadInputTest, MissingTools) {
   const fs::path ipa = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
-  struct Case {
-    const char* name;
-    std::function<void()> damage;
-    std::string line;
-  };
-  for (const Case& c : std::vector<Case>{
-           {"codesign_allocate", [this] { signer_.forgetTool("codesign_allocate"); },
-            "Unable to package source due to error: Error Domain=QVTIPABuilderErrorDomain "
-            "Code=-12"},
-           {"unzip", [this] { place_.environment()["PATH"] = "/nowhere"; }, "Unexpected error: "},
-       }) {
-    SCOPED_TRACE(c.name);
-    c.damage();
-    const auto result = runIPA(ipa);
-    EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.messages().at(1), StartsWith(c.line));
-    expectCleanedUp();
+  // A tool without those of the tree beside it, and a PATH with all that it needs but one.
+  const TemporaryFolder folder;
+  const fs::path tool = folder.write("bin/sendoff", contentsOf(kTool));
+  fs::permissions(tool, fs::perms::owner_all);
+  for (const char* const name : {"unzip", "zip", "xcrun"}) {
+    const std::string found = outputOf({"which", name});
+    const fs::path script =
+        folder.write(fs::path("path") / name,
+                     "#!/bin/sh\nexec " + found.substr(0, found.find('\n')) + " \"$@\"");
+    fs::permissions(script, fs::perms::owner_all);
   }
+  const std::string launch = "Unexpected error: cannot launch : ";
+  const std::string notFound =
+      "Unable to package source due to error: Error Domain=QVTIPABuilderErrorDomain Code=-12";
+  place_.environment()["PATH"] = folder / "path";
+  RunOptions options = place_.options({"-ipaPath", ipa, "-QuorvantileAPIEndpoint", service_.url()});
+  options.command[0] = tool;
+  for (const auto& [name, line] :
+       {std::pair("unzip", launch), std::pair("zip", launch), std::pair("xcrun", notFound)}) {
+    SCOPED_TRACE(name);
+    fs::rename(folder / "path" / name, folder / name);
+    const auto result = runProgram(options);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.messages().at(1), StartsWith(line));
+    EXPECT_THAT(result.errors, testing::EndsWith(std::string(" ") + name + " is not in PATH\n"));
+    EXPECT_EQ(result.errors.find(" is not in "), result.errors.rfind(" is not in "));
+    expectCleanedUp();
+    fs::rename(folder / name, folder / "path" / name);
+  }
+  signer_.forgetTool("codesign_allocate");
+  EXPECT_THAT(runProgram(options).messages().at(1), StartsWith(notFound));
+  expectCleanedUp();
 }
 
 TEST_F(BadInputTest, Archives) {

@@ -1,4 +1,5 @@
 // A machine that runs out of something, and tools that fail, met by whole runs.
+#include <algorithm>
 #include <fstream>
 
 #include <fcntl.h>
@@ -135,20 +136,24 @@ TEST_F(MachineFaultTest, ToolsThatFail) {
 }
 
 /// Whose answer is then the name of no tool.
-TEST_F(MachineFaultTest, WhichIsKilled) {
+TEST_F(MachineFaultTest, WhichIsKilledOrMissing) {
   if (runCommand({"unshare", "-m", "true"}).status != 0) GTEST_SKIP() << "no mounts here";
   auto environment = place_.environment();
   environment["killed"] = writeTool("killed", "#!/bin/sh\nkill -9 $$\n");
   environment["ipa"] = ipa_;
-  const auto result =
-      runProgram({.command = {"/usr/bin/unshare", "-m", "sh", "-c",
-                              "mount --bind \"$killed\" /usr/bin/which && exec " + kTool + " " +
-                                  kKey + " " + kSecret + " -ipaPath \"$ipa\""},
-                  .environment = environment});
-  EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(result.errors, HasSubstr("/usr/bin/which was ended by signal 9"));
-  EXPECT_THAT(result.messages().back(), StartsWith("Unexpected error: cannot launch"));
-  expectCleanedUp();
+  for (const auto& [damage, cause] :
+       {std::pair("mount --bind \"$killed\" /usr/bin/which", " was ended by signal 9\n"),
+        std::pair("mount -t tmpfs none /usr/bin", " is missing, which finds tools in PATH\n")}) {
+    const auto result = runProgram({.command = {"/usr/bin/unshare", "-m", "sh", "-c",
+                                                std::string(damage) + " && exec " + kTool + " " +
+                                                    kKey + " " + kSecret + " -ipaPath \"$ipa\""},
+                                    .environment = environment});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.errors, testing::EndsWith("/usr/bin/which" + std::string(cause)));
+    EXPECT_EQ(std::ranges::count(result.errors, '\n'), 1);
+    EXPECT_THAT(result.messages().back(), StartsWith("Unexpected error: cannot launch"));
+    expectCleanedUp();
+  }
 }
 
 /// A child of the tool's child has its streams, and keeps them.
