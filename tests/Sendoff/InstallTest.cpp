@@ -54,5 +54,14 @@ TEST(InstallTest, TheInstalledToolSignsWithItsOwnTools) {
               testing::Not(testing::HasSubstr("beta-reports-active")));
 }
 
+TEST(InstallTest, APackagersFlagsAreKept) {
+  const TemporaryFolder build;
+  outputOf({CMAKE_COMMAND, "-G", "Ninja", "-S", SENDOFF_SOURCE_FOLDER, "-B", build.path(),
+            "-DSENDOFF_TESTS=OFF", "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+            "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-Og"});
+  EXPECT_THAT(contentsOf(build / "compile_commands.json"),
+              AllOf(testing::HasSubstr(" -Og "), testing::Not(testing::HasSubstr(" -O1 "))));
+}
+
 }  // namespace
 }  // namespace test
