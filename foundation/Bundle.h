@@ -14,8 +14,9 @@ namespace foundation {
 /// outside the folder is no part of the bundle: it is as good as missing.
 class Bundle {
  public:
-  /// Any existing folder opens; nothing else does (empty pointer).
-  /// Throws `Exception` when the machine (not the file) keeps the Info dictionary from being read.
+  /// Any existing folder opens; nothing else does (empty pointer). An `Exception` when the machine,
+  /// not the file, keeps the Info dictionary from being read: too many open files, no memory, an
+  /// input that fails.
   static std::shared_ptr<Bundle> bundleWithPath(std::string_view path);
 
   /// The running program. Its Info dictionary is the property list that its build put into the

@@ -45,7 +45,7 @@ class Transcoder {
  public:
   explicit Transcoder(Bytes all) : all_(all) {}
 
-  /// Appends the element at the cursor; false (with `failure` set) when it is malformed.
+  /// Appends the element at the cursor; false when it is malformed or too deep.
   bool element(std::string& out, int depth) {
     const std::size_t start = cursor_;
     const auto header = headerOf(all_.subspan(cursor_));

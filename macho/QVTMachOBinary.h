@@ -18,9 +18,9 @@ class QVTMachOBinary {
   using UUIDCallback = std::function<void(const std::optional<std::string>& uuid,
                                           const std::string& architectureName)>;
 
-  /// Empty when the path names no regular file of at least 16 bytes. A `foundation::Exception` when
-  /// somebody cuts the file short while it is read. A file that is not Mach-O
-  /// opens, with one slice named "unknown"; a universal file may have no slices at all.
+  /// Empty when the path names no regular file of at least 16 bytes. A file that is not Mach-O
+  /// opens, with one slice named "unknown"; a universal file may have no slices at all. A
+  /// `foundation::Exception` when somebody cuts the file short while it is read.
   static std::shared_ptr<QVTMachOBinary> MachOBinaryWithPath(std::string_view path);
   static std::shared_ptr<QVTMachOBinary> initWithURL(const foundation::URL& url);
 

@@ -12,7 +12,8 @@ class QVTdSYM {
  public:
   /// Empty when the bundle or its "Contents/Resources/DWARF" is missing, or that folder is empty.
   /// The DWARF file is the folder's first entry in the folder's own, unsorted order; when it is not
-  /// readable, the object has no binary.
+  /// readable, the object has no binary. A `foundation::Exception` where `QVTMachOBinary` or
+  /// `Bundle` throws one.
   static std::shared_ptr<QVTdSYM> dSYMWithURL(const foundation::URL& url);
   static std::shared_ptr<QVTdSYM> initWithURL(const foundation::URL& url);
 

@@ -11,7 +11,9 @@
 class QVTXcodeArchive : public QVTCodeSignedResource {
  public:
   /// Empty when there is no URL, the archive has no readable Info.plist with anything in it, or the
-  /// app's folder, which that file names, is not there or not inside the archive's "Products".
+  /// app's folder, which that file names, is not there or not inside the archive's "Products". A
+  /// `foundation::Exception` when the machine keeps the app's Info.plist from being read, as
+  /// `Bundle::bundleWithPath` says.
   static std::shared_ptr<QVTXcodeArchive> initWithURL(const std::optional<foundation::URL>& url);
 
   /// Where Xcode keeps archives: its preference as it stands (no tilde is expanded, and the folder

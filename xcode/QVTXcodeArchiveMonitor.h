@@ -38,7 +38,8 @@ class QVTXcodeArchiveMonitor {
   ~QVTXcodeArchiveMonitor();
 
   /// All archives two levels below the location that can be read; folders that cannot be listed
-  /// have none. The identifier of an app that states none is the empty text.
+  /// have none. The identifier of an app that states none is the empty text. A
+  /// `foundation::Exception` where `QVTXcodeArchive::initWithURL` throws one; so does the next.
   static std::set<std::shared_ptr<QVTXcodeArchive>> allArchives();
   /// The newest of them with this identifier, compared without regard to case; empty when there is
   /// none.
