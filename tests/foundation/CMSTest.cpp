@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <functional>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,6 +8,7 @@
 #include "foundation/CMS.h"
 #include "foundation/DER.h"
 #include "foundation/Handle.h"
+#include "foundation/Text.h"
 #include "tests/support/Identities.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
@@ -151,21 +153,38 @@ TEST(CMSReading, ValuesOutOfOrderVerifyAsTheyWereSigned) {
   EXPECT_EQ(problemOf(message), "");
 }
 
+/// The message with the fields of its SignedData changed.
+std::string withFields(std::string_view message,
+                       const std::function<void(std::vector<std::string>&)>& change) {
+  DER::Reader info(DER::single(bytesOf(message), DER::kSequence)->content);
+  const std::string type(foundation::textOf(info.next()->whole));
+  DER::Reader reader(DER::single(info.next(DER::kContext0)->content, DER::kSequence)->content);
+  std::vector<std::string> fields;
+  while (const auto field = reader.next()) fields.emplace_back(foundation::textOf(field->whole));
+  change(fields);
+  const std::string all = foundation::joined(fields, "");
+  return DER::element(DER::kSequence,
+                      type + DER::element(DER::kContext0, DER::element(DER::kSequence, all)));
+}
+
 TEST(CMSReading, FaultsAreNamed) {
   const auto family = test::makeFamily();
   const auto chain = chainOf(family);
   const std::string good = messageBy(family);
-  const auto withOther = [&](const char* type, const char* otherType) {
-    const std::string oid = DER::objectIdentifier(type);
-    return std::string(good).replace(good.find(oid), oid.size(), DER::objectIdentifier(otherType));
-  };
   std::string badSignature = good;
   badSignature.back() = static_cast<char>(badSignature.back() ^ 1);
   std::string nested;
   for (int i = 0; i < 100; ++i) nested += "\x30\x80";
   const std::string bare(test::makeBareSignature(kContent, family).text());
-  const auto replaced = [](std::string text, std::string_view from, std::string_view to) {
-    return text.replace(text.find(from), from.size(), to);
+  const auto withOther = [](std::string text, const char* type, const char* otherType) {
+    const std::string oid = DER::objectIdentifier(type);
+    return text.replace(text.find(oid), oid.size(), DER::objectIdentifier(otherType));
+  };
+  const auto signers = [&](const std::function<std::string(const std::string&)>& change) {
+    return withFields(good, [&](auto& fields) {
+      const auto set = DER::single(bytesOf(fields[4]), DER::kSet);
+      fields[4] = DER::element(DER::kSet, change(std::string(foundation::textOf(set->content))));
+    });
   };
   const struct {
     const char* name;
@@ -175,9 +194,9 @@ TEST(CMSReading, FaultsAreNamed) {
       {"cut off", good.substr(0, good.size() - 1), "malformed encoding"},
       {"nested without end", nested, "malformed encoding"},
       {"something behind it", good + "x", "malformed encoding"},
-      {"other type of message", withOther("1.2.840.113549.1.7.2", "1.2.840.113549.1.7.3"),
+      {"other type of message", withOther(good, "1.2.840.113549.1.7.2", "1.2.840.113549.1.7.3"),
        "no signed data"},
-      {"other content type", withOther("1.2.840.113549.1.7.1", "1.2.840.113549.1.7.5"),
+      {"other content type", withOther(good, "1.2.840.113549.1.7.1", "1.2.840.113549.1.7.5"),
        "contentType attribute"},
       {"content inside", std::string(test::makeSignedMessage(kContent, family.leaf).text()),
        "holds content of its own"},
@@ -187,9 +206,17 @@ TEST(CMSReading, FaultsAreNamed) {
        std::string(test::makeBareSignature("other content", family).text()),
        "not the signer's over the content"},
       {"of another type, without attributes",
-       replaced(bare, DER::objectIdentifier("1.2.840.113549.1.7.1"),
-                DER::objectIdentifier("1.2.840.113549.1.7.5")),
-       "no signed attributes"},
+       withOther(bare, "1.2.840.113549.1.7.1", "1.2.840.113549.1.7.5"), "no signed attributes"},
+      {"certificate cut off",
+       withFields(good, [](auto& fields) { fields[3] = DER::element(DER::kContext0, "\x30"); }),
+       "malformed encoding"},
+      {"two signers", signers([](const auto& one) { return one + one; }), "not exactly one signer"},
+      {"empty signer", signers([](const auto&) { return DER::element(DER::kSequence, ""); }),
+       "malformed signer"},
+      {"unknown digest", signers([&](const auto& one) {
+         return withOther(one, "2.16.840.1.101.3.4.2.1", "2.16.840.1.101.3.4.2.9");
+       }),
+       "unsupported digest 2.16.840.1.101.3.4.2.9"},
       {"no root", messageBy(family, {chain[0], chain[1]}), "Test Root CA"},
   };
   for (const auto& c : cases) {

@@ -117,8 +117,10 @@ std::string segment64(std::string_view name, std::uint64_t offset, std::uint64_t
   return {reinterpret_cast<const char*>(&record), sizeof record};
 }
 
-/// `firstSection`: where the code begins; `cryptid` not 0 adds an encryption command.
-Built build(std::uint32_t firstSection = 0x1000, std::uint32_t cryptid = 0) {
+/// `firstSection`: where the code begins; `cryptid` not 0 adds an encryption command; each of the
+/// `signatures` adds an LC_CODE_SIGNATURE.
+Built build(std::uint32_t firstSection = 0x1000, std::uint32_t cryptid = 0,
+            const std::vector<toolchain::Extent>& signatures = {}) {
   macho::section_64 section{};
   std::memcpy(section.sectname, "__text", 6);
   std::memcpy(section.segname, "__TEXT", 6);
@@ -129,6 +131,11 @@ Built build(std::uint32_t firstSection = 0x1000, std::uint32_t cryptid = 0) {
   MachOImage image = MachOImage::arm64();
   image.command(text).command(segment64("__LINKEDIT", kLinkEditOffset, kSize - kLinkEditOffset, 0));
   if (cryptid != 0) image.encryption(cryptid);
+  for (const auto& [offset, size] : signatures) {
+    image.command(word(macho::LC_CODE_SIGNATURE) + word(16) +
+                  word(static_cast<std::uint32_t>(offset)) +
+                  word(static_cast<std::uint32_t>(size)));
+  }
   Built built{image.bytes()};
   built.bytes.resize(kSize);
   return built;
@@ -139,6 +146,7 @@ TEST(Layout, CodeWithoutAPlaceForItsSignatureIsRefused) {
     std::string name;
     std::string bytes;
     std::string complaint;
+    std::uint64_t room = 4096;
   };
   const auto bent = [](Built built, std::size_t at, std::uint64_t value) {
     put64(built.bytes, at, value);
@@ -149,13 +157,23 @@ TEST(Layout, CodeWithoutAPlaceForItsSignatureIsRefused) {
   const std::uint32_t endOfCommands = static_cast<std::uint32_t>(linkEdit) + 72;
   std::string unnamed = good.bytes;
   unnamed[linkEdit + 8 + 2] = 'X';
+  std::string withoutText = good.bytes;
+  withoutText[good.textCommand + 8 + 2] = 'X';
   std::string behind = good.bytes + std::string(16, '\1');
   for (const Case& c : {
            Case{"no room", build(endOfCommands + 15).bytes,
                 "not enough room in load commands to add LC_CODE_SIGNATURE"},
            Case{"just room", build(endOfCommands + 16).bytes, ""},
            Case{"encrypted", build(0x1000, 1).bytes, "the code is encrypted (cryptid 1)"},
+           Case{"no __TEXT", withoutText, "no __TEXT segment"},
            Case{"no __LINKEDIT", unnamed, "no __LINKEDIT segment"},
+           Case{"old signature before __LINKEDIT",
+                build(0x1000, 0, {{kLinkEditOffset - 16, 0x110}}).bytes,
+                "the old signature at 16368 does not lie in __LINKEDIT"},
+           Case{"old signature ends early", build(0x1000, 0, {{kLinkEditOffset, 0xf0}}).bytes,
+                "the old signature ends at 16624, not with the slice at 16640"},
+           Case{"beyond 32 bits", good.bytes, "too large: the signature would end at 4294967312",
+                0x100000010 - kSize},
            Case{"__LINKEDIT is not last", bent(good, linkEdit + 40, kLinkEditOffset - 1),
                 "__LINKEDIT at 16383 is not last"},
            Case{"bytes behind", behind, "bytes follow __LINKEDIT"},
@@ -165,7 +183,7 @@ TEST(Layout, CodeWithoutAPlaceForItsSignatureIsRefused) {
     SCOPED_TRACE(c.name);
     const auto image = Image::parse(foundation::bytesOf(c.bytes));
     ASSERT_TRUE(image) << image.error().localizedDescription();
-    const auto layout = toolchain::layOut(*image, image->slices().front(), 4096);
+    const auto layout = toolchain::layOut(*image, image->slices().front(), c.room);
     EXPECT_THAT(layout ? "" : layout.error().localizedDescription(), HasSubstr(c.complaint));
     EXPECT_EQ(layout.ok(), c.complaint.empty());
   }
@@ -202,6 +220,11 @@ TEST(Image, DamageIsNamed) {
            Case{"section over commands", at(text + 72 + 48, 64), "inside the load commands"},
            Case{"two of a name", [&](std::string& b) { b.replace(text + 8, 11, "__LINKEDIT", 11); },
                 "a second segment is named __LINKEDIT"},
+           Case{"two signatures",
+                [](std::string& b) {
+                  b = build(0x1000, 0, {{kLinkEditOffset, 16}, {kLinkEditOffset, 16}}).bytes;
+                },
+                "a second LC_CODE_SIGNATURE"},
            Case{"signature outside", at(linkEdit, macho::LC_CODE_SIGNATURE),
                 "cmdsize 72 is not 16"},
        }) {

@@ -1,4 +1,4 @@
-// The codesign program as people and sendoff call it.
+// codesign and codesign_allocate as people and sendoff call them.
 #include <filesystem>
 #include <fstream>
 
@@ -27,9 +27,10 @@ struct Outcome {
 class ProgramTest : public testing::Test {
  protected:
   /// In the temporary folder, with nothing but a home in its environment.
-  [[nodiscard]] Outcome run(const std::vector<std::string>& arguments) const {
+  [[nodiscard]] Outcome run(const std::vector<std::string>& arguments,
+                            const std::string& tool = "codesign") const {
     auto child = foundation::ChildProcess::launch(
-        {.executable = TOOLS_FOLDER "/codesign",
+        {.executable = TOOLS_FOLDER "/" + tool,
          .arguments = arguments,
          .workingDirectory = folder_.path(),
          .environment = foundation::Environment{{"HOME", folder_.path().string()}}});
@@ -126,6 +127,49 @@ TEST_F(ProgramTest, IdentifiersCannotForgeLines) {
   expect({"-fs", "-", "Example.app"}, {0, "", ""});
   EXPECT_THAT(run({"-dv", "Example.app"}).errors,
               HasSubstr("\nIdentifier=a\\u001b[2J\\u009b\\rAuthority=b\n"));
+}
+
+TEST_F(ProgramTest, RoomForSignatures) {
+  const fs::path code = folder_ / "code";
+  fs::copy_file(test::universalExecutable(), code);
+  const auto commandsOf = [&](const char* name) {
+    return test::outputOf({test::llvmTool("llvm-otool"), "-l", "-arch", "all", folder_ / name});
+  };
+  struct Row {
+    std::vector<std::string> arguments;
+    int status;
+    const char* errors;
+  };
+  for (const auto& [arguments, status, errors] : {
+           Row{{"-i", "code", "-a", "armv7", "4096", "-A", "16777228", "0", "8192", "-o", "roomy"},
+               0,
+               ""},
+           Row{{"-i", "roomy", "-r", "-o", "bare"}, 0, ""},
+           Row{{"-i", "code", "-a", "arm64", "4096", "-o", "none"},
+               1,
+               "codesign_allocate: code: no size was given for slice armv7\n"},
+           Row{{"-i", "missing", "-r", "-o", "none"}, 1, "codesign_allocate: cannot open missing"},
+           Row{{"-i", "code", "-a", "arm65", "16", "-o", "none"},
+               2,
+               "codesign_allocate: unknown architecture \"arm65\"\nusage: codesign_allocate"},
+           Row{{"-i", "code", "-a", "arm64", "x", "-o", "none"},
+               2,
+               "codesign_allocate: \"x\" is no"},
+           Row{{"-i", "code", "-o"}, 2, "codesign_allocate: -o lacks a value"},
+           Row{{"-r", "-o", "none"}, 2, "codesign_allocate: no input file"},
+           Row{{"-i", "code", "-o", "none"}, 2, "codesign_allocate: no size"},
+           Row{{"-p", "code"}, 2, "codesign_allocate: unknown option \"-p\""},
+       }) {
+    const Outcome outcome = run(arguments, "codesign_allocate");
+    EXPECT_EQ(outcome.status, status) << errors;
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_THAT(outcome.errors, StartsWith(errors));
+    EXPECT_EQ(outcome.errors.empty(), status == 0);
+  }
+  EXPECT_THAT(commandsOf("roomy"), AllOf(HasSubstr("datasize 4096"), HasSubstr("datasize 8192")));
+  EXPECT_THAT(commandsOf("bare"), testing::Not(HasSubstr("LC_CODE_SIGNATURE")));
+  EXPECT_FALSE(fs::exists(folder_ / "none"));
+  EXPECT_THAT(run({"--help"}, "codesign_allocate").output, StartsWith("usage: codesign_allocate"));
 }
 
 /// The caller reads after the end, so a pipe must be able to take everything.

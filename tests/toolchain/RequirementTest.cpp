@@ -160,6 +160,35 @@ TEST(Requirement, TextAndBytesOfEveryOperation) {
   }
 }
 
+TEST(Requirement, DamageIsNamed) {
+  namespace magic = toolchain::magic;
+  struct Case {
+    const char* name;
+    std::vector<std::uint32_t> words;
+    const char* complaint;
+    std::uint32_t magic = magic::kRequirement;
+  };
+  for (const Case& c : {
+           Case{"kind", {2, 1}, "requirement: kind 2 is unknown"},
+           Case{"operation", {1, 12}, "requirement: operation 12 is unknown"},
+           Case{"match", {1, 10, 0, 9}, "requirement: match 9 is unknown"},
+           Case{"more", {1, 1, 0}, "requirement goes on behind its expression, at byte 4"},
+           Case{"many", {17}, "requirements: count 17 does not fit", magic::kRequirementSet},
+           Case{"outside", {1, 3, 999}, "requirement 0 of 1 lies outside", magic::kRequirementSet},
+       }) {
+    toolchain::ByteWriter payload;
+    for (const auto word : c.words) payload.u32(word);
+    const auto blob = toolchain::makeBlob(c.magic, payload.bytes());
+    const auto problem = [](const auto& result) {
+      return result ? std::string() : result.error().localizedDescription();
+    };
+    EXPECT_THAT(c.magic == magic::kRequirement ? problem(toolchain::parseRequirement(blob))
+                                               : problem(toolchain::parseRequirementSet(blob)),
+                HasSubstr(c.complaint))
+        << c.name;
+  }
+}
+
 TEST(Requirement, DeepNestingIsRefused) {
   Expression deep = leaf(Operation::always);
   for (int i = 0; i < 1000; ++i) deep = joined(Operation::negation, {std::move(deep)});
