@@ -2,12 +2,11 @@
 
 #include <condition_variable>
 #include <deque>
-#include <map>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 #include "foundation/Assertion.h"
+#include "foundation/QueueThreads.h"
 #include "foundation/RunLoop.h"
 
 namespace foundation {
@@ -15,7 +14,6 @@ namespace foundation {
 namespace {
 
 using Work = DispatchQueue::Work;
-using Clock = std::chrono::steady_clock;
 
 /// The queues whose pieces the current thread is running, the innermost first.
 struct Frame;
@@ -31,94 +29,6 @@ struct Frame {
 
   const DispatchQueue::State* state;
   const Frame* outer;
-};
-
-/// Runs a piece and destroys it; an exception ends the process.
-// NOLINTNEXTLINE(performance-unnecessary-value-param): taken over so that it ends in here
-void runToEnd(Work work) noexcept { work(); }
-
-/// Threads for the global queue, more of them as long as all are busy; they end with the process.
-class ThreadPool {
- public:
-  /// Never destroyed: its threads may run until the very end of the process.
-  static ThreadPool& shared() {
-    static ThreadPool* const pool = new ThreadPool;
-    return *pool;
-  }
-
-  void add(Work work) {
-    const std::lock_guard lock(mutex_);
-    pending_.push_back(std::move(work));
-    if (pending_.size() <= idle_ || threads_ >= kMostThreads) {
-      changed_.notify_one();
-      return;
-    }
-    ++threads_;
-    std::thread([this] { serve(); }).detach();
-  }
-
- private:
-  static constexpr std::size_t kMostThreads = 64;
-
-  [[noreturn]] void serve() {
-    std::unique_lock lock(mutex_);
-    for (;;) {
-      ++idle_;
-      changed_.wait(lock, [this] { return !pending_.empty(); });
-      --idle_;
-      Work work = std::move(pending_.front());
-      pending_.pop_front();
-      lock.unlock();
-      runToEnd(std::exchange(work, nullptr));
-      lock.lock();
-    }
-  }
-
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<Work> pending_;
-  std::size_t idle_ = 0;
-  std::size_t threads_ = 0;
-};
-
-/// Hands work over when its time has come.
-class Timer {
- public:
-  static Timer& shared() {
-    static Timer* const timer = new Timer;
-    return *timer;
-  }
-
-  void add(Clock::time_point when, Work work) {
-    const std::lock_guard lock(mutex_);
-    waiting_.emplace(when, std::move(work));
-    changed_.notify_one();
-  }
-
- private:
-  Timer() {
-    std::thread([this] { serve(); }).detach();
-  }
-
-  [[noreturn]] void serve() {
-    std::unique_lock lock(mutex_);
-    for (;;) {
-      if (waiting_.empty()) {
-        changed_.wait(lock);
-      } else if (const auto next = waiting_.begin()->first; Clock::now() < next) {
-        changed_.wait_until(lock, next);
-      } else {
-        Work work = std::move(waiting_.extract(waiting_.begin()).mapped());
-        lock.unlock();
-        runToEnd(std::exchange(work, nullptr));
-        lock.lock();
-      }
-    }
-  }
-
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::multimap<Clock::time_point, Work> waiting_;
 };
 
 }  // namespace
@@ -176,6 +86,7 @@ class SerialState final : public DispatchQueue::State {
   void hold() {
     std::unique_lock lock(mutex_);
     if (!std::exchange(isHeld_, true)) return;
+    const ThreadPool::Waiting waiting;
     Waiter waiter;
     pending_.push_back({nullptr, &waiter});
     waiter.turn.wait(lock, [&] { return waiter.hasTurn; });
@@ -203,7 +114,7 @@ class SerialState final : public DispatchQueue::State {
 
   /// The piece of pool work refers to this state, which keeps the queue alive until it is empty.
   void drainOnPool() {
-    ThreadPool::shared().add(
+    ThreadPool::shared().addTurn(
         [self = std::static_pointer_cast<SerialState>(shared_from_this())] { self->drain(); });
   }
 
@@ -280,9 +191,9 @@ void DispatchQueue::sync(const Work& work) const {
 void DispatchQueue::async(Work work) const { state_->async(std::move(work)); }
 
 void DispatchQueue::asyncAfter(std::chrono::milliseconds delay, Work work) const {
-  Timer::shared().add(Clock::now() + delay, [queue = *this, piece = std::move(work)]() mutable {
-    queue.async(std::move(piece));
-  });
+  Timer::shared().add(
+      Timer::Clock::now() + delay,
+      [queue = *this, piece = std::move(work)]() mutable { queue.async(std::move(piece)); });
 }
 
 bool DispatchQueue::isCurrent() const { return state_->isCurrent(); }

@@ -169,6 +169,26 @@ TEST(QVTWebClient, CompletesHundredsAtOnceOnceEach) {
   for (const auto& count : calls) EXPECT_EQ(count, 1);
 }
 
+TEST(QVTWebClient, CompletionsMayUseTheClientHoweverManyThereAre) {
+  constexpr int kCount = 300;
+  const LoopbackServer server(alwaysAnswer(httpAnswer(200)));
+  const auto client = clientFor(server.url());
+  std::atomic<int> done = 0;
+  for (int i = 0; i < kCount; ++i) {
+    client->getPathCompletion("/first", [&](const Response&) {
+      client->addValueForHeader("1", "X");
+      client->syncStartRequestCompletion(QVTWebRequest::requestWithMethodPath("GET", "/second"),
+                                         [&](const Response& response) {
+                                           EXPECT_TRUE(response->wasSuccessful());
+                                           ++done;
+                                         });
+      RunLoop::main().perform([] {});
+    });
+  }
+  EXPECT_TRUE(runUntil([&] { return done == kCount; })) << done;
+  EXPECT_EQ(server.requests().size(), 2u * kCount);
+}
+
 TEST(QVTWebClient, ASynchronousStartHoldsTheClientOnTheCallersThread) {
   const LoopbackServer server(alwaysAnswer(httpAnswer(200, "raw")));
   const auto client = clientFor(server.url());

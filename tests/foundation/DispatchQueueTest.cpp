@@ -1,5 +1,7 @@
 #include <atomic>
 #include <barrier>
+#include <filesystem>
+#include <functional>
 #include <future>
 #include <stdexcept>
 #include <thread>
@@ -104,6 +106,57 @@ TEST(DispatchQueue, TheGlobalQueueRunsPiecesSideBySide) {
   }
   meeting->arrive_and_wait();
   EXPECT_FALSE(DispatchQueue::global().isCurrent());
+}
+
+std::size_t threadCount() {
+  const std::filesystem::directory_iterator tasks("/proc/self/task");
+  return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+/// 300 pieces that wait for each other, in several ways; `done` is to be called once by each.
+using Waits = std::function<void(const DispatchQueue& shared, std::function<void()> done)>;
+constexpr int kPieces = 300;
+
+TEST(DispatchQueue, NoNumberOfPiecesThatWaitForEachOtherIsTooLarge) {
+  const auto opened = std::make_shared<std::promise<void>>();
+  const auto gate = opened->get_future().share();
+  const auto arrived = std::make_shared<std::atomic<int>>(0);
+  const Waits callbacks = [](const DispatchQueue& shared, const auto& done) {
+    DispatchQueue::global().async([=] {
+      shared.async([] {});
+      shared.sync(done);
+    });
+  };
+  const Waits turns = [](const DispatchQueue& shared, const auto& done) {
+    DispatchQueue::serial("its own").async([=] {
+      DispatchQueue::serial("another").sync([&] { shared.sync([] {}); });
+      DispatchQueue::global().async(done);
+    });
+  };
+  const Waits unseen = [=](const DispatchQueue&, const auto& done) {
+    DispatchQueue::global().async([=] {
+      if (++*arrived == kPieces) opened->set_value();
+      gate.wait();
+      done();
+    });
+  };
+  const std::size_t threadsBefore = threadCount();
+  for (const Waits& waits : {callbacks, turns, unseen}) {
+    const auto shared = DispatchQueue::serial("shared");
+    const auto count = std::make_shared<std::atomic<int>>(0);
+    const auto all = std::make_shared<std::promise<void>>();
+    for (int i = 0; i < kPieces; ++i) {
+      waits(shared, [count, all] {
+        if (++*count == kPieces) all->set_value();
+      });
+    }
+    ASSERT_EQ(all->get_future().wait_for(kLimit), std::future_status::ready) << *count;
+  }
+  const auto end = std::chrono::steady_clock::now() + kLimit;
+  while (threadCount() > threadsBefore + 8 && std::chrono::steady_clock::now() < end) {
+    std::this_thread::yield();
+  }
+  EXPECT_LE(threadCount(), threadsBefore + 8);
 }
 
 TEST(DispatchQueue, DelayedPiecesComeWhenDue) {
