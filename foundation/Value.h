@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <concepts>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -49,7 +50,8 @@ class Value {
   };
 
   Value() = default;
-  Value(bool value) : storage_(value) {}
+  /// For `bool` alone: a pointer must not become a boolean on its way here.
+  Value(std::same_as<bool> auto value) : storage_(value) {}
   Value(int value) : storage_(std::int64_t{value}) {}
   Value(std::int64_t value) : storage_(value) {}
   /// Numbers that fit a signed 64-bit integer are kept as one.

@@ -1,5 +1,6 @@
 #include <cmath>
 #include <limits>
+#include <type_traits>
 
 #include <gtest/gtest.h>
 
@@ -46,6 +47,9 @@ TEST(Value, ReadsBooleansOfNumbersAndStringsOnly) {
 }
 
 TEST(Value, KeepsKindsApart) {
+  static_assert(std::is_convertible_v<bool, Value> && std::is_convertible_v<const char*, Value>);
+  static_assert(!std::is_constructible_v<Value, int*> && !std::is_constructible_v<Value, void*>);
+  static_assert(!std::is_constructible_v<Value, std::optional<bool>>);
   EXPECT_NE(Value(true), Value(1));
   EXPECT_NE(Value(1), Value(1.0));
   EXPECT_NE(Value("1"), Value(1));
