@@ -47,7 +47,7 @@ void QVTWebClientTransaction::startWithCompletionHandler(CompletionHandler handl
 
 void QVTWebClientTransaction::syncStartWithCompletionHandler(CompletionHandler handler) {
   completionHandler_ = std::move(handler);
-  foundation::assertThat(!connection_, "!_connection",
+  foundation::assertThat(!wasStarted_, "!_connection",
                          {.function = "-[QVTWebClientTransaction syncStartWithCompletionHandler:]",
                           .source = kSource});
   syncStartConnection();
@@ -55,7 +55,7 @@ void QVTWebClientTransaction::syncStartWithCompletionHandler(CompletionHandler h
 
 foundation::URLRequest QVTWebClientTransaction::prepare(std::string_view function) {
   const foundation::AssertionSite site{.function = function, .source = kSource};
-  foundation::assertThat(connection_ == nullptr, "_connection == nil", site);
+  foundation::assertThat(!wasStarted_.exchange(true), "_connection == nil", site);
   foundation::assertThat(request_ != nullptr, "request", site);
   foundation::URLRequest request = request_->URLRequest();
   response_->setRequestURL(request.url);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -69,6 +70,8 @@ class QVTWebClientTransaction : public foundation::URLConnection::Delegate,
   std::shared_ptr<QVTWebResponse> response_ = std::make_shared<QVTWebResponse>();
   std::optional<std::string> contentType_;
   std::unique_ptr<foundation::URLConnection> connection_;
+  /// By either start; the synchronous one has no connection to tell.
+  std::atomic<bool> wasStarted_ = false;
   foundation::DispatchQueue queue_;
   CompletionHandler completionHandler_;
 };

@@ -180,6 +180,11 @@ TEST(QVTWebClientTransactionDeathTest, StopsForASecondStartAndForNoHandler) {
         transaction->syncStartWithCompletionHandler([](const auto&) {});
       },
       "\\(!_connection\\)");
+  const auto twice = QVTWebClientTransaction::transactionWithRequest(
+      QVTWebRequest::requestWithMethodPath("GET", "no URL"));
+  twice->syncStartWithCompletionHandler([](const auto&) {});
+  EXPECT_DEATH(twice->syncStartWithCompletionHandler([](const auto&) {}), "\\(!_connection\\)");
+  EXPECT_DEATH(twice->syncStartConnection(), "\\(_connection == nil\\)");
 }
 
 }  // namespace
