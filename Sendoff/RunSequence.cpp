@@ -11,6 +11,7 @@
 #include "Sendoff/ServiceAddresses.h"
 #include "console/QVTCLUtilLog.h"
 #include "foundation/FileManager.h"
+#include "foundation/Format.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/Text.h"
@@ -59,15 +60,7 @@ Prepared prepareArchive(QVTAppInfo& appInfo, const foundation::Environment& envi
 
 bool validate(const QVTAppInfo& appInfo) {
   if (releaseValidation(appInfo)) return true;
-  const std::string hint =
-      std::string(
-          "Does this app belong to this org?\n We couldn't validate app with bundle ID %@ in the "
-          "selected organization, so make sure you've first added your app through the "
-          "Quorvantile app.\n You can check that your API key and build secret are correct by "
-          "going here: ") +
-      sendoff::kSettingsPageURL +
-      "\n Then select the org and click on API key or build secret underneath the org name.";
-  QVTCLUtilLog(hint, foundation::escapingControlCharacters(bundleIdentifierOf(appInfo)));
+  QVTCLUtilLog("%@", validationHint(bundleIdentifierOf(appInfo), sendoff::kSettingsPageURL));
   return false;
 }
 
@@ -113,6 +106,19 @@ bool announce(const QVTAppInfo& appInfo, const RunSettings& settings) {
 }
 
 }  // namespace
+
+std::string validationHint(const std::optional<std::string>& bundleIdentifier,
+                           std::string_view settingsPage) {
+  return foundation::format(
+             "Does this app belong to this org?\n We couldn't validate app with bundle ID %@ in "
+             "the selected organization, so make sure you've first added your app through the "
+             "Quorvantile app.\n You can check that your API key and build secret are correct by "
+             "going here: ",
+             foundation::escapingControlCharacters(bundleIdentifier))
+      .append(settingsPage)
+      .append(
+          "\n Then select the org and click on API key or build secret underneath the org name.");
+}
 
 int runSequence(const RunSettings& settings) {
   const foundation::Environment environment = foundation::ProcessInfo::environment();

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 /// What the command line says about a run.
 struct RunSettings {
@@ -22,6 +23,10 @@ struct RunSettings {
 
 /// Cleared at the start of a run. The run's app is in its `QVTAppInfo`.
 extern std::optional<std::string> pathToUnzippedApp;
+
+/// What to tell a user whose app the service does not know; the page's address is shown as is.
+std::string validationHint(const std::optional<std::string>& bundleIdentifier,
+                           std::string_view settingsPage);
 
 /// Prepares the app and runs the service calls: validation, notes (where there are any), testers,
 /// upload. The first step that fails prints one summary line and ends the run through `failure()`.

@@ -4,6 +4,7 @@
 
 #include "Sendoff/CommandLine.h"
 #include "Sendoff/DistributionUpload.h"
+#include "Sendoff/RunSequence.h"
 #include "tests/Sendoff/ToolRun.h"
 #include "tests/support/MachOFixture.h"
 
@@ -14,6 +15,7 @@ namespace fs = std::filesystem;
 
 using testing::ElementsAre;
 using testing::ElementsAreArray;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 const std::string kBanner = "Quorvantile.framework/sendoff 1.3.6 (19)";
@@ -112,6 +114,9 @@ TEST(CommandLineTest, PlainFunctions) {
   EXPECT_EQ(deviceFamilyNames(nullptr), "");
   const foundation::Value families = foundation::Array{1, "1", true, 2};
   EXPECT_EQ(deviceFamilyNames(&families), "iPhone,unknown,unknown,iPad");
+  EXPECT_THAT(validationHint("com.%@.app", "https://a/%40%20?x=%d"),
+              AllOf(HasSubstr("bundle ID com.%@.app in"),
+                    HasSubstr("going here: https://a/%40%20?x=%d\n Then")));
 }
 
 /// A failing run of the tool below shells that are named like Apple's programs.
