@@ -1,5 +1,6 @@
 // Apps that cannot be handed off. Each ends with its line and status 1, and leaves nothing behind
 // but what it is meant to.
+#include <cstdlib>
 #include <fstream>
 
 #include <gmock/gmock.h>
@@ -46,7 +47,6 @@ class BadInputTest : public testing::Test {
     }
   }
 
-  StandInSigner signer_;
   StandInService service_;
   Workplace place_;
 };
@@ -126,12 +126,18 @@ TEST_F(BadInputTest, AppsInEveryStateOfDisrepair) {
   withUUID.uuid("00112233445566778899aabbccddeeff");
   FatSlice nowhere = FatSlice::of(withUUID);
   nowhere.offset = 0xfffffff0;
+  const std::string text = "#!/bin/sh\necho this is no Mach-O file\n";
+  const std::string withoutUUID = MachOImage::arm64().bytes();
+  const std::string elsewhere = universalFile({FatSlice::of(withUUID), nowhere});
+  const std::string countless = universalFile({nowhere}, 4, 0x7fffffff);
 
   struct Case {
     const char* name;
     std::function<void(const fs::path& app)> damage;
     /// The lines between the banner and the end, each as it begins.
     std::vector<std::string> lines;
+    /// For distribution: the run sends it as is.
+    bool isSigned = false;
   };
   for (const Case& c : std::vector<Case>{
            {"no profile",
@@ -174,20 +180,28 @@ TEST_F(BadInputTest, AppsInEveryStateOfDisrepair) {
             {certificate, kNotPrepared}},
            {"no Info.plist",
             [](const fs::path& app) { fs::remove(app / "Info.plist"); },
-            {packaging + "-9", kNotPrepared}},
+            {packaging + "-10", kNotPrepared}},
            {"Info.plist is text",
             [](const fs::path& app) { write(app / "Info.plist", "\x01\x02<<"); },
-            {packaging + "-9", kNotPrepared}},
+            {packaging + "-10", kNotPrepared}},
            {"Info.plist is an array",
             [](const fs::path& app) {
               write(app / "Info.plist", *foundation::PropertyList::xml(foundation::Array{}));
             },
-            {packaging + "-9", kNotPrepared}},
+            {packaging + "-10", kNotPrepared}},
            {"Info.plist of wrong types",
             [](const fs::path& app) {
               write(app / "Info.plist",
                     *foundation::PropertyList::xml(foundation::Dictionary{
                         {"CFBundleIdentifier", 7}, {"CFBundleExecutable", foundation::Array{}}}));
+            },
+            {packaging + "-10", kNotPrepared}},
+           {"Info.plist of wrong types, signed",
+            [](const fs::path& app) {
+              write(app / "Info.plist", *foundation::PropertyList::xml(foundation::Dictionary{
+                                            {"CFBundleIdentifier", 7},
+                                            {"CFBundleExecutable", foundation::Array{}},
+                                            {"QuorvantileSignedForDistribution", true}}));
             },
             {noApp, "Does this app belong to this org?"}},
            {"no executable",
@@ -196,20 +210,20 @@ TEST_F(BadInputTest, AppsInEveryStateOfDisrepair) {
            {"short executable",
             executable("\xcf\xfa\xed\xfe"),
             {kNoBinary, "Unable to load IPA at (null)", "Failed to upload binary"}},
-           {"text as executable",
-            executable("#!/bin/sh\necho this is no Mach-O file\n"),
-            {"Unexpected error: "}},
-           {"no UUID", executable(MachOImage::arm64().bytes()), {"Unexpected error: "}},
-           {"slices point nowhere",
-            executable(universalFile({FatSlice::of(withUUID), nowhere})),
-            {"Unexpected error: "}},
-           {"more slices than bytes",
-            executable(universalFile({nowhere}, 4, 0x7fffffff)),
-            {"Unexpected error: "}},
+           {"text as executable", executable(text), {packaging + "-10", kNotPrepared}},
+           {"text as executable, signed", executable(text), {"Unexpected error: "}, true},
+           {"no segments", executable(withoutUUID), {packaging + "-6", kNotPrepared}},
+           {"no UUID, signed", executable(withoutUUID), {"Unexpected error: "}, true},
+           {"slices point nowhere", executable(elsewhere), {packaging + "-10", kNotPrepared}},
+           {"slices point nowhere, signed", executable(elsewhere), {"Unexpected error: "}, true},
+           {"more slices than bytes", executable(countless), {packaging + "-10", kNotPrepared}},
+           {"more slices than bytes, signed", executable(countless), {"Unexpected error: "}, true},
        }) {
     SCOPED_TRACE(c.name);
     const TemporaryFolder folder;
-    const fs::path app = makeApp(folder.path());
+    AppOptions options;
+    if (c.isSigned) options.info = {{"QuorvantileSignedForDistribution", true}};
+    const fs::path app = makeApp(folder.path(), options);
     c.damage(app);
     const auto result = runIPA(packIPA(app, folder / "Example.ipa"));
     EXPECT_EQ(result.status, 1);
@@ -229,9 +243,11 @@ TEST_F(BadInputTest, AppsInEveryStateOfDisrepair) {
 }
 
 TEST_F(BadInputTest, AFailedToolsOwnWordsAreInTheLine) {
+  const StandInSigner signer;
+  place_.environment()["PATH"] = std::getenv("PATH");
   const fs::path ipa = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
-  signer_.setStatus(StandInSigner::Run::sign, 3);
-  signer_.setOutput(StandInSigner::Run::sign, "", "Example.app: the\nkeychain is \"locked\"");
+  signer.setStatus(StandInSigner::Run::sign, 3);
+  signer.setOutput(StandInSigner::Run::sign, "", "Example.app: the\nkeychain is \"locked\"");
   const auto result = runIPA(ipa);
   EXPECT_EQ(result.status, 1);
   const auto lines = result.messages();
@@ -254,6 +270,7 @@ TEST_F(BadInputTest, NoKeyForTheProfile) {
 }
 
 TEST_F(BadInputTest, MissingTools) {
+  const StandInSigner signer;
   const fs::path ipa = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
   // A tool without those of the tree beside it, and a PATH with all that it needs but one.
   const TemporaryFolder folder;
@@ -284,7 +301,7 @@ TEST_F(BadInputTest, MissingTools) {
     expectCleanedUp();
     fs::rename(folder / name, folder / "path" / name);
   }
-  signer_.forgetTool("codesign_allocate");
+  signer.forgetTool("codesign_allocate");
   EXPECT_THAT(runProgram(options).messages().at(1), StartsWith(notFound));
   expectCleanedUp();
 }

@@ -9,7 +9,6 @@
 #include "tests/support/AppFixture.h"
 #include "tests/support/IPAFacts.h"
 #include "tests/support/StandInService.h"
-#include "tests/support/StandInSigner.h"
 
 namespace test {
 namespace {
@@ -42,7 +41,6 @@ struct Build {
 };
 
 TEST(ConcurrentRunsTest, EachEndsAsItWouldAlone) {
-  const StandInSigner signer;
   const Workplace place;
   // All of one name; two of them hold apps of one name, too.
   std::vector<std::unique_ptr<Build>> builds;

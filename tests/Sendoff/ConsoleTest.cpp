@@ -1,5 +1,6 @@
 // What the world around the tool does to its streams, its files and its memory.
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 
 #include <fcntl.h>
@@ -35,7 +36,6 @@ class ConsoleTest : public testing::Test {
     return {};
   }
 
-  StandInSigner signer_;
   StandInService service_;
   Workplace place_;
   fs::path ipa_ = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
@@ -77,14 +77,17 @@ TEST_F(ConsoleTest, AnOutputThatTakesNothingChangesNothing) {
 }
 
 TEST_F(ConsoleTest, CredentialsStayOutOfEveryLineAndEveryChild) {
+  const StandInSigner signer;
+  place_.environment()["PATH"] = std::getenv("PATH");
   service_.answer(ServiceCall::upload, httpAnswer(500));
   const auto result = run({"-debug", "YES"});
   EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(signer.calls().size(), 4u);
   for (const std::string& text : {result.output, result.errors}) {
     EXPECT_THAT(text, Not(HasSubstr(kKey)));
     EXPECT_THAT(text, Not(HasSubstr(kSecret)));
   }
-  for (const auto& call : signer_.calls()) {
+  for (const auto& call : signer.calls()) {
     for (const auto& [name, value] : call.environment) EXPECT_THAT(value, Not(HasSubstr(kKey)));
   }
 }

@@ -4,6 +4,8 @@
 #include <fstream>
 #include <thread>
 
+#include "tests/Sendoff/ToolRun.h"
+
 namespace test {
 
 namespace fs = std::filesystem;
@@ -47,7 +49,7 @@ bool isGone(pid_t process) {
 
 }  // namespace
 
-HangingTools::HangingTools() {
+HangingTools::HangingTools(const fs::path& home) {
   const auto writeTool = [this](const fs::path& name, std::string_view script) {
     fs::permissions(folder_.write(name, script), fs::perms::owner_all);
   };
@@ -55,7 +57,8 @@ HangingTools::HangingTools() {
   writeTool("real/unzip", forwarderTo("/usr/bin/unzip"));
   writeTool("real/zip", forwarderTo("/usr/bin/zip"));
   writeTool("real/xcrun", kXcrun);
-  writeTool("real/codesign", forwarderTo(signer_.codesign()));
+  writeTool("real/codesign", "#!/bin/sh\nHOME=" + home.string() + " exec " +
+                                 (kSigningTools / "codesign").string() + " \"$@\"\n");
   hangInCall(0);
 }
 

@@ -7,7 +7,7 @@
 
 #include <sys/types.h>
 
-#include "tests/support/StandInSigner.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace test {
 
@@ -19,7 +19,8 @@ class HangingTools {
   static constexpr int kCallsOfARun = 8;
   enum class Manner { polite, stubborn };
 
-  HangingTools();
+  /// `codesign` is the real one and takes its identities from this home folder.
+  explicit HangingTools(const std::filesystem::path& home);
 
   /// What PATH is to be.
   [[nodiscard]] std::string path() const;
@@ -30,7 +31,6 @@ class HangingTools {
   [[nodiscard]] bool areGone() const;
 
  private:
-  StandInSigner signer_;
   TemporaryFolder folder_;
 };
 

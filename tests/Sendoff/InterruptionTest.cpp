@@ -72,8 +72,8 @@ class InterruptionTest : public testing::Test {
     return left;
   }
 
-  HangingTools tools_;
   Workplace place_;
+  HangingTools tools_{place_.home()};
   fs::path ipa_ = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
 };
 

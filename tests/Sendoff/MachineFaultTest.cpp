@@ -12,7 +12,6 @@
 #include "tests/support/AppFixture.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/StandInService.h"
-#include "tests/support/StandInSigner.h"
 
 namespace test {
 namespace {
@@ -63,7 +62,6 @@ class MachineFaultTest : public testing::Test {
     for (const auto& entry : fs::directory_iterator(place_.temporary())) fs::remove_all(entry);
   }
 
-  StandInSigner signer_;
   StandInService service_;
   TemporaryFolder tools_;
   Workplace place_;
@@ -99,8 +97,8 @@ TEST_F(MachineFaultTest, ToolsThatFail) {
             "#!/bin/sh\n[ \"$1\" = -vv ] || kill -9 $$\n", kPackaging + "-10", "",
             "ended with status 9"},
            {"codesign is killed on signing", "codesign",
-            "#!/bin/sh\n[ \"$1\" = --sign ] && kill -9 $$\nexec " + signer_.codesign().string() +
-                " \"$@\"\n",
+            "#!/bin/sh\n[ \"$1\" = --sign ] && kill -9 $$\nexec " +
+                (kSigningTools / "codesign").string() + " \"$@\"\n",
             kPackaging + "-6", "status=9"},
            {"codesign complains about the export", "codesign",
             "#!/bin/sh\n[ \"$1\" = -vv ] || { echo no memory left >&2; exit 3; }\n",

@@ -6,7 +6,6 @@
 #include "tests/support/AppFixture.h"
 #include "tests/support/IPAFacts.h"
 #include "tests/support/StandInService.h"
-#include "tests/support/StandInSigner.h"
 
 namespace test {
 namespace {
@@ -26,7 +25,6 @@ class NamesTest : public testing::Test {
     return arguments;
   }
 
-  StandInSigner signer_;
   StandInService service_;
   Workplace place_;
 };

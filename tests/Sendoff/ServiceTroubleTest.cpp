@@ -7,7 +7,6 @@
 #include "tests/Sendoff/ToolRun.h"
 #include "tests/support/AppFixture.h"
 #include "tests/support/StandInService.h"
-#include "tests/support/StandInSigner.h"
 
 namespace test {
 namespace {
@@ -57,7 +56,6 @@ class ServiceTroubleTest : public testing::Test {
     }
   }
 
-  StandInSigner signer_;
   Workplace place_;
   fs::path ipa_ = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
 };

@@ -25,6 +25,7 @@ namespace test {
 namespace fs = std::filesystem;
 
 const std::string kTool = SENDOFF_TOOL;
+const fs::path kSigningTools = fs::path(kTool).parent_path().parent_path() / "libexec/sendoff";
 const std::string kKey = "0123456789abcdefABCDEF0123456789abcdef01";
 const std::string kSecret = "5ec3e7";
 

@@ -92,6 +92,8 @@ class Workplace {
 };
 
 extern const std::string kTool;
+/// Where the build has its own codesign, codesign_allocate and xcrun, which runs use.
+extern const std::filesystem::path kSigningTools;
 extern const std::string kKey;
 extern const std::string kSecret;
 
