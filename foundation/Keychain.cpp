@@ -19,7 +19,9 @@ namespace fs = std::filesystem;
 namespace {
 
 bool belongsInKeychainFolder(std::string_view name) {
-  constexpr std::array<std::string_view, 6> kExtensions{"pem", "p12", "pfx", "cer", "der", "crt"};
+  // The last two are a Mac's own, to be told that they cannot be read.
+  constexpr std::array<std::string_view, 8> kExtensions{"pem", "p12", "pfx",      "cer",
+                                                        "der", "crt", "keychain", "keychain-db"};
   return std::ranges::find(kExtensions, lowercased(pathExtension(name))) != kExtensions.end();
 }
 

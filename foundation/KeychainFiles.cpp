@@ -66,6 +66,12 @@ bool isCertificateLabel(std::string_view label) {
   return label == "CERTIFICATE" || label == "X509 CERTIFICATE" || label == "TRUSTED CERTIFICATE";
 }
 
+/// In the form of RFC 5958, or in OpenSSL's older one.
+bool isEncrypted(const Block& block) {
+  return block.label == "ENCRYPTED PRIVATE KEY" ||
+         block.text.find("Proc-Type: 4,ENCRYPTED") != block.text.npos;
+}
+
 /// A key lives in the library that decoded it; everything else works in the default one.
 EVP_PKEY* inDefaultLibrary(const EVP_PKEY* key) {
   const PKCS8Handle encoded(EVP_PKEY2PKCS8(key));
@@ -109,6 +115,9 @@ Result<> addBlock(const Block& block, std::size_t number,
     const PKeyHandle decoded(PEM_read_bio_PrivateKey_ex(reader.get(), nullptr, givePassphrase,
                                                         context, legacyLibrary(), nullptr));
     EVP_PKEY* key = decoded ? inDefaultLibrary(decoded.get()) : nullptr;
+    if (!key && isEncrypted(block)) {
+      return blockError(block, number, lockedError(passphrase).localizedDescription());
+    }
     if (!key) return blockError(block, number, withReason("cannot be read as a private key"));
     contents.keys.push_back(PrivateKey::adopt(key));
   }
@@ -166,6 +175,11 @@ bool beginsAsDER(std::string_view text) {
   return text.size() >= 2 && text[0] == 0x30 && (static_cast<unsigned char>(text[1]) & 0x80) != 0;
 }
 
+/// A login.keychain-db, or one of the databases beside it.
+bool isMacKeychain(std::string_view text) {
+  return text.starts_with("kych") || text.starts_with("SQLite format 3");
+}
+
 /// By content, since people name these files freely.
 Result<KeychainContents> parsed(const Data& data, const std::optional<Passphrase>& passphrase,
                                 std::uint64_t& roundsLeft) {
@@ -176,11 +190,34 @@ Result<KeychainContents> parsed(const Data& data, const std::optional<Passphrase
   if (data.text().find(kBlockStart) != std::string_view::npos) {
     return readPEM(data.text(), passphrase, roundsLeft);
   }
+  if (isMacKeychain(data.text())) {
+    return makeError(kKeychainErrorDomain, -1,
+                     "a Mac's own keychain file, which cannot be read here: export the identity "
+                     "from it as a .p12 file");
+  }
   return makeError(kKeychainErrorDomain, -1,
                    "neither a PEM text, nor a PKCS #12 file, nor a certificate");
 }
 
 }  // namespace
+
+Error lockedError(const std::optional<Passphrase>& passphrase) {
+  if (!passphrase) {
+    return makeError(kKeychainErrorDomain, -1,
+                     "cannot be opened without a passphrase: there is no .password file beside it");
+  }
+  std::string problem = "wrong passphrase";
+  // A wrong one leaves no error, or bad padding; now and then the padding is right by chance.
+  const unsigned long code = ERR_peek_last_error();
+  const int reason = ERR_GET_REASON(code);
+  const bool isPadding =
+      (ERR_GET_LIB(code) == ERR_LIB_PKCS12 && reason == PKCS12_R_PKCS12_CIPHERFINAL_ERROR) ||
+      (ERR_GET_LIB(code) == ERR_LIB_PEM && reason == PEM_R_BAD_DECRYPT);
+  if (code != 0 && !isPadding) problem += ", or " + OpenSSLErrorScope::reason();
+  return makeError(
+      kKeychainErrorDomain, -1,
+      "cannot be opened with the passphrase in the .password file beside it: " + problem);
+}
 
 Passphrase::~Passphrase() { OPENSSL_cleanse(text_.data(), text_.size()); }
 

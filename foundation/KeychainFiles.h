@@ -49,6 +49,10 @@ ossl_lib_ctx_st* legacyLibrary();
 Result<KeychainContents> readKeychainFile(const std::filesystem::path& path,
                                           std::uint64_t& roundsLeft);
 
+/// What to say of something encrypted that did not open: that there was no passphrase, or that it
+/// is the wrong one, or what the crypto library says.
+Error lockedError(const std::optional<Passphrase>& passphrase);
+
 /// PKCS #12 (RFC 7292) with any number of keys. Without a passphrase, none and the empty one are
 /// tried.
 Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>& passphrase,

@@ -165,10 +165,7 @@ Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>
     if (auto contents = unlocked(file.get(), tried, rounds)) return *std::move(contents);
     if (rounds.error()) return *rounds.error();
   }
-  const std::string with =
-      passphrase ? "the passphrase in the .password file beside it" : "no passphrase";
-  return makeError(kKeychainErrorDomain, -1,
-                   "cannot be opened with " + with + ": " + OpenSSLErrorScope::reason());
+  return lockedError(passphrase);
 }
 
 }  // namespace foundation

@@ -147,6 +147,34 @@ TEST_F(KeychainTest, DamagedFilesAreErrorsThatNameThem) {
   EXPECT_THAT(problemOf(large), HasSubstr("16777217 bytes"));
 }
 
+TEST_F(KeychainTest, TheCauseIsNamedWithoutThePassphrase) {
+  using Encryption = test::PKCS12Options::Encryption;
+  const auto p12 = [&](Encryption encryption) {
+    return test::makePKCS12(family_.leaf, {}, {.encryption = encryption, .passphrase = "right"});
+  };
+  const std::string none = "cannot be opened without a passphrase: there is no .password file";
+  const std::string wrong =
+      "cannot be opened with the passphrase in the .password file beside it: wrong passphrase";
+  for (const std::string& content :
+       {std::string(p12(Encryption::modern).text()), std::string(p12(Encryption::old).text()),
+        family_.leaf.keyPEM("right"), family_.leaf.oldKeyPEM("right")}) {
+    const auto file = write("locked", content);
+    EXPECT_THAT(problemOf(file), HasSubstr(none)) << content;
+    write("locked.password", "wr0ng-guess\n");
+    EXPECT_THAT(problemOf(file), HasSubstr(wrong)) << content;
+    EXPECT_THAT(problemOf(file), Not(HasSubstr("wr0ng-guess")));
+    write("locked.password", "right\n");
+    EXPECT_TRUE(holdsTheLeafsKey(file)) << content;
+    fs::remove(folder_ / "locked.password");
+  }
+  EXPECT_THAT(problemOf(write("login.keychain-db", std::string("kych\0\1\0\0", 8))),
+              HasSubstr("login.keychain-db: a Mac's own keychain file"));
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(Keychain::open(folder_.path()));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("login.keychain-db: a Mac's own keychain file"));
+}
+
 TEST_F(KeychainTest, ASessionReadsEachFileOnce) {
   const auto path = write("identity.pem", family_.leaf.keyPEM());
   const test::OpenCount opens(path);

@@ -186,6 +186,16 @@ std::string MadeIdentity::keyPEM(std::optional<std::string> passphrase) const {
   return contentsOf(buffer);
 }
 
+std::string MadeIdentity::oldKeyPEM(const std::string& passphrase) const {
+  const BIOHandle buffer = memoryBuffer();
+  std::string phrase = passphrase;
+  const int written = PEM_write_bio_PrivateKey_traditional(
+      buffer.get(), nativeKey(), EVP_aes_256_cbc(), reinterpret_cast<unsigned char*>(phrase.data()),
+      static_cast<int>(phrase.size()), nullptr, nullptr);
+  require(written == 1, "key to PEM");
+  return contentsOf(buffer);
+}
+
 std::string MadeIdentity::sha1() const {
   return foundation::uppercaseHex(foundation::sha1(der().bytes()));
 }

@@ -48,6 +48,8 @@ class MadeIdentity {
   [[nodiscard]] std::string certificatePEM() const;
   /// PKCS #8; encrypted with AES-256 when a passphrase is given.
   [[nodiscard]] std::string keyPEM(std::optional<std::string> passphrase = std::nullopt) const;
+  /// In OpenSSL's own form ("Proc-Type: 4,ENCRYPTED").
+  [[nodiscard]] std::string oldKeyPEM(const std::string& passphrase) const;
   /// 40 upper-case hexadecimal digits, what `--sign` takes.
   [[nodiscard]] std::string sha1() const;
   [[nodiscard]] foundation::Certificate certificate() const;
