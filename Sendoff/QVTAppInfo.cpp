@@ -22,6 +22,7 @@
 #include "signing/QVTDeveloperCertificate.h"
 #include "signing/QVTIPABuilder.h"
 #include "signing/QVTProvisioningProfile.h"
+#include "signing/SigningCertificate.h"
 #include "xcode/QVTXcodeArchive.h"
 
 namespace {
@@ -39,14 +40,14 @@ bool remove(const std::optional<std::string>& item, const std::optional<std::str
   return removed.ok();
 }
 
-/// A certificate of the profile whose private key is in the keychain; empty, with a message,
-/// without one.
-std::shared_ptr<QVTDeveloperCertificate> certificateToSignWith(
-    const QVTProvisioningProfile& profile) {
-  std::optional<foundation::Error> error;
-  auto certificate = profile.certWithPrivateKeyAvailableOrError(&error);
-  if (!certificate) QVTCLUtilLog("Unable to find a certificate with a private key: %@", error);
-  return certificate;
+/// Empty, with a message and its cause in the system log, when there is none.
+std::shared_ptr<QVTDeveloperCertificate> usableCertificateOf(
+    const QVTProvisioningProfile& profile, const std::optional<std::string>& keychain) {
+  auto certificate = certificateToSignWith(profile, keychain);
+  if (certificate) return *std::move(certificate);
+  foundation::systemLog("Cannot sign: %@", certificate.error().localizedDescription());
+  QVTCLUtilLog("Unable to find a certificate with a private key: %@", profile.noPrivateKeyError());
+  return nullptr;
 }
 
 }  // namespace
@@ -108,7 +109,7 @@ bool QVTAppInfo::isInsideApp(const std::string& path) const {
 }
 
 bool QVTAppInfo::readProfile() {
-  const auto keychain = foundation::ProcessInfo::environmentValue("CODE_SIGN_KEYCHAIN");
+  const auto keychain = signingKeychain();
   if (keychain) foundation::systemLog("Using CODE_SIGN_KEYCHAIN: %@", *keychain);
   const auto path = codeSignedResource_ ? codeSignedResource_->provisioningProfilePath()
                                         : std::optional<std::string>();
@@ -123,7 +124,7 @@ bool QVTAppInfo::readProfile() {
 }
 
 bool QVTAppInfo::package() {
-  const auto certificate = certificateToSignWith(*provisioningProfile_);
+  const auto certificate = usableCertificateOf(*provisioningProfile_, signingKeychain());
   if (!certificate) return false;
   const auto builder = QVTIPABuilder::initWithProvisioningProfileDeveloperCertificate(
       provisioningProfile_, certificate);

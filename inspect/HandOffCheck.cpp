@@ -17,6 +17,7 @@
 #include "preparation/QVTFileSystemUtils.h"
 #include "signing/QVTDeveloperCertificate.h"
 #include "signing/QVTProvisioningProfile.h"
+#include "signing/SigningCertificate.h"
 #include "toolchain/CodeBundle.h"
 
 namespace inspect {
@@ -240,14 +241,15 @@ Findings checkProfile(const HandOff& handOff) {
 
 Findings checkCertificates(const HandOff& handOff) {
   if (!handOff.profile) return {};
-  const auto usable = handOff.profile->certWithPrivateKeyAvailable();
+  const auto usable = certificateToSignWith(*handOff.profile, handOff.keychainPath);
   if (!usable) {
-    return {fails("no certificate of the profile has its private key in the keychain",
+    return {fails("no certificate of the profile has its private key in the keychain: " +
+                      usable.error().localizedDescription(),
                   "add the key (docs/codesign.md), or name the keychain with --keychain")};
   }
   for (const auto& certificate : certificatesOf(*handOff.profile)) {
     const auto digest = certificate.sha1();
-    if (foundation::uppercaseHex(digest) != usable->signingIdentity()) continue;
+    if (foundation::uppercaseHex(digest) != (*usable)->signingIdentity()) continue;
     return checkExpiry("the signing certificate", certificate.notAfter(), handOff.now,
                        "make a new one in the developer account, and a profile that lists it");
   }

@@ -132,15 +132,21 @@ std::shared_ptr<QVTDeveloperCertificate> QVTProvisioningProfile::certForCodeSign
 
 std::shared_ptr<QVTDeveloperCertificate> QVTProvisioningProfile::certWithPrivateKeyAvailableOrError(
     foundation::ErrorSlot error) const {
-  std::string names;
   for (const auto& certificate : developerCertificates_) {
     if (certificate->isPrivateKeyAvailable()) return certificate;
+  }
+  store(error, noPrivateKeyError());
+  return nullptr;
+}
+
+foundation::Error QVTProvisioningProfile::noPrivateKeyError() const {
+  std::string names;
+  for (const auto& certificate : developerCertificates_) {
     names += foundation::format("%@\n", certificate->commonName());
   }
-  store(error, {.domain = std::string(QVTProvisioningProfileErrorDomain),
-                .code = -1,
-                .userInfo = {{"SourcePath", path_}, {"Details", names}}});
-  return nullptr;
+  return {.domain = std::string(QVTProvisioningProfileErrorDomain),
+          .code = -1,
+          .userInfo = {{"SourcePath", path_}, {"Details", names}}};
 }
 
 std::shared_ptr<QVTDeveloperCertificate> QVTProvisioningProfile::certWithPrivateKeyAvailable()

@@ -76,6 +76,8 @@ class QVTProvisioningProfile {
   std::shared_ptr<QVTDeveloperCertificate> certWithPrivateKeyAvailableOrError(
       foundation::ErrorSlot error) const;
   [[nodiscard]] std::shared_ptr<QVTDeveloperCertificate> certWithPrivateKeyAvailable() const;
+  /// That error.
+  [[nodiscard]] foundation::Error noPrivateKeyError() const;
 
   /// Compares component by component; "*" stands for any one. Components beyond this profile's are
   /// not looked at, so a profile for com.example also matches com.example.app.

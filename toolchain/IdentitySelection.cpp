@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "foundation/Format.h"
+#include "foundation/SigningKeychains.h"
 #include "foundation/Text.h"
 
 namespace toolchain {
@@ -66,17 +67,14 @@ std::vector<Identity> named(const std::vector<Identity>& identities, const std::
   });
 }
 
-std::string placeOf(const IdentityQuery& query) {
-  return query.keychain ? query.keychain->string() : "the default keychains";
-}
-
-Result<Identity> theOnly(const std::vector<Identity>& found, const IdentityQuery& query) {
+Result<Identity> theOnly(const std::vector<Identity>& found, const std::string& name,
+                         const std::string& place) {
   if (found.empty()) {
     return failure("error: The specified item could not be found in the keychain. No identity \"" +
-                   query.name + "\" in " + placeOf(query));
+                   name + "\" in " + place);
   }
   if (found.size() == 1) return found.front();
-  std::string text = query.name + ": ambiguous in " + placeOf(query) + ", matches ";
+  std::string text = name + ": ambiguous in " + place + ", matches ";
   for (std::size_t i = 0; i < found.size(); ++i) {
     text += (i == 0 ? "\"" : " and \"") + found[i].certificate.commonName().value_or("") + "\" (" +
             hashText(found[i].certificate) + ")";
@@ -102,24 +100,16 @@ Result<> checkValid(const Certificate& certificate, foundation::Date now) {
 }  // namespace
 
 Result<SigningIdentity> findIdentity(const IdentityQuery& query) {
-  const Keychain defaults = Keychain::defaultSearchList();
-  std::optional<Keychain> given;
-  if (query.keychain) {
-    auto opened = Keychain::open(*query.keychain);
-    if (!opened) return opened.error();
-    given = std::move(*opened);
-  }
-  const Keychain& keychain = given ? *given : defaults;
+  const auto keychains = foundation::SigningKeychains::open(query.keychain);
+  if (!keychains) return keychains.error();
   const auto now =
       std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
-  const auto found = preferringValid(named(candidates(keychain, query.profile), query.name), now);
-  auto identity = theOnly(found, query);
+  const auto found =
+      preferringValid(named(candidates(keychains->keychain(), query.profile), query.name), now);
+  auto identity = theOnly(found, query.name, keychains->name());
   if (!identity) return identity.error();
   if (const auto valid = checkValid(identity->certificate, now); !valid) return valid.error();
-  std::vector<Certificate> issuers = keychain.certificates();
-  const auto& more = defaults.certificates();
-  issuers.insert(issuers.end(), more.begin(), more.end());
-  auto chain = foundation::certificateChain(identity->certificate, issuers);
+  auto chain = keychains->chainOf(identity->certificate);
   if (!chain) return chain.error();
   return SigningIdentity{std::move(*identity), std::move(*chain)};
 }

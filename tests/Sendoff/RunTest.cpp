@@ -272,6 +272,18 @@ TEST_F(RunTest, KeychainOfTheBuildEnvironment) {
   EXPECT_EQ(result.output.find("KEYCHAIN"), std::string::npos);
 }
 
+TEST_F(RunTest, TheCauseOfAMissingKeyIsLogged) {
+  place_.environment()["CODE_SIGN_KEYCHAIN"] = place_.files() / "missing.p12";
+  const auto result = runIPA(AppOptions());
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(
+      result.messages(),
+      Contains(testing::StartsWith("Unable to find a certificate with a private key: Error ")));
+  EXPECT_THAT(result.errors,
+              testing::HasSubstr("] Cannot sign: cannot open " +
+                                 (place_.files() / "missing.p12").string() + ": No such file"));
+}
+
 TEST_F(RunTest, TheKeychainIsReadOnceForAllCertificatesOfTheProfile) {
   AppOptions app;
   app.profile.developerCertificates = {makeLeaf(makeRoot("Others")).der(),

@@ -124,6 +124,13 @@ TEST_F(HandOff, FlawsOfAnAppAreNamedWithAdvice) {
   }
 }
 
+TEST_F(HandOff, TheCauseOfAMissingKeyIsNamed) {
+  const auto app = makeApp();
+  EXPECT_THAT(check(app, {"--keychain", folder_ / "missing.p12"}).standardOutput,
+              testing::ContainsRegex("failure: no certificate of the profile has its private key "
+                                     "in the keychain: .*/missing.p12: No such file"));
+}
+
 TEST_F(HandOff, CertificatesThatExpireOrHave) {
   struct Row {
     std::chrono::hours validUntil;

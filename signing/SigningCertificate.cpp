@@ -1,0 +1,69 @@
+#include "signing/SigningCertificate.h"
+
+#include "foundation/FileManager.h"
+#include "foundation/Path.h"
+#include "foundation/ProcessInfo.h"
+#include "foundation/SigningKeychains.h"
+#include "foundation/Text.h"
+
+using foundation::Certificate;
+using foundation::SigningKeychains;
+
+namespace {
+
+foundation::Error missing(std::string why) {
+  return foundation::makeError(QVTProvisioningProfileErrorDomain, -1, std::move(why));
+}
+
+std::string nameOf(const Certificate& certificate) {
+  return certificate.subjectSummary().value_or(foundation::uppercaseHex(certificate.sha1()));
+}
+
+std::string listOf(const std::vector<std::string>& names) {
+  return "\"" + foundation::joined(names, "\", \"") + "\"";
+}
+
+std::string placeOf(const std::optional<std::string>& keychainPath) {
+  return keychainPath.value_or(foundation::appendingPathComponent(
+      foundation::FileManager::homeDirectory(), "Library/Keychains"));
+}
+
+/// Whose the private keys are, as far as their certificates are there too.
+std::string holdings(const foundation::Keychain& keychain) {
+  const auto count = keychain.privateKeys().size();
+  if (count == 0) return "no private key";
+  std::vector<std::string> names;
+  for (const auto& identity : keychain.identities()) names.push_back(nameOf(identity.certificate));
+  std::string text = std::to_string(count) + (count == 1 ? " private key" : " private keys");
+  if (!names.empty()) text += " (" + listOf(names) + ")";
+  return text;
+}
+
+std::string whyNone(const QVTProvisioningProfile& profile, const SigningKeychains& keychains,
+                    const std::optional<std::string>& keychainPath) {
+  const std::string place = placeOf(keychainPath);
+  if (!keychainPath && !foundation::FileManager::isDirectoryAtPath(place)) {
+    return "no keychain was named, and there is no folder " + place;
+  }
+  std::vector<std::string> wanted;
+  for (const auto& certificate : profile.developerCertificates()) {
+    wanted.push_back(certificate->subjectSummary().value_or("a certificate without a name"));
+  }
+  if (wanted.empty()) return "the profile lists no certificate that can be read";
+  return place + " holds " + holdings(keychains.keychain()) + ", and the profile is for " +
+         listOf(wanted);
+}
+
+}  // namespace
+
+std::optional<std::string> signingKeychain() {
+  return foundation::ProcessInfo::environmentValue("CODE_SIGN_KEYCHAIN");
+}
+
+foundation::Result<std::shared_ptr<QVTDeveloperCertificate>> certificateToSignWith(
+    const QVTProvisioningProfile& profile, const std::optional<std::string>& keychainPath) {
+  const auto keychains = SigningKeychains::open(keychainPath);
+  if (!keychains) return keychains.error();
+  if (auto certificate = profile.certWithPrivateKeyAvailable()) return certificate;
+  return missing(whyNone(profile, *keychains, keychainPath));
+}
