@@ -1,11 +1,11 @@
 #include <chrono>
 
+#include "inspect/AppIdentity.h"
 #include "inspect/AppSource.h"
 #include "inspect/Commands.h"
 #include "inspect/HandOffCheck.h"
 #include "inspect/MachOReport.h"
 #include "inspect/ProfileReport.h"
-#include "macho/QVTMachOBinary.h"
 #include "signing/QVTProvisioningProfile.h"
 
 namespace inspect {
@@ -21,22 +21,19 @@ foundation::Date currentTime() {
 
 Value describeExecutable(const foundation::Bundle& bundle) {
   const auto path = bundle.executablePath();
-  const auto binary = path ? QVTMachOBinary::MachOBinaryWithPath(*path) : nullptr;
+  if (!path) return {};
+  const auto binary = openBinary(*path);
   return binary ? describeBinary(*binary) : Value();
 }
 
 Value describeResource(const QVTCodeSignedResource& resource, const QVTProvisioningProfile* profile,
                        const std::optional<std::string>& keychain) {
-  return Dictionary{
-      {"path", orNull(resource.path())},
-      {"bundleIdentifier", orNull(resource.bundleIdentifier())},
-      {"displayVersion", orNull(resource.displayVersion())},
-      {"buildVersion", orNull(resource.buildVersion())},
-      {"creationDate", orNull(resource.creationDate())},
-      {"provisioningProfilePath", orNull(resource.provisioningProfilePath())},
-      {"macho", describeExecutable(*resource.bundle())},
-      {"profile",
-       profile ? describeProfile(*profile, ProfileSurroundings::current(keychain)) : Value()}};
+  Dictionary document = describeIdentity(resource);
+  document["macho"] = describeExecutable(*resource.bundle());
+  if (profile)
+    document["profile"] = describeProfile(*profile, ProfileSurroundings::current(keychain));
+  document.try_emplace("profile");
+  return document;
 }
 
 void showApp(const Value& document, bool detailed, TextOutput& text) {

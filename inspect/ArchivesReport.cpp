@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "inspect/AppIdentity.h"
 #include "inspect/ArchivesWatch.h"
 #include "inspect/Commands.h"
 #include "xcode/QVTXcodeArchive.h"
@@ -13,15 +14,6 @@ using foundation::Value;
 namespace {
 
 using ArchivePointer = std::shared_ptr<QVTXcodeArchive>;
-
-Value describeArchive(const QVTXcodeArchive& archive) {
-  return Dictionary{{"path", orNull(archive.path())},
-                    {"bundleIdentifier", orNull(archive.bundleIdentifier())},
-                    {"displayVersion", orNull(archive.displayVersion())},
-                    {"buildVersion", orNull(archive.buildVersion())},
-                    {"creationDate", orNull(archive.creationDate())},
-                    {"provisioningProfilePath", orNull(archive.provisioningProfilePath())}};
-}
 
 /// Archives without a creation date come last, equal ones by path.
 bool isNewer(const ArchivePointer& a, const ArchivePointer& b) {
@@ -69,7 +61,7 @@ foundation::Result<Report> reportArchives(const Arguments& arguments) {
   const auto archives = wantedArchives(latest);
   if (latest && archives.empty()) return inputError("no archive of " + *latest);
   foundation::Array entries;
-  for (const auto& archive : archives) entries.push_back(describeArchive(*archive));
+  for (const auto& archive : archives) entries.push_back(describeIdentity(*archive));
   Value document = Dictionary{{"location", orNull(location)}, {"archives", std::move(entries)}};
   return Report{document, [document](TextOutput& text) { showArchives(document, text); }};
 }

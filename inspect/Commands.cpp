@@ -7,9 +7,9 @@ const std::vector<Command>& allCommands() {
       {"macho",
        "FILE [-v]",
        "architectures, UUIDs, versions and dylibs of a Mach-O file",
-       "Versions come from the version-min commands only, dylibs from the plain load commands "
-       "only,\n"
-       "as the release service sees them. -v names the dylibs that the text counts.\n",
+       "-v names the dylibs that the text counts, and marks those that are weak, re-exported, "
+       "upward\n"
+       "or lazy. The release service is told of slices and UUIDs only.\n",
        {1, 1, {{"-v"}}},
        reportMachO},
       {"app",

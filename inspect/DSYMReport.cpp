@@ -1,7 +1,7 @@
 #include <map>
 
+#include "inspect/BinaryFacts.h"
 #include "inspect/Commands.h"
-#include "macho/QVTMachOBinary.h"
 #include "macho/QVTdSYM.h"
 
 namespace inspect {
@@ -77,9 +77,9 @@ foundation::Result<Report> reportDSYM(const Arguments& arguments) {
                       {"uuids", uuidsOf(*symbols)}};
   Report report;
   if (const auto other = arguments.value("--match")) {
-    const auto binary = QVTMachOBinary::MachOBinaryWithPath(*other);
-    if (!binary) return unreadable(*other, "no regular file, or shorter than any Mach-O file");
-    auto slices = matches(*binary, document.at("uuids"));
+    const auto binary = openBinary(*other);
+    if (!binary) return binary.error();
+    auto slices = matches(*binary->object, document.at("uuids"));
     report.status = anyIsMissing(slices) ? 1 : 0;
     document["match"] = std::move(slices);
   }

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "inspect/Commands.h"
-#include "macho/QVTMachOBinary.h"
 
 namespace inspect {
 
@@ -12,16 +11,20 @@ using foundation::Value;
 
 namespace {
 
-Value version(const macho::QVTMachOVersion& value) {
-  return orNull(macho::QVTMachOFormatVersion(&value));
+Value version(const std::optional<macho::QVTMachOVersion>& value) {
+  return orNull(macho::QVTMachOFormatVersion(value ? &*value : nullptr));
 }
 
-Value describeSlice(const QVTMachOSlice& slice) {
+Value describeSlice(const QVTMachOSlice& slice, const SliceFacts& facts) {
+  foundation::Array dylibs;
+  for (const auto& dylib : facts.linkedDylibs) {
+    dylibs.push_back(Dictionary{{"path", dylib.path}, {"kind", dylib.kind}});
+  }
   return Dictionary{{"architectureName", slice.architectureName()},
                     {"uuid", orNull(slice.uuid())},
-                    {"minimumOSVersion", version(slice.minimumOSVersion())},
-                    {"linkedSDKVersion", version(slice.linkedSDKVersion())},
-                    {"linkedDylibs", arrayOf(slice.linkedDylibs())}};
+                    {"minimumOSVersion", version(facts.minimumOSVersion)},
+                    {"linkedSDKVersion", version(facts.linkedSDKVersion)},
+                    {"linkedDylibs", std::move(dylibs)}};
 }
 
 bool everySliceHasUUID(const QVTMachOBinary& binary) {
@@ -30,18 +33,23 @@ bool everySliceHasUUID(const QVTMachOBinary& binary) {
 
 void showDylibs(const Value& slice, TextOutput& text) {
   text.heading(textAt(slice, "architectureName").value_or("") + " links");
-  for (const auto& dylib : entriesAt(slice, "linkedDylibs")) text.line(*dylib.string());
+  for (const auto& dylib : entriesAt(slice, "linkedDylibs")) {
+    const std::string kind = textAt(dylib, "kind").value_or("");
+    text.line(textAt(dylib, "path").value_or("") + (kind == "plain" ? "" : " (" + kind + ")"));
+  }
 }
 
 }  // namespace
 
-Value describeBinary(const QVTMachOBinary& binary) {
+Value describeBinary(const Binary& binary) {
   foundation::Array slices;
-  for (const auto& slice : binary.slices()) slices.push_back(describeSlice(*slice));
-  const bool identified = everySliceHasUUID(binary);
+  for (std::size_t i = 0; i < binary.facts.size(); ++i) {
+    slices.push_back(describeSlice(*binary.object->slices()[i], binary.facts[i]));
+  }
+  const bool identified = everySliceHasUUID(*binary.object);
   return Dictionary{
       {"slices", std::move(slices)},
-      {"instanceIdentifier", identified ? Value(binary.instanceIdentifier()) : Value()}};
+      {"instanceIdentifier", identified ? Value(binary.object->instanceIdentifier()) : Value()}};
 }
 
 void showBinary(const Value& document, const BinaryTextOptions& options, TextOutput& text) {
@@ -60,9 +68,8 @@ void showBinary(const Value& document, const BinaryTextOptions& options, TextOut
 }
 
 foundation::Result<Report> reportMachO(const Arguments& arguments) {
-  const std::string& path = arguments.operands()[0];
-  const auto binary = QVTMachOBinary::MachOBinaryWithPath(path);
-  if (!binary) return unreadable(path, "no regular file, or shorter than any Mach-O file");
+  const auto binary = openBinary(arguments.operands()[0]);
+  if (!binary) return binary.error();
   const BinaryTextOptions options{.withDylibs = arguments.has("-v")};
   Value document = describeBinary(*binary);
   return Report{document,

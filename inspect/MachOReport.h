@@ -1,15 +1,14 @@
 #pragma once
 
 #include "foundation/Value.h"
+#include "inspect/BinaryFacts.h"
 #include "inspect/TextOutput.h"
-
-class QVTMachOBinary;
 
 namespace inspect {
 
 /// `slices` in file order (architectureName, uuid, minimumOSVersion, linkedSDKVersion,
-/// linkedDylibs) and `instanceIdentifier`, null where a slice has no UUID.
-foundation::Value describeBinary(const QVTMachOBinary& binary);
+/// linkedDylibs, each with path and kind) and `instanceIdentifier`, null where a slice has no UUID.
+foundation::Value describeBinary(const Binary& binary);
 
 /// A table of the slices; their dylibs too when `withDylibs`.
 struct BinaryTextOptions {

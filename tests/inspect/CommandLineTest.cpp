@@ -19,6 +19,10 @@ struct Wrong {
 TEST(InspectCommandLine, SaysWhatIsWrongInOneLine) {
   const test::TemporaryFolder folder;
   const std::string text = folder.write("short", "tiny");
+  const std::string notes = folder.write("notes.txt", "What is new: everything.");
+  const std::string zip = folder.write("x.ipa", "PK\3\4" + std::string(40, '\0'));
+  const std::string java = folder.write(
+      "A.class", std::string("\xca\xfe\xba\xbe\0\0\0\x34", 8) + std::string(2000, '\1'));
   const std::string missing = folder / "missing";
   for (const auto& c : {
            Wrong{{}, 2, "Usage: sendoff-inspect COMMAND"},
@@ -44,6 +48,18 @@ TEST(InspectCommandLine, SaysWhatIsWrongInOneLine) {
            Wrong{{"macho", text},
                  1,
                  "sendoff-inspect macho: cannot read " + text + ": no regular file, or shorter"},
+           Wrong{{"macho", "/bin/sh"},
+                 1,
+                 "sendoff-inspect macho: cannot read /bin/sh: not a Mach-O file\n"},
+           Wrong{{"macho", notes},
+                 1,
+                 "sendoff-inspect macho: cannot read " + notes + ": not a Mach-O file\n"},
+           Wrong{{"macho", zip},
+                 1,
+                 "sendoff-inspect macho: cannot read " + zip + ": not a Mach-O file\n"},
+           Wrong{{"macho", java},
+                 1,
+                 "sendoff-inspect macho: cannot read " + java + ": not a Mach-O file\n"},
            Wrong{{"macho", ""}, 1, "sendoff-inspect macho: cannot read an empty path: "},
            Wrong{{"macho", "--", "--help"}, 1, "sendoff-inspect macho: cannot read --help: No"},
            Wrong{{"app", missing}, 1, "sendoff-inspect app: nothing is at " + missing},

@@ -41,10 +41,52 @@ TEST(InspectReports, MachOAgreesWithLLVM) {
   EXPECT_EQ(textAt(image, "slices.0.linkedSDKVersion"), "12.1.0");
   const auto otool = test::outputOf({test::llvmTool("llvm-otool"), "-L", folder / "image"});
   const auto& dylibs = *at(image, "slices.0.linkedDylibs").array();
-  for (const auto& dylib : dylibs) EXPECT_THAT(otool, HasSubstr("\t" + *dylib.string() + " ("));
+  for (const auto& dylib : dylibs) {
+    EXPECT_THAT(otool, HasSubstr("\t" + textAt(dylib, "path") + " ("));
+    EXPECT_EQ(textAt(dylib, "kind"), "plain");
+  }
   EXPECT_EQ(std::ranges::count(otool, '\t'), std::ssize(dylibs)) << otool;
   EXPECT_THAT(test::outputOf({test::llvmTool("llvm-otool"), "-l", folder / "image"}),
               testing::ContainsRegex("version 9.3.1\n +sdk 12.1\n"));
+}
+
+TEST(InspectReports, MachOOfTodayHasItsVersionsAndAllItsDylibs) {
+  const test::TemporaryFolder folder;
+  test::linkImage(folder / "image", {.minimumOS = "15.1", .sdk = "17.2.3"});
+  const auto image = test::inspectDocument({"macho", folder / "image"});
+  EXPECT_EQ(textAt(image, "slices.0.minimumOSVersion"), "15.1.0");
+  EXPECT_EQ(textAt(image, "slices.0.linkedSDKVersion"), "17.2.3");
+
+  const auto file = folder.write("built", test::MachOImage::arm64()
+                                              .dylib("/plain")
+                                              .dylib("/weak", macho::LC_LOAD_WEAK_DYLIB)
+                                              .dylib("/again", macho::LC_REEXPORT_DYLIB)
+                                              .dylib("/up", macho::LC_LOAD_UPWARD_DYLIB)
+                                              .dylib("/lazy", macho::LC_LAZY_LOAD_DYLIB)
+                                              .buildVersion(macho::PLATFORM_IOS, 0x100000, 0)
+                                              .versionMin(macho::LC_VERSION_MIN_IPHONEOS, 1, 1)
+                                              .bytes());
+  EXPECT_EQ(test::inspectRun({"macho", file, "-v"}).standardOutput,
+            "arm64\t-\t16.0.0\t-\t5\ninstanceIdentifier: -\n\narm64 links\n/plain\n/weak (weak)\n"
+            "/again (re-exported)\n/up (upward)\n/lazy (lazy)\n");
+}
+
+TEST(InspectReports, WhatAFileDoesNotStateIsNull) {
+  const test::TemporaryFolder folder;
+  const auto file = folder.write("image", test::MachOImage::arm64().bytes());
+  const auto image = test::inspectDocument({"macho", file});
+  EXPECT_EQ(at(image, "slices.0.minimumOSVersion"), Value());
+  EXPECT_EQ(at(image, "slices.0.linkedSDKVersion"), Value());
+  const auto app = test::makeApp(folder.path(), {.info = {{"CFBundleIdentifier", Value()},
+                                                          {"CFBundleShortVersionString", Value()},
+                                                          {"CFBundleVersion", 7}}});
+  std::filesystem::remove(app / "embedded.mobileprovision");
+  folder.write("Example.app/Example", "#!/bin/sh\nexit 0\n");
+  const auto document = test::inspectDocument({"app", app});
+  for (const char* key : {"bundleIdentifier", "displayVersion", "buildVersion",
+                          "provisioningProfilePath", "macho", "profile"}) {
+    EXPECT_EQ(at(document, key), Value()) << key;
+  }
 }
 
 TEST(InspectReports, MachOWithoutUUIDHasNoIdentifier) {
