@@ -104,8 +104,8 @@ std::string teamOf(const QVTProvisioningProfile& profile) {
 }
 
 Findings checkNestedPiece(const std::filesystem::path& path, const std::string& name,
-                          const std::string& team) {
-  const auto facts = signatureFacts(path);
+                          const std::string& team, toolchain::RootTest isAppleRoot) {
+  const auto facts = signatureFacts(path, isAppleRoot);
   if (!facts) {
     return {fails("nested code " + name + ": " + facts.error().localizedDescription(),
                   "build it again")};
@@ -117,7 +117,7 @@ Findings checkNestedPiece(const std::filesystem::path& path, const std::string& 
     return {warns("nested code " + name + " is not signed",
                   "codesign of this tool signs it on the way; on a Mac sign it first")};
   }
-  if (!team.empty() && facts->teamIdentifier != team) {
+  if (!team.empty() && facts->teamIdentifier != team && !facts->isApplesOwn) {
     const std::string other =
         facts->teamIdentifier.empty() ? "no team" : "team " + facts->teamIdentifier;
     return {
@@ -289,7 +289,8 @@ Findings checkNestedCode(const HandOff& handOff) {
   const std::string team = handOff.profile ? teamOf(*handOff.profile) : "";
   Findings findings;
   for (const auto& path : *nested) {
-    append(findings, checkNestedPiece(path, path.lexically_relative(bundle->path).string(), team));
+    append(findings, checkNestedPiece(path, path.lexically_relative(bundle->path).string(), team,
+                                      handOff.isAppleRoot));
   }
   return findings;
 }

@@ -6,6 +6,7 @@
 
 #include "foundation/Bundle.h"
 #include "foundation/Value.h"
+#include "toolchain/Requirement.h"
 
 class QVTCodeSignedResource;
 class QVTProvisioningProfile;
@@ -26,10 +27,12 @@ using Findings = std::vector<Finding>;
 struct HandOff {
   const QVTCodeSignedResource& resource;
   const QVTProvisioningProfile* profile = nullptr;
-  std::optional<std::string> keychainPath;
+  std::optional<std::string> keychainPath = {};
   /// Where symbol bundles are, or one itself.
-  std::optional<std::string> symbolsPath;
-  foundation::Date now;
+  std::optional<std::string> symbolsPath = {};
+  foundation::Date now = {};
+  /// Whose code may be signed by another team.
+  toolchain::RootTest isAppleRoot = toolchain::isAppleRoot;
 };
 
 /// Everything below, in the order of a run. Nothing is changed or sent.

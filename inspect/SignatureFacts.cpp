@@ -6,6 +6,7 @@
 #include "toolchain/CodeBundle.h"
 #include "toolchain/CodeDirectory.h"
 #include "toolchain/Entitlements.h"
+#include "toolchain/SignatureContent.h"
 
 namespace inspect {
 
@@ -30,12 +31,21 @@ Result<> readEntitlements(const toolchain::SuperBlob& signature, SignatureFacts&
   return {};
 }
 
-Result<> readSignature(foundation::Bytes area, SignatureFacts& facts) {
+bool isApplesOwn(const toolchain::SuperBlob& signature,
+                 const std::vector<toolchain::CodeDirectory>& directories,
+                 toolchain::RootTest isAppleRoot) {
+  const auto signer = toolchain::checkedSigner(signature, directories);
+  return signer && *signer && toolchain::isAppleOwn((*signer)->chain, isAppleRoot);
+}
+
+Result<> readSignature(foundation::Bytes area, toolchain::RootTest isAppleRoot,
+                       SignatureFacts& facts) {
   const auto signature = toolchain::SuperBlob::parse(area, toolchain::magic::kEmbeddedSignature);
   if (!signature) return signature.error();
   const auto directories = toolchain::codeDirectories(*signature);
   if (!directories) return directories.error();
   facts.isSigned = true;
+  facts.isApplesOwn = isApplesOwn(*signature, *directories, isAppleRoot);
   facts.teamIdentifier = directories->front().fields.teamIdentifier;
   return readEntitlements(*signature, facts);
 }
@@ -52,7 +62,8 @@ bool anyGrants(const foundation::Array& patterns, const Value& value) {
 
 }  // namespace
 
-Result<SignatureFacts> signatureFacts(const std::filesystem::path& code) {
+Result<SignatureFacts> signatureFacts(const std::filesystem::path& code,
+                                      toolchain::RootTest isAppleRoot) {
   const auto bundle = toolchain::CodeBundle::open(code);
   if (!bundle) return bundle.error();
   const auto opened = toolchain::openImage(*bundle);
@@ -61,7 +72,7 @@ Result<SignatureFacts> signatureFacts(const std::filesystem::path& code) {
   facts.isEncrypted = isEncrypted(opened->image);
   const auto& slices = opened->image.slices();
   if (slices.empty() || !slices.front().signature) return facts;
-  const auto read = readSignature(opened->image.signatureArea(slices.front()), facts);
+  const auto read = readSignature(opened->image.signatureArea(slices.front()), isAppleRoot, facts);
   if (!read) return read.error();
   return facts;
 }

@@ -285,6 +285,11 @@ bool endsInAppleRoot(const std::vector<foundation::Certificate>& chain, RootTest
   return chain.size() >= 3 && chain.back().isSelfIssued() && isAppleRoot(chain.back());
 }
 
+bool isAppleOwn(const std::vector<foundation::Certificate>& chain, RootTest isAppleRoot) {
+  return endsInAppleRoot(chain, isAppleRoot) && !chain[1].extensionValue(kDeveloperIssuerMark) &&
+         !chain[1].extensionValue(kDeveloperIDIssuerMark);
+}
+
 Expression defaultRequirement(const std::string& identifier,
                               const std::vector<foundation::Certificate>& chain) {
   Expression named;

@@ -97,8 +97,12 @@ bool isAppleRoot(const foundation::SHA256Digest& certificate);
 bool isNamedLikeAppleRoot(const foundation::Certificate& certificate);
 
 /// True for a chain (leaf first) of at least one issuer between leaf and root whose root is one of
-/// Apple's: what "anchor apple" and "anchor apple generic" ask for.
+/// Apple's: what "anchor apple generic" asks for.
 bool endsInAppleRoot(const std::vector<foundation::Certificate>& chain, RootTest isAppleRoot);
+
+/// The same for code of Apple's own, which is issued under none of its developer programs: what
+/// "anchor apple" asks for.
+bool isAppleOwn(const std::vector<foundation::Certificate>& chain, RootTest isAppleRoot);
 
 /// The extensions that mark issuers of developer identities: for apps, and for code that is handed
 /// out without a store.

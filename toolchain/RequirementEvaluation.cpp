@@ -118,17 +118,6 @@ const Certificate* certificateAt(const RequirementSubject& subject, std::int64_t
   return &subject.chain[static_cast<std::size_t>(position)];
 }
 
-bool hasMark(const Certificate* certificate, std::string_view oid) {
-  return certificate && certificate->extensionValue(oid).has_value();
-}
-
-/// The vendor's own code is issued under none of its developer programs.
-bool isApple(const RequirementSubject& subject) {
-  const Certificate* issuer = certificateAt(subject, 1);
-  return endsInAppleRoot(subject.chain, subject.isAppleRoot) &&
-         !hasMark(issuer, kDeveloperIssuerMark) && !hasMark(issuer, kDeveloperIDIssuerMark);
-}
-
 bool matchesField(const Certificate* certificate, const Expression& expression) {
   if (!certificate) return expression.match == Match::absent;
   if (expression.key == "subject.CN") return matchesText(certificate->commonName(), expression);
@@ -189,7 +178,7 @@ bool meets(const RequirementSubject& subject, const Expression& expression) {
     case Operation::identifier:
       return subject.identifier == expression.data;
     case Operation::anchorApple:
-      return isApple(subject);
+      return isAppleOwn(subject.chain, subject.isAppleRoot);
     case Operation::anchorAppleGeneric:
       return endsInAppleRoot(subject.chain, subject.isAppleRoot);
     case Operation::anchorHash:

@@ -5,8 +5,10 @@
 
 #include "foundation/Format.h"
 #include "foundation/PropertyList.h"
+#include "inspect/AppSource.h"
 #include "inspect/HandOffCheck.h"
 #include "inspect/SignatureFacts.h"
+#include "signing/QVTProvisioningProfile.h"
 #include "tests/inspect/InspectRun.h"
 #include "tests/support/AppFixture.h"
 #include "tests/support/MachOFixture.h"
@@ -220,6 +222,31 @@ TEST_F(HandOff, NestedCodeUnsignedOrOfAnotherTeam) {
                         "ZZZZZ99999, the profile is for ABCDE12345"));
   EXPECT_THAT(outcome.standardOutput,
               HasSubstr("warning: nested code Frameworks/libunsigned.dylib is not signed"));
+}
+
+/// Its roots cannot be made at home: one that only has the name stands in for them.
+TEST_F(HandOff, NestedCodeOfTheVendorsOwnIsFineAsItIs) {
+  const auto app = makeApp();
+  const auto root = test::makeRoot("Apple Root CA");
+  const auto issuer = test::makeCrossSigned(test::makeRoot("Apple Code Signing"), root);
+  const test::Family own{test::makeLeaf(issuer, {.commonName = "Software Signing",
+                                                 .organizationalUnit = "59GAB85EFG"}),
+                         issuer, root};
+  fs::create_directories(app / "Frameworks");
+  test::linkImage(app / "Frameworks/libswiftCore.dylib", {.linkerArguments = {"-dylib"}});
+  ASSERT_TRUE(toolchain::sign({.code = app / "Frameworks/libswiftCore.dylib",
+                               .identity = own.leaf.sha1(),
+                               .keychain = test::writeKeychain(folder_ / "own.pem", own),
+                               .force = true}));
+  const auto source = inspect::AppSource::open(app);
+  ASSERT_TRUE(source);
+  const auto profile =
+      QVTProvisioningProfile::initWithPath((app / "embedded.mobileprovision").string());
+  inspect::HandOff handOff{.resource = source->resource(), .profile = profile.get()};
+  ASSERT_EQ(inspect::checkNestedCode(handOff).size(), 1u);
+  EXPECT_THAT(inspect::checkNestedCode(handOff)[0].problem, HasSubstr("team 59GAB85EFG"));
+  handOff.isAppleRoot = toolchain::isNamedLikeAppleRoot;
+  EXPECT_TRUE(inspect::checkNestedCode(handOff).empty());
 }
 
 TEST_F(HandOff, SymbolsOfAnotherBuildAndMissingTools) {
