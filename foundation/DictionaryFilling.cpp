@@ -1,13 +1,9 @@
 #include "foundation/DictionaryFilling.h"
 
 #include <array>
-#include <cstdlib>
 #include <set>
 
-#include <plist/plist.h>
-
 #include "foundation/Format.h"
-#include "foundation/Handle.h"
 
 namespace foundation {
 
@@ -15,19 +11,6 @@ namespace {
 
 /// Up to here libplist keeps no table, and many small dictionaries take linear time.
 constexpr std::size_t kAlwaysAllowedKeys = 250;
-
-/// Without escapes, literal sections and what libplist does not see behind a zero. One that cannot
-/// be read ends libplist's work, so it does not matter.
-std::string unescaped(std::string_view key) {
-  key = key.substr(0, key.find('\0'));
-  if (key.find_first_of("&<") == std::string_view::npos) return std::string(key);
-  const std::string list = "<plist><string>" + std::string(key) + "</string></plist>";
-  plist_t node = nullptr;
-  plist_from_xml(list.data(), static_cast<std::uint32_t>(list.size()), &node);
-  const Handle<void, plist_free> owner(node);
-  const char* text = node ? plist_get_string_ptr(node, nullptr) : nullptr;
-  return text ? text : std::string(key);
-}
 
 }  // namespace
 
@@ -76,16 +59,15 @@ bool DictionaryFilling::add(const Dictionary& filled) {
   return add(table);
 }
 
-bool DictionaryFilling::addEscaped(const std::vector<std::string_view>& keys) {
+bool DictionaryFilling::add(const std::vector<std::string>& keys) {
   if (keys.size() <= kAlwaysAllowedKeys) return true;
   Table table;
-  std::set<std::string, std::less<>> seen;
-  for (const std::string_view escaped : keys) {
-    const auto [key, isNew] = seen.insert(unescaped(escaped));
-    if (isNew) {
-      table.addNew(*key);
+  std::set<std::string_view> seen;
+  for (const std::string& key : keys) {
+    if (seen.insert(key).second) {
+      table.addNew(key);
     } else {
-      table.addRepeated(*key);
+      table.addRepeated(key);
     }
   }
   return add(table);

@@ -18,8 +18,8 @@ class DictionaryFilling {
  public:
   /// False once the list takes far more than linear time.
   bool add(const Dictionary& filled);
-  /// The same for keys as they stand in an XML text, before there is a dictionary.
-  bool addEscaped(const std::vector<std::string_view>& keys);
+  /// The same for the keys of an XML text in their order, before there is a dictionary.
+  bool add(const std::vector<std::string>& keys);
   /// What is wrong with a dictionary of so many keys that was not added.
   static std::string complaint(std::size_t keys);
 

@@ -192,7 +192,8 @@ Result<Value> parseNative(std::string_view form, std::string_view text, NativeRe
 }
 
 Result<Value> parseXMLText(std::string_view text) {
-  const auto checked = checkedXMLPropertyList(text);
+  std::string storage;
+  const auto checked = checkedXMLPropertyList(text, storage);
   if (!checked) return checked.error();
   return parseNative("XML", *checked, plist_from_xml);
 }

@@ -1,11 +1,13 @@
 #include "foundation/PropertyListGuard.h"
 
 #include <algorithm>
+#include <string>
 #include <vector>
 
 #include "foundation/DictionaryFilling.h"
 #include "foundation/Format.h"
 #include "foundation/PropertyList.h"
+#include "foundation/XMLText.h"
 
 namespace foundation {
 
@@ -15,17 +17,20 @@ using PropertyList::kMaximumDepth;
 
 class XMLScanner {
  public:
-  explicit XMLScanner(std::string_view text) : text_(text) {}
+  /// What has to be rewritten goes to `rewritten`.
+  XMLScanner(std::string_view text, std::string& rewritten) : text_(text), rewritten_(rewritten) {}
 
   Result<std::string_view> scan() {
     while (!isDone_) {
       const std::size_t next = text_.find('<', position_);
       if (next == std::string_view::npos) return failed(text_.size(), unfinished());
-      if (!countMoves(text_.substr(position_, next - position_))) return *error_;
+      if (isInText() && !text(text_.substr(position_, next - position_))) return *error_;
       position_ = next;
       if (!skipMarkup() && !element()) return *error_;
     }
-    return text_.substr(0, position_);
+    if (kept_ == 0) return text_.substr(0, position_);
+    keepUpTo(position_);
+    return std::string_view(rewritten_);
   }
 
  private:
@@ -45,14 +50,28 @@ class XMLScanner {
     return format("the text ends inside <%@>", open_.back().substr(0, 32));
   }
 
-  /// libplist moves the rest of a text forward for each escaped character in it. Texts of less than
-  /// some hundred thousand characters may hold any number of them.
-  bool countMoves(std::string_view text) {
-    constexpr std::uint64_t kAlwaysAllowed = std::uint64_t{1} << 31;
-    constexpr std::uint64_t kAllowedForEachByte = 4096;
-    moves_ += static_cast<std::uint64_t>(std::ranges::count(text, '&')) * text.size();
-    if (moves_ <= kAlwaysAllowed + kAllowedForEachByte * text_.size()) return true;
-    return fail("a text is too long for so many escaped characters");
+  [[nodiscard]] bool isInText() const {
+    return !open_.empty() && (open_.back() == "string" || open_.back() == "key");
+  }
+
+  void keepUpTo(std::size_t position) {
+    rewritten_ += text_.substr(kept_, position - kept_);
+    kept_ = position;
+  }
+
+  /// libplist moves the rest of a text forward for each reference in it, so it gets literal text.
+  bool text(std::string_view piece) {
+    if (piece.find('&') == std::string_view::npos) {
+      if (open_.back() == "key") key_ += piece;
+      return true;
+    }
+    const auto plain = withoutXMLReferences(piece);
+    if (!plain) return fail("an \"&\" begins no character");
+    keepUpTo(position_);
+    appendXMLLiteral(rewritten_, *plain);
+    kept_ = position_ + piece.size();
+    if (open_.back() == "key") key_ += *plain;
+    return true;
   }
 
   /// Comments, instructions, declarations and literal text: everything in angle brackets that is no
@@ -60,7 +79,7 @@ class XMLScanner {
   bool skipMarkup() {
     const std::string_view rest = text_.substr(position_);
     if (rest.starts_with("<!--")) return skipPast("-->", 4);
-    if (rest.starts_with("<![CDATA[")) return skipPast("]]>", 9);
+    if (rest.starts_with(kXMLLiteralStart)) return literal();
     if (rest.starts_with("<?")) return skipPast("?>", 2);
     if (!rest.starts_with("<!")) return false;
     return rest.substr(0, rest.find('>')).find('[') == std::string_view::npos ? skipPast(">", 2)
@@ -70,6 +89,15 @@ class XMLScanner {
   bool skipPast(std::string_view end, std::size_t opening) {
     const std::size_t place = text_.find(end, position_ + opening);
     position_ = place == std::string_view::npos ? text_.size() : place + end.size();
+    return true;
+  }
+
+  bool literal() {
+    const std::size_t start = position_ + kXMLLiteralStart.size();
+    skipPast(kXMLLiteralEnd, kXMLLiteralStart.size());
+    if (isInText() && open_.back() == "key" && position_ >= start + kXMLLiteralEnd.size()) {
+      key_ += text_.substr(start, position_ - kXMLLiteralEnd.size() - start);
+    }
     return true;
   }
 
@@ -83,7 +111,6 @@ class XMLScanner {
     const bool isEmpty = !isClosing && text_[end - 1] == '/';
     if (!isEmpty && !(isClosing ? close(name) : open(name))) return false;
     position_ = end + 1;
-    if (!isClosing) contentStart_ = position_;
     isDone_ = open_.empty();
     return true;
   }
@@ -106,6 +133,7 @@ class XMLScanner {
     }
     open_.push_back(name);
     if (name == "dict") keys_.emplace_back();
+    if (name == "key") key_.clear();
     return true;
   }
 
@@ -115,27 +143,30 @@ class XMLScanner {
     }
     open_.pop_back();
     if (name == "key" && !open_.empty() && open_.back() == "dict") {
-      keys_.back().push_back(text_.substr(contentStart_, position_ - contentStart_));
+      // libplist sees nothing behind a zero.
+      keys_.back().push_back(key_.substr(0, key_.find('\0')));
     }
     return name != "dict" || closeDictionary();
   }
 
   bool closeDictionary() {
-    const std::vector<std::string_view> keys = std::move(keys_.back());
+    const std::vector<std::string> keys = std::move(keys_.back());
     keys_.pop_back();
-    return filling_.addEscaped(keys) || fail(DictionaryFilling::complaint(keys.size()));
+    return filling_.add(keys) || fail(DictionaryFilling::complaint(keys.size()));
   }
 
   std::string_view text_;
   std::size_t position_ = 0;
-  /// Behind the tag that was opened last.
-  std::size_t contentStart_ = 0;
-  std::uint64_t moves_ = 0;
+  std::string& rewritten_;
+  /// How much of the text is in `rewritten_`; 0 while nothing had to be rewritten.
+  std::size_t kept_ = 0;
   DictionaryFilling filling_;
   bool isDone_ = false;
   std::vector<std::string_view> open_;
-  /// Of each dictionary that is open, as they stand in the text.
-  std::vector<std::vector<std::string_view>> keys_;
+  /// The key that is being read, or was read last.
+  std::string key_;
+  /// Of each dictionary that is open.
+  std::vector<std::vector<std::string>> keys_;
   std::optional<Error> error_;
 };
 
@@ -346,8 +377,8 @@ class BinaryWalker {
 
 }  // namespace
 
-Result<std::string_view> checkedXMLPropertyList(std::string_view text) {
-  return XMLScanner(text).scan();
+Result<std::string_view> checkedXMLPropertyList(std::string_view text, std::string& storage) {
+  return XMLScanner(text, storage).scan();
 }
 
 Result<> checkBinaryPropertyList(Bytes bytes) { return BinaryWalker(bytes).walk(); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "foundation/Bytes.h"
@@ -9,10 +10,11 @@
 /// and copies a shared object at each place that refers to it.
 namespace foundation {
 
-/// The part of `text` up to the end of its outermost element. Fails with the line when elements
-/// nest too deep, do not pair up, or are cut off, and when libplist would take far more than linear
-/// time over the escaped characters of a text or the keys of a dictionary.
-Result<std::string_view> checkedXMLPropertyList(std::string_view text);
+/// The part of `text` up to the end of its outermost element, or the same list in `storage` with
+/// escaped characters as literal text, over which libplist would take quadratic time. Fails with
+/// the line when elements nest too deep, do not pair up, or are cut off, when an "&" begins no
+/// character, and when libplist would take far more than linear time over the keys of a dictionary.
+Result<std::string_view> checkedXMLPropertyList(std::string_view text, std::string& storage);
 
 /// Walks everything that can be reached from the top object. Fails with the object's number when
 /// one lies outside, contains itself, is of no known type, or when objects nest too deep or would

@@ -118,6 +118,11 @@ TEST(PropertyList, ReadsXMLVariants) {
        {plist("<array><!-- <dict> --><string>a</string></array>"), Array{"a"}},
        {plist("<string><![CDATA[<dict> & ]]></string>"), "<dict> & "},
        {plist("<string>&#228;&#x20ac;&lt;</string>"), "\u00e4\u20ac<"},
+       {plist("<string>]]&gt;<![CDATA[&amp;]]>&apos;]]&gt;<!-- &x --> &quot;</string>"),
+        "]]>&amp;']]> \""},
+       {plist("<dict><key>a&amp;<![CDATA[b]]></key><string>&lt;x&gt;</string><key>c</key>"
+              "<string>plain</string></dict>"),
+        Dictionary{{"a&b", "<x>"}, {"c", "plain"}}},
        {plist("<dict><key>a</key><string/></dict>") + "\xff\0<dict>"s, Dictionary{{"a", ""}}},
        {"<?xml version='1.0'?><!DOCTYPE plist [ <!ELEMENT x (y)> ]><plist><true/></plist>", true}});
   EXPECT_TRUE(PropertyList::parse(bytesOf(nested(512))));
@@ -127,8 +132,12 @@ TEST(PropertyList, RefusesDamagedXML) {
   expectRefusals(
       PropertyList::parse, "XML property list",
       {{"cut off", "<plist>\n<dict><key>a", ", line 2: the text ends inside <key>"},
-       {"long and escaped", plist("<string>" + repeated("&amp;", 200000) + "</string>"),
-        ", line 2: a text is too long for so many escaped characters"},
+       {"no reference", plist("<string>AT&T</string>"), ", line 2: an \"&\" begins no character"},
+       {"unknown name", plist("<string>a&nbsp;</string>"),
+        ", line 2: an \"&\" begins no character"},
+       {"a surrogate", plist("<key>&#xd800;</key>"), ", line 2: an \"&\" begins no character"},
+       {"too large", plist("<string>&#x110000;</string>"),
+        ", line 2: an \"&\" begins no character"},
        {"crossed", plist("\n<dict></array>"),
         ", line 3: </array> closes nothing that is open here"},
        {"unfinished tag", "<plist><dict a='>", ", line 1: the tag that begins here does not end"},
@@ -140,6 +149,31 @@ TEST(PropertyList, RefusesDamagedXML) {
        {"unknown element", plist("<set/>"), ": malformed"},
        {"no value", plist(""), ": malformed"},
        {"not UTF-8", plist("<string>\xff</string>"), ": text that is not UTF-8"}});
+}
+
+TEST(PropertyList, EscapedTextTakesHardlyMoreTimeThanPlainText) {
+  const auto fastest = [](const std::string& list) {
+    auto least = std::chrono::nanoseconds::max();
+    for (int i = 0; i < 3; ++i) {
+      const auto start = std::chrono::steady_clock::now();
+      EXPECT_TRUE(PropertyList::parse(bytesOf(list)));
+      least = std::min<std::chrono::nanoseconds>(least, std::chrono::steady_clock::now() - start);
+    }
+    return least;
+  };
+  for (const char* element : {"string", "key"}) {
+    const auto list = [element](const std::string& text) {
+      const std::string name = element;
+      const std::string entry = "<" + name + ">" + repeated(text, 4000) + "</" + name + ">";
+      return name == "key" ? plist("<dict>" + repeated(entry + "<true/>", 200) + "</dict>")
+                           : plist("<array>" + repeated(entry, 200) + "</array>");
+    };
+    EXPECT_LT(fastest(list("&amp;")), 6 * fastest(list("abcde"))) << element;
+  }
+  const std::string all = plist("<string>" + repeated("&amp;", 1'000'000) + "</string>");
+  const auto value = PropertyList::parse(bytesOf(all));
+  ASSERT_TRUE(value);
+  EXPECT_EQ(value->string()->size(), 1'000'000U);
 }
 
 /// A dictionary of the numbers below `count`, each made a key.
