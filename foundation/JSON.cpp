@@ -149,7 +149,21 @@ Result<Value> decode(Bytes bytes) {
 }
 
 std::string encode(const Value& value, int indent) {
-  return native(value).dump(indent, ' ', false, Native::error_handler_t::replace);
+  const std::string text = native(value).dump(indent, ' ', false, Native::error_handler_t::replace);
+  std::string out;
+  out.reserve(text.size());
+  // The other control characters are escaped already, and the text is UTF-8.
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool isDelete = text[i] == '\x7f';
+    const bool isC1 = text[i] == '\xc2' && static_cast<unsigned char>(text[i + 1]) < 0xa0;
+    if (isC1) ++i;
+    if (isDelete || isC1) {
+      out += "\\u00" + lowercaseHex(bytesOf(std::string_view(text).substr(i, 1)));
+    } else {
+      out += text[i];
+    }
+  }
+  return out;
 }
 
 }  // namespace foundation::JSON

@@ -14,7 +14,8 @@ inline constexpr int kMaximumDepth = 512;
 Result<Value> decode(Bytes bytes);
 
 /// Compact (`indent` < 0) or indented JSON text. Dates become ISO 8601 in UTC, data lower-case hex;
-/// text that is not UTF-8 gets U+FFFD in place of its ill-formed parts.
+/// text that is not UTF-8 gets U+FFFD in place of its ill-formed parts. Control characters are
+/// escaped, those above U+007E too.
 std::string encode(const Value& value, int indent = -1);
 
 }  // namespace foundation::JSON

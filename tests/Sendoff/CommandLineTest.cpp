@@ -79,8 +79,8 @@ TEST(CommandLineTest, RunsThatEndBeforeAnyApp) {
            {{key, ""}, {kBanner, kNoArchive}},
            {{key, kSecret, "-help", "YES"}, {kBanner, kNoArchive}},
            {{key, kSecret, "-ipaPath"}, {kBanner, kNoArchive}},
-           {{key, kSecret, "-ipaPath", "/nowhere/a%@.ipa"},
-            {kBanner, "No file found at path /nowhere/a%@.ipa"}},
+           {{key, kSecret, "-ipaPath", "/nowhere/\x1b[2Ja%@.ipa"},
+            {kBanner, "No file found at path /nowhere/\\u001b[2Ja%@.ipa"}},
            {{key, kSecret, "-ipaPath", "/"},
             {kBanner,
              "Path must be to an .ipa file. To create an .ipa distribute an archive (ad-hoc) using "
@@ -114,8 +114,8 @@ TEST(CommandLineTest, PlainFunctions) {
   EXPECT_EQ(deviceFamilyNames(nullptr), "");
   const foundation::Value families = foundation::Array{1, "1", true, 2};
   EXPECT_EQ(deviceFamilyNames(&families), "iPhone,unknown,unknown,iPad");
-  EXPECT_THAT(validationHint("com.%@.app", "https://a/%40%20?x=%d"),
-              AllOf(HasSubstr("bundle ID com.%@.app in"),
+  EXPECT_THAT(validationHint("com.%@.app\x1b\n", "https://a/%40%20?x=%d"),
+              AllOf(HasSubstr("bundle ID com.%@.app\\u001b\\n in"),
                     HasSubstr("going here: https://a/%40%20?x=%d\n Then")));
 }
 

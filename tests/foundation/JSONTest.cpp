@@ -49,10 +49,12 @@ TEST(JSON, Encodes) {
   const Value value = Dictionary{{"z", Array{Value(), true, -1, 0.5}},
                                  {"date", Date(std::chrono::seconds(1425211200))},
                                  {"data", Data(std::string("\x01\xff"))},
-                                 {"bad", "a\xff\"\n"}};
+                                 {"bad", "a\xff\"\n\x7f\u009b\u00a0"}};
   EXPECT_EQ(JSON::encode(value), R"({"bad":"a)"
                                  "\ufffd"
-                                 R"(\"\n","data":"01ff","date":"2015-03-01T12:00:00Z",)"
+                                 R"(\"\n\u007f\u009b)"
+                                 "\u00a0"
+                                 R"(","data":"01ff","date":"2015-03-01T12:00:00Z",)"
                                  R"("z":[null,true,-1,0.5]})");
   EXPECT_EQ(JSON::encode(Array{1}, 2), "[\n  1\n]");
 }

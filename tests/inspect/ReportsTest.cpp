@@ -107,6 +107,8 @@ TEST(InspectReports, NamesFromAppsCannotMoveTheCursor) {
   EXPECT_THAT(test::inspectRun({"app", app}).standardOutput,
               AllOf(HasSubstr("/\\u001b[2JExample.app\n"),
                     HasSubstr("\nbundleIdentifier: a\\u009b2J\\nmacho\n")));
+  EXPECT_THAT(test::inspectRun({"app", app, "--json"}).standardOutput,
+              AllOf(HasSubstr("/\\u001b[2JExample.app\""), HasSubstr("\"a\\u009b2J\\nmacho\"")));
   const auto missing = folder / "\u009b2J.app";
   EXPECT_THAT(test::inspectRun({"app", missing}).standardError, HasSubstr("/\\u009b2J.app"));
 }

@@ -64,9 +64,9 @@ XcrunOutcome runXcrun(const std::vector<std::string>& arguments, std::string_vie
   if (const auto tool = findTool(*name, searchPath, ownFolder)) {
     return {0, tool->string() + "\n", ""};
   }
-  return {
-      kNotFoundStatus, "",
-      "xcrun: error: unable to find utility \"" + *name + "\", not a developer tool or in PATH\n"};
+  return {kNotFoundStatus, "",
+          "xcrun: error: unable to find utility \"" + foundation::escapingControlCharacters(*name) +
+              "\", not a developer tool or in PATH\n"};
 }
 
 }  // namespace toolchain
