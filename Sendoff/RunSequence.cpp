@@ -65,7 +65,7 @@ bool validate(const QVTAppInfo& appInfo) {
 }
 
 foundation::Result<std::string> textOfFile(const std::string& path) {
-  const auto content = FileManager::contentsOfFile(path);
+  const auto content = FileManager::contentsOfFileOrPipe(path);
   if (!content) return content.error();
   auto text = foundation::stringFromUTF8(content->bytes());
   if (text) return *std::move(text);

@@ -7,9 +7,11 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 
 #include "foundation/Handle.h"
+#include "foundation/Interruption.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/SystemLog.h"
@@ -63,6 +65,57 @@ Result<Data> readSized(int file, std::size_t size, const fs::path& path) {
   if (count < 0) return failure("read", path, errno);
   const Bytes bytes(buffer.get(), static_cast<std::size_t>(count));
   return Data(std::move(buffer), bytes);
+}
+
+struct OpenFile {
+  FileDescriptor file;
+  mode_t mode = 0;
+  std::size_t size = 0;
+};
+
+/// Does not wait for a pipe's writer.
+Result<OpenFile> openToRead(const fs::path& path) {
+  FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!file) return failure("open", path, errno);
+  struct stat details {};
+  if (::fstat(file.get(), &details) != 0) return failure("examine", path, errno);
+  if (S_ISDIR(details.st_mode)) return failure("read", path, EISDIR);
+  return OpenFile{std::move(file), details.st_mode, static_cast<std::size_t>(details.st_size)};
+}
+
+Result<Data> readRegular(const OpenFile& open, const fs::path& path) {
+  try {
+    if (open.size == 0) return readUntilEnd(open.file.get(), path);
+    return readSized(open.file.get(), open.size, path);
+  } catch (const std::bad_alloc&) {
+    return failure("read", path, ENOMEM);
+  }
+}
+
+void waitUntilReadable(int file) {
+  pollfd events[] = {{.fd = file, .events = POLLIN, .revents = 0},
+                     {.fd = interruptionDescriptor(), .events = POLLIN, .revents = 0}};
+  ::poll(events, std::size(events), -1);
+  throwIfInterrupted();
+}
+
+Result<Data> readPiped(int file, const fs::path& path) {
+  std::vector<std::byte> bytes(kMostPiped + 1);
+  std::size_t filled = 0;
+  while (filled < bytes.size()) {
+    waitUntilReadable(file);
+    const ssize_t count = ::read(file, bytes.data() + filled, bytes.size() - filled);
+    if (count == 0) {
+      bytes.resize(filled);
+      return Data(std::move(bytes));
+    }
+    if (count > 0) {
+      filled += static_cast<std::size_t>(count);
+    } else if (errno != EINTR && errno != EAGAIN) {
+      return failure("read", path, errno);
+    }
+  }
+  return makeError(kPOSIXErrorDomain, EFBIG, path.string() + " is longer than 1 MiB");
 }
 
 int writeFully(int file, Bytes bytes) {
@@ -122,19 +175,17 @@ bool isUsableInsideDirectory(const fs::path& item, const fs::path& folder) {
 }
 
 Result<Data> contentsOfFile(const fs::path& path) {
-  // Without O_NONBLOCK a pipe would keep the call waiting for a writer.
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!file) return failure("open", path, errno);
-  struct stat details {};
-  if (::fstat(file.get(), &details) != 0) return failure("examine", path, errno);
-  if (S_ISDIR(details.st_mode)) return failure("read", path, EISDIR);
-  if (!S_ISREG(details.st_mode)) return failure("read a pipe or device,", path, EINVAL);
-  try {
-    if (details.st_size == 0) return readUntilEnd(file.get(), path);
-    return readSized(file.get(), static_cast<std::size_t>(details.st_size), path);
-  } catch (const std::bad_alloc&) {
-    return failure("read", path, ENOMEM);
-  }
+  const auto open = openToRead(path);
+  if (!open) return open.error();
+  if (!S_ISREG(open->mode)) return failure("read a pipe or device,", path, EINVAL);
+  return readRegular(*open, path);
+}
+
+Result<Data> contentsOfFileOrPipe(const fs::path& path) {
+  const auto open = openToRead(path);
+  if (!open) return open.error();
+  if (S_ISREG(open->mode)) return readRegular(*open, path);
+  return readPiped(open->file.get(), path);
 }
 
 Result<> createDirectoryWithIntermediates(const fs::path& path) {

@@ -27,6 +27,13 @@ bool isUsableInsideDirectory(const std::filesystem::path& item,
 /// and when memory runs out.
 Result<Data> contentsOfFile(const std::filesystem::path& path);
 
+/// Most bytes that a pipe or device may hold for `contentsOfFileOrPipe`: 1 MiB.
+inline constexpr std::size_t kMostPiped = std::size_t{1} << 20;
+/// For a file that the user names: the same, but a pipe or device (`/dev/stdin`) is read to its
+/// end, however long it takes its writer; one with more than `kMostPiped` bytes fails. An
+/// interruption of the run ends the wait, with `Interrupted`.
+Result<Data> contentsOfFileOrPipe(const std::filesystem::path& path);
+
 /// Makes the folder and every missing parent; an existing folder is success, an existing file is
 /// not.
 Result<> createDirectoryWithIntermediates(const std::filesystem::path& path);

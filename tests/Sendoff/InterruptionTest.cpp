@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "foundation/Handle.h"
 #include "tests/Sendoff/HangingTools.h"
@@ -122,6 +123,20 @@ TEST_F(InterruptionTest, WhileTheServiceIsWaitedFor) {
     EXPECT_LT(std::chrono::steady_clock::now() - sent, std::chrono::seconds(3));
     service.answer(calls[step], httpAnswer(200));
   }
+}
+
+TEST_F(InterruptionTest, WhileTheNotesAreWaitedFor) {
+  StandInService service;
+  const auto pipe = place_.files() / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  RunningProgram run(handOff(service.url(), {"-notesPath", pipe}));
+  foundation::FileDescriptor writer;
+  ASSERT_TRUE(eventually([&] {
+    writer.reset(::open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));  // needs a reader
+    return static_cast<bool>(writer);
+  })) << run.output();
+  ::kill(run.process(), SIGINT);
+  expectInterrupted(run.wait(), SIGINT);
 }
 
 TEST_F(InterruptionTest, WhileTheUploadGoesOut) {

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "tests/Sendoff/ToolRun.h"
 #include "tests/support/AppFixture.h"
@@ -46,10 +47,18 @@ class RunTest : public testing::Test {
 };
 
 TEST_F(RunTest, IPAWithNotesTestersAndGroups) {
-  const auto notes = place_.files() / "notes.txt";
-  std::ofstream(notes) << "Größer, schneller\r\n--AaB03\n% done";
-  const auto result = runIPA(AppOptions(), {"-notesPath", notes, "-emails", " a@x.org, b @y.org,",
-                                            "-groupAliases", "alpha", "-help", "whatever"});
+  const std::string notes = "Größer, schneller\r\n--AaB03\n% done";
+  const auto result =
+      place_.run({"-ipaPath", packIPA(makeApp(place_.files()), place_.files() / "Example.ipa"),
+                  "-QuorvantileAPIEndpoint", service_.url(), "-notesPath", "/dev/stdin", "-emails",
+                  " a@x.org, b @y.org,", "-groupAliases", "alpha", "-help", "whatever"},
+                 [&] {
+                   int ends[2];
+                   if (::pipe(ends) != 0 || ::write(ends[1], notes.data(), notes.size()) < 0)
+                     ::_exit(1);
+                   ::dup2(ends[0], STDIN_FILENO);
+                   ::close(ends[1]);
+                 });
 
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.messages(),
@@ -62,8 +71,7 @@ TEST_F(RunTest, IPAWithNotesTestersAndGroups) {
   EXPECT_THAT(
       service_.form(ServiceCall::notes),
       ElementsAre(field("app[display_version]", "2.5"), field("app[build_version]", "2.5.117"),
-                  field("release_notes[body]", "Größer, schneller\r\n--AaB03\n% done"),
-                  field("release_notes[format]", "text")));
+                  field("release_notes[body]", notes), field("release_notes[format]", "text")));
   EXPECT_THAT(
       service_.form(ServiceCall::testers),
       ElementsAre(field("app[display_version]", "2.5"), field("app[build_version]", "2.5.117"),

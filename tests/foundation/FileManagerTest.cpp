@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <csignal>
 #include <fstream>
+#include <thread>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -9,6 +10,7 @@
 #include <sys/stat.h>
 
 #include "foundation/FileManager.h"
+#include "foundation/Handle.h"
 #include "tests/support/OtherProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -34,7 +36,8 @@ void setTime(const fs::path& path, time_t time) {
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
 }
 
-std::string problemOf(const foundation::Result<>& result) {
+template <class T>
+std::string problemOf(const foundation::Result<T>& result) {
   return result ? "none" : result.error().localizedDescription();
 }
 
@@ -68,6 +71,31 @@ TEST_F(FileManagerTest, ReadsRegularFilesWhateverSizeTheyTellAndNothingElse) {
     EXPECT_THAT(data.error().localizedDescription(), HasSubstr(path.string()));
     EXPECT_EQ(foundation::stringAt(data.error().userInfo, "NSFilePath"), path.string());
   }
+}
+
+TEST_F(FileManagerTest, ReadsAPipeToItsEndUpToAMebibyte) {
+  const fs::path pipe = folder_ / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  for (const std::size_t size :
+       {std::size_t{0}, FileManager::kMostPiped, FileManager::kMostPiped + 1}) {
+    const std::string content(size, 'x');
+    std::thread writer([&] {
+      // The writer comes when the reader is there; two writes, and so at least two reads.
+      const foundation::FileDescriptor end(::open(pipe.c_str(), O_WRONLY));
+      for (const std::string& part : {content.substr(0, size / 2), content.substr(size / 2)}) {
+        EXPECT_EQ(::write(end.get(), part.data(), part.size()), ssize_t(part.size()));
+      }
+    });
+    const auto data = FileManager::contentsOfFileOrPipe(pipe);
+    writer.join();
+    if (size <= FileManager::kMostPiped) {
+      EXPECT_EQ(data->text(), content);
+    } else {
+      EXPECT_EQ(problemOf(data), pipe.string() + " is longer than 1 MiB");
+    }
+  }
+  EXPECT_EQ(FileManager::contentsOfFileOrPipe(folder_.write("file", "text"))->text(), "text");
+  EXPECT_THAT(problemOf(FileManager::contentsOfFileOrPipe(folder_.path())), HasSubstr("directory"));
 }
 
 TEST_F(FileManagerTest, MakesFoldersWithTheirParents) {
