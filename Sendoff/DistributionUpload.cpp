@@ -117,9 +117,11 @@ bool uploadRelease(const QVTAppInfo& appInfo, bool notifications) {
 
   bool uploaded = false;
   client->syncStartRequestCompletion(request, [&](const std::shared_ptr<QVTWebResponse>& response) {
-    logTransportFailure(*response);
     uploaded = response->statusCode() == 202;
-    if (!uploaded) return logErrorResponse("Unable to submit build", *response);
+    if (!uploaded) {
+      logFailedRequest(*response, appInfo);
+      return logErrorResponse("Unable to submit build", *response);
+    }
     QVTCLUtilLog("Uploaded Successfully %lu", response->statusCode());
   });
   return uploaded;

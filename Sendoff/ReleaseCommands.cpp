@@ -8,9 +8,11 @@
 #include "QVTWebClient/QVTWebResponse.h"
 #include "Sendoff/AppFacts.h"
 #include "Sendoff/QVTAppInfo.h"
+#include "Sendoff/ServiceWords.h"
 #include "console/QVTCLUtilLog.h"
 #include "foundation/Bundle.h"
 #include "foundation/Format.h"
+#include "foundation/Proxy.h"
 #include "foundation/SystemLog.h"
 #include "foundation/Text.h"
 
@@ -33,10 +35,18 @@ bool send(const QVTAppInfo& appInfo, const std::shared_ptr<QVTWebRequest>& reque
   bool taken = false;
   client->syncStartRequestCompletion(request, [&](const std::shared_ptr<QVTWebResponse>& response) {
     taken = response->statusCode() == 200 || response->statusCode() == 202;
-    logTransportFailure(*response);
+    if (!taken) logFailedRequest(*response, appInfo);
     report(*response, taken);
   });
   return taken;
+}
+
+constexpr std::string_view kService = "The service";
+
+std::string answererOf(const QVTWebResponse& response) {
+  const auto& url = response.requestURL();
+  const auto proxy = url ? foundation::proxyPlaceFor(*url) : std::nullopt;
+  return response.statusCode() == 407 && proxy ? "The proxy " + *proxy : std::string(kService);
 }
 
 }  // namespace
@@ -70,10 +80,16 @@ void logErrorResponse(std::string_view context, const QVTWebResponse& response) 
   }
 }
 
-void logTransportFailure(const QVTWebResponse& response) {
+void logFailedRequest(const QVTWebResponse& response, const QVTAppInfo& appInfo) {
   if (const auto& error = response.error()) {
     foundation::systemLog("No answer from the service: %@", error->localizedDescription());
+    return;
   }
+  const std::string words = serviceWords(response, {appInfo.apiKey(), appInfo.buildSecret()});
+  const std::string who = answererOf(response);
+  if (words.empty() && who == kService) return;
+  foundation::systemLog("%@ answered %lu%@", who, response.statusCode(),
+                        words.empty() ? words : ": " + words);
 }
 
 bool releaseValidation(const QVTAppInfo& appInfo) {

@@ -21,9 +21,10 @@ std::shared_ptr<QVTWebRequest> setupRequest(const std::string& method, const std
 /// without one, with the status code.
 void logErrorResponse(std::string_view context, const QVTWebResponse& response);
 
-/// Tells the system log why there was no answer, if there was none: the console's lines have room
-/// for a status only.
-void logTransportFailure(const QVTWebResponse& response);
+/// Tells the system log in one line why a request has failed, since the console's lines have little
+/// room: why there was no answer, or what the service (or a proxy) says with its status. Key and
+/// secret are left out of its words. No line when it says nothing.
+void logFailedRequest(const QVTWebResponse& response, const QVTAppInfo& appInfo);
 
 /// Asks whether the app belongs to the organisation of key and secret.
 bool releaseValidation(const QVTAppInfo& appInfo);

@@ -12,8 +12,19 @@ std::string withDetail(std::string text, std::string_view detail) {
   return text;
 }
 
+std::string proxyFor(const TransportFailure& failure) {
+  return "the proxy " + failure.proxy + " for " + failure.place;
+}
+
+/// The library tells the host and port that it has tried.
+bool hasTriedProxy(const TransportFailure& failure) {
+  return !failure.proxy.empty() &&
+         failure.detail.find(failure.proxy + " ") != std::string_view::npos;
+}
+
 Error cannotConnect(const TransportFailure& failure) {
-  std::string text = "cannot connect to " + failure.place;
+  std::string text =
+      "cannot connect to " + (hasTriedProxy(failure) ? proxyFor(failure) : failure.place);
   if (failure.systemError != 0) {
     text = withDetail(std::move(text), std::generic_category().message(failure.systemError));
   }
@@ -21,8 +32,9 @@ Error cannotConnect(const TransportFailure& failure) {
 }
 
 Error tunnelRefused(const TransportFailure& failure) {
-  std::string text = "the proxy answered " + std::to_string(failure.tunnelStatus) +
-                     " when asked for a connection to " + failure.place;
+  std::string text = "the proxy " + failure.proxy + " answered " +
+                     std::to_string(failure.tunnelStatus) + " when asked for a connection to " +
+                     failure.place;
   if (failure.tunnelStatus == 407) text += " (it wants a user name and password)";
   return urlError(kURLErrorCannotConnectToHost, std::move(text));
 }
@@ -56,7 +68,7 @@ Error transportError(const TransportFailure& failure) {
     case CURLE_COULDNT_RESOLVE_HOST:
       return urlError(kURLErrorCannotFindHost, "cannot find the host of " + place);
     case CURLE_COULDNT_RESOLVE_PROXY:
-      return urlError(kURLErrorCannotFindHost, "cannot find the proxy for " + place);
+      return urlError(kURLErrorCannotFindHost, "cannot find " + proxyFor(failure));
     case CURLE_COULDNT_CONNECT:
     case CURLE_PROXY:
       if (failure.systemError == ECONNRESET) return connectionLost(failure);

@@ -31,6 +31,8 @@ std::string placeOf(const URL& url);
 
 struct TransportFailure {
   std::string place;
+  /// The proxy for it, used or not; empty without one.
+  std::string proxy;
   CURLcode result = CURLE_OK;
   /// errno of a failed connection attempt; 0 when there is none.
   int systemError = 0;

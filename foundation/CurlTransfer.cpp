@@ -8,6 +8,7 @@
 #include "foundation/EarlyAnswer.h"
 #include "foundation/HTTPRedirect.h"
 #include "foundation/OpenSockets.h"
+#include "foundation/Proxy.h"
 #include "foundation/SocketActivity.h"
 
 namespace foundation {
@@ -199,6 +200,7 @@ Error CurlTransfer::errorFor(CURLcode result) const {
   curl_easy_getinfo(easy(), CURLINFO_OS_ERRNO, &systemError);
   curl_easy_getinfo(easy(), CURLINFO_HTTP_CONNECTCODE, &tunnelStatus);
   return transportError({.place = placeOf(*request_.url),
+                         .proxy = proxyPlaceFor(*request_.url).value_or(""),
                          .result = result,
                          .systemError = static_cast<int>(systemError),
                          .tunnelStatus = tunnelStatus,

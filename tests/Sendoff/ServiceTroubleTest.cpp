@@ -13,8 +13,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -74,6 +76,8 @@ TEST_F(ServiceTroubleTest, AnswersThatEndTheRun) {
     ServiceCall call;
     std::string answer;
     std::vector<std::string> lines;
+    /// On standard error, after the status; empty: there is no line.
+    std::string said = {};
   };
   const auto validate = ServiceCall::validate;
   const auto notes = ServiceCall::notes;
@@ -82,56 +86,79 @@ TEST_F(ServiceTroubleTest, AnswersThatEndTheRun) {
   for (const Case& c : std::vector<Case>{
            {"201", validate, httpAnswer(201), notValidated(201)},
            {"204", validate, "HTTP/1.1 204 No Content\r\n\r\n", notValidated(204)},
-           {"404", validate, httpAnswer(404, "<html>"), notValidated(404)},
+           {"404", validate, httpAnswer(404, "<html>\n<TITLE> 404 Not Found\n</title>"),
+            notValidated(404), ": 404 Not Found"},
            {"401 with a challenge", validate,
             httpAnswer(401, "", "WWW-Authenticate: Basic realm=\"x\"\r\n"), notValidated(401)},
            {"a message",
             notes,
             errorMessage(R"({"error":{"message":"too \"long\" %@"}})"),
-            {"Unable to add release notes: too \"long\" %@", notesFailed}},
+            {"Unable to add release notes: too \"long\" %@", notesFailed},
+            ": too \"long\" %@"},
            {"a forged line and what moves a terminal's cursor",
             notes,
             errorMessage("{\"error\":{\"message\":\"no\\r\\n2026-01-01 00:00:00.000 sendoff "
                          "Quorvantile: Uploaded Successfully 202\\u001b[2J\\u009b2J\"}}"),
             {"Unable to add release notes: no\\r\\n2026-01-01 00:00:00.000 sendoff Quorvantile: "
              "Uploaded Successfully 202\\u001b[2J\\u009b2J",
-             notesFailed}},
+             notesFailed},
+            ": no"},
            {"a forged line in a list",
             notes,
             errorMessage(R"({"error":{"message":["no"]}})"),
-            {R"(Unable to add release notes: (\n    no\n))", notesFailed}},
+            {R"(Unable to add release notes: (\n    no\n))", notesFailed},
+            ": no"},
            {"error is text",
             notes,
             errorMessage(R"({"error":"no"})"),
-            {"Unable to add release notes. Response code: 422", notesFailed}},
+            {"Unable to add release notes. Response code: 422", notesFailed},
+            ": no"},
+           {"a list of errors and a time to wait",
+            notes,
+            httpAnswer(503, R"({"errors":["busy",{"detail":"until\u009b\t5"}]})",
+                       "Retry-After: 120\r\n"),
+            {"Unable to add release notes. Response code: 503", notesFailed},
+            R"(: busy; until\u009b\t5 (Retry-After: 120))"},
+           {"what it was sent, at length",
+            notes,
+            httpAnswer(400, "\r\n key " + kKey + std::string(399, 'x') + "\r\nmore"),
+            {"Unable to add release notes. Response code: 400", notesFailed},
+            ": key …" + std::string(393, 'x') + "…"},
            {"no message",
             notes,
             errorMessage(R"({"error":{"code":7}})"),
-            {"Unable to add release notes. Response code: 422", notesFailed}},
+            {"Unable to add release notes. Response code: 422", notesFailed},
+            R"(: {"error":{"code":7}})"},
            {"message is null",
             notes,
             errorMessage(R"({"error":{"message":null}})"),
-            {"Unable to add release notes: <null>", notesFailed}},
+            {"Unable to add release notes: <null>", notesFailed},
+            R"(: {"error":{"message":null}})"},
            {"an array",
             notes,
             errorMessage("[1]"),
-            {"Unable to add release notes. Response code: 422", notesFailed}},
+            {"Unable to add release notes. Response code: 422", notesFailed},
+            ": [1]"},
            {"deep nesting",
             notes,
             errorMessage(deep),
-            {"Unable to add release notes. Response code: 422", notesFailed}},
+            {"Unable to add release notes. Response code: 422", notesFailed},
+            ": " + deep.substr(0, 400) + "…"},
            {"megabytes",
             notes,
             errorMessage(megabytes),
-            {"Unable to add release notes: found", notesFailed}},
+            {"Unable to add release notes: found", notesFailed},
+            ": found"},
            {"garbage body",
             testers,
             httpAnswer(500, std::string("\xff\xfe\0\1", 4)),
-            {notesDone, "Unable to add testers. Response code: 500", testersFailed}},
+            {notesDone, "Unable to add testers. Response code: 500", testersFailed},
+            ": \ufffd\ufffd\\u0000\\u0001"},
            {"no longer there",
             testers,
             httpAnswer(410, R"({"error":{"message":"gone"}})"),
-            {notesDone, "Unable to add testers: gone", testersFailed}},
+            {notesDone, "Unable to add testers: gone", testersFailed},
+            ": gone"},
            {"200 is no success here",
             upload,
             httpAnswer(200),
@@ -139,7 +166,8 @@ TEST_F(ServiceTroubleTest, AnswersThatEndTheRun) {
            {"413",
             upload,
             httpAnswer(413, R"({"error":{"message":"too large"}})"),
-            {notesDone, testersDone, "Unable to submit build: too large", uploadFailed}},
+            {notesDone, testersDone, "Unable to submit build: too large", uploadFailed},
+            ": too large"},
        }) {
     SCOPED_TRACE(c.name);
     StandInService service;
@@ -150,6 +178,13 @@ TEST_F(ServiceTroubleTest, AnswersThatEndTheRun) {
     std::vector<std::string> lines = c.lines;
     if (c.call != validate) lines.insert(lines.begin(), kBanner);
     EXPECT_THAT(result.messages(), ElementsAreArray(lines));
+    if (c.said.empty()) {
+      EXPECT_THAT(result.errors, IsEmpty());
+    } else {
+      EXPECT_THAT(result.errors,
+                  AllOf(HasSubstr("The service answered "), EndsWith(c.said + "\n")));
+      EXPECT_EQ(std::ranges::count(result.errors, '\n'), 1);
+    }
     EXPECT_EQ(service.calls().back(), c.call) << "the run went on";
     EXPECT_THAT(service.complaints(), IsEmpty());
     expectCleanedUp();

@@ -33,6 +33,11 @@ fs::path largeIPA(const fs::path& folder) {
   return packIPA(app, folder / "Example.ipa");
 }
 
+/// "127.0.0.1 port N"
+std::string placeOf(const std::string& url) {
+  return "127.0.0.1 port " + url.substr(url.rfind(':') + 1);
+}
+
 constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
 
 /// Takes so much of the body, then answers.
@@ -201,11 +206,13 @@ TEST_F(TransportFaultTest, BeforeAnyRequest) {
            {"reset at once", resetting.url(), "", 0, " was lost"},
            {"a host without an address", "http://service.invalid", "", 0, "cannot find the host"},
            {"a proxy without an address", "http://service.invalid", "http://proxy.invalid:80", 0,
-            "cannot find the proxy"},
-           {"a proxy that is not there", "http://service.invalid", closed, 0, "refused"},
-           {"a proxy that asks for a password", "http://service.invalid", proxy.url(), 407, ""},
+            "cannot find the proxy proxy.invalid port 80 for service.invalid port 80"},
+           {"a proxy that is not there", "http://service.invalid", closed, 0,
+            "the proxy " + placeOf(closed) + " for service.invalid port 80: Connection refused"},
+           {"a proxy that asks for a password", "http://service.invalid", proxy.url(), 407,
+            "The proxy " + placeOf(proxy.url()) + " answered 407"},
            {"a tunnel that asks for a password", "https://service.invalid", proxy.url(), 0,
-            "the proxy answered 407"},
+            "the proxy " + placeOf(proxy.url()) + " answered 407"},
        }) {
     SCOPED_TRACE(row.name);
     for (const char* const name : {"http_proxy", "https_proxy"}) {

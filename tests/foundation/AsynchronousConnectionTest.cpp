@@ -173,7 +173,9 @@ TEST(AsynchronousConnection, ATunnelThatAsksForAPasswordIsAChallengeAndShownNoth
   EXPECT_FALSE(recorder->questions.at(0).hasServerTrust);
   for (const auto& error : {recorder->error, send(request).error}) {
     EXPECT_EQ(error->code, -1004);
-    EXPECT_THAT(error->localizedDescription(), testing::HasSubstr("proxy answered 407"));
+    EXPECT_THAT(error->localizedDescription(),
+                testing::HasSubstr("the proxy 127.0.0.1 port " + std::to_string(proxy.port()) +
+                                   " answered 407"));
   }
   for (const auto& received : proxy.requests()) {
     EXPECT_THAT(received->raw, testing::Not(testing::HasSubstr("canary")));

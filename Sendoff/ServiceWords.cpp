@@ -1,0 +1,94 @@
+#include "Sendoff/ServiceWords.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "QVTWebClient/QVTWebClient.h"
+#include "QVTWebClient/QVTWebResponse.h"
+#include "foundation/Text.h"
+#include "foundation/Value.h"
+
+namespace {
+
+constexpr std::size_t kMostBytes = 400;
+/// Where the end of the first line is looked for.
+constexpr std::size_t kMostSearched = std::size_t{16} * 1024;
+constexpr std::string_view kEllipsis = "…";
+
+/// Empty for a document of a shape that services do not use.
+std::string messageIn(const foundation::Value& value) {
+  if (const std::string* const text = value.string()) return *text;
+  if (const foundation::Array* const list = value.array()) {
+    std::vector<std::string> messages;
+    for (const foundation::Value& entry : *list) {
+      std::string message = messageIn(entry);
+      if (!message.empty()) messages.push_back(std::move(message));
+    }
+    return foundation::joined(messages, "; ");
+  }
+  for (const char* const key : {"message", "error", "errors", "detail", "title"}) {
+    const foundation::Value* const entry = value.find(key);
+    std::string message = entry ? messageIn(*entry) : std::string();
+    if (!message.empty()) return message;
+  }
+  return {};
+}
+
+/// The title of a web page, else the text as it is.
+std::string_view titleOr(std::string_view text) {
+  constexpr std::string_view kStart = "<title>";
+  const std::string lower = foundation::lowercased(text);
+  const std::size_t start = text.starts_with('<') ? lower.find(kStart) : std::string::npos;
+  if (start == std::string::npos) return text;
+  const std::size_t end = lower.find("</title>", start);
+  text = text.substr(0, end).substr(start + kStart.size());
+  return foundation::trimmed(text);
+}
+
+std::string_view firstLine(std::string_view text) {
+  text = foundation::trimmed(text);
+  return foundation::trimmed(text.substr(0, text.find_first_of("\r\n")));
+}
+
+/// A service may repeat what it was sent.
+std::string without(const std::vector<std::string>& secrets, std::string text) {
+  for (const std::string& secret : secrets) {
+    if (secret.empty()) continue;
+    for (auto at = text.find(secret); at != std::string::npos; at = text.find(secret, at)) {
+      text.replace(at, secret.size(), kEllipsis);
+    }
+  }
+  return text;
+}
+
+std::string shortened(std::string text) {
+  if (text.size() <= kMostBytes) return text;
+  std::size_t end = kMostBytes;
+  while (end > 0 && (text[end] & 0xc0) == 0x80) --end;
+  return text.substr(0, end).append(kEllipsis);
+}
+
+std::string wordsIn(foundation::Bytes body) {
+  const auto document = QVTWebClient::decodeJSON(body);
+  std::string words(firstLine(document ? messageIn(*document) : std::string()));
+  if (!words.empty()) return words;
+  words = foundation::lossyUTF8(body.first(std::min(body.size(), kMostSearched)));
+  return std::string(firstLine(titleOr(foundation::trimmed(words))));
+}
+
+}  // namespace
+
+std::string serviceWords(const QVTWebResponse& response, const std::vector<std::string>& secrets) {
+  std::string words = wordsIn(response.responseData());
+  words = shortened(without(secrets, words.substr(0, kMostSearched)));
+  if (const auto& headers = response.responseHeaders()) {
+    const auto retry = headers->find("Retry-After");
+    if (retry != headers->end()) {
+      words +=
+          (words.empty() ? "(Retry-After: " : " (Retry-After: ") +
+          shortened(without(secrets, foundation::lossyUTF8(foundation::bytesOf(retry->second)))) +
+          ")";
+    }
+  }
+  return foundation::escapingControlCharacters(words);
+}
