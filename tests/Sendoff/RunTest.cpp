@@ -13,6 +13,7 @@
 #include "tests/support/OpenCount.h"
 #include "tests/support/StandInService.h"
 #include "tests/support/StandInSigner.h"
+#include "tests/support/TLSCertificates.h"
 
 namespace test {
 namespace {
@@ -22,7 +23,9 @@ namespace fs = std::filesystem;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 constexpr auto kAllCalls = {ServiceCall::validate, ServiceCall::notes, ServiceCall::testers,
                             ServiceCall::upload};
@@ -45,6 +48,42 @@ class RunTest : public testing::Test {
   StandInService service_{{.apiKey = kKey, .buildSecret = kSecret}};
   Workplace place_;
 };
+
+/// A host of this build, as a proxy is asked for it: "NAME:443".
+std::string authorityOf(const std::string& url) {
+  return url.substr(std::string_view("https://").size()) + ":443";
+}
+
+TEST_F(RunTest, GoesToTheDefaultHostsEachForItsCalls) {
+  const std::string api = authorityOf(SENDOFF_API), upload = authorityOf(SENDOFF_UPLOAD);
+  EXPECT_THAT(api, Not(HasSubstr("distribution")));
+  const TLSAuthority authority;
+  std::ofstream(place_.files() / "authority.pem") << authority.certificate();
+  // A proxy that is the end of its own tunnels.
+  std::vector<std::string> tunnels;
+  ServerOptions options;
+  options.identity = authority.issue(
+      {.hostName = "*" + api.substr(api.find('.'), api.rfind(':') - api.find('.'))});
+  options.onConnection = [&](Peer& peer) {
+    std::string head;
+    for (std::string next = "?"; !head.ends_with("\r\n\r\n") && !next.empty(); head += next) {
+      next = peer.receive(1);
+    }
+    tunnels.push_back(head.substr(0, head.find("\r\n")));
+    peer.send("HTTP/1.1 200 OK\r\n\r\n");
+    return false;
+  };
+  const LoopbackServer proxy(alwaysAnswer(httpAnswer(202)), options);
+  place_.environment()["https_proxy"] = "http://127.0.0.1:" + std::to_string(proxy.port());
+  place_.environment()["SSL_CERT_FILE"] = place_.files() / "authority.pem";
+  const auto ipa = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
+  EXPECT_EQ(place_.run({"-ipaPath", ipa}).status, 0);
+  EXPECT_THAT(tunnels,
+              ElementsAre("CONNECT " + api + " HTTP/1.1", "CONNECT " + upload + " HTTP/1.1"));
+  ASSERT_EQ(proxy.requests().size(), 2u);
+  EXPECT_THAT(proxy.requests()[0]->target, testing::EndsWith("/validate_project"));
+  EXPECT_THAT(proxy.requests()[1]->target, testing::EndsWith("/distributions"));
+}
 
 TEST_F(RunTest, IPAWithNotesTestersAndGroups) {
   const std::string notes = "Größer, schneller\r\n--AaB03\n% done";
