@@ -1,5 +1,6 @@
 #include "Sendoff/QVTAppInfo.h"
 
+#include <chrono>
 #include <utility>
 
 #include <unistd.h>
@@ -19,6 +20,7 @@
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/QVTIPA.h"
 #include "preparation/TemporaryItems.h"
+#include "signing/ProfileProblems.h"
 #include "signing/QVTDeveloperCertificate.h"
 #include "signing/QVTIPABuilder.h"
 #include "signing/QVTProvisioningProfile.h"
@@ -99,7 +101,9 @@ int QVTAppInfo::prepBinary() {
       pathToUnzippedApp_.has_value(), "_pathToUnzippedApp",
       {.function = "-[QVTAppInfo prepBinary]", .source = "Sendoff/Sendoff/QVTAppInfo", .line = 76});
   const foundation::KeychainSession keychains;
-  return readProfile() && package() ? kReady : kFailed;
+  if (!readProfile()) return kFailed;
+  warnOfProfile();
+  return package() ? kReady : kFailed;
 }
 
 /// A link that leads out of the app would put somebody else's file into it.
@@ -121,6 +125,15 @@ bool QVTAppInfo::readProfile() {
                  foundation::escapingControlCharacters(path));
   }
   return provisioningProfile_ != nullptr;
+}
+
+void QVTAppInfo::warnOfProfile() const {
+  const auto now =
+      std::chrono::time_point_cast<foundation::Date::duration>(std::chrono::system_clock::now());
+  const auto identifier = codeSignedResource_->bundleIdentifier().value_or("");
+  for (const auto& one : profileProblems(*provisioningProfile_, identifier, now)) {
+    foundation::systemLog("Warning: %@: %@", one.problem, one.advice);
+  }
 }
 
 bool QVTAppInfo::package() {

@@ -83,6 +83,8 @@ class QVTAppInfo {
   /// False, with a message, when the executable of the resource's bundle cannot be read.
   bool readBinary();
   bool readProfile();
+  /// One line in the system log for each reason why nobody could install the app; the run goes on.
+  void warnOfProfile() const;
   [[nodiscard]] bool isInsideApp(const std::string& path) const;
   bool package();
 

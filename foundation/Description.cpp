@@ -138,6 +138,11 @@ std::string description(Date date) {
   return {text.data(), static_cast<std::size_t>(length)};
 }
 
+std::string dayOf(Date date) {
+  const std::string text = description(date);
+  return text.substr(0, text.find(' '));
+}
+
 std::string className(const Value* value) {
   if (!value) return "(null)";
   switch (value->type()) {

@@ -72,6 +72,8 @@ std::string format(std::string_view text, const Arguments&... arguments) {
 /// lines, booleans 1 and 0, dates `2015-03-01 12:00:00 +0000`, data `<0a1b …>`, JSON null `<null>`.
 std::string description(const Value& value);
 std::string description(Date date);
+/// "2015-03-01", the day in UTC.
+std::string dayOf(Date date);
 /// As above, on a single line: control characters inside texts are escaped
 /// (`escapingControlCharacters`).
 std::string singleLineDescription(const Value& value);

@@ -3,10 +3,12 @@
 #include "inspect/AppIdentity.h"
 #include "inspect/AppSource.h"
 #include "inspect/Commands.h"
+#include "inspect/ForeignApp.h"
 #include "inspect/HandOffCheck.h"
 #include "inspect/MachOReport.h"
 #include "inspect/ProfileReport.h"
 #include "signing/QVTProvisioningProfile.h"
+#include "signing/SigningCertificate.h"
 
 namespace inspect {
 
@@ -77,6 +79,17 @@ void showFindings(const Findings& findings, TextOutput& text) {
   }
 }
 
+Report reportOf(const Findings& findings) {
+  foundation::Array entries;
+  for (const auto& finding : findings) {
+    entries.push_back(Dictionary{{"severity", severityName(finding.severity)},
+                                 {"problem", finding.problem},
+                                 {"advice", finding.advice}});
+  }
+  return {Dictionary{{"findings", std::move(entries)}},
+          [findings](TextOutput& text) { showFindings(findings, text); }, statusOf(findings)};
+}
+
 }  // namespace
 
 foundation::Result<Report> reportApp(const Arguments& arguments) {
@@ -92,24 +105,20 @@ foundation::Result<Report> reportApp(const Arguments& arguments) {
 }
 
 foundation::Result<Report> reportHandOffCheck(const Arguments& arguments) {
-  const auto source = AppSource::open(arguments.operands()[0]);
+  const std::string& path = arguments.operands()[0];
+  if (const auto foreign = foreignInput(path)) return reportOf({*foreign});
+  const auto source = AppSource::open(path);
   if (!source) return source.error();
-  const auto keychain = arguments.value("--keychain");
+  // As a run, which has no option for it.
+  const auto named = arguments.value("--keychain");
+  const auto keychain = named ? named : signingKeychain();
   const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(
       source->resource().provisioningProfilePath(), keychain);
-  const Findings findings = checkHandOff({.resource = source->resource(),
-                                          .profile = profile.get(),
-                                          .keychainPath = keychain,
-                                          .symbolsPath = arguments.value("--dsym"),
-                                          .now = currentTime()});
-  foundation::Array entries;
-  for (const auto& finding : findings) {
-    entries.push_back(Dictionary{{"severity", severityName(finding.severity)},
-                                 {"problem", finding.problem},
-                                 {"advice", finding.advice}});
-  }
-  return Report{Dictionary{{"findings", std::move(entries)}},
-                [findings](TextOutput& text) { showFindings(findings, text); }, statusOf(findings)};
+  return reportOf(checkHandOff({.resource = source->resource(),
+                                .profile = profile.get(),
+                                .keychainPath = keychain,
+                                .symbolsPath = arguments.value("--dsym"),
+                                .now = currentTime()}));
 }
 
 }  // namespace inspect

@@ -58,8 +58,9 @@ const std::vector<Command>& allCommands() {
        "PATH [--keychain P] [--dsym DIR]",
        "what would stop this hand-off",
        "PATH as for app. One line for each finding, with what to do about it; nothing is sent or\n"
-       "changed. DIR is a .dSYM bundle or a folder of them. Status 0: nothing found; 1: something\n"
-       "would fail; 3: warnings only.\n",
+       "changed. Without --keychain the one that CODE_SIGN_KEYCHAIN names is searched, else\n"
+       "~/Library/Keychains, as in a hand-off. DIR is a .dSYM bundle or a folder of them.\n"
+       "Status 0: nothing found; 1: something would fail; 3: warnings only.\n",
        {1, 1, {{"--keychain", true}, {"--dsym", true}}},
        reportHandOffCheck},
       {"search-paths",

@@ -8,13 +8,16 @@
 #include "foundation/Format.h"
 #include "foundation/Path.h"
 #include "foundation/ProfileFile.h"
+#include "foundation/SigningKeychains.h"
 #include "foundation/Text.h"
+#include "inspect/ForeignApp.h"
 #include "inspect/Report.h"
 #include "inspect/SignatureFacts.h"
 #include "macho/QVTMachOBinary.h"
 #include "macho/QVTdSYM.h"
 #include "preparation/QVTCodeSignedResource.h"
 #include "preparation/QVTFileSystemUtils.h"
+#include "signing/ProfileProblems.h"
 #include "signing/QVTDeveloperCertificate.h"
 #include "signing/QVTProvisioningProfile.h"
 #include "signing/SigningCertificate.h"
@@ -40,14 +43,6 @@ Finding warns(std::string problem, std::string advice) {
 void append(Findings& all, Findings more) { std::ranges::move(more, std::back_inserter(all)); }
 
 bool isMissing(const std::optional<std::string>& path) { return !path || path->empty(); }
-
-std::string day(foundation::Date date) {
-  const std::chrono::year_month_day ymd{std::chrono::floor<std::chrono::days>(date)};
-  char text[32];
-  std::snprintf(text, sizeof text, "%04d-%02u-%02u", static_cast<int>(ymd.year()),
-                static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()));
-  return text;
-}
 
 Findings checkVersionKey(const foundation::Bundle& bundle, const std::string& key) {
   const foundation::Value* value = bundle.objectForInfoDictionaryKey(key);
@@ -81,8 +76,8 @@ Findings checkSlices(const std::string& path, const QVTMachOBinary& binary) {
 
 Findings checkExpiry(const std::string& what, foundation::Date end, foundation::Date now,
                      const std::string& advice) {
-  if (end <= now) return {fails(what + " expired on " + day(end), advice)};
-  if (end - now <= kSoon) return {warns(what + " expires on " + day(end), advice)};
+  if (end <= now) return {fails(what + " expired on " + foundation::dayOf(end), advice)};
+  if (end - now <= kSoon) return {warns(what + " expires on " + foundation::dayOf(end), advice)};
   return {};
 }
 
@@ -92,6 +87,17 @@ std::vector<foundation::Certificate> certificatesOf(const QVTProvisioningProfile
       QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(profile.path());
   if (!dictionary) return {};
   return foundation::developerCertificatesIn(*dictionary);
+}
+
+/// What codesign would say of the issuers.
+Findings checkChain(const foundation::Certificate& certificate,
+                    const std::optional<std::string>& keychainPath) {
+  const auto keychains = foundation::SigningKeychains::open(keychainPath);
+  if (!keychains) return {};
+  const auto chain = keychains->chainOf(certificate);
+  if (chain) return {};
+  return {fails("signing will fail: " + chain.error().localizedDescription(),
+                "put that certificate into the keychain (docs/codesign.md)")};
 }
 
 /// The team that the profile is for. Its identifier prefix is the team's in newer accounts only.
@@ -155,6 +161,8 @@ bool anyHolds(const std::vector<std::shared_ptr<QVTdSYM>>& bundles, const std::s
 }  // namespace
 
 Findings checkHandOff(const HandOff& handOff) {
+  // Whatever else there is to say of it follows from that.
+  if (auto foreign = foreignApp(*handOff.resource.bundle())) return {*std::move(foreign)};
   Findings all = checkTools();
   append(all, checkVersions(*handOff.resource.bundle()));
   append(all, checkExecutable(*handOff.resource.bundle()));
@@ -225,16 +233,13 @@ Findings checkProfile(const HandOff& handOff) {
                   "archive with a distribution profile, so that the app embeds it")};
   }
   Findings findings;
-  if (const auto end = handOff.profile->expirationDate()) {
+  const auto identifier = handOff.resource.bundleIdentifier().value_or("");
+  for (auto& one : profileProblems(*handOff.profile, identifier, handOff.now)) {
+    findings.push_back(fails(std::move(one.problem), std::move(one.advice)));
+  }
+  if (const auto end = handOff.profile->expirationDate(); end && *end > handOff.now) {
     append(findings, checkExpiry("the provisioning profile", *end, handOff.now,
                                  "renew it in the developer account and archive again"));
-  }
-  const auto identifier = handOff.resource.bundleIdentifier().value_or("");
-  if (!handOff.profile->matchesBundleIdentifier(identifier)) {
-    findings.push_back(fails("the profile is for " +
-                                 handOff.profile->bundleIdentifier().value_or("(null)") +
-                                 ", the app is " + identifier,
-                             "choose the profile of this app"));
   }
   return findings;
 }
@@ -248,10 +253,12 @@ Findings checkCertificates(const HandOff& handOff) {
                   "add the key (docs/codesign.md), or name the keychain with --keychain")};
   }
   for (const auto& certificate : certificatesOf(*handOff.profile)) {
-    const auto digest = certificate.sha1();
-    if (foundation::uppercaseHex(digest) != (*usable)->signingIdentity()) continue;
-    return checkExpiry("the signing certificate", certificate.notAfter(), handOff.now,
-                       "make a new one in the developer account, and a profile that lists it");
+    if (foundation::uppercaseHex(certificate.sha1()) != (*usable)->signingIdentity()) continue;
+    Findings findings =
+        checkExpiry("the signing certificate", certificate.notAfter(), handOff.now,
+                    "make a new one in the developer account, and a profile that lists it");
+    append(findings, checkChain(certificate, handOff.keychainPath));
+    return findings;
   }
   return {};
 }

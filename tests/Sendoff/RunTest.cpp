@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "foundation/Text.h"
 #include "tests/Sendoff/ToolRun.h"
 #include "tests/support/AppFixture.h"
 #include "tests/support/IPAFacts.h"
@@ -317,6 +318,24 @@ TEST_F(RunTest, KeychainOfTheBuildEnvironment) {
               testing::ContainsRegex(" sendoff\\[[0-9]+\\] Using CODE_SIGN_KEYCHAIN: " +
                                      (place_.files() / "other.pem").string()));
   EXPECT_EQ(result.output.find("KEYCHAIN"), std::string::npos);
+}
+
+TEST_F(RunTest, WhatNobodyCanInstallIsSentWithAWarningEach) {
+  AppOptions app;
+  app.profile.expirationDate = std::chrono::sys_days{std::chrono::year{2015} / 4 / 1};
+  app.info = {{"CFBundleIdentifier", "com.example.app"}};
+  app.profile.bundleIdentifier = "com.example.other";
+  app.profile.provisionedDevices.reset();
+  const auto result = runIPA(app);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(foundation::split(result.errors, '\n'),
+              ElementsAre(testing::HasSubstr("] Warning: the provisioning profile expired on "
+                                             "2015-04-01: renew it"),
+                          testing::HasSubstr("] Warning: the profile is for com.example.other, the "
+                                             "app is com.example.app: "),
+                          testing::HasSubstr("] Warning: the profile names no devices, so nobody "
+                                             "can install the app: "),
+                          ""));
 }
 
 TEST_F(RunTest, TheCauseOfAMissingKeyIsLogged) {

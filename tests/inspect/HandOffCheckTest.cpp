@@ -104,6 +104,10 @@ TEST_F(HandOff, FlawsOfAnAppAreNamedWithAdvice) {
                 [](auto& o) {
                   o.profile.expirationDate = std::chrono::sys_days{std::chrono::year{2015} / 4 / 1};
                 }},
+           Flaw{"failure: the profile names no devices, so nobody can install the app: ", 1,
+                [](auto& o) { o.profile.provisionedDevices.reset(); }},
+           Flaw{"failure: the profile is for development (get-task-allow), not for testers: ", 1,
+                [](auto& o) { o.profile.getTaskAllow = true; }},
            Flaw{"warning: the provisioning profile expires on ", 3,
                 [now](auto& o) { o.profile.expirationDate = now + std::chrono::days(3); }},
            Flaw{"failure: no certificate of the profile has its private key in the keychain: ", 1,
@@ -131,6 +135,66 @@ TEST_F(HandOff, TheCauseOfAMissingKeyIsNamed) {
   EXPECT_THAT(check(app, {"--keychain", folder_ / "missing.p12"}).standardOutput,
               testing::ContainsRegex("failure: no certificate of the profile has its private key "
                                      "in the keychain: .*/missing.p12: No such file"));
+}
+
+TEST_F(HandOff, AnEnterpriseProfileNeedsNoDevices) {
+  test::AppOptions options;
+  options.profile.provisionedDevices.reset();
+  options.profile.provisionsAllDevices = true;
+  EXPECT_EQ(check(makeApp(options)).status, 0);
+}
+
+TEST_F(HandOff, TheKeychainIsThatOfARun) {
+  const auto app = makeApp();
+  const test::ScopedEnvironment home("HOME", folder_.path().c_str());
+  EXPECT_EQ(test::inspectRun({"check", app}).status, 1);
+  const test::ScopedEnvironment keychain("CODE_SIGN_KEYCHAIN", keychain_.c_str());
+  EXPECT_EQ(test::inspectRun({"check", app}).status, 0);
+
+  // Without the issuers codesign fails; it looks for them in the default list too.
+  const auto& family = test::signingFamily();
+  const auto alone =
+      folder_.write("alone.pem", family.leaf.keyPEM() + family.leaf.certificatePEM());
+  EXPECT_THAT(
+      check(app, {"--keychain", alone}).standardOutput,
+      testing::ContainsRegex("^failure: signing will fail: the certificate \"iPhone "
+                             "Distribution: .* no certificate of that issuer is at hand: "));
+  folder_.write("Library/Keychains/issuers.pem",
+                family.intermediate.certificatePEM() + family.root.certificatePEM());
+  EXPECT_EQ(check(app, {"--keychain", alone}).status, 0);
+}
+
+TEST_F(HandOff, WhatIsNoAppForDevicesIsNamed) {
+  const auto mac = folder_ / "Mac.app";
+  folder_.write("Mac.app/Contents/Info.plist", "<plist><dict/></plist>");
+  fs::create_directories(folder_ / "Kit.xcframework");
+  fs::create_directories(folder_ / "Kit.xcarchive/Products/Library/Frameworks/Kit.framework");
+  fs::create_directories(folder_ / "in");
+  fs::copy(mac, folder_ / "in/Mac.app", fs::copy_options::recursive);
+  const auto simulator = test::makeApp(
+      folder_ / "simulator", {.info = {{"CFBundleSupportedPlatforms", Array{"iPhoneSimulator"}}}});
+  const auto intel = test::makeApp(folder_ / "intel");
+  test::linkImage(intel / "Example", {.architecture = "x86_64"});
+  const struct {
+    fs::path path;
+    std::string what;
+  } cases[] = {
+      {folder_.write("App.apk", "PK"), "an Android app (.apk)"},
+      {folder_ / "Kit.xcframework", "a library (.xcframework), not an app"},
+      {folder_ / "Kit.xcarchive", "the archive of a library, not of an app"},
+      {mac, "a macOS app"},
+      {test::packIPA(folder_ / "in/Mac.app", folder_ / "Mac.ipa"), "a macOS app"},
+      {test::makeArchive(folder_ / "Mac.xcarchive", folder_ / "in/Mac.app").parent_path(),
+       "a macOS app"},
+      {simulator, "a build for the simulator"},
+      {intel, "a build for the simulator"},
+  };
+  for (const auto& c : cases) {
+    const auto outcome = check(c.path);
+    EXPECT_EQ(outcome.status, 1) << c.path;
+    EXPECT_THAT(outcome.standardOutput, testing::StartsWith("failure: this is " + c.what + ": "))
+        << c.path << outcome.standardError;
+  }
 }
 
 TEST_F(HandOff, CertificatesThatExpireOrHave) {

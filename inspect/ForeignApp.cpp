@@ -1,0 +1,112 @@
+#include "inspect/ForeignApp.h"
+
+#include <algorithm>
+#include <array>
+
+#include "foundation/FileManager.h"
+#include "foundation/Path.h"
+#include "foundation/Text.h"
+#include "toolchain/CodeBundle.h"
+#include "toolchain/Image.h"
+
+namespace inspect {
+
+using foundation::appendingPathComponent;
+namespace FileManager = foundation::FileManager;
+
+namespace {
+
+constexpr const char* kBuildForDevices = "archive it for iOS devices (generic/platform=iOS)";
+
+Finding isInstead(const std::string& what, const std::string& advice) {
+  return {Finding::Severity::failure, "this is " + what, advice};
+}
+
+bool exists(const std::string& folder, const char* item) {
+  return FileManager::fileExistsAtPath(appendingPathComponent(folder, item));
+}
+
+bool isMacLayout(const std::string& app) {
+  return exists(app, "Contents/Info.plist") && !exists(app, "Info.plist");
+}
+
+/// An archive of a framework target has no app in it.
+bool isFrameworkArchive(const std::string& archive) {
+  return exists(archive, "Products/Library/Frameworks") &&
+         !exists(archive, "Products/Applications");
+}
+
+/// Every text of the Info dictionary that names platforms, in lower case: "iphonesimulator".
+std::vector<std::string> namedPlatforms(const foundation::Bundle& bundle) {
+  std::vector<std::string> names;
+  const auto add = [&](const foundation::Value* value) {
+    const std::string* name = value ? value->string() : nullptr;
+    if (name) names.push_back(foundation::lowercased(*name));
+  };
+  add(bundle.objectForInfoDictionaryKey("DTPlatformName"));
+  const auto* supported = bundle.objectForInfoDictionaryKey("CFBundleSupportedPlatforms");
+  const foundation::Array* list = supported ? supported->array() : nullptr;
+  for (const auto& one : list ? *list : foundation::Array()) add(&one);
+  return names;
+}
+
+/// Slices of the executable; empty when it cannot be read.
+std::vector<toolchain::Slice> slicesOf(const foundation::Bundle& bundle) {
+  const auto code = toolchain::CodeBundle::open(bundle.bundlePath());
+  if (!code) return {};
+  const auto opened = toolchain::openImage(*code);
+  return opened ? opened->image.slices() : std::vector<toolchain::Slice>();
+}
+
+/// Before simulators had platforms of their own, the processor told them from devices.
+bool isForSimulator(const toolchain::Slice& slice) {
+  using enum toolchain::Platform;
+  constexpr std::array kSimulators{iOSSimulator, tvOSSimulator, watchOSSimulator,
+                                   visionOSSimulator};
+  return std::ranges::find(kSimulators, slice.platform) != kSimulators.end() ||
+         slice.architecture == "x86_64" || slice.architecture == "i386";
+}
+
+bool isForMac(const toolchain::Slice& slice) {
+  using enum toolchain::Platform;
+  return slice.platform == macOS || slice.platform == macCatalyst;
+}
+
+}  // namespace
+
+std::optional<Finding> foreignInput(const std::string& path) {
+  const std::string extension = foundation::lowercased(foundation::pathExtension(path));
+  if (extension == "apk" || extension == "aab") {
+    return isInstead("an Android app (." + extension + ")", "hand off the .ipa of the iOS app");
+  }
+  if (!FileManager::isDirectoryAtPath(path)) return std::nullopt;
+  if (extension == "xcframework" || extension == "framework") {
+    return isInstead("a library (." + extension + "), not an app",
+                     "hand off the app that is built with it");
+  }
+  if (extension == "xcarchive" && isFrameworkArchive(path)) {
+    return isInstead("the archive of a library, not of an app",
+                     "hand off the app that is built with it");
+  }
+  if (isMacLayout(path)) return isInstead("a macOS app", kBuildForDevices);
+  return std::nullopt;
+}
+
+std::optional<Finding> foreignApp(const foundation::Bundle& bundle) {
+  const auto names = namedPlatforms(bundle);
+  const auto slices = slicesOf(bundle);
+  const auto isNamed = [&](std::string_view platform) {
+    return std::ranges::any_of(names, [&](const auto& name) { return name.ends_with(platform); });
+  };
+  const bool isNamedForMac = isNamed("macosx") && !isNamed("iphoneos");
+  if (isMacLayout(bundle.bundlePath()) || isNamedForMac || std::ranges::any_of(slices, isForMac)) {
+    return isInstead("a macOS app", kBuildForDevices);
+  }
+  const bool isBuiltForSimulator = !slices.empty() && std::ranges::all_of(slices, isForSimulator);
+  if (isNamed("simulator") || isBuiltForSimulator) {
+    return isInstead("a build for the simulator", kBuildForDevices);
+  }
+  return std::nullopt;
+}
+
+}  // namespace inspect
