@@ -88,6 +88,10 @@ class Converter {
   }
 
   [[nodiscard]] const std::string& complaint() const { return complaint_; }
+  /// In all dictionaries together.
+  [[nodiscard]] std::uint64_t keys() const { return keys_; }
+  /// Some dictionary had a key twice.
+  [[nodiscard]] bool hasRepeated() const { return hasRepeated_; }
 
  private:
   bool fail(std::string complaint) {
@@ -158,26 +162,35 @@ class Converter {
     plist_dict_iter native = nullptr;
     plist_dict_new_iter(node, &native);
     const Handle<void, std::free> owner(native);
-    while (true) {
+    for (;; ++keys_) {
       char* key = nullptr;
       plist_t item = nullptr;
       plist_dict_next_item(node, native, &key, &item);
       const AllocatedText keyOwner(key);
       if (!item) break;
       if (!key || !isUTF8(key)) return fail("a key that is not UTF-8");
-      if (!convert(item, (*out.dictionary())[key])) return false;
+      const auto [entry, isNew] = out.dictionary()->try_emplace(key);
+      hasRepeated_ = hasRepeated_ || !isNew;
+      if (!convert(item, entry->second)) return false;
     }
     const Dictionary& filled = *out.dictionary();
     return filling_.add(filled) || fail(DictionaryFilling::complaint(filled.size()));
   }
 
   DictionaryFilling filling_;
+  std::uint64_t keys_ = 0;
+  bool hasRepeated_ = false;
   std::string complaint_;
 };
 
 using NativeReader = void (*)(const char*, std::uint32_t, plist_t*);
 
-Result<Value> parseNative(std::string_view form, std::string_view text, NativeReader reader) {
+/// What a repeated key means; libplist takes the last one in XML.
+enum class Repeated { accepted, refused };
+
+/// `keys`: how many the text has, where that is known.
+Result<Value> parseNative(std::string_view form, std::string_view text, NativeReader reader,
+                          Repeated repeated, std::optional<std::uint64_t> keys = {}) {
   if (text.size() > std::numeric_limits<std::uint32_t>::max()) {
     return listError(form, format("%llu bytes are too many", std::uint64_t{text.size()}));
   }
@@ -188,6 +201,11 @@ Result<Value> parseNative(std::string_view form, std::string_view text, NativeRe
   Value value;
   Converter converter;
   if (!converter.convert(root, value)) return listError(form, converter.complaint());
+  const bool hasRepeated =
+      converter.hasRepeated() || converter.keys() != keys.value_or(converter.keys());
+  if (hasRepeated && repeated == Repeated::refused) {
+    return listError(form, "a dictionary has a key twice");
+  }
   return value;
 }
 
@@ -195,13 +213,13 @@ Result<Value> parseXMLText(std::string_view text) {
   std::string storage;
   const auto checked = checkedXMLPropertyList(text, storage);
   if (!checked) return checked.error();
-  return parseNative("XML", *checked, plist_from_xml);
+  return parseNative("XML", checked->text, plist_from_xml, Repeated::accepted);
 }
 
-Result<Value> parseBinary(Bytes bytes) {
+Result<Value> parseBinary(Bytes bytes, Repeated repeated = Repeated::accepted) {
   const auto checked = checkBinaryPropertyList(bytes);
   if (!checked) return checked.error();
-  return parseNative("binary", textOf(bytes), plist_from_bin);
+  return parseNative("binary", textOf(bytes), plist_from_bin, repeated);
 }
 
 bool looksLikeXML(std::string_view text) {
@@ -222,6 +240,21 @@ Result<Value> parse(Bytes bytes) {
   if (looksLikeXML(*text)) return parseXMLText(*text);
   if (!isUTF8(*text)) return listError("text", "neither UTF-8 nor UTF-16");
   return parseOldStylePropertyList(*text);
+}
+
+Result<Value> parseUnambiguous(Bytes bytes) {
+  if (textOf(bytes).starts_with("bplist")) return parseBinary(bytes, Repeated::refused);
+  std::string storage;
+  const auto text = unicodeText(bytes, storage);
+  if (!text || !looksLikeXML(*text)) return listError("XML", "neither XML nor binary");
+  std::string rewritten;
+  const auto checked = checkedXMLPropertyList(*text, rewritten);
+  if (!checked) return checked.error();
+  if (text->find_first_not_of(" \t\r\n", checked->end) != std::string_view::npos) {
+    return listError("XML",
+                     format("goes on after its end at byte %llu", std::uint64_t{checked->end}));
+  }
+  return parseNative("XML", checked->text, plist_from_xml, Repeated::refused, checked->keys);
 }
 
 Result<Value> parseXML(Bytes bytes) {

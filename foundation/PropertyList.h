@@ -26,6 +26,10 @@ inline constexpr int kMaximumDepth = 512;
 /// outer braces is a dictionary.
 Result<Value> parse(Bytes bytes);
 
+/// Reads a list that other readers must not take for another one: in XML or binary form, without
+/// keys that a dictionary repeats, and in XML with nothing but white space after it.
+Result<Value> parseUnambiguous(Bytes bytes);
+
 /// Reads only the XML form.
 Result<Value> parseXML(Bytes bytes);
 

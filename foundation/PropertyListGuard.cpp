@@ -20,7 +20,7 @@ class XMLScanner {
   /// What has to be rewritten goes to `rewritten`.
   XMLScanner(std::string_view text, std::string& rewritten) : text_(text), rewritten_(rewritten) {}
 
-  Result<std::string_view> scan() {
+  Result<CheckedXML> scan() {
     while (!isDone_) {
       const std::size_t next = text_.find('<', position_);
       if (next == std::string_view::npos) return failed(text_.size(), unfinished());
@@ -28,9 +28,9 @@ class XMLScanner {
       position_ = next;
       if (!skipMarkup() && !element()) return *error_;
     }
-    if (kept_ == 0) return text_.substr(0, position_);
+    if (kept_ == 0) return CheckedXML{text_.substr(0, position_), position_, keyCount_};
     keepUpTo(position_);
-    return std::string_view(rewritten_);
+    return CheckedXML{rewritten_, position_, keyCount_};
   }
 
  private:
@@ -152,6 +152,7 @@ class XMLScanner {
   bool closeDictionary() {
     const std::vector<std::string> keys = std::move(keys_.back());
     keys_.pop_back();
+    keyCount_ += keys.size();
     return filling_.add(keys) || fail(DictionaryFilling::complaint(keys.size()));
   }
 
@@ -160,6 +161,7 @@ class XMLScanner {
   std::string& rewritten_;
   /// How much of the text is in `rewritten_`; 0 while nothing had to be rewritten.
   std::size_t kept_ = 0;
+  std::uint64_t keyCount_ = 0;
   DictionaryFilling filling_;
   bool isDone_ = false;
   std::vector<std::string_view> open_;
@@ -377,7 +379,7 @@ class BinaryWalker {
 
 }  // namespace
 
-Result<std::string_view> checkedXMLPropertyList(std::string_view text, std::string& storage) {
+Result<CheckedXML> checkedXMLPropertyList(std::string_view text, std::string& storage) {
   return XMLScanner(text, storage).scan();
 }
 

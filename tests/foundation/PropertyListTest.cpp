@@ -176,6 +176,29 @@ TEST(PropertyList, EscapedTextTakesHardlyMoreTimeThanPlainText) {
   EXPECT_EQ(value->string()->size(), 1'000'000U);
 }
 
+TEST(PropertyList, RefusesWhatOthersMayReadDifferently) {
+  const std::string twice = plist("<dict><key>a</key><true/><key>&#97;</key><false/></dict>");
+  const std::string inside =
+      plist("<array><dict><key>a</key><true/><key>a</key><true/></dict></array>");
+  const std::string binary = BinaryList{{"\xd2\x01\x01\x02\x02", "\x51\x61", "\x09"}}.bytes();
+  const std::string single = plist("<true/>");
+  expectRefusals(
+      PropertyList::parseUnambiguous, "",
+      {{"twice", twice, "XML property list: a dictionary has a key twice"},
+       {"twice inside", inside, "XML property list: a dictionary has a key twice"},
+       {"twice in binary form", binary, "binary property list: a dictionary has a key twice"},
+       {"goes on", single + "x", "XML property list: goes on after its end at byte 75"},
+       {"another list", single + single, "XML property list: goes on after its end at byte 75"},
+       {"old form", "{a=b;}", "XML property list: neither XML nor binary"},
+       {"empty", "", "XML property list: neither XML nor binary"}});
+  for (const std::string& text : {twice, inside, binary, single + "x"}) {
+    EXPECT_TRUE(PropertyList::parse(bytesOf(text))) << text;
+  }
+  expectReadings(PropertyList::parseUnambiguous,
+                 {{plist("<dict><key>a</key><dict><key>a</key><true/></dict></dict>") + " \r\n\t",
+                   Dictionary{{"a", Dictionary{{"a", true}}}}}});
+}
+
 /// A dictionary of the numbers below `count`, each made a key.
 template <class Key>
 std::string dictionaryOf(unsigned count, Key key) {
