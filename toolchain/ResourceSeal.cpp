@@ -16,19 +16,13 @@ namespace {
 using foundation::Dictionary;
 using foundation::Value;
 
-constexpr std::string_view kHeader =
-    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-    "<plist version=\"1.0\">\n<dict>\n";
-
 /// Writes the property list the way the platform's own tool does, to the byte.
 class SealWriter {
  public:
   explicit SealWriter(std::size_t itemCount) {
     constexpr std::size_t kBytesPerItem = 320;
     out_.reserve(itemCount * kBytesPerItem + 4096);
-    out_ += kHeader;
+    out_ += kSealHeader;
   }
 
   void items(std::string_view name, const SealedItems& items, bool bareHashes) {
@@ -260,14 +254,11 @@ std::string text(const ResourceSeal& seal) {
 Result<ResourceSeal> parseResourceSeal(Bytes file) {
   // The lists are long and nearly always laid out in one way; the rest is small.
   ScannedSeal scanned = scanSeal(foundation::textOf(file));
-  const auto value = foundation::PropertyList::parse(foundation::bytesOf(scanned.rest));
+  const auto value = foundation::PropertyList::parseUnambiguous(foundation::bytesOf(scanned.rest));
   if (!value) return within("CodeResources", value.error());
   if (!value->dictionary()) return failure("CodeResources: the top is no dictionary");
   auto seal = sealFrom(*value->dictionary());
   if (!seal) return within("CodeResources", seal.error());
-  if ((scanned.files && !seal->files.empty()) || (scanned.files2 && !seal->files2.empty())) {
-    return failure("CodeResources: a list is there twice");
-  }
   if (scanned.files) seal->files = std::move(*scanned.files);
   if (scanned.files2) seal->files2 = std::move(*scanned.files2);
   return seal;

@@ -37,6 +37,18 @@ class Scanner {
 
   [[nodiscard]] std::string_view rest() const { return rest_; }
 
+  /// The list of this name, if it comes next; otherwise nothing is consumed.
+  std::optional<SealedItems> list(std::string_view name) {
+    const std::string_view start = rest_;
+    if (take("\t<key>") && take(name) && take("</key>\n\t<dict/>\n")) return SealedItems();
+    rest_ = start;
+    const bool isNext = take("\t<key>") && take(name) && take("</key>\n\t<dict>\n");
+    auto found = isNext ? items() : std::nullopt;
+    if (!found) rest_ = start;
+    return found;
+  }
+
+ private:
   /// Entries up to the end of their dictionary; keys must ascend, as the writers leave them.
   std::optional<SealedItems> items() {
     SealedItems items;
@@ -50,7 +62,6 @@ class Scanner {
     return items;
   }
 
- private:
   bool take(std::string_view expected) {
     if (!rest_.starts_with(expected)) return false;
     rest_.remove_prefix(expected.size());
@@ -102,33 +113,20 @@ class Scanner {
   std::string_view rest_;
 };
 
-/// Takes one list out of `text`; what is left has an empty dictionary in its place.
-std::optional<SealedItems> takeList(std::string& text, std::string_view name) {
-  const std::string key = "\n\t<key>" + std::string(name) + "</key>\n";
-  const std::string start = key + "\t<dict>\n";
-  const auto at = text.find(start);
-  if (at == std::string::npos || text.find(key, at + 1) != std::string::npos) return std::nullopt;
-  Scanner scanner(std::string_view(text).substr(at + start.size()));
-  auto items = scanner.items();
-  if (!items) return std::nullopt;
-  const std::size_t end = text.size() - scanner.rest().size();
-  text.replace(at + key.size(), end - at - key.size(), "\t<dict/>\n");
-  return items;
-}
-
 }  // namespace
 
 ScannedSeal scanSeal(std::string_view text) {
+  if (!text.starts_with(kSealHeader)) return {{}, {}, std::string(text)};
   ScannedSeal result;
-  result.rest = text;
-  // A comment or a section of raw characters may hide what looks like a list.
-  if (text.find("<!--") != std::string_view::npos ||
-      text.find("<![CDATA[") != std::string_view::npos ||
-      !text.starts_with("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n")) {
-    return result;
-  }
-  result.files2 = takeList(result.rest, "files2");
-  result.files = takeList(result.rest, "files");
+  result.rest = kSealHeader;
+  Scanner scanner(text.substr(kSealHeader.size()));
+  const auto take = [&](std::string_view name, std::optional<SealedItems>& list) {
+    list = scanner.list(name);
+    if (list) result.rest.append("\t<key>").append(name).append("</key>\n\t<dict/>\n");
+  };
+  take("files", result.files);
+  take("files2", result.files2);
+  result.rest += scanner.rest();
   return result;
 }
 

@@ -8,6 +8,13 @@
 
 namespace toolchain {
 
+/// How a seal of the platform's tool and of this library begins, up to its first list.
+inline constexpr std::string_view kSealHeader =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n<dict>\n";
+
 /// A seal with its long lists taken out.
 struct ScannedSeal {
   /// Absent: not there, or not laid out as the platform's tool does it; then still in `rest`.

@@ -127,6 +127,20 @@ TEST(ResourceSeal, IsReadInAnyLayout) {
   }
 }
 
+TEST(ResourceSeal, OnlyTheTopHasItsLists) {
+  auto seal = sealWithEveryKind();
+  seal.files2.erase("nested");
+  std::string nested = toolchain::text(seal);
+  const auto replace = [&](const std::string& from, const std::string& to) {
+    nested.replace(nested.find(from), from.size(), to);
+  };
+  replace("\t<key>files2</key>\n", "\t<key>x</key>\n<dict>\n\t<key>files2</key>\n");
+  replace("\t<key>rules</key>\n", "</dict>\n\t<key>rules</key>\n");
+  const auto read = toolchain::parseResourceSeal(foundation::bytesOf(nested));
+  ASSERT_TRUE(read) << read.error().localizedDescription();
+  EXPECT_TRUE(read->files2.empty());
+}
+
 TEST(ResourceSeal, DamageIsNamed) {
   const std::string good = toolchain::text(sealWithEveryKind());
   struct Case {
@@ -141,6 +155,9 @@ TEST(ResourceSeal, DamageIsNamed) {
            Case{"<real>0.5</real>", "<string>x</string>", "weight is no number"},
            Case{"<real>0.5</real>", "<real>nan</real>", "weight is no number"},
            Case{"</plist>", "", "CodeResources"},
+           Case{"</plist>", "</plist>x", "goes on after its end"},
+           Case{"<key>link</key>", "<key>both</key>", "a dictionary has a key twice"},
+           Case{"<key>rules</key>", "<key>files2</key>", "a dictionary has a key twice"},
        }) {
     SCOPED_TRACE(c.complaint);
     std::string bad = good;
