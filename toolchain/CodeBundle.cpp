@@ -184,6 +184,11 @@ bool isCodeBundle(const fs::path& folder) {
   return !isPlainName(*name) || isRegularFileInFolder(executablePath(folder, base, *name));
 }
 
+bool beginsLikeMachO(const fs::path& file) {
+  const auto mapped = foundation::MappedFile::open(file);
+  return mapped && looksLikeMachO(mapped->bytes());
+}
+
 bool isLooseCode(const fs::path& file) { return isRegularFile(file) && isSignableFile(file); }
 
 Result<std::vector<fs::path>> nestedBundles(const CodeBundle& bundle) {

@@ -54,6 +54,9 @@ bool isCodeBundle(const std::filesystem::path& folder);
 /// like one is none.
 bool isLooseCode(const std::filesystem::path& file);
 
+/// True for a file that begins as Mach-O does, sound or not.
+bool beginsLikeMachO(const std::filesystem::path& file);
+
 /// Nested bundles with code, innermost first; reads no file but their Info.plists. Only folders
 /// whose name has an extension count; folders of debug symbols (.dSYM) and links are not entered.
 Result<std::vector<std::filesystem::path>> nestedBundles(const CodeBundle& bundle);

@@ -112,9 +112,10 @@ class SealContents {
 };
 
 /// The seal of what is in the bundle now; the verifier compares it with the one it found. Always
-/// passed over: _CodeSignature, _MASReceipt, CodeResources at the top, the main executable. Fails
-/// for entries that are neither file, folder nor link ("unsupported resource found"), for a
-/// .DS_Store that is a link, for nested code without a signature, and for what cannot be read.
+/// passed over: the folder _CodeSignature, the main executable, and unless they are Mach-O the
+/// files in the folder _MASReceipt and a file CodeResources at the top. Fails for entries that are
+/// neither file, folder nor link ("unsupported resource found"), for a .DS_Store that is a link,
+/// for nested code without a signature, and for what cannot be read.
 Result<ResourceSeal> makeResourceSeal(const CodeBundle& bundle, const SealOptions& options,
                                       FileHasher& hasher);
 

@@ -13,12 +13,6 @@ namespace {
 namespace fs = std::filesystem;
 using Kind = FolderEntry::Kind;
 
-/// What is never sealed, whatever the rules say.
-bool isAlwaysExcluded(const std::string& path, const std::string& executable) {
-  return path == "_CodeSignature" || path == "CodeResources" || path == "_MASReceipt" ||
-         path == executable;
-}
-
 }  // namespace
 
 /// Collects the entries of one bundle and makes the seal of them.
@@ -37,7 +31,7 @@ class SealContents::Collector {
   Result<> collect() {
     std::optional<foundation::Error> refusal;
     const auto walked = walkFolder(bundle_.base, [&](const FolderEntry& entry) {
-      if (isAlwaysExcluded(entry.path, executable_)) return false;
+      if (isAlwaysExcluded(entry)) return false;
       if (options_.ignore && options_.ignore(absolute(entry.path))) return false;
       return take(entry, refusal);
     });
@@ -77,6 +71,15 @@ class SealContents::Collector {
     result.reserve(paths.size());
     for (const std::string& path : paths) result.push_back(absolute(path));
     return result;
+  }
+
+  /// What is never sealed, whatever the rules say: executable and seal, a notarisation ticket, the
+  /// receipt of a store. Code has no business in the last two.
+  [[nodiscard]] bool isAlwaysExcluded(const FolderEntry& entry) const {
+    if (entry.path == executable_) return true;
+    if (entry.kind == Kind::folder) return entry.path == "_CodeSignature";
+    if (entry.path != "CodeResources" && !entry.path.starts_with("_MASReceipt/")) return false;
+    return entry.kind != Kind::file || !beginsLikeMachO(absolute(entry.path));
   }
 
   /// Files one entry; true for a folder that is to be entered.

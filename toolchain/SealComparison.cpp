@@ -1,6 +1,8 @@
 #include "toolchain/SealComparison.h"
 
 #include <algorithm>
+#include <array>
+#include <system_error>
 
 #include "foundation/FileManager.h"
 #include "toolchain/SignatureFault.h"
@@ -8,6 +10,8 @@
 namespace toolchain {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 /// Whether an item is what the seal says, as far as the seal says it.
 bool isAsSealed(const SealedItem& sealed, const SealedItem& present) {
@@ -31,6 +35,51 @@ std::vector<std::string> besidesSeal(const CodeBundle& bundle) {
       found.push_back(folder.filename().string() + "/" + name);
   }
   return found;
+}
+
+/// What the platform allows at the root of a bundle beside Contents: traces of Finder and store,
+/// none of them a program.
+bool isAllowedAtRoot(const fs::path& entry) {
+  constexpr std::array<std::string_view, 4> kNames = {".DS_Store", ".LSOverride", "Icon\r",
+                                                      ".SoftwareDepot.tracking"};
+  std::error_code failed;
+  const auto status = fs::symlink_status(entry, failed);
+  constexpr auto kExecute = fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
+  return std::ranges::find(kNames, entry.filename().native()) != kNames.end() &&
+         fs::is_regular_file(status) && (status.permissions() & kExecute) == fs::perms::none &&
+         !beginsLikeMachO(entry);
+}
+
+/// Everything else there; no seal reaches it.
+Result<std::vector<std::string>> besidesContents(const CodeBundle& bundle) {
+  std::vector<std::string> found;
+  if (bundle.base == bundle.path) return found;
+  const auto names = foundation::FileManager::contentsOfDirectoryAtPath(bundle.path);
+  if (!names) return names.error();
+  for (const auto& name : *names) {
+    if (name != bundle.base.filename() && !isAllowedAtRoot(bundle.path / name)) {
+      found.push_back("../" + name);
+    }
+  }
+  return found;
+}
+
+/// The seal as it was found.
+Result<ResourceSeal> sealedIn(const CodeBundle& bundle, const std::optional<Bytes>& seal) {
+  if (!seal) {
+    ResourceSeal nothing;
+    nothing.rules = defaultResourceRules(bundle.hasResourcesFolder() ? BundleShape::withResources
+                                                                     : BundleShape::flat);
+    return nothing;
+  }
+  auto sealed = parseResourceSeal(*seal);
+  if (!sealed) {
+    return faultError(Fault::invalidResourceDirectory, sealed.error().localizedDescription());
+  }
+  if (sealed->rules.rules.empty() && sealed->rules.rules2.empty()) {
+    return faultError(Fault::invalidResourceDirectory, "CodeResources has no rules");
+  }
+  return sealed;
 }
 
 /// The digests are known already, so nothing is read for this.
@@ -71,11 +120,10 @@ SealDifferences compareSeals(const ResourceSeal& sealed, const ResourceSeal& pre
   return differences;
 }
 
-Result<SealDifferences> compareWithSeal(const CodeBundle& bundle, Bytes seal, FileHasher& hasher) {
-  const auto sealed = parseResourceSeal(seal);
-  if (!sealed) {
-    return faultError(Fault::invalidResourceDirectory, sealed.error().localizedDescription());
-  }
+Result<SealDifferences> compareWithSeal(const CodeBundle& bundle, const std::optional<Bytes>& seal,
+                                        FileHasher& hasher) {
+  const auto sealed = sealedIn(bundle, seal);
+  if (!sealed) return sealed.error();
   SealOptions options;
   options.rules = sealed->rules;
   options.sha1InFiles2 = true;
@@ -92,7 +140,11 @@ Result<SealDifferences> compareWithSeal(const CodeBundle& bundle, Bytes seal, Fi
   for (const auto& [path, item] : present->files2) {
     if (item.cdHash) differences.codeByHash.push_back((bundle.base / path).string());
   }
-  for (auto& path : besidesSeal(bundle)) differences.added.push_back(std::move(path));
+  const auto atRoot = besidesContents(bundle);
+  if (!atRoot) return faultError(Fault::sealedResource, atRoot.error().localizedDescription());
+  for (const auto& others : {besidesSeal(bundle), *atRoot}) {
+    differences.added.insert(differences.added.end(), others.begin(), others.end());
+  }
   std::sort(differences.added.begin(), differences.added.end());
   return differences;
 }

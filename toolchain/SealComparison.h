@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,8 +31,10 @@ struct SealDifferences {
 SealDifferences compareSeals(const ResourceSeal& sealed, const ResourceSeal& present);
 
 /// Takes the seal of what is in the bundle now, by the rules of the seal found there, and compares.
-/// Files next to the seal count as added. Fails when the seal cannot be read, or for what no seal
-/// can hold.
-Result<SealDifferences> compareWithSeal(const CodeBundle& bundle, Bytes seal, FileHasher& hasher);
+/// A bundle without a seal is taken for one that lists nothing. Files next to the seal count as
+/// added, and so does what lies beside a Contents folder. Fails when the seal cannot be read or has
+/// no rules, or for what no seal can hold.
+Result<SealDifferences> compareWithSeal(const CodeBundle& bundle, const std::optional<Bytes>& seal,
+                                        FileHasher& hasher);
 
 }  // namespace toolchain

@@ -142,8 +142,8 @@ class Verifier {
     const auto sealBytes = *seal ? std::optional((*seal)->bytes()) : std::nullopt;
     bool meetsRequirement = true;
     if (auto wrong = checkSlices(code, image, sealBytes, meetsRequirement)) return wrong;
-    if (sealBytes) {
-      if (auto wrong = checkSeal(code, *sealBytes, found)) return wrong;
+    if (code.isBundle()) {
+      if (auto wrong = checkSeal(code, sealBytes, found)) return wrong;
     }
     if (meetsRequirement) return std::nullopt;
     return Complaint{
@@ -189,7 +189,8 @@ class Verifier {
     return checkCoverage(image);
   }
 
-  std::optional<Complaint> checkSeal(const CodeBundle& code, Bytes seal, SealDifferences& found) {
+  std::optional<Complaint> checkSeal(const CodeBundle& code, const std::optional<Bytes>& seal,
+                                     SealDifferences& found) {
     auto differences = compareWithSeal(code, seal, hasher_);
     if (!differences) return complaint(differences.error(), Fault::sealedResource);
     found = *std::move(differences);
@@ -197,7 +198,8 @@ class Verifier {
     auto wrong = complaint(Fault::sealedResource);
     const auto list = [&](std::string_view what, const std::vector<std::string>& paths) {
       for (const auto& path : paths) {
-        wrong.files.push_back(std::string(what) + ": " + (code.base / path).string());
+        wrong.files.push_back(std::string(what) + ": " +
+                              (code.base / path).lexically_normal().string());
       }
     };
     list("file added", found.added);

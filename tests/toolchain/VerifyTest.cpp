@@ -111,6 +111,21 @@ TEST_F(VerifyTest, ChangesInTheBundleAreNoticed) {
        [](auto& app) { writeFile(app / "_CodeSignature/ResourceRules", ""); },
        kSealedResource,
        {"file added: /_CodeSignature/ResourceRules"}},
+      {"in place of a ticket",
+       [](auto& app) {
+         writeFile(app / "CodeResources/evil", "");
+         writeFile(app / "_MASReceipt/receipt", "a receipt");
+       },
+       kSealedResource,
+       {"file added: /CodeResources/evil"}},
+      {"code in place of tickets and receipts",
+       [](auto& app) {
+         fs::create_directory(app / "_MASReceipt");
+         fs::copy_file(app / "Frameworks/libf.dylib", app / "CodeResources");
+         fs::copy_file(app / "Frameworks/libf.dylib", app / "_MASReceipt/receipt");
+       },
+       kSealedResource,
+       {"file added: /CodeResources", "file added: /_MASReceipt/receipt"}},
       {"byte of Info.plist", [](auto& app) { flip(app / "Info.plist", 60); }, kInvalidInfo, {}},
       {"other Info.plist",
        [](auto& app) {
@@ -162,6 +177,63 @@ TEST_F(VerifyTest, ChangesInTheBundleAreNoticed) {
     }
     EXPECT_EQ(files, row.files);
   }
+}
+
+/// What lies beside a Contents folder is out of the seal's reach.
+TEST_F(VerifyTest, NothingLiesAtTheRootBesideContents) {
+  const fs::path mac = folder_ / "Mac.app";
+  fs::create_directories(mac / "Contents/MacOS");
+  fs::copy_file(app() / "Example", mac / "Contents/MacOS/Example");
+  fs::copy_file(app() / "Info.plist", mac / "Contents/Info.plist");
+  ASSERT_TRUE(toolchain::sign({.code = mac, .identity = "-", .force = true}));
+  writeFile(mac / "Contents/CodeResources", "a ticket");
+  writeFile(mac / ".DS_Store", "traces");
+  EXPECT_EQ(toolchain::verify({.code = mac}).status, 0);
+
+  fs::copy_file(app() / "Frameworks/libf.dylib", mac / "evil.dylib");
+  fs::create_symlink("evil.dylib", mac / ".LSOverride");
+  fs::permissions(mac / ".DS_Store", fs::perms(0755));
+  fs::create_directory(mac / "Resources");
+  const Verdict verdict = toolchain::verify({.code = mac});
+  EXPECT_EQ(verdict.status, 1);
+  const std::string root = "file added: " + fs::canonical(mac).string();
+  EXPECT_THAT(verdict.files, ElementsAre(root + "/.DS_Store", root + "/.LSOverride",
+                                         root + "/Resources", root + "/evil.dylib"));
+}
+
+/// Both slices deny that there is a seal, or have one that covers nothing.
+TEST_F(VerifyTest, ResourcesNeedASeal) {
+  const std::string empty = "<plist><dict/></plist>";
+  const auto resign = [](const fs::path& executable, std::size_t slices,
+                         const std::optional<std::string>& seal) {
+    for (std::size_t i = 0; i < slices; ++i) {
+      auto parts = test::takeApart(executable, i);
+      for (std::size_t d = 0; d < parts.directories.size(); ++d) {
+        parts.files[d].erase(3);
+        if (seal) {
+          parts.files[d][3] = toolchain::hashOf(bytesOf(*seal), parts.directories[d].hashType);
+        }
+      }
+      test::putTogether(executable, parts, test::signingFamily(), i);
+    }
+  };
+  fs::remove_all(app() / "_CodeSignature");
+  resign(executable(), 2, std::nullopt);
+  Verdict verdict = verify();
+  EXPECT_EQ(verdict.statements[0], line(kSealedResource));
+  EXPECT_THAT(verdict.files, Contains(testing::EndsWith("/embedded.mobileprovision")));
+
+  writeFile(app() / "_CodeSignature/CodeResources", empty);
+  resign(executable(), 2, empty);
+  verdict = verify();
+  EXPECT_EQ(verdict.statements[0], line(kInvalidSeal));
+  EXPECT_EQ(verdict.statements.back(), "Cause: CodeResources has no rules");
+
+  const fs::path framework = app() / "Frameworks/F.framework";
+  fs::remove_all(framework / "_CodeSignature");
+  fs::remove(framework / "data");
+  resign(framework / "F", 1, std::nullopt);
+  EXPECT_EQ(toolchain::verify({.code = framework}).status, 0) << "nothing needs a seal there";
 }
 
 TEST_F(VerifyTest, OptionalFilesMayGo) {
