@@ -38,7 +38,8 @@ ResourceRules defaultResourceRules(BundleShape shape);
 /// Rules ready for use: the heaviest match wins, an omitting one on a tie.
 class RuleMatcher {
  public:
-  /// Fails with the pattern and the reason when one is no regular expression.
+  /// Fails with the pattern and the reason when one is not a regular expression (`PathPattern`),
+  /// and when all of them together are too complex.
   static Result<RuleMatcher> compile(const std::vector<ResourceRule>& rules);
   RuleMatcher(RuleMatcher&&) noexcept;
   RuleMatcher& operator=(RuleMatcher&&) noexcept;

@@ -1,3 +1,5 @@
+#include <chrono>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <regex.h>
@@ -68,13 +70,146 @@ TEST(ResourceRules, HeaviestWinsAndOmissionBreaksATie) {
   }
 }
 
+/// Patterns of the pieces below, nested and strung together; about half of them are none.
+class PatternMaker {
+ public:
+  std::string pattern(int depth) {
+    static const std::vector<std::string> pieces = {"a",
+                                                    "b",
+                                                    "ab",
+                                                    ".",
+                                                    "^",
+                                                    "$",
+                                                    "[ab]",
+                                                    "[^a]",
+                                                    "[]a]",
+                                                    "[b-]",
+                                                    "[a-c]",
+                                                    "\\.",
+                                                    "*",
+                                                    "+",
+                                                    "?",
+                                                    "{2}",
+                                                    "{}",
+                                                    "{1,}",
+                                                    "{,2}",
+                                                    "{0}",
+                                                    "{1,3}",
+                                                    "{3,1}",
+                                                    "|",
+                                                    "",
+                                                    "(",
+                                                    ")",
+                                                    "{",
+                                                    "}",
+                                                    "]",
+                                                    "[",
+                                                    "[b-a]",
+                                                    "-",
+                                                    "[[:digit:]",
+                                                    "1",
+                                                    "\\*",
+                                                    "/",
+                                                    "[[:alpha:]/]",
+                                                    "[[.a.]-c]",
+                                                    "[[=b=]]",
+                                                    "[^]-a]",
+                                                    "[a-b-c]",
+                                                    "[[:x:]]",
+                                                    "[--/]"};
+    std::string text;
+    for (std::uint32_t count = number(4); count > 0; --count) {
+      const std::uint32_t choice = number(10);
+      if (choice < 7 || depth == 0) text += pieces[number(pieces.size())];
+      if (choice >= 7 && depth > 0) text += "(" + pattern(depth - 1) + ")";
+      if (choice == 8) text += "*";
+      if (choice == 9) text += "|" + pattern(depth - 1 < 0 ? 0 : depth - 1);
+    }
+    return text;
+  }
+  std::string path() {
+    std::string text;
+    for (std::uint32_t count = number(16); count > 0; --count) text += "aabbc/.1-]"[number(10)];
+    return text;
+  }
+
+ private:
+  std::uint32_t number(std::size_t below) {
+    state_ = state_ * 1664525U + 1013904223U;
+    return static_cast<std::uint32_t>((state_ >> 8) % below);
+  }
+  std::uint32_t state_ = 1;
+};
+
+TEST(ResourceRules, MatchAsTheSystemDoesWhateverThePattern) {
+  PatternMaker maker;
+  int compared = 0;
+  for (int i = 0; i < 20000; ++i) {
+    // What the second half of them ends with has no small deterministic automaton.
+    const std::string pattern = maker.pattern(3) + (i % 2 == 0 ? "" : "|a.{6}b");
+    regex_t regex;
+    const bool isPattern = ::regcomp(&regex, pattern.c_str(), REG_EXTENDED | REG_NOSUB) == 0;
+    const auto matcher = RuleMatcher::compile({{.pattern = pattern}});
+    EXPECT_EQ(matcher.ok(), isPattern) << pattern;
+    for (int j = 0; isPattern && matcher && j < 10; ++j) {
+      const std::string path = maker.path();
+      EXPECT_EQ(matcher->match(path) != nullptr,
+                ::regexec(&regex, path.c_str(), 0, nullptr, 0) == 0)
+          << pattern << " on " << path;
+      ++compared;
+    }
+    if (isPattern) ::regfree(&regex);
+  }
+  EXPECT_GT(compared, 20000);
+}
+
+TEST(ResourceRules, CostNoMoreThanPathTimesPattern) {
+  std::string manyChoices = "(a|b)*a";
+  std::string nested = "a";
+  for (int i = 0; i < 60; ++i) {
+    manyChoices += "(a|b)";
+    nested = "(" + nested + "+)+";
+  }
+  const std::string path(4000, 'b');
+  struct Case {
+    std::string pattern;
+    std::string match;
+    std::string other;
+  };
+  const auto before = std::chrono::steady_clock::now();
+  for (const Case& c :
+       {Case{manyChoices, "a" + path, path + "a"}, Case{nested + "$", path + "a", path},
+        Case{"^((b*)*)*$", path, path + "a"}, Case{"(b|b){200}a", path + "a", path}}) {
+    const auto matcher = RuleMatcher::compile({{.pattern = c.pattern}});
+    ASSERT_TRUE(matcher) << c.pattern;
+    EXPECT_TRUE(matcher->match(c.match)) << c.pattern;
+    EXPECT_FALSE(matcher->match(c.other)) << c.pattern;
+  }
+  // Never sixty-one in a row, but another sixty each time.
+  const auto matcher = RuleMatcher::compile({{.pattern = manyChoices}});
+  std::uint32_t state = 1;
+  for (int i = 0; i < 40; ++i) {
+    std::string runs;
+    while (runs.size() < 4000) {
+      state = state * 1664525U + 1013904223U;
+      runs += runs.size() % 61 == 60 ? 'c' : "ab"[state >> 31];
+    }
+    EXPECT_FALSE(matcher->match(runs));
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(10));
+}
+
 TEST(ResourceRules, HostilePatternsAreRefused) {
   for (const std::string& pattern :
-       {std::string("(a"), std::string("(a*){2,9}"), std::string("(a)\\1"),
-        std::string(2000, 'a') + "+", "(a)" + std::string(60, '+'),
-        std::string("(((((a+)+)+)+)+)+")}) {
-    EXPECT_FALSE(RuleMatcher::compile({{.pattern = pattern}})) << pattern;
+       {std::string("(a"), std::string("(a)\\1"), std::string("a{256}"),
+        std::string("((((a{99}){99}){99}){99}){99}"), std::string(2000, 'a'), std::string("a\\"),
+        std::string("\\w"), std::string("\\<a")}) {
+    const auto matcher = RuleMatcher::compile({{.pattern = pattern}});
+    ASSERT_FALSE(matcher) << pattern;
+    EXPECT_THAT(matcher.error().localizedDescription(),
+                testing::StartsWith("resource rule \"" + pattern.substr(0, 80) + "\": "));
   }
+  EXPECT_FALSE(RuleMatcher::compile(std::vector<ResourceRule>(99, {.pattern = "(abc){200}"})));
 }
 
 toolchain::ResourceSeal sealWithEveryKind() {
