@@ -12,6 +12,7 @@
 #include "tests/support/Identities.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/ZipFixture.h"
 #include "tests/toolchain/CodeFixture.h"
 #include "toolchain/Entitlements.h"
 #include "toolchain/Requirement.h"
@@ -197,6 +198,22 @@ void addSignatures(const Corpus& corpus) {
   corpus.add("SignedCode", "signed", test::contentsOf(loose));
 }
 
+void addArchives(const Corpus& corpus) {
+  // The checksum of "Payload/raw.app/x".
+  const std::string unicodePath =
+      "\1" + test::littleEndian(0x7dbc6c9, 4) + "Payload/\xc3\x9c\xf0\x9f\x98\x80.app/x";
+  test::ZipImage image(
+      {{.name = "Payload/", .compressedSize = 0, .uncompressedSize = 0, .unixMode = 0040755},
+       {.name = "Payload/raw.app/x", .extra = test::zipField(0x7075, unicodePath)},
+       {.name = "./../Payload/\xc3\x9c.app/link", .flags = 1 << 11, .unixMode = 0120777},
+       {.name = "Payload/B.app;1",
+        .uncompressedSize = 0xffffffff,
+        .extra = test::zipField(1, test::littleEndian(5'000'000'000, 8))}});
+  image.comment = "comment";
+  corpus.add("ZipDirectory", "plain", image.bytes());
+  corpus.add("ZipDirectory", "zip64", image.zip64());
+}
+
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
@@ -213,6 +230,7 @@ int main(int argumentCount, char** arguments) {
     addIdentities(corpus);
     addEntitlements(corpus);
     addSignatures(corpus);
+    addArchives(corpus);
   } catch (const std::exception& problem) {
     std::fprintf(stderr, "fuzz_seeds: %s\n", problem.what());
     return 1;
