@@ -2,17 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
-#include <system_error>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "foundation/FileManager.h"
-#include "foundation/Path.h"
 
 namespace FileManager = foundation::FileManager;
-namespace fs = std::filesystem;
 using foundation::Result;
 
 namespace {
@@ -54,17 +50,4 @@ Result<> OwnFolder::make(const std::string& path) {
   if (auto checked = checkFoldersBelow(*temporary, path); !checked) return checked;
   const auto made = FileManager::createDirectoryWithIntermediates(path);
   return made ? checkFoldersBelow(*temporary, path) : made;
-}
-
-Result<> OwnFolder::removeLinksOutOf(const std::string& folder) {
-  const auto entries = FileManager::subpathsOfDirectoryAtPath(folder);
-  if (!entries) return entries.error();
-  for (const std::string& entry : *entries) {
-    const std::string path = foundation::appendingPathComponent(folder, entry);
-    std::error_code failed;
-    if (!fs::is_symlink(fs::symlink_status(path, failed))) continue;
-    if (FileManager::isItemInsideDirectory(path, folder)) continue;
-    if (auto removed = FileManager::removeItemAtPath(path); !removed) return removed;
-  }
-  return {};
 }

@@ -11,8 +11,4 @@ namespace OwnFolder {
 /// temporary folder, is a link or belongs to another user.
 foundation::Result<> make(const std::string& path);
 
-/// Removes the links below the folder that lead out of it, or nowhere: an archive that is unpacked
-/// over an older one would be written through them.
-foundation::Result<> removeLinksOutOf(const std::string& folder);
-
 }  // namespace OwnFolder

@@ -1,7 +1,6 @@
 #include "preparation/QVTFileSystemUtils.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <filesystem>
 
 #include <sys/stat.h>
@@ -13,9 +12,9 @@
 #include "foundation/ProcessInfo.h"
 #include "foundation/SystemLog.h"
 #include "foundation/Text.h"
+#include "preparation/Inflation.h"
 #include "preparation/OwnFolder.h"
 #include "preparation/TemporaryItems.h"
-#include "preparation/UnzipPattern.h"
 
 namespace FileManager = foundation::FileManager;
 using foundation::appendingPathComponent;
@@ -86,80 +85,6 @@ Result<std::string> copyToNewFolder(const std::string& path) {
   // Half an app is of no use to anybody.
   okOrLogged(FileManager::removeItemAtPath(folder));
   return copied.error();
-}
-
-bool isReadableFile(const std::string& path) {
-  return ::access(path.c_str(), R_OK) == 0 && !FileManager::isDirectoryAtPath(path);
-}
-
-/// `unzip` quietly takes "A.zip" where "A" cannot be opened: somebody else's build.
-bool wouldUnpackAnother(const std::string& archive) {
-  return !isReadableFile(archive) && (FileManager::fileExistsAtPath(archive + ".zip") ||
-                                      FileManager::fileExistsAtPath(archive + ".ZIP"));
-}
-
-/// `unzip` would wait for a pipe's writer for ever, and can use neither kind.
-bool isPipeOrDevice(const std::string& path) {
-  struct stat details {};
-  return ::stat(path.c_str(), &details) == 0 && !S_ISREG(details.st_mode) &&
-         !S_ISDIR(details.st_mode);
-}
-
-/// Makes the folder into which the archive is to be unpacked.
-Result<std::string> inflationFolder(const std::string& archive) {
-  const Result<std::string> temporary = FileManager::temporaryDirectory();
-  if (!temporary) return temporary.error();
-  const std::string name = foundation::deletingPathExtension(lastPathComponent(archive));
-  // ".." would be the folder above the temporary one.
-  if (name.empty() || name == "." || name == ".." || name == "/") {
-    return foundation::posixError(EINVAL, "cannot name a folder after " + archive, archive);
-  }
-  const std::string folder = *temporary + name + "/";
-  if (const Result<> claimed = TemporaryItems::claimFolder(folder); !claimed) {
-    return claimed.error();
-  }
-  if (const Result<> made = OwnFolder::make(folder); !made) return made.error();
-  if (const Result<> removed = OwnFolder::removeLinksOutOf(folder); !removed) {
-    return removed.error();
-  }
-  return folder;
-}
-
-Result<> unzip(const std::string& archive, const std::string& folder) {
-  const std::string tool = QVTFileSystemUtils::pathForRequiredShellTool("unzip").value_or("");
-  const std::vector<std::string> arguments{"-qo", unzipPatternForPath(archive), "-d", folder};
-  Result<> outcome;
-  // On a full disk unzip asks whether to go on.
-  QVTTask::launchWithoutInput(
-      tool, arguments,
-      [&](const foundation::Data& errorData, const foundation::Data& outputData,
-          std::int32_t status) {
-        if (status == 0) return;
-        outcome = foundation::Error{
-            .domain = std::string(QVTFileSystemUtilsErrorDomain),
-            .code = -1,
-            .userInfo = {{"command", tool},
-                         {"arguments", foundation::Array(arguments.begin(), arguments.end())},
-                         {"status", status},
-                         {"stderr", foundation::lossyUTF8(errorData.bytes())},
-                         {"stdout", foundation::lossyUTF8(outputData.bytes())},
-                         {"archivePath", archive},
-                         {"temporaryPath", folder}}};
-      });
-  return outcome;
-}
-
-Result<std::string> inflate(const std::string& archive) {
-  if (isPipeOrDevice(archive)) {
-    return foundation::posixError(EINVAL, "cannot unpack a pipe or device, " + archive, archive);
-  }
-  Result<std::string> folder = inflationFolder(archive);
-  if (!folder) return folder.error();
-  if (wouldUnpackAnother(archive)) {
-    return foundation::posixError(ENOENT, "cannot read archive " + archive, archive);
-  }
-  if (const Result<> inflated = unzip(archive, *folder); !inflated) return inflated.error();
-  return folder;
 }
 
 /// The value, or none and the error in the slot.
@@ -257,7 +182,10 @@ bool QVTFileSystemUtils::isZeroByteFile(const std::string& path) {
 
 std::optional<std::string> QVTFileSystemUtils::inflateToTemporaryPathArchive(
     const std::string& archive, ErrorSlot error) {
-  return valueOrStore(inflate(archive), error);
+  Result<Inflation> inflation = inflateArchive(archive);
+  if (inflation) return std::move(inflation->folder);
+  store(error, std::move(inflation.error()));
+  return std::nullopt;
 }
 
 std::optional<std::vector<std::string>> QVTFileSystemUtils::findPathsToAppsInDirectory(

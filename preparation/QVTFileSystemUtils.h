@@ -49,10 +49,8 @@ class QVTFileSystemUtils {
   /// True for an empty file, and for one that is missing or cannot be read.
   static bool isZeroByteFile(const std::string& path);
 
-  /// Unpacks the archive into the folder of the temporary directory that is named like it, less the
-  /// extension, over what is there already. Returns that folder, ending in "/"; absent with the
-  /// error on failure. The folder is not removed. It is this process's until its claims are
-  /// released (see TemporaryItems.h); while it is another's this waits.
+  /// `inflateArchive` into the temporary directory (see Inflation.h). Returns the archive's folder,
+  /// ending in "/"; absent with the error on failure. The folder is not removed.
   static std::optional<std::string> inflateToTemporaryPathArchive(
       const std::string& archive, foundation::ErrorSlot error = nullptr);
   /// Names of the folder's entries that end in ".app", unsorted; absent with the error when it

@@ -1,5 +1,6 @@
 #include "preparation/QVTIPA.h"
 
+#include <cerrno>
 #include <filesystem>
 
 #include "console/QVTCLUtilLog.h"
@@ -10,26 +11,39 @@
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/QVTInfoPlist.h"
 
+using foundation::Result;
+
 namespace {
+
+void tellOfOtherApps(const Inflation& inflation, const std::string& payload) {
+  if (inflation.otherApps.empty()) return;
+  foundation::systemLog("passed over in %@, since not brought by this archive: %@", payload,
+                        foundation::joined(inflation.otherApps, ", "));
+}
 
 /// An archive may hold links, and what is behind one is not the archive's: signing would change it,
 /// and the end of the run remove it.
-bool isLink(const std::string& path) {
+Result<> checkNoLink(const std::string& path) {
   std::error_code problem;
-  if (!std::filesystem::is_symlink(path, problem)) return false;
-  foundation::systemLog("%@ is a link, which is not followed", path);
-  return true;
+  if (!std::filesystem::is_symlink(path, problem)) return {};
+  return foundation::makeError(foundation::kPOSIXErrorDomain, ELOOP,
+                               path + " is a link, which is not followed");
 }
 
-/// The app folder inside the inflated archive; absent when there is none.
-std::optional<std::string> appPathInFolder(const std::string& inflated) {
-  const std::string payload = inflated + "Payload";
-  std::optional<foundation::Error> error;
-  const auto names = QVTFileSystemUtils::findPathsToAppsInDirectory(payload, &error);
-  if (error) foundation::systemLog("%@", error->localizedDescription());
-  if (!names || names->empty() || isLink(payload)) return std::nullopt;
-  const std::string app = payload + "/" + names->front();
-  return isLink(app) ? std::nullopt : std::optional<std::string>(app);
+/// The app folder inside the inflated archive.
+Result<std::string> appPathIn(const Inflation& inflation) {
+  const std::string payload = inflation.folder + "Payload";
+  if (auto checked = checkNoLink(payload); !checked) return std::move(checked.error());
+  tellOfOtherApps(inflation, payload);
+  if (inflation.apps.empty()) {
+    std::optional<foundation::Error> unlistable;
+    QVTFileSystemUtils::findPathsToAppsInDirectory(payload, &unlistable);
+    if (unlistable) foundation::systemLog("%@", unlistable->localizedDescription());
+    return foundation::makeError(foundation::kPOSIXErrorDomain, ENOENT, "no app in its Payload");
+  }
+  std::string app = payload + "/" + inflation.apps.front();
+  if (auto checked = checkNoLink(app); !checked) return std::move(checked.error());
+  return app;
 }
 
 /// The standard escaping leaves "?" alone, which would end the URL's path.
@@ -40,25 +54,19 @@ std::optional<foundation::URL> urlForPath(const std::string& path) {
 
 }  // namespace
 
-std::shared_ptr<QVTIPA> QVTIPA::initWithPath(const std::string& path) {
-  std::optional<foundation::Error> error;
-  const auto inflated = QVTFileSystemUtils::inflateToTemporaryPathArchive(path, &error);
-  if (!inflated) {
-    QVTCLUtilLog("Unable to inflate IPA to temporary path: %@", error);
-    return nullptr;
-  }
-  const auto appPath = appPathInFolder(*inflated);
-  if (!appPath) return nullptr;
+Result<std::shared_ptr<QVTIPA>> QVTIPA::withInflation(const Inflation& inflation) {
+  const auto appPath = appPathIn(inflation);
+  if (!appPath) return appPath.error();
   debugLog("Path To App: %@", foundation::escapingControlCharacters(*appPath));
   const auto url = urlForPath(*appPath);
-  if (!url) return nullptr;
-
+  if (!url) {
+    return foundation::makeError(foundation::kPOSIXErrorDomain, EINVAL, "no URL names " + *appPath);
+  }
   std::shared_ptr<QVTIPA> ipa(new QVTIPA);
   try {
     ipa->setBundle(foundation::Bundle::bundleWithPath(*appPath));
   } catch (const foundation::Exception& exception) {
-    foundation::systemLog("%@", exception.what());
-    return nullptr;
+    return foundation::makeError(foundation::kPOSIXErrorDomain, EIO, exception.what());
   }
   ipa->setPath(*appPath);
   const auto info = QVTInfoPlist::initWithAppDirectory(url->path());
@@ -68,4 +76,19 @@ std::shared_ptr<QVTIPA> QVTIPA::initWithPath(const std::string& path) {
   ipa->setProvisioningProfilePath(
       foundation::appendingPathComponent(*appPath, "embedded.mobileprovision"));
   return ipa;
+}
+
+std::shared_ptr<QVTIPA> QVTIPA::initWithPath(const std::string& path) {
+  const auto inflation = inflateArchive(path);
+  if (!inflation) {
+    QVTCLUtilLog("Unable to inflate IPA to temporary path: %@", inflation.error());
+    return nullptr;
+  }
+  auto ipa = withInflation(*inflation);
+  if (ipa) return *std::move(ipa);
+  // An archive without apps needs no words but the caller's.
+  if (ipa.error().code != ENOENT) {
+    foundation::systemLog("%@", ipa.error().localizedDescription());
+  }
+  return nullptr;
 }

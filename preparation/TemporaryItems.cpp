@@ -45,11 +45,15 @@ std::string claimName(std::string_view item) {
   return foundation::lowercaseHex(foundation::sha1(foundation::bytesOf(item)));
 }
 
+std::string withoutFinalSlash(std::string_view path) {
+  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+  return std::string(path);
+}
+
 /// The item's path relative to the temporary folder, without a final slash.
 std::string relativePath(const std::string& temporary, std::string_view path) {
   if (path.starts_with(temporary)) path.remove_prefix(temporary.size());
-  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  return std::string(path);
+  return withoutFinalSlash(path);
 }
 
 bool isFolderItself(const std::string& path) {
@@ -154,6 +158,13 @@ class Claims {
   void add(Item item) {
     const std::lock_guard lock(mutex_);
     items_.push_back(std::move(item));
+  }
+  /// Calls `work` with the item, if it is claimed.
+  template <class Work>
+  void with(const std::string& path, const Work& work) {
+    const std::lock_guard lock(mutex_);
+    const auto item = std::ranges::find(items_, path, &Item::path);
+    if (item != items_.end()) work(*item);
   }
   void release() {
     const std::lock_guard lock(mutex_);
@@ -295,6 +306,16 @@ void TemporaryItems::claimNew(const std::string& path) {
     }
   }
   Claims::ofThisProcess().add(std::move(item));
+}
+
+void TemporaryItems::ownFromPayload(const std::string& folder, const std::string& name) {
+  Claims::ofThisProcess().with(withoutFinalSlash(folder), [&](Item& item) {
+    if (item.payloadBefore) item.payloadBefore->erase(name);
+  });
+}
+
+void TemporaryItems::removeOwn(const std::string& folder) {
+  Claims::ofThisProcess().with(withoutFinalSlash(folder), removeItem);
 }
 
 void TemporaryItems::releaseAll() { Claims::ofThisProcess().release(); }

@@ -22,6 +22,14 @@ foundation::Result<> claimFolder(const std::string& path);
 /// Never fails: without a claim the item is not found should this process be killed.
 void claimNew(const std::string& path);
 
+/// Tells that this process has removed an item from the Payload of a folder that it has claimed:
+/// what comes in its place is this process's. Does nothing for another folder.
+void ownFromPayload(const std::string& folder, const std::string& name);
+
+/// Removes what `removeAll` would of a folder that this process has claimed, and keeps the claim.
+/// Does nothing for another folder.
+void removeOwn(const std::string& folder);
+
 /// Ends all claims of this process and leaves the items: the end of a run. The end of the process
 /// does the same, unless a signal or a call like `_exit` ends it.
 void releaseAll();

@@ -11,6 +11,7 @@
 #include "foundation/PropertyList.h"
 #include "tests/Sendoff/ToolRun.h"
 #include "tests/support/AppFixture.h"
+#include "tests/support/IPAFacts.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/StandInService.h"
 
@@ -96,6 +97,14 @@ class HostileRun {
  public:
   RunResult withIPA(const fs::path& ipa) {
     return place.run({"-ipaPath", ipa, "-QuorvantileAPIEndpoint", service.url()});
+  }
+  /// What `sendoff-inspect` says of the same; nothing of it is from elsewhere.
+  RunResult inspected(const fs::path& source) {
+    const auto result =
+        runProgram({.command = {fs::path(kTool).parent_path() / "sendoff-inspect", "app", source},
+                    .environment = place.environment()});
+    EXPECT_THAT(result.output, testing::Not(HasSubstr(kMark)));
+    return result;
   }
   RunResult withArchive(const fs::path& products) {
     place.environment()["ARCHIVE_PRODUCTS_PATH"] = products;
@@ -225,12 +234,15 @@ TEST(HostileArchives, AppsWhosePartsLeadOutside) {
     fs::rename(folder / "Example.xcarchive", run.place.files() / "Example.xcarchive");
     const auto packed = run.withIPA(run.packed(folder.path()));
     run.expectFailure(packed, c.lines);
+    const bool hasNoApp = c.lines.front() == kNotPreparedLine;
+    EXPECT_EQ(run.inspected(run.place.files() / "Example.ipa").status, hasNoApp ? 1 : 0);
     EXPECT_THAT(packed.errors, refuses(c.refused));
 
     const fs::path moved = run.place.files() / "Example.xcarchive/Products";
     c.damage(moved / "Applications/Example.app", run.canary.path());
     const auto archived = run.withArchive(moved);
     run.expectFailure(archived, c.archiveLines);
+    run.inspected(moved.parent_path());
     EXPECT_THAT(archived.errors, refuses(c.refused));
   }
 }
@@ -392,7 +404,11 @@ TEST(HostileArchives, PayloadIsALink) {
   HostileRun run;
   const TemporaryFolder folder;
   fs::create_symlink(run.canary.path(), folder / "Payload");
-  run.expectFailure(run.withIPA(run.packed(folder.path())), {kNotPreparedLine});
+  const fs::path ipa = run.packed(folder.path());
+  run.expectFailure(run.withIPA(ipa), {kNotPreparedLine});
+  const auto inspected = run.inspected(ipa);
+  EXPECT_EQ(inspected.status, 1);
+  EXPECT_THAT(inspected.errors, HasSubstr("/Payload is a link, which is not followed\n"));
 }
 
 TEST(HostileArchives, OfTwoAppsOneIsTakenAndBothAreTheArchivesOwn) {
@@ -449,20 +465,71 @@ TEST(HostileArchives, FoldersOfOthersInThePlaceOfOursAreRefused) {
 }
 
 /// The rest of an inflated archive stays, and the next of its name is unpacked over it.
-TEST(HostileArchives, WhatAnEarlierArchiveLeftDoesNotLeadTheNextOneOutside) {
+TEST(HostileArchives, LinksThatAreInTheWayAreNotFollowedAndStay) {
+  const std::vector<std::string> links = {"Payload/Example.app", "Other"};
+  for (const std::string& link : links) {
+    SCOPED_TRACE(link);
+    HostileRun run;
+    const fs::path app = makeApp(run.place.files());
+    put(app / "empty/file", "new");
+    const fs::path ipa =
+        packIPA(app, run.place.files() / "Example.ipa", {{"Other/secret.txt", "new"}});
+    const fs::path inflated = run.place.temporary() / "Example";
+    fs::create_directories(inflated / "Payload");
+    fs::create_symlink(run.canary.path(), inflated / link);
+    fs::create_symlink(run.canary.path(), inflated / "unrelated");
+    run.expectFailure(run.withIPA(ipa), {kInflation, kNotPreparedLine});
+    EXPECT_TRUE(fs::is_symlink(inflated / link));
+    EXPECT_TRUE(fs::is_symlink(inflated / "unrelated"));
+    fs::remove(inflated / link);
+    EXPECT_EQ(run.withIPA(ipa).status, 0);
+    run.expectNothingOfOthers();
+    EXPECT_TRUE(fs::is_symlink(inflated / "unrelated"));
+  }
+}
+
+/// What the run sends, as names.
+std::vector<std::string> uploadedNames(StandInService& service) {
+  return factsOf(service.form(ServiceCall::upload).back().value).names;
+}
+
+TEST(HostileArchives, NothingOfAnEarlierArchiveIsSent) {
   HostileRun run;
   const fs::path app = makeApp(run.place.files());
-  put(app / "empty/file", "new");
+  const fs::path honest = packIPA(app, run.place.files() / "Example.ipa");
+  // An archive of the same name leaves more in the app, and another app, before it fails.
+  const TemporaryFolder folder;
   const fs::path ipa =
-      packIPA(app, run.place.files() / "Example.ipa", {{"Other/secret.txt", "new"}});
-  const fs::path inflated = run.place.temporary() / "Example";
-  fs::create_directories(inflated / "Payload");
-  fs::create_symlink(run.canary.path(), inflated / "Payload/Example.app");
-  fs::create_symlink(run.canary.path(), inflated / "Other");
-  const auto result = run.withIPA(ipa);
+      packIPA(app, folder / "Example.ipa",
+              {{"Payload/Example.app/Frameworks/evil.dylib", contentsOf(universalExecutable())},
+               {"Payload/Aaa.app/Info.plist", "evil"}});
+  std::string bytes = contentsOf(ipa);
+  const auto profile = bytes.find("embedded.mobileprovision");
+  bytes[profile + 400] ^= 1;
+  put(ipa, bytes);
+  run.expectFailure(run.withIPA(ipa), {kInflation, kNotPreparedLine});
+  const fs::path payload = run.place.temporary() / "Example/Payload";
+  ASSERT_TRUE(fs::exists(payload / "Example.app/Frameworks/evil.dylib"));
+  const auto result = run.withIPA(honest);
   EXPECT_EQ(result.status, 0) << result.output << result.errors;
-  run.expectNothingOfOthers();
-  EXPECT_EQ(contentsOf(inflated / "Other/secret.txt"), "new");
+  EXPECT_THAT(result.errors,
+              HasSubstr(payload.string() + ", since not brought by this archive: Aaa.app"));
+  EXPECT_TRUE(fs::exists(payload / "Aaa.app/Info.plist"));
+  const auto sent = uploadedNames(run.service);
+  EXPECT_THAT(sent, testing::Contains("Payload/Example.app/Info.plist"));
+  EXPECT_THAT(sent, testing::Each(testing::Not(HasSubstr("evil"))));
+  EXPECT_THAT(sent, testing::Each(testing::Not(HasSubstr("Aaa"))));
+}
+
+/// 2 GiB of zeros are two megabytes in an archive.
+TEST(HostileArchives, AnArchiveThatGrowsTooMuchIsNotUnpacked) {
+  HostileRun run;
+  const fs::path app = makeApp(run.place.files());
+  fs::resize_file(app / "Example", (std::uintmax_t{1} << 30) + 1);
+  outputOf({"sh", "-c", R"(cd "$1" && zip -q -1 -r "$2" .)", "sh", run.place.files(),
+            run.place.files() / "Example.ipa"});
+  run.expectFailure(run.withIPA(run.place.files() / "Example.ipa"), {kInflation, kNotPreparedLine});
+  EXPECT_THAT(run.place.leftovers(), testing::Each(testing::Not(HasSubstr("Payload"))));
 }
 
 }  // namespace

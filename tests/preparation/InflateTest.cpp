@@ -1,15 +1,19 @@
 #include <fstream>
+#include <map>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "preparation/Inflation.h"
 #include "preparation/QVTFileSystemUtils.h"
+#include "preparation/TemporaryItems.h"
 #include "tests/preparation/Archives.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 using testing::HasSubstr;
 using testing::UnorderedElementsAre;
 
@@ -63,6 +67,170 @@ TEST(Inflate, UnpacksTheNamedArchiveAndNoneThatItsNameWouldMatch) {
     if (stem.ends_with(".ipa")) stem.resize(stem.size() - 4);
     EXPECT_EQ(*inflated, temporary.path().string() + "/" + stem + "/");
     EXPECT_EQ(test::contentsOf(*inflated + "which"), "the right one");
+  }
+}
+
+/// A text for each item of the folder, links by where they lead.
+std::map<std::string, std::string> contentOf(const fs::path& folder) {
+  std::map<std::string, std::string> content;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    const std::string name = entry.path().lexically_relative(folder);
+    if (entry.is_symlink()) {
+      content[name] = "-> " + fs::read_symlink(entry.path()).string();
+    } else if (!entry.is_directory()) {
+      content[name] = test::contentsOf(entry.path());
+    }
+  }
+  return content;
+}
+
+// In "Payload" only what the archive has brought counts, and nothing older goes but its own apps.
+TEST(Inflate, OnlyAppsOfTheArchiveAreTaken) {
+  const test::TemporaryFolder folder;
+  test::pack(folder / "Example.ipa", {{"Payload/Example.app/new", "new"}, {"Other/x", "new"}});
+  test::pack(folder / "empty.ipa", {{"Other/x", "new"}});
+  // The directory's reader refuses it, and `unzip` does not.
+  folder.write("trailing.ipa", test::contentsOf(folder / "Example.ipa") + "x");
+  using Content = std::map<std::string, std::string>;
+  struct Case {
+    const char* name;
+    const char* archive;
+    Content before;
+    Content after;
+    std::vector<std::string> apps;
+    std::vector<std::string> others;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"others' apps, files and links",
+            "Example.ipa",
+            {{"Payload/Aaa.app/x", "old"},
+             {"Payload/Zzz.app/link", "-> /tmp"},
+             {"Payload/x", "old"},
+             {"Payload/Old.app", "-> /tmp"},
+             {"elsewhere", "-> /tmp"},
+             {"Other/x", "old"}},
+            {{"Payload/Aaa.app/x", "old"},
+             {"Payload/Zzz.app/link", "-> /tmp"},
+             {"Payload/x", "old"},
+             {"Payload/Old.app", "-> /tmp"},
+             {"elsewhere", "-> /tmp"},
+             {"Other/x", "new"},
+             {"Payload/Example.app/new", "new"}},
+            {"Example.app"},
+            {"Aaa.app", "Old.app", "Zzz.app"}},
+           {"leftovers of its own app",
+            "Example.ipa",
+            {{"Payload/Example.app/Frameworks/evil.dylib", "old"},
+             {"Payload/Example.app/link", "-> /tmp"}},
+            {{"Other/x", "new"}, {"Payload/Example.app/new", "new"}},
+            {"Example.app"},
+            {}},
+           {"an archive without apps",
+            "empty.ipa",
+            {{"Payload/Example.app/x", "old"}},
+            {{"Other/x", "new"}, {"Payload/Example.app/x", "old"}},
+            {},
+            {"Example.app"}},
+           {"an archive whose directory cannot be read",
+            "trailing.ipa",
+            {{"Payload/Example.app/x", "old"}},
+            {{"Other/x", "new"},
+             {"Payload/Example.app/new", "new"},
+             {"Payload/Example.app/x", "old"}},
+            {},
+            {"Example.app"}},
+           {"the same into a new folder",
+            "trailing.ipa",
+            {},
+            {{"Other/x", "new"}, {"Payload/Example.app/new", "new"}},
+            {"Example.app"},
+            {}},
+       }) {
+    SCOPED_TRACE(c.name);
+    const test::TemporaryFolder parent;
+    const fs::path target = parent / fs::path(c.archive).stem();
+    for (const auto& [path, content] : c.before) {
+      fs::create_directories((target / path).parent_path());
+      if (content.starts_with("-> ")) {
+        fs::create_symlink(content.substr(3), target / path);
+      } else {
+        parent.write(target / path, content);
+      }
+    }
+    const auto inflation =
+        inflateArchive(folder / c.archive, {.parent = parent.path().string() + "/"});
+    ASSERT_TRUE(inflation) << inflation.error().description();
+    EXPECT_EQ(contentOf(target), c.after);
+    EXPECT_EQ(inflation->apps, c.apps);
+    EXPECT_THAT(inflation->otherApps, testing::UnorderedElementsAreArray(c.others));
+  }
+}
+
+TEST(Inflate, LinksInItsWayAreLeftAloneAndRefused) {
+  const test::TemporaryFolder folder;
+  test::pack(folder / "A.ipa", {{"Payload/A.app/x", "new"}, {"Other/x", "new"}});
+  fs::create_directories(folder / "uncertain");
+  test::pack(folder / "uncertain/A.ipa", {{"Payload/A.app/x", "new"}, {"Icon\r", "new"}});
+  struct Case {
+    const char* archive;
+    const char* link;
+    bool isRefused = true;
+  };
+  for (const Case& c : {Case{"A.ipa", "Payload"}, Case{"A.ipa", "Payload/A.app"},
+                        Case{"A.ipa", "Other"}, Case{"A.ipa", "Other/x"},
+                        Case{"A.ipa", "unrelated", false}, Case{"uncertain/A.ipa", "unrelated"}}) {
+    SCOPED_TRACE(c.link);
+    const test::TemporaryFolder parent;
+    const fs::path link = parent / "A" / c.link;
+    fs::create_directories(link.parent_path());
+    fs::create_directory(parent / "outside");
+    fs::create_directory_symlink(parent / "outside", link);
+    const auto inflation =
+        inflateArchive(folder / c.archive, {.parent = parent.path().string() + "/"});
+    EXPECT_EQ(!inflation, c.isRefused);
+    if (c.isRefused) {
+      EXPECT_EQ(inflation.error().localizedDescription(),
+                "cannot unpack over " + link.string() + ": it is a link");
+    }
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_TRUE(fs::is_empty(parent / "outside"));
+  }
+}
+
+TEST(Inflate, WhatIsTooLargeIsRefusedAndRemoved) {
+  const test::TemporaryFolder folder;
+  const auto sizeOf = [](const fs::path& path) { return std::to_string(fs::file_size(path)); };
+  test::pack(folder / "zeros.ipa", {{"Payload/A.app/x", std::string(500'000, '\0')}});
+  // Declares only one byte of its 500,000, in the directory and before the data.
+  std::string lie = test::contentsOf(folder / "zeros.ipa");
+  for (auto at = lie.find("\x20\xa1\7\0"s); at != lie.npos; at = lie.find("\x20\xa1\7\0"s)) {
+    lie.replace(at, 4, "\1\0\0\0"s);
+  }
+  folder.write("lie.ipa", lie);
+  struct Case {
+    const char* name;
+    const char* archive;
+    InflationLimits limits;
+    const char* size = nullptr;
+  };
+  for (const Case& c : {
+           Case{"allowed", "zeros.ipa", {.most = 500'000, .always = 500'000}},
+           Case{"in total", "zeros.ipa", {.most = 499'999}, "500000"},
+           Case{"for its size", "zeros.ipa", {.always = 499'999}, "500000"},
+           Case{"large for its size", "zeros.ipa", {.always = 1, .timesArchive = 1000}},
+           Case{"on disk", "lie.ipa", {.most = 400'000}, "500000"},
+       }) {
+    SCOPED_TRACE(c.name);
+    const test::TemporaryDirectoryScope temporary;
+    const std::string archive = folder / c.archive;
+    const auto inflation = inflateArchive(archive, {.limits = c.limits});
+    ASSERT_EQ(!inflation, c.size != nullptr);
+    TemporaryItems::releaseAll();
+    if (!c.size) continue;
+    EXPECT_EQ(inflation.error().localizedDescription(), "cannot unpack " + archive + ": its " +
+                                                            sizeOf(archive) + " bytes hold " +
+                                                            c.size + ", more than is allowed");
+    EXPECT_FALSE(fs::exists(temporary.path() / fs::path(c.archive).stem() / "Payload"));
   }
 }
 

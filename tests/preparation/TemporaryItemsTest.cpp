@@ -206,6 +206,21 @@ TEST_F(TemporaryItemsTest, AFolderThatWasThereBeforeIsNoLeftover) {
   EXPECT_FALSE(fs::exists(claims()));
 }
 
+TEST_F(TemporaryItemsTest, WhatReplacesAnAppOfAnEarlierRunIsThisRunsOwn) {
+  make(temporary() / "Example/");
+  make(temporary() / "Example/Payload/Other.app/Info.plist");
+  ASSERT_TRUE(TemporaryItems::claimFolder(temporary() / "Example/"));
+  TemporaryItems::ownFromPayload(temporary() / "Example/", "Example.app");
+  TemporaryItems::ownFromPayload(temporary() / "Unclaimed/", "Example.app");
+  TemporaryItems::removeOwn(temporary() / "Example/");
+  EXPECT_THAT(namesLeft(),
+              testing::ElementsAre("Example", "Example/Payload", "Example/Payload/Other.app",
+                                   "Example/Payload/Other.app/Info.plist"));
+  make(temporary() / "Example/");
+  TemporaryItems::removeAll();
+  EXPECT_FALSE(fs::exists(temporary() / "Example/Payload/Example.app"));
+}
+
 // An .ipa may be named like the folder that all runs share.
 TEST_F(TemporaryItemsTest, TheSharedFoldersAreNeverRemoved) {
   leaveBehind({"com.quorvantile.mac/"});

@@ -1,0 +1,105 @@
+#include "preparation/UnzipPaths.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+
+#include "foundation/Text.h"
+#include "foundation/UnicodeText.h"
+
+using archive::ZipEntry;
+
+namespace {
+
+constexpr std::string_view kPayload = "Payload/";
+constexpr std::size_t kLongestName = 255;
+constexpr std::size_t kLongestPath = 4095;
+
+bool isASCII(std::string_view text) {
+  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+bool isDigit(unsigned char character) { return std::isdigit(character) != 0; }
+
+/// True for a character that `unzip` keeps.
+bool isKept(unsigned char character) {
+  return character >= 0x20 && character != 0x7f && character != 0xff;
+}
+
+/// A name whose components all become names on the disk as they are, or are dropped.
+bool isCertain(std::string_view name) {
+  if (name.size() > kLongestPath || !std::ranges::all_of(name, isKept)) return false;
+  const std::string_view last = name.substr(name.rfind('/') + 1);
+  if (last == "." || last == "..") return false;
+  const auto semicolon = last.rfind(';');
+  if (semicolon != last.npos && std::ranges::all_of(last.substr(semicolon + 1), isDigit)) {
+    return false;
+  }
+  const auto parts = foundation::split(name, '/');
+  return std::ranges::all_of(parts, [](const auto& part) { return part.size() <= kLongestName; });
+}
+
+bool isCertain(const ZipEntry& entry) {
+  if (entry.unicodeName) {
+    return isCertain(*entry.unicodeName) &&
+           foundation::stringFromUTF8(foundation::bytesOf(*entry.unicodeName));
+  }
+  if (entry.isUTF8 && !foundation::stringFromUTF8(foundation::bytesOf(entry.name))) return false;
+  const bool isOfOldHost = !entry.unixMode && !entry.isUTF8;
+  if (isOfOldHost && (!isASCII(entry.name) || entry.name.find('\\') != entry.name.npos)) {
+    return false;
+  }
+  return isCertain(entry.name);
+}
+
+/// The name in a locale that has ASCII only.
+std::string escaped(std::string_view name) {
+  std::string text;
+  while (const auto character = foundation::firstCodePoint(name)) {
+    char escape[16];
+    if (character->value < 0x80) {
+      text += static_cast<char>(character->value);
+    } else {
+      std::snprintf(escape, sizeof escape, character->value < 0x10000 ? "#U%04x" : "#L%06x",
+                    static_cast<unsigned>(character->value));
+      text += escape;
+    }
+    name.remove_prefix(character->length);
+  }
+  return text;
+}
+
+}  // namespace
+
+UnzipPaths::UnzipPaths(const archive::ZipDirectory& directory) {
+  for (const ZipEntry& entry : directory.entries()) {
+    areCertain_ = areCertain_ && isCertain(entry);
+    add(entry.name);
+    if (entry.unicodeName) add(*entry.unicodeName);
+    const std::string_view name = entry.unicodeName.value_or(entry.name);
+    if ((entry.isUTF8 || entry.unicodeName) && !isASCII(name)) add(escaped(name));
+  }
+  std::ranges::sort(paths_);
+}
+
+void UnzipPaths::add(std::string_view name) {
+  std::string path;
+  for (const std::string& component : foundation::split(name, '/')) {
+    if (component.empty() || component == "." || component == "..") continue;
+    if (!path.empty()) path += '/';
+    path += component;
+  }
+  if (path.starts_with(kPayload)) {
+    const std::string item =
+        path.substr(kPayload.size(), path.find('/', kPayload.size()) - kPayload.size());
+    if (item.ends_with(".app")) apps_.insert(item);
+  }
+  paths_.push_back(std::move(path));
+}
+
+bool UnzipPaths::reach(std::string_view path) const {
+  if (std::ranges::binary_search(paths_, path)) return true;
+  const std::string inside = std::string(path) + "/";
+  const auto first = std::ranges::lower_bound(paths_, inside);
+  return first != paths_.end() && first->starts_with(inside);
+}
