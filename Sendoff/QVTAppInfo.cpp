@@ -106,20 +106,15 @@ int QVTAppInfo::prepBinary() {
   return package() ? kReady : kFailed;
 }
 
-/// A link that leads out of the app would put somebody else's file into it.
-bool QVTAppInfo::isInsideApp(const std::string& path) const {
-  const auto& app = codeSignedResource_->path();
-  return app && foundation::FileManager::isUsableInsideDirectory(path, *app);
-}
-
 bool QVTAppInfo::readProfile() {
   const auto keychain = signingKeychain();
   if (keychain) foundation::systemLog("Using CODE_SIGN_KEYCHAIN: %@", *keychain);
   const auto path = codeSignedResource_ ? codeSignedResource_->provisioningProfilePath()
                                         : std::optional<std::string>();
-  provisioningProfile_ = path && isInsideApp(*path)
-                             ? QVTProvisioningProfile::initWithPathKeychainPath(*path, keychain)
-                             : nullptr;
+  const auto usable = codeSignedResource_ ? codeSignedResource_->usableProvisioningProfilePath()
+                                          : std::optional<std::string>();
+  provisioningProfile_ =
+      usable ? QVTProvisioningProfile::initWithPathKeychainPath(*usable, keychain) : nullptr;
   if (!provisioningProfile_) {
     QVTCLUtilLog("Unable to read provisioning profile at %@",
                  foundation::escapingControlCharacters(path));

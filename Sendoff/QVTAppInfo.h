@@ -85,7 +85,6 @@ class QVTAppInfo {
   bool readProfile();
   /// One line in the system log for each reason why nobody could install the app; the run goes on.
   void warnOfProfile() const;
-  [[nodiscard]] bool isInsideApp(const std::string& path) const;
   bool package();
 
   std::shared_ptr<QVTCodeSignedResource> codeSignedResource_;

@@ -97,7 +97,7 @@ foundation::Result<Report> reportApp(const Arguments& arguments) {
   if (!source) return source.error();
   const auto keychain = arguments.value("--keychain");
   const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(
-      source->resource().provisioningProfilePath(), keychain);
+      source->resource().usableProvisioningProfilePath(), keychain);
   Value document = describeResource(source->resource(), profile.get(), keychain);
   const bool detailed = arguments.has("-v");
   return Report{document,
@@ -113,7 +113,7 @@ foundation::Result<Report> reportHandOffCheck(const Arguments& arguments) {
   const auto named = arguments.value("--keychain");
   const auto keychain = named ? named : signingKeychain();
   const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(
-      source->resource().provisioningProfilePath(), keychain);
+      source->resource().usableProvisioningProfilePath(), keychain);
   return reportOf(checkHandOff({.resource = source->resource(),
                                 .profile = profile.get(),
                                 .keychainPath = keychain,

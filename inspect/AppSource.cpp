@@ -9,9 +9,10 @@
 #include "foundation/FileManager.h"
 #include "foundation/Interruption.h"
 #include "foundation/Path.h"
-#include "foundation/ProcessInfo.h"
 #include "inspect/Arguments.h"
+#include "preparation/Inflation.h"
 #include "preparation/QVTFileSystemUtils.h"
+#include "preparation/QVTIPA.h"
 #include "preparation/QVTInfoPlist.h"
 #include "xcode/QVTXcodeArchive.h"
 
@@ -36,27 +37,6 @@ std::shared_ptr<QVTCodeSignedResource> resourceOfApp(const std::string& path) {
   return resource;
 }
 
-/// Makes a folder this process's temporary folder for a scope. No other thread runs meanwhile.
-class TemporaryFolderChange {
- public:
-  explicit TemporaryFolderChange(const std::filesystem::path& folder)
-      : before_(foundation::ProcessInfo::environmentValue("TMPDIR")) {
-    ::setenv("TMPDIR", folder.c_str(), 1);
-  }
-  ~TemporaryFolderChange() {
-    if (before_) {
-      ::setenv("TMPDIR", before_->c_str(), 1);
-    } else {
-      ::unsetenv("TMPDIR");
-    }
-  }
-  TemporaryFolderChange(const TemporaryFolderChange&) = delete;
-  TemporaryFolderChange& operator=(const TemporaryFolderChange&) = delete;
-
- private:
-  std::optional<std::string> before_;
-};
-
 /// What `unzip` had to say, on one line.
 std::string wordsOfUnzip(const foundation::Error& error) {
   const auto said = error.userInfo.find("stderr");
@@ -68,26 +48,20 @@ std::string wordsOfUnzip(const foundation::Error& error) {
   return words;
 }
 
-/// The folder of the app in an .ipa, unpacked below `folder`. Archives are inflated below this
-/// process's temporary folder, so that is moved for the while.
-Result<std::string> inflatedApp(const std::string& path, const PrivateFolder& folder) {
+/// The app of an .ipa, which is unpacked below `folder`.
+Result<std::shared_ptr<QVTCodeSignedResource>> openIPA(const std::string& path,
+                                                       const PrivateFolder& folder) {
+  const std::string problem = "cannot read " + path + " as an .ipa: ";
   if (QVTFileSystemUtils::pathForShellTool("unzip").value_or("").empty()) {
-    return inputError("cannot read " + path + " as an .ipa: unzip is not in PATH");
+    return inputError(problem + "unzip is not in PATH");
   }
-  const TemporaryFolderChange change(folder.path());
-  std::optional<foundation::Error> error;
-  const auto inflated = QVTFileSystemUtils::inflateToTemporaryPathArchive(path, &error);
+  const auto inflation = inflateArchive(path, {.parent = folder.path().string() + "/"});
   foundation::throwIfInterrupted();
-  if (!inflated) {
-    return inputError("cannot read " + path + " as an .ipa: " +
-                      (error ? wordsOfUnzip(*error) : std::string("it cannot be inflated")));
-  }
-  const std::string payload = *inflated + "Payload";
-  const auto names = QVTFileSystemUtils::findPathsToAppsInDirectory(payload);
-  if (!names || names->empty()) {
-    return inputError("cannot read " + path + " as an .ipa: no app in its Payload");
-  }
-  return payload + "/" + names->front();
+  if (!inflation) return inputError(problem + wordsOfUnzip(inflation.error()));
+  const auto ipa = QVTIPA::withInflation(*inflation);
+  if (!ipa) return inputError(problem + ipa.error().localizedDescription());
+  if (!(*ipa)->bundle()) return inputError("cannot open " + (*ipa)->path().value() + " as an app");
+  return std::shared_ptr<QVTCodeSignedResource>(*ipa);
 }
 
 }  // namespace
@@ -113,10 +87,9 @@ Result<AppSource> AppSource::open(const std::string& path) {
     auto folder = PrivateFolder::make();
     if (!folder) return folder.error();
     source.folder_.emplace(std::move(*folder));
-    const auto app = inflatedApp(path, *source.folder_);
-    if (!app) return app.error();
-    source.resource_ = resourceOfApp(*app);
-    if (!source.resource_) return inputError("cannot open " + *app + " as an app");
+    auto ipa = openIPA(path, *source.folder_);
+    if (!ipa) return std::move(ipa.error());
+    source.resource_ = *std::move(ipa);
     return source;
   }
   if (foundation::pathExtension(path) == "xcarchive") {

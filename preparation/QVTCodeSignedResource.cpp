@@ -1,6 +1,14 @@
 #include "preparation/QVTCodeSignedResource.h"
 
+#include "foundation/FileManager.h"
 #include "foundation/Format.h"
+
+std::optional<std::string> QVTCodeSignedResource::usableProvisioningProfilePath() const {
+  const bool isUsable =
+      path_ && provisioningProfilePath_ &&
+      foundation::FileManager::isUsableInsideDirectory(*provisioningProfilePath_, *path_);
+  return isUsable ? provisioningProfilePath_ : std::nullopt;
+}
 
 std::string QVTCodeSignedResource::description() const {
   const std::optional<foundation::Value> date =

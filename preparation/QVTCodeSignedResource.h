@@ -29,6 +29,9 @@ class QVTCodeSignedResource {
   [[nodiscard]] const std::optional<std::string>& provisioningProfilePath() const {
     return provisioningProfilePath_;
   }
+  /// The same, absent when no profile is there or a link leads out of the app, of which the system
+  /// log tells: it would put somebody else's file into the app.
+  [[nodiscard]] std::optional<std::string> usableProvisioningProfilePath() const;
   [[nodiscard]] const std::shared_ptr<foundation::Bundle>& bundle() const { return bundle_; }
 
   void setPath(std::optional<std::string> path) { path_ = std::move(path); }
