@@ -23,6 +23,12 @@ class SigningKeychains {
   /// As `certificateChain`, from the certificates of the keychain and of the default list.
   [[nodiscard]] Result<std::vector<Certificate>> chainOf(const Certificate& leaf) const;
 
+  /// Fails, with one line that says why, for a certificate that must not be used although its
+  /// private key is here: a public key is no secret, so anybody can make a certificate over it.
+  /// Admitted are those of the keychain, and another one when none here is over the same key and
+  /// its chain leads to a root that is at hand.
+  [[nodiscard]] Result<> admits(const Certificate& certificate) const;
+
  private:
   Keychain keychain_;
   std::vector<Certificate> issuers_;

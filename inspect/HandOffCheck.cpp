@@ -7,7 +7,6 @@
 #include "foundation/FileManager.h"
 #include "foundation/Format.h"
 #include "foundation/Path.h"
-#include "foundation/ProfileFile.h"
 #include "foundation/SigningKeychains.h"
 #include "foundation/Text.h"
 #include "inspect/ForeignApp.h"
@@ -79,14 +78,6 @@ Findings checkExpiry(const std::string& what, foundation::Date end, foundation::
   if (end <= now) return {fails(what + " expired on " + foundation::dayOf(end), advice)};
   if (end - now <= kSoon) return {warns(what + " expires on " + foundation::dayOf(end), advice)};
   return {};
-}
-
-/// The profile's certificates as they are in its file, readable ones only.
-std::vector<foundation::Certificate> certificatesOf(const QVTProvisioningProfile& profile) {
-  const auto dictionary =
-      QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(profile.path());
-  if (!dictionary) return {};
-  return foundation::developerCertificatesIn(*dictionary);
 }
 
 /// What codesign would say of the issuers.

@@ -3,6 +3,7 @@
 #include "foundation/FileManager.h"
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
+#include "foundation/ProfileFile.h"
 #include "foundation/SigningKeychains.h"
 #include "foundation/Text.h"
 
@@ -60,10 +61,25 @@ std::optional<std::string> signingKeychain() {
   return foundation::ProcessInfo::environmentValue("CODE_SIGN_KEYCHAIN");
 }
 
+std::vector<Certificate> certificatesOf(const QVTProvisioningProfile& profile) {
+  const auto dictionary =
+      QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(profile.path());
+  if (!dictionary) return {};
+  return foundation::developerCertificatesIn(*dictionary);
+}
+
 foundation::Result<std::shared_ptr<QVTDeveloperCertificate>> certificateToSignWith(
     const QVTProvisioningProfile& profile, const std::optional<std::string>& keychainPath) {
   const auto keychains = SigningKeychains::open(keychainPath);
   if (!keychains) return keychains.error();
-  if (auto certificate = profile.certWithPrivateKeyAvailable()) return certificate;
+  std::optional<foundation::Error> refusal;
+  for (const Certificate& certificate : certificatesOf(profile)) {
+    auto known = profile.certForCodeSignIdentity(foundation::uppercaseHex(certificate.sha1()));
+    if (!known) continue;
+    const auto admitted = keychains->admits(certificate);
+    if (admitted) return known;
+    refusal = admitted.error();
+  }
+  if (refusal) return *refusal;
   return missing(whyNone(profile, *keychains, keychainPath));
 }

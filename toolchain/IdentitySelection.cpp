@@ -25,24 +25,6 @@ bool isHash(std::string_view name) {
          });
 }
 
-/// Identities of the keychain and those that the profile's certificates add, each once.
-std::vector<Identity> candidates(const Keychain& keychain, const EmbeddedProfile* profile) {
-  std::vector<Identity> result = keychain.identities();
-  const auto isKnown = [&](const Certificate& certificate) {
-    return std::any_of(result.begin(), result.end(), [&](const Identity& one) {
-      return one.certificate.der() == certificate.der();
-    });
-  };
-  for (const Certificate& certificate :
-       profile ? profile->certificates : std::vector<Certificate>()) {
-    if (isKnown(certificate)) continue;
-    if (auto identity = keychain.identityForCertificate(certificate)) {
-      result.push_back(std::move(*identity));
-    }
-  }
-  return result;
-}
-
 template <class Matches>
 std::vector<Identity> filtered(const std::vector<Identity>& identities, const Matches& matches) {
   std::vector<Identity> result;
@@ -65,6 +47,24 @@ std::vector<Identity> named(const std::vector<Identity>& identities, const std::
   return filtered(identities, [&](const Identity& one) {
     return commonName(one).find(name) != std::string::npos;
   });
+}
+
+/// A certificate of the profile counts by its hash alone: anybody can put one of any name there.
+Result<std::vector<Identity>> identitiesOfProfile(const IdentityQuery& query,
+                                                  const foundation::SigningKeychains& keychains) {
+  if (!query.profile || !isHash(query.name)) return std::vector<Identity>();
+  std::vector<Identity> all;
+  for (const Certificate& certificate : query.profile->certificates) {
+    auto identity = keychains.keychain().identityForCertificate(certificate);
+    if (identity) all.push_back(*std::move(identity));
+  }
+  auto found = named(all, query.name);
+  if (found.empty()) return found;
+  found.resize(1, found.front());
+  if (const auto admitted = keychains.admits(found[0].certificate); !admitted) {
+    return admitted.error();
+  }
+  return found;
 }
 
 Result<Identity> theOnly(const std::vector<Identity>& found, const std::string& name,
@@ -104,8 +104,12 @@ Result<SigningIdentity> findIdentity(const IdentityQuery& query) {
   if (!keychains) return keychains.error();
   const auto now =
       std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
-  const auto found =
-      preferringValid(named(candidates(keychains->keychain(), query.profile), query.name), now);
+  auto found = preferringValid(named(keychains->keychain().identities(), query.name), now);
+  if (found.empty()) {
+    auto more = identitiesOfProfile(query, *keychains);
+    if (!more) return more.error();
+    found = *std::move(more);
+  }
   auto identity = theOnly(found, query.name, keychains->name());
   if (!identity) return identity.error();
   if (const auto valid = checkValid(identity->certificate, now); !valid) return valid.error();

@@ -21,13 +21,14 @@ struct IdentityQuery {
   std::string name;
   /// Where the private key is; absent: the user's default list.
   std::optional<std::filesystem::path> keychain;
-  /// Where a certificate may come from that is not in the keychain.
+  /// Where a certificate may come from that is not in the keychain: by its hash alone, and only one
+  /// that `SigningKeychains` admits.
   const EmbeddedProfile* profile = nullptr;
 };
 
 /// The one identity that answers to the name. Fails with one line when there is none, more than
-/// one, when it is not valid today, or when an issuer is missing from the keychain and the default
-/// list.
+/// one, when it is the profile's and not admitted, when it is not valid today, or when an issuer is
+/// missing from the keychain and the default list.
 Result<SigningIdentity> findIdentity(const IdentityQuery& query);
 
 }  // namespace toolchain

@@ -320,6 +320,17 @@ TEST_F(RunTest, KeychainOfTheBuildEnvironment) {
   EXPECT_EQ(result.output.find("KEYCHAIN"), std::string::npos);
 }
 
+TEST_F(RunTest, AForgedCertificateInTheProfileDoesNotSign) {
+  const StandInSigner signer;
+  place_.environment()["PATH"] = std::getenv("PATH");
+  AppOptions app;
+  const auto own = signingFamily().leaf;
+  const auto forged = makeForged(own, makeIntermediate(makeRoot()), "Forged");
+  app.profile.developerCertificates = {forged.der(), own.der()};
+  EXPECT_EQ(runIPA(app).status, 0);
+  EXPECT_THAT(signer.calls().at(2).arguments, Contains(own.sha1()));
+}
+
 TEST_F(RunTest, WhatNobodyCanInstallIsSentWithAWarningEach) {
   AppOptions app;
   app.profile.expirationDate = std::chrono::sys_days{std::chrono::year{2015} / 4 / 1};

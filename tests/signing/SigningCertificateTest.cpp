@@ -60,4 +60,25 @@ TEST_F(SigningCertificateTest, WhyThereIsNoneIsSaid) {
   EXPECT_EQ(chosen(write("ours.pem", family_.pem())), "Ours");
 }
 
+/// The first certificates of the profile are an attacker's, who knows our public key.
+TEST_F(SigningCertificateTest, ForgedCertificatesAreNotChosen) {
+  const auto attacker = test::makeIntermediate(test::makeRoot());
+  const auto forged = test::makeForged(family_.leaf, attacker, "Forged").der();
+  const auto selfIssued =
+      test::makeForged(family_.leaf, test::makeLeaf(attacker, {.commonName = "Self"}), "Self")
+          .der();
+  const std::string issuers = family_.intermediate.certificatePEM() + family_.root.certificatePEM();
+  const auto whole = write("whole.pem", family_.pem());
+  const auto keyAndIssuers = write("issuers.pem", family_.leaf.keyPEM() + issuers);
+  const auto keyAlone = write("alone.pem", family_.leaf.keyPEM());
+  for (const auto& keychain : {whole, keyAndIssuers}) {
+    EXPECT_EQ(chosen(keychain, {forged, selfIssued, family_.leaf.der()}), "Ours");
+    EXPECT_THAT(chosen(keychain, {forged}), HasSubstr("the profile's certificate \"Forged\" ("));
+  }
+  EXPECT_THAT(chosen(whole, {forged}), HasSubstr("the keychain has \"Ours\" ("));
+  EXPECT_THAT(chosen(keyAlone), HasSubstr("no certificate of that issuer is at hand"));
+  write("Library/Keychains/issuers.pem", issuers);
+  EXPECT_EQ(chosen(keyAlone), "Ours");
+}
+
 }  // namespace

@@ -99,6 +99,8 @@ struct Making {
   bool isAuthority = false;
   /// Null for a certificate that signs itself.
   const MadeIdentity* issuer = nullptr;
+  /// Null: a new key.
+  const MadeIdentity* keyHolder = nullptr;
 };
 
 void addExtensions(X509* certificate, X509* issuer, const Making& making) {
@@ -118,8 +120,14 @@ void addExtensions(X509* certificate, X509* issuer, const Making& making) {
   for (const auto& oid : making.options.markers) addMarker(certificate, oid);
 }
 
+EVP_PKEY* keyFor(const Making& making) {
+  if (!making.keyHolder) return makeKey(making.options.key);
+  EVP_PKEY_up_ref(making.keyHolder->nativeKey());
+  return making.keyHolder->nativeKey();
+}
+
 MadeIdentity make(const Making& making) {
-  MadeIdentity made(X509_new(), makeKey(making.options.key));
+  MadeIdentity made(X509_new(), keyFor(making));
   X509* certificate = made.native();
   X509* issuer = making.issuer ? making.issuer->native() : certificate;
   EVP_PKEY* signingKey = making.issuer ? making.issuer->nativeKey() : made.nativeKey();
@@ -223,6 +231,11 @@ MadeIdentity makeIntermediate(const MadeIdentity& root, const std::string& commo
 
 MadeIdentity makeLeaf(const MadeIdentity& issuer, const CertificateOptions& options) {
   return make({.options = options, .issuer = &issuer});
+}
+
+MadeIdentity makeForged(const MadeIdentity& victim, const MadeIdentity& issuer,
+                        const std::string& commonName) {
+  return make({.options = {.commonName = commonName}, .issuer = &issuer, .keyHolder = &victim});
 }
 
 MadeIdentity makeCrossSigned(const MadeIdentity& identity, const MadeIdentity& issuer) {

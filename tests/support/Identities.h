@@ -70,6 +70,11 @@ MadeIdentity makeIntermediate(const MadeIdentity& root,
                               KeyKind key = KeyKind::p256);
 MadeIdentity makeLeaf(const MadeIdentity& issuer, const CertificateOptions& options = {});
 
+/// What somebody who knows only the victim's public key can make: a certificate over it, by an
+/// issuer of their own.
+MadeIdentity makeForged(const MadeIdentity& victim, const MadeIdentity& issuer,
+                        const std::string& commonName);
+
 /// The name and key of `identity` once more, in a certificate that `issuer` signed.
 MadeIdentity makeCrossSigned(const MadeIdentity& identity, const MadeIdentity& issuer);
 

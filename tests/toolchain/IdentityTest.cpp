@@ -73,6 +73,37 @@ TEST_F(IdentityTest, CertificateMayComeFromTheProfileAndIssuersFromTheDefaultLis
   EXPECT_EQ(answer(one.sha1(), &profile), "One");
 }
 
+/// The app's profile is an attacker's, who knows the public key of "iPhone Distribution: One".
+TEST_F(IdentityTest, ForgedCertificateOfTheProfileIsNotUsed) {
+  const MadeIdentity one = leaf("iPhone Distribution: One");
+  put("one", one);
+  putCertificate("intermediate", intermediate_);
+  putCertificate("root", root_);
+  const auto profileOf = [](const MadeIdentity& forged) {
+    return toolchain::EmbeddedProfile{{}, {forged.certificate()}};
+  };
+  const MadeIdentity attacker = makeIntermediate(makeRoot());
+  const MadeIdentity exact = makeForged(one, attacker, "Distribution");
+  const auto profile = profileOf(exact);
+  EXPECT_EQ(answer("Distribution", &profile), "iPhone Distribution: One");
+  EXPECT_THAT(answer(exact.sha1(), &profile),
+              AllOf(HasSubstr("the profile's certificate \"Distribution\""),
+                    HasSubstr("the keychain has \"iPhone Distribution: One\" (" + one.sha1() +
+                              ") for the same key")));
+
+  // Nor with the key alone in the keychain, whoever it names as its issuer.
+  folder_.write("keys/one.pem", one.keyPEM());
+  EXPECT_THAT(answer(exact.sha1(), &profile),
+              HasSubstr("no certificate of that issuer is at hand"));
+  EXPECT_THAT(answer("Distribution", &profile), HasSubstr("could not be found"));
+  const auto selfIssued = makeForged(one, makeLeaf(attacker, {.commonName = "Self"}), "Self");
+  ASSERT_TRUE(selfIssued.certificate().isSelfIssued());
+  const auto self = profileOf(selfIssued);
+  EXPECT_THAT(answer(selfIssued.sha1(), &self), HasSubstr("is not used: nobody issued it"));
+  const auto honest = profileOf(one);
+  EXPECT_EQ(answer(one.sha1(), &honest), "iPhone Distribution: One");
+}
+
 TEST_F(IdentityTest, WhatIsMissingIsNamed) {
   put("one", leaf("One"));
   EXPECT_THAT(answer("One"), HasSubstr("Test Developer Relations CA"));
