@@ -8,6 +8,7 @@ packages=(
   libcurl4-openssl-dev libssl-dev libplist-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang lld llvm libclang-rt-14-dev
+  clang-format clang-tidy codespell
   zip unzip debianutils openssl curl ca-certificates python3 strace
 )
 

@@ -78,7 +78,7 @@ fs::path writeBundle(const fs::path& path, const std::string& identifier, Kind k
 }
 
 fs::path writeApp(const fs::path& folder, Kind kind) {
-  const fs::path app = writeBundle(folder / "X.app", "com.example.x", kind);
+  fs::path app = writeBundle(folder / "X.app", "com.example.x", kind);
   for (const char* name :
        {"PkgInfo", "a&b <c>.txt", "back\\slash", "en.lproj/a.strings", "Base.lproj/Main.nib",
         "en.lproj/locversion.plist", ".DS_Store", "deep/er/.DS_Store", "version.plist",
