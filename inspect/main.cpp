@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "foundation/FileManager.h"
 #include "foundation/Interruption.h"
 #include "foundation/RunLoop.h"
 #include "inspect/Output.h"
@@ -23,6 +24,9 @@ int main(int argc, char** argv) {
   } catch (const foundation::Interrupted&) {
     // `watch` knows by which signal.
   }
-  if (const auto signal = watch.finish()) foundation::endBySignal(*signal);
+  if (const auto signal = watch.finish()) {
+    foundation::FileManager::removeSubstituteIfEmpty();
+    foundation::endBySignal(*signal);
+  }
   return status;
 }

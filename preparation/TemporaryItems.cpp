@@ -318,9 +318,15 @@ void TemporaryItems::removeOwn(const std::string& folder) {
   Claims::ofThisProcess().with(withoutFinalSlash(folder), removeItem);
 }
 
-void TemporaryItems::releaseAll() { Claims::ofThisProcess().release(); }
+void TemporaryItems::releaseAll() {
+  Claims::ofThisProcess().release();
+  FileManager::removeSubstituteIfEmpty();
+}
 
-void TemporaryItems::removeAll() { Claims::ofThisProcess().remove(); }
+void TemporaryItems::removeAll() {
+  Claims::ofThisProcess().remove();
+  FileManager::removeSubstituteIfEmpty();
+}
 
 void TemporaryItems::removeLeftovers() {
   const Result<std::string> temporary = FileManager::temporaryDirectory();

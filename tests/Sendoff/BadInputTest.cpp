@@ -6,11 +6,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "foundation/PropertyList.h"
 #include "tests/Sendoff/ToolRun.h"
 #include "tests/support/AppFixture.h"
 #include "tests/support/MachOFixture.h"
+#include "tests/support/OtherProcess.h"
 #include "tests/support/StandInService.h"
 #include "tests/support/StandInSigner.h"
 
@@ -22,6 +24,7 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::StartsWith;
 
 const std::string kBanner = "Quorvantile.framework/sendoff 1.3.6 (19)";
@@ -431,6 +434,33 @@ TEST_F(BadInputTest, ATemporaryFolderThatIsNotWritable) {
     EXPECT_EQ(result.messages().back(), kNotPrepared);
   }
   fs::permissions(place_.temporary(), fs::perms::all);
+}
+
+TEST_F(BadInputTest, ATemporaryFolderThatAnotherUserHas) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can act as another user";
+  // Not the user of other tests, which may run beside this one.
+  constexpr uid_t user = kUnprivilegedUser + 1;
+  const fs::path taken = "/tmp/sendoff-" + std::to_string(user);
+  const fs::path tool = place_.files() / "sendoff";
+  fs::copy_file(kTool, tool);
+  fs::permissions(place_.files().parent_path(), fs::perms::all);
+  place_.environment().erase("TMPDIR");
+  fs::create_directory(taken);
+  const auto result =
+      runProgram({.command = {tool, kKey, kSecret, "-ipaPath",
+                              packIPA(makeApp(place_.files()), place_.files() / "Example.ipa")},
+                  .environment = place_.environment(),
+                  .prepare = [] {
+                    if (::setgid(user) != 0 || ::setuid(user) != 0) ::_exit(126);
+                  }});
+  EXPECT_THAT(result.errors,
+              HasSubstr(taken.string() + " belongs to user 0, so " + taken.string()));
+  EXPECT_THAT(result.output, Not(HasSubstr("is refused")));
+  for (const auto& entry : fs::directory_iterator("/tmp")) {
+    EXPECT_THAT(entry.path(), Not(StartsWith(taken.string() + "-")));
+  }
+  EXPECT_TRUE(fs::is_empty(taken));
+  fs::remove(taken);
 }
 
 }  // namespace

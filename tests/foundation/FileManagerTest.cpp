@@ -297,6 +297,31 @@ TEST_F(FileManagerTest, AFailedWriteLeavesTheOldFileAndNothingElse) {
               UnorderedElementsAre("file"));
 }
 
+/// As the user whose folder somebody else has: what goes wrong, or nothing.
+std::string problemWithSubstitute(const std::string& taken) {
+  testing::internal::CaptureStderr();
+  const auto first = FileManager::temporaryDirectory();
+  const auto second = FileManager::temporaryDirectory();
+  if (!first || !second) return first.error().localizedDescription();
+  const std::string made = *first;
+  const bool isKept = *second == made;
+  const std::string log = testing::internal::GetCapturedStderr();
+  if (!isKept || !made.starts_with(taken + "-") || modeOf(made) != 0700U) return made;
+  if (!log.ends_with("] " + taken + " belongs to user 0, so " + made.substr(0, made.size() - 1) +
+                     " is used in its place\n") ||
+      std::ranges::count(log, '\n') != 1) {
+    return log;
+  }
+  fs::create_directories(made + "empty/folder");
+  fs::create_directories(made + "full");
+  std::ofstream(made + "full/file") << "x";
+  FileManager::removeSubstituteIfEmpty();
+  if (fs::exists(made + "empty") || !fs::exists(made + "full/file")) return "removed too much";
+  fs::remove(made + "full/file");
+  FileManager::removeSubstituteIfEmpty();
+  return fs::exists(made) ? "left behind" : "";
+}
+
 TEST(UserFolders, TheTemporaryFolderIsTheEnvironmentsOrAPrivateOne) {
   for (const char* const given : {"/some/where", "/some/where/"}) {
     const test::ScopedEnvironment environment("TMPDIR", given);
@@ -319,14 +344,27 @@ TEST(UserFolders, TheTemporaryFolderIsTheEnvironmentsOrAPrivateOne) {
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(answer(), own + "/");
     EXPECT_EQ(modeOf(own), 0700U);
-    ::chmod(own.c_str(), 0777);
+    ::chmod(own.c_str(), 0755);
+  }
+  for (const mode_t mode : {0770U, 0707U}) {
+    ::chmod(own.c_str(), mode);
+    EXPECT_EQ(answer(), "temporary folder " + own +
+                            " is refused: others may write to it: Operation not permitted");
   }
   fs::remove_all(own);
-  fs::create_directory(own);
-  EXPECT_THAT(answer(), HasSubstr(own + " is refused"));
-  fs::remove_all(own);
   fs::create_directory_symlink("/tmp", own);
+  ASSERT_EQ(::lchown(own.c_str(), test::kUnprivilegedUser, 0), 0);
   EXPECT_THAT(answer(), HasSubstr(own + " is refused"));
+  fs::remove(own);
+
+  const auto problem = [&] {
+    return test::asUnprivilegedUser([&] { return problemWithSubstitute(own); });
+  };
+  fs::create_directory(own);
+  EXPECT_EQ(problem(), "");
+  fs::remove(own);
+  fs::create_directory_symlink("/tmp", own);
+  EXPECT_EQ(problem(), "");
   fs::remove(own);
 }
 

@@ -1,21 +1,55 @@
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "foundation/FileManager.h"
 #include "foundation/ProcessInfo.h"
+#include "foundation/SystemLog.h"
 #include "foundation/host/Host.h"
 
 namespace foundation::FileManager {
 
 namespace {
 
-/// Makes the folder for this user alone, or makes sure that the one that is there is.
-Result<> makePrivateFolder(const std::string& path) {
+/// A folder with a name that nobody could guess, for the life of this process. Never destroyed.
+struct Substitute {
+  std::mutex mutex;
+  /// Empty until it is needed.
+  std::string path;
+};
+
+Substitute& substitute() {
+  static auto& shared = *new Substitute;
+  return shared;
+}
+
+/// Makes the folder that is used in place of `taken`, which is another user's.
+Result<std::string> substituteFor(const std::string& taken, uid_t owner) {
+  const std::lock_guard lock(substitute().mutex);
+  std::string& path = substitute().path;
+  if (path.empty()) {
+    std::string made = taken + "-XXXXXX";
+    if (!::mkdtemp(made.data())) {
+      return posixError(errno, "cannot make temporary folder " + made, made);
+    }
+    path = made;
+    static const int registered = std::atexit(removeSubstituteIfEmpty);
+    static_cast<void>(registered);
+    systemLogText(taken + " belongs to user " + std::to_string(owner) + ", so " + path +
+                  " is used in its place");
+  }
+  return path;
+}
+
+/// The folder, made for this user alone where there is none.
+Result<std::string> privateFolder(const std::string& path) {
   if (::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
     return posixError(errno, "cannot make temporary folder " + path, path);
   }
@@ -23,19 +57,19 @@ Result<> makePrivateFolder(const std::string& path) {
   if (::lstat(path.c_str(), &details) != 0) {
     return posixError(errno, "cannot examine temporary folder " + path, path);
   }
+  if (details.st_uid != ::geteuid()) return substituteFor(path, details.st_uid);
   if (!S_ISDIR(details.st_mode)) {
     return posixError(ENOTDIR, "temporary folder " + path + " is refused", path);
   }
-  if (details.st_uid != ::geteuid()) {
-    return posixError(EPERM,
-                      "temporary folder " + path + " is refused: it belongs to user " +
-                          std::to_string(details.st_uid),
+  // Whatever is in it may be somebody else's.
+  if ((details.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    return posixError(EPERM, "temporary folder " + path + " is refused: others may write to it",
                       path);
   }
   if ((details.st_mode & (S_IRWXG | S_IRWXO)) != 0 && ::chmod(path.c_str(), S_IRWXU) != 0) {
     return posixError(errno, "cannot make temporary folder " + path + " private", path);
   }
-  return {};
+  return path;
 }
 
 std::optional<std::string> nonEmptyEnvironmentValue(const std::string& name) {
@@ -68,9 +102,21 @@ Result<std::string> temporaryDirectory() {
     if (folder.back() != '/') folder += '/';
     return folder;
   }
-  std::string own = "/tmp/sendoff-" + std::to_string(::geteuid());
-  if (const Result<> made = makePrivateFolder(own); !made) return made.error();
-  return own + "/";
+  auto own = privateFolder("/tmp/sendoff-" + std::to_string(::geteuid()));
+  if (own) *own += '/';
+  return own;
+}
+
+void removeSubstituteIfEmpty() {
+  const std::lock_guard lock(substitute().mutex);
+  const std::string& path = substitute().path;
+  if (path.empty()) return;
+  // A folder comes before its entries.
+  const auto entries = subpathsOfDirectoryAtPath(path);
+  for (std::size_t i = entries ? entries->size() : 0; i-- > 0;) {
+    ::rmdir((path + "/" + (*entries)[i]).c_str());
+  }
+  if (::rmdir(path.c_str()) == 0) substitute().path.clear();
 }
 
 std::string homeDirectory() {
