@@ -112,7 +112,7 @@ Result<> FileSigner::check(const std::filesystem::path& written) const {
                                          .resources = content.resources,
                                          .isAppleRoot = isNamedLikeAppleRoot});
     if (!checked) return within("the new signature does not verify", checked.error());
-    if (!checked->meetsDesignatedRequirement) {
+    if (!checked->meetsRequirementOf(*checked)) {
       return failure("the new signature does not satisfy its own requirement");
     }
   }

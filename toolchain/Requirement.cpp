@@ -234,6 +234,12 @@ Result<std::vector<TypedRequirement>> parseRequirementSet(Bytes blob) {
       return failure("requirement " + std::to_string(i) + " of " + std::to_string(*count) +
                      " lies outside the blob");
     }
+    const bool isRepeated =
+        std::ranges::find(requirements, *type, &TypedRequirement::type) != requirements.end();
+    if (isRepeated) {
+      return failure("requirement " + std::to_string(i) + " of " + std::to_string(*count) +
+                     ": a second one of type " + std::to_string(*type));
+    }
     requirements.push_back({*type, *window});
   }
   return requirements;

@@ -74,7 +74,7 @@ struct TypedRequirement {
   Bytes blob;
 };
 
-/// The requirements in a slot-2 blob; refers to `blob`.
+/// The requirements in a slot-2 blob, each type once; refers to `blob`.
 Result<std::vector<TypedRequirement>> parseRequirementSet(Bytes blob);
 /// The expression in one requirement blob; nesting is limited.
 Result<requirement::Expression> parseRequirement(Bytes blob);

@@ -240,6 +240,10 @@ RequirementSubject subjectOf(const CheckedSignature& checked, const SliceEvidenc
 
 }  // namespace
 
+bool CheckedSignature::meetsRequirementOf(const CheckedSignature& other) const {
+  return !other.designatedRequirement || meets(subject, *other.designatedRequirement);
+}
+
 Result<CheckedSignature> checkSignature(const SliceEvidence& evidence) {
   if (!evidence.slice.signature) return faultError(Fault::unsignedCode);
   const auto signature = SuperBlob::parse(evidence.signature, magic::kEmbeddedSignature);
@@ -262,10 +266,10 @@ Result<CheckedSignature> checkSignature(const SliceEvidence& evidence) {
   auto signer = checkedSigner(*signature, result.directories);
   if (!signer) return invalid(signer.error());
   result.signer = *std::move(signer);
-  const auto isMet =
-      meetsDesignatedRequirement(*signature, subjectOf(result, evidence, *std::move(entitlements)));
-  if (!isMet) return invalid(isMet.error());
-  result.meetsDesignatedRequirement = *isMet;
+  auto requirement = designatedRequirement(*signature);
+  if (!requirement) return invalid(requirement.error());
+  result.designatedRequirement = *std::move(requirement);
+  result.subject = subjectOf(result, evidence, *std::move(entitlements));
   return result;
 }
 

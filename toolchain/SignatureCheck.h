@@ -6,7 +6,7 @@
 #include "foundation/CMS.h"
 #include "toolchain/Hashing.h"
 #include "toolchain/Image.h"
-#include "toolchain/Requirement.h"
+#include "toolchain/RequirementEvaluation.h"
 
 namespace toolchain {
 
@@ -32,8 +32,13 @@ struct CheckedSignature {
   std::vector<CodeDirectory> directories;
   /// Absent for an ad-hoc signature.
   std::optional<foundation::CMS::Signer> signer;
-  /// False: the code does not meet its own designated requirement.
-  bool meetsDesignatedRequirement = true;
+  /// Absent: the signature has none.
+  std::optional<requirement::Expression> designatedRequirement;
+  /// The code, as requirements see it.
+  RequirementSubject subject;
+
+  /// True as well where `other` asks for nothing.
+  [[nodiscard]] bool meetsRequirementOf(const CheckedSignature& other) const;
 };
 
 /// Checks structure, page hashes, special slots, both forms of entitlements, requirement, and the

@@ -181,19 +181,18 @@ Result<std::optional<Signer>> checkedSigner(const SuperBlob& signature,
   return std::optional(*std::move(signer));
 }
 
-Result<bool> meetsDesignatedRequirement(const SuperBlob& signature,
-                                        const RequirementSubject& subject) {
+Result<std::optional<requirement::Expression>> designatedRequirement(const SuperBlob& signature) {
+  std::optional<requirement::Expression> designated;
   const auto* entry = signature.find(slot::kRequirements);
-  if (!entry) return true;
+  if (!entry) return designated;
   const auto set = parseRequirementSet(entry->bytes);
   if (!set) return within("requirements", set.error());
-  bool isMet = true;
   for (const auto& each : *set) {
-    const auto expression = parseRequirement(each.blob);
+    auto expression = parseRequirement(each.blob);
     if (!expression) return within("requirements", expression.error());
-    if (each.type == requirement::kDesignated) isMet = meets(subject, *expression);
+    if (each.type == requirement::kDesignated) designated = *std::move(expression);
   }
-  return isMet;
+  return designated;
 }
 
 }  // namespace toolchain

@@ -21,9 +21,8 @@ Result<foundation::Dictionary> checkedEntitlements(const SuperBlob& signature);
 Result<std::optional<foundation::CMS::Signer>> checkedSigner(
     const SuperBlob& signature, const std::vector<CodeDirectory>& directories);
 
-/// Whether the code meets the designated requirement in slot 2; true without one. Fails when the
-/// slot is malformed.
-Result<bool> meetsDesignatedRequirement(const SuperBlob& signature,
-                                        const RequirementSubject& subject);
+/// The designated requirement in slot 2; absent without one. Fails when any requirement there is
+/// malformed.
+Result<std::optional<requirement::Expression>> designatedRequirement(const SuperBlob& signature);
 
 }  // namespace toolchain

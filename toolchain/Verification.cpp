@@ -1,7 +1,9 @@
 #include "toolchain/Verification.h"
 
 #include <algorithm>
+#include <utility>
 
+#include "foundation/Text.h"
 #include "toolchain/CodeBundle.h"
 #include "toolchain/SealComparison.h"
 #include "toolchain/SignatureCheck.h"
@@ -82,19 +84,39 @@ std::optional<Bytes> embeddedInfoPlist(const Image& image, const Slice& slice) {
                            slice.embeddedInfoPlist->size);
 }
 
+std::string quoted(const std::string& text) { return '"' + text + '"'; }
+
+/// What a slice says about itself, for comparison with others.
+struct Origin {
+  std::string identifier;
+  std::string team;
+  /// The SHA-1 of the signer's certificate.
+  std::string signer;
+
+  explicit Origin(const CheckedSignature& slice)
+      : identifier(quoted(slice.directories.front().fields.identifier)),
+        team(quoted(slice.directories.front().fields.teamIdentifier)),
+        signer(slice.signer ? foundation::uppercaseHex(slice.signer->certificate.sha1())
+                            : "none, being signed ad hoc") {}
+};
+
 /// All slices are the same code by the same people.
 std::optional<Complaint> checkSameCode(const std::vector<CheckedSignature>& slices) {
-  const auto& first = slices.front().directories.front().fields;
+  const Origin first(slices.front());
   for (const auto& slice : slices) {
-    const auto& fields = slice.directories.front().fields;
-    if (fields.identifier != first.identifier) {
-      return complaint(Fault::invalidSignature, "the slices have identifiers \"" +
-                                                    first.identifier + "\" and \"" +
-                                                    fields.identifier + "\"");
+    const Origin other(slice);
+    for (const auto& [what, member] :
+         {std::pair("identifiers", &Origin::identifier), std::pair("teams", &Origin::team),
+          std::pair("signers", &Origin::signer)}) {
+      if (first.*member == other.*member) continue;
+      return complaint(Fault::invalidSignature, std::string("the slices have ") + what + " " +
+                                                    first.*member + " and " + other.*member);
     }
-    if (fields.teamIdentifier != first.teamIdentifier) {
-      return complaint(Fault::invalidSignature, "the slices have teams \"" + first.teamIdentifier +
-                                                    "\" and \"" + fields.teamIdentifier + "\"");
+    // A first slice that does not meet its own requirement has a status of its own.
+    if (!slice.meetsRequirementOf(slices.front()) &&
+        slices.front().meetsRequirementOf(slices.front())) {
+      return complaint(Fault::invalidSignature,
+                       "a slice does not meet the designated requirement of the first one");
     }
   }
   return std::nullopt;
@@ -182,7 +204,7 @@ class Verifier {
       if (!result) {
         return complaint(result.error(), Fault::invalidSignature, slice.architecture);
       }
-      meetsRequirement = meetsRequirement && result->meetsDesignatedRequirement;
+      meetsRequirement = meetsRequirement && result->meetsRequirementOf(*result);
       checked.push_back(*std::move(result));
     }
     if (auto found = checkSameCode(checked)) return found;

@@ -174,6 +174,10 @@ TEST(Requirement, DamageIsNamed) {
            Case{"match", {1, 10, 0, 9}, "requirement: match 9 is unknown"},
            Case{"more", {1, 1, 0}, "requirement goes on behind its expression, at byte 4"},
            Case{"many", {17}, "requirements: count 17 does not fit", magic::kRequirementSet},
+           Case{"two designated",
+                {2, 3, 28, 3, 28, magic::kRequirement, 16, 1, 1},
+                "requirement 1 of 2: a second one of type 3",
+                magic::kRequirementSet},
            Case{"outside", {1, 3, 999}, "requirement 0 of 1 lies outside", magic::kRequirementSet},
        }) {
     toolchain::ByteWriter payload;

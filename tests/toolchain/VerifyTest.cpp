@@ -362,6 +362,57 @@ TEST_F(VerifyTest, WrongSignaturesAreRefused) {
   }
 }
 
+/// The second slice is whole in itself, but somebody else's.
+TEST_F(VerifyTest, SlicesOfDifferentOriginAreRefused) {
+  using Parts = test::SignatureParts;
+  const auto stranger = test::makeFamily();
+  toolchain::requirement::Expression debugged;
+  debugged.operation = toolchain::requirement::Operation::entitlement;
+  debugged.key = "get-task-allow";
+  const struct {
+    const char* name;
+    std::function<void(Parts& first, Parts& second)> change;
+    const test::Family& family;
+    const char* cause;
+  } rows[] = {
+      {"ad hoc",
+       [](Parts&, Parts& second) {
+         for (auto& fields : second.directories) fields.flags |= toolchain::codeflag::kAdHoc;
+         second.blobs.erase(2);
+         second.message = "";
+       },
+       test::signingFamily(), "and none, being signed ad hoc"},
+      {"another signer of the same team",
+       [&](Parts&, Parts& second) {
+         second.blobs.erase(2);
+         second.certificates = {stranger.leaf.certificate(), stranger.intermediate.certificate(),
+                                stranger.root.certificate()};
+       },
+       stranger, "the slices have signers"},
+      {"not what the first one asks for",
+       [&](Parts& first, Parts& second) {
+         first.blobs[2] = foundation::textOf(toolchain::makeRequirementSet(debugged));
+         for (auto& fields : second.directories) fields.execSegmentFlags = 1;
+         second.blobs.erase(5);
+         second.blobs.erase(7);
+       },
+       test::signingFamily(), "does not meet the designated requirement of the first one"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    restore();
+    auto first = test::takeApart(executable(), 0);
+    auto second = test::takeApart(executable(), 1);
+    row.change(first, second);
+    test::putTogether(executable(), first, test::signingFamily(), 0);
+    test::putTogether(executable(), second, row.family, 1);
+    const Verdict verdict = verify();
+    EXPECT_EQ(verdict.status, 1);
+    EXPECT_EQ(verdict.statements[0], line(kInvalidSignature));
+    EXPECT_THAT(verdict.statements.back(), HasSubstr(row.cause));
+  }
+}
+
 /// What older releases of the platform's own tool wrote: one page size, no DER form, no lists of
 /// hashes, an early CodeDirectory.
 TEST_F(VerifyTest, OlderSignaturesAreAccepted) {
