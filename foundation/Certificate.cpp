@@ -144,6 +144,14 @@ bool Certificate::isIssuedBy(const Certificate& issuer) const {
   return key && X509_verify(native(), key) == 1;
 }
 
+bool Certificate::mayIssueAbove(std::size_t issuers) const {
+  const OpenSSLErrorScope errors;
+  constexpr int kAuthority = 1;  // the others take old certificates without constraints for one
+  if (X509_check_ca(native()) != kAuthority) return false;
+  const long longest = X509_get_pathlen(native());
+  return longest < 0 || issuers <= static_cast<std::size_t>(longest);
+}
+
 std::optional<Data> Certificate::extensionValue(std::string_view oid) const {
   const OpenSSLErrorScope errors;
   const ASN1ObjectHandle object(OBJ_txt2obj(std::string(oid).c_str(), 1));

@@ -51,6 +51,9 @@ class Certificate {
   /// True when `issuer`'s name and key identifier match and its key made this certificate's
   /// signature.
   [[nodiscard]] bool isIssuedBy(const Certificate& issuer) const;
+  /// True for an authority (RFC 5280: CA:TRUE, and certSign where there is a key usage) whose path
+  /// length allows so many issuers between itself and a leaf.
+  [[nodiscard]] bool mayIssueAbove(std::size_t issuers) const;
   /// The DER value of the extension with this dotted OID; absent without one.
   [[nodiscard]] std::optional<Data> extensionValue(std::string_view oid) const;
   /// The issuer's name on one line, for messages.

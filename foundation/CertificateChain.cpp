@@ -11,6 +11,8 @@ namespace {
 struct Step {
   const Certificate* certificate = nullptr;
   std::size_t from = 0;
+  /// Issuers between this one and the leaf.
+  std::size_t below = 0;
 };
 
 /// Valid certificates first, the longest-lived of them foremost, so that a renewed issuer wins over
@@ -54,19 +56,27 @@ std::vector<Certificate> walkedBack(const std::vector<Step>& steps, std::size_t 
 Result<std::vector<Certificate>> certificateChain(const Certificate& leaf,
                                                   const std::vector<Certificate>& candidates) {
   auto left = inOrderOfPreference(candidates);
-  std::vector<Step> steps{{&leaf, 0}};
+  std::vector<Step> steps{{&leaf}};
   const Certificate* orphan = &leaf;
+  bool isRefused = false;
   for (std::size_t i = 0; i < steps.size(); ++i) {
     const Certificate& current = *steps[i].certificate;
     if (current.isSelfIssued()) return walkedBack(steps, i);
     const auto issuers = takeIssuers(current, left);
-    if (issuers.empty()) orphan = &current;
-    for (const Certificate* issuer : issuers) steps.push_back({issuer, i});
+    const std::size_t before = steps.size();
+    const std::size_t below = i == 0 ? 0 : steps[i].below + 1;
+    for (const Certificate* issuer : issuers) {
+      if (issuer->mayIssueAbove(below)) steps.push_back({issuer, i, below});
+    }
+    if (steps.size() > before) continue;
+    orphan = &current;
+    isRefused = !issuers.empty();
   }
   return makeError("CertificateErrorDomain", -2,
                    "the certificate \"" + orphan->subjectSummary().value_or("without a name") +
                        "\" was issued by \"" + orphan->issuerText() +
-                       "\", and no certificate of that issuer is at hand");
+                       (isRefused ? "\", whose certificate may not issue it"
+                                  : "\", and no certificate of that issuer is at hand"));
 }
 
 }  // namespace foundation

@@ -104,5 +104,32 @@ TEST(CertificateChainTest, LeadsToTheRootWhateverTheCandidatesAre) {
   }
 }
 
+TEST(CertificateChainTest, IssuersMustBeAuthorities) {
+  const auto root = test::makeRoot("Root");
+  const struct {
+    const char* constraints;
+    const char* usage;
+    bool overLeaf = false;
+    bool overIssuer = false;
+  } rows[] = {{"CA:TRUE", "keyCertSign", true, true},
+              {"CA:TRUE", "", true, true},
+              {"CA:TRUE,pathlen:1", "keyCertSign", true, true},
+              {"CA:TRUE,pathlen:0", "keyCertSign", true, false},
+              {"CA:TRUE", "digitalSignature"},
+              {"CA:FALSE", ""},
+              {"", ""},
+              {"", "keyCertSign"}};
+  for (const auto& [constraints, usage, overLeaf, overIssuer] : rows) {
+    SCOPED_TRACE(std::string(constraints) + " " + usage);
+    const auto issuer = test::makeIssuer(root, constraints, usage);
+    const auto other = test::makeIntermediate(issuer, "Other");
+    EXPECT_EQ(chainFrom(test::makeLeaf(issuer), {issuer, root}).size() == 3, overLeaf);
+    EXPECT_EQ(chainFrom(test::makeLeaf(other), {other, issuer, root}).size() == 4, overIssuer);
+  }
+  const auto unfit = test::makeIssuer(root, "CA:FALSE", "");
+  EXPECT_THAT(chainFrom(test::makeLeaf(unfit), {unfit, root}),
+              ElementsAre(HasSubstr("\", whose certificate may not issue it")));
+}
+
 }  // namespace
 }  // namespace foundation

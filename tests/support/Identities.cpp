@@ -96,21 +96,26 @@ void addMarker(X509* certificate, const std::string& oid) {
 
 struct Making {
   CertificateOptions options;
-  bool isAuthority = false;
+  /// As OpenSSL writes them; left out when empty.
+  std::string basicConstraints = "critical,CA:FALSE";
+  std::string keyUsage = "critical,digitalSignature";
   /// Null for a certificate that signs itself.
   const MadeIdentity* issuer = nullptr;
   /// Null: a new key.
   const MadeIdentity* keyHolder = nullptr;
 };
 
+constexpr const char* kAuthority = "critical,CA:TRUE";
+constexpr const char* kAuthorityUsage = "critical,keyCertSign,cRLSign";
+
 void addExtensions(X509* certificate, X509* issuer, const Making& making) {
-  addExtension(certificate, issuer, NID_basic_constraints,
-               making.isAuthority ? "critical,CA:TRUE" : "critical,CA:FALSE");
-  addExtension(certificate, issuer, NID_key_usage,
-               making.isAuthority ? "critical,keyCertSign,cRLSign" : "critical,digitalSignature");
+  for (const auto& [nid, text] : {std::pair(NID_basic_constraints, &making.basicConstraints),
+                                  std::pair(NID_key_usage, &making.keyUsage)}) {
+    if (!text->empty()) addExtension(certificate, issuer, nid, text->c_str());
+  }
   addExtension(certificate, issuer, NID_subject_key_identifier, "hash");
   addExtension(certificate, issuer, NID_authority_key_identifier, "keyid:always");
-  if (!making.isAuthority && making.options.codeSigning) {
+  if (making.options.codeSigning) {
     addExtension(certificate, issuer, NID_ext_key_usage, "critical,codeSigning");
   }
   if (!making.options.alternativeNames.empty()) {
@@ -149,6 +154,7 @@ CertificateOptions authorityOptions(const std::string& commonName, KeyKind key) 
   options.organizations = {"Test Authority"};
   options.organizationalUnit = "Certification Authority";
   options.key = key;
+  options.codeSigning = false;
   options.validUntil = std::chrono::hours(24 * 365 * 20);
   return options;
 }
@@ -219,14 +225,27 @@ foundation::Identity MadeIdentity::identity() const {
 }
 
 MadeIdentity makeRoot(const std::string& commonName, KeyKind key) {
-  return make({.options = authorityOptions(commonName, key), .isAuthority = true});
+  return make({.options = authorityOptions(commonName, key),
+               .basicConstraints = kAuthority,
+               .keyUsage = kAuthorityUsage});
 }
 
 MadeIdentity makeIntermediate(const MadeIdentity& root, const std::string& commonName,
                               KeyKind key) {
-  Making making{.options = authorityOptions(commonName, key), .isAuthority = true, .issuer = &root};
+  Making making{.options = authorityOptions(commonName, key),
+                .basicConstraints = kAuthority,
+                .keyUsage = kAuthorityUsage,
+                .issuer = &root};
   making.options.markers = {std::string(kIntermediateMarker)};
   return make(making);
+}
+
+MadeIdentity makeIssuer(const MadeIdentity& root, const std::string& basicConstraints,
+                        const std::string& keyUsage) {
+  return make({.options = authorityOptions("Issuer", KeyKind::p256),
+               .basicConstraints = basicConstraints,
+               .keyUsage = keyUsage,
+               .issuer = &root});
 }
 
 MadeIdentity makeLeaf(const MadeIdentity& issuer, const CertificateOptions& options) {

@@ -68,6 +68,10 @@ MadeIdentity makeRoot(const std::string& commonName = "Test Root CA", KeyKind ke
 MadeIdentity makeIntermediate(const MadeIdentity& root,
                               const std::string& commonName = "Test Developer Relations CA",
                               KeyKind key = KeyKind::p256);
+/// "Issuer" with these extensions as OpenSSL writes them ("CA:TRUE,pathlen:0", "keyCertSign"); one
+/// that is empty is left out.
+MadeIdentity makeIssuer(const MadeIdentity& root, const std::string& basicConstraints,
+                        const std::string& keyUsage);
 MadeIdentity makeLeaf(const MadeIdentity& issuer, const CertificateOptions& options = {});
 
 /// What somebody who knows only the victim's public key can make: a certificate over it, by an
