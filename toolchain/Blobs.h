@@ -34,7 +34,6 @@ inline constexpr std::uint32_t kLibraryConstraint = 11;
 inline constexpr std::uint32_t kAlternateCodeDirectories = 0x1000;
 inline constexpr std::uint32_t kAlternateCodeDirectoriesEnd = 0x1005;
 inline constexpr std::uint32_t kSignature = 0x10000;
-inline constexpr std::uint32_t kTicket = 0x10002;
 }  // namespace slot
 
 /// The big-endian number at `offset`; absent when it would leave `bytes`.

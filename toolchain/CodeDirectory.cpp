@@ -1,6 +1,7 @@
 #include "toolchain/CodeDirectory.h"
 
 #include <algorithm>
+#include <array>
 
 #include "foundation/Assertion.h"
 
@@ -10,6 +11,7 @@ namespace {
 
 // The fixed part grows with the version.
 constexpr std::uint32_t kEarliest = 0x20001;
+constexpr std::uint32_t kSupportsScatter = 0x20100;
 constexpr std::uint32_t kSupportsTeam = 0x20200;
 constexpr std::uint32_t kSupportsLargeCode = 0x20300;
 constexpr std::uint32_t kSupportsExecSegment = 0x20400;
@@ -21,7 +23,7 @@ std::size_t headerSize(std::uint32_t version) {
   if (version >= kSupportsExecSegment) return 88;
   if (version >= kSupportsLargeCode) return 64;
   if (version >= kSupportsTeam) return 52;
-  return version >= 0x20100 ? 48 : 44;
+  return version >= kSupportsScatter ? 48 : 44;
 }
 
 /// NUL-terminated text at `offset`; absent when it does not end inside the blob.
@@ -206,6 +208,38 @@ std::vector<std::byte> CodeDirectory::cdHash() const {
   auto hash = fullHash();
   hash.resize(20);
   return hash;
+}
+
+Result<> checkUnused(const CodeDirectory& directory) {
+  struct Field {
+    const char* name;
+    std::uint64_t offset;
+    std::uint32_t since;
+  };
+  constexpr std::array<Field, 3> kFields = {Field{"spare field 2", 40, kEarliest},
+                                            Field{"scatter offset", 44, kSupportsScatter},
+                                            Field{"spare field 3", 52, kSupportsLargeCode}};
+  const CodeDirectoryFields& fields = directory.fields;
+  for (const auto& [name, offset, since] : kFields) {
+    const auto value = bigEndian32At(directory.blob, offset).value_or(0);
+    if (fields.version < since || value == 0) continue;
+    return failure("CodeDirectory: " + std::string(name) + " is " + std::to_string(value) +
+                   ", not 0");
+  }
+  if (const auto unknown = fields.flags & ~codeflag::kKnown) {
+    return failure("CodeDirectory: flags " + hex(unknown) + " are unknown");
+  }
+  const Bytes hashes = directory.codeHashes();
+  if (const auto tail =
+          directory.blob.data() + directory.blob.size() - (hashes.data() + hashes.size())) {
+    return failure("CodeDirectory: " + std::to_string(tail) + " bytes follow the hashes");
+  }
+  const std::uint32_t last = directory.specialSlotCount;
+  if (last != 0 && foundation::isZero(directory.specialHash(last))) {
+    return failure("CodeDirectory: special slot " + std::to_string(last) +
+                   " is empty, and the last");
+  }
+  return {};
 }
 
 std::uint64_t pageCount(std::uint64_t codeLimit, std::uint8_t pageShift) {

@@ -29,6 +29,9 @@ namespace codeflag {
 inline constexpr std::uint32_t kAdHoc = 0x2;
 inline constexpr std::uint32_t kRuntime = 0x10000;
 inline constexpr std::uint32_t kLinkerSigned = 0x20000;
+/// Everything that code can be signed with: these, host, hard, kill, expiration, restrict,
+/// enforcement and library validation.
+inline constexpr std::uint32_t kKnown = 0x33f03;
 }  // namespace codeflag
 
 namespace execseg {
@@ -85,6 +88,11 @@ struct CodeDirectory {
  private:
   std::uint32_t hashOffset_ = 0;
 };
+
+/// Refuses what the platform's tool never writes and readers may take for different things: a
+/// scatter vector, values in spare fields, unknown flags, bytes after the hashes, special slots
+/// beyond the last one that has a hash.
+Result<> checkUnused(const CodeDirectory& directory);
 
 /// Special hashes by slot number (1 and up), each of the directory's hash size.
 using SpecialHashes = std::map<std::uint32_t, std::vector<std::byte>>;

@@ -207,14 +207,14 @@ std::vector<std::byte> bytesFrom(std::string_view text) {
 }  // namespace
 
 Result<Entitlements> parseEntitlements(Bytes file) {
-  auto value = foundation::PropertyList::parse(file);
+  const bool isXML = isXMLText(foundation::textOf(file));
+  auto value = isXML ? foundation::PropertyList::parseUnambiguous(file)
+                     : foundation::PropertyList::parse(file);
   if (!value) return within("entitlements", value.error());
   Dictionary* dictionary = value->dictionary();
   if (!dictionary) return failure("entitlements: the top of the property list is no dictionary");
   auto entitlements = makeEntitlements(std::move(*dictionary));
-  if (entitlements && isXMLText(foundation::textOf(file))) {
-    entitlements->xml = foundation::textOf(file);
-  }
+  if (entitlements && isXML) entitlements->xml = foundation::textOf(file);
   return entitlements;
 }
 

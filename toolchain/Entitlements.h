@@ -17,8 +17,8 @@ struct Entitlements {
   foundation::Dictionary dictionary;
 };
 
-/// Fails for bytes that are no property list, whose top is no dictionary, or that hold a real, date
-/// or data value anywhere (the message names its key).
+/// Fails for bytes that are no property list, for XML that others may read differently, whose top
+/// is no dictionary, or that hold a real, date or data value anywhere (the message names its key).
 Result<Entitlements> parseEntitlements(Bytes file);
 /// The same for a dictionary that came from elsewhere.
 Result<Entitlements> makeEntitlements(foundation::Dictionary dictionary);

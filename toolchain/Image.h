@@ -47,6 +47,7 @@ struct LoadCommand {
 
 /// A segment as its load command describes it; `file` counts from the slice's start.
 struct Segment {
+  std::string name;
   std::uint64_t commandOffset = 0;
   Extent file;
   std::uint64_t memorySize = 0;
@@ -73,6 +74,8 @@ struct Slice {
   std::uint32_t commandsSize = 0;
   std::vector<LoadCommand> commands;
   std::optional<SignatureCommand> signature;
+  /// In the order of their load commands.
+  std::vector<Segment> segments;
   std::optional<Segment> text;
   std::optional<Segment> linkEdit;
   /// Lowest file offset of a section with content in the segment that starts at file offset 0; the

@@ -162,6 +162,30 @@ std::vector<std::byte> universalHeader(const Image& image, const std::vector<Sli
 
 }  // namespace
 
+Result<> checkSegments(const Slice& slice) {
+  const Segment* last = nullptr;
+  for (const Segment& segment : slice.segments) {
+    if (segment.file.size == 0) continue;
+    if (last && segment.file.offset < last->file.offset + last->file.size) {
+      return failure("segment " + segment.name + " at " + std::to_string(segment.file.offset) +
+                     " begins before the end of " + last->name + " at " +
+                     std::to_string(last->file.offset + last->file.size));
+    }
+    last = &segment;
+  }
+  if (!last || last->name != macho::SEG_LINKEDIT) {
+    return failure("the last segment is " + (last ? last->name : "none") + ", not __LINKEDIT");
+  }
+  if (!slice.signature) return {};
+  const Extent& data = slice.signature->data;
+  if (data.offset < last->file.offset ||
+      data.offset + data.size > last->file.offset + last->file.size) {
+    return failure("the signature at " + std::to_string(data.offset) + " of " +
+                   std::to_string(data.size) + " bytes does not lie in __LINKEDIT");
+  }
+  return {};
+}
+
 Result<std::uint64_t> signatureOffset(const Image& image, const Slice& slice) {
   if (const auto checked = checkLinkEdit(image, slice); !checked) return checked.error();
   if (slice.signature) return oldSignatureOffset(image, slice);

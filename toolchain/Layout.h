@@ -30,6 +30,10 @@ struct SliceLayout {
   [[nodiscard]] std::uint64_t size() const { return codeLimit + room; }
 };
 
+/// What everybody who reads a signed slice must agree on: segments lie in the file in the order of
+/// their load commands without overlap, `__LINKEDIT` last, and the signature, if any, lies in it.
+Result<> checkSegments(const Slice& slice);
+
 /// Where the signature of this slice will begin: where the old one did, else behind the slice's
 /// end. Fails when there is no place for a load command, `__LINKEDIT` is missing or not last,
 /// something follows an old signature, or the slice is encrypted.

@@ -62,6 +62,7 @@ Result<> checkAgreement(const std::vector<CodeDirectory>& directories) {
 
 Result<> checkLayout(const CodeDirectory& directory, const Slice& slice) {
   const auto& fields = directory.fields;
+  if (const auto checked = checkUnused(directory); !checked) return invalid(checked.error());
   if (fields.identifier.empty()) return invalid(named(directory) + " has no identifier");
   if (fields.pageShift != 12 && fields.pageShift != 14) {
     return invalid(named(directory) + ": page size 2^" + std::to_string(fields.pageShift) +
@@ -187,13 +188,12 @@ Result<> checkSpecialSlots(const CodeDirectory& directory, const SuperBlob& sign
   return {};
 }
 
-/// Slots whose blobs no CodeDirectory has a hash of: the directories, the CMS, and what may be
-/// attached to a finished signature.
+/// Slots whose blobs no CodeDirectory has a hash of: the directories and the CMS.
 bool standsAlone(std::uint32_t number) {
   return number == slot::kCodeDirectory ||
          (number >= slot::kAlternateCodeDirectories &&
           number < slot::kAlternateCodeDirectoriesEnd) ||
-         (number >= slot::kSignature && number <= slot::kTicket);
+         number == slot::kSignature;
 }
 
 Result<> checkSlots(const SuperBlob& signature) {
@@ -201,10 +201,14 @@ Result<> checkSlots(const SuperBlob& signature) {
     if (entry.slot > slot::kLibraryConstraint && !standsAlone(entry.slot)) {
       return invalid("slot " + hex(entry.slot) + " is none that a signature has");
     }
-    const std::uint32_t expected = expectedMagic(entry.slot);
-    if (expected == 0) continue;
-    if (const auto payload = blobPayload(entry.bytes, expected); !payload) {
-      return invalid(within("slot " + std::to_string(entry.slot), payload.error()));
+    if (const std::uint32_t expected = expectedMagic(entry.slot)) {
+      if (const auto payload = blobPayload(entry.bytes, expected); !payload) {
+        return invalid(within("slot " + std::to_string(entry.slot), payload.error()));
+      }
+    }
+    constexpr std::size_t kHeader = 8;
+    if (!standsAlone(entry.slot) && entry.bytes.size() <= kHeader) {
+      return invalid("slot " + std::to_string(entry.slot) + " has no content");
     }
   }
   return {};

@@ -128,7 +128,8 @@ Result<> checkTeam(const Signer& signer, const std::vector<CodeDirectory>& direc
 Result<foundation::Dictionary> xmlEntitlements(const BlobEntry& entry) {
   const auto payload = blobPayload(entry.bytes, magic::kEntitlements);
   if (!payload) return payload.error();
-  auto value = foundation::PropertyList::parse(*payload);
+  if (foundation::textOf(*payload).starts_with("bplist")) return failure("they are not XML");
+  auto value = foundation::PropertyList::parseUnambiguous(*payload);
   if (!value) return value.error();
   if (!value->dictionary()) return failure("they are no dictionary");
   return *value->dictionary();

@@ -44,7 +44,7 @@ bool isBelow(const std::string& path, const fs::path& folder) {
 std::uint32_t flagsFrom(const CodeBundle& code) {
   const foundation::Value* value = foundation::find(code.info, "CSFlags");
   const auto number = value ? value->integerValue() : std::nullopt;
-  return number ? static_cast<std::uint32_t>(*number & ~kOwnFlags) : 0;
+  return number ? static_cast<std::uint32_t>(*number & codeflag::kKnown & ~kOwnFlags) : 0;
 }
 
 /// One run over a piece of code and what is nested in it.

@@ -29,7 +29,7 @@ class Reader {
   Result<> readSegment(const LoadCommand& command);
   template <class SectionRecord>
   Result<> readSection(const SectionRecord& section, const Segment& segment);
-  Result<> keepSegment(const std::string& name, const Segment& segment);
+  Result<> keepSegment(const Segment& segment);
   Result<> readSignature(const LoadCommand& command);
   Result<> readSymbolTable(const LoadCommand& command);
   Result<> readBuildVersion(const LoadCommand& command);
@@ -173,14 +173,14 @@ Result<> Reader::readSegment(const LoadCommand& command) {
     return failure("segment " + name + ": " + std::to_string(head->nsects) +
                    " sections do not fit cmdsize " + std::to_string(command.size));
   }
-  const Segment segment{command.offset, {head->fileoff, head->filesize}, head->vmsize};
+  const Segment segment{name, command.offset, {head->fileoff, head->filesize}, head->vmsize};
   if (!holds(segment.file)) return outside("segment " + name, segment.file);
   for (std::uint32_t i = 0; i < head->nsects; ++i) {
     const std::uint64_t at = command.offset + sizeof(SegmentRecord) + i * sizeof(SectionRecord);
     auto read = readSection(*foundation::readAt<SectionRecord>(bytes_, at), segment);
     if (!read) return read;
   }
-  return keepSegment(name, segment);
+  return keepSegment(segment);
 }
 
 template <class SectionRecord>
@@ -204,10 +204,12 @@ Result<> Reader::readSection(const SectionRecord& section, const Segment& segmen
   return {};
 }
 
-Result<> Reader::keepSegment(const std::string& name, const Segment& segment) {
+Result<> Reader::keepSegment(const Segment& segment) {
   if (segment.file.offset == 0 && segment.file.size > 0) {
     slice_.lowestSectionOffset = std::min(slice_.lowestSectionOffset, segment.file.size);
   }
+  const std::string& name = segment.name;
+  slice_.segments.push_back(segment);
   std::optional<Segment>* kept = nullptr;
   if (name == macho::SEG_TEXT) kept = &slice_.text;
   if (name == macho::SEG_LINKEDIT) kept = &slice_.linkEdit;

@@ -5,6 +5,7 @@
 
 #include "foundation/Text.h"
 #include "toolchain/CodeBundle.h"
+#include "toolchain/Layout.h"
 #include "toolchain/SealComparison.h"
 #include "toolchain/SignatureCheck.h"
 #include "toolchain/SignatureFault.h"
@@ -43,10 +44,15 @@ Complaint complaint(const foundation::Error& error, Fault otherwise,
   return complaint(parts.fault, std::move(parts.detail), std::move(architecture));
 }
 
-/// Nothing lies where no hash covers it: behind a slice's signature, or between slices.
+/// The hashes cover what the loader sees, and nothing lies where they do not reach: behind a
+/// slice's signature, or between slices.
 std::optional<Complaint> checkCoverage(const Image& image) {
   std::vector<Extent> extents;
   for (const auto& slice : image.slices()) {
+    if (const auto sound = checkSegments(slice); !sound) {
+      return complaint(Fault::strictValidation, sound.error().localizedDescription(),
+                       slice.architecture);
+    }
     const auto& data = slice.signature->data;
     const Bytes tail = image.bytesOf(slice).subspan(data.offset + data.size);
     if (tail.size() > kMaximumTail || !foundation::isZero(tail)) {

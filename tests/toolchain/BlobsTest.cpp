@@ -79,6 +79,43 @@ TEST(CodeDirectory, IsReadAsItWasWritten) {
   }
 }
 
+TEST(CodeDirectory, WhatNobodyUsesIsEmpty) {
+  const auto good = [](std::uint32_t last, std::byte value) {
+    return makeCodeDirectory(exampleFields(), {{last, std::vector<std::byte>(32, value)}},
+                             std::vector<std::byte>(64));
+  };
+  struct Case {
+    std::string name;
+    std::size_t offset;
+    std::uint32_t value;
+    std::string complaint;
+    std::vector<std::byte> more = {};
+  };
+  const auto sound = good(2, std::byte{1});
+  const auto size = static_cast<std::uint32_t>(sound.size());
+  for (const Case& c : {
+           Case{"nothing", 12, codeflag::kKnown, ""},
+           Case{"spare field", 40, 1, "spare field 2 is 1, not 0"},
+           Case{"scatter", 44, 88, "scatter offset is 88, not 0"},
+           Case{"other spare field", 52, 1, "spare field 3 is 1, not 0"},
+           Case{"flags", 12, 0x80000002, "flags 0x80000000 are unknown"},
+           Case{"tail", 4, size + 4, "4 bytes follow the hashes", std::vector<std::byte>(4)},
+       }) {
+    ByteWriter bad;
+    bad.append(sound);
+    bad.append(c.more);
+    bad.patch32(c.offset, c.value);
+    const auto read = CodeDirectory::parse(bad.bytes());
+    ASSERT_TRUE(read) << c.name;
+    const auto checked = checkUnused(*read);
+    EXPECT_THAT(checked ? "" : checked.error().localizedDescription(), HasSubstr(c.complaint));
+    EXPECT_EQ(checked.ok(), c.complaint.empty()) << c.name;
+  }
+  const auto empty = good(2, std::byte{0});
+  EXPECT_THAT(checkUnused(*CodeDirectory::parse(empty)).error().localizedDescription(),
+              HasSubstr("special slot 2 is empty"));
+}
+
 TEST(CodeDirectory, DamageIsNamed) {
   const auto good = makeCodeDirectory(exampleFields(), {{2, std::vector<std::byte>(32)}},
                                       std::vector<std::byte>(64));

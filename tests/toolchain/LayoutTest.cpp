@@ -189,6 +189,57 @@ TEST(Layout, CodeWithoutAPlaceForItsSignatureIsRefused) {
   }
 }
 
+TEST(Layout, SegmentsLieInOrderWithLinkEditLast) {
+  const auto image =
+      [](const std::vector<std::tuple<const char*, std::uint64_t, std::uint64_t>>& segments,
+         std::uint32_t signature = 0x4000) {
+        MachOImage made = MachOImage::arm64();
+        for (const auto& [name, offset, size] : segments) {
+          made.command(segment64(name, offset, size, 0));
+        }
+        made.command(word(macho::LC_CODE_SIGNATURE) + word(16) + word(signature) + word(0x100));
+        std::string bytes = made.bytes();
+        bytes.resize(kSize);
+        return bytes;
+      };
+  struct Case {
+    const char* name;
+    std::string bytes;
+    const char* complaint;
+  };
+  for (const Case& c : {
+           Case{"good",
+                image({{"__PAGEZERO", 0, 0},
+                       {"__TEXT", 0, 0x2000},
+                       {"__DATA", 0x2000, 0x1000},
+                       {"__LINKEDIT", 0x4000, 0x100},
+                       {"__BSS", 0x1000, 0}}),
+                ""},
+           Case{"overlap",
+                image({{"__TEXT", 0, 0x2001}, {"__DATA", 0x2000, 16}, {"__LINKEDIT", 0x4000, 256}}),
+                "segment __DATA at 8192 begins before the end of __TEXT at 8193"},
+           Case{"order",
+                image({{"__DATA", 0x2000, 16}, {"__TEXT", 0, 0x2000}, {"__LINKEDIT", 0x4000, 256}}),
+                "segment __TEXT at 0 begins before the end of __DATA at 8208"},
+           Case{"__LINKEDIT is not last",
+                image({{"__TEXT", 0, 0x2000}, {"__LINKEDIT", 0x3000, 16}, {"__X", 0x4000, 256}}),
+                "the last segment is __X, not __LINKEDIT"},
+           Case{"none", image({}), "the last segment is none"},
+           Case{"signature before __LINKEDIT",
+                image({{"__TEXT", 0, 0x2000}, {"__LINKEDIT", 0x4000, 256}}, 0x3fff),
+                "the signature at 16383 of 256 bytes does not lie in __LINKEDIT"},
+           Case{"signature longer than __LINKEDIT",
+                image({{"__TEXT", 0, 0x2000}, {"__LINKEDIT", 0x4000, 255}}),
+                "does not lie in __LINKEDIT"},
+       }) {
+    const auto parsed = Image::parse(foundation::bytesOf(c.bytes));
+    ASSERT_TRUE(parsed) << c.name << parsed.error().localizedDescription();
+    const auto checked = toolchain::checkSegments(parsed->slices().front());
+    EXPECT_THAT(checked ? "" : checked.error().localizedDescription(), HasSubstr(c.complaint));
+    EXPECT_EQ(checked.ok(), !*c.complaint) << c.name;
+  }
+}
+
 TEST(Image, DamageIsNamed) {
   struct Case {
     std::string name;

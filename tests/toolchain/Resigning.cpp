@@ -100,6 +100,7 @@ SignatureParts takeApart(const std::filesystem::path& executable, std::size_t sl
     auto& files = parts.files.emplace_back();
     for (const auto number : {slot::kInfoPlist, slot::kResources}) {
       const Bytes hash = directory.specialHash(number);
+      if (foundation::isZero(hash)) continue;
       files.emplace(number, std::vector<std::byte>(hash.begin(), hash.end()));
     }
   }

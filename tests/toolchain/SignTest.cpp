@@ -212,7 +212,7 @@ TEST(Sign, WhatOnlyTheLinkerSignedCountsAsUnsigned) {
 TEST(Sign, InfoPlistMayAskForFlagsButNotForTheSignersOwn) {
   const TemporaryFolder folder;
   const fs::path app = writeApp(folder.path());
-  writePlist(app / "Info.plist", {{"CFBundleExecutable", "X"}, {"CSFlags", 0x30802}});
+  writePlist(app / "Info.plist", {{"CFBundleExecutable", "X"}, {"CSFlags", 0x70802}});
   ASSERT_EQ(signingProblem(optionsFor(app, kSigners[1])), "");
   EXPECT_THAT(*toolchain::describe({.code = app, .verbosity = 1}),
               testing::Contains(HasSubstr("flags=0x800(none)")));

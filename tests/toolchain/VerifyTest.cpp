@@ -296,10 +296,41 @@ TEST_F(VerifyTest, WrongSignaturesAreRefused) {
        "does not cover Info.plist", kInvalidInfo},
       {"seal not covered", everyFile([](auto& files) { files.erase(3); }),
        "does not cover the resource seal", kInvalidSeal},
+      {"unknown flags", everyDirectory([](auto& fields) { fields.flags |= 0x40000; }),
+       "flags 0x40000 are unknown"},
+      {"a blob without content", [](Parts& parts) { parts.blobs[6] = blob(magic::kWrapper, ""); },
+       "slot 6 has no content"},
+      {"identification",
+       [](Parts& parts) {
+         parts.blobs[0x10001] = blob(magic::kWrapper, "x");
+         parts.uncovered = {0x10001};
+       },
+       "slot 0x10001 is none"},
+      {"ticket",
+       [](Parts& parts) {
+         parts.blobs[0x10002] = blob(magic::kWrapper, "x");
+         parts.uncovered = {0x10002};
+       },
+       "slot 0x10002 is none"},
       {"blob of another kind",
        [](Parts& parts) { parts.blobs[2] = blob(magic::kEntitlements, ""); }, "slot 2: blob magic"},
       {"entitlements no list",
        [](Parts& parts) { parts.blobs[5] = blob(magic::kEntitlements, "text"); }, "entitlements"},
+      {"entitlements go on",
+       [](Parts& parts) {
+         parts.blobs[5] = blob(magic::kEntitlements, "<plist><dict/></plist><plist/>");
+       },
+       "entitlements: XML property list: goes on after its end"},
+      {"entitlements say something twice",
+       [](Parts& parts) {
+         parts.blobs[5] =
+             blob(magic::kEntitlements,
+                  "<plist><dict><key>a</key><true/><key>a</key><true/></dict></plist>");
+       },
+       "entitlements: XML property list: a dictionary has a key twice"},
+      {"entitlements in binary form",
+       [](Parts& parts) { parts.blobs[5] = blob(magic::kEntitlements, "bplist00"); },
+       "entitlements: they are not XML"},
       {"entitlements no dictionary",
        [](Parts& parts) { parts.blobs[5] = blob(magic::kEntitlements, "<plist><array/></plist>"); },
        "entitlements: they are no dictionary"},
@@ -450,6 +481,20 @@ TEST_F(VerifyTest, CodeOfTheVendorIsAccepted) {
                 ElementsAre(library.string() + ": valid on disk", testing::_))
         << isOld;
   }
+}
+
+/// Everything is hashed as it should be, but a loader would map other bytes.
+TEST_F(VerifyTest, SegmentsThatOverlapAreRefused) {
+  constexpr std::size_t kSizeInFile = 36;
+  const auto parts = test::takeApart(executable());
+  std::string file = test::contentsOf(executable());
+  test::poke(file, slice(0).file.offset + slice(0).segments.front().commandOffset + kSizeInFile, 1);
+  writeFile(executable(), file);
+  test::putTogether(executable(), parts, test::signingFamily());
+  const Verdict verdict = verify();
+  EXPECT_EQ(verdict.statements[0], line(kStrict));
+  EXPECT_EQ(verdict.statements.back(),
+            "Cause: segment __TEXT at 0 begins before the end of __PAGEZERO at 1");
 }
 
 TEST_F(VerifyTest, AnUnmetRequirementHasAStatusOfItsOwn) {
