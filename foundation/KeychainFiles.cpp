@@ -60,7 +60,9 @@ Error blockError(const Block& block, std::size_t number, std::string_view proble
                        std::string(problem));
 }
 
-std::string withReason(const std::string& problem) { return problem + ": " + OpenSSLErrorScope::reason(); }
+std::string withReason(const std::string& problem) {
+  return problem + ": " + OpenSSLErrorScope::reason();
+}
 
 bool isCertificateLabel(std::string_view label) {
   return label == "CERTIFICATE" || label == "X509 CERTIFICATE" || label == "TRUSTED CERTIFICATE";
