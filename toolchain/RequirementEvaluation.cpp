@@ -34,6 +34,28 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 9> kSubjectF
      {"subject.ST", "2.5.4.8"},
      {"subject.UID", "0.9.2342.19200300.100.1.1"}}};
 
+/// Far more than any requirement that was not made to take long.
+constexpr std::uint64_t kMostWork = 1 << 26;
+/// Reading a certificate's names takes some time for each of its bytes.
+constexpr std::uint64_t kWorkPerByte = 8;
+
+/// What an evaluation may still cost, in bytes looked at.
+class Budget {
+ public:
+  /// False, from then on, once there is not enough left.
+  bool spend(std::uint64_t work) {
+    left_ -= std::min(left_, work);
+    return left_ > 0;
+  }
+  bool spendOn(const Certificate* certificate) {
+    return !certificate || spend(certificate->der().size() * kWorkPerByte);
+  }
+  [[nodiscard]] bool isExhausted() const { return left_ == 0; }
+
+ private:
+  std::uint64_t left_ = kMostWork;
+};
+
 bool isDigit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
 
 /// Length of the digits at the start of `text`, leading zeros cut off from `text` first.
@@ -62,7 +84,9 @@ int compare(std::string_view a, std::string_view b) {
   return static_cast<int>(!a.empty()) - static_cast<int>(!b.empty());
 }
 
-bool matchesText(std::string_view text, Match match, std::string_view value) {
+bool matchesText(std::string_view text, Match match, std::string_view value, Budget& budget) {
+  const std::uint64_t effort = match == Match::contains ? value.size() : 1;
+  if (!budget.spend((text.size() + 1) * (effort + 1))) return false;
   switch (match) {
     case Match::exists:
       return true;
@@ -88,26 +112,29 @@ bool matchesText(std::string_view text, Match match, std::string_view value) {
   return false;
 }
 
-bool matchesText(const std::optional<std::string>& text, const Expression& expression) {
+bool matchesText(const std::optional<std::string>& text, const Expression& expression,
+                 Budget& budget) {
   if (!text) return expression.match == Match::absent;
-  return matchesText(*text, expression.match, expression.matchValue);
+  return matchesText(*text, expression.match, expression.matchValue, budget);
 }
 
 /// A value that is false counts as not there; of an array any element may match.
-bool matchesValue(const Value* value, const Expression& expression) {
+bool matchesValue(const Value* value, const Expression& expression, Budget& budget) {
   const bool isThere = value && !(value->boolean() && !*value->boolean());
   if (expression.match == Match::absent) return !isThere;
   if (!isThere) return false;
   if (expression.match == Match::exists) return true;
   if (const auto* array = value->array()) {
     return std::any_of(array->begin(), array->end(), [&](const Value& each) {
-      return each.string() && matchesText(*each.string(), expression.match, expression.matchValue);
+      return budget.spend(1) && each.string() &&
+             matchesText(*each.string(), expression.match, expression.matchValue, budget);
     });
   }
   if (const auto* number = value->integer()) {
-    return matchesText(std::to_string(*number), expression.match, expression.matchValue);
+    return matchesText(std::to_string(*number), expression.match, expression.matchValue, budget);
   }
-  return value->string() && matchesText(*value->string(), expression.match, expression.matchValue);
+  return value->string() &&
+         matchesText(*value->string(), expression.match, expression.matchValue, budget);
 }
 
 /// Positions below zero count from the root, which is -1. Null when there is none.
@@ -118,23 +145,27 @@ const Certificate* certificateAt(const RequirementSubject& subject, std::int64_t
   return &subject.chain[static_cast<std::size_t>(position)];
 }
 
-bool matchesField(const Certificate* certificate, const Expression& expression) {
+bool matchesField(const Certificate* certificate, const Expression& expression, Budget& budget) {
   if (!certificate) return expression.match == Match::absent;
-  if (expression.key == "subject.CN") return matchesText(certificate->commonName(), expression);
+  if (expression.key == "subject.CN") {
+    return matchesText(certificate->commonName(), expression, budget);
+  }
   for (const auto& [name, oid] : kSubjectFields) {
-    if (expression.key == name) return matchesText(certificate->subjectValue(oid), expression);
+    if (expression.key != name) continue;
+    return matchesText(certificate->subjectValue(oid), expression, budget);
   }
   return false;
 }
 
-bool matchesExtension(const Certificate* certificate, const Expression& expression) {
+bool matchesExtension(const Certificate* certificate, const Expression& expression,
+                      Budget& budget) {
   const auto value =
       certificate ? certificate->extensionValue(foundation::DER::dotted(bytesOf(expression.key)))
                   : std::nullopt;
   if (!value) return expression.match == Match::absent;
   const auto element = foundation::DER::Reader(value->bytes()).next();
   const std::string_view text = element ? textOf(element->content) : value->text();
-  return matchesText(text, expression.match, expression.matchValue);
+  return matchesText(text, expression.match, expression.matchValue, budget);
 }
 
 bool hasPolicy(const Certificate* certificate, std::string_view policyOID) {
@@ -163,13 +194,16 @@ bool hasHash(const Certificate* certificate, std::string_view hash) {
   return certificate && textOf(certificate->sha1()) == hash;
 }
 
-}  // namespace
-
-bool meets(const RequirementSubject& subject, const Expression& expression) {
+bool meets(const RequirementSubject& subject, const Expression& expression, Budget& budget) {
   const Certificate* certificate = certificateAt(subject, expression.certificate);
   const auto operand = [&](std::size_t index) {
-    return meets(subject, expression.operands.at(index));
+    return meets(subject, expression.operands.at(index), budget);
   };
+  const auto spendOnChain = [&] {
+    return std::all_of(subject.chain.begin(), subject.chain.end(),
+                       [&](const Certificate& each) { return budget.spendOn(&each); });
+  };
+  if (!budget.spend(1)) return false;
   switch (expression.operation) {
     case Operation::never:
       return false;
@@ -180,9 +214,9 @@ bool meets(const RequirementSubject& subject, const Expression& expression) {
     case Operation::anchorApple:
       return isAppleOwn(subject.chain, subject.isAppleRoot);
     case Operation::anchorAppleGeneric:
-      return endsInAppleRoot(subject.chain, subject.isAppleRoot);
+      return spendOnChain() && endsInAppleRoot(subject.chain, subject.isAppleRoot);
     case Operation::anchorHash:
-      return hasHash(certificate, expression.data);
+      return budget.spendOn(certificate) && hasHash(certificate, expression.data);
     case Operation::conjunction:
       return operand(0) && operand(1);
     case Operation::disjunction:
@@ -192,17 +226,25 @@ bool meets(const RequirementSubject& subject, const Expression& expression) {
     case Operation::cdHash:
       return hasCDHash(subject, expression.data);
     case Operation::infoKey:
-      return matchesValue(foundation::find(subject.info, expression.key), expression);
+      return matchesValue(foundation::find(subject.info, expression.key), expression, budget);
     case Operation::entitlement:
-      return matchesValue(foundation::find(subject.entitlements, expression.key), expression);
+      return matchesValue(foundation::find(subject.entitlements, expression.key), expression,
+                          budget);
     case Operation::certificateField:
-      return matchesField(certificate, expression);
+      return budget.spendOn(certificate) && matchesField(certificate, expression, budget);
     case Operation::certificateOID:
-      return matchesExtension(certificate, expression);
+      return budget.spendOn(certificate) && matchesExtension(certificate, expression, budget);
     case Operation::certificatePolicy:
-      return matchesPolicy(certificate, expression);
+      return budget.spendOn(certificate) && matchesPolicy(certificate, expression);
   }
   return false;
+}
+
+}  // namespace
+
+bool meets(const RequirementSubject& subject, const Expression& expression) {
+  Budget budget;
+  return meets(subject, expression, budget) && !budget.isExhausted();
 }
 
 }  // namespace toolchain

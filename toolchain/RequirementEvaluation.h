@@ -23,7 +23,8 @@ struct RequirementSubject {
 
 /// Whether the code meets the requirement. No trust store is asked: "anchor apple generic" is met
 /// by chains that end in one of Apple's roots, "anchor apple" by those of them that were issued
-/// under none of its developer programs.
+/// under none of its developer programs. One that takes too long to evaluate, which is about its
+/// size times that of the certificates it asks about, is not met.
 bool meets(const RequirementSubject& subject, const requirement::Expression& expression);
 
 }  // namespace toolchain

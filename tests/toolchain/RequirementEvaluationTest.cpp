@@ -1,3 +1,5 @@
+#include <chrono>
+
 #include <gtest/gtest.h>
 
 #include "foundation/DER.h"
@@ -126,6 +128,40 @@ TEST(RequirementEvaluationTest, Junctions) {
       EXPECT_EQ(junction(Operation::disjunction, first, second), first || second);
     }
   }
+}
+
+/// A disjunction of the same many times, about `count`, and of what comes last.
+Expression anyOf(const Expression& each, std::size_t count, Expression last) {
+  if (count == 0) return last;
+  Expression expression;
+  expression.operation = Operation::disjunction;
+  expression.operands.push_back(anyOf(each, (count - 1) / 2, each));
+  expression.operands.push_back(anyOf(each, count / 2, std::move(last)));
+  return expression;
+}
+
+TEST(RequirementEvaluationTest, CostIsBounded) {
+  auto code = subject();
+  const auto always = data(Operation::always, "");
+  const auto other = with(Operation::certificateField, "subject.OU", Match::equal, "none");
+  EXPECT_TRUE(meets(code, anyOf(other, 1000, always)));
+  const std::vector<std::string> organizations(2000, std::string(60, 'a'));
+  const auto root = test::makeRoot("Root");
+  code.chain = {test::makeLeaf(root, {.organizations = organizations}).certificate(),
+                root.certificate()};
+  code.info["Long"] = std::string(1 << 15, 'a');
+  code.info["Many"] = foundation::Array(100000, "a");
+  const std::string key = bareOID("1.2.3.4");
+  const auto before = std::chrono::steady_clock::now();
+  for (const Expression& each :
+       {other, with(Operation::infoKey, "Many", Match::equal, "b"),
+        with(Operation::infoKey, "Long", Match::contains, std::string(1000, 'a') + "b"),
+        with(Operation::certificateOID, key), with(Operation::certificatePolicy, key),
+        data(Operation::anchorHash, "")}) {
+    EXPECT_TRUE(meets(code, anyOf(each, 1, always))) << text(each).substr(0, 80);
+    EXPECT_FALSE(meets(code, anyOf(each, 20000, always))) << text(each).substr(0, 80);
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(10));
 }
 
 /// The vendor's developer programs are told by the issuer's mark. Its roots cannot be made at home:
