@@ -127,6 +127,9 @@ bool isSignableFile(const fs::path& path) {
   return mapped && looksLikeMachO(mapped->bytes()) && Image::parse(mapped->bytes()).ok();
 }
 
+/// Each bundle is sealed again in every one around it, so what signing takes grows with the depth.
+constexpr int kDeepestNesting = 16;
+
 std::size_t depthOf(const fs::path& path) {
   return static_cast<std::size_t>(
       std::count(path.native().begin(), path.native().end(), fs::path::preferred_separator));
@@ -191,6 +194,18 @@ bool beginsLikeMachO(const fs::path& file) {
 
 bool isLooseCode(const fs::path& file) { return isRegularFile(file) && isSignableFile(file); }
 
+FolderSet::FolderSet(const std::vector<fs::path>& folders) {
+  for (const fs::path& folder : folders) folders_.insert(folder.native());
+}
+
+std::size_t FolderSet::countAround(const std::string& path) const {
+  std::size_t count = 0;
+  for (auto slash = path.find('/', 1); slash != path.npos; slash = path.find('/', slash + 1)) {
+    if (folders_.contains(std::string_view(path).substr(0, slash))) ++count;
+  }
+  return count;
+}
+
 Result<std::vector<fs::path>> nestedBundles(const CodeBundle& bundle) {
   std::vector<fs::path> found;
   const auto walked = walkFolder(bundle.base, [&](const FolderEntry& entry) {
@@ -203,6 +218,12 @@ Result<std::vector<fs::path>> nestedBundles(const CodeBundle& bundle) {
     return true;
   });
   if (!walked) return walked.error();
+  const FolderSet bundles(found);
+  for (const fs::path& path : found) {
+    if (bundles.countAround(path) < kDeepestNesting) continue;
+    return unsuitable(path.string() + " is nested more than " + std::to_string(kDeepestNesting) +
+                      " bundles deep");
+  }
   std::sort(found.begin(), found.end(), [](const fs::path& a, const fs::path& b) {
     const std::size_t depthA = depthOf(a);
     const std::size_t depthB = depthOf(b);

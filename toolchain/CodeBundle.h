@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -57,8 +58,20 @@ bool isLooseCode(const std::filesystem::path& file);
 /// True for a file that begins as Mach-O does, sound or not.
 bool beginsLikeMachO(const std::filesystem::path& file);
 
+/// Folders, asked about what lies in them.
+class FolderSet {
+ public:
+  explicit FolderSet(const std::vector<std::filesystem::path>& folders);
+  /// How many of them the path lies in; a folder does not lie in itself.
+  [[nodiscard]] std::size_t countAround(const std::string& path) const;
+
+ private:
+  std::set<std::string, std::less<>> folders_;
+};
+
 /// Nested bundles with code, innermost first; reads no file but their Info.plists. Only folders
 /// whose name has an extension count; folders of debug symbols (.dSYM) and links are not entered.
+/// Fails when more than 16 lie in each other.
 Result<std::vector<std::filesystem::path>> nestedBundles(const CodeBundle& bundle);
 
 /// All nested code of a bundle: loose Mach-O files, then the bundles as above. Reads the start of

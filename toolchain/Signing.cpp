@@ -36,11 +36,6 @@ bool isSigned(const Image& image) {
   });
 }
 
-bool isBelow(const std::string& path, const fs::path& folder) {
-  return path.size() > folder.native().size() && path.starts_with(folder.native()) &&
-         path[folder.native().size()] == '/';
-}
-
 std::uint32_t flagsFrom(const CodeBundle& code) {
   const foundation::Value* value = foundation::find(code.info, "CSFlags");
   const auto number = value ? value->integerValue() : std::nullopt;
@@ -125,11 +120,9 @@ class Signer {
       if (!needed) return needed.error();
       if (!*needed) kept.push_back(*path);
     }
+    const FolderSet staying(kept);
     for (const fs::path& path : *nested) {
-      const bool stays = std::any_of(kept.begin(), kept.end(), [&](const fs::path& folder) {
-        return path == folder || isBelow(path.native(), folder);
-      });
-      if (stays) continue;
+      if (staying.countAround(path.native() + '/') > 0) continue;
       if (const auto done = signNestedBundle(path); !done)
         return within(path.string(), done.error());
     }
@@ -261,18 +254,15 @@ class Signer {
   Result<> signLooseCode(const CodeBundle& code, const std::vector<std::string>& files) {
     const auto digests = hasher_.digests(files);
     if (!digests) return digests.error();
-    std::optional<std::vector<fs::path>> bundles;
+    std::optional<FolderSet> bundles;
     for (std::size_t i = 0; i < files.size(); ++i) {
       if (!(*digests)[i].looksLikeMachO) continue;
       if (!bundles) {
         auto found = nestedBundles(code);
         if (!found) return found.error();
-        bundles = std::move(*found);
+        bundles.emplace(*found);
       }
-      const bool isElsewhere =
-          std::any_of(bundles->begin(), bundles->end(),
-                      [&](const fs::path& bundle) { return isBelow(files[i], bundle); });
-      if (isElsewhere || !isLooseCode(files[i])) continue;
+      if (bundles->countAround(files[i]) > 0 || !isLooseCode(files[i])) continue;
       if (const auto done = signLooseFile(files[i]); !done) return within(files[i], done.error());
     }
     return {};

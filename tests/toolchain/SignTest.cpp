@@ -340,6 +340,12 @@ TEST(Sign, BadInputIsRefusedAndLeavesEverythingAsItWas) {
          writePlist(app / "Frameworks/F.framework/Info.plist", {{"CFBundleExecutable", "../F"}});
        },
        "Frameworks/F.framework: bundle format"},
+      {"bundles in bundles",
+       [](const auto& app, auto&) {
+         fs::path inner = app / "PlugIns";
+         for (int i = 0; i < 18; ++i) inner = writeBundle(inner / "E.appex", "e", Kind::arm64);
+       },
+       "is nested more than 16 bundles deep"},
       {"seal's folder is a file",
        [](const auto& app, auto&) { writeFile(app / "_CodeSignature", ""); }, "_CodeSignature"},
   };
