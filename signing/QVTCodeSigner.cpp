@@ -27,6 +27,20 @@ foundation::Dictionary dictionaryOf(const foundation::Environment& environment) 
   return {environment.begin(), environment.end()};
 }
 
+/// The first lines of what a failed run said, on one; or its status when it said nothing.
+std::string firstLines(const foundation::Dictionary& run) {
+  constexpr std::size_t kMost = 3;
+  std::vector<std::string> lines;
+  for (const char* stream : {"stderr", "stdout"}) {
+    for (auto& line : foundation::split(stringAt(run, stream).value_or(""), '\n')) {
+      if (!line.empty() && lines.size() < kMost) lines.push_back(std::move(line));
+    }
+  }
+  if (lines.empty())
+    return foundation::format("codesign ended with status %@", find(run, "status"));
+  return foundation::joined(lines, "; ");
+}
+
 }  // namespace
 
 std::shared_ptr<QVTCodeSigner> QVTCodeSigner::initWithDeveloperCertificate(
@@ -143,7 +157,8 @@ bool QVTCodeSigner::sign(const std::optional<std::string>& appPath, ErrorSlot er
   }
   const auto arguments = signingArguments(*appPath, *withEntitlements);
   if (!launchCodeSignWithArgumentsErrorCode(arguments, -2, error)) return false;
-  verifyCodeSigningForBundleAtPath(*appPath, error);
+  verify(*appPath, "as it was signed");
+  if (error) error->reset();
   for (const auto& path : {entitlementsPath_, resourceRulesPath_}) {
     if (path) static_cast<void>(foundation::FileManager::removeItemAtPath(*path));
   }
@@ -152,13 +167,18 @@ bool QVTCodeSigner::sign(const std::optional<std::string>& appPath, ErrorSlot er
 
 bool QVTCodeSigner::verifyCodeSigningForBundleAtPath(const std::string& path,
                                                      ErrorSlot error) const {
-  log("Verifying code sign at: %@", path);
-  std::optional<Error> failure;
-  if (!launchCodeSignWithArgumentsErrorCode({"-vv", path}, -3, &failure)) {
-    log("Warning: codesign verification failed: %@", find(failure->userInfo, "stderr"));
-  }
+  verify(path, "as it came");
   if (error) error->reset();
   return true;
+}
+
+void QVTCodeSigner::verify(const std::string& path, std::string_view state) const {
+  log("Verifying code sign at: %@", path);
+  std::optional<Error> failure;
+  if (launchCodeSignWithArgumentsErrorCode({"-vv", path}, -3, &failure)) return;
+  log("Warning: codesign verification failed: %@", find(failure->userInfo, "stderr"));
+  foundation::systemLog("Warning: the app %@ does not verify: %@", state,
+                        firstLines(failure->userInfo));
 }
 
 bool QVTCodeSigner::exportAppEntitlementsToPathResourceRulesToPath(

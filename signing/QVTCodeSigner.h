@@ -62,7 +62,8 @@ class QVTCodeSigner {
   /// -1 without an app or with a missing profile, -2 when the run failed, or the file manager's
   /// error when the profile could not be put into the app.
   bool sign(const std::optional<std::string>& appPath, foundation::ErrorSlot error = nullptr) const;
-  /// Always true and the slot always empty: a failed verification is only logged.
+  /// Always true and the slot always empty: a failed verification is only logged, and the system
+  /// log gets the first lines of what the tool said.
   bool verifyCodeSigningForBundleAtPath(const std::string& path,
                                         foundation::ErrorSlot error = nullptr) const;
   /// True when the run succeeded, or when it failed but left both files.
@@ -74,6 +75,8 @@ class QVTCodeSigner {
   QVTCodeSigner() = default;
   template <class... Arguments>
   void log(std::string_view text, const Arguments&... arguments) const;
+  /// `state`, for the log: how the app is now.
+  void verify(const std::string& path, std::string_view state) const;
   bool installProfile(const std::string& appPath, foundation::ErrorSlot error) const;
   [[nodiscard]] foundation::Result<bool> hasEntitlements() const;
   [[nodiscard]] std::vector<std::string> signingArguments(const std::string& appPath,

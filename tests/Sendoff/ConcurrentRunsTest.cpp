@@ -32,7 +32,8 @@ struct Build {
     AppOptions app;
     app.folderName = folderName;
     app.info = {{"CFBundleIdentifier", identifier}};
-    ipa = packIPA(makeApp(folder, app), folder / "Example.ipa");
+    app.profile.bundleIdentifier = identifier;
+    ipa = packIPA(signedApp(makeApp(folder, app)), folder / "Example.ipa");
   }
 
   std::string identifier;

@@ -88,17 +88,16 @@ TEST_F(RunTest, GoesToTheDefaultHostsEachForItsCalls) {
 
 TEST_F(RunTest, IPAWithNotesTestersAndGroups) {
   const std::string notes = "Größer, schneller\r\n--AaB03\n% done";
-  const auto result =
-      place_.run({"-ipaPath", packIPA(makeApp(place_.files()), place_.files() / "Example.ipa"),
-                  "-QuorvantileAPIEndpoint", service_.url(), "-notesPath", "/dev/stdin", "-emails",
-                  " a@x.org, b @y.org,", "-groupAliases", "alpha", "-help", "whatever"},
-                 [&] {
-                   int ends[2];
-                   if (::pipe(ends) != 0 || ::write(ends[1], notes.data(), notes.size()) < 0)
-                     ::_exit(1);
-                   ::dup2(ends[0], STDIN_FILENO);
-                   ::close(ends[1]);
-                 });
+  const auto result = place_.run(
+      {"-ipaPath", packIPA(signedApp(makeApp(place_.files())), place_.files() / "Example.ipa"),
+       "-QuorvantileAPIEndpoint", service_.url(), "-notesPath", "/dev/stdin", "-emails",
+       " a@x.org, b @y.org,", "-groupAliases", "alpha", "-help", "whatever"},
+      [&] {
+        int ends[2];
+        if (::pipe(ends) != 0 || ::write(ends[1], notes.data(), notes.size()) < 0) ::_exit(1);
+        ::dup2(ends[0], STDIN_FILENO);
+        ::close(ends[1]);
+      });
 
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.messages(),
@@ -320,6 +319,27 @@ TEST_F(RunTest, KeychainOfTheBuildEnvironment) {
   EXPECT_EQ(result.output.find("KEYCHAIN"), std::string::npos);
 }
 
+TEST_F(RunTest, WhatTheVerificationSaysIsLogged) {
+  const auto logOf = [&](const fs::path& app) {
+    const auto result = runIPA(packIPA(app, place_.files() / "Example.ipa"));
+    EXPECT_EQ(result.status, 0) << "the run goes on";
+    fs::remove(place_.files() / "Example.ipa");
+    return result.errors;
+  };
+  const std::string says = "] Warning: the app as it came does not verify: ";
+  const fs::path app = makeApp(place_.files());
+  const std::string never = logOf(app);
+  EXPECT_THAT(never, testing::ContainsRegex(
+                         says + ".*/Example.app: code object is not signed at all[^\n]*\n$"));
+  EXPECT_EQ(std::ranges::count(never, '\n'), 1);
+  EXPECT_EQ(logOf(signedApp(app)), "");
+  std::ofstream(app / "evil.js") << "alert()";
+  const std::string tampered = logOf(app);
+  EXPECT_THAT(tampered, AllOf(HasSubstr(says), HasSubstr("a sealed resource is missing or invalid"),
+                              HasSubstr("file added: "), HasSubstr("Example.app/evil.js\n")));
+  EXPECT_EQ(std::ranges::count(tampered, '\n'), 1);
+}
+
 TEST_F(RunTest, AForgedCertificateInTheProfileDoesNotSign) {
   const StandInSigner signer;
   place_.environment()["PATH"] = std::getenv("PATH");
@@ -337,7 +357,8 @@ TEST_F(RunTest, WhatNobodyCanInstallIsSentWithAWarningEach) {
   app.info = {{"CFBundleIdentifier", "com.example.app"}};
   app.profile.bundleIdentifier = "com.example.other";
   app.profile.provisionedDevices.reset();
-  const auto result = runIPA(app);
+  const auto result =
+      runIPA(packIPA(signedApp(makeApp(place_.files(), app)), place_.files() / "Example.ipa"));
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(foundation::split(result.errors, '\n'),
               ElementsAre(testing::HasSubstr("] Warning: the provisioning profile expired on "

@@ -59,7 +59,7 @@ class ServiceTroubleTest : public testing::Test {
   }
 
   Workplace place_;
-  fs::path ipa_ = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
+  fs::path ipa_ = packIPA(signedApp(makeApp(place_.files())), place_.files() / "Example.ipa");
 };
 
 TEST_F(ServiceTroubleTest, AnswersThatEndTheRun) {

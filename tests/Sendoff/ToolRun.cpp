@@ -18,6 +18,7 @@
 
 #include "foundation/Handle.h"
 #include "tests/support/AppFixture.h"
+#include "tests/support/MachOFixture.h"
 #include "tests/support/OtherProcess.h"
 
 namespace test {
@@ -107,6 +108,15 @@ RunResult RunningProgram::wait() {
   result.errors = contentsOf(streams_ / "errors");
   if (!ended) throw std::runtime_error("no end within the limit; so far: " + result.output);
   return result;
+}
+
+fs::path signedApp(const fs::path& app) {
+  const TemporaryFolder folder;
+  const auto signing =
+      runCommand({kSigningTools / "codesign", "--sign", signingFamily().leaf.sha1(), "--force",
+                  "--keychain", writeKeychain(folder / "identity.pem"), app});
+  if (signing.status != 0) throw std::runtime_error("cannot sign " + app.string());
+  return app;
 }
 
 RunResult runProgram(const RunOptions& options) { return RunningProgram(options).wait(); }

@@ -94,6 +94,8 @@ class Workplace {
 extern const std::string kTool;
 /// Where the build has its own codesign, codesign_allocate and xcrun, which runs use.
 extern const std::filesystem::path kSigningTools;
+/// Signs the app as a finished build is, with the identity of every workplace. Returns it.
+std::filesystem::path signedApp(const std::filesystem::path& app);
 extern const std::string kKey;
 extern const std::string kSecret;
 

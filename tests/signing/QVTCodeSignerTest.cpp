@@ -174,6 +174,23 @@ TEST_F(QVTCodeSignerTest, FailedVerificationIsOnlyLogged) {
                                  "Warning: codesign verification failed: not signed at all\n"));
 }
 
+TEST_F(QVTCodeSignerTest, TheSystemLogGetsTheFirstLinesOfAFailedVerification) {
+  const auto logOf = [&](const std::function<void(const QVTCodeSigner&)>& use) {
+    testing::internal::CaptureStderr();
+    use(*signer());
+    return testing::internal::GetCapturedStderr();
+  };
+  const auto came = [&](const auto& one) { one.verifyCodeSigningForBundleAtPath(app_); };
+  EXPECT_EQ(logOf(came), "");
+  tools_.setStatus(Run::verify, 3);
+  EXPECT_THAT(logOf(came), HasSubstr("Warning: the app as it came does not verify: codesign ended "
+                                     "with status 3\n"));
+  tools_.setOutput(Run::verify, "file added: x\nfile added: y\n", "one\n\ntwo\x1b[31m\r\n");
+  EXPECT_THAT(logOf(came), HasSubstr(": one; two\\u001b[31m\\r; file added: x\n"));
+  EXPECT_THAT(logOf([&](const auto& one) { EXPECT_TRUE(one.sign(app_)); }),
+              HasSubstr("Warning: the app as it was signed does not verify: one; "));
+}
+
 TEST_F(QVTCodeSignerTest, ExportSucceedsByStatusOrByItsFiles) {
   const auto entitlements = (folder_ / "out/entitlements.xml").string();
   const auto rules = (folder_ / "out/rules.xml").string();
