@@ -39,14 +39,16 @@ bool isCertain(std::string_view name) {
   return std::ranges::all_of(parts, [](const auto& part) { return part.size() <= kLongestName; });
 }
 
+bool isCertainUTF8(std::string_view name) {
+  return isCertain(name) && foundation::stringFromUTF8(foundation::bytesOf(name));
+}
+
+/// `unzip` prefers the Unicode path, except to a name that is declared to be UTF-8.
 bool isCertain(const ZipEntry& entry) {
-  if (entry.unicodeName) {
-    return isCertain(*entry.unicodeName) &&
-           foundation::stringFromUTF8(foundation::bytesOf(*entry.unicodeName));
-  }
-  if (entry.isUTF8 && !foundation::stringFromUTF8(foundation::bytesOf(entry.name))) return false;
-  const bool isOfOldHost = !entry.unixMode && !entry.isUTF8;
-  if (isOfOldHost && (!isASCII(entry.name) || entry.name.find('\\') != entry.name.npos)) {
+  if (entry.unicodeName && !isCertainUTF8(*entry.unicodeName)) return false;
+  if (entry.unicodeName && !entry.isUTF8) return true;
+  if (entry.isUTF8) return isCertainUTF8(entry.name);
+  if (!entry.unixMode && (!isASCII(entry.name) || entry.name.find('\\') != entry.name.npos)) {
     return false;
   }
   return isCertain(entry.name);
@@ -75,9 +77,10 @@ UnzipPaths::UnzipPaths(const archive::ZipDirectory& directory) {
   for (const ZipEntry& entry : directory.entries()) {
     areCertain_ = areCertain_ && isCertain(entry);
     add(entry.name);
-    if (entry.unicodeName) add(*entry.unicodeName);
-    const std::string_view name = entry.unicodeName.value_or(entry.name);
-    if ((entry.isUTF8 || entry.unicodeName) && !isASCII(name)) add(escaped(name));
+    if (entry.isUTF8 && !isASCII(entry.name)) add(escaped(entry.name));
+    if (!entry.unicodeName) continue;
+    add(*entry.unicodeName);
+    if (!isASCII(*entry.unicodeName)) add(escaped(*entry.unicodeName));
   }
   std::ranges::sort(paths_);
 }

@@ -4,6 +4,7 @@
 #include <bit>
 #include <limits>
 #include <string>
+#include <utility>
 
 namespace archive {
 
@@ -191,10 +192,12 @@ Result<> readUnicodePath(Bytes field, ZipEntry& entry) {
   return {};
 }
 
-/// A rest that is too short for a field is padding.
+/// A remainder that is too short for a field is padding. Of two Unicode paths some readers use the
+/// first, others the last.
 Result<> readExtra(Bytes extra, const SmallNumbers& small, ZipEntry& entry) {
   bool needsZip64 = small.compressedSize == kSaturated32 ||
                     small.uncompressedSize == kSaturated32 || small.headerOffset == kSaturated32;
+  bool hasUnicodePath = false;
   while (extra.size() >= kExtraHeaderSize) {
     const auto kind = numberAt<std::uint16_t>(extra, 0);
     const auto size = numberAt<std::uint16_t>(extra, 2);
@@ -207,7 +210,8 @@ Result<> readExtra(Bytes extra, const SmallNumbers& small, ZipEntry& entry) {
     if (kind == kZip64Field && needsZip64) {
       read = readZip64Field(*field, small, entry);
       needsZip64 = false;
-    } else if (kind == kUnicodePathField && !entry.unicodeName) {
+    } else if (kind == kUnicodePathField) {
+      if (std::exchange(hasUnicodePath, true)) return problem("a second Unicode path");
       read = readUnicodePath(*field, entry);
     }
     if (!read) return read;

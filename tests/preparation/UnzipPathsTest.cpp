@@ -12,14 +12,15 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 
 /// An archive with one empty file, which `unzip` takes. `unicode` is the name in an extra field,
-/// made for "Payload/raw.app/x".
+/// made for "Payload/raw.app/x" or "Payload/\u00dc.app/x".
 std::string archiveWith(const std::string& name, const std::string& host,
                         const std::string& unicode) {
   test::ZipItem item{.name = name, .compressedSize = 0, .uncompressedSize = 0};
   if (host == "old") item.madeBy = 0;
   if (host == "utf8") item.flags = 1 << 11;
   if (!unicode.empty()) {
-    item.extra = test::zipField(0x7075, "\1" + test::littleEndian(0x7dbc6c9, 4) + unicode);
+    const std::uint32_t sum = name == "Payload/raw.app/x" ? 0x7dbc6c9 : 0x77360eeb;
+    item.extra = test::zipField(0x7075, "\1" + test::littleEndian(sum, 4) + unicode);
   }
   return test::ZipImage({item}).bytes();
 }
@@ -47,6 +48,8 @@ TEST(UnzipPaths, AreWhereTheRealUnzipPutsEntries) {
            {"Payload/raw.app/x", "unix", "Payload/\xc3\x9c\xf0\x9f\x98\x80.app/x"},
            {"Payload/raw.app/x", "unix", "Payload/other.app/x"},
            {"Payload/raw.app/x", "unix", "Payload/\xc3.app/x", false},
+           {"Payload/\xc3\x9c.app/x", "utf8", "Payload/other.app/x"},
+           {"Payload/\xc3\x9c.app/x", "unix", "Payload/other.app/x"},
            {"Payload/B.app/..", "unix", "", false},
        }) {
     const std::string bytes = archiveWith(c.name, c.host, c.unicode);
