@@ -8,6 +8,8 @@ namespace PropertyList = foundation::PropertyList;
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto value = PropertyList::parse(fuzz::bytesOf(data, size));
+  const auto strict = PropertyList::parseUnambiguous(fuzz::bytesOf(data, size));
+  if (strict) fuzz::require(value.ok());
   if (!value) return 0;
   fuzz::ignore(foundation::format("%@", *value));
   // Characters that XML cannot hold have no written form.

@@ -27,6 +27,7 @@ void readDirectory(const toolchain::CodeDirectory& directory) {
     fuzz::require(directory.specialHash(slot).size() == size);
   }
   fuzz::require(directory.cdHash().size() == 20);
+  fuzz::ignore(toolchain::checkUnused(directory));
 }
 
 void readSignature(const toolchain::SuperBlob& signature) {
@@ -40,7 +41,8 @@ void readSignature(const toolchain::SuperBlob& signature) {
   if (entitlements) subject.entitlements = *entitlements;
   const auto signer = toolchain::checkedSigner(signature, *directories);
   if (signer && *signer) subject.chain = (*signer)->chain;
-  fuzz::ignore(toolchain::meetsDesignatedRequirement(signature, subject));
+  const auto requirement = toolchain::designatedRequirement(signature);
+  if (requirement && *requirement) fuzz::ignore(toolchain::meets(subject, **requirement));
 }
 
 }  // namespace

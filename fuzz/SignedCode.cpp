@@ -1,6 +1,7 @@
 // Signed Mach-O files as the signing tools read and verify them.
 #include "foundation/PropertyList.h"
 #include "fuzz/FuzzTarget.h"
+#include "toolchain/Layout.h"
 #include "toolchain/SignatureCheck.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -14,6 +15,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
       fuzz::ignore(foundation::PropertyList::parse(
           code.subspan(slice.embeddedInfoPlist->offset, slice.embeddedInfoPlist->size)));
     }
+    fuzz::ignore(toolchain::checkSegments(slice));
     if (!slice.signature) continue;
     fuzz::ignore(toolchain::checkSignature({.slice = slice,
                                             .signature = image->signatureArea(slice),
