@@ -15,6 +15,22 @@
 
 namespace test {
 
+// Why the platform says that code does not verify.
+inline constexpr const char* kBundleFormat = "bundle format unrecognized, invalid, or unsuitable";
+inline constexpr const char* kInvalidInfo =
+    "invalid Info.plist (plist or signature have been modified)";
+inline constexpr const char* kInvalidSeal =
+    "invalid resource directory (directory or signature have been modified)";
+inline constexpr const char* kInvalidSignature =
+    "invalid signature (code or signature have been modified)";
+inline constexpr const char* kNoResources =
+    "code has no resources but signature indicates they must be present";
+inline constexpr const char* kObjectFormat =
+    "object file format unrecognized, invalid, or unsuitable";
+inline constexpr const char* kSealedResource = "a sealed resource is missing or invalid";
+inline constexpr const char* kStrict = "main executable failed strict validation";
+inline constexpr const char* kUnsigned = "code object is not signed at all";
+
 /// Changes one bit of one byte.
 inline void flip(const std::filesystem::path& path, std::uintmax_t offset) {
   std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
