@@ -2,6 +2,7 @@
 
 #include "Sendoff/QVTAppInfo.h"
 #include "foundation/Bundle.h"
+#include "foundation/URL.h"
 #include "macho/QVTMachOBinary.h"
 #include "preparation/QVTCodeSignedResource.h"
 
@@ -13,6 +14,10 @@ std::optional<std::string> bundleIdentifierOf(const QVTAppInfo& appInfo) {
 std::optional<std::string> instanceIdentifierOf(const QVTAppInfo& appInfo) {
   if (const auto& binary = appInfo.binary()) return binary->instanceIdentifier();
   return std::nullopt;
+}
+
+std::optional<std::string> pathComponent(const std::optional<std::string>& text) {
+  return text ? std::optional(foundation::percentEscapedPathComponent(*text)) : std::nullopt;
 }
 
 const foundation::Value* infoValueOf(const QVTAppInfo& appInfo, std::string_view key) {

@@ -74,7 +74,7 @@ void addSlices(QVTWebRequest& request, const QVTMachOBinary* binary) {
 std::shared_ptr<QVTWebRequest> uploadRequest(const QVTAppInfo& appInfo, const foundation::Data& ipa,
                                              bool notifications) {
   const std::string path = foundation::format("/spi/v1/platforms/ios/apps/%@/distributions",
-                                              bundleIdentifierOf(appInfo));
+                                              pathComponent(bundleIdentifierOf(appInfo)));
   auto request = setupRequest("POST", path, appInfo);
   addDevices(*request, appInfo.provisioningProfile().get());
   request->addValueForFormField(secondsSince1970(), "distribution[built_at]");

@@ -24,7 +24,8 @@ constexpr const char* kDeveloperToken = "389eabecb56021e9d618c5d32c6afc83b458bfd
 /// Path of one of the build-server calls for this app and this build of it.
 std::string releasePathOf(const QVTAppInfo& appInfo, std::string_view command) {
   return foundation::format("/spi/v1/platforms/ios/apps/%@/releases/%@/build_server/%@",
-                            bundleIdentifierOf(appInfo), instanceIdentifierOf(appInfo), command);
+                            pathComponent(bundleIdentifierOf(appInfo)),
+                            pathComponent(instanceIdentifierOf(appInfo)), command);
 }
 
 /// Sends the request to the API and answers whether the service took it (200 or 202), after

@@ -15,6 +15,7 @@
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/Text.h"
+#include "foundation/URL.h"
 #include "preparation/TemporaryItems.h"
 
 namespace FileManager = foundation::FileManager;
@@ -99,9 +100,18 @@ bool enableTesters(const QVTAppInfo& appInfo, const RunSettings& settings) {
   return false;
 }
 
+/// The service finds the app by its identifier, which is part of each path.
+bool checkIdentifier(const QVTAppInfo& appInfo) {
+  const auto identifier = bundleIdentifierOf(appInfo);
+  if (!identifier || foundation::isPlainPathComponent(*identifier)) return true;
+  QVTCLUtilLog("The bundle identifier %@ cannot be part of a request to the service",
+               foundation::escapingControlCharacters(identifier));
+  return false;
+}
+
 /// The run up to the upload; false once a step has failed and printed its line.
 bool announce(const QVTAppInfo& appInfo, const RunSettings& settings) {
-  return validate(appInfo) && addNotes(appInfo, settings.notesPath) &&
+  return checkIdentifier(appInfo) && validate(appInfo) && addNotes(appInfo, settings.notesPath) &&
          enableTesters(appInfo, settings);
 }
 

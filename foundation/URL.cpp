@@ -6,6 +6,7 @@
 
 #include "foundation/Path.h"
 #include "foundation/Text.h"
+#include "foundation/UnicodeText.h"
 
 namespace foundation {
 
@@ -225,6 +226,21 @@ std::string percentEscaped(std::string_view text) { return escaped(text, "%#[]")
 
 std::string percentEscapedKeepingPercent(std::string_view text, std::string_view alsoEscaped) {
   return escaped(text, "#[]" + std::string(alsoEscaped));
+}
+
+std::string percentEscapedPathComponent(std::string_view text) { return escaped(text, "%#[]/?;"); }
+
+bool isPlainPathComponent(std::string_view text) {
+  if (text == "." || text == "..") return false;
+  if (text.find_first_of("/?#\\%") != std::string_view::npos) return false;
+  while (!text.empty()) {
+    const auto next = firstCodePoint(text);
+    if (!next) return false;
+    const bool isControl = next->value < 0x20 || (next->value >= 0x7f && next->value < 0xa0);
+    if (isControl || trimmed(text.substr(0, next->length)).empty()) return false;
+    text.remove_prefix(next->length);
+  }
+  return true;
 }
 
 std::optional<std::string> percentDecoded(std::string_view text) {

@@ -55,6 +55,15 @@ std::string percentEscaped(std::string_view text);
 /// `alsoEscaped`.
 std::string percentEscapedKeepingPercent(std::string_view text, std::string_view alsoEscaped);
 
+/// `text` as one component of a URL's path: what a URL cannot hold and what would end the component
+/// or take it apart is escaped, "%" included.
+std::string percentEscapedPathComponent(std::string_view text);
+
+/// False for a text that could reach another place than its own when it is a component of a path,
+/// since servers differ in when they decode: with "/", "?", "#", "\", "%", white space or a control
+/// character, and for "." and "..". Other characters only have to be escaped.
+bool isPlainPathComponent(std::string_view text);
+
 /// Decodes percent escapes; absent when one is broken.
 std::optional<std::string> percentDecoded(std::string_view text);
 

@@ -9,6 +9,7 @@
 #include "foundation/Path.h"
 #include "foundation/SigningKeychains.h"
 #include "foundation/Text.h"
+#include "foundation/URL.h"
 #include "inspect/ForeignApp.h"
 #include "inspect/Report.h"
 #include "inspect/SignatureFacts.h"
@@ -188,6 +189,11 @@ Findings checkVersions(const foundation::Bundle& bundle) {
   if (!identifier || !identifier->string() || identifier->string()->empty()) {
     findings.push_back(fails("Info.plist has no CFBundleIdentifier of type string",
                              "set it; the release service finds the app by it"));
+  } else if (!foundation::isPlainPathComponent(*identifier->string())) {
+    findings.push_back(
+        fails("the bundle identifier " + *identifier->string() +
+                  " cannot be part of a request to the service",
+              "use letters, digits, hyphens and periods, as the developer account demands"));
   }
   for (const char* key : {"CFBundleShortVersionString", "CFBundleVersion"}) {
     append(findings, checkVersionKey(bundle, key));

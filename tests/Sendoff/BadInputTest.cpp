@@ -337,6 +337,30 @@ TEST_F(BadInputTest, Archives) {
   EXPECT_THAT(place_.run({}).messages().at(2), StartsWith("Unable to read archive at "));
 }
 
+TEST_F(BadInputTest, BundleIdentifiersThatLeadToAnotherPlaceOfTheService) {
+  const auto runWith = [&](const std::string& identifier) {
+    const TemporaryFolder folder;
+    const fs::path app = makeApp(folder.path(), {.info = {{"CFBundleIdentifier", identifier}}});
+    return runIPA(packIPA(app, place_.files() / "Example.ipa"));
+  };
+  for (const auto& [identifier, shown] :
+       {std::pair("../../../../../admin/delete?x=", "../../../../../admin/delete?x="),
+        std::pair("com.victim/releases/1?x=#", "com.victim/releases/1?x=#"), std::pair("..", ".."),
+        std::pair("com.example.app\nX: y", "com.example.app\\nX: y")}) {
+    const auto result = runWith(identifier);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.messages(),
+                ElementsAre(kBanner, std::string("The bundle identifier ") + shown +
+                                         " cannot be part of a request to the service"));
+    expectCleanedUp();
+  }
+  EXPECT_THAT(service_.server().requests(), IsEmpty());
+  runWith("com.example.gr\u00fcn");
+  ASSERT_FALSE(service_.server().requests().empty());
+  EXPECT_THAT(service_.server().requests()[0]->target,
+              HasSubstr("/apps/com.example.gr%C3%BCn/releases/"));
+}
+
 TEST_F(BadInputTest, Notes) {
   const fs::path ipa = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
   write(place_.files() / "latin1.txt", "gr\xfc\xdf\n");

@@ -101,8 +101,21 @@ TEST(URL, Escapes) {
   EXPECT_EQ(percentEscaped(" \"#[]\\^`{|}<>\u00e4\n"),
             "%20%22%23%5B%5D%5C%5E%60%7B%7C%7D%3C%3E%C3%A4%0A");
   EXPECT_EQ(percentEscapedKeepingPercent("%25 &=", "&="), "%25%20%26%3D");
+  EXPECT_EQ(percentEscapedPathComponent("a-._~b%/?#[];\u00e4 "),
+            "a-._~b%25%2F%3F%23%5B%5D%3B%C3%A4%20");
   EXPECT_EQ(percentDecoded("%C3%a4+"), "\u00e4+");
   EXPECT_EQ(percentDecoded("%4"), std::nullopt);
+}
+
+TEST(URL, KnowsPathComponentsThatReachAnotherPlace) {
+  for (const char* const good :
+       {"", "com.example.app-1", "gr\u00fcn", "...", "(null)", "a;b=c&d@e:f"}) {
+    EXPECT_TRUE(isPlainPathComponent(good)) << good;
+  }
+  for (const char* const bad : {".", "..", "a/b", "/", "a?", "#", "\\", "a%2Fb", "%", " ",
+                                "a\u00a0b", "a\n", "\x7f", "\u0085", "\u2028", "\xff"}) {
+    EXPECT_FALSE(isPlainPathComponent(bad)) << bad;
+  }
 }
 
 }  // namespace

@@ -116,6 +116,9 @@ TEST_F(HandOff, FlawsOfAnAppAreNamedWithAdvice) {
                 [](auto& o) { o.info["CFBundleShortVersionString"] = ""; }},
            Flaw{"failure: Info.plist has no CFBundleIdentifier of type string: ", 1,
                 [](auto& o) { o.info["CFBundleIdentifier"] = Array{"com.example.app"}; }},
+           Flaw{"failure: the bundle identifier com.victim/.. cannot be part of a request to the "
+                "service: ",
+                1, [](auto& o) { o.info["CFBundleIdentifier"] = "com.victim/.."; }},
            Flaw{"failure: the app has no executable (CFBundleExecutable): ", 1,
                 [](auto& o) { o.info["CFBundleExecutable"] = Value(); }},
        }) {
