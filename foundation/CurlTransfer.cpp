@@ -176,7 +176,10 @@ std::optional<Error> CurlTransfer::problem(CURLcode result) const {
       return urlError(kURLErrorBadServerResponse, place + " sent a head without end");
     case HTTPAnswer::Refusal::bodyTooLong:
       return urlError(kURLErrorDataLengthExceedsMaximum,
-                      place + " sent a longer body than can be kept");
+                      place + " sent a body of more than 16 MiB");
+    case HTTPAnswer::Refusal::noMemory:
+      return urlError(kURLErrorDataLengthExceedsMaximum,
+                      place + " sent a longer body than fits into memory");
     case HTTPAnswer::Refusal::none:
       break;
   }

@@ -48,7 +48,7 @@ bool HTTPAnswer::addBody(Bytes bytes) {
   try {
     body_.append(textOf(bytes));
   } catch (const std::bad_alloc&) {
-    refusal_ = Refusal::bodyTooLong;
+    refusal_ = Refusal::noMemory;
     return false;
   }
   bodySize_ += bytes.size();

@@ -13,10 +13,10 @@ class HTTPAnswer {
  public:
   /// Most bytes that the head of one exchange may have, interim answers (1xx) included.
   static constexpr std::size_t kMaximumHead = std::size_t{256} * 1024;
-  /// Most bytes of a body, after decompression.
-  static constexpr std::size_t kMaximumBody = std::size_t{1} << 30;
+  /// Most bytes of a body, after decompression: no answer of a service is near it.
+  static constexpr std::size_t kMaximumBody = std::size_t{16} << 20;
 
-  enum class Refusal { none, headTooLong, bodyTooLong };
+  enum class Refusal { none, headTooLong, bodyTooLong, noMemory };
 
   /// Takes one line of a head with its line end. False when the exchange must not go on.
   bool addHeadLine(std::string_view line, long statusCode);

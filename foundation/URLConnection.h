@@ -29,7 +29,7 @@ struct ProtectionSpace {
 /// never on disk. `http_proxy`, `https_proxy`, `no_proxy`, `SSL_CERT_FILE` and `SSL_CERT_DIR` are
 /// honoured. Errors are in "NSURLErrorDomain" with the platform's codes (-1001 timed out, -1002
 /// unsupported URL, -1003 host not found, -1004 cannot connect, -1005 connection lost, -1007 too
-/// many redirects, -1011 bad server response, -1103 answer above 1 GB, -1202 server certificate
+/// many redirects, -1011 bad server response, -1103 body above 16 MiB, -1202 server certificate
 /// untrusted, -1200 other TLS failure, -1 anything else); their text names host and port, and never
 /// a header.
 class URLConnection {

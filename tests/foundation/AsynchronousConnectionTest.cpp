@@ -3,6 +3,7 @@
 
 #include "foundation/RunLoop.h"
 #include "tests/foundation/Connections.h"
+#include "tests/support/MachOFixture.h"
 
 namespace foundation {
 namespace {
@@ -179,6 +180,30 @@ TEST(AsynchronousConnection, ATunnelThatAsksForAPasswordIsAChallengeAndShownNoth
   }
   for (const auto& received : proxy.requests()) {
     EXPECT_THAT(received->raw, testing::Not(testing::HasSubstr("canary")));
+  }
+}
+
+TEST(AsynchronousConnection, ABodyThatBecomesTooLongIsRefusedOnEitherPath) {
+  constexpr std::size_t limit = std::size_t{16} << 20;
+  const test::TemporaryFolder folder;
+  for (const std::size_t size : {limit, limit + 1}) {
+    const bool fits = size == limit;
+    test::runCommand(
+        {"sh", "-c", "head -c $0 /dev/zero | gzip >$1", std::to_string(size), folder / "body"});
+    const std::string body = test::contentsOf(folder / "body");
+    ASSERT_LT(body.size(), 20'000u);
+    const LoopbackServer server(alwaysAnswer(httpAnswer(200, body, "Content-Encoding: gzip\r\n")));
+    const auto synchronous = send(requestFor(server.url("/")));
+    const auto asynchronous = exchange(requestFor(server.url("/")));
+    EXPECT_EQ(synchronous.data.has_value(), fits);
+    EXPECT_LE(asynchronous->body.size(), limit);
+    for (const auto& error : {synchronous.error, asynchronous->error}) {
+      ASSERT_EQ(error.has_value(), !fits);
+      if (fits) continue;
+      EXPECT_EQ(error->code, -1103);
+      EXPECT_THAT(error->localizedDescription(),
+                  testing::HasSubstr("sent a body of more than 16 MiB"));
+    }
   }
 }
 
