@@ -63,14 +63,16 @@ foundation::URLRequest QVTWebClientTransaction::prepare(std::string_view functio
 }
 
 void QVTWebClientTransaction::startConnection() {
-  connection_ = std::make_unique<foundation::URLConnection>(
-      prepare("-[QVTWebClientTransaction startConnection]"), shared_from_this());
+  foundation::URLRequest request = prepare("-[QVTWebClientTransaction startConnection]");
+  if (auto problem = request_->formProblem()) return fail(*std::move(problem));
+  connection_ = std::make_unique<foundation::URLConnection>(std::move(request), shared_from_this());
   connection_->start();
 }
 
 void QVTWebClientTransaction::syncStartConnection() {
-  auto exchange = foundation::URLConnection::sendSynchronousRequest(
-      prepare("-[QVTWebClientTransaction syncStartConnection]"));
+  const foundation::URLRequest request = prepare("-[QVTWebClientTransaction syncStartConnection]");
+  if (auto problem = request_->formProblem()) return fail(*std::move(problem));
+  auto exchange = foundation::URLConnection::sendSynchronousRequest(request);
   if (exchange.error) response_->setError(std::move(exchange.error));
   if (exchange.data) response_->appendData(exchange.data->bytes());
   if (exchange.response) {
@@ -89,6 +91,11 @@ std::optional<Value> QVTWebClientTransaction::objectFromReceivedData() {
   if (decoded) return *std::move(decoded);
   if (!response_->error()) response_->setError(decoded.error());
   return std::nullopt;
+}
+
+void QVTWebClientTransaction::fail(foundation::Error error) {
+  response_->setError(std::move(error));
+  complete();
 }
 
 void QVTWebClientTransaction::complete() {
@@ -118,10 +125,7 @@ void QVTWebClientTransaction::connectionDidReceiveData(foundation::URLConnection
 
 void QVTWebClientTransaction::connectionDidFailWithError(foundation::URLConnection&,
                                                          const foundation::Error& error) {
-  queue_.async([self = shared_from_this(), error] {
-    self->response_->setError(error);
-    self->complete();
-  });
+  queue_.async([self = shared_from_this(), error] { self->fail(error); });
 }
 
 void QVTWebClientTransaction::connectionDidFinishLoading(foundation::URLConnection&) {

@@ -16,7 +16,9 @@
 ///
 /// Asynchronously the connection runs on the main run loop, which the host must keep running; every
 /// change of the response and the completion itself run on the transaction's own serial queue.
-/// Synchronously everything runs on the calling thread, and the body is the raw bytes.
+/// Synchronously everything runs on the calling thread, and the body is the raw bytes. A form that
+/// would be read as another one (`QVTWebRequest::formProblem`) completes with error -3, and nothing
+/// is sent.
 class QVTWebClientTransaction : public foundation::URLConnection::Delegate,
                                 public std::enable_shared_from_this<QVTWebClientTransaction> {
  public:
@@ -65,6 +67,7 @@ class QVTWebClientTransaction : public foundation::URLConnection::Delegate,
  private:
   explicit QVTWebClientTransaction(std::shared_ptr<QVTWebRequest> request);
   foundation::URLRequest prepare(std::string_view function);
+  void fail(foundation::Error error);
 
   std::shared_ptr<QVTWebRequest> request_;
   std::shared_ptr<QVTWebResponse> response_ = std::make_shared<QVTWebResponse>();

@@ -1,9 +1,14 @@
 #include "QVTWebClient/QVTWebRequest.h"
 
+#include <cstring>
+
+#include "QVTWebClient/QVTWebResponse.h"
 #include "QVTWebClient/URLEscaping.h"
 #include "foundation/Assertion.h"
 #include "foundation/Format.h"
+#include "foundation/Text.h"
 
+using FormRecord = QVTWebRequest::FormRecord;
 using foundation::format;
 using foundation::RequestBody;
 using foundation::Value;
@@ -11,6 +16,8 @@ using foundation::Value;
 namespace {
 
 constexpr std::string_view kBoundary = "AaB03x";
+/// Begins a line that ends a part, whatever the rest of the line is.
+constexpr std::string_view kDelimiter = "--AaB03x";
 constexpr std::chrono::seconds kIdleTimeout{15};
 
 /// Adds key and value; false, ending the record, when there is no value.
@@ -37,6 +44,40 @@ void appendFilePart(RequestBody& body, const QVTWebRequest::FormRecord& record,
   body.append(std::move(header));
   body.append(bytes);
   body.append(std::string("\r\n"));
+}
+
+bool fitsIntoHeader(const FormRecord& record, std::string_view key) {
+  const Value* const value = foundation::find(record, key);
+  return !value || format("%@", value).find_first_of("\"\r\n") == std::string::npos;
+}
+
+/// A text is small and may meet a receiver that takes any line break for the end of a line.
+bool hasDelimiter(std::string_view text) {
+  for (auto at = text.find(kDelimiter); at != text.npos; at = text.find(kDelimiter, at + 1)) {
+    if (at == 0 || text[at - 1] == '\n' || text[at - 1] == '\r') return true;
+  }
+  return false;
+}
+
+/// Looks at bytes that are as they are; only a whole line end begins a delimiter. As fast as memory
+/// is read.
+bool hasDelimiter(foundation::Bytes bytes) {
+  const std::string line = "\r\n" + std::string(kDelimiter);
+  return foundation::textOf(bytes).starts_with(kDelimiter) ||
+         ::memmem(bytes.data(), bytes.size(), line.data(), line.size()) != nullptr;
+}
+
+/// What is wrong with the part that the record becomes; null when nothing is.
+const char* problemOf(const FormRecord& record) {
+  const Value* const value = foundation::find(record, "value");
+  if (!value || (!value->string() && !value->data())) return nullptr;  // left out of the form
+  for (const std::string_view key : {"field", "filename", "mime-type"}) {
+    if (value->string() && key != "field") break;  // a text's header has no more
+    if (!fitsIntoHeader(record, key)) return "a quotation mark or line break in its header";
+  }
+  const bool ends =
+      value->string() ? hasDelimiter(*value->string()) : hasDelimiter(value->data()->bytes());
+  return ends ? "the form's own delimiter in its value" : nullptr;
 }
 
 }  // namespace
@@ -129,6 +170,19 @@ foundation::URLRequest QVTWebRequest::URLRequest() {
   // After the body, whose making sets the content type.
   request.headers = customHeaders_;
   return request;
+}
+
+std::optional<foundation::Error> QVTWebRequest::formProblem() const {
+  if (!formFields_) return std::nullopt;
+  for (const auto& record : *formFields_) {
+    const char* const problem = problemOf(record);
+    if (!problem) continue;
+    const std::string name = format("%@", foundation::find(record, "field"));
+    return foundation::makeError(
+        QVTWebClientErrorDomain, QVTWebClientErrorAmbiguousForm,
+        "the form field " + foundation::escapingControlCharacters(name) + " has " + problem);
+  }
+  return std::nullopt;
 }
 
 std::optional<RequestBody> QVTWebRequest::formData() {

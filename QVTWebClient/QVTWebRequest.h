@@ -80,6 +80,10 @@ class QVTWebRequest {
   /// The multipart body; file bytes are shared, not copied. Absent without form fields, else sets
   /// the "Content-Type" header. Records whose value is neither text nor data are left out.
   std::optional<foundation::RequestBody> formData();
+  /// Why the receiver would not find the fields of `formData` as they are here: a value with a line
+  /// that begins with the boundary, or a name, MIME type or file name with a quotation mark or line
+  /// break. Absent when the form is fine. A request with such a form is not sent.
+  [[nodiscard]] std::optional<foundation::Error> formProblem() const;
 
  private:
   explicit QVTWebRequest(std::string method) : method_(std::move(method)) {}

@@ -10,10 +10,11 @@
 #include "foundation/Value.h"
 
 /// Errors that the client itself makes: -1 a status other than the one expected, -2 a question for
-/// authentication that it does not answer.
+/// authentication that it does not answer, -3 a form that would be read as another one.
 inline constexpr std::string_view QVTWebClientErrorDomain = "QVTWebClientErrorDomain";
 inline constexpr long QVTWebClientErrorUnexpectedStatus = -1;
 inline constexpr long QVTWebClientErrorAuthenticationRefused = -2;
+inline constexpr long QVTWebClientErrorAmbiguousForm = -3;
 
 /// What came of one request. An asynchronous exchange changes it on its own queue only, and hands
 /// it over when it is complete.

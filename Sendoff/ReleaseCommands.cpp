@@ -83,7 +83,10 @@ void logErrorResponse(std::string_view context, const QVTWebResponse& response) 
 
 void logFailedRequest(const QVTWebResponse& response, const QVTAppInfo& appInfo) {
   if (const auto& error = response.error()) {
-    foundation::systemLog("No answer from the service: %@", error->localizedDescription());
+    foundation::systemLog(error->domain == QVTWebClientErrorDomain
+                              ? "The request was not sent: %@"
+                              : "No answer from the service: %@",
+                          error->localizedDescription());
     return;
   }
   const std::string words = serviceWords(response, {appInfo.apiKey(), appInfo.buildSecret()});

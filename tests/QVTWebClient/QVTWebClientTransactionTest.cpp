@@ -115,6 +115,18 @@ TEST(QVTWebClientTransaction, TransportErrorsReachTheHandlerOnce) {
   }
 }
 
+TEST(QVTWebClientTransaction, SendsNoFormThatWouldBeReadAsAnother) {
+  const LoopbackServer server(alwaysAnswer(httpAnswer(200)));
+  const auto request = requestFor(server.url("/"));
+  request->addValueForFormField("\r\n--AaB03x", "a");
+  for (const auto& response : {asynchronously(request), synchronously(request)}) {
+    ASSERT_TRUE(response && response->error());
+    EXPECT_EQ(response->error()->code, -3);
+    EXPECT_EQ(response->statusCode(), 0u);
+  }
+  EXPECT_EQ(server.connectionCount(), 0u);
+}
+
 TEST(QVTWebClientTransaction, AChallengeEndsAnAsynchronousExchange) {
   const LoopbackServer server(
       alwaysAnswer(httpAnswer(401, "who?", "WWW-Authenticate: Basic realm=\"x\"\r\n")));

@@ -116,6 +116,57 @@ TEST(QVTWebRequest, BuildsMultipartBodiesByteForByte) {
   }
 }
 
+TEST(QVTWebRequest, KnowsAFormThatWouldBeReadAsAnother) {
+  const std::string header = "has a quotation mark or line break in its header";
+  const std::string value = "has the form's own delimiter in its value";
+  const auto text = [](const std::string& content) {
+    return [=](QVTWebRequest& r) { r.addValueForFormField(content, "f"); };
+  };
+  const auto file = [](const std::string& content, const std::string& name = "x.zip") {
+    return [=](QVTWebRequest& r) {
+      r.addDataMIMETypeFileNameForFormField(Data(content), "a/b", name, "f");
+    };
+  };
+  struct Case {
+    std::function<void(QVTWebRequest&)> fill;
+    std::string problem;
+  };
+  for (const Case& c : {
+           Case{text("1\r\n--AaB03x\r\nContent-Disposition: form-data; name=\"emails[]\""), value},
+           Case{text("--AaB03x--"), value},
+           Case{text("a\n--AaB03xyz"), value},
+           Case{text("a\r--AaB03x"), value},
+           Case{text("a --AaB03x\r\n--AaB03x"), value},
+           Case{text("a --AaB03x\r\n--AaB03\r\n-AaB03x"), ""},
+           Case{file("--AaB03x"), value},
+           Case{file("PK\r\n--AaB03x\r\n"), value},
+           Case{file("PK--AaB03x\n--AaB03x\r\n--AaB03"), ""},
+           Case{file("", "x\"; y.zip"), header},
+           Case{file("", "x\n"), header},
+           Case{[](auto& r) { r.addValueForFormField("1", "f\r"); }, header},
+           Case{[](auto& r) {
+                  r.addDataMIMETypeFileNameForFormField(Data(), "a\r\nX: y", "n", "f");
+                },
+                header},
+           Case{[](auto& r) {
+                  r.setFormData({{"f\"", 1}});
+                },
+                ""},
+       }) {
+    const auto request = newRequest();
+    request->addValueForFormField("fine", "first");
+    c.fill(*request);
+    const auto problem = request->formProblem();
+    SCOPED_TRACE(bodyOf(*request));
+    ASSERT_EQ(problem.has_value(), !c.problem.empty());
+    if (!problem) continue;
+    EXPECT_EQ(problem->domain, "QVTWebClientErrorDomain");
+    EXPECT_EQ(problem->code, -3);
+    EXPECT_THAT(problem->localizedDescription(),
+                testing::MatchesRegex("the form field f.* " + c.problem));
+  }
+}
+
 TEST(QVTWebRequest, WithoutFieldsThereIsNoBodyAndNoType) {
   const auto request = newRequest();
   EXPECT_FALSE(request->formFields());

@@ -361,6 +361,22 @@ TEST_F(BadInputTest, BundleIdentifiersThatLeadToAnotherPlaceOfTheService) {
               HasSubstr("/apps/com.example.gr%C3%BCn/releases/"));
 }
 
+TEST_F(BadInputTest, AVersionThatWouldAddAFieldToTheForm) {
+  const std::string version =
+      "345\r\n--AaB03x\r\nContent-Disposition: form-data; "
+      "name=\"emails[]\"\r\n\r\nevil@example.org";
+  const fs::path app = makeApp(place_.files(), {.info = {{"CFBundleVersion", version}}});
+  const auto result = runIPA(packIPA(app, place_.files() / "Example.ipa"));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.messages(), ElementsAre(kBanner, "Unable to submit build. Response code: 0",
+                                             "Failed to upload binary"));
+  EXPECT_THAT(result.errors,
+              HasSubstr("The request was not sent: the form field app[build_version] "
+                        "has the form's own delimiter in its value"));
+  EXPECT_THAT(service_.calls(), ElementsAre(ServiceCall::validate));
+  expectCleanedUp();
+}
+
 TEST_F(BadInputTest, Notes) {
   const fs::path ipa = packIPA(makeApp(place_.files()), place_.files() / "Example.ipa");
   write(place_.files() / "latin1.txt", "gr\xfc\xdf\n");
