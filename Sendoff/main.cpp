@@ -25,6 +25,7 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   openMissingStandardDescriptors();
+  foundation::keepSecretsInMemory();
   foundation::reserveDescriptorForProcessRecords();
   // A reader of the console that goes away (`sendoff … | head`) must not change what the run does.
   std::signal(SIGPIPE, SIG_IGN);

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include <sys/random.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "foundation/Assertion.h"
@@ -59,3 +60,15 @@ std::string uuidString(const unsigned char (&bytes)[16]) {
 }
 
 }  // namespace foundation::ProcessInfo
+
+namespace foundation {
+
+/// Taking the process from the debuggers of its own user would hide its environment too, in which
+/// children look for HOME.
+void keepSecretsInMemory() {
+  const rlimit none = {.rlim_cur = 0, .rlim_max = 0};
+  ::setrlimit(RLIMIT_CORE, &none);
+  ::unsetenv("SSLKEYLOGFILE");
+}
+
+}  // namespace foundation

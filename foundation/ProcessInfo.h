@@ -29,6 +29,11 @@ std::string executablePath();
 
 }  // namespace ProcessInfo
 
+/// For the start of a program that holds secrets, before it has other threads: from here on this
+/// process and its children leave no core dump, and no TLS library writes the keys of a connection
+/// to the file that `SSLKEYLOGFILE` names.
+void keepSecretsInMemory();
+
 /// The kernel's record of one process.
 struct ProcessRecord {
   pid_t processIdentifier = 0;

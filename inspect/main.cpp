@@ -4,6 +4,7 @@
 
 #include "foundation/FileManager.h"
 #include "foundation/Interruption.h"
+#include "foundation/ProcessInfo.h"
 #include "foundation/RunLoop.h"
 #include "inspect/Output.h"
 #include "inspect/Program.h"
@@ -11,6 +12,7 @@
 
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
+  foundation::keepSecretsInMemory();
   // So that `check` finds the tools that a hand-off would use.
   appendSigningToolsToPath();
   const std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);

@@ -79,6 +79,7 @@ class SecretsTest : public testing::Test {
 
   Workplace place_;
   fs::path keychain_ = place_.files() / "identity.p12";
+  fs::path keysOfConnections_ = place_.files() / "keys.log";
   TLSAuthority authority_;
   StandInService service_{{.apiKey = kCanaryKey, .buildSecret = kCanarySecret}};
   StandInService secure_{{.identity = authority_.issue()}};
@@ -125,7 +126,12 @@ std::vector<SecretsCase> SecretsTest::cases() {
        "Response code: 0",
        "http://127.0.0.1:1"},
       {"no URL", {"-ipaPath", ipa}, 1, "Response code: 0", "http://exa mple.org"},
-      {"reset over TLS", {"-ipaPath", ipa}, 1, "Unable to submit build", secure_.url()},
+      {"reset over TLS",
+       {"-ipaPath", ipa},
+       1,
+       "Unable to submit build",
+       secure_.url(),
+       {{"SSLKEYLOGFILE", keysOfConnections_}}},
       {"not trusted",
        {"-ipaPath", ipa},
        1,
@@ -205,6 +211,18 @@ TEST_F(SecretsTest, StayWhereTheyBelong) {
   EXPECT_THAT(service_.complaints(), IsEmpty());
   EXPECT_GT(elsewhere_.connectionCount(), 0u) << "the proxy was not asked";
   EXPECT_FALSE(secure_.calls().empty());
+  EXPECT_FALSE(fs::exists(keysOfConnections_));
+}
+
+TEST_F(SecretsTest, NoProgramThatHoldsOneDumpsCore) {
+  const fs::path build = SENDOFF_BUILD_FOLDER;
+  for (const fs::path& program :
+       {fs::path(kTool), build / "bin/sendoff-inspect", build / "libexec/sendoff/codesign"}) {
+    const fs::path trace = place_.files() / "trace";
+    runCommand({"strace", "-e", "trace=prlimit64", "-o", trace, program});
+    EXPECT_THAT(contentsOf(trace), HasSubstr("RLIMIT_CORE, {rlim_cur=0, rlim_max=0}, NULL) = 0"))
+        << program;
+  }
 }
 
 }  // namespace

@@ -3,11 +3,13 @@
 #include <string>
 #include <vector>
 
+#include "foundation/ProcessInfo.h"
 #include "foundation/Text.h"
 #include "toolchain/codesign/Program.h"
 
 int main(int argc, char** argv) {
   toolchain::codesign::prepareStreams();
+  foundation::keepSecretsInMemory();
   try {
     return toolchain::codesign::run(
         std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
