@@ -13,7 +13,6 @@ namespace {
 
 using foundation::Certificate;
 using foundation::Identity;
-using foundation::Keychain;
 
 std::string hashText(const Certificate& certificate) {
   return foundation::uppercaseHex(certificate.sha1());
