@@ -30,6 +30,9 @@ ThreadPool& ThreadPool::shared() {
   return *pool;
 }
 
+/// The timer may be wanted when no more threads can be had, its own included.
+ThreadPool::ThreadPool() { Timer::shared(); }
+
 void ThreadPool::add(Work work) { enqueue(pieces_, std::move(work)); }
 
 void ThreadPool::addTurn(Work work) { enqueue(turns_, std::move(work)); }

@@ -46,6 +46,7 @@ class ThreadPool {
  private:
   static constexpr std::size_t kMostThreads = 64;
 
+  ThreadPool();
   void enqueue(std::deque<Work>& queue, Work work);
   [[nodiscard]] std::size_t pendingCount() const { return turns_.size() + pieces_.size(); }
   void provideThread();

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include "foundation/DispatchQueue.h"
 #include "foundation/RunLoop.h"
@@ -158,6 +160,26 @@ TEST(DispatchQueue, NoNumberOfPiecesThatWaitForEachOtherIsTooLarge) {
   }
   EXPECT_LE(threadCount(), threadsBefore + 8);
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(DispatchQueueDeathTest, GoesOnWithTheThreadsThatCanBeHad) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto runWithFewThreads = [] {
+    const rlimit limit{.rlim_cur = rlim_t{1} << 28, .rlim_max = rlim_t{1} << 28};
+    ::setrlimit(RLIMIT_AS, &limit);
+    std::atomic<int> done = 0;
+    for (int i = 0; i < kPieces; ++i) {
+      DispatchQueue::global().async([&done] {
+        std::this_thread::sleep_for(milliseconds(5));
+        ++done;
+      });
+    }
+    while (done < kPieces) std::this_thread::yield();
+    ::_exit(threadCount() < 50 ? 0 : 1);
+  };
+  EXPECT_EXIT(runWithFewThreads(), testing::ExitedWithCode(0), "");
+}
+#endif
 
 TEST(DispatchQueue, DelayedPiecesComeWhenDue) {
   const auto queue = DispatchQueue::serial("later");
