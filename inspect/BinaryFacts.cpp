@@ -102,7 +102,7 @@ foundation::Result<Binary> openBinary(const std::string& path) {
   Binary binary{QVTMachOBinary::MachOBinaryWithPath(path), {}};
   const OpenFile open(path);
   if (!binary.object || !open.isOpen) {
-    return unreadable(path, "no regular file, or shorter than any Mach-O file");
+    return unreadable(path, "not a regular file, or too short for a Mach-O file");
   }
   bool isMachO = false;
   FactsReader reader(open.file);

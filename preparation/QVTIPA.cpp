@@ -17,7 +17,7 @@ namespace {
 
 void tellOfOtherApps(const Inflation& inflation, const std::string& payload) {
   if (inflation.otherApps.empty()) return;
-  foundation::systemLog("passed over in %@, since not brought by this archive: %@", payload,
+  foundation::systemLog("ignoring what did not come with this archive in %@: %@", payload,
                         foundation::joined(inflation.otherApps, ", "));
 }
 

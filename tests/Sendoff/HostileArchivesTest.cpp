@@ -512,8 +512,8 @@ TEST(HostileArchives, NothingOfAnEarlierArchiveIsSent) {
   ASSERT_TRUE(fs::exists(payload / "Example.app/Frameworks/evil.dylib"));
   const auto result = run.withIPA(honest);
   EXPECT_EQ(result.status, 0) << result.output << result.errors;
-  EXPECT_THAT(result.errors,
-              HasSubstr(payload.string() + ", since not brought by this archive: Aaa.app"));
+  EXPECT_THAT(result.errors, HasSubstr("ignoring what did not come with this archive in " +
+                                       payload.string() + ": Aaa.app\n"));
   EXPECT_TRUE(fs::exists(payload / "Aaa.app/Info.plist"));
   const auto sent = uploadedNames(run.service);
   EXPECT_THAT(sent, testing::Contains("Payload/Example.app/Info.plist"));

@@ -47,7 +47,8 @@ TEST(InspectCommandLine, SaysWhatIsWrongInOneLine) {
                  "sendoff-inspect macho: cannot read " + missing + ": No such file or directory\n"},
            Wrong{{"macho", text},
                  1,
-                 "sendoff-inspect macho: cannot read " + text + ": no regular file, or shorter"},
+                 "sendoff-inspect macho: cannot read " + text +
+                     ": not a regular file, or too short for"},
            Wrong{{"macho", "/bin/sh"},
                  1,
                  "sendoff-inspect macho: cannot read /bin/sh: not a Mach-O file\n"},
