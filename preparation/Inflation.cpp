@@ -150,12 +150,14 @@ bool isInApp(const std::string& path, const std::set<std::string>& apps) {
   return end != path.npos && apps.contains(path.substr(start, end - start));
 }
 
-/// `unzip` follows links to folders, and replaces other links.
+/// `unzip` follows links to folders, and replaces other links. One that the archive has as well is
+/// most likely its own, from a run before this one.
 Result<> checkLinks(const std::string& folder, const std::vector<std::string>& links,
                     const Contents& contents) {
   const bool mayReachAll = !contents.paths || !contents.paths->areCertain();
   for (const std::string& link : links) {
     if (!mayReachAll && !contents.paths->reach(link)) continue;
+    if (!mayReachAll && contents.paths->replaceLink(link)) continue;
     const std::string path = foundation::appendingPathComponent(folder, link);
     return foundation::makeError(foundation::kPOSIXErrorDomain, ELOOP,
                                  "cannot unpack over " + path + ": it is a link");

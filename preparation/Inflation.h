@@ -42,9 +42,9 @@ struct Inflation {
 /// what is there already. Of that only apps in "Payload" are removed before which the archive
 /// brings, too: what an earlier archive had in them is not to become a part of this one's.
 ///
-/// Fails when a link in the folder would be replaced or followed, when the archive is larger than
-/// the limits, and with an error of QVTFileSystemUtilsErrorDomain when `unzip` fails. An archive
-/// whose directory cannot be read is left to `unzip`, but then no link at all may be in the folder,
-/// and nothing is removed before.
+/// Fails when a link in the folder would be followed, or replaced by anything but a link of the
+/// archive's, when the archive is larger than the limits, and with an error of
+/// QVTFileSystemUtilsErrorDomain when `unzip` fails. An archive whose directory cannot be read is
+/// left to `unzip`, but then no link at all may be in the folder, and nothing is removed before.
 foundation::Result<Inflation> inflateArchive(const std::string& archive,
                                              const InflationOptions& options = {});

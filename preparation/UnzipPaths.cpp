@@ -4,6 +4,8 @@
 #include <cctype>
 #include <cstdio>
 
+#include <sys/stat.h>
+
 #include "foundation/Text.h"
 #include "foundation/UnicodeText.h"
 
@@ -76,16 +78,16 @@ std::string escaped(std::string_view name) {
 UnzipPaths::UnzipPaths(const archive::ZipDirectory& directory) {
   for (const ZipEntry& entry : directory.entries()) {
     areCertain_ = areCertain_ && isCertain(entry);
-    add(entry.name);
-    if (entry.isUTF8 && !isASCII(entry.name)) add(escaped(entry.name));
+    const Kind kind = S_ISLNK(entry.unixMode.value_or(0)) ? Kind::link : Kind::other;
+    add(entry.name, kind);
+    if (entry.isUTF8 && !isASCII(entry.name)) add(escaped(entry.name), kind);
     if (!entry.unicodeName) continue;
-    add(*entry.unicodeName);
-    if (!isASCII(*entry.unicodeName)) add(escaped(*entry.unicodeName));
+    add(*entry.unicodeName, kind);
+    if (!isASCII(*entry.unicodeName)) add(escaped(*entry.unicodeName), kind);
   }
-  std::ranges::sort(paths_);
 }
 
-void UnzipPaths::add(std::string_view name) {
+void UnzipPaths::add(std::string_view name, Kind kind) {
   std::string path;
   for (const std::string& component : foundation::split(name, '/')) {
     if (component.empty() || component == "." || component == "..") continue;
@@ -97,12 +99,23 @@ void UnzipPaths::add(std::string_view name) {
         path.substr(kPayload.size(), path.find('/', kPayload.size()) - kPayload.size());
     if (item.ends_with(".app")) apps_.insert(item);
   }
-  paths_.push_back(std::move(path));
+  // Whatever its kind, `unzip` makes a folder for such a name.
+  if (name.ends_with('/')) kind = Kind::other;
+  Kind& known = paths_.try_emplace(std::move(path), kind).first->second;
+  if (kind == Kind::other) known = kind;
 }
 
 bool UnzipPaths::reach(std::string_view path) const {
-  if (std::ranges::binary_search(paths_, path)) return true;
-  const std::string inside = std::string(path) + "/";
-  const auto first = std::ranges::lower_bound(paths_, inside);
-  return first != paths_.end() && first->starts_with(inside);
+  return paths_.contains(path) || reachBelow(std::string(path));
+}
+
+bool UnzipPaths::replaceLink(const std::string& path) const {
+  const auto entry = paths_.find(path);
+  return entry != paths_.end() && entry->second == Kind::link && !reachBelow(path);
+}
+
+bool UnzipPaths::reachBelow(const std::string& path) const {
+  const std::string inside = path + "/";
+  const auto first = paths_.lower_bound(inside);
+  return first != paths_.end() && first->first.starts_with(inside);
 }

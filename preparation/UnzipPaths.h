@@ -1,9 +1,9 @@
 #pragma once
 
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "preparation/ZipDirectory.h"
 
@@ -20,14 +20,19 @@ class UnzipPaths {
   [[nodiscard]] bool areCertain() const { return areCertain_; }
   /// Whether an entry is at the path or below it.
   [[nodiscard]] bool reach(std::string_view path) const;
+  /// Whether nothing of the archive is at the path or below it but a link: `unzip` puts that in
+  /// place of an older link.
+  [[nodiscard]] bool replaceLink(const std::string& path) const;
   /// The items of "Payload" whose names end in ".app".
   [[nodiscard]] const std::set<std::string>& apps() const { return apps_; }
 
  private:
-  void add(std::string_view name);
+  enum class Kind : bool { other, link };
+  void add(std::string_view name, Kind kind);
+  [[nodiscard]] bool reachBelow(const std::string& path) const;
 
-  /// Sorted.
-  std::vector<std::string> paths_;
+  /// What is at each; a link only if all entries of that path are.
+  std::map<std::string, Kind, std::less<>> paths_;
   std::set<std::string> apps_;
   bool areCertain_ = true;
 };

@@ -9,7 +9,7 @@
 
 namespace test {
 
-/// A file to be packed: its path inside the archive and its content.
+/// A file to be packed: its path inside the archive and its content; "-> x" is a link to x.
 struct PackedFile {
   std::string path;
   std::string content;
@@ -18,7 +18,14 @@ struct PackedFile {
 /// Packs the files with the real `zip`.
 inline void pack(const std::filesystem::path& archive, const std::vector<PackedFile>& files) {
   const TemporaryFolder folder;
-  for (const PackedFile& file : files) folder.write(file.path, file.content);
+  for (const auto& [path, content] : files) {
+    if (content.starts_with("-> ")) {
+      std::filesystem::create_directories((folder / path).parent_path());
+      std::filesystem::create_symlink(content.substr(3), folder / path);
+    } else {
+      folder.write(path, content);
+    }
+  }
   // `zip` adds an extension to names without one, so the archive gets its name afterwards.
   const std::filesystem::path packed = folder / "packed.zip";
   outputOf({"sh", "-c", "cd \"$1\" && zip -q --symlinks -r packed.zip . -x ./packed.zip", "sh",

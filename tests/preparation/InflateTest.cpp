@@ -171,14 +171,16 @@ TEST(Inflate, LinksInItsWayAreLeftAloneAndRefused) {
   test::pack(folder / "A.ipa", {{"Payload/A.app/x", "new"}, {"Other/x", "new"}});
   fs::create_directories(folder / "uncertain");
   test::pack(folder / "uncertain/A.ipa", {{"Payload/A.app/x", "new"}, {"Icon\r", "new"}});
+  test::pack(folder / "linked/A.ipa", {{"Payload/A.app/x", "new"}, {"Other/link", "-> x"}});
   struct Case {
     const char* archive;
     const char* link;
     bool isRefused = true;
   };
-  for (const Case& c : {Case{"A.ipa", "Payload"}, Case{"A.ipa", "Payload/A.app"},
-                        Case{"A.ipa", "Other"}, Case{"A.ipa", "Other/x"},
-                        Case{"A.ipa", "unrelated", false}, Case{"uncertain/A.ipa", "unrelated"}}) {
+  for (const Case& c :
+       {Case{"A.ipa", "Payload"}, Case{"A.ipa", "Payload/A.app"}, Case{"A.ipa", "Other"},
+        Case{"A.ipa", "Other/x"}, Case{"A.ipa", "unrelated", false},
+        Case{"uncertain/A.ipa", "unrelated"}, Case{"linked/A.ipa", "Other/link", false}}) {
     SCOPED_TRACE(c.link);
     const test::TemporaryFolder parent;
     const fs::path link = parent / "A" / c.link;

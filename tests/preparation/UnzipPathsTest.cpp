@@ -88,6 +88,20 @@ TEST(UnzipPaths, ReachTheirFoldersAndNothingElse) {
     EXPECT_FALSE(paths.reach(other)) << other;
   }
   EXPECT_TRUE(paths.areCertain());
+  constexpr std::uint16_t link = 0120777;
+  const std::string links = test::ZipImage({{.name = "link", .unixMode = link},
+                                            {.name = "folder", .unixMode = link},
+                                            {.name = "folder/x"},
+                                            {.name = "slash/", .unixMode = link},
+                                            {.name = "twice", .unixMode = link},
+                                            {.name = "twice"},
+                                            {.name = "file"}})
+                                .bytes();
+  const UnzipPaths linked(*archive::ZipDirectory::read(foundation::bytesOf(links)));
+  EXPECT_TRUE(linked.replaceLink("link"));
+  for (const char* const other : {"folder", "folder/x", "slash", "twice", "file", "none"}) {
+    EXPECT_FALSE(linked.replaceLink(other)) << other;
+  }
   const std::string longName =
       test::ZipImage({{.name = "Payload/" + std::string(256, 'n')}}).bytes();
   EXPECT_FALSE(
