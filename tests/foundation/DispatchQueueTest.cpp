@@ -1,5 +1,6 @@
 #include <atomic>
 #include <barrier>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -165,6 +167,12 @@ TEST(DispatchQueue, NoNumberOfPiecesThatWaitForEachOtherIsTooLarge) {
 TEST(DispatchQueueDeathTest, GoesOnWithTheThreadsThatCanBeHad) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto runWithFewThreads = [] {
+    // Stacks are what there is no room for: the heap gets some beforehand.
+    ::mallopt(M_ARENA_MAX, 1);
+    ::mallopt(M_MMAP_THRESHOLD, 1 << 24);
+    ::mallopt(M_TRIM_THRESHOLD, 1 << 24);
+    void* volatile reserve = std::malloc(1 << 23);
+    std::free(reserve);
     const rlimit limit{.rlim_cur = rlim_t{1} << 28, .rlim_max = rlim_t{1} << 28};
     ::setrlimit(RLIMIT_AS, &limit);
     std::atomic<int> done = 0;
