@@ -74,8 +74,8 @@ struct OpenFile {
 };
 
 /// Does not wait for a pipe's writer.
-Result<OpenFile> openToRead(const fs::path& path) {
-  FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+Result<OpenFile> openToRead(const fs::path& path, Links links = Links::followed) {
+  FileDescriptor file = openFile(path, O_RDONLY | O_NONBLOCK, links);
   if (!file) return failure("open", path, errno);
   struct stat details {};
   if (::fstat(file.get(), &details) != 0) return failure("examine", path, errno);
@@ -174,8 +174,8 @@ bool isUsableInsideDirectory(const fs::path& item, const fs::path& folder) {
   return false;
 }
 
-Result<Data> contentsOfFile(const fs::path& path) {
-  const auto open = openToRead(path);
+Result<Data> contentsOfFile(const fs::path& path, Links links) {
+  const auto open = openToRead(path, links);
   if (!open) return open.error();
   if (!S_ISREG(open->mode)) return failure("read a pipe or device,", path, EINVAL);
   return readRegular(*open, path);

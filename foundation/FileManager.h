@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "foundation/Data.h"
+#include "foundation/FileOpening.h"
 #include "foundation/Result.h"
 #include "foundation/Value.h"
 
@@ -25,7 +26,7 @@ bool isUsableInsideDirectory(const std::filesystem::path& item,
 
 /// The whole file in memory. Fails for anything but a regular file (a folder, a pipe, a device),
 /// and when memory runs out.
-Result<Data> contentsOfFile(const std::filesystem::path& path);
+Result<Data> contentsOfFile(const std::filesystem::path& path, Links links = Links::followed);
 
 /// Most bytes that a pipe or device may hold for `contentsOfFileOrPipe`: 1 MiB.
 inline constexpr std::size_t kMostPiped = std::size_t{1} << 20;
@@ -47,6 +48,8 @@ Result<> copyItemAtPath(const std::filesystem::path& source, const std::filesyst
 /// Removes the item itself, never what a link points to; folders with all they hold, including
 /// those without write permission that this user owns. Nothing at the path is an error.
 Result<> removeItemAtPath(const std::filesystem::path& path);
+/// The same for an item of an open folder.
+Result<> removeItemInFolder(int folder, const std::string& name);
 
 /// Names of the entries, unsorted, without "." and "..".
 Result<std::vector<std::string>> contentsOfDirectoryAtPath(const std::filesystem::path& path);

@@ -211,10 +211,10 @@ class TreeCopier {
 /// up by "..", making sure that this leads back to where it came from.
 class TreeRemover {
  public:
-  explicit TreeRemover(std::string path) : path_(std::move(path)) {}
+  TreeRemover(int root, std::string path) : root_(root), path_(std::move(path)) {}
 
   Result<> remove() {
-    if (Result<> entered = enter(AT_FDCWD, path_); !entered) return entered;
+    if (Result<> entered = enter(root_, path_); !entered) return entered;
     while (!levels_.empty()) {
       Level& level = levels_.back();
       if (level.folders.empty()) {
@@ -286,7 +286,7 @@ class TreeRemover {
     levels_.pop_back();
     if (levels_.empty()) {
       current_.reset();
-      return removeFolder(AT_FDCWD, name, path);
+      return removeFolder(root_, name, path);
     }
     FileDescriptor above(::openat(current_.get(), "..", kOpenFolder));
     struct stat details {};
@@ -303,6 +303,7 @@ class TreeRemover {
     return failure("remove folder", path, errno);
   }
 
+  int root_;
   std::string path_;
   FileDescriptor current_;
   std::vector<Level> levels_;
@@ -317,11 +318,16 @@ Result<> copyItemAtPath(const fs::path& source, const fs::path& target) {
 }
 
 Result<> removeItemAtPath(const fs::path& path) {
-  const std::string item = withoutTrailingSlashes(path.native());
+  return removeItemInFolder(AT_FDCWD, withoutTrailingSlashes(path.native()));
+}
+
+Result<> removeItemInFolder(int folder, const std::string& item) {
   struct stat details {};
-  if (::lstat(item.c_str(), &details) != 0) return failure("remove", item, errno);
-  if (S_ISDIR(details.st_mode)) return TreeRemover(item).remove();
-  if (::unlink(item.c_str()) != 0) return failure("remove", item, errno);
+  if (::fstatat(folder, item.c_str(), &details, AT_SYMLINK_NOFOLLOW) != 0) {
+    return failure("remove", item, errno);
+  }
+  if (S_ISDIR(details.st_mode)) return TreeRemover(folder, item).remove();
+  if (::unlinkat(folder, item.c_str(), 0) != 0) return failure("remove", item, errno);
   return {};
 }
 

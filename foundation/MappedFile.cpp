@@ -11,17 +11,18 @@
 
 namespace foundation {
 
-Result<MappedFile> MappedFile::open(const std::filesystem::path& path) {
+Result<MappedFile> MappedFile::open(const std::filesystem::path& path, Links links) {
   FileDescriptor file;
-  return open(path, file);
+  return open(path, file, links);
 }
 
-Result<MappedFile> MappedFile::open(const std::filesystem::path& path, FileDescriptor& file) {
+Result<MappedFile> MappedFile::open(const std::filesystem::path& path, FileDescriptor& file,
+                                    Links links) {
   const auto failed = [&path](const char* what, int error) {
     return posixError(error, std::string("cannot ") + what + " " + path.string(), path.native());
   };
   // Without O_NONBLOCK a pipe would keep the call waiting for a writer.
-  file.reset(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  file = openFile(path, O_RDONLY | O_NONBLOCK, links);
   if (!file) return failed("open", errno);
   struct stat details {};
   if (::fstat(file.get(), &details) != 0) return failed("examine", errno);

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "foundation/Bytes.h"
+#include "foundation/FileOpening.h"
 #include "foundation/Handle.h"
 #include "foundation/MappingGuard.h"
 #include "foundation/Result.h"
@@ -18,9 +19,10 @@ class MappedFile {
  public:
   /// An empty file gives an empty view. Fails with the path and the system's text when the file
   /// cannot be opened or mapped, or is not a regular file.
-  static Result<MappedFile> open(const std::filesystem::path& path);
+  static Result<MappedFile> open(const std::filesystem::path& path, Links links = Links::followed);
   /// The same; `file` becomes the open file, which the view itself does not need.
-  static Result<MappedFile> open(const std::filesystem::path& path, FileDescriptor& file);
+  static Result<MappedFile> open(const std::filesystem::path& path, FileDescriptor& file,
+                                 Links links = Links::followed);
 
   MappedFile() = default;
   MappedFile(MappedFile&& other) noexcept;

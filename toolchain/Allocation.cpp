@@ -56,14 +56,23 @@ Result<> allocate(const Image& image, const AllocateOptions& options) {
   }
   const auto file = layOutFile(image, std::move(slices));
   if (!file) return file.error();
+  // The folder is where the user says; a link that is put there later is not followed.
+  std::error_code failed;
+  const auto parent = options.output.parent_path();
+  const auto folder = std::filesystem::canonical(parent.empty() ? "." : parent, failed);
+  if (failed) {
+    return foundation::posixError(failed.value(), "cannot write " + options.output.string(),
+                                  options.output.native());
+  }
+  const auto output = folder / options.output.filename();
   Replacement replacement;
-  const auto written = replacement.prepare(options.output, fileSize(*file), options.input);
+  const auto written = replacement.prepare(output, fileSize(*file), options.input);
   if (!written) return written.error();
   for (const FilePart& part : codeParts(*file)) {
     if (auto done = written->write(part.offset, part.content); !done) return done;
   }
   if (auto done = written->flush(); !done) return done;
-  auto committed = replacement.commit({options.output});
+  auto committed = replacement.commit({output});
   if (committed) replacement.finish();
   return committed;
 }

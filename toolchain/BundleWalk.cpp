@@ -3,9 +3,10 @@
 #include <cerrno>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
-#include "foundation/Handle.h"
+#include "foundation/FileOpening.h"
 
 namespace toolchain {
 
@@ -21,13 +22,13 @@ Kind kindFromMode(mode_t mode) {
 }
 
 /// Most file systems tell the type with the name; the others are asked.
-Result<Kind> kindOf(const dirent& entry, const std::string& path) {
+Result<Kind> kindOf(int folder, const dirent& entry, const std::string& path) {
   if (entry.d_type == DT_REG) return Kind::file;
   if (entry.d_type == DT_LNK) return Kind::link;
   if (entry.d_type == DT_DIR) return Kind::folder;
   if (entry.d_type != DT_UNKNOWN) return Kind::other;
   struct stat details {};
-  if (::lstat(path.c_str(), &details) != 0) {
+  if (::fstatat(folder, entry.d_name, &details, AT_SYMLINK_NOFOLLOW) != 0) {
     return foundation::posixError(errno, "cannot examine " + path, path);
   }
   return kindFromMode(details.st_mode);
@@ -43,14 +44,16 @@ Result<std::vector<FolderEntry>> walkFolder(const std::filesystem::path& root,
     const std::string folder = std::move(waiting.back());
     waiting.pop_back();
     const std::string path = root.native() + '/' + folder;
-    const FolderHandle stream(::opendir(path.c_str()));
+    auto opened = foundation::openFile(path, O_RDONLY | O_DIRECTORY, foundation::Links::refused);
+    const FolderHandle stream(opened ? ::fdopendir(opened.get()) : nullptr);
+    if (stream) opened.release();
     if (!stream) return foundation::posixError(errno, "cannot list " + path, path);
     errno = 0;
     while (const dirent* found = ::readdir(stream.get())) {
       const std::string_view name = found->d_name;
       if (name == "." || name == "..") continue;
       FolderEntry entry{folder + std::string(name), Kind::file};
-      const auto kind = kindOf(*found, path + std::string(name));
+      const auto kind = kindOf(::dirfd(stream.get()), *found, path + std::string(name));
       if (!kind) return kind.error();
       entry.kind = *kind;
       if (enter(entry)) {

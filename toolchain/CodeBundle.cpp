@@ -15,6 +15,7 @@
 namespace toolchain {
 
 namespace fs = std::filesystem;
+using foundation::Links;
 
 namespace {
 
@@ -73,7 +74,7 @@ Result<CodeBundle> openBundle(CodeBundle code) {
   code.base = baseOf(code.path);
   if (code.base.empty()) return unsuitable("no Info.plist in " + code.path.string());
   const fs::path infoPath = code.base / "Info.plist";
-  auto info = foundation::FileManager::contentsOfFile(infoPath);
+  auto info = foundation::FileManager::contentsOfFile(infoPath, Links::refused);
   if (!info) return info.error();
   auto value = foundation::PropertyList::parse(info->bytes());
   if (!value) return unsuitable(infoPath.string() + ": " + value.error().localizedDescription());
@@ -90,7 +91,7 @@ Result<CodeBundle> openBundle(CodeBundle code) {
 
 /// CFBundleIdentifier of the property list inside the file; empty without one.
 std::string embeddedIdentifier(const fs::path& file) {
-  const auto mapped = foundation::MappedFile::open(file);
+  const auto mapped = foundation::MappedFile::open(file, Links::refused);
   if (!mapped) return {};
   const auto image = Image::parse(mapped->bytes());
   if (!image) return {};
@@ -123,7 +124,7 @@ bool isDigits(std::string_view text) {
 }
 
 bool isSignableFile(const fs::path& path) {
-  const auto mapped = foundation::MappedFile::open(path);
+  const auto mapped = foundation::MappedFile::open(path, Links::refused);
   return mapped && looksLikeMachO(mapped->bytes()) && Image::parse(mapped->bytes()).ok();
 }
 
@@ -143,6 +144,17 @@ Result<CodeBundle> CodeBundle::open(const fs::path& path) {
   std::error_code failed;
   code.path = fs::canonical(path, failed);
   if (failed) return failure(failed.message());
+  return openResolved(std::move(code));
+}
+
+Result<CodeBundle> CodeBundle::openInside(const fs::path& path) {
+  CodeBundle code;
+  code.name = path.string();
+  code.path = path;
+  return openResolved(std::move(code));
+}
+
+Result<CodeBundle> CodeBundle::openResolved(CodeBundle code) {
   if (isFolder(code.path)) return openBundle(std::move(code));
   if (isRegularFile(code.path)) return openFile(std::move(code));
   return failure("neither a folder nor a regular file");
@@ -180,15 +192,18 @@ std::string identifierFromFileName(const fs::path& path) {
 bool isCodeBundle(const fs::path& folder) {
   const fs::path base = baseOf(folder);
   if (base.empty()) return false;
-  const auto info = foundation::PropertyList::dictionaryWithContentsOfFile(base / "Info.plist");
-  const auto name = info ? foundation::stringAt(*info, "CFBundleExecutable") : std::nullopt;
+  const auto file = foundation::FileManager::contentsOfFile(base / "Info.plist", Links::refused);
+  if (!file) return false;
+  const auto info = foundation::PropertyList::parse(file->bytes());
+  if (!info || !info->dictionary()) return false;
+  const auto name = foundation::stringAt(*info->dictionary(), "CFBundleExecutable");
   if (!name) return false;
   // A name that leads elsewhere is for the one who opens the bundle to refuse.
   return !isPlainName(*name) || isRegularFileInFolder(executablePath(folder, base, *name));
 }
 
 bool beginsLikeMachO(const fs::path& file) {
-  const auto mapped = foundation::MappedFile::open(file);
+  const auto mapped = foundation::MappedFile::open(file, Links::refused);
   return mapped && looksLikeMachO(mapped->bytes());
 }
 
@@ -237,7 +252,7 @@ Result<std::vector<fs::path>> nestedCode(const CodeBundle& bundle) {
   if (!found) return found;
   std::vector<fs::path> executables = {bundle.executable};
   for (const fs::path& path : *found) {
-    const auto code = CodeBundle::open(path);
+    const auto code = CodeBundle::openInside(path);
     if (code) executables.push_back(code->executable);
   }
   std::sort(executables.begin(), executables.end());
@@ -261,7 +276,7 @@ Result<std::vector<fs::path>> nestedCode(const CodeBundle& bundle) {
 
 Result<OpenedImage> openImage(const CodeBundle& code) {
   foundation::FileDescriptor descriptor;
-  auto file = foundation::MappedFile::open(code.executable, descriptor);
+  auto file = foundation::MappedFile::open(code.executable, descriptor, Links::refused);
   if (!file) return file.error();
   auto image = Image::parse(file->bytes());
   if (!image) return within(code.executable.string(), image.error());
@@ -269,7 +284,7 @@ Result<OpenedImage> openImage(const CodeBundle& code) {
 }
 
 Result<NestedIdentity> nestedIdentity(const fs::path& path) {
-  const auto code = CodeBundle::open(path);
+  const auto code = CodeBundle::openInside(path);
   if (!code) return within(path.string(), code.error());
   const auto opened = openImage(*code);
   if (!opened) return opened.error();

@@ -33,6 +33,9 @@ struct CodeBundle {
   /// Fails, without naming the file, when it is neither of the two: no Info.plist, no
   /// CFBundleExecutable or one with a slash or "..", executable missing.
   static Result<CodeBundle> open(const std::filesystem::path& path);
+  /// The same for what was found in a bundle: `path` is absolute and leads through no link, and
+  /// whoever puts one into it meanwhile makes reading and signing fail.
+  static Result<CodeBundle> openInside(const std::filesystem::path& path);
 
   [[nodiscard]] bool isBundle() const { return !base.empty(); }
   /// base/_CodeSignature/CodeResources; empty for a file.
@@ -41,6 +44,9 @@ struct CodeBundle {
   [[nodiscard]] std::string relativeExecutable() const;
   /// True when the bundle keeps its resources in a Resources folder.
   [[nodiscard]] bool hasResourcesFolder() const;
+
+ private:
+  static Result<CodeBundle> openResolved(CodeBundle code);
 };
 
 /// "libfoo" for "/a/libfoo.dylib": no folders, no last extension unless it begins with a digit, no

@@ -13,7 +13,7 @@ using foundation::Dictionary;
 using foundation::Value;
 
 Result<EmbeddedProfile> readProfile(const std::filesystem::path& path) {
-  const auto file = foundation::FileManager::contentsOfFile(path);
+  const auto file = foundation::FileManager::contentsOfFile(path, foundation::Links::refused);
   if (!file) return file.error();
   // The signature says nothing here: the system that installs the app checks it.
   const auto text = foundation::propertyListInProfile(file->text());
@@ -57,11 +57,13 @@ Result<std::optional<EmbeddedProfile>> embeddedProfileOf(const std::filesystem::
   for (const char* name : {"embedded.mobileprovision", "embedded.provisionprofile"}) {
     const std::filesystem::path path = bundleBase / name;
     if (!foundation::FileManager::fileExistsAtPath(path)) continue;
+    std::error_code failed;
+    const auto resolved = std::filesystem::canonical(path, failed);
     // What somebody else was granted is not for this code.
-    if (!foundation::FileManager::isItemInsideDirectory(path, bundleBase)) {
+    if (failed || !foundation::FileManager::isItemInsideDirectory(resolved, bundleBase)) {
       return failure(path.string() + " is a link that leads out of the bundle");
     }
-    auto profile = readProfile(path);
+    auto profile = readProfile(resolved);
     if (!profile) return profile.error();
     return std::optional<EmbeddedProfile>(std::move(*profile));
   }

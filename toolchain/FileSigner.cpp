@@ -96,7 +96,7 @@ Result<> FileSigner::writeSignatures() {
 }
 
 Result<> FileSigner::check(const std::filesystem::path& written) const {
-  const auto file = foundation::MappedFile::open(written);
+  const auto file = foundation::MappedFile::open(written, foundation::Links::refused);
   if (!file) return file.error();
   const auto image = Image::parse(file->bytes());
   if (!image) return within("the new file does not verify", image.error());

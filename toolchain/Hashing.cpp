@@ -8,7 +8,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "foundation/Handle.h"
+#include "foundation/FileOpening.h"
 #include "toolchain/Parallel.h"
 
 namespace toolchain {
@@ -80,8 +80,7 @@ class FileWorker {
   int hash(const std::string& path, FileDigests& out) {
     sha1_.reset();
     sha256_.reset();
-    const foundation::FileDescriptor file(
-        ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const auto file = foundation::openFile(path, O_RDONLY | O_NONBLOCK, foundation::Links::refused);
     if (!file) return errno;
     for (bool isFirst = true;; isFirst = false) {
       const ssize_t n = ::read(file.get(), buffer_.data(), buffer_.size());

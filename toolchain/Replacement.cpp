@@ -12,6 +12,8 @@
 #include "foundation/Assertion.h"
 #include "foundation/FileAttributes.h"
 #include "foundation/FileCopying.h"
+#include "foundation/FileManager.h"
+#include "foundation/FileOpening.h"
 #include "foundation/Handle.h"
 #include "foundation/MappingGuard.h"
 #include "foundation/ProcessInfo.h"
@@ -54,6 +56,35 @@ int takeOver(int file, std::uint64_t offset, Bytes content, const MappedSource& 
   return error != 0 ? error : writeAll(file, offset + taken, content.subspan(taken));
 }
 
+/// An item by its name in its folder, which is open. No link led there: somebody else may be able
+/// to change the tree while it is signed.
+class Place {
+ public:
+  /// False, with errno set, when there is no such folder.
+  explicit Place(const fs::path& item)
+      : folder_(foundation::openFolder(item.parent_path(), foundation::Links::refused)),
+        name_(item.filename()) {}
+
+  explicit operator bool() const { return static_cast<bool>(folder_); }
+  [[nodiscard]] int folder() const { return folder_.get(); }
+  [[nodiscard]] const char* name() const { return name_.c_str(); }
+  /// False, with errno set, on failure.
+  [[nodiscard]] bool rename(const std::string& from, const std::string& to) const {
+    return ::renameat(folder(), from.c_str(), folder(), to.c_str()) == 0;
+  }
+
+ private:
+  FileDescriptor folder_;
+  std::string name_;
+};
+
+void removeQuietly(const fs::path& item) {
+  const Place place(item);
+  if (!place) return;
+  const auto removed = foundation::FileManager::removeItemInFolder(place.folder(), place.name());
+  static_cast<void>(removed);
+}
+
 foundation::Error cannot(std::string_view what, const fs::path& path, int error) {
   return posixError(error, "cannot " + std::string(what) + ' ' + path.string(), path.native());
 }
@@ -80,19 +111,20 @@ Result<> NewFile::flush() const {
 }
 
 Replacement::~Replacement() {
-  std::error_code ignored;
-  for (const Prepared& one : prepared_) fs::remove(one.temporary, ignored);
+  for (const Prepared& one : prepared_) removeQuietly(one.temporary);
   for (auto step = done_.rbegin(); step != done_.rend(); ++step) {
     if (step->backup.empty()) {
-      fs::remove(step->target, ignored);
-    } else {
-      fs::rename(step->backup, step->target, ignored);
+      removeQuietly(step->target);
+    } else if (const Place place(step->target); place) {
+      const std::string backup = step->backup.filename();
       // Two names of one file are left alone by that: the target never went away.
-      fs::remove(step->backup, ignored);
+      if (place.rename(backup, place.name())) ::unlinkat(place.folder(), backup.c_str(), 0);
     }
   }
   for (auto folder = madeFolders_.rbegin(); folder != madeFolders_.rend(); ++folder) {
-    fs::remove(*folder, ignored);
+    if (const Place place(*folder); place) {
+      ::unlinkat(place.folder(), place.name(), AT_REMOVEDIR);
+    }
   }
 }
 
@@ -103,30 +135,42 @@ fs::path Replacement::besides(const fs::path& target) {
 }
 
 void Replacement::discard(const fs::path& own) {
-  std::error_code ignored;
-  fs::remove_all(own, ignored);
+  removeQuietly(own);
   own_.erase(own.native());
+}
+
+/// The folder of a seal need not be there yet.
+Result<> Replacement::makeFolder(const fs::path& folder) {
+  if (foundation::openFolder(folder, foundation::Links::refused) || errno != ENOENT) return {};
+  const Place place(folder);
+  constexpr mode_t kNewFolder = 0777;
+  if (!place || ::mkdirat(place.folder(), place.name(), kNewFolder) != 0) {
+    return cannot("make folder", folder, errno);
+  }
+  madeFolders_.push_back(folder);
+  return {};
 }
 
 Result<NewFile> Replacement::prepare(const fs::path& target, std::uint64_t size,
                                      const fs::path& model) {
-  std::error_code failed;
-  const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  if (fs::create_directory(folder, failed)) madeFolders_.push_back(folder);
-  if (failed) return cannot("make folder", folder, failed.value());
-  if (!fs::is_directory(fs::symlink_status(folder, failed))) {
-    return failure(folder.string() + " is no folder");
+  if (auto made = makeFolder(target.parent_path()); !made) return made.error();
+  const Place place(target);
+  if (!place && (errno == ENOTDIR || errno == ELOOP)) {
+    return failure(target.parent_path().string() + " is no folder");
   }
+  if (!place) return cannot("write beside", target, errno);
   const fs::path temporary = besides(target);
   constexpr mode_t kNewFile = 0666;
-  FileDescriptor file(
-      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kNewFile));
+  FileDescriptor file(::openat(place.folder(), temporary.filename().c_str(),
+                               O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kNewFile));
   if (!file) return cannot("write beside", target, errno);
   prepared_.push_back({target, temporary});
-  const fs::path& like = model.empty() ? target : model;
   // Without O_NONBLOCK a pipe would keep the call waiting for a writer.
-  const FileDescriptor old(::open(like.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  constexpr int kReading = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  const FileDescriptor old(model.empty() ? ::openat(place.folder(), place.name(), kReading)
+                                         : ::open(model.c_str(), kReading));
   if (old) {
+    const fs::path& like = model.empty() ? target : model;
     const auto copied = foundation::copyAttributes(old.get(), file.get(), like.native());
     if (!copied) return copied.error();
   }
@@ -145,14 +189,17 @@ Result<NewFile> Replacement::prepare(const fs::path& target, const Pieces& conte
 
 /// A second name for the old file, so that it can come back; empty when there is none.
 Result<fs::path> Replacement::keepOld(const fs::path& target) {
+  const Place place(target);
+  if (!place) return cannot("keep", target, errno);
   const fs::path backup = besides(target);
-  if (::link(target.c_str(), backup.c_str()) == 0) return backup;
+  const std::string name = backup.filename();
+  if (::linkat(place.folder(), place.name(), place.folder(), name.c_str(), 0) == 0) return backup;
   if (errno == ENOENT) {
     own_.erase(backup.native());
     return fs::path();
   }
   // Not every file system has second names.
-  if (::rename(target.c_str(), backup.c_str()) == 0) return backup;
+  if (place.rename(place.name(), name)) return backup;
   return cannot("keep", target, errno);
 }
 
@@ -167,10 +214,11 @@ Result<> Replacement::commit(const std::vector<fs::path>& targets) {
                            {__func__, "Replacement.cpp", __LINE__});
     auto backup = keepOld(target);
     if (!backup) return backup.error();
-    const int moved = ::rename(one->temporary.c_str(), target.c_str());
+    const Place place(target);
+    const bool isMoved = place && place.rename(one->temporary.filename(), place.name());
     const int error = errno;
     done_.push_back({target, std::move(*backup)});
-    if (moved != 0) return cannot("replace", target, error);
+    if (!isMoved) return cannot("replace", target, error);
     own_.erase(one->temporary.native());
     prepared_.erase(one);
   }
@@ -179,7 +227,10 @@ Result<> Replacement::commit(const std::vector<fs::path>& targets) {
 
 Result<> Replacement::remove(const fs::path& target) {
   const fs::path backup = besides(target);
-  if (::rename(target.c_str(), backup.c_str()) != 0) return cannot("remove", target, errno);
+  const Place place(target);
+  if (!place || !place.rename(place.name(), backup.filename())) {
+    return cannot("remove", target, errno);
+  }
   done_.push_back({target, backup});
   return {};
 }

@@ -39,7 +39,8 @@ class NewFile {
 
 /// Files that are replaced together. Each new file is written in full beside its target, with the
 /// target's mode, owner and attributes, before any of them takes its target's place. Unless
-/// `finish` is called, everything is put back as it was when the object goes.
+/// `finish` is called, everything is put back as it was when the object goes. Paths are absolute
+/// and lead through no link; a folder that has become one meanwhile is an error.
 class Replacement {
  public:
   Replacement() = default;
@@ -75,6 +76,7 @@ class Replacement {
     std::filesystem::path temporary;
   };
 
+  Result<> makeFolder(const std::filesystem::path& folder);
   Result<std::filesystem::path> keepOld(const std::filesystem::path& target);
   std::filesystem::path besides(const std::filesystem::path& target);
   void discard(const std::filesystem::path& own);

@@ -1,6 +1,10 @@
 #include <algorithm>
-#include <system_error>
+#include <cerrno>
+#include <climits>
 
+#include <unistd.h>
+
+#include "foundation/FileOpening.h"
 #include "foundation/Path.h"
 #include "foundation/Text.h"
 #include "toolchain/BundleWalk.h"
@@ -12,6 +16,19 @@ namespace {
 
 namespace fs = std::filesystem;
 using Kind = FolderEntry::Kind;
+
+Result<std::string> linkTarget(const fs::path& link) {
+  const auto folder = foundation::openFolder(link.parent_path(), foundation::Links::refused);
+  std::string target(PATH_MAX, '\0');
+  const ssize_t size =
+      folder ? ::readlinkat(folder.get(), link.filename().c_str(), target.data(), target.size())
+             : -1;
+  if (size < 0) {
+    return foundation::posixError(errno, "cannot read link " + link.string(), link.native());
+  }
+  target.resize(static_cast<std::size_t>(size));
+  return target;
+}
 
 }  // namespace
 
@@ -141,10 +158,10 @@ class SealContents::Collector {
   Result<> sealLink(const std::string& path, ResourceSeal& seal) const {
     const ResourceRule* rule = rules2_.match(path);
     if (!rule || rule->omitted) return {};
-    std::error_code failed;
     SealedItem item;
-    item.linkTarget = fs::read_symlink(absolute(path), failed).native();
-    if (failed) return failure("cannot read link " + absolute(path) + ": " + failed.message());
+    const auto target = linkTarget(absolute(path));
+    if (!target) return target.error();
+    item.linkTarget = *target;
     item.optional = rule->optional;
     seal.files2.emplace(path, std::move(item));
     return {};

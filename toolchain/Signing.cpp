@@ -131,7 +131,7 @@ class Signer {
 
   Result<bool> needsSignature(const fs::path& path) {
     if (options_.deep) return true;
-    const auto code = CodeBundle::open(path);
+    const auto code = CodeBundle::openInside(path);
     if (!code) return within(path.string(), code.error());
     const auto opened = openImage(*code);
     if (!opened) return opened.error();
@@ -139,7 +139,7 @@ class Signer {
   }
 
   Result<> signNestedBundle(const fs::path& path) {
-    const auto code = CodeBundle::open(path);
+    const auto code = CodeBundle::openInside(path);
     if (!code) return code.error();
     const auto opened = openImage(*code);
     if (!opened) return opened.error();
@@ -269,7 +269,7 @@ class Signer {
   }
 
   Result<> signLooseFile(const fs::path& path) {
-    const auto code = CodeBundle::open(path);
+    const auto code = CodeBundle::openInside(path);
     if (!code) return code.error();
     const auto opened = openImage(*code);
     if (!opened) return opened.error();

@@ -1,13 +1,19 @@
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <fstream>
 #include <thread>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 #include "foundation/FileManager.h"
 #include "foundation/Handle.h"
@@ -384,6 +390,43 @@ TEST(UserFolders, WithoutHomeTheParentsIsTakenIfTheUserIsTheSame) {
   if (::geteuid() == 0) {
     EXPECT_EQ(test::asUnprivilegedUser(homeOfOrphan), "/");
   }
+}
+
+/// From now on this process has no openat2, as on an older kernel.
+bool giveUpOpenat2() {
+  sock_filter program[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog filter = {std::size(program), program};
+  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+TEST_F(FileManagerTest, LinksAreRefusedAnywhereInAPath) {
+  folder_.write("real/inner/file", "x");
+  fs::create_directory_symlink("real", folder_ / "link");
+  fs::create_symlink("file", folder_ / "real/inner/link");
+  const auto answers = [&]() -> std::string {
+    std::string text;
+    for (const char* const name : {"real/inner/file", "link/inner/file", "real/inner/link", "link",
+                                   "real/../real/inner/file", "real//inner/missing"}) {
+      const auto content = FileManager::contentsOfFile(folder_ / name, foundation::Links::refused);
+      text += content ? std::string(content->text()) : std::to_string(content.error().code);
+      text += foundation::openFolder((folder_ / name).parent_path(), foundation::Links::refused)
+                  ? " folder\n"
+                  : " none\n";
+    }
+    return text;
+  };
+  const std::string expected = "x folder\n40 none\n40 folder\n40 folder\nx folder\n2 folder\n";
+  EXPECT_EQ(answers(), expected);
+  const std::string older =
+      test::inChildProcess([&] { return giveUpOpenat2() ? answers() : std::string("no filter"); });
+  if (older == "no filter") GTEST_SKIP() << "this machine allows no filter of system calls";
+  EXPECT_EQ(older, expected);
 }
 
 }  // namespace

@@ -62,4 +62,29 @@ TEST(Replacement, PiecesOfAnOpenFileAndOthersMakeOneFile) {
   }
 }
 
+TEST(Replacement, ALinkThatIsPutIntoThePathIsNotFollowed) {
+  const TemporaryFolder folder;
+  const fs::path victim = folder.write("victim/inner/file", "theirs").parent_path().parent_path();
+  const auto before = snapshot(victim);
+  const fs::path tree = folder / "tree";
+  fs::create_directory_symlink(victim, tree);
+  const toolchain::Pieces content = {foundation::bytesOf("ours")};
+  for (const char* const name : {"file", "inner/file", "made/file", "inner/made/file"}) {
+    toolchain::Replacement replacement;
+    EXPECT_FALSE(replacement.prepare(tree / name, content)) << name;
+    EXPECT_FALSE(replacement.remove(tree / name)) << name;
+  }
+  fs::remove(tree);
+  folder.write("tree/inner/file", "old");
+  {
+    toolchain::Replacement replacement;
+    ASSERT_TRUE(replacement.prepare(tree / "inner/file", content));
+    fs::rename(tree, folder / "moved");
+    fs::create_directory_symlink(victim, tree);
+    EXPECT_FALSE(replacement.commit({tree / "inner/file"}));
+  }
+  EXPECT_TRUE(snapshot(victim) == before);
+  EXPECT_EQ(contentsOf(folder / "moved/inner/file"), "old");
+}
+
 }  // namespace

@@ -292,6 +292,25 @@ Damage entitlementsAre(const foundation::Value& value) {
   };
 }
 
+/// Whoever may write to the tree puts a link into it once the bundles have been found.
+TEST(Sign, ALinkThatIsPutIntoTheTreeIsNotFollowed) {
+  const TemporaryFolder folder;
+  const fs::path app = writeApp(folder / "theirs");
+  writeBundle(app / "PlugIns/E.appex", "com.example.e", Kind::arm64);
+  const fs::path victim = folder / "victim";
+  writeBundle(victim / "E.appex", "com.example.e", Kind::arm64);
+  const auto before = snapshot(victim);
+  SignOptions options = optionsFor(app, kSigners[1]);
+  options.note = [&](const std::string&) {
+    fs::rename(app / "PlugIns", folder / "moved");
+    fs::create_directory_symlink(victim, app / "PlugIns");
+  };
+  const auto done = toolchain::sign(options);
+  ASSERT_FALSE(done);
+  EXPECT_THAT(done.error().localizedDescription(), HasSubstr("PlugIns/E.appex"));
+  EXPECT_TRUE(snapshot(victim) == before);
+}
+
 TEST(Sign, BadInputIsRefusedAndLeavesEverythingAsItWas) {
   const std::string& code = machO(Kind::arm64);
   const std::vector<BadInput> cases = {

@@ -6,6 +6,7 @@ target_sources(foundation PRIVATE
   host/linux/FileCloning.cpp
   host/linux/FileCopying.cpp
   host/linux/FileEvents.cpp
+  host/linux/FileOpening.cpp
   host/linux/FileTimes.cpp
   host/linux/Process.cpp
   host/linux/SocketActivity.cpp
