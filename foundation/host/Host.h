@@ -12,8 +12,9 @@
 #include "foundation/Value.h"
 
 /// What each host answers in its own way. Only foundation's own sources include this; every folder
-/// below host/ defines all of it, and besides: `processRecord`, `openFile`, `openFolder`, `FileManager::temporaryDirectory`,
-/// `FileManager::homeDirectory`, `ProcessInfo::executablePath` and the file-event source.
+/// below host/ defines all of it, and besides: `processRecord`, `openFile`, `openFolder`,
+/// `FileManager::temporaryDirectory`, `FileManager::homeDirectory`, `ProcessInfo::executablePath`
+/// and the file-event source.
 namespace foundation::host {
 
 /// The property list that the build put into this executable; empty without one. It lives as long
