@@ -66,8 +66,11 @@ namespace foundation {
 /// Taking the process from the debuggers of its own user would hide its environment too, in which
 /// children look for HOME.
 void keepSecretsInMemory() {
+  // Linux ignores a limit of 0 where it pipes dumps to a program. 1 stops those too, and is less
+  // than the smallest dump in a file.
+  const rlimit smallest = {.rlim_cur = 1, .rlim_max = 1};
   const rlimit none = {.rlim_cur = 0, .rlim_max = 0};
-  ::setrlimit(RLIMIT_CORE, &none);
+  if (::setrlimit(RLIMIT_CORE, &smallest) != 0) ::setrlimit(RLIMIT_CORE, &none);
   ::unsetenv("SSLKEYLOGFILE");
 }
 

@@ -23,8 +23,9 @@ class PathPattern {
 
   /// Whether any part of the path matches.
   [[nodiscard]] bool matches(std::string_view path) const;
-  /// What matching costs for each byte of a path at most.
   [[nodiscard]] std::size_t stateCount() const { return states_.size(); }
+  /// Most steps that matching takes for each byte of a path.
+  [[nodiscard]] std::size_t stepsPerByte() const { return rows_.empty() ? states_.size() : 1; }
 
  private:
   friend class PatternAutomaton;

@@ -10,8 +10,9 @@ namespace {
 
 constexpr double kOptionalWeight = 1000;
 constexpr std::size_t kMostRules = 1000;
-/// Of all rules together: what a path costs for each of its bytes at most.
+/// Of all rules together: what they cost to compile, and for each byte of a path at most.
 constexpr std::size_t kMostStates = 16384;
+constexpr std::size_t kMostStepsPerByte = 2048;
 
 using Rules = std::vector<ResourceRule>;
 
@@ -100,6 +101,7 @@ Result<RuleMatcher> RuleMatcher::compile(const std::vector<ResourceRule>& rules)
   }
   auto compiled = std::make_unique<Compiled>();
   std::size_t states = 0;
+  std::size_t steps = 0;
   for (const ResourceRule& rule : rules) {
     auto pattern = PathPattern::compile(rule.pattern);
     if (!pattern) {
@@ -107,7 +109,10 @@ Result<RuleMatcher> RuleMatcher::compile(const std::vector<ResourceRule>& rules)
                      "\": " + pattern.error().localizedDescription());
     }
     states += pattern->stateCount();
-    if (states > kMostStates) return failure("the resource rules are too complex");
+    steps += pattern->stepsPerByte();
+    if (states > kMostStates || steps > kMostStepsPerByte) {
+      return failure("the resource rules are too complex");
+    }
     compiled->rules.push_back({rule, std::move(*pattern)});
   }
   std::stable_sort(compiled->rules.begin(), compiled->rules.end(),

@@ -220,7 +220,7 @@ TEST_F(SecretsTest, NoProgramThatHoldsOneDumpsCore) {
        {fs::path(kTool), build / "bin/sendoff-inspect", build / "libexec/sendoff/codesign"}) {
     const fs::path trace = place_.files() / "trace";
     runCommand({"strace", "-e", "trace=prlimit64", "-o", trace, program});
-    EXPECT_THAT(contentsOf(trace), HasSubstr("RLIMIT_CORE, {rlim_cur=0, rlim_max=0}, NULL) = 0"))
+    EXPECT_THAT(contentsOf(trace), HasSubstr("RLIMIT_CORE, {rlim_cur=1, rlim_max=1}, NULL) = 0"))
         << program;
   }
 }

@@ -210,6 +210,11 @@ TEST(ResourceRules, HostilePatternsAreRefused) {
                 testing::StartsWith("resource rule \"" + pattern.substr(0, 80) + "\": "));
   }
   EXPECT_FALSE(RuleMatcher::compile(std::vector<ResourceRule>(99, {.pattern = "(abc){200}"})));
+  const ResourceRule slow{.pattern = "b[ab]{255}[ab]{220}q"};
+  EXPECT_TRUE(RuleMatcher::compile(std::vector<ResourceRule>(4, slow)));
+  EXPECT_FALSE(RuleMatcher::compile(std::vector<ResourceRule>(5, slow)));
+  const ResourceRule usual{.pattern = "^Resources/.*\\.lproj/"};
+  EXPECT_TRUE(RuleMatcher::compile(std::vector<ResourceRule>(500, usual)));
 }
 
 toolchain::ResourceSeal sealWithEveryKind() {
