@@ -20,7 +20,7 @@ struct ZipItem {
 
 inline std::string littleEndian(std::uint64_t number, int size) {
   std::string bytes;
-  for (int i = 0; i < size; ++i) bytes += static_cast<char>(number >> (8 * i));
+  for (int i = 0; i < size; ++i) bytes += i < 8 ? static_cast<char>(number >> (8 * i)) : '\0';
   return bytes;
 }
 
