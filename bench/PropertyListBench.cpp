@@ -9,8 +9,6 @@
 
 namespace {
 
-using foundation::Value;
-
 /// A project file of about 5 MB: file references, build files and groups as Xcode writes them.
 std::string projectText() {
   constexpr std::size_t kSize = 5'000'000;
