@@ -15,6 +15,7 @@
 #include "foundation/ProcessInfo.h"
 #include "foundation/SystemLog.h"
 #include "foundation/Text.h"
+#include "foundation/UserFolders.h"
 #include "macho/QVTMachOBinary.h"
 #include "preparation/QVTCodeSignedResource.h"
 #include "preparation/QVTFileSystemUtils.h"

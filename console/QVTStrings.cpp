@@ -6,6 +6,7 @@
 #include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/Text.h"
+#include "foundation/UserFolders.h"
 
 std::string QVTStrings::uniqueString() { return foundation::ProcessInfo::globallyUniqueString(); }
 

@@ -12,7 +12,6 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
-#include "foundation/FileManager.h"
 #include "foundation/Interruption.h"
 #include "foundation/host/Host.h"
 
@@ -204,9 +203,14 @@ void keepStatusOfChildren() {
   ::sigaction(SIGCHLD, &action, nullptr);
 }
 
+bool isFolder(const std::filesystem::path& path) {
+  std::error_code ignored;
+  return std::filesystem::is_directory(path, ignored);
+}
+
 Error launchFailure(const ChildProcess::Launch& launch, int error) {
   const std::string path = launch.executable.string();
-  if (launch.workingDirectory && !FileManager::isDirectoryAtPath(*launch.workingDirectory)) {
+  if (launch.workingDirectory && !isFolder(*launch.workingDirectory)) {
     const std::string folder = launch.workingDirectory->string();
     return posixError(error, "cannot launch " + path + " in working directory " + folder, folder);
   }

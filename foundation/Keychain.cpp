@@ -11,6 +11,7 @@
 #include "foundation/Path.h"
 #include "foundation/SystemLog.h"
 #include "foundation/Text.h"
+#include "foundation/UserFolders.h"
 
 namespace foundation {
 

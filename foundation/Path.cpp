@@ -1,7 +1,5 @@
 #include "foundation/Path.h"
 
-#include "foundation/FileManager.h"
-
 namespace foundation {
 
 namespace {
@@ -54,11 +52,6 @@ std::string deletingPathExtension(std::string_view path) {
 
 bool isAbsolutePath(std::string_view path) {
   return path.starts_with('/') || path.starts_with('~');
-}
-
-std::string expandingTilde(std::string_view path) {
-  if (path != "~" && !path.starts_with("~/")) return std::string(path);
-  return appendingPathComponent(FileManager::homeDirectory(), path.substr(1));
 }
 
 }  // namespace foundation

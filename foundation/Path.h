@@ -19,7 +19,5 @@ std::string pathExtension(std::string_view path);
 std::string deletingPathExtension(std::string_view path);
 /// A path that begins with "/" or, as the platform sees it, with "~".
 bool isAbsolutePath(std::string_view path);
-/// "~" and "~/…" with the user's home in place of the tilde; other texts unchanged.
-std::string expandingTilde(std::string_view path);
 
 }  // namespace foundation

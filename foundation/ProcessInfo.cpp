@@ -14,6 +14,7 @@
 #include "foundation/Assertion.h"
 #include "foundation/Bytes.h"
 #include "foundation/Text.h"
+#include "foundation/host/Host.h"
 
 extern char** environ;
 
@@ -52,6 +53,8 @@ std::string newUUIDString() {
   bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3f) | 0x80);  // variant of RFC 4122
   return uuidString(bytes);
 }
+
+std::string executablePath() { return host::executablePath(); }
 
 std::string uuidString(const unsigned char (&bytes)[16]) {
   std::string text = uppercaseHex(std::as_bytes(std::span(bytes)));

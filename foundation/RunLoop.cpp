@@ -1,13 +1,13 @@
 #include "foundation/RunLoop.h"
 
 #include <algorithm>
+#include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <thread>
 #include <utility>
 
 #include "foundation/Assertion.h"
-#include "foundation/TransferLoop.h"
 
 namespace foundation {
 
@@ -21,6 +21,11 @@ constexpr milliseconds kLongWait{60'000};
 
 struct State {
   std::mutex mutex;
+  /// Ends the wait of a loop without a source.
+  std::condition_variable changed;
+  bool isAwake = false;
+  /// Null until one is set.
+  RunLoopSource* source = nullptr;
   std::deque<std::function<void()>> work;
   std::thread::id runner;
   /// How many calls that run the loop are nested on that thread.
@@ -75,16 +80,36 @@ bool runWork(const std::function<bool()>& isDone) {
   return false;
 }
 
+RunLoopSource* source() {
+  const std::lock_guard guard(state().mutex);
+  return state().source;
+}
+
+void wait(milliseconds limit) {
+  if (RunLoopSource* const waiting = source()) return waiting->wait(limit);
+  std::unique_lock lock(state().mutex);
+  state().changed.wait_for(lock, limit, [] { return state().isAwake; });
+  state().isAwake = false;
+}
+
+/// Ends the current or the next `wait`. `guard` holds the state's mutex.
+void wake(std::unique_lock<std::mutex> guard) {
+  state().isAwake = true;
+  RunLoopSource* const waiting = state().source;
+  guard.unlock();
+  state().changed.notify_one();
+  if (waiting) waiting->wake();
+}
+
 bool runLoop(const std::function<bool()>& isDone, Clock::time_point end) {
   const Running running;
-  TransferLoop& transfers = TransferLoop::main();
   while (!isDone()) {
     if (runWork(isDone)) return true;
-    transfers.drive();
+    if (RunLoopSource* const driven = source()) driven->drive();
     if (isDone()) return true;
     const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
     if (left <= milliseconds(0)) return false;
-    if (workCount() == 0) transfers.wait(std::min(left, kLongWait));
+    if (workCount() == 0) wait(std::min(left, kLongWait));
   }
   return true;
 }
@@ -116,19 +141,21 @@ bool RunLoop::runUntil(const std::function<bool()>& isDone, milliseconds limit) 
 }
 
 void RunLoop::stop() {
-  {
-    const std::lock_guard guard(state().mutex);
-    state().stopIsWanted = state().runs > 0;
-  }
-  TransferLoop::main().wake();
+  std::unique_lock guard(state().mutex);
+  state().stopIsWanted = state().runs > 0;
+  wake(std::move(guard));
 }
 
 void RunLoop::perform(std::function<void()> work) {
-  {
-    const std::lock_guard guard(state().mutex);
-    state().work.push_back(std::move(work));
-  }
-  TransferLoop::main().wake();
+  std::unique_lock guard(state().mutex);
+  state().work.push_back(std::move(work));
+  wake(std::move(guard));
+}
+
+void RunLoop::setSource(RunLoopSource& source) {
+  std::unique_lock guard(state().mutex);
+  state().source = &source;
+  wake(std::move(guard));
 }
 
 bool RunLoop::isCurrent() const {

@@ -7,7 +7,11 @@
 namespace foundation {
 
 TransferLoop& TransferLoop::main() {
-  static auto& loop = *new TransferLoop;
+  static TransferLoop& loop = [&]() -> TransferLoop& {
+    auto& made = *new TransferLoop;
+    RunLoop::main().setSource(made);
+    return made;
+  }();
   return loop;
 }
 

@@ -6,13 +6,14 @@
 #include <memory>
 
 #include "foundation/CurlTransfer.h"
+#include "foundation/RunLoop.h"
 #include "foundation/URLConnectionTransfer.h"
 
 namespace foundation {
 
 /// The asynchronous transfers that the main run loop drives over one multi handle. All but `wake`
 /// belongs to the thread that runs the loop.
-class TransferLoop {
+class TransferLoop final : public RunLoopSource {
  public:
   using Transfer = URLConnection::Transfer;
 
@@ -20,18 +21,16 @@ class TransferLoop {
   /// hundreds of them do not use up the process's descriptors.
   static constexpr std::size_t kMaximumActive = 200;
 
-  /// Never destroyed.
+  /// Becomes the main run loop's source when it is first asked for. Never destroyed.
   static TransferLoop& main();
 
   void add(std::shared_ptr<Transfer> transfer);
   /// Does nothing for a transfer that is not in the loop.
   void remove(const Transfer& transfer);
   /// Moves what can be moved and calls the delegates.
-  void drive();
-  /// Returns when there may be something to drive, after `wake`, or when the time is over.
-  void wait(std::chrono::milliseconds limit);
-  /// Ends the current or the next `wait`; safe from any thread.
-  void wake() { curl_multi_wakeup(multi_.get()); }
+  void drive() override;
+  void wait(std::chrono::milliseconds limit) override;
+  void wake() override { curl_multi_wakeup(multi_.get()); }
   /// True while the library runs, so that no handle may be added or removed.
   [[nodiscard]] bool isInsideLibrary() const { return isInsideLibrary_; }
 

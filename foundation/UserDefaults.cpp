@@ -6,6 +6,7 @@
 #include "foundation/FileManager.h"
 #include "foundation/Path.h"
 #include "foundation/PropertyList.h"
+#include "foundation/UserFolders.h"
 
 namespace foundation {
 

@@ -9,6 +9,7 @@
 #include "foundation/FileManager.h"
 #include "foundation/Interruption.h"
 #include "foundation/Path.h"
+#include "foundation/UserFolders.h"
 #include "inspect/Arguments.h"
 #include "preparation/Inflation.h"
 #include "preparation/QVTFileSystemUtils.h"

@@ -6,6 +6,7 @@
 #include "foundation/Interruption.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/RunLoop.h"
+#include "foundation/UserFolders.h"
 #include "inspect/Output.h"
 #include "inspect/Program.h"
 #include "preparation/SigningToolPath.h"

@@ -13,6 +13,7 @@
 #include "foundation/MappedFile.h"
 #include "foundation/Path.h"
 #include "foundation/Text.h"
+#include "foundation/UserFolders.h"
 #include "preparation/OwnFolder.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/TemporaryItems.h"

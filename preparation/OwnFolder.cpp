@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "foundation/FileManager.h"
+#include "foundation/UserFolders.h"
 
 namespace FileManager = foundation::FileManager;
 using foundation::Result;

@@ -12,6 +12,7 @@
 #include "foundation/ProcessInfo.h"
 #include "foundation/SystemLog.h"
 #include "foundation/Text.h"
+#include "foundation/UserFolders.h"
 #include "preparation/Inflation.h"
 #include "preparation/OwnFolder.h"
 #include "preparation/TemporaryItems.h"

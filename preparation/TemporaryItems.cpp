@@ -19,6 +19,7 @@
 #include "foundation/LockFile.h"
 #include "foundation/Path.h"
 #include "foundation/Text.h"
+#include "foundation/UserFolders.h"
 
 namespace FileManager = foundation::FileManager;
 using foundation::appendingPathComponent;

@@ -7,6 +7,7 @@
 #include "foundation/PropertyList.h"
 #include "foundation/SystemLog.h"
 #include "foundation/Text.h"
+#include "foundation/UserFolders.h"
 #include "preparation/OwnFolder.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/TemporaryItems.h"

@@ -9,6 +9,7 @@
 #include "foundation/PropertyList.h"
 #include "foundation/SystemLog.h"
 #include "foundation/Text.h"
+#include "foundation/UserFolders.h"
 
 using foundation::Dictionary;
 using foundation::isEqual;
@@ -188,7 +189,7 @@ std::shared_ptr<QVTProvisioningProfile> QVTProvisioningProfile::newestMatchAmong
 }
 
 std::vector<std::string> QVTProvisioningProfile::profileDirectories() {
-  return {foundation::expandingTilde("~/Library/MobileDevice/Provisioning Profiles")};
+  return {foundation::FileManager::expandingTilde("~/Library/MobileDevice/Provisioning Profiles")};
 }
 
 std::vector<std::shared_ptr<QVTProvisioningProfile>> QVTProvisioningProfile::installedProfiles() {

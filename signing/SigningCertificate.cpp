@@ -6,6 +6,7 @@
 #include "foundation/ProfileFile.h"
 #include "foundation/SigningKeychains.h"
 #include "foundation/Text.h"
+#include "foundation/UserFolders.h"
 
 using foundation::Certificate;
 using foundation::SigningKeychains;

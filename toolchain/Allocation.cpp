@@ -2,6 +2,7 @@
 
 #include "foundation/MappedFile.h"
 #include "toolchain/Layout.h"
+#include "toolchain/Messages.h"
 #include "toolchain/Replacement.h"
 #include "toolchain/Signing.h"
 

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "foundation/Bytes.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "toolchain/Image.h"
+#include "toolchain/Messages.h"
 
 /// Signature blobs: big-endian magic, length (these eight bytes included), payload. Format:
 /// cs_blobs.h in Apple's open xnu sources, superblob.h in its open Security sources.

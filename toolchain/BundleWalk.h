@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "toolchain/Image.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

@@ -9,6 +9,7 @@
 #include "foundation/Text.h"
 #include "toolchain/BundleWalk.h"
 #include "toolchain/CodeDirectory.h"
+#include "toolchain/Messages.h"
 #include "toolchain/Requirement.h"
 #include "toolchain/SignatureFault.h"
 

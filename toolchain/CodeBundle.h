@@ -10,6 +10,7 @@
 #include "foundation/MappedFile.h"
 #include "foundation/Value.h"
 #include "toolchain/Image.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

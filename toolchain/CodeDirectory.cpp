@@ -4,6 +4,7 @@
 #include <array>
 
 #include "foundation/Assertion.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

@@ -7,6 +7,7 @@
 
 #include "foundation/Digest.h"
 #include "toolchain/Blobs.h"
+#include "toolchain/Messages.h"
 
 /// CodeDirectory blobs: what a signature says about one slice. Format: cs_blobs.h in Apple's open
 /// xnu sources, codedirectory.h in its open Security sources.

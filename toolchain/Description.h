@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "toolchain/Image.h"
+#include "toolchain/Messages.h"
 
 /// What a signature says. Nothing here is verified. All fail with a reason that does not name the
 /// code: "code object is not signed at all" when its chosen slice is not; of a universal file the

@@ -3,6 +3,7 @@
 #include "foundation/FileManager.h"
 #include "foundation/ProfileFile.h"
 #include "foundation/PropertyList.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

@@ -8,6 +8,7 @@
 #include "foundation/Certificate.h"
 #include "foundation/Value.h"
 #include "toolchain/Image.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

@@ -6,6 +6,7 @@
 #include "foundation/PropertyList.h"
 #include "foundation/Text.h"
 #include "toolchain/CodeDirectory.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

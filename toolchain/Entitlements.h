@@ -7,6 +7,7 @@
 
 #include "foundation/Value.h"
 #include "toolchain/Blobs.h"
+#include "toolchain/Messages.h"
 
 /// Entitlements in both forms that a signature carries: property-list text and DER.
 namespace toolchain {

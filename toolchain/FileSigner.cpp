@@ -1,5 +1,6 @@
 #include "toolchain/FileSigner.h"
 
+#include "toolchain/Messages.h"
 #include "toolchain/SignatureCheck.h"
 
 namespace toolchain {

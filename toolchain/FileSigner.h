@@ -6,6 +6,7 @@
 
 #include "toolchain/CodeBundle.h"
 #include "toolchain/Layout.h"
+#include "toolchain/Messages.h"
 #include "toolchain/Replacement.h"
 #include "toolchain/SignatureBuilder.h"
 

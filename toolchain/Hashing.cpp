@@ -105,12 +105,6 @@ class FileWorker {
 
 }  // namespace
 
-std::uint64_t sizeOf(const Pieces& pieces) {
-  std::uint64_t size = 0;
-  for (const Bytes& piece : pieces) size += piece.size();
-  return size;
-}
-
 std::vector<PageHashes> hashPages(const Pieces& code, std::uint8_t pageShift,
                                   std::span<const HashType> types) {
   const std::uint64_t pages = pageCount(sizeOf(code), pageShift);

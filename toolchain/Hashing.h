@@ -8,6 +8,8 @@
 
 #include "foundation/Digest.h"
 #include "toolchain/CodeDirectory.h"
+#include "toolchain/Messages.h"
+#include "toolchain/Pieces.h"
 
 /// The work that signing and verifying are made of: digests of pages and of files, on all cores.
 namespace toolchain {
@@ -18,10 +20,6 @@ struct PageHashes {
   std::uint8_t pageShift = 12;
   std::vector<std::byte> hashes;
 };
-
-/// Code that lies in several pieces (a changed head, the mapped rest, filling), seen as one.
-using Pieces = std::vector<Bytes>;
-std::uint64_t sizeOf(const Pieces& pieces);
 
 /// Hashes each page of `code` once for all `types`, on all cores; the last page may be short.
 std::vector<PageHashes> hashPages(const Pieces& code, std::uint8_t pageShift,

@@ -6,6 +6,7 @@
 #include "foundation/Format.h"
 #include "foundation/SigningKeychains.h"
 #include "foundation/Text.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

@@ -7,6 +7,7 @@
 
 #include "foundation/Keychain.h"
 #include "toolchain/EmbeddedProfile.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

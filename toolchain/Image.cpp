@@ -5,6 +5,7 @@
 
 #include "macho/Architectures.h"
 #include "macho/Definitions.h"
+#include "toolchain/Messages.h"
 #include "toolchain/SliceReader.h"
 
 namespace toolchain {

@@ -6,16 +6,11 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/Bytes.h"
-#include "foundation/Result.h"
 #include "toolchain/Messages.h"
 
 /// Mach-O files as a signer sees them. Format: mach-o/loader.h and mach-o/fat.h in Apple's open
 /// xnu sources.
 namespace toolchain {
-
-using foundation::Bytes;
-using foundation::Result;
 
 /// A window of bytes; of the file or of a slice, as each use says.
 struct Extent {

@@ -4,6 +4,7 @@
 
 #include "foundation/Assertion.h"
 #include "macho/Definitions.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

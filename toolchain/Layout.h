@@ -3,8 +3,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "toolchain/Hashing.h"
 #include "toolchain/Image.h"
+#include "toolchain/Messages.h"
+#include "toolchain/Pieces.h"
 
 /// Where everything of a file lies once its slices have room for signatures.
 namespace toolchain {

@@ -4,10 +4,14 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/Error.h"
+#include "foundation/Bytes.h"
+#include "foundation/Result.h"
 
 /// How this library words its failures: where, what, which value.
 namespace toolchain {
+
+using foundation::Bytes;
+using foundation::Result;
 
 /// Where an error's user info keeps a part of the description that callers also need alone.
 inline constexpr std::string_view kDetailKey = "Detail";

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "foundation/Result.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

@@ -17,6 +17,7 @@
 #include "foundation/Handle.h"
 #include "foundation/MappingGuard.h"
 #include "foundation/ProcessInfo.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

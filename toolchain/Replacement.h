@@ -7,6 +7,7 @@
 
 #include "foundation/Handle.h"
 #include "toolchain/Hashing.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

@@ -5,6 +5,7 @@
 
 #include "foundation/DER.h"
 #include "foundation/Text.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

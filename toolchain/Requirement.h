@@ -8,6 +8,7 @@
 #include "foundation/Certificate.h"
 #include "foundation/Data.h"
 #include "toolchain/Blobs.h"
+#include "toolchain/Messages.h"
 
 /// Code requirements: a small prefix language that says what other code accepts as this code.
 /// Format: requirement.h and reqdumper.cpp in Apple's open Security sources.

@@ -7,6 +7,7 @@
 
 #include "foundation/PropertyList.h"
 #include "toolchain/Base64.h"
+#include "toolchain/Messages.h"
 #include "toolchain/SealScanner.h"
 
 namespace toolchain {

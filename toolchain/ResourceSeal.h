@@ -10,6 +10,7 @@
 #include "foundation/Value.h"
 #include "toolchain/CodeBundle.h"
 #include "toolchain/Hashing.h"
+#include "toolchain/Messages.h"
 
 /// _CodeSignature/CodeResources: the list of everything in a bundle besides its executable.
 namespace toolchain {

@@ -8,6 +8,7 @@
 #include "foundation/Path.h"
 #include "foundation/Text.h"
 #include "toolchain/BundleWalk.h"
+#include "toolchain/Messages.h"
 #include "toolchain/ResourceSeal.h"
 
 namespace toolchain {

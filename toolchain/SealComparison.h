@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "toolchain/CodeBundle.h"
+#include "toolchain/Messages.h"
 #include "toolchain/ResourceSeal.h"
 
 namespace toolchain {

@@ -7,6 +7,7 @@
 #include "foundation/DER.h"
 #include "foundation/PropertyList.h"
 #include "macho/Definitions.h"
+#include "toolchain/Messages.h"
 #include "toolchain/Requirement.h"
 
 namespace toolchain {

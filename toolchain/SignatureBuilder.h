@@ -9,6 +9,7 @@
 #include "toolchain/Entitlements.h"
 #include "toolchain/Hashing.h"
 #include "toolchain/IdentitySelection.h"
+#include "toolchain/Messages.h"
 
 /// One slice's signature, from what it is to say to its bytes.
 namespace toolchain {

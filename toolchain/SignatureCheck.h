@@ -6,6 +6,7 @@
 #include "foundation/CMS.h"
 #include "toolchain/Hashing.h"
 #include "toolchain/Image.h"
+#include "toolchain/Messages.h"
 #include "toolchain/RequirementEvaluation.h"
 
 namespace toolchain {

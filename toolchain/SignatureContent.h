@@ -5,6 +5,7 @@
 
 #include "foundation/CMS.h"
 #include "toolchain/CodeDirectory.h"
+#include "toolchain/Messages.h"
 #include "toolchain/RequirementEvaluation.h"
 
 /// What the blobs of a signature say, besides hashes: checked each for itself and with each other.

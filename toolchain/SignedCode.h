@@ -5,6 +5,7 @@
 
 #include "toolchain/CodeBundle.h"
 #include "toolchain/CodeDirectory.h"
+#include "toolchain/Messages.h"
 #include "toolchain/ResourceSeal.h"
 
 namespace toolchain {

@@ -8,6 +8,7 @@
 #include "foundation/ProcessInfo.h"
 #include "toolchain/CodeBundle.h"
 #include "toolchain/FileSigner.h"
+#include "toolchain/Messages.h"
 #include "toolchain/ResourceSeal.h"
 #include "toolchain/SealComparison.h"
 

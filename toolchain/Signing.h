@@ -8,6 +8,7 @@
 
 #include "foundation/Value.h"
 #include "toolchain/Image.h"
+#include "toolchain/Messages.h"
 
 /// Signing of iOS apps, extensions, frameworks and Mach-O files without a process of its own.
 namespace toolchain {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "macho/Definitions.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

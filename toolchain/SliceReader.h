@@ -1,6 +1,7 @@
 #pragma once
 
 #include "toolchain/Image.h"
+#include "toolchain/Messages.h"
 
 namespace toolchain {
 

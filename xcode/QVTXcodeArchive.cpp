@@ -6,6 +6,7 @@
 #include "foundation/SystemLog.h"
 #include "foundation/Text.h"
 #include "foundation/UserDefaults.h"
+#include "foundation/UserFolders.h"
 #include "preparation/QVTInfoPlist.h"
 
 using foundation::appendingPathComponent;

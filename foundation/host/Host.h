@@ -12,9 +12,7 @@
 #include "foundation/Value.h"
 
 /// What each host answers in its own way. Only foundation's own sources include this; every folder
-/// below host/ defines all of it, and besides: `processRecord`, `openFile`, `openFolder`,
-/// `FileManager::temporaryDirectory`, `FileManager::homeDirectory`, `ProcessInfo::executablePath`
-/// and the file-event source.
+/// below host/ defines all of it, and all that the headers beside this one declare.
 namespace foundation::host {
 
 /// The property list that the build put into this executable; empty without one. It lives as long
@@ -31,6 +29,9 @@ FileDescriptor copyFile(int source, int folder, const char* name);
 std::optional<Date> birthTime(const char* path);
 struct timespec accessTime(const struct stat& details);
 struct timespec modificationTime(const struct stat& details);
+
+/// Path of the running program, links resolved; empty when the system does not tell.
+std::string executablePath();
 
 /// HOME in the environment of the parent process; absent when that process is another user's, has
 /// none or cannot be read.

@@ -17,6 +17,7 @@
 
 #include "foundation/FileManager.h"
 #include "foundation/Handle.h"
+#include "foundation/UserFolders.h"
 #include "tests/support/OtherProcess.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "foundation/Path.h"
+#include "foundation/UserFolders.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace foundation {
@@ -41,10 +42,10 @@ TEST(Path, PutsTogetherWithOneSlash) {
 
 TEST(Path, ExpandsTheTilde) {
   const test::ScopedEnvironment home("HOME", "/home/me");
-  EXPECT_EQ(expandingTilde("~"), "/home/me");
-  EXPECT_EQ(expandingTilde("~/Library"), "/home/me/Library");
-  EXPECT_EQ(expandingTilde("~other/x"), "~other/x");
-  EXPECT_EQ(expandingTilde("/a/~"), "/a/~");
+  EXPECT_EQ(foundation::FileManager::expandingTilde("~"), "/home/me");
+  EXPECT_EQ(foundation::FileManager::expandingTilde("~/Library"), "/home/me/Library");
+  EXPECT_EQ(foundation::FileManager::expandingTilde("~other/x"), "~other/x");
+  EXPECT_EQ(foundation::FileManager::expandingTilde("/a/~"), "/a/~");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "foundation/Text.h"
+#include "toolchain/Messages.h"
 #include "toolchain/Signing.h"
 
 namespace toolchain::codesign_allocate {

@@ -7,8 +7,8 @@
 #include <limits.h>
 #include <sys/stat.h>
 
-#include "foundation/ProcessInfo.h"
 #include "foundation/host/Host.h"
+#include "foundation/host/ProcessTable.h"
 
 namespace foundation {
 
@@ -115,14 +115,14 @@ std::optional<ProcessRecord> processRecord(pid_t processIdentifier) {
 
 void reserveDescriptorForProcessRecords() { reserve().fill(); }
 
-std::string ProcessInfo::executablePath() {
+namespace host {
+
+std::string executablePath() {
   std::string path(PATH_MAX, '\0');
   const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
   path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
   return path;
 }
-
-namespace host {
 
 std::optional<std::string> parentHome() {
   const FileDescriptor file = openRecord(::getppid(), "environ");

@@ -1,5 +1,5 @@
 # What only this host can tell: the process table, embedded Info dictionaries, cheap copies, file
-# events, the folders of a user.
+# events.
 target_sources(foundation PRIVATE
   host/linux/EmbeddedInfo.cpp
   host/linux/FileAttributes.cpp
@@ -9,5 +9,4 @@ target_sources(foundation PRIVATE
   host/linux/FileOpening.cpp
   host/linux/FileTimes.cpp
   host/linux/Process.cpp
-  host/linux/SocketActivity.cpp
-  host/linux/UserFolders.cpp)
+  host/linux/SocketActivity.cpp)

@@ -1,3 +1,5 @@
+#include "foundation/UserFolders.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -10,6 +12,7 @@
 #include <unistd.h>
 
 #include "foundation/FileManager.h"
+#include "foundation/Path.h"
 #include "foundation/ProcessInfo.h"
 #include "foundation/SystemLog.h"
 #include "foundation/host/Host.h"
@@ -123,6 +126,11 @@ std::string homeDirectory() {
   if (std::optional<std::string> home = nonEmptyEnvironmentValue("HOME")) return *std::move(home);
   if (std::optional<std::string> home = host::parentHome()) return *std::move(home);
   return homeInUserDatabase();
+}
+
+std::string expandingTilde(std::string_view path) {
+  if (path != "~" && !path.starts_with("~/")) return std::string(path);
+  return appendingPathComponent(homeDirectory(), path.substr(1));
 }
 
 }  // namespace foundation::FileManager
