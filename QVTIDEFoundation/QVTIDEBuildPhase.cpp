@@ -1,7 +1,7 @@
 #include "QVTIDEFoundation/QVTIDEBuildPhase.h"
 
-#include "foundation/Path.h"
-#include "foundation/Text.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <array>
 
 #include "QVTIDEFoundation/QVTIDEConstants.h"
-#include "foundation/Format.h"
+#include "foundation/base/Format.h"
 
 namespace {
 

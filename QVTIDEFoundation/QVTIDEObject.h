@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/Value.h"
+#include "foundation/base/Value.h"
 
 /// What an object of a project file is, by its "isa". No class has the number 6; every class that
 /// is not listed, shell-script phases among them, is `other`.

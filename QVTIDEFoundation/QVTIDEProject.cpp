@@ -1,9 +1,9 @@
 #include "QVTIDEFoundation/QVTIDEProject.h"
 
 #include "QVTIDEFoundation/QVTIDEConstants.h"
-#include "foundation/FileManager.h"
-#include "foundation/PropertyList.h"
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/format/PropertyList.h"
 
 namespace {
 

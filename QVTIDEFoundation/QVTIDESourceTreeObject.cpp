@@ -2,8 +2,8 @@
 
 #include "QVTIDEFoundation/QVTIDEConstants.h"
 #include "QVTIDEFoundation/QVTIDEProject.h"
-#include "foundation/Assertion.h"
-#include "foundation/Path.h"
+#include "foundation/base/Assertion.h"
+#include "foundation/base/Path.h"
 
 using foundation::Dictionary;
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "QVTIDEFoundation/QVTIDEConstants.h"
-#include "foundation/SystemLog.h"
+#include "foundation/process/SystemLog.h"
 
 namespace {
 

@@ -3,11 +3,11 @@
 #include <chrono>
 #include <thread>
 
-#include "foundation/Assertion.h"
-#include "foundation/ChildProcess.h"
-#include "foundation/Error.h"
-#include "foundation/SystemLog.h"
-#include "foundation/Text.h"
+#include "foundation/base/Assertion.h"
+#include "foundation/base/Error.h"
+#include "foundation/base/Text.h"
+#include "foundation/process/ChildProcess.h"
+#include "foundation/process/SystemLog.h"
 
 namespace {
 

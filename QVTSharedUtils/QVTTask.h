@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/Data.h"
-#include "foundation/ProcessInfo.h"
-#include "foundation/Value.h"
+#include "foundation/base/Data.h"
+#include "foundation/base/Value.h"
+#include "foundation/process/ProcessInfo.h"
 
 /// Runs external programs, and takes argument strings apart.
 ///

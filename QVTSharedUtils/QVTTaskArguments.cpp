@@ -1,9 +1,9 @@
 #include <algorithm>
 
 #include "QVTSharedUtils/QVTTask.h"
-#include "foundation/Error.h"
-#include "foundation/Text.h"
-#include "foundation/UnicodeText.h"
+#include "foundation/base/Error.h"
+#include "foundation/base/Text.h"
+#include "foundation/base/UnicodeText.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 #include "QVTWebClient/QVTWebAPIClientEndpoints.h"
 
 #include "QVTWebClient/ServiceHosts.h"
-#include "foundation/Bundle.h"
-#include "foundation/Format.h"
-#include "foundation/ProcessInfo.h"
+#include "foundation/app/Bundle.h"
+#include "foundation/base/Format.h"
+#include "foundation/process/ProcessInfo.h"
 
 namespace {
 

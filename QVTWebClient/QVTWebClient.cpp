@@ -1,8 +1,8 @@
 #include "QVTWebClient/QVTWebClient.h"
 
 #include "QVTWebClient/URLEscaping.h"
-#include "foundation/Assertion.h"
-#include "foundation/JSON.h"
+#include "foundation/base/Assertion.h"
+#include "foundation/format/JSON.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "QVTWebClient/QVTWebClientTransaction.h"
 #include "QVTWebClient/QVTWebRequest.h"
 #include "QVTWebClient/QVTWebResponse.h"
-#include "foundation/DispatchQueue.h"
+#include "foundation/queue/DispatchQueue.h"
 
 /// Kept by a client and handed out again; the client asks nothing of it.
 class QVTPersistenceCacheDelegate {

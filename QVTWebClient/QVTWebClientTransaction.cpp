@@ -1,8 +1,8 @@
 #include "QVTWebClient/QVTWebClientTransaction.h"
 
 #include "QVTWebClient/QVTWebClient.h"
-#include "foundation/Assertion.h"
-#include "foundation/PropertyList.h"
+#include "foundation/base/Assertion.h"
+#include "foundation/format/PropertyList.h"
 
 using foundation::Value;
 

@@ -8,8 +8,8 @@
 
 #include "QVTWebClient/QVTWebRequest.h"
 #include "QVTWebClient/QVTWebResponse.h"
-#include "foundation/DispatchQueue.h"
-#include "foundation/URLConnection.h"
+#include "foundation/net/URLConnection.h"
+#include "foundation/queue/DispatchQueue.h"
 
 /// Carries one request over a connection and hands its response over exactly once. Started once; a
 /// second start is a programming fault.

@@ -4,9 +4,9 @@
 
 #include "QVTWebClient/QVTWebResponse.h"
 #include "QVTWebClient/URLEscaping.h"
-#include "foundation/Assertion.h"
-#include "foundation/Format.h"
-#include "foundation/Text.h"
+#include "foundation/base/Assertion.h"
+#include "foundation/base/Format.h"
+#include "foundation/base/Text.h"
 
 using FormRecord = QVTWebRequest::FormRecord;
 using foundation::format;

@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/URLConnection.h"
-#include "foundation/Value.h"
+#include "foundation/base/Value.h"
+#include "foundation/net/URLConnection.h"
 
 /// One HTTP request before it is sent. Built, then started once by a client, which fills in the URL
 /// and its own headers. Not for several threads at once.

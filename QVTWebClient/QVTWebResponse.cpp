@@ -1,6 +1,6 @@
 #include "QVTWebClient/QVTWebResponse.h"
 
-#include "foundation/Format.h"
+#include "foundation/base/Format.h"
 
 using foundation::Value;
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Error.h"
-#include "foundation/URLRequest.h"
-#include "foundation/Value.h"
+#include "foundation/base/Error.h"
+#include "foundation/base/Value.h"
+#include "foundation/net/URLRequest.h"
 
 /// Errors that the client itself makes: -1 a status other than the one expected, -2 a question for
 /// authentication that it does not answer, -3 a form that would be read as another one.

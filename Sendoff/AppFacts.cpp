@@ -1,8 +1,8 @@
 #include "Sendoff/AppFacts.h"
 
 #include "Sendoff/QVTAppInfo.h"
-#include "foundation/Bundle.h"
-#include "foundation/URL.h"
+#include "foundation/app/Bundle.h"
+#include "foundation/base/URL.h"
 #include "macho/QVTMachOBinary.h"
 #include "preparation/QVTCodeSignedResource.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/Value.h"
+#include "foundation/base/Value.h"
 
 class QVTAppInfo;
 

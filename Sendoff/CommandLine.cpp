@@ -8,15 +8,15 @@
 
 #include <unistd.h>
 
+#include "Sendoff/ProcessCheck.h"
 #include "Sendoff/RunSequence.h"
 #include "Sendoff/ServiceAddresses.h"
-#include "console/ProcessCheck.h"
 #include "console/QVTCLUtilLog.h"
-#include "foundation/Bundle.h"
-#include "foundation/Interruption.h"
-#include "foundation/ProcessInfo.h"
-#include "foundation/Text.h"
-#include "foundation/UserDefaults.h"
+#include "foundation/app/Bundle.h"
+#include "foundation/app/UserDefaults.h"
+#include "foundation/base/Text.h"
+#include "foundation/process/Interruption.h"
+#include "foundation/process/ProcessInfo.h"
 #include "preparation/TemporaryItems.h"
 
 namespace {

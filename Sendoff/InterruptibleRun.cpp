@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include "console/QVTCLUtilLog.h"
-#include "foundation/Interruption.h"
+#include "foundation/process/Interruption.h"
 #include "preparation/TemporaryItems.h"
 
 namespace {

@@ -10,11 +10,11 @@
 #include "Sendoff/QVTAppInfo.h"
 #include "Sendoff/ServiceWords.h"
 #include "console/QVTCLUtilLog.h"
-#include "foundation/Bundle.h"
-#include "foundation/Format.h"
-#include "foundation/Proxy.h"
-#include "foundation/SystemLog.h"
-#include "foundation/Text.h"
+#include "foundation/app/Bundle.h"
+#include "foundation/base/Format.h"
+#include "foundation/base/Text.h"
+#include "foundation/net/Proxy.h"
+#include "foundation/process/SystemLog.h"
 
 namespace {
 

@@ -10,12 +10,12 @@
 #include "Sendoff/ReleaseCommands.h"
 #include "Sendoff/ServiceAddresses.h"
 #include "console/QVTCLUtilLog.h"
-#include "foundation/FileManager.h"
-#include "foundation/Format.h"
-#include "foundation/Path.h"
-#include "foundation/ProcessInfo.h"
-#include "foundation/Text.h"
-#include "foundation/URL.h"
+#include "foundation/base/Format.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/base/URL.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/process/ProcessInfo.h"
 #include "preparation/TemporaryItems.h"
 
 namespace FileManager = foundation::FileManager;

@@ -5,8 +5,8 @@
 
 #include "QVTWebClient/QVTWebClient.h"
 #include "QVTWebClient/QVTWebResponse.h"
-#include "foundation/Text.h"
-#include "foundation/Value.h"
+#include "foundation/base/Text.h"
+#include "foundation/base/Value.h"
 
 namespace {
 

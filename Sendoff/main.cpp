@@ -3,11 +3,11 @@
 
 #include "Sendoff/CommandLine.h"
 #include "Sendoff/InterruptibleRun.h"
-#include "Sendoff/StandardDescriptors.h"
 #include "console/QVTCLUtilLog.h"
-#include "foundation/ProcessInfo.h"
-#include "foundation/Text.h"
-#include "preparation/SigningToolPath.h"
+#include "foundation/base/Text.h"
+#include "foundation/process/ProcessInfo.h"
+#include "startup/SigningToolPath.h"
+#include "startup/StandardDescriptors.h"
 
 namespace {
 

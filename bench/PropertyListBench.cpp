@@ -5,7 +5,7 @@
 #include <benchmark/benchmark.h>
 #include <plist/plist.h>
 
-#include "foundation/PropertyList.h"
+#include "foundation/format/PropertyList.h"
 
 namespace {
 

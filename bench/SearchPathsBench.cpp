@@ -6,7 +6,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
 #include "tests/support/TemporaryFolder.h"
 #include "xcode/QVTEnvironment.h"
 

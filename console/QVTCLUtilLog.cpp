@@ -6,7 +6,7 @@
 
 #include <unistd.h>
 
-#include "foundation/SystemLog.h"
+#include "foundation/process/SystemLog.h"
 
 std::atomic<bool> debugMode{false};
 

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <string_view>
 
-#include "foundation/Format.h"
+#include "foundation/base/Format.h"
 
 /// True when diagnostic lines are shown. Set once, by the driver, before any of them can be due.
 extern std::atomic<bool> debugMode;

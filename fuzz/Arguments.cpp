@@ -1,6 +1,6 @@
 // Argument strings, and the options looked for among their parts.
 #include "QVTSharedUtils/QVTTask.h"
-#include "foundation/Error.h"
+#include "foundation/base/Error.h"
 #include "fuzz/FuzzTarget.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -1,7 +1,7 @@
 // _CodeSignature/CodeResources: both lists, and the rules, which are asked about a few paths.
 #include "fuzz/FuzzTarget.h"
-#include "toolchain/ResourceSeal.h"
-#include "toolchain/SealScanner.h"
+#include "toolchain/seal/ResourceSeal.h"
+#include "toolchain/seal/private/SealScanner.h"
 
 namespace {
 

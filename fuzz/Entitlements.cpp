@@ -1,5 +1,5 @@
 // Entitlements: files given to the signer, and the DER form inside signatures.
-#include "toolchain/Entitlements.h"
+#include "toolchain/signature/Entitlements.h"
 
 #include "fuzz/FuzzTarget.h"
 

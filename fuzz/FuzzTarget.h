@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "foundation/Bytes.h"
-#include "foundation/Handle.h"
+#include "foundation/base/Bytes.h"
+#include "foundation/base/Handle.h"
 
 /// What each file of this folder defines: one run of a reader over foreign bytes. A fuzzer calls it
 /// with bytes that it makes up, a test with those that are kept. The process ends with a report

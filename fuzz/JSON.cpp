@@ -1,7 +1,7 @@
 // Answers of the service.
-#include "foundation/JSON.h"
+#include "foundation/format/JSON.h"
 
-#include "foundation/Format.h"
+#include "foundation/base/Format.h"
 #include "fuzz/FuzzTarget.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -1,6 +1,6 @@
 // Certificates and key files: DER, PEM and PKCS #12.
-#include "foundation/KeyRounds.h"
-#include "foundation/KeychainFiles.h"
+#include "foundation/crypto/private/KeyDerivationBudget.h"
+#include "foundation/crypto/private/KeychainFiles.h"
 #include "fuzz/FuzzTarget.h"
 
 namespace {
@@ -16,7 +16,7 @@ void readCertificate(const foundation::Certificate& certificate) {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const fuzz::MemoryFile file(fuzz::bytesOf(data, size));
-  std::uint64_t rounds = foundation::KeyRounds::kMaximum;
+  std::uint64_t rounds = foundation::KeyDerivationBudget::kMaximum;
   const auto contents = foundation::readKeychainFile(file.path(), rounds);
   if (!contents) return 0;
   for (const auto& certificate : contents->certificates) {

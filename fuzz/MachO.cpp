@@ -1,5 +1,5 @@
 // Mach-O files as the tool reads them: slices, load commands, sections, identifiers.
-#include "foundation/Error.h"
+#include "foundation/base/Error.h"
 #include "fuzz/FuzzTarget.h"
 #include "macho/MachOFile.h"
 #include "macho/MachOSlice.h"

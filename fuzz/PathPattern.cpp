@@ -1,5 +1,5 @@
 // Resource rules: a pattern, and after the first line feed the path to search it in.
-#include "toolchain/PathPattern.h"
+#include "toolchain/seal/private/PathPattern.h"
 
 #include "fuzz/FuzzTarget.h"
 

@@ -1,7 +1,7 @@
 // Property lists in their three forms, told apart by content; what can be read can be written.
-#include "foundation/PropertyList.h"
+#include "foundation/format/PropertyList.h"
 
-#include "foundation/Format.h"
+#include "foundation/base/Format.h"
 #include "fuzz/FuzzTarget.h"
 
 namespace PropertyList = foundation::PropertyList;

@@ -6,18 +6,18 @@
 #include <fstream>
 #include <string>
 
-#include "foundation/CMS.h"
-#include "foundation/Data.h"
-#include "foundation/PropertyList.h"
+#include "foundation/base/Data.h"
+#include "foundation/crypto/CMS.h"
+#include "foundation/format/PropertyList.h"
 #include "tests/support/Identities.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/ZipFixture.h"
-#include "tests/toolchain/CodeFixture.h"
-#include "toolchain/Entitlements.h"
-#include "toolchain/Requirement.h"
-#include "toolchain/ResourceSeal.h"
-#include "toolchain/Signing.h"
+#include "tests/toolchain/support/CodeFixture.h"
+#include "toolchain/seal/ResourceSeal.h"
+#include "toolchain/sign/Signing.h"
+#include "toolchain/signature/Entitlements.h"
+#include "toolchain/signature/Requirement.h"
 
 namespace {
 
@@ -183,7 +183,7 @@ void addSignatures(const Corpus& corpus) {
   sign(app);
   corpus.add("CodeResources", "signed", test::contentsOf(app / "_CodeSignature/CodeResources"));
   const std::string file = test::contentsOf(app / "A");
-  const auto image = toolchain::Image::parse(foundation::bytesOf(file));
+  const auto image = toolchain::MachOFile::parse(foundation::bytesOf(file));
   const auto area = image->signatureArea(image->slices().front());
   const auto signature = toolchain::SuperBlob::parse(area, toolchain::magic::kEmbeddedSignature);
   corpus.add("SignatureBlobs", "signed", signature->bytes());

@@ -1,8 +1,8 @@
 // The blobs of a code signature: the superblob with all that is in it.
 #include "fuzz/FuzzTarget.h"
-#include "toolchain/Entitlements.h"
-#include "toolchain/Requirement.h"
-#include "toolchain/SignatureContent.h"
+#include "toolchain/signature/Entitlements.h"
+#include "toolchain/signature/Requirement.h"
+#include "toolchain/signature/SignatureContent.h"
 
 namespace {
 

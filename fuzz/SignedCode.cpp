@@ -1,13 +1,13 @@
 // Signed Mach-O files as the signing tools read and verify them.
-#include "foundation/PropertyList.h"
+#include "foundation/format/PropertyList.h"
 #include "fuzz/FuzzTarget.h"
-#include "toolchain/Layout.h"
-#include "toolchain/SignatureCheck.h"
+#include "toolchain/image/SignatureLayout.h"
+#include "toolchain/verify/SignatureCheck.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const foundation::Bytes file = fuzz::bytesOf(data, size);
   toolchain::looksLikeMachO(file);
-  const auto image = toolchain::Image::parse(file);
+  const auto image = toolchain::MachOFile::parse(file);
   if (!image) return 0;
   for (const toolchain::Slice& slice : image->slices()) {
     const foundation::Bytes code = image->bytesOf(slice);

@@ -1,6 +1,6 @@
 // CMS messages in DER and BER, as signatures carry them.
-#include "foundation/CMS.h"
-#include "foundation/DER.h"
+#include "foundation/crypto/CMS.h"
+#include "foundation/crypto/DER.h"
 #include "fuzz/FuzzTarget.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

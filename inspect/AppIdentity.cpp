@@ -1,6 +1,6 @@
 #include "inspect/AppIdentity.h"
 
-#include "foundation/FileManager.h"
+#include "foundation/file/FileManager.h"
 #include "inspect/Report.h"
 
 namespace inspect {

@@ -6,10 +6,10 @@
 
 #include <stdlib.h>
 
-#include "foundation/FileManager.h"
-#include "foundation/Interruption.h"
-#include "foundation/Path.h"
-#include "foundation/UserFolders.h"
+#include "foundation/base/Path.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/file/UserFolders.h"
+#include "foundation/process/Interruption.h"
 #include "inspect/Arguments.h"
 #include "preparation/Inflation.h"
 #include "preparation/QVTFileSystemUtils.h"

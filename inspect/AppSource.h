@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "foundation/Result.h"
+#include "foundation/base/Result.h"
 #include "preparation/QVTCodeSignedResource.h"
 
 namespace inspect {

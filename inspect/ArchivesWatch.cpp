@@ -9,11 +9,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "foundation/Interruption.h"
-#include "foundation/JSON.h"
-#include "foundation/NotificationCenter.h"
-#include "foundation/RunLoop.h"
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
+#include "foundation/format/JSON.h"
+#include "foundation/process/Interruption.h"
+#include "foundation/queue/NotificationCenter.h"
+#include "foundation/queue/RunLoop.h"
 #include "xcode/QVTXcodeArchiveMonitor.h"
 
 namespace inspect {

@@ -6,7 +6,7 @@
 
 #include <fcntl.h>
 
-#include "foundation/Handle.h"
+#include "foundation/base/Handle.h"
 
 namespace inspect {
 

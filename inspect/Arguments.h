@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/Result.h"
+#include "foundation/base/Result.h"
 
 namespace inspect {
 

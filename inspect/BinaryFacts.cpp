@@ -1,7 +1,7 @@
 #include "inspect/BinaryFacts.h"
 
-#include "foundation/Error.h"
-#include "foundation/Text.h"
+#include "foundation/base/Error.h"
+#include "foundation/base/Text.h"
 #include "inspect/Arguments.h"
 #include "macho/Definitions.h"
 #include "macho/LoadCommandWalk.h"

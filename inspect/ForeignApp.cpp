@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <array>
 
-#include "foundation/FileManager.h"
-#include "foundation/Path.h"
-#include "foundation/Text.h"
-#include "toolchain/CodeBundle.h"
-#include "toolchain/Image.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/file/FileManager.h"
+#include "toolchain/bundle/CodeBundle.h"
+#include "toolchain/image/MachOFile.h"
 
 namespace inspect {
 

@@ -3,16 +3,16 @@
 #include <algorithm>
 #include <iterator>
 
-#include "foundation/Certificate.h"
-#include "foundation/FileManager.h"
-#include "foundation/Format.h"
-#include "foundation/Path.h"
-#include "foundation/SigningKeychains.h"
-#include "foundation/Text.h"
-#include "foundation/URL.h"
+#include "foundation/base/Format.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/base/URL.h"
+#include "foundation/crypto/Certificate.h"
+#include "foundation/crypto/SigningKeychains.h"
+#include "foundation/file/FileManager.h"
+#include "inspect/EntitlementGrants.h"
 #include "inspect/ForeignApp.h"
 #include "inspect/Report.h"
-#include "inspect/SignatureFacts.h"
 #include "macho/QVTMachOBinary.h"
 #include "macho/QVTdSYM.h"
 #include "preparation/QVTCodeSignedResource.h"
@@ -21,7 +21,8 @@
 #include "signing/QVTDeveloperCertificate.h"
 #include "signing/QVTProvisioningProfile.h"
 #include "signing/SigningCertificate.h"
-#include "toolchain/CodeBundle.h"
+#include "toolchain/bundle/CodeBundle.h"
+#include "toolchain/display/SignatureFacts.h"
 
 namespace inspect {
 
@@ -103,7 +104,7 @@ std::string teamOf(const QVTProvisioningProfile& profile) {
 
 Findings checkNestedPiece(const std::filesystem::path& path, const std::string& name,
                           const std::string& team, toolchain::RootTest isAppleRoot) {
-  const auto facts = signatureFacts(path, isAppleRoot);
+  const auto facts = toolchain::signatureFacts(path, isAppleRoot);
   if (!facts) {
     return {fails("nested code " + name + ": " + facts.error().localizedDescription(),
                   "build it again")};
@@ -210,7 +211,7 @@ Findings checkExecutable(const foundation::Bundle& bundle) {
   if (!binary) {
     return {fails("the executable " + *path + " cannot be read", "build the app again")};
   }
-  const auto facts = signatureFacts(bundle.bundlePath());
+  const auto facts = toolchain::signatureFacts(bundle.bundlePath());
   if (!facts) {
     return {fails("the executable cannot be signed: " + facts.error().localizedDescription(),
                   "build the app again")};
@@ -262,7 +263,7 @@ Findings checkCertificates(const HandOff& handOff) {
 
 Findings checkEntitlements(const HandOff& handOff) {
   if (!handOff.profile) return {};
-  const auto facts = signatureFacts(handOff.resource.bundle()->bundlePath());
+  const auto facts = toolchain::signatureFacts(handOff.resource.bundle()->bundlePath());
   const auto dictionary =
       QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(handOff.profile->path());
   const auto* granted =

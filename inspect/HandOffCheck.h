@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Bundle.h"
-#include "foundation/Value.h"
-#include "toolchain/Requirement.h"
+#include "foundation/app/Bundle.h"
+#include "foundation/base/Value.h"
+#include "toolchain/signature/Requirement.h"
 
 class QVTCodeSignedResource;
 class QVTProvisioningProfile;

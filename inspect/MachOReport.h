@@ -1,6 +1,6 @@
 #pragma once
 
-#include "foundation/Value.h"
+#include "foundation/base/Value.h"
 #include "inspect/BinaryFacts.h"
 #include "inspect/TextOutput.h"
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <chrono>
 
-#include "foundation/Digest.h"
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
+#include "foundation/crypto/Digest.h"
 #include "inspect/Commands.h"
 #include "signing/QVTDeveloperCertificate.h"
 #include "signing/QVTProvisioningProfile.h"

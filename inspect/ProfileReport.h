@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Value.h"
+#include "foundation/base/Value.h"
 #include "inspect/TextOutput.h"
 
 class QVTProvisioningProfile;

@@ -4,10 +4,10 @@
 #include <exception>
 #include <optional>
 
-#include "foundation/JSON.h"
-#include "foundation/Keychain.h"
-#include "foundation/SystemLog.h"
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
+#include "foundation/crypto/Keychain.h"
+#include "foundation/format/JSON.h"
+#include "foundation/process/SystemLog.h"
 #include "inspect/Commands.h"
 
 namespace inspect {

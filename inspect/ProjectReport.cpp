@@ -1,6 +1,6 @@
 #include "QVTIDEFoundation/QVTIDEProject.h"
-#include "foundation/FileManager.h"
-#include "foundation/Path.h"
+#include "foundation/base/Path.h"
+#include "foundation/file/FileManager.h"
 #include "inspect/Commands.h"
 
 namespace inspect {

@@ -1,6 +1,6 @@
 #include "inspect/Report.h"
 
-#include "foundation/JSON.h"
+#include "foundation/format/JSON.h"
 
 namespace inspect {
 

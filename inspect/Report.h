@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/Result.h"
-#include "foundation/Value.h"
+#include "foundation/base/Result.h"
+#include "foundation/base/Value.h"
 #include "inspect/TextOutput.h"
 
 namespace inspect {

@@ -7,7 +7,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
 
 namespace inspect {
 

@@ -2,14 +2,14 @@
 #include <string>
 #include <vector>
 
-#include "foundation/FileManager.h"
-#include "foundation/Interruption.h"
-#include "foundation/ProcessInfo.h"
-#include "foundation/RunLoop.h"
-#include "foundation/UserFolders.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/file/UserFolders.h"
+#include "foundation/process/Interruption.h"
+#include "foundation/process/ProcessInfo.h"
+#include "foundation/queue/RunLoop.h"
 #include "inspect/Output.h"
 #include "inspect/Program.h"
-#include "preparation/SigningToolPath.h"
+#include "startup/SigningToolPath.h"
 
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);

@@ -1,7 +1,7 @@
 #include "macho/Hashing.h"
 
-#include "foundation/Digest.h"
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
+#include "foundation/crypto/Digest.h"
 
 namespace macho {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/Data.h"
+#include "foundation/base/Data.h"
 
 namespace macho {
 

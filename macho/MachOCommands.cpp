@@ -5,8 +5,8 @@
 #include <limits>
 #include <span>
 
-#include "foundation/Format.h"
-#include "foundation/Text.h"
+#include "foundation/base/Format.h"
+#include "foundation/base/Text.h"
 #include "macho/Definitions.h"
 #include "macho/LoadCommandWalk.h"
 #include "macho/Mappings.h"

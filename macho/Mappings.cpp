@@ -5,7 +5,7 @@
 #include <mutex>
 #include <shared_mutex>
 
-#include "foundation/MappingGuard.h"
+#include "foundation/file/MappingGuard.h"
 
 namespace macho {
 namespace {

@@ -6,7 +6,7 @@
 #include <optional>
 #include <type_traits>
 
-#include "foundation/Result.h"
+#include "foundation/base/Result.h"
 
 /// The mappings of open files by address, so that a bare pointer into one of them is enough to know
 /// how far it may be read. All functions are safe from any thread.

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "foundation/URL.h"
+#include "foundation/base/URL.h"
 
 /// A symbol file that is to go to the code-mapping service.
 class QVTCodeMapping {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "foundation/Error.h"
-#include "foundation/Format.h"
+#include "foundation/base/Error.h"
+#include "foundation/base/Format.h"
 #include "macho/Hashing.h"
 #include "macho/LoadCommandWalk.h"
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/URL.h"
+#include "foundation/base/URL.h"
 #include "macho/MachOFile.h"
 #include "macho/QVTMachOSlice.h"
 

@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
 #include "macho/Definitions.h"
 #include "macho/LoadCommandWalk.h"
 

@@ -3,8 +3,8 @@
 #include <string_view>
 #include <utility>
 
-#include "foundation/FileManager.h"
-#include "foundation/Path.h"
+#include "foundation/base/Path.h"
+#include "foundation/file/FileManager.h"
 
 using foundation::FileManager::subpathsOfDirectoryAtPath;
 

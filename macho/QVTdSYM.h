@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "foundation/Bundle.h"
+#include "foundation/app/Bundle.h"
 #include "macho/QVTMachOBinary.h"
 
 /// A debug-symbol bundle and the DWARF file in it.

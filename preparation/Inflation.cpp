@@ -9,12 +9,12 @@
 #include <unistd.h>
 
 #include "QVTSharedUtils/QVTTask.h"
-#include "foundation/FileManager.h"
-#include "foundation/MappedFile.h"
-#include "foundation/Path.h"
-#include "foundation/Text.h"
-#include "foundation/UserFolders.h"
-#include "preparation/OwnFolder.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/file/MappedFile.h"
+#include "foundation/file/UserFolders.h"
+#include "preparation/PrivateDirectory.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/TemporaryItems.h"
 #include "preparation/UnzipPaths.h"
@@ -61,7 +61,7 @@ Result<std::string> makeFolder(const std::string& archive,
     const Result<> claimed = TemporaryItems::claimFolder(folder);
     if (!claimed) return claimed.error();
   }
-  if (const Result<> made = OwnFolder::make(folder); !made) return made.error();
+  if (const Result<> made = PrivateDirectory::make(folder); !made) return made.error();
   return folder;
 }
 

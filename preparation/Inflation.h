@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Result.h"
+#include "foundation/base/Result.h"
 
 /// How large an unpacked archive may be, in bytes: at most `most`, and beyond `always` at most
 /// `timesArchive` times as large as the archive.

@@ -1,7 +1,7 @@
 #include "preparation/QVTCodeSignedResource.h"
 
-#include "foundation/FileManager.h"
-#include "foundation/Format.h"
+#include "foundation/base/Format.h"
+#include "foundation/file/FileManager.h"
 
 std::optional<std::string> QVTCodeSignedResource::usableProvisioningProfilePath() const {
   const bool isUsable =

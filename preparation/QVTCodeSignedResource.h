@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
-#include "foundation/Bundle.h"
-#include "foundation/Value.h"
+#include "foundation/app/Bundle.h"
+#include "foundation/base/Value.h"
 
 /// A signed app as it is passed around: where it is and what its Info.plist says. Every property
 /// may be absent. Not for several threads at once.

@@ -2,24 +2,26 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "QVTSharedUtils/QVTTask.h"
-#include "foundation/FileManager.h"
-#include "foundation/Path.h"
-#include "foundation/ProcessInfo.h"
-#include "foundation/SystemLog.h"
-#include "foundation/Text.h"
-#include "foundation/UserFolders.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/file/UserFolders.h"
+#include "foundation/process/ProcessInfo.h"
+#include "foundation/process/SystemLog.h"
 #include "preparation/Inflation.h"
-#include "preparation/OwnFolder.h"
+#include "preparation/PrivateDirectory.h"
 #include "preparation/TemporaryItems.h"
 
 namespace FileManager = foundation::FileManager;
 using foundation::appendingPathComponent;
 using foundation::ErrorSlot;
+using foundation::FileEventSource;
 using foundation::lastPathComponent;
 using foundation::Result;
 
@@ -79,7 +81,7 @@ Result<std::string> copyToNewFolder(const std::string& path) {
       appendingPathComponent(*storage, foundation::ProcessInfo::globallyUniqueString());
   const std::string destination = appendingPathComponent(folder, lastPathComponent(path));
   TemporaryItems::claimNew(folder);
-  if (const Result<> made = OwnFolder::make(folder); !made) return made.error();
+  if (const Result<> made = PrivateDirectory::make(folder); !made) return made.error();
   // The copy of a link would still be the original, which is not to be changed.
   const Result<> copied = FileManager::copyItemAtPath(behindLinks(path), destination);
   if (copied) return destination;
@@ -199,4 +201,18 @@ std::optional<std::vector<std::string>> QVTFileSystemUtils::findPathsToAppsInDir
 std::optional<std::vector<foundation::URL>> QVTFileSystemUtils::dateSortedContentsOfPath(
     const std::string& path, ErrorSlot error) {
   return valueOrStore(dateSortedContents(path), error);
+}
+
+std::shared_ptr<FileEventSource> QVTFileSystemUtils::createDispatchSourceObservePathChangeHandler(
+    const std::string& path, std::function<void()> handler) {
+  return FileEventSource::watchWrites(path, foundation::DispatchQueue::global(),
+                                      std::move(handler));
+}
+
+std::shared_ptr<FileEventSource> QVTFileSystemUtils::createDispatchSourceFileAtPathIsAvailable(
+    const std::string& filePath, std::function<void()> block) {
+  return createDispatchSourceObservePathChangeHandler(
+      foundation::deletingLastPathComponent(filePath), [filePath, block = std::move(block)] {
+        if (foundation::FileManager::fileExistsAtPath(filePath)) block();
+      });
 }

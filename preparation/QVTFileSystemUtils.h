@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "foundation/FileEventSource.h"
-#include "foundation/Result.h"
-#include "foundation/URL.h"
+#include "foundation/base/Result.h"
+#include "foundation/base/URL.h"
+#include "foundation/file/FileEventSource.h"
 
 /// Domain of `QVTFileSystemUtils`'s own errors. Code -1: `unzip` failed; the user info holds
 /// "command", "arguments", "status", "stderr", "stdout", "archivePath" and "temporaryPath".

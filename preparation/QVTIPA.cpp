@@ -4,10 +4,10 @@
 #include <filesystem>
 
 #include "console/QVTCLUtilLog.h"
-#include "foundation/Path.h"
-#include "foundation/SystemLog.h"
-#include "foundation/Text.h"
-#include "foundation/URL.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/base/URL.h"
+#include "foundation/process/SystemLog.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/QVTInfoPlist.h"
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "foundation/Result.h"
+#include "foundation/base/Result.h"
 #include "preparation/Inflation.h"
 #include "preparation/QVTCodeSignedResource.h"
 

@@ -1,10 +1,10 @@
 #include "preparation/QVTInfoPlist.h"
 
-#include "foundation/FileManager.h"
-#include "foundation/Format.h"
-#include "foundation/Path.h"
-#include "foundation/PropertyList.h"
-#include "foundation/SystemLog.h"
+#include "foundation/base/Format.h"
+#include "foundation/base/Path.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/format/PropertyList.h"
+#include "foundation/process/SystemLog.h"
 
 using foundation::appendingPathComponent;
 

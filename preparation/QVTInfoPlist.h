@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/Value.h"
+#include "foundation/base/Value.h"
 
 /// What stands for a build version that is missing, empty or no text.
 inline constexpr std::string_view QVTDefaultBuildVersionString = "0";

@@ -13,13 +13,13 @@
 #include <unistd.h>
 
 #include "console/QVTCLUtilLog.h"
-#include "foundation/Digest.h"
-#include "foundation/FileManager.h"
-#include "foundation/Interruption.h"
-#include "foundation/LockFile.h"
-#include "foundation/Path.h"
-#include "foundation/Text.h"
-#include "foundation/UserFolders.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/crypto/Digest.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/file/LockFile.h"
+#include "foundation/file/UserFolders.h"
+#include "foundation/process/Interruption.h"
 
 namespace FileManager = foundation::FileManager;
 using foundation::appendingPathComponent;

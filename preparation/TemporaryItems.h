@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "foundation/Result.h"
+#include "foundation/base/Result.h"
 
 /// What a run makes in the temporary folder, and how other runs know of it.
 ///

@@ -6,8 +6,8 @@
 
 #include <sys/stat.h>
 
-#include "foundation/Text.h"
-#include "foundation/UnicodeText.h"
+#include "foundation/base/Text.h"
+#include "foundation/base/UnicodeText.h"
 
 using archive::ZipEntry;
 

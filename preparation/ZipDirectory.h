@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/Bytes.h"
-#include "foundation/Result.h"
+#include "foundation/base/Bytes.h"
+#include "foundation/base/Result.h"
 
 /// Reads the central directory of a zip archive (PKWARE APPNOTE.TXT 6.3.10, with Zip64).
 namespace archive {

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Formatting, spelling and static checks.
+# Who includes whom, formatting, spelling and static checks.
 #
 #   scripts/lint.sh            the whole tree
 #   scripts/lint.sh FILES...   these files
-#   scripts/lint.sh --quick    formatting and spelling of the whole tree: a few seconds
+#   scripts/lint.sh --quick    rooms, formatting and spelling of the whole tree: a few seconds
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -18,6 +18,7 @@ case ${1:-} in
 esac
 if [ "$mode" = files ]; then files=("$@"); else mapfile -t files < <(git ls-files '*.cpp' '*.h'); fi
 
+scripts/check-rooms.py
 clang-format --dry-run -Werror "${files[@]}"
 codespell
 [ "$mode" != quick ] || exit 0

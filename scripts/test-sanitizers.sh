@@ -9,8 +9,9 @@ scripts/install-packages.sh
 # A death test forks a process that has threads, which the thread sanitizer cannot follow.
 export TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan.supp"
 cmake --preset tsan
-threaded=(foundation_tests console_tests QVTSharedUtils_tests QVTWebClient_tests preparation_tests xcode_tests
-          toolchain_tests inspect_tests)
+threaded=(foundation_process_tests foundation_queue_tests foundation_file_tests foundation_net_tests
+          console_tests QVTSharedUtils_tests QVTWebClient_tests preparation_tests xcode_tests
+          toolchain_signature_tests toolchain_seal_tests toolchain_sign_tests toolchain_verify_tests inspect_tests)
 cmake --build --preset tsan --target "${threaded[@]}" Sendoff_tests
 for program in "${threaded[@]}"; do
   echo "== $program under the thread sanitizer"

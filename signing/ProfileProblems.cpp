@@ -1,6 +1,6 @@
 #include "signing/ProfileProblems.h"
 
-#include "foundation/Format.h"
+#include "foundation/base/Format.h"
 #include "signing/QVTProvisioningProfile.h"
 
 std::vector<ProfileProblem> profileProblems(const QVTProvisioningProfile& profile,

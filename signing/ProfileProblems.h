@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Value.h"
+#include "foundation/base/Value.h"
 
 class QVTProvisioningProfile;
 

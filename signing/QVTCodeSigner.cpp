@@ -3,11 +3,11 @@
 #include <cerrno>
 
 #include "QVTSharedUtils/QVTTask.h"
-#include "foundation/FileManager.h"
-#include "foundation/Format.h"
-#include "foundation/Path.h"
-#include "foundation/SystemLog.h"
-#include "foundation/Text.h"
+#include "foundation/base/Format.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/process/SystemLog.h"
 #include "preparation/QVTFileSystemUtils.h"
 
 using foundation::Data;

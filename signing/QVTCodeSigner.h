@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/Result.h"
+#include "foundation/base/Result.h"
 #include "signing/QVTDeveloperCertificate.h"
 
 inline constexpr std::string_view QVTCodeSignerErrorDomain = "QVTCodeSignerErrorDomain";

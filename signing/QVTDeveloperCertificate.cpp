@@ -1,9 +1,9 @@
 #include "signing/QVTDeveloperCertificate.h"
 
-#include "foundation/Digest.h"
-#include "foundation/Format.h"
-#include "foundation/Keychain.h"
-#include "foundation/Text.h"
+#include "foundation/base/Format.h"
+#include "foundation/base/Text.h"
+#include "foundation/crypto/Digest.h"
+#include "foundation/crypto/Keychain.h"
 
 using foundation::Certificate;
 using foundation::Data;

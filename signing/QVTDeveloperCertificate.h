@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "foundation/Certificate.h"
-#include "foundation/Data.h"
+#include "foundation/base/Data.h"
+#include "foundation/crypto/Certificate.h"
 
 /// One signing certificate, and whether the user's keychain holds its private key. Everything is
 /// read once, by the constructor.

@@ -1,14 +1,14 @@
 #include "signing/QVTIPABuilder.h"
 
 #include "QVTSharedUtils/QVTTask.h"
-#include "foundation/FileManager.h"
-#include "foundation/Path.h"
-#include "foundation/ProcessInfo.h"
-#include "foundation/PropertyList.h"
-#include "foundation/SystemLog.h"
-#include "foundation/Text.h"
-#include "foundation/UserFolders.h"
-#include "preparation/OwnFolder.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/file/UserFolders.h"
+#include "foundation/format/PropertyList.h"
+#include "foundation/process/ProcessInfo.h"
+#include "foundation/process/SystemLog.h"
+#include "preparation/PrivateDirectory.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/TemporaryItems.h"
 
@@ -41,7 +41,7 @@ std::optional<foundation::Dictionary> infoOf(const std::string& appPath) {
 Result<> makeParentOf(const std::string& path) {
   const std::string parent = foundation::deletingLastPathComponent(path);
   if (parent.empty()) return {};
-  return OwnFolder::make(parent);
+  return PrivateDirectory::make(parent);
 }
 
 /// False, and a line in the system log, when the list could not be written; the errors that follow
@@ -105,7 +105,7 @@ QVTIPABuilder::Outcome QVTIPABuilder::package(const std::string& source,
                                               const std::string& workFolder) const {
   const std::string payload = appendingPathComponent(workFolder, kPayload);
   if (!QVTFileSystemUtils::removeItemAtPathIfPresent(payload)) return failureOf(kPreparingFolders);
-  if (const auto made = OwnFolder::make(payload); !made) {
+  if (const auto made = PrivateDirectory::make(payload); !made) {
     return failureOf(kPreparingFolders, errorOf(made));
   }
   if (!QVTFileSystemUtils::copyItemToDirectory(source, payload)) return failureOf(kCopyingApp);

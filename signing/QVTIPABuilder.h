@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/Result.h"
+#include "foundation/base/Result.h"
 #include "signing/QVTCodeSigner.h"
 #include "signing/QVTDeveloperCertificate.h"
 #include "signing/QVTProvisioningProfile.h"

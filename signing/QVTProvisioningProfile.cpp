@@ -2,14 +2,14 @@
 
 #include <algorithm>
 
-#include "foundation/FileManager.h"
-#include "foundation/Format.h"
-#include "foundation/Path.h"
-#include "foundation/ProfileFile.h"
-#include "foundation/PropertyList.h"
-#include "foundation/SystemLog.h"
-#include "foundation/Text.h"
-#include "foundation/UserFolders.h"
+#include "foundation/base/Format.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/crypto/ProfileFile.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/file/UserFolders.h"
+#include "foundation/format/PropertyList.h"
+#include "foundation/process/SystemLog.h"
 
 using foundation::Dictionary;
 using foundation::isEqual;

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/Result.h"
-#include "foundation/Value.h"
+#include "foundation/base/Result.h"
+#include "foundation/base/Value.h"
 #include "signing/QVTDeveloperCertificate.h"
 
 inline constexpr std::string_view QVTProvisioningProfileErrorDomain =

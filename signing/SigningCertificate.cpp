@@ -1,12 +1,12 @@
 #include "signing/SigningCertificate.h"
 
-#include "foundation/FileManager.h"
-#include "foundation/Path.h"
-#include "foundation/ProcessInfo.h"
-#include "foundation/ProfileFile.h"
-#include "foundation/SigningKeychains.h"
-#include "foundation/Text.h"
-#include "foundation/UserFolders.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/crypto/ProfileFile.h"
+#include "foundation/crypto/SigningKeychains.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/file/UserFolders.h"
+#include "foundation/process/ProcessInfo.h"
 
 using foundation::Certificate;
 using foundation::SigningKeychains;

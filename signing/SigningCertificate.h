@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Result.h"
+#include "foundation/base/Result.h"
 #include "signing/QVTDeveloperCertificate.h"
 #include "signing/QVTProvisioningProfile.h"
 

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 
 #include "QVTSharedUtils/QVTTask.h"
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
 #include "xcode/SearchPathCandidate.h"
 
 namespace {

@@ -1,12 +1,12 @@
 #include "xcode/QVTXcodeArchive.h"
 
-#include "foundation/FileManager.h"
-#include "foundation/Path.h"
-#include "foundation/PropertyList.h"
-#include "foundation/SystemLog.h"
-#include "foundation/Text.h"
-#include "foundation/UserDefaults.h"
-#include "foundation/UserFolders.h"
+#include "foundation/app/UserDefaults.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/file/UserFolders.h"
+#include "foundation/format/PropertyList.h"
+#include "foundation/process/SystemLog.h"
 #include "preparation/QVTInfoPlist.h"
 
 using foundation::appendingPathComponent;

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "foundation/URL.h"
+#include "foundation/base/URL.h"
 #include "preparation/QVTCodeSignedResource.h"
 
 /// The app inside an archive that Xcode made (a folder ending in ".xcarchive").

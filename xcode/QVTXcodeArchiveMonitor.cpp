@@ -3,10 +3,10 @@
 #include <chrono>
 #include <utility>
 
-#include "foundation/FileManager.h"
-#include "foundation/NotificationCenter.h"
-#include "foundation/Path.h"
-#include "foundation/SystemLog.h"
+#include "foundation/base/Path.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/process/SystemLog.h"
+#include "foundation/queue/NotificationCenter.h"
 
 using foundation::DispatchQueue;
 using foundation::FileEventSource;

@@ -8,10 +8,10 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/DispatchQueue.h"
-#include "foundation/FileEventSource.h"
-#include "foundation/URL.h"
-#include "foundation/Value.h"
+#include "foundation/base/URL.h"
+#include "foundation/base/Value.h"
+#include "foundation/file/FileEventSource.h"
+#include "foundation/queue/DispatchQueue.h"
 #include "xcode/QVTXcodeArchive.h"
 
 /// Posted on the default notification center, on the main queue, a second after an archive or a

@@ -4,7 +4,7 @@
 #include <bit>
 #include <climits>
 
-#include "foundation/Path.h"
+#include "foundation/base/Path.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // What the archives location holds, for QVTXcodeArchiveMonitor.
 #include <vector>
 
-#include "foundation/FileManager.h"
-#include "foundation/Path.h"
-#include "foundation/Text.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/file/FileManager.h"
 #include "xcode/QVTXcodeArchiveMonitor.h"
 
 namespace {

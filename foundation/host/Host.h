@@ -7,9 +7,9 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include "foundation/Bytes.h"
-#include "foundation/Handle.h"
-#include "foundation/Value.h"
+#include "foundation/base/Bytes.h"
+#include "foundation/base/Handle.h"
+#include "foundation/base/Value.h"
 
 /// What each host answers in its own way. Only foundation's own sources include this; every folder
 /// below host/ defines all of it, and all that the headers beside this one declare.

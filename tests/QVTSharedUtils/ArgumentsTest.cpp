@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "QVTSharedUtils/QVTTask.h"
-#include "foundation/Error.h"
+#include "foundation/base/Error.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <sys/resource.h>
 
 #include "QVTSharedUtils/QVTTask.h"
-#include "foundation/Error.h"
+#include "foundation/base/Error.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {

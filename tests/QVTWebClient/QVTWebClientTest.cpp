@@ -7,7 +7,7 @@
 
 #include "QVTWebClient/QVTWebAPIClientEndpoints.h"
 #include "QVTWebClient/QVTWebClient.h"
-#include "foundation/RunLoop.h"
+#include "foundation/queue/RunLoop.h"
 #include "tests/support/LoopbackServer.h"
 #include "tests/support/TemporaryFolder.h"
 

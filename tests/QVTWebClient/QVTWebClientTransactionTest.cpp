@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "QVTWebClient/QVTWebClientTransaction.h"
-#include "foundation/RunLoop.h"
+#include "foundation/queue/RunLoop.h"
 #include "tests/support/LoopbackServer.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -8,7 +8,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include "foundation/PropertyList.h"
+#include "foundation/format/PropertyList.h"
 #include "tests/Sendoff/ToolRun.h"
 #include "tests/support/AppFixture.h"
 #include "tests/support/IPAFacts.h"

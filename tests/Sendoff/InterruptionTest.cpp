@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "foundation/Handle.h"
+#include "foundation/base/Handle.h"
 #include "tests/Sendoff/HangingTools.h"
 #include "tests/Sendoff/ToolRun.h"
 #include "tests/support/AppFixture.h"

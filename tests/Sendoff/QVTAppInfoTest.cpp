@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "Sendoff/QVTAppInfo.h"
-#include "foundation/Error.h"
-#include "foundation/Path.h"
+#include "foundation/base/Error.h"
+#include "foundation/base/Path.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace test {

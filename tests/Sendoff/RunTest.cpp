@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
 #include "tests/Sendoff/ToolRun.h"
 #include "tests/support/AppFixture.h"
 #include "tests/support/IPAFacts.h"

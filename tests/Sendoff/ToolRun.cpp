@@ -16,7 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "foundation/Handle.h"
+#include "foundation/base/Handle.h"
 #include "tests/support/AppFixture.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/OtherProcess.h"

@@ -3,17 +3,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/Format.h"
-#include "foundation/PropertyList.h"
+#include "foundation/base/Format.h"
+#include "foundation/format/PropertyList.h"
 #include "inspect/AppSource.h"
+#include "inspect/EntitlementGrants.h"
 #include "inspect/HandOffCheck.h"
-#include "inspect/SignatureFacts.h"
 #include "signing/QVTProvisioningProfile.h"
 #include "tests/inspect/InspectRun.h"
 #include "tests/support/AppFixture.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
-#include "toolchain/Signing.h"
+#include "toolchain/sign/Signing.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include <stdexcept>
 
-#include "foundation/JSON.h"
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
+#include "foundation/format/JSON.h"
 
 namespace test {
 

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
 #include "tests/inspect/InspectRun.h"
 #include "tests/support/AppFixture.h"
 #include "tests/support/IPAFacts.h"

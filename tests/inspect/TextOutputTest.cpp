@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
 #include "inspect/TextOutput.h"
 
 namespace {

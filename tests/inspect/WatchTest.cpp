@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include "foundation/ChildProcess.h"
+#include "foundation/process/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/xcode/ArchiveFixture.h"
 

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
 #include "macho/QVTMachOBinary.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/Error.h"
+#include "foundation/base/Error.h"
 #include "macho/QVTMachOBinary.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"

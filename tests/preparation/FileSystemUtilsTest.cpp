@@ -5,10 +5,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "foundation/FileManager.h"
-#include "foundation/Path.h"
+#include "foundation/base/Path.h"
+#include "foundation/file/FileManager.h"
 #include "preparation/QVTFileSystemUtils.h"
-#include "preparation/SigningToolPath.h"
 #include "tests/preparation/Archives.h"
 #include "tests/support/OtherProcess.h"
 
@@ -27,12 +26,6 @@ TEST(ToolLookUp, FindsShellTools) {
   EXPECT_EQ(QVTFileSystemUtils::pathForShellTool("sh"),
             fs::exists("/usr/bin/sh") ? "/usr/bin/sh" : "/bin/sh");
   EXPECT_EQ(QVTFileSystemUtils::pathForShellTool("no-such-tool-anywhere"), "");
-}
-
-TEST(ToolLookUp, OwnSigningToolsComeLast) {
-  EXPECT_EQ(pathWithSigningTools("/a:/b", "/p/tools"), "/a:/b:/p/tools");
-  EXPECT_EQ(pathWithSigningTools("", "/p/tools"), "/usr/bin:/bin:/p/tools");
-  EXPECT_EQ(pathWithSigningTools(std::nullopt, "/p/tools"), "/usr/bin:/bin:/p/tools");
 }
 
 TEST(ToolLookUp, AsksXcrunWhereThereIsOne) {

@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "foundation/LockFile.h"
+#include "foundation/file/LockFile.h"
 #include "preparation/TemporaryItems.h"
 #include "tests/support/OtherProcess.h"
 #include "tests/support/TemporaryFolder.h"

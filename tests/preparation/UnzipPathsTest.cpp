@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/FileManager.h"
+#include "foundation/file/FileManager.h"
 #include "preparation/UnzipPaths.h"
 #include "tests/preparation/Archives.h"
 #include "tests/support/ZipFixture.h"

@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/Format.h"
-#include "foundation/PropertyList.h"
+#include "foundation/base/Format.h"
+#include "foundation/format/PropertyList.h"
 #include "signing/QVTIPABuilder.h"
 #include "tests/support/Identities.h"
 #include "tests/support/MachOFixture.h"

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "foundation/PropertyList.h"
+#include "foundation/format/PropertyList.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
 

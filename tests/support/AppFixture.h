@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "foundation/Value.h"
+#include "foundation/base/Value.h"
 #include "tests/support/Identities.h"
 
 namespace test {

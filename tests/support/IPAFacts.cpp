@@ -9,9 +9,9 @@
 
 #include <openssl/sha.h>
 
-#include "foundation/Bytes.h"
-#include "foundation/PropertyList.h"
-#include "foundation/Text.h"
+#include "foundation/base/Bytes.h"
+#include "foundation/base/Text.h"
+#include "foundation/format/PropertyList.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/Value.h"
+#include "foundation/base/Value.h"
 
 namespace test {
 

@@ -11,10 +11,10 @@
 #include <openssl/rand.h>
 #include <openssl/x509v3.h>
 
-#include "foundation/Digest.h"
-#include "foundation/OpenSSL.h"
-#include "foundation/PropertyList.h"
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
+#include "foundation/crypto/Digest.h"
+#include "foundation/crypto/OpenSSL.h"
+#include "foundation/format/PropertyList.h"
 
 namespace test {
 

@@ -7,10 +7,10 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/Certificate.h"
-#include "foundation/Data.h"
-#include "foundation/Keychain.h"
-#include "foundation/Value.h"
+#include "foundation/base/Data.h"
+#include "foundation/base/Value.h"
+#include "foundation/crypto/Certificate.h"
+#include "foundation/crypto/Keychain.h"
 
 /// Certificates, keys and provisioning profiles made in code. Everything fails the running test by
 /// throwing when the crypto library refuses.

@@ -14,7 +14,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include "foundation/Handle.h"
+#include "foundation/base/Handle.h"
 
 namespace test {
 

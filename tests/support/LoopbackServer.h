@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/URLRequest.h"
+#include "foundation/net/URLRequest.h"
 #include "tests/support/TLSCertificates.h"
 
 namespace test {

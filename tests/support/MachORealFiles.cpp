@@ -10,7 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "foundation/Handle.h"
+#include "foundation/base/Handle.h"
 #include "tests/support/MachOFixture.h"
 
 extern char** environ;

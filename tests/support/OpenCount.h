@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "foundation/Handle.h"
+#include "foundation/base/Handle.h"
 
 namespace test {
 

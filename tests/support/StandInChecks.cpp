@@ -6,7 +6,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
 #include "tests/support/IPAFacts.h"
 
 namespace test::checks {

@@ -3,8 +3,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "foundation/JSON.h"
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
+#include "foundation/format/JSON.h"
 #include "tests/support/StandInChecks.h"
 
 namespace test {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
 
 namespace test {
 

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "foundation/PropertyList.h"
+#include "foundation/format/PropertyList.h"
 
 namespace test {
 

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-#include "foundation/Value.h"
+#include "foundation/base/Value.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace test {

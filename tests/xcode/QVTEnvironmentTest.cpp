@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "foundation/Path.h"
-#include "foundation/Text.h"
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
 #include "tests/support/TemporaryFolder.h"
 #include "xcode/QVTEnvironment.h"
 

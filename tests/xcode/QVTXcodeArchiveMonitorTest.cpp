@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/NotificationCenter.h"
-#include "foundation/RunLoop.h"
+#include "foundation/queue/NotificationCenter.h"
+#include "foundation/queue/RunLoop.h"
 #include "tests/xcode/ArchiveFixture.h"
 #include "xcode/QVTXcodeArchiveMonitor.h"
 

@@ -5,7 +5,7 @@
 #include <charconv>
 #include <string_view>
 
-#include "toolchain/Messages.h"
+#include "toolchain/common/Messages.h"
 
 namespace toolchain::codesign {
 

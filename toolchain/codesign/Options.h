@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Result.h"
+#include "foundation/base/Result.h"
 
 namespace toolchain::codesign {
 

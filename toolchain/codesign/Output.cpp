@@ -5,7 +5,7 @@
 
 #include <unistd.h>
 
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
 
 namespace toolchain::codesign {
 

@@ -5,19 +5,19 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "foundation/FileManager.h"
-#include "foundation/Handle.h"
-#include "foundation/Keychain.h"
-#include "foundation/MappingGuard.h"
-#include "foundation/Text.h"
-#include "toolchain/Blobs.h"
-#include "toolchain/Description.h"
-#include "toolchain/Messages.h"
-#include "toolchain/SignatureFault.h"
-#include "toolchain/Signing.h"
-#include "toolchain/Verification.h"
+#include "foundation/base/Handle.h"
+#include "foundation/base/Text.h"
+#include "foundation/crypto/Keychain.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/file/MappingGuard.h"
 #include "toolchain/codesign/Options.h"
 #include "toolchain/codesign/Output.h"
+#include "toolchain/common/Messages.h"
+#include "toolchain/common/SignatureFault.h"
+#include "toolchain/display/SignatureReport.h"
+#include "toolchain/sign/Signing.h"
+#include "toolchain/signature/Blobs.h"
+#include "toolchain/verify/Verification.h"
 
 namespace toolchain::codesign {
 

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "foundation/ProcessInfo.h"
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
+#include "foundation/process/ProcessInfo.h"
 #include "toolchain/codesign/Program.h"
 
 int main(int argc, char** argv) {

@@ -3,9 +3,9 @@
 #include <charconv>
 #include <cstdio>
 
-#include "foundation/Text.h"
-#include "toolchain/Messages.h"
-#include "toolchain/Signing.h"
+#include "foundation/base/Text.h"
+#include "toolchain/common/Messages.h"
+#include "toolchain/sign/Signing.h"
 
 namespace toolchain::codesign_allocate {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Text.h"
+#include "foundation/base/Text.h"
 #include "toolchain/codesign_allocate/Program.h"
 
 int main(int argc, char** argv) {

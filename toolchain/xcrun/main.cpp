@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "foundation/ProcessInfo.h"
+#include "foundation/process/ProcessInfo.h"
 #include "toolchain/xcrun/ToolSearch.h"
 
 namespace {

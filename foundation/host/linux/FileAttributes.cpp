@@ -1,4 +1,4 @@
-#include "foundation/FileAttributes.h"
+#include "foundation/host/FileAttributes.h"
 
 #include <cerrno>
 #include <string>

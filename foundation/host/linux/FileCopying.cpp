@@ -1,4 +1,4 @@
-#include "foundation/FileCopying.h"
+#include "foundation/host/FileCopying.h"
 
 #include <cerrno>
 

@@ -21,7 +21,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "foundation/Handle.h"
+#include "foundation/base/Handle.h"
 
 namespace foundation::host {
 namespace {

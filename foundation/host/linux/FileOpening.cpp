@@ -1,4 +1,4 @@
-#include "foundation/FileOpening.h"
+#include "foundation/host/FileOpening.h"
 
 #include <cerrno>
 

@@ -1,4 +1,4 @@
-#include "foundation/SocketActivity.h"
+#include "foundation/host/SocketActivity.h"
 
 #include <linux/tcp.h>
 #include <netinet/in.h>

@@ -1,12 +1,12 @@
 # What only this host can tell: the process table, embedded Info dictionaries, cheap copies, file
 # events.
-target_sources(foundation PRIVATE
-  host/linux/EmbeddedInfo.cpp
-  host/linux/FileAttributes.cpp
-  host/linux/FileCloning.cpp
-  host/linux/FileCopying.cpp
-  host/linux/FileEvents.cpp
-  host/linux/FileOpening.cpp
-  host/linux/FileTimes.cpp
-  host/linux/Process.cpp
-  host/linux/SocketActivity.cpp)
+set(host_sources
+  linux/EmbeddedInfo.cpp
+  linux/FileAttributes.cpp
+  linux/FileCloning.cpp
+  linux/FileCopying.cpp
+  linux/FileEvents.cpp
+  linux/FileOpening.cpp
+  linux/FileTimes.cpp
+  linux/Process.cpp
+  linux/SocketActivity.cpp)

@@ -1,0 +1,185 @@
+#include "foundation/crypto/private/DeterministicSignature.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
+#include <openssl/crypto.h>
+#include <openssl/ec.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+#include <openssl/obj_mac.h>
+
+#include "foundation/base/Handle.h"
+
+namespace foundation {
+
+namespace {
+
+using Number = Handle<BIGNUM, BN_clear_free>;
+using Context = Handle<BN_CTX, BN_CTX_free>;
+using Group = Handle<EC_GROUP, EC_GROUP_free>;
+using Point = Handle<EC_POINT, EC_POINT_free>;
+using SignatureHandle = Handle<ECDSA_SIG, ECDSA_SIG_free>;
+
+constexpr std::size_t kSize = 32;
+/// One attempt in 2^32 is of no use, so that more than a few mean that something is broken.
+constexpr int kMostAttempts = 16;
+using Block = std::array<unsigned char, kSize>;
+
+/// Wipes secrets when it goes.
+struct Secret {
+  Block bytes{};
+  ~Secret() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
+};
+
+Number numberFrom(const unsigned char* bytes) {
+  return Number(BN_bin2bn(bytes, static_cast<int>(kSize), nullptr));
+}
+
+bool isOnP256(EVP_PKEY* key) {
+  char name[32] = {};
+  std::size_t size = 0;
+  return EVP_PKEY_get_base_id(key) == EVP_PKEY_EC &&
+         EVP_PKEY_get_group_name(key, name, sizeof name, &size) == 1 &&
+         std::strcmp(name, "prime256v1") == 0;
+}
+
+/// The generator of RFC 6979, section 3.2; "key" and "value" are its K and V.
+class NonceGenerator {
+ public:
+  /// `secret` is the private key, `digest` the message's digest reduced by the group's order.
+  NonceGenerator(const Block& secret, const Block& digest) {
+    value_.bytes.fill(1);
+    for (const auto step : {std::uint8_t{0}, std::uint8_t{1}}) {
+      std::array<unsigned char, kSize + 1 + 2 * kSize> input{};
+      std::copy(value_.bytes.begin(), value_.bytes.end(), input.begin());
+      input[kSize] = step;
+      std::copy(secret.begin(), secret.end(), input.begin() + kSize + 1);
+      std::copy(digest.begin(), digest.end(), input.begin() + 2 * kSize + 1);
+      isGood_ = isGood_ && hmac(input.data(), input.size(), key_.bytes);
+      OPENSSL_cleanse(input.data(), input.size());
+      isGood_ = isGood_ && hmac(value_.bytes.data(), kSize, value_.bytes);
+    }
+  }
+
+  /// The next number to try; empty when the crypto library fails.
+  Number next() {
+    isGood_ = isGood_ && hmac(value_.bytes.data(), kSize, value_.bytes);
+    return isGood_ ? numberFrom(value_.bytes.data()) : nullptr;
+  }
+
+  /// To be called when a number was of no use.
+  void skip() {
+    std::array<unsigned char, kSize + 1> input{};
+    std::copy(value_.bytes.begin(), value_.bytes.end(), input.begin());
+    isGood_ = isGood_ && hmac(input.data(), input.size(), key_.bytes) &&
+              hmac(value_.bytes.data(), kSize, value_.bytes);
+  }
+
+ private:
+  bool hmac(const unsigned char* data, std::size_t size, Block& out) {
+    Secret result;
+    if (!HMAC(EVP_sha256(), key_.bytes.data(), static_cast<int>(kSize), data, size,
+              result.bytes.data(), nullptr)) {
+      return false;
+    }
+    out = result.bytes;
+    return true;
+  }
+
+  Secret key_;
+  Secret value_;
+  bool isGood_ = true;
+};
+
+/// One signature with a given nonce; empty when that gives none.
+class Signer {
+ public:
+  Signer(Number secret, Number message) : secret_(std::move(secret)), message_(std::move(message)) {
+    if (secret_) BN_set_flags(secret_.get(), BN_FLG_CONSTTIME);
+  }
+
+  [[nodiscard]] bool isReady() const {
+    return group_ && context_ && secret_ && message_ && order() != nullptr;
+  }
+  [[nodiscard]] const BIGNUM* order() const { return EC_GROUP_get0_order(group_.get()); }
+
+  SignatureHandle sign(BIGNUM* nonce) {
+    BN_set_flags(nonce, BN_FLG_CONSTTIME);
+    const Point point(EC_POINT_new(group_.get()));
+    Number r(BN_new());
+    Number s(BN_secure_new());
+    const Number inverse(BN_secure_new());
+    const bool done =
+        point && r && s && inverse &&
+        EC_POINT_mul(group_.get(), point.get(), nonce, nullptr, nullptr, context_.get()) == 1 &&
+        EC_POINT_get_affine_coordinates(group_.get(), point.get(), r.get(), nullptr,
+                                        context_.get()) == 1 &&
+        BN_nnmod(r.get(), r.get(), order(), context_.get()) == 1 &&
+        BN_mod_inverse(inverse.get(), nonce, order(), context_.get()) != nullptr &&
+        BN_mod_mul(s.get(), r.get(), secret_.get(), order(), context_.get()) == 1 &&
+        BN_mod_add(s.get(), s.get(), message_.get(), order(), context_.get()) == 1 &&
+        BN_mod_mul(s.get(), s.get(), inverse.get(), order(), context_.get()) == 1;
+    if (!done || BN_is_zero(r.get()) || BN_is_zero(s.get())) return nullptr;
+    SignatureHandle signature(ECDSA_SIG_new());
+    // Takes both numbers over.
+    if (signature && ECDSA_SIG_set0(signature.get(), r.get(), s.get()) == 1) {
+      static_cast<void>(r.release());
+      static_cast<void>(s.release());
+    }
+    return signature;
+  }
+
+ private:
+  Group group_{EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1)};
+  Context context_{BN_CTX_secure_new()};
+  Number secret_;
+  Number message_;
+};
+
+std::optional<std::string> encoded(const ECDSA_SIG* signature) {
+  unsigned char* bytes = nullptr;
+  const int size = i2d_ECDSA_SIG(signature, &bytes);
+  if (size <= 0) return std::nullopt;
+  std::string text(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
+  OPENSSL_free(bytes);
+  return text;
+}
+
+}  // namespace
+
+std::optional<std::string> deterministicSignature(const SHA256Digest& digest, EVP_PKEY* key) {
+  BIGNUM* raw = nullptr;
+  if (!isOnP256(key) || EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_PRIV_KEY, &raw) != 1) {
+    return std::nullopt;
+  }
+  Secret secret;
+  Number scalar(raw);
+  if (BN_bn2binpad(raw, secret.bytes.data(), static_cast<int>(kSize)) < 0) return std::nullopt;
+  Number message = numberFrom(reinterpret_cast<const unsigned char*>(digest.data()));
+  Signer signer(std::move(scalar), Number(message ? BN_dup(message.get()) : nullptr));
+  if (!signer.isReady()) return std::nullopt;
+  // The order has as many bits as the digest, so one subtraction reduces it.
+  Block reduced{};
+  if (BN_cmp(message.get(), signer.order()) >= 0) {
+    BN_sub(message.get(), message.get(), signer.order());
+  }
+  BN_bn2binpad(message.get(), reduced.data(), static_cast<int>(kSize));
+  NonceGenerator nonces(secret.bytes, reduced);
+  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    const Number nonce = nonces.next();
+    if (!nonce) break;
+    const bool isInRange = !BN_is_zero(nonce.get()) && BN_cmp(nonce.get(), signer.order()) < 0;
+    if (isInRange) {
+      if (const auto signature = signer.sign(nonce.get())) return encoded(signature.get());
+    }
+    nonces.skip();
+  }
+  return std::nullopt;
+}
+
+}  // namespace foundation

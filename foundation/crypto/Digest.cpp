@@ -1,0 +1,117 @@
+#include "foundation/crypto/Digest.h"
+
+#include <string>
+
+#include <openssl/evp.h>
+
+#include "foundation/base/Assertion.h"
+#include "foundation/base/Error.h"
+#include "foundation/base/Handle.h"
+
+namespace foundation {
+
+namespace {
+
+using ContextHandle = Handle<EVP_MD_CTX, EVP_MD_CTX_free>;
+
+constexpr std::string_view kSource = "foundation/Digest.cpp";
+
+/// Looked up once per algorithm and kept to the end of the process: a look-up costs more than
+/// hashing a page.
+const EVP_MD* fetched(const char* name) {
+  if (const EVP_MD* algorithm = EVP_MD_fetch(nullptr, name, nullptr)) return algorithm;
+  throw Exception("the system's crypto library offers no " + std::string(name) + " digest");
+}
+
+const EVP_MD* sha1Algorithm() {
+  static const EVP_MD* const algorithm = fetched("SHA1");
+  return algorithm;
+}
+
+const EVP_MD* sha256Algorithm() {
+  static const EVP_MD* const algorithm = fetched("SHA256");
+  return algorithm;
+}
+
+const EVP_MD* sha384Algorithm() {
+  static const EVP_MD* const algorithm = fetched("SHA384");
+  return algorithm;
+}
+
+const EVP_MD* md5Algorithm() {
+  static const EVP_MD* const algorithm = fetched("MD5");
+  return algorithm;
+}
+
+const EVP_MD* algorithmOf(DigestKind kind) {
+  switch (kind) {
+    case DigestKind::sha1:
+      return sha1Algorithm();
+    case DigestKind::sha256:
+      return sha256Algorithm();
+    case DigestKind::sha384:
+      return sha384Algorithm();
+  }
+  assertionFailed("known digest kind", {"foundation::Digest", kSource, __LINE__});
+}
+
+template <class Result>
+Result oneShot(const EVP_MD* algorithm, Bytes bytes) {
+  Result digest;
+  const int done =
+      EVP_Digest(bytes.data(), bytes.size(), reinterpret_cast<unsigned char*>(digest.data()),
+                 nullptr, algorithm, nullptr);
+  assertThat(done == 1, "done == 1", {"foundation::oneShot", kSource, __LINE__});
+  return digest;
+}
+
+}  // namespace
+
+SHA1Digest sha1(Bytes bytes) { return oneShot<SHA1Digest>(sha1Algorithm(), bytes); }
+
+SHA256Digest sha256(Bytes bytes) { return oneShot<SHA256Digest>(sha256Algorithm(), bytes); }
+
+MD5Digest md5(Bytes bytes) { return oneShot<MD5Digest>(md5Algorithm(), bytes); }
+
+struct Digest::State {
+  const EVP_MD* algorithm = nullptr;
+  ContextHandle context{EVP_MD_CTX_new()};
+  bool finished = false;
+};
+
+Digest::Digest(DigestKind kind) : state_(std::make_unique<State>()) {
+  state_->algorithm = algorithmOf(kind);
+  reset();
+}
+
+Digest::Digest(Digest&&) noexcept = default;
+Digest& Digest::operator=(Digest&&) noexcept = default;
+Digest::~Digest() = default;
+
+void Digest::reset() {
+  const int done = EVP_DigestInit_ex2(state_->context.get(), state_->algorithm, nullptr);
+  assertThat(done == 1, "done == 1", {"foundation::Digest::reset", kSource, __LINE__});
+  state_->finished = false;
+}
+
+void Digest::update(Bytes bytes) {
+  assertThat(!state_->finished, "!finished", {"foundation::Digest::update", kSource, __LINE__});
+  const int done = EVP_DigestUpdate(state_->context.get(), bytes.data(), bytes.size());
+  assertThat(done == 1, "done == 1", {"foundation::Digest::update", kSource, __LINE__});
+}
+
+void Digest::finish(std::span<std::byte> out) {
+  assertThat(!state_->finished, "!finished", {"foundation::Digest::finish", kSource, __LINE__});
+  assertThat(out.size() >= size(), "out.size() >= size()",
+             {"foundation::Digest::finish", kSource, __LINE__});
+  const int done = EVP_DigestFinal_ex(state_->context.get(),
+                                      reinterpret_cast<unsigned char*>(out.data()), nullptr);
+  assertThat(done == 1, "done == 1", {"foundation::Digest::finish", kSource, __LINE__});
+  state_->finished = true;
+}
+
+std::size_t Digest::size() const {
+  return static_cast<std::size_t>(EVP_MD_get_size(state_->algorithm));
+}
+
+}  // namespace foundation

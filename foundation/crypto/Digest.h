@@ -1,0 +1,42 @@
+#pragma once
+
+#include <array>
+#include <memory>
+#include <span>
+
+#include "foundation/base/Bytes.h"
+
+namespace foundation {
+
+using SHA1Digest = std::array<std::byte, 20>;
+using SHA256Digest = std::array<std::byte, 32>;
+using MD5Digest = std::array<std::byte, 16>;
+
+/// One-shot digests, computed with the processor's own instructions where it has them.
+SHA1Digest sha1(Bytes bytes);
+SHA256Digest sha256(Bytes bytes);
+MD5Digest md5(Bytes bytes);
+
+enum class DigestKind { sha1, sha256, sha384 };
+
+/// A digest fed in pieces. Not for several threads at once; may be used again after `reset`.
+class Digest {
+ public:
+  explicit Digest(DigestKind kind);
+  Digest(Digest&&) noexcept;
+  Digest& operator=(Digest&&) noexcept;
+  ~Digest();
+
+  void reset();
+  void update(Bytes bytes);
+  /// Writes the digest; `out` must hold `size()` bytes. The object must be reset before it is fed
+  /// again.
+  void finish(std::span<std::byte> out);
+  [[nodiscard]] std::size_t size() const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace foundation

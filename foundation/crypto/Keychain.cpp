@@ -1,0 +1,132 @@
+#include "foundation/crypto/Keychain.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <mutex>
+#include <set>
+
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/crypto/private/KeychainFiles.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/file/UserFolders.h"
+#include "foundation/process/SystemLog.h"
+
+namespace foundation {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool belongsInKeychainFolder(std::string_view name) {
+  // The last two are a Mac's own, to be told that they cannot be read.
+  constexpr std::array<std::string_view, 8> kExtensions{"pem", "p12", "pfx",      "cer",
+                                                        "der", "crt", "keychain", "keychain-db"};
+  return std::ranges::find(kExtensions, lowercased(pathExtension(name))) != kExtensions.end();
+}
+
+/// Reads each file once.
+class FileReader {
+ public:
+  explicit FileReader(std::uint64_t maximumRounds) : roundsLeft_(maximumRounds) {}
+
+  Result<KeychainContents> read(const fs::path& path) {
+    const std::scoped_lock lock(mutex_);
+    std::error_code unresolved;
+    const fs::path resolved = fs::weakly_canonical(path, unresolved);
+    const fs::path& key = unresolved ? path : resolved;
+    if (const auto known = contents_.find(key); known != contents_.end()) return known->second;
+    return contents_.emplace(key, readKeychainFile(path, roundsLeft_)).first->second;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<fs::path, Result<KeychainContents>> contents_;
+  std::uint64_t roundsLeft_;
+};
+
+/// The reader of the session, while there is one.
+std::optional<FileReader>& sessionReader() {
+  static std::optional<FileReader> reader;
+  return reader;
+}
+
+Result<KeychainContents> readFolder(const fs::path& folder, FileReader& reader) {
+  auto names = FileManager::visibleContentsOfDirectoryAtPath(folder);
+  if (!names) return names.error();
+  std::erase_if(*names, [](const std::string& name) { return !belongsInKeychainFolder(name); });
+  std::ranges::sort(*names);
+  KeychainContents all;
+  for (const std::string& name : *names) {
+    auto contents = reader.read(folder / name);
+    if (!contents) {
+      systemLogOnce("passing over " + contents.error().localizedDescription());
+      continue;
+    }
+    std::ranges::move(contents->certificates, std::back_inserter(all.certificates));
+    std::ranges::move(contents->keys, std::back_inserter(all.keys));
+  }
+  return all;
+}
+
+std::vector<Certificate> eachOnce(std::vector<Certificate> certificates) {
+  std::set<std::string_view> seen;
+  std::vector<Certificate> unique;
+  for (Certificate& certificate : certificates) {
+    if (seen.insert(certificate.der().text()).second) unique.push_back(std::move(certificate));
+  }
+  return unique;
+}
+
+constexpr std::uint64_t kMaximumRounds = KeychainSession::Options().maximumRounds;
+
+}  // namespace
+
+KeychainSession::KeychainSession() : KeychainSession(Options()) {}
+
+KeychainSession::KeychainSession(const Options& options) : isOutermost_(!sessionReader()) {
+  if (isOutermost_) sessionReader().emplace(options.maximumRounds);
+}
+
+KeychainSession::~KeychainSession() {
+  if (isOutermost_) sessionReader().reset();
+}
+
+Result<Keychain> Keychain::open(const fs::path& path) {
+  std::optional<FileReader> own;
+  FileReader& reader = sessionReader() ? *sessionReader() : own.emplace(kMaximumRounds);
+  auto contents =
+      FileManager::isDirectoryAtPath(path) ? readFolder(path, reader) : reader.read(path);
+  if (!contents) return contents.error();
+  Keychain keychain;
+  keychain.certificates_ = eachOnce(std::move(contents->certificates));
+  keychain.keys_ = std::move(contents->keys);
+  return keychain;
+}
+
+Keychain Keychain::defaultSearchList() {
+  const fs::path folder = appendingPathComponent(FileManager::homeDirectory(), "Library/Keychains");
+  if (!FileManager::isDirectoryAtPath(folder)) return {};
+  auto keychain = open(folder);
+  if (keychain) return *std::move(keychain);
+  systemLogOnce("cannot search the keychains: " + keychain.error().localizedDescription());
+  return {};
+}
+
+std::optional<Identity> Keychain::identityForCertificate(const Certificate& certificate) const {
+  const auto key = std::ranges::find_if(
+      keys_, [&](const PrivateKey& candidate) { return candidate.belongsTo(certificate); });
+  if (key == keys_.end()) return std::nullopt;
+  return Identity{certificate, *key};
+}
+
+std::vector<Identity> Keychain::identities() const {
+  std::vector<Identity> found;
+  for (const Certificate& certificate : certificates_) {
+    if (auto identity = identityForCertificate(certificate)) found.push_back(*std::move(identity));
+  }
+  return found;
+}
+
+}  // namespace foundation

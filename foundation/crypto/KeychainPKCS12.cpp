@@ -1,0 +1,171 @@
+#include <openssl/objects.h>
+#include <openssl/provider.h>
+
+#include "foundation/crypto/OpenSSL.h"
+#include "foundation/crypto/private/KeyDerivationBudget.h"
+#include "foundation/crypto/private/KeychainFiles.h"
+
+namespace foundation {
+
+namespace {
+
+using PKCS12Handle = Handle<PKCS12, PKCS12_free>;
+
+void freeContents(STACK_OF(PKCS7) * contents) { sk_PKCS7_pop_free(contents, PKCS7_free); }
+void freeBags(STACK_OF(PKCS12_SAFEBAG) * bags) {
+  sk_PKCS12_SAFEBAG_pop_free(bags, PKCS12_SAFEBAG_free);
+}
+using ContentsHandle = Handle<STACK_OF(PKCS7), freeContents>;
+using BagsHandle = Handle<STACK_OF(PKCS12_SAFEBAG), freeBags>;
+
+/// Bags may hold bags; no writer nests them deeper than this.
+constexpr int kMaximumNesting = 8;
+
+/// A passphrase as the library takes it: a null pointer is "none", which is not an empty one.
+struct PassphraseView {
+  const char* text = nullptr;
+  int size = 0;
+};
+
+PassphraseView viewOf(const Passphrase& passphrase) {
+  return {passphrase.text().c_str(), static_cast<int>(passphrase.text().size())};
+}
+
+class BagReader {
+ public:
+  BagReader(PassphraseView passphrase, KeyDerivationBudget& rounds)
+      : passphrase_(passphrase), rounds_(rounds) {}
+
+  /// False, with the library's error left in the queue or one in the rounds, when any bag cannot be
+  /// read.
+  bool read(const STACK_OF(PKCS12_SAFEBAG) * bags, int depth);
+  KeychainContents contents;
+
+ private:
+  bool readBag(const PKCS12_SAFEBAG* bag, int depth);
+  bool addKey(const PKCS8_PRIV_KEY_INFO* encoded);
+  bool addEncryptedKey(const PKCS12_SAFEBAG* bag);
+  bool addCertificate(const PKCS12_SAFEBAG* bag);
+
+  PassphraseView passphrase_;
+  KeyDerivationBudget& rounds_;
+};
+
+bool BagReader::read(const STACK_OF(PKCS12_SAFEBAG) * bags, int depth) {
+  if (!bags || depth > kMaximumNesting) return false;
+  for (int i = 0; i < sk_PKCS12_SAFEBAG_num(bags); ++i) {
+    if (!readBag(sk_PKCS12_SAFEBAG_value(bags, i), depth)) return false;
+  }
+  return true;
+}
+
+bool BagReader::readBag(const PKCS12_SAFEBAG* bag, int depth) {
+  switch (PKCS12_SAFEBAG_get_nid(bag)) {
+    case NID_keyBag:
+      return addKey(PKCS12_SAFEBAG_get0_p8inf(bag));
+    case NID_pkcs8ShroudedKeyBag:
+      return addEncryptedKey(bag);
+    case NID_certBag:
+      return PKCS12_SAFEBAG_get_bag_nid(bag) != NID_x509Certificate || addCertificate(bag);
+    case NID_safeContentsBag:
+      return read(PKCS12_SAFEBAG_get0_safes(bag), depth + 1);
+    default:
+      return true;
+  }
+}
+
+bool BagReader::addKey(const PKCS8_PRIV_KEY_INFO* encoded) {
+  EVP_PKEY* key = encoded ? EVP_PKCS82PKEY(encoded) : nullptr;
+  if (key) contents.keys.push_back(PrivateKey::adopt(key));
+  return key != nullptr;
+}
+
+bool BagReader::addEncryptedKey(const PKCS12_SAFEBAG* bag) {
+  const X509_ALGOR* algorithm = nullptr;
+  X509_SIG_get0(PKCS12_SAFEBAG_get0_pkcs8(bag), &algorithm, nullptr);
+  if (!rounds_.add(algorithm)) return false;
+  const PKCS8Handle encoded(
+      PKCS12_decrypt_skey_ex(bag, passphrase_.text, passphrase_.size, legacyLibrary(), nullptr));
+  return addKey(encoded.get());
+}
+
+bool BagReader::addCertificate(const PKCS12_SAFEBAG* bag) {
+  X509* certificate = PKCS12_SAFEBAG_get1_cert(bag);
+  if (certificate) contents.certificates.push_back(Certificate::adopt(certificate));
+  return certificate != nullptr;
+}
+
+/// The bags of one content: plain, or encrypted with the passphrase. Empty for a damaged one.
+BagsHandle bagsOf(PKCS7* content, PassphraseView passphrase, KeyDerivationBudget& rounds) {
+  if (PKCS7_type_is_data(content)) return BagsHandle(PKCS12_unpack_p7data(content));
+  if (!PKCS7_type_is_encrypted(content)) return nullptr;
+  const PKCS7_ENCRYPT* encrypted = content->d.encrypted;
+  if (!encrypted || !rounds.add(encrypted->enc_data->algorithm)) return nullptr;
+  return BagsHandle(PKCS12_unpack_p7encdata(content, passphrase.text, passphrase.size));
+}
+
+bool isWhole(PKCS12* file, PassphraseView passphrase, KeyDerivationBudget& rounds) {
+  if (!PKCS12_mac_present(file)) return true;
+  const ASN1_INTEGER* iterations = nullptr;
+  PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, file);
+  // An absent number stands for one.
+  if (iterations && !rounds.add(iterations)) return false;
+  return PKCS12_verify_mac(file, passphrase.text, passphrase.size) == 1;
+}
+
+/// Absent when the passphrase is not the right one, the file is damaged, or has too many rounds.
+std::optional<KeychainContents> unlocked(PKCS12* file, PassphraseView passphrase,
+                                         KeyDerivationBudget& rounds) {
+  if (!isWhole(file, passphrase, rounds)) return std::nullopt;
+  const ContentsHandle contents(PKCS12_unpack_authsafes(file));
+  if (!contents) return std::nullopt;
+  BagReader reader(passphrase, rounds);
+  for (int i = 0; i < sk_PKCS7_num(contents.get()); ++i) {
+    const BagsHandle bags = bagsOf(sk_PKCS7_value(contents.get(), i), passphrase, rounds);
+    if (!bags || !reader.read(bags.get(), 0)) return std::nullopt;
+  }
+  return std::move(reader.contents);
+}
+
+PKCS12Handle decoded(Bytes bytes) {
+  const unsigned char* position = openSSLBytes(bytes);
+  // The object made here hands its library on to everything that is decrypted in it.
+  PKCS12* file = PKCS12_init_ex(NID_pkcs7_data, legacyLibrary(), nullptr);
+  if (!d2i_PKCS12(&file, &position, static_cast<long>(bytes.size()))) {
+    PKCS12_free(file);
+    return nullptr;
+  }
+  return PKCS12Handle(file);
+}
+
+}  // namespace
+
+OSSL_LIB_CTX* legacyLibrary() {
+  static OSSL_LIB_CTX* const library = [] {
+    OSSL_LIB_CTX* made = OSSL_LIB_CTX_new();
+    OSSL_PROVIDER_load(made, "default");
+    OSSL_PROVIDER_load(made, "legacy");
+    return made;
+  }();
+  return library;
+}
+
+Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>& passphrase,
+                                    std::uint64_t& roundsLeft) {
+  const OpenSSLErrorScope errors;
+  const PKCS12Handle file = decoded(bytes);
+  if (!file) {
+    return makeError(kKeychainErrorDomain, -1,
+                     "not a PKCS #12 file: " + OpenSSLErrorScope::reason());
+  }
+  std::vector<PassphraseView> tries{{}, {"", 0}};
+  if (passphrase) tries = {viewOf(*passphrase)};
+  for (const PassphraseView tried : tries) {
+    KeyDerivationBudget rounds(roundsLeft);
+    if (auto contents = unlocked(file.get(), tried, rounds)) return *std::move(contents);
+    if (rounds.error()) return *rounds.error();
+  }
+  return lockedError(passphrase);
+}
+
+}  // namespace foundation

@@ -1,0 +1,268 @@
+#include "foundation/file/FileManager.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <new>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+
+#include "foundation/base/Handle.h"
+#include "foundation/base/Path.h"
+#include "foundation/host/Host.h"
+#include "foundation/process/Interruption.h"
+#include "foundation/process/ProcessInfo.h"
+#include "foundation/process/SystemLog.h"
+
+namespace foundation::FileManager {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using DirectoryHandle = Handle<DIR, ::closedir>;
+
+Error failure(const char* what, const fs::path& path, int error) {
+  return posixError(error, std::string("cannot ") + what + " " + path.string(), path.native());
+}
+
+/// Fills `buffer` from the file until it is full or the file ends; the bytes read, or -1 with
+/// errno.
+ssize_t readFully(int file, std::span<std::byte> buffer) {
+  std::size_t filled = 0;
+  while (filled < buffer.size()) {
+    const ssize_t count = ::read(file, buffer.data() + filled, buffer.size() - filled);
+    if (count == 0) break;
+    if (count > 0) {
+      filled += static_cast<std::size_t>(count);
+    } else if (errno != EINTR) {
+      return -1;
+    }
+  }
+  return static_cast<ssize_t>(filled);
+}
+
+/// For files that do not tell their size, such as those of /proc.
+Result<Data> readUntilEnd(int file, const fs::path& path) {
+  constexpr std::size_t chunk = std::size_t{64} * 1024;
+  std::vector<std::byte> bytes;
+  for (;;) {
+    const std::size_t before = bytes.size();
+    bytes.resize(before + chunk);
+    const ssize_t count = readFully(file, std::span(bytes).subspan(before));
+    if (count < 0) return failure("read", path, errno);
+    bytes.resize(before + static_cast<std::size_t>(count));
+    if (static_cast<std::size_t>(count) < chunk) return Data(std::move(bytes));
+  }
+}
+
+Result<Data> readSized(int file, std::size_t size, const fs::path& path) {
+  std::shared_ptr<std::byte[]> buffer = std::make_shared_for_overwrite<std::byte[]>(size);
+  const ssize_t count = readFully(file, {buffer.get(), size});
+  if (count < 0) return failure("read", path, errno);
+  const Bytes bytes(buffer.get(), static_cast<std::size_t>(count));
+  return Data(std::move(buffer), bytes);
+}
+
+struct OpenFile {
+  FileDescriptor file;
+  mode_t mode = 0;
+  std::size_t size = 0;
+};
+
+/// Does not wait for a pipe's writer.
+Result<OpenFile> openToRead(const fs::path& path, Links links = Links::followed) {
+  FileDescriptor file = openFile(path, O_RDONLY | O_NONBLOCK, links);
+  if (!file) return failure("open", path, errno);
+  struct stat details {};
+  if (::fstat(file.get(), &details) != 0) return failure("examine", path, errno);
+  if (S_ISDIR(details.st_mode)) return failure("read", path, EISDIR);
+  return OpenFile{std::move(file), details.st_mode, static_cast<std::size_t>(details.st_size)};
+}
+
+Result<Data> readRegular(const OpenFile& open, const fs::path& path) {
+  try {
+    if (open.size == 0) return readUntilEnd(open.file.get(), path);
+    return readSized(open.file.get(), open.size, path);
+  } catch (const std::bad_alloc&) {
+    return failure("read", path, ENOMEM);
+  }
+}
+
+void waitUntilReadable(int file) {
+  pollfd events[] = {{.fd = file, .events = POLLIN, .revents = 0},
+                     {.fd = interruptionDescriptor(), .events = POLLIN, .revents = 0}};
+  ::poll(events, std::size(events), -1);
+  throwIfInterrupted();
+}
+
+Result<Data> readPiped(int file, const fs::path& path) {
+  std::vector<std::byte> bytes(kMostPiped + 1);
+  std::size_t filled = 0;
+  while (filled < bytes.size()) {
+    waitUntilReadable(file);
+    const ssize_t count = ::read(file, bytes.data() + filled, bytes.size() - filled);
+    if (count == 0) {
+      bytes.resize(filled);
+      return Data(std::move(bytes));
+    }
+    if (count > 0) {
+      filled += static_cast<std::size_t>(count);
+    } else if (errno != EINTR && errno != EAGAIN) {
+      return failure("read", path, errno);
+    }
+  }
+  return makeError(kPOSIXErrorDomain, EFBIG, path.string() + " is longer than 1 MiB");
+}
+
+int writeFully(int file, Bytes bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(file, bytes.data(), bytes.size());
+    if (count >= 0) {
+      bytes = bytes.subspan(static_cast<std::size_t>(count));
+    } else if (errno != EINTR) {
+      return errno;
+    }
+  }
+  return 0;
+}
+
+/// Gives a new file the permissions, and as far as this user may the owner, of the one that it is
+/// to replace.
+int takePermissionsOf(const fs::path& path, int file) {
+  struct stat old {};
+  if (::lstat(path.c_str(), &old) != 0 || !S_ISREG(old.st_mode)) return 0;
+  // Only root may give files away; for everybody else the new owner is the right one anyway.
+  if (old.st_uid != ::geteuid() && ::fchown(file, old.st_uid, old.st_gid) != 0) errno = 0;
+  return ::fchmod(file, old.st_mode & 07777) == 0 ? 0 : errno;
+}
+
+/// The whole content on disk, or an errno value.
+int writeAndSync(int file, Bytes bytes) {
+  if (const int error = writeFully(file, bytes)) return error;
+  return ::fsync(file) == 0 ? 0 : errno;
+}
+
+bool isDotOrDotDot(std::string_view name) { return name == "." || name == ".."; }
+
+}  // namespace
+
+bool fileExistsAtPath(const fs::path& path) { return ::access(path.c_str(), F_OK) == 0; }
+
+bool isDirectoryAtPath(const fs::path& path) {
+  struct stat details {};
+  return ::stat(path.c_str(), &details) == 0 && S_ISDIR(details.st_mode);
+}
+
+bool isItemInsideDirectory(const fs::path& item, const fs::path& folder) {
+  std::error_code failed;
+  const fs::path outer = fs::canonical(folder, failed);
+  if (failed) return false;
+  const fs::path inner = fs::canonical(item, failed);
+  if (failed) return false;
+  return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
+bool isUsableInsideDirectory(const fs::path& item, const fs::path& folder) {
+  if (isItemInsideDirectory(item, folder)) return true;
+  if (fileExistsAtPath(item)) {
+    systemLogOnce(item.string() + " leads out of " + folder.string() + " and is not used");
+  }
+  return false;
+}
+
+Result<Data> contentsOfFile(const fs::path& path, Links links) {
+  const auto open = openToRead(path, links);
+  if (!open) return open.error();
+  if (!S_ISREG(open->mode)) return failure("read a pipe or device,", path, EINVAL);
+  return readRegular(*open, path);
+}
+
+Result<Data> contentsOfFileOrPipe(const fs::path& path) {
+  const auto open = openToRead(path);
+  if (!open) return open.error();
+  if (S_ISREG(open->mode)) return readRegular(*open, path);
+  return readPiped(open->file.get(), path);
+}
+
+Result<> createDirectoryWithIntermediates(const fs::path& path) {
+  std::error_code problem;
+  fs::create_directories(path, problem);
+  if (problem) return failure("make folder", path, problem.value());
+  if (!isDirectoryAtPath(path)) return failure("make folder", path, path.empty() ? ENOENT : EEXIST);
+  return {};
+}
+
+Result<std::vector<std::string>> contentsOfDirectoryAtPath(const fs::path& path) {
+  const DirectoryHandle folder(::opendir(path.c_str()));
+  if (!folder) return failure("list folder", path, errno);
+  std::vector<std::string> names;
+  for (;;) {
+    errno = 0;
+    const dirent* const entry = ::readdir(folder.get());
+    if (!entry) break;
+    if (!isDotOrDotDot(entry->d_name)) names.emplace_back(entry->d_name);
+  }
+  if (errno != 0) return failure("list folder", path, errno);
+  return names;
+}
+
+Result<std::vector<std::string>> visibleContentsOfDirectoryAtPath(const fs::path& path) {
+  Result<std::vector<std::string>> names = contentsOfDirectoryAtPath(path);
+  if (names) std::erase_if(*names, [](const std::string& name) { return name.starts_with('.'); });
+  return names;
+}
+
+Result<std::vector<std::string>> subpathsOfDirectoryAtPath(const fs::path& path) {
+  Result<std::vector<std::string>> top = contentsOfDirectoryAtPath(path);
+  if (!top) return top.error();
+  std::vector<std::string> found;
+  std::vector<std::string> waiting(top->rbegin(), top->rend());
+  while (!waiting.empty()) {
+    std::string subpath = std::move(waiting.back());
+    waiting.pop_back();
+    struct stat details {};
+    const bool isFolder =
+        ::lstat((path / subpath).c_str(), &details) == 0 && S_ISDIR(details.st_mode);
+    if (isFolder) {
+      if (const auto names = contentsOfDirectoryAtPath(path / subpath)) {
+        for (auto name = names->rbegin(); name != names->rend(); ++name) {
+          waiting.push_back(appendingPathComponent(subpath, *name));
+        }
+      }
+    }
+    found.push_back(std::move(subpath));
+  }
+  return found;
+}
+
+std::optional<Date> creationDateOfItemAtPath(const fs::path& path) {
+  if (const auto born = host::birthTime(path.c_str())) return born;
+  return modificationDateOfItemAtPath(path);
+}
+
+std::optional<Date> modificationDateOfItemAtPath(const fs::path& path) {
+  struct stat details {};
+  if (::lstat(path.c_str(), &details) != 0) return std::nullopt;
+  const struct timespec time = host::modificationTime(details);
+  return Date(std::chrono::seconds(time.tv_sec)) + std::chrono::microseconds(time.tv_nsec / 1000);
+}
+
+Result<> writeAtomically(Bytes bytes, const fs::path& path) {
+  const fs::path beside =
+      path.parent_path() / (".sendoff-" + ProcessInfo::globallyUniqueString() + ".tmp");
+  FileDescriptor file(::open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  if (!file) return failure("write", path, errno);
+  int error = takePermissionsOf(path, file.get());
+  if (!error) error = writeAndSync(file.get(), bytes);
+  if (::close(file.release()) != 0 && !error) error = errno;
+  if (!error && std::rename(beside.c_str(), path.c_str()) != 0) error = errno;
+  if (!error) return {};
+  ::unlink(beside.c_str());
+  return failure("write", path, error);
+}
+
+}  // namespace foundation::FileManager

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <filesystem>
+
+#include "foundation/base/Bytes.h"
+#include "foundation/base/Handle.h"
+#include "foundation/base/Result.h"
+#include "foundation/file/MappingGuard.h"
+#include "foundation/host/FileOpening.h"
+
+namespace foundation {
+
+/// Read-only view of a whole file.
+///
+/// The bytes live as long as this object; moving it does not move them. If another process
+/// truncates the file meanwhile, what is lost reads as zeros: ask `MappingGuard::checkAll` before
+/// anything that was read is used.
+class MappedFile {
+ public:
+  /// An empty file gives an empty view. Fails with the path and the system's text when the file
+  /// cannot be opened or mapped, or is not a regular file.
+  static Result<MappedFile> open(const std::filesystem::path& path, Links links = Links::followed);
+  /// The same; `file` becomes the open file, which the view itself does not need.
+  static Result<MappedFile> open(const std::filesystem::path& path, FileDescriptor& file,
+                                 Links links = Links::followed);
+
+  MappedFile() = default;
+  MappedFile(MappedFile&& other) noexcept;
+  MappedFile& operator=(MappedFile&& other) noexcept;
+  ~MappedFile();
+
+  [[nodiscard]] Bytes bytes() const { return bytes_; }
+
+ private:
+  Bytes bytes_;
+  MappingGuard guard_;
+};
+
+}  // namespace foundation

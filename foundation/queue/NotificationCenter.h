@@ -1,0 +1,45 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "foundation/base/Value.h"
+
+namespace foundation {
+
+/// Process-wide notifications by name. Observers are called on the posting thread, in the order of
+/// their registration; registering and removing are safe from any thread, also from an observer.
+class NotificationCenter {
+ public:
+  struct Notification {
+    std::string name;
+    Value object;
+  };
+  using Observer = std::function<void(const Notification&)>;
+
+  /// Ends its observation when destroyed; a call that is running on another thread is waited for.
+  class Token {
+   public:
+    Token() = default;
+    Token(Token&&) noexcept;
+    Token& operator=(Token&&) noexcept;
+    ~Token();
+
+   private:
+    friend class NotificationCenter;
+    struct State;
+    std::shared_ptr<State> state_;
+  };
+
+  static NotificationCenter& defaultCenter();
+
+  [[nodiscard]] Token addObserver(std::string_view name, Observer observer);
+  void post(std::string_view name, Value object);
+
+ private:
+  NotificationCenter() = default;
+};
+
+}  // namespace foundation

@@ -1,0 +1,49 @@
+#include <gtest/gtest.h>
+
+#include "foundation/app/UserDefaults.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+using foundation::UserDefaults;
+using foundation::Value;
+
+TEST(UserDefaults, TakesPairsFromTheCommandLine) {
+  const struct {
+    std::vector<std::string> arguments;
+    const char* key;
+    std::optional<std::string> expected;
+  } cases[] = {
+      {{"sendoff", "K", "S", "-emails", "a,b"}, "emails", "a,b"},
+      {{"-emails", "first", "-emails", "last"}, "emails", "last"},
+      {{"-emails", "kept", "-emails", "-debug", "1"}, "emails", "kept"},
+      {{"-emails", "-debug", "1"}, "debug", "1"},
+      {{"-emails"}, "emails", std::nullopt},
+      {{"-emails", ""}, "emails", ""},
+      {{"--debug", "1"}, "debug", std::nullopt},
+      {{"-", "x"}, "", std::nullopt},
+      {{"emails", "x"}, "emails", std::nullopt},
+  };
+  for (const auto& c : cases) {
+    UserDefaults defaults;
+    defaults.setArguments(c.arguments);
+    EXPECT_EQ(defaults.stringForKey(c.key), c.expected) << testing::PrintToString(c.arguments);
+  }
+}
+
+TEST(UserDefaults, ASuiteIsReadAtEachLookUpAndComesAfterTheArguments) {
+  const test::TemporaryFolder home;
+  const test::ScopedEnvironment environment("HOME", home.path().c_str());
+  UserDefaults defaults;
+  defaults.setArguments({"-both", "argument"});
+  defaults.addSuiteNamed("some.other.program");
+  EXPECT_EQ(defaults.objectForKey("only"), std::nullopt);
+  home.write("Library/Preferences/some.other.program.plist",
+             "<plist version=\"1.0\"><dict><key>both</key><string>suite</string><key>only</key>"
+             "<integer>5</integer></dict></plist>");
+  EXPECT_EQ(defaults.objectForKey("only"), Value(5));
+  EXPECT_EQ(defaults.stringForKey("only"), std::nullopt);
+  EXPECT_EQ(defaults.stringForKey("both"), "argument");
+}
+
+}  // namespace

@@ -1,0 +1,70 @@
+#include <gtest/gtest.h>
+
+#include "foundation/base/Format.h"
+
+namespace foundation {
+namespace {
+
+TEST(Format, FillsDirectives) {
+  EXPECT_EQ(format("%@ %@ %@", std::string("a"), std::optional<std::string>()), "a (null) (null)");
+  EXPECT_EQ(format("%d %ld %lu %llx", -1, -2L, 3UL, 255ULL), "-1 -2 3 ff");
+  EXPECT_EQ(format("%u %x", -1L, -1L), "18446744073709551615 ffffffffffffffff");
+  EXPECT_EQ(format("[%5d][%-5d][%05d]", 42, 42, 42), "[   42][42   ][00042]");
+  EXPECT_EQ(format("[%4@][%-4@]", "ab", "ab"), "[  ab][ab  ]");
+  EXPECT_EQ(format("%.2f %@", 1.005, 1.5), "1.00 1.5");
+  EXPECT_EQ(format("%s %p", "text", nullptr), "text 0x0");
+  EXPECT_EQ(format("100%% %"), "100% %");
+  EXPECT_EQ(format("%y", 1), "%y");
+  EXPECT_EQ(format("%99999999999d", 1).size(), 4096U);
+}
+
+TEST(Format, NoArgumentDoesHarm) {
+  EXPECT_EQ(format("%@ %@", "%@%n%s", "b"), "%@%n%s b");
+  EXPECT_EQ(format("%d %f %s", "text", 1, 7), "text 1 7");
+}
+
+TEST(Description, OfEachKind) {
+  const std::pair<Value, std::string> cases[] = {
+      {Value(), "<null>"},
+      {true, "1"},
+      {~std::uint64_t{0}, "18446744073709551615"},
+      {0.1, "0.1"},
+      {3.0, "3"},
+      {"a b", "a b"},
+      {Date(std::chrono::seconds(1425211200)), "2015-03-01 12:00:00 +0000"},
+      {Date(std::chrono::microseconds(-1)), "1969-12-31 23:59:59 +0000"},
+      {Data(std::string("\x0a\x1b\x2c\x3d\x4e")), "<0a1b2c3d 4e>"},
+      {Array{"a", "b c"}, "(\n    a,\n    \"b c\"\n)"},
+      {Dictionary{{"k", Array{1}}}, "{\n    k = (\n        1\n    );\n}"},
+      {Dictionary{{"a-b", "\"q\"\n"}}, "{\n    \"a-b\" = \"\\\"q\\\"\\n\";\n}"},
+  };
+  for (const auto& [value, expected] : cases) EXPECT_EQ(description(value), expected);
+  EXPECT_EQ(singleLineDescription(Value(Array{1, Dictionary{{"a", 1}, {"b", ""}}})),
+            "(1, {a = 1; b = \"\";})");
+  EXPECT_EQ(singleLineDescription(Value("x\ny\r\x1b[31m")), "x\\ny\\r\\u001b[31m");
+}
+
+TEST(Description, OfErrorsStaysOnOneLineAndShowsNestedOnes) {
+  const Error inner{"Inner", 2, {{"stderr", "line 1\nline 2"}}};
+  const Error outer{"Outer", -1, {{"NSUnderlyingError", inner}, {"status", 1}}};
+  EXPECT_EQ(format("%@", outer),
+            "Error Domain=Outer Code=-1 UserInfo={NSUnderlyingError=Error Domain=Inner Code=2 "
+            "UserInfo={stderr=line 1\\nline 2}, status=1}");
+  EXPECT_EQ(outer.localizedDescription(), "The operation couldn’t be completed. (Outer error -1.)");
+  const Error posix = posixError(2, "cannot open /a", "/a");
+  EXPECT_EQ(posix.localizedDescription(), "cannot open /a: No such file or directory");
+  EXPECT_EQ(stringAt(posix.userInfo, "NSFilePath"), "/a");
+}
+
+TEST(ClassName, IsThePlatformsVisibleOne) {
+  const std::pair<Value, std::string> cases[] = {
+      {1, "__NSCFNumber"},        {1.5, "__NSCFNumber"},      {true, "__NSCFBoolean"},
+      {"s", "__NSCFString"},      {Array{}, "__NSArrayM"},    {Dictionary{}, "__NSDictionaryM"},
+      {Date(), "__NSTaggedDate"}, {Data(), "NSConcreteData"},
+  };
+  for (const auto& [value, expected] : cases) EXPECT_EQ(className(&value), expected);
+  EXPECT_EQ(className(nullptr), "(null)");
+}
+
+}  // namespace
+}  // namespace foundation

@@ -1,0 +1,221 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/crypto/Keychain.h"
+#include "tests/support/Identities.h"
+#include "tests/support/OpenCount.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace foundation {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::Not;
+
+class KeychainTest : public testing::Test {
+ protected:
+  fs::path write(const fs::path& name, std::string_view content,
+                 fs::perms mode = fs::perms(0600)) const {
+    const fs::path path = folder_.write(name, content);
+    fs::permissions(path, mode);
+    return path;
+  }
+  bool holdsTheLeafsKey(const fs::path& path) const {
+    const auto keychain = Keychain::open(path);
+    EXPECT_TRUE(keychain) << (keychain ? "" : keychain.error().localizedDescription());
+    return keychain && keychain->identityForCertificate(family_.leaf.certificate());
+  }
+  static std::string problemOf(const fs::path& path) {
+    const auto keychain = Keychain::open(path);
+    return keychain ? "none" : keychain.error().localizedDescription();
+  }
+
+  test::TemporaryFolder folder_;
+  test::Family family_ = test::makeFamily();
+};
+
+TEST_F(KeychainTest, PEMFileHoldsAnyNumberOfKeysAndCertificates) {
+  const auto other = test::makeLeaf(family_.intermediate, {.key = test::KeyKind::rsa});
+  const auto path =
+      write("all.pem", "Bag Attributes\n    friendlyName: M\xfcller\n" + family_.pem() +
+                           "-----BEGIN X509 CRL-----\nAAAA\n-----END X509 CRL-----\n" +
+                           other.certificatePEM() + "\r\n" + other.keyPEM());
+  const auto keychain = Keychain::open(path);
+  ASSERT_TRUE(keychain) << keychain.error().localizedDescription();
+  EXPECT_EQ(keychain->certificates().size(), 4u);
+  ASSERT_EQ(keychain->identities().size(), 2u);
+  EXPECT_EQ(keychain->identities()[0].certificate.der(), family_.leaf.der());
+  EXPECT_EQ(keychain->identities()[1].certificate.der(), other.der());
+  EXPECT_FALSE(keychain->identityForCertificate(family_.root.certificate()));
+}
+
+TEST_F(KeychainTest, KeyAloneMakesAnIdentityOfAGivenCertificate) {
+  const auto path = write("key.pem", family_.leaf.keyPEM("secret"));
+  EXPECT_THAT(problemOf(path), HasSubstr("block 1 (ENCRYPTED PRIVATE KEY)"));
+  write("key.pem.password", "secret\n");
+  EXPECT_TRUE(holdsTheLeafsKey(path));
+  EXPECT_TRUE(Keychain::open(path)->identities().empty());
+}
+
+TEST_F(KeychainTest, PKCS12OpensInEveryEncryptionAndWithEveryKindOfPassphrase) {
+  using Encryption = test::PKCS12Options::Encryption;
+  const struct {
+    std::optional<std::string> passphrase;
+    std::optional<std::string> passwordFile;
+  } cases[] = {
+      {std::nullopt, std::nullopt},
+      {"", std::nullopt},
+      {"", "\n"},
+      {"päss word", "päss word\r\nsecond line\n"},
+  };
+  for (const auto encryption : {Encryption::modern, Encryption::old}) {
+    for (const auto& c : cases) {
+      SCOPED_TRACE(testing::Message() << "old: " << (encryption == Encryption::old) << ", "
+                                      << c.passphrase.value_or("none"));
+      const auto path =
+          write("identity.p12", makePKCS12(family_.leaf, {family_.intermediate, family_.root},
+                                           {.encryption = encryption, .passphrase = c.passphrase})
+                                    .text());
+      if (c.passwordFile) write("identity.p12.password", *c.passwordFile);
+      ASSERT_TRUE(holdsTheLeafsKey(path));
+      EXPECT_EQ(Keychain::open(path)->certificates().size(), 3u);
+      fs::remove(folder_ / "identity.p12.password");
+    }
+  }
+}
+
+TEST_F(KeychainTest, FolderIsReadByNameAndUnreadableFilesArePassedOver) {
+  const test::ScopedEnvironment home("HOME", folder_.path().c_str());
+  EXPECT_TRUE(Keychain::defaultSearchList().certificates().empty());
+  const fs::path keys = "Library/Keychains";
+  const auto second = test::makeLeaf(family_.intermediate);
+  write(keys / "2.p12", test::makePKCS12(second).text());
+  write(keys / "1.pem", family_.leaf.certificatePEM() + family_.leaf.keyPEM());
+  write(keys / "3.cer", family_.leaf.der().text());
+  write(keys / "4.CRT", family_.root.certificatePEM());
+  write(keys / "5.der", family_.intermediate.der().text());
+  write(keys / "0.pem", "-----BEGIN CERTIFICATE-----\nnonsense\n-----END CERTIFICATE-----\n");
+  write(keys / ".hidden.pem", family_.root.keyPEM());
+  write(keys / "notes.txt", family_.root.keyPEM());
+  fs::create_directory(folder_ / keys / "folder.pem");
+  testing::internal::CaptureStderr();
+  const auto keychain = Keychain::defaultSearchList();
+  const std::string log = testing::internal::GetCapturedStderr();
+  ASSERT_EQ(keychain.certificates().size(), 4u) << "the leaf is listed twice";
+  EXPECT_EQ(keychain.certificates()[0].der(), family_.leaf.der());
+  EXPECT_EQ(keychain.certificates()[1].der(), second.der());
+  EXPECT_EQ(keychain.identities().size(), 2u);
+  EXPECT_EQ(keychain.privateKeys().size(), 2u);
+  EXPECT_THAT(log, HasSubstr("Keychains/0.pem"));
+  EXPECT_EQ(std::ranges::count(log, '\n'), 2) << log;
+}
+
+TEST_F(KeychainTest, KeyThatOthersCanReadIsUsedWithOneWarning) {
+  constexpr fs::perms kPublic{0644};
+  const auto path = write("open.pem", family_.leaf.keyPEM("secret"), kPublic);
+  write("open.pem.password", "secret", kPublic);
+  write("certificates.pem", family_.root.certificatePEM(), kPublic);
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(holdsTheLeafsKey(path));
+  EXPECT_TRUE(holdsTheLeafsKey(path));
+  EXPECT_TRUE(Keychain::open(folder_ / "certificates.pem"));
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(log, HasSubstr("open.pem holds a private key"));
+  EXPECT_THAT(log, HasSubstr("open.pem.password holds a passphrase"));
+  EXPECT_EQ(std::ranges::count(log, '\n'), 2) << log;
+}
+
+TEST_F(KeychainTest, DamagedFilesAreErrorsThatNameThem) {
+  const std::string p12(test::makePKCS12(family_.leaf, {}, {.passphrase = "right"}).text());
+  const std::string pem = family_.leaf.keyPEM();
+  std::string flipped = p12;
+  flipped[flipped.size() / 2] = static_cast<char>(flipped[flipped.size() / 2] ^ 1);
+  write("damaged.password", "wr0ng-guess\n");
+  for (const std::string& content :
+       {std::string(), std::string("hello"), p12, p12.substr(0, p12.size() / 2), flipped,
+        std::string("\x30\x80"), pem.substr(0, pem.size() / 2),
+        std::string("-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n")}) {
+    const auto keychain = Keychain::open(write("damaged", content));
+    ASSERT_FALSE(keychain) << content;
+    EXPECT_THAT(keychain.error().localizedDescription(), HasSubstr(folder_ / "damaged"));
+    EXPECT_THAT(keychain.error().description(), Not(HasSubstr("wr0ng-guess")));
+  }
+  EXPECT_THAT(problemOf(folder_ / "missing.pem"), HasSubstr("missing.pem"));
+  const auto large = write("large.pem", family_.pem());
+  fs::resize_file(large, 16 * 1024 * 1024 + 1);
+  EXPECT_THAT(problemOf(large), HasSubstr("16777217 bytes"));
+}
+
+TEST_F(KeychainTest, TheCauseIsNamedWithoutThePassphrase) {
+  using Encryption = test::PKCS12Options::Encryption;
+  const auto p12 = [&](Encryption encryption) {
+    return test::makePKCS12(family_.leaf, {}, {.encryption = encryption, .passphrase = "right"});
+  };
+  const std::string none = "cannot be opened without a passphrase: there is no .password file";
+  const std::string wrong =
+      "cannot be opened with the passphrase in the .password file beside it: wrong passphrase";
+  for (const std::string& content :
+       {std::string(p12(Encryption::modern).text()), std::string(p12(Encryption::old).text()),
+        family_.leaf.keyPEM("right"), family_.leaf.oldKeyPEM("right")}) {
+    const auto file = write("locked", content);
+    EXPECT_THAT(problemOf(file), HasSubstr(none)) << content;
+    write("locked.password", "wr0ng-guess\n");
+    EXPECT_THAT(problemOf(file), HasSubstr(wrong)) << content;
+    EXPECT_THAT(problemOf(file), Not(HasSubstr("wr0ng-guess")));
+    write("locked.password", "right\n");
+    EXPECT_TRUE(holdsTheLeafsKey(file)) << content;
+    fs::remove(folder_ / "locked.password");
+  }
+  EXPECT_THAT(problemOf(write("login.keychain-db", std::string("kych\0\1\0\0", 8))),
+              HasSubstr("login.keychain-db: a Mac's own keychain file"));
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(Keychain::open(folder_.path()));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("login.keychain-db: a Mac's own keychain file"));
+}
+
+TEST_F(KeychainTest, ASessionReadsEachFileOnce) {
+  const auto path = write("identity.pem", family_.leaf.keyPEM());
+  const test::OpenCount opens(path);
+  {
+    const KeychainSession session;
+    const KeychainSession inner;
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(holdsTheLeafsKey(path));
+    EXPECT_EQ(Keychain::open(folder_.path())->privateKeys().size(), 1u);
+    EXPECT_EQ(opens.take(), 1);
+  }
+  EXPECT_TRUE(holdsTheLeafsKey(path));
+  EXPECT_EQ(opens.take(), 1) << "a session that has ended is forgotten";
+}
+
+TEST_F(KeychainTest, TheRoundsOfASessionAreBounded) {
+  const KeychainSession session({.maximumRounds = 10'000});
+  const auto problemOfNext = [&](const std::string& name) {
+    return problemOf(write(name, test::makeSlowKeyFile(test::SlowPart::keyInPEM, 4096)));
+  };
+  for (const char* name : {"1.pem", "2.pem"}) {
+    EXPECT_THAT(problemOfNext(name), Not(HasSubstr("rounds")));
+  }
+  EXPECT_THAT(problemOfNext("3.pem"),
+              HasSubstr("3.pem: block 1 (ENCRYPTED PRIVATE KEY) asks for 4096 rounds of "
+                        "encryption, more than are left for all key files of a run"));
+}
+
+TEST_F(KeychainTest, FilesThatAskForTooManyRoundsAreRefused) {
+  using test::SlowPart;
+  for (const auto part : {SlowPart::integrityCheck, SlowPart::contents, SlowPart::key,
+                          SlowPart::keyByScrypt, SlowPart::keyInPEM}) {
+    const auto complaintOf = [&](std::uint64_t rounds) {
+      const auto opened = Keychain::open(write("slow", test::makeSlowKeyFile(part, rounds)));
+      return opened ? "" : opened.error().localizedDescription();
+    };
+    EXPECT_THAT(complaintOf(10'002'432),
+                testing::MatchesRegex(".*/slow: .*asks for 10002432 rounds of encryption; "
+                                      "at most 10000000 are done for one file"));
+    EXPECT_THAT(complaintOf(8192), Not(HasSubstr("rounds")));
+  }
+}
+
+}  // namespace
+}  // namespace foundation

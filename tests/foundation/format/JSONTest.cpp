@@ -1,0 +1,63 @@
+#include "foundation/format/JSON.h"
+#include "tests/foundation/format/Parsing.h"
+
+namespace foundation {
+namespace {
+
+TEST(JSON, DecodesEachKindAndOfARepeatedKeyTheLastValue) {
+  expectReadings(
+      JSON::decode,
+      {{R"({"n":null,"t":true,"i":-5,"u":18446744073709551615,"r":1.5,"s":"\u00e4\ud83d\ude00"})",
+        Dictionary{{"n", Value()},
+                   {"t", true},
+                   {"i", -5},
+                   {"u", ~std::uint64_t{0}},
+                   {"r", 1.5},
+                   {"s", "\u00e4\U0001f600"}}},
+       {R"({"a":1,"a":{"b":[]}})", Dictionary{{"a", Dictionary{{"b", Array{}}}}}},
+       {R"({"a":{"b":2},"a":1})", Dictionary{{"a", 1}}}});
+}
+
+TEST(JSON, ReadsEveryUnicodeForm) {
+  const std::string text = R"([1,"x"])";
+  for (const std::string& form :
+       {"\xef\xbb\xbf" + text, widened(text, 2, true), widened(text, 2, false),
+        widened(text, 4, true), widened(text, 4, false), "\xff\xfe" + widened(text, 2, false),
+        "\xfe\xff" + widened(text, 2, true),
+        std::string("\xff\xfe\0\0", 4) + widened(text, 4, false),
+        std::string("\0\0\xfe\xff", 4) + widened(text, 4, true)}) {
+    expectReadings(JSON::decode, {{form, Array{1, "x"}}});
+  }
+}
+
+TEST(JSON, RefusesWithAReason) {
+  expectRefusals(
+      JSON::decode, "JSON: ",
+      {{"empty", "", "malformed at byte 1"},
+       {"lone string", "\"a\"", "the top level is neither an array nor an object"},
+       {"cut off", "{\"a\":[1,", "malformed at byte 9"},
+       {"something behind", "[] x", "malformed at byte 4"},
+       {"not UTF-8", "[\"\xff\"]", "malformed at byte 3"},
+       {"number too large", "[1e999]", "number out of range at byte 6"},
+       {"half a UTF-16 unit", std::string("\xff\xfe[", 3), "ill-formed UTF-16 or UTF-32 text"},
+       {"deep", repeated("[", 100000), "nested deeper than 512 levels"},
+       {"deep objects", repeated("{\"a\":", 100000), "nested deeper than 512 levels"}});
+  EXPECT_TRUE(JSON::decode(bytesOf(repeated("[", 512) + repeated("]", 512))));
+}
+
+TEST(JSON, Encodes) {
+  const Value value = Dictionary{{"z", Array{Value(), true, -1, 0.5}},
+                                 {"date", Date(std::chrono::seconds(1425211200))},
+                                 {"data", Data(std::string("\x01\xff"))},
+                                 {"bad", "a\xff\"\n\x7f\u009b\u00a0"}};
+  EXPECT_EQ(JSON::encode(value), R"({"bad":"a)"
+                                 "\ufffd"
+                                 R"(\"\n\u007f\u009b)"
+                                 "\u00a0"
+                                 R"(","data":"01ff","date":"2015-03-01T12:00:00Z",)"
+                                 R"("z":[null,true,-1,0.5]})");
+  EXPECT_EQ(JSON::encode(Array{1}, 2), "[\n  1\n]");
+}
+
+}  // namespace
+}  // namespace foundation

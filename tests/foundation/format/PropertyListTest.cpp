@@ -1,0 +1,328 @@
+#include <limits>
+
+#include "foundation/format/PropertyList.h"
+#include "tests/foundation/format/Parsing.h"
+
+namespace foundation {
+namespace {
+
+using namespace std::string_literals;
+
+std::string bigEndian(std::uint64_t number, int size) {
+  std::string out;
+  for (int shift = size * 8 - 8; shift >= 0; shift -= 8) out += static_cast<char>(number >> shift);
+  return out;
+}
+
+/// A binary property list of objects that are given as their bytes.
+struct BinaryList {
+  std::vector<std::string> objects;
+  std::uint64_t top = 0;
+  std::optional<std::uint64_t> count = {};
+  std::optional<std::uint64_t> table = {};
+  int referenceSize = 1;
+
+  [[nodiscard]] std::string bytes() const {
+    std::string out = "bplist00";
+    std::string offsets;
+    for (const std::string& object : objects) {
+      offsets += bigEndian(out.size(), 4);
+      out += object;
+    }
+    const std::uint64_t place = out.size();
+    return out + offsets + std::string(6, '\0') + bigEndian(4, 1) + bigEndian(referenceSize, 1) +
+           bigEndian(count.value_or(objects.size()), 8) + bigEndian(top, 8) +
+           bigEndian(table.value_or(place), 8);
+  }
+};
+
+std::string plist(const std::string& content) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + content +
+         "</plist>\n";
+}
+
+std::string nested(int depth) {
+  return plist(repeated("<array>", depth) + repeated("</array>", depth));
+}
+
+std::string dateObject(double secondsSince2001) {
+  return "\x33" + bigEndian(std::bit_cast<std::uint64_t>(secondsSince2001), 8);
+}
+
+TEST(PropertyList, WritesThePlatformsXML) {
+  const auto text = PropertyList::xml(Dictionary{{"b", Array{1, true, "<&>"}},
+                                                 {"a", Dictionary{}},
+                                                 {"d", Data(std::string(60, 'x'))},
+                                                 {"e", Array{}},
+                                                 {"z", 0.1}});
+  ASSERT_TRUE(text);
+  EXPECT_EQ(*text,
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+            "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+            "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+            "<plist version=\"1.0\">\n<dict>\n"
+            "\t<key>a</key>\n\t<dict/>\n"
+            "\t<key>b</key>\n\t<array>\n\t\t<integer>1</integer>\n\t\t<true/>\n"
+            "\t\t<string>&lt;&amp;&gt;</string>\n\t</array>\n"
+            "\t<key>d</key>\n\t<data>\n"
+            "\teHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4\n"
+            "\teHh4eHh4eHh4\n\t</data>\n"
+            "\t<key>e</key>\n\t<array/>\n"
+            "\t<key>z</key>\n\t<real>0.1</real>\n"
+            "</dict>\n</plist>\n");
+}
+
+TEST(PropertyList, EveryKindOfValueSurvivesXML) {
+  const Value value = Dictionary{
+      {"false", false},
+      {"integers", Array{std::numeric_limits<std::int64_t>::min(), -1, ~std::uint64_t{0}}},
+      {"reals", Array{0.1, -1.5e-300, 1e22, 3.0, 1.0 / 3, std::numeric_limits<double>::infinity()}},
+      {"text", " \t\n\r<>&\"' \u00e4\U0001f600 ]]>"},
+      {"empty", ""},
+      {"", "empty key"},
+      {"key <&>", 1},
+      {"dates", Array{Date(std::chrono::seconds(64092211200)),
+                      Date(std::chrono::seconds(-62135596800)), Date(std::chrono::seconds(-1))}},
+      {"data", Array{Data("\0\xff\x80<"s), Data()}},
+      {"nested", Array{Array{}, Dictionary{{"a", Array{Dictionary{}}}}}},
+  };
+  const auto text = PropertyList::xml(value);
+  ASSERT_TRUE(text) << text.error().localizedDescription();
+  expectReadings(PropertyList::parse, {{*text, value}});
+}
+
+TEST(PropertyList, RefusesToWriteWhatXMLCannotHold) {
+  Value deep = Array{};
+  for (int i = 0; i < 512; ++i) deep = Array{deep};
+  const std::pair<Value, const char*> cases[] = {
+      {Value(), "a value of class NSNull cannot be written"},
+      {Array{Error{"d", 1, {}}}, "a value of class NSError cannot be written"},
+      {"a\0"s, "text with the character U+0000 cannot be written"},
+      {"\uffff", "text with the character U+FFFF cannot be written"},
+      {"\xff", "text that is not UTF-8 cannot be written"},
+      {Dictionary{{"\x1b", 1}}, "text with the character U+001B cannot be written"},
+      {deep, "nested deeper than 512 levels"},
+  };
+  for (const auto& [value, complaint] : cases) {
+    const auto text = PropertyList::xml(value);
+    ASSERT_FALSE(text) << complaint;
+    EXPECT_EQ(text.error().localizedDescription(), std::string("property list: ") + complaint);
+  }
+}
+
+TEST(PropertyList, ReadsXMLVariants) {
+  expectReadings(
+      PropertyList::parse,
+      {{"\xef\xbb\xbf" + plist("<string>a</string>"), "a"},
+       {"\xff\xfe" + widened(plist("<string>w</string>"), 2, false), "w"},
+       {plist("<array><!-- <dict> --><string>a</string></array>"), Array{"a"}},
+       {plist("<string><![CDATA[<dict> & ]]></string>"), "<dict> & "},
+       {plist("<string>&#228;&#x20ac;&lt;</string>"), "\u00e4\u20ac<"},
+       {plist("<string>]]&gt;<![CDATA[&amp;]]>&apos;]]&gt;<!-- &x --> &quot;</string>"),
+        "]]>&amp;']]> \""},
+       {plist("<dict><key>a&amp;<![CDATA[b]]></key><string>&lt;x&gt;</string><key>c</key>"
+              "<string>plain</string></dict>"),
+        Dictionary{{"a&b", "<x>"}, {"c", "plain"}}},
+       {plist("<dict><key>a</key><string/></dict>") + "\xff\0<dict>"s, Dictionary{{"a", ""}}},
+       {"<?xml version='1.0'?><!DOCTYPE plist [ <!ELEMENT x (y)> ]><plist><true/></plist>", true}});
+  EXPECT_TRUE(PropertyList::parse(bytesOf(nested(512))));
+}
+
+TEST(PropertyList, RefusesDamagedXML) {
+  expectRefusals(
+      PropertyList::parse, "XML property list",
+      {{"cut off", "<plist>\n<dict><key>a", ", line 2: the text ends inside <key>"},
+       {"no reference", plist("<string>AT&T</string>"), ", line 2: an \"&\" begins no character"},
+       {"unknown name", plist("<string>a&nbsp;</string>"),
+        ", line 2: an \"&\" begins no character"},
+       {"a surrogate", plist("<key>&#xd800;</key>"), ", line 2: an \"&\" begins no character"},
+       {"too large", plist("<string>&#x110000;</string>"),
+        ", line 2: an \"&\" begins no character"},
+       {"crossed", plist("\n<dict></array>"),
+        ", line 3: </array> closes nothing that is open here"},
+       {"unfinished tag", "<plist><dict a='>", ", line 1: the tag that begins here does not end"},
+       {"unfinished comment", "<plist><!-- ", ", line 1: the text ends inside <plist>"},
+       {"no element", "<?xml version='1.0'?>", ", line 1: there is no element"},
+       {"deep", nested(513), ", line 2: nested deeper than 512 levels"},
+       {"very deep, open", plist(repeated("<dict><key>a</key>", 100000)),
+        ", line 2: nested deeper than 512 levels"},
+       {"unknown element", plist("<set/>"), ": malformed"},
+       {"no value", plist(""), ": malformed"},
+       {"not UTF-8", plist("<string>\xff</string>"), ": text that is not UTF-8"}});
+}
+
+TEST(PropertyList, ReadsTextThatIsAllEscapes) {
+  const std::string all = plist("<string>" + repeated("&amp;", 1'000'000) + "</string>");
+  const auto value = PropertyList::parse(bytesOf(all));
+  ASSERT_TRUE(value);
+  EXPECT_EQ(*value->string(), std::string(1'000'000, '&'));
+}
+
+TEST(PropertyList, RefusesWhatOthersMayReadDifferently) {
+  const std::string twice = plist("<dict><key>a</key><true/><key>&#97;</key><false/></dict>");
+  const std::string inside =
+      plist("<array><dict><key>a</key><true/><key>a</key><true/></dict></array>");
+  const std::string binary = BinaryList{{"\xd2\x01\x01\x02\x02", "\x51\x61", "\x09"}}.bytes();
+  const std::string single = plist("<true/>");
+  expectRefusals(
+      PropertyList::parseUnambiguous, "",
+      {{"twice", twice, "XML property list: a dictionary has a key twice"},
+       {"twice inside", inside, "XML property list: a dictionary has a key twice"},
+       {"twice in binary form", binary, "binary property list: a dictionary has a key twice"},
+       {"goes on", single + "x", "XML property list: goes on after its end at byte 75"},
+       {"another list", single + single, "XML property list: goes on after its end at byte 75"},
+       {"old form", "{a=b;}", "XML property list: neither XML nor binary"},
+       {"empty", "", "XML property list: neither XML nor binary"}});
+  for (const std::string& text : {twice, inside, binary, single + "x"}) {
+    EXPECT_TRUE(PropertyList::parse(bytesOf(text))) << text;
+  }
+  expectReadings(PropertyList::parseUnambiguous,
+                 {{plist("<dict><key>a</key><dict><key>a</key><true/></dict></dict>") + " \r\n\t",
+                   Dictionary{{"a", Dictionary{{"a", true}}}}}});
+}
+
+/// A dictionary of the numbers below `count`, each made a key.
+template <class Key>
+std::string dictionaryOf(unsigned count, Key key) {
+  std::string text = "<dict>";
+  for (unsigned i = 0; i < count; ++i) text += "<key>" + key(i) + "</key><true/>";
+  return plist(text + "</dict>");
+}
+
+/// One of 65,536 texts that libplist's table keeps in one row.
+std::string alike(unsigned number) {
+  std::string key;
+  for (int bit = 0; bit < 16; ++bit) key += number >> bit & 1 ? "BA" : "Ab";
+  return key;
+}
+
+std::string oldDictionaryOfAlike(unsigned count) {
+  std::string text = "{";
+  for (unsigned i = 0; i < count; ++i) text += alike(i) + "=1;";
+  return text + "}";
+}
+
+/// All values are the first key.
+std::string binaryDictionaryOfAlike(unsigned count) {
+  BinaryList list{.objects = {}, .top = count, .referenceSize = 4};
+  std::string keys;
+  for (unsigned i = 0; i < count; ++i) {
+    list.objects.push_back("\x5f\x10\x20" + alike(i));
+    keys += bigEndian(i, 4);
+  }
+  list.objects.push_back("\xdf\x12" + bigEndian(count, 4) + keys +
+                         std::string(std::size_t{count} * 4, '\0'));
+  return list.bytes();
+}
+
+TEST(PropertyList, RefusesDictionariesThatTakeTooLongToFill) {
+  const auto resource = [](unsigned i) {
+    return "Assets/picture" + std::to_string(i) + "&amp;.png";
+  };
+  const auto big = PropertyList::parse(bytesOf(dictionaryOf(100'000, resource)));
+  ASSERT_TRUE(big) << big.error().localizedDescription();
+  EXPECT_EQ(big->dictionary()->size(), 100'000U);
+  EXPECT_TRUE(big->find("Assets/picture99999&.png"));
+  const auto number = [](unsigned i) { return std::to_string(i); };
+  const auto escaped = [](unsigned i) { return "&#x41;<![CDATA[b]]>" + alike(i); };
+  const auto repeatedNumber = [](unsigned i) { return std::to_string(i % 2000); };
+  const std::string complaint = " keys of a dictionary are too many, repeated or too much alike";
+  expectRefusals(PropertyList::parse, "XML property list, line 2: the ",
+                 {{"many", dictionaryOf(400'000, number), "400000" + complaint},
+                  {"alike", dictionaryOf(3000, alike), "3000" + complaint},
+                  {"alike and escaped", dictionaryOf(3000, escaped), "3000" + complaint},
+                  {"repeated", dictionaryOf(4000, repeatedNumber), "4000" + complaint}});
+  // What these hold could not be read again once it is written.
+  expectRefusals(
+      PropertyList::parse, "",
+      {{"binary", binaryDictionaryOfAlike(3000), "binary property list: the 3000" + complaint},
+       {"old form", oldDictionaryOfAlike(3000),
+        "property list in the old text form, line 1: the 3000" + complaint}});
+  EXPECT_TRUE(PropertyList::parse(bytesOf(binaryDictionaryOfAlike(1000))));
+  EXPECT_TRUE(PropertyList::parse(bytesOf(oldDictionaryOfAlike(1000))));
+}
+
+TEST(PropertyList, ReadsEveryBinaryKind) {
+  const BinaryList every{{
+      "\xac\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0a\x0b\x0c",
+      "\x08",
+      "\x09",
+      "\x10\xff",
+      "\x13" + bigEndian(static_cast<std::uint64_t>(-2), 8),
+      "\x14" + bigEndian(0, 8) + bigEndian(~std::uint64_t{0}, 8),
+      "\x23" + bigEndian(std::bit_cast<std::uint64_t>(-1.25), 8),
+      dateObject(0.5),
+      "\x43\x00\xff\x01"s,
+      "\x53xyz",
+      "\x62\x00\xe4\x20\xac"s,
+      "\x81\x01\x02"s,
+      "\xd1\x09\x02",
+  }};
+  const BinaryList shared{{"\xa2\x01\x01", "\xa1\x02", "\x51x"}};
+  expectReadings(
+      PropertyList::parse,
+      {{every.bytes(), Array{false, true, 255, -2, ~std::uint64_t{0}, -1.25,
+                             Date(std::chrono::microseconds(978307200500000)), Data("\0\xff\x01"s),
+                             "xyz", "\u00e4\u20ac", Value::UID{258}, Dictionary{{"xyz", true}}}},
+       {shared.bytes(), Array{Array{"x"}, Array{"x"}}},
+       {BinaryList{{dateObject(63113904000)}}.bytes(), Date(std::chrono::seconds(64092211200))}});
+}
+
+/// An array that holds the next one `width` times, `depth` times over.
+std::string laughs(int depth, int width) {
+  BinaryList list;
+  list.referenceSize = 4;
+  for (int i = 0; i < depth; ++i) {
+    list.objects.push_back(static_cast<char>(0xa0 + width) +
+                           repeated(bigEndian(static_cast<std::uint64_t>(i) + 1, 4), width));
+  }
+  list.objects.emplace_back("\x51x");
+  return list.bytes();
+}
+
+TEST(PropertyList, RefusesDamagedBinary) {
+  const std::string most = bigEndian(~std::uint64_t{0}, 8);
+  std::string badOffset = BinaryList{{"\xa1\x01", "\x51x"}}.bytes();
+  badOffset[badOffset.size() - 32 - 1] = '\x7f';
+  expectRefusals(
+      PropertyList::parse, "binary property list: ",
+      {{"header only", "bplist00", "shorter than its header and trailer"},
+       {"contains itself", BinaryList{{"\xa1\x00"s}}.bytes(), "object 0 of 1 contains itself"},
+       {"contains itself further down", BinaryList{{"\xa1\x01", "\xd1\x02\x00"s, "\x51x"}}.bytes(),
+        "object 0 of 3 contains itself"},
+       {"deep", laughs(513, 1), "nested deeper than 512 levels"},
+       {"very deep", laughs(100000, 1), "nested deeper than 512 levels"},
+       {"doubled 100 times", laughs(100, 2), "object 84 of 101 repeats shared objects too often"},
+       {"missing child", BinaryList{{"\xa1\x07"}}.bytes(),
+        "object 0 of 1 refers to the missing object 7"},
+       {"missing top", BinaryList{{"\x08"}, 1}.bytes(), "the top object 1 of 1 is missing"},
+       {"huge count", BinaryList{{"\x08"}, 0, ~std::uint64_t{0}}.bytes(),
+        "the table of 18446744073709551615 offsets at 9 lies outside"},
+       {"table outside", BinaryList{{"\x08"}, 0, 1, 1000}.bytes(),
+        "the table of 1 offsets at 1000 lies outside"},
+       {"table in the header", BinaryList{{"\x08"}, 0, 1, 2}.bytes(),
+        "the table of 1 offsets at 2 lies outside"},
+       {"huge array", BinaryList{{"\xaf\x13" + most}}.bytes(),
+        "object 0 of 1 has 18446744073709551615 entries, more than there is room for"},
+       {"huge text", BinaryList{{"\x6f\x13" + most}}.bytes(),
+        "object 0 of 1 (marker 0x6f) is cut off or of no known type"},
+       {"length without a size", BinaryList{{"\x5f"}}.bytes(),
+        "object 0 of 1 lies outside or has no readable length"},
+       {"unknown type", BinaryList{{"\x70"}}.bytes(),
+        "object 0 of 1 (marker 0x70) is cut off or of no known type"},
+       {"null", BinaryList{{"\x00"s}}.bytes(),
+        "object 0 of 1 (marker 0x00) is cut off or of no known type"},
+       {"number as key", BinaryList{{"\xd1\x01\x01", "\x10\x01"}}.bytes(),
+        "object 0 of 2 has a key that is no text or holds a zero character"},
+       {"zero in a key", BinaryList{{"\xd1\x01\x01", "\x62\x00x\x00\x00"s}}.bytes(),
+        "object 0 of 2 has a key that is no text or holds a zero character"},
+       {"offset in the trailer", badOffset, "object 1 of 2 lies outside or has no readable length"},
+       {"date beyond all", BinaryList{{dateObject(1e300)}}.bytes(),
+        "a date outside the years 1 to 9999"},
+       {"date that is no number",
+        BinaryList{{dateObject(std::numeric_limits<double>::quiet_NaN())}}.bytes(),
+        "a date outside the years 1 to 9999"}});
+}
+
+}  // namespace
+}  // namespace foundation

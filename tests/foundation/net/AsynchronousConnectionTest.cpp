@@ -1,0 +1,237 @@
+#include <atomic>
+#include <thread>
+
+#include "foundation/queue/RunLoop.h"
+#include "tests/foundation/net/Connections.h"
+#include "tests/support/MachOFixture.h"
+
+namespace foundation {
+namespace {
+
+using namespace std::chrono_literals;
+/// Writes down what it is told.
+struct Recorder : URLConnection::Delegate {
+  std::vector<std::string> calls;
+  std::string body;
+  std::optional<HTTPResponse> response;
+  std::optional<Error> error;
+  std::vector<ProtectionSpace> questions;
+  std::function<void(URLConnection&, const char* call)> onCall;
+  std::thread::id home = std::this_thread::get_id();
+  int ends = 0;
+
+  void note(URLConnection& connection, const char* call) {
+    EXPECT_EQ(std::this_thread::get_id(), home);
+    EXPECT_EQ(ends, 0) << call << " after the end";
+    if (calls.empty() || calls.back() != call) calls.emplace_back(call);
+    if (onCall) onCall(connection, call);
+  }
+  void connectionDidReceiveResponse(URLConnection& c, const HTTPResponse& r) override {
+    note(c, "response");
+    response = r;
+  }
+  void connectionDidReceiveData(URLConnection& c, Bytes data) override {
+    note(c, "data");
+    body += textOf(data);
+  }
+  void connectionDidFailWithError(URLConnection& c, const Error& e) override {
+    note(c, "error");
+    error = e;
+    ++ends;
+  }
+  void connectionDidFinishLoading(URLConnection& c) override {
+    note(c, "finish");
+    ++ends;
+  }
+  bool connectionCanAuthenticateAgainstProtectionSpace(URLConnection& c,
+                                                       const ProtectionSpace& space) override {
+    note(c, "question");
+    questions.push_back(space);
+    return true;
+  }
+};
+
+bool runUntil(const std::function<bool()>& isDone) { return RunLoop::main().runUntil(isDone, 30s); }
+
+std::shared_ptr<Recorder> exchange(const URLRequest& request) {
+  auto recorder = std::make_shared<Recorder>();
+  URLConnection(request, recorder).start();  // the exchange outlives the object
+  EXPECT_TRUE(runUntil([&] { return recorder->ends > 0; }));
+  return recorder;
+}
+
+using AsynchronousTLS = WithTrustedAuthority;
+
+TEST(AsynchronousConnection, TellsResponseDataAndEnd) {
+  const LoopbackServer server(alwaysAnswer(httpAnswer(201, "the body", "X-Field: value\r\n")));
+  const auto recorder = exchange(requestFor(server.url("/")));
+  EXPECT_THAT(recorder->calls, testing::ElementsAre("response", "data", "finish"));
+  EXPECT_EQ(recorder->response->statusCode, 201);
+  EXPECT_EQ(recorder->response->headers.at("x-field"), "value");
+  EXPECT_EQ(recorder->body, "the body");
+  EXPECT_EQ(recorder.use_count(), 1) << "the delegate is let go at the end";
+}
+
+TEST(AsynchronousConnection, EndsInOneErrorForEveryFault) {
+  const std::string half = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfive!";
+  struct Fault {
+    test::Handler handler;
+    long code;
+    testing::Matcher<std::vector<std::string>> calls;
+  };
+  for (const Fault& c :
+       {Fault{[](const auto&, Peer& p) { p.reset(); }, -1005, testing::ElementsAre("error")},
+        Fault{[&](const auto&, Peer& p) {
+                p.send(half);
+                p.close();
+              },
+              -1005, testing::ElementsAre("response", "data", "error")},
+        Fault{[&](const auto&, Peer& p) {
+                p.send(half);
+                p.stall();
+              },
+              -1001, testing::ElementsAre("response", "data", "error")},
+        Fault{alwaysAnswer(httpAnswer(302, "", "Location: /\r\n")), -1007,
+              testing::ElementsAre("error")}}) {
+    const LoopbackServer server(c.handler);
+    URLRequest request = requestFor(server.url("/"));
+    request.idleTimeout = 300ms;
+    const auto recorder = exchange(request);
+    EXPECT_THAT(recorder->calls, c.calls);
+    EXPECT_EQ(recorder->error->code, c.code) << recorder->error->description();
+  }
+  EXPECT_EQ(exchange(URLRequest())->error->code, -1002);
+}
+
+TEST_F(AsynchronousTLS, CancelledFromACallItIsSilentFromThenOn) {
+  const LoopbackServer server(alwaysAnswer(httpAnswer(200, std::string(3'000'000, 'x'))),
+                              tls(authority_));
+  for (const std::string at : {"question", "response", "data"}) {
+    SCOPED_TRACE(at);
+    const auto recorder = std::make_shared<Recorder>();
+    recorder->onCall = [&](URLConnection& connection, const char* call) {
+      if (at == call) connection.cancel();
+    };
+    URLConnection connection(requestFor(server.url("/")), recorder);
+    connection.start();
+    EXPECT_TRUE(runUntil([&] { return recorder.use_count() == 1; }));
+    EXPECT_EQ(recorder->calls.back(), at);
+    EXPECT_EQ(recorder->ends, 0);
+    if (at == "question") {
+      EXPECT_TRUE(server.requests().empty());
+    }
+  }
+}
+
+TEST(AsynchronousConnection, CancelledFromOtherThreadsItEndsAtMostOnce) {
+  const LoopbackServer server(alwaysAnswer(httpAnswer(200, "body")));
+  for (int round = 0; round < 50; ++round) {
+    const auto recorder = std::make_shared<Recorder>();
+    URLConnection connection(requestFor(server.url("/")), recorder);
+    connection.start();
+    std::thread other([&] { connection.cancel(); });
+    EXPECT_TRUE(runUntil([&] { return recorder.use_count() == 1; }));
+    other.join();
+    EXPECT_LE(recorder->ends, 1);
+    EXPECT_FALSE(recorder->error);
+  }
+}
+
+TEST(AsynchronousConnection, AsksOnlyForRealChallenges) {
+  struct Case {
+    int status;
+    const char* field;
+    const char* method;
+    const char* realm;
+  };
+  for (const Case& c : {Case{401, "WWW-Authenticate: Basic realm=\"a \\\"b\\\"\"\r\n",
+                             "NSURLAuthenticationMethodHTTPBasic", "a \"b\""},
+                        Case{407, "proxy-authenticate: digest nonce=1, realm=x\r\n",
+                             "NSURLAuthenticationMethodHTTPDigest", "x"},
+                        Case{401, "", nullptr, nullptr},
+                        Case{403, "WWW-Authenticate: Basic\r\n", nullptr, nullptr}}) {
+    SCOPED_TRACE(c.field);
+    const LoopbackServer server(alwaysAnswer(httpAnswer(c.status, "", c.field)));
+    const auto recorder = exchange(requestFor(server.url("/")));
+    EXPECT_EQ(recorder->response->statusCode, c.status);
+    ASSERT_EQ(recorder->questions.size(), c.method ? 1u : 0u);
+    if (!c.method) continue;
+    EXPECT_EQ(recorder->questions[0].host, "127.0.0.1");
+    EXPECT_EQ(recorder->questions[0].port, server.port());
+    EXPECT_EQ(recorder->questions[0].authenticationMethod, c.method);
+    EXPECT_EQ(recorder->questions[0].realm, c.realm);
+    EXPECT_FALSE(recorder->questions[0].hasServerTrust);
+  }
+}
+
+TEST(AsynchronousConnection, ATunnelThatAsksForAPasswordIsAChallengeAndShownNothing) {
+  const LoopbackServer proxy(
+      alwaysAnswer(httpAnswer(407, "", "Proxy-Authenticate: Basic realm=\"p\"\r\n")));
+  const test::ScopedEnvironment https("https_proxy", proxy.url().c_str());
+  const URLRequest request = secretPostTo("https://service.invalid/path", 10);
+  const auto recorder = exchange(request);
+  EXPECT_THAT(recorder->calls, testing::ElementsAre("question", "error"));
+  EXPECT_FALSE(recorder->questions.at(0).hasServerTrust);
+  for (const auto& error : {recorder->error, send(request).error}) {
+    EXPECT_EQ(error->code, -1004);
+    EXPECT_THAT(error->localizedDescription(),
+                testing::HasSubstr("the proxy 127.0.0.1 port " + std::to_string(proxy.port()) +
+                                   " answered 407"));
+  }
+  for (const auto& received : proxy.requests()) {
+    EXPECT_THAT(received->raw, testing::Not(testing::HasSubstr("canary")));
+  }
+}
+
+TEST(AsynchronousConnection, ABodyThatBecomesTooLongIsRefusedOnEitherPath) {
+  constexpr std::size_t limit = std::size_t{16} << 20;
+  const test::TemporaryFolder folder;
+  for (const std::size_t size : {limit, limit + 1}) {
+    const bool fits = size == limit;
+    test::runCommand(
+        {"sh", "-c", "head -c $0 /dev/zero | gzip >$1", std::to_string(size), folder / "body"});
+    const std::string body = test::contentsOf(folder / "body");
+    ASSERT_LT(body.size(), 20'000u);
+    const LoopbackServer server(alwaysAnswer(httpAnswer(200, body, "Content-Encoding: gzip\r\n")));
+    const auto synchronous = send(requestFor(server.url("/")));
+    const auto asynchronous = exchange(requestFor(server.url("/")));
+    EXPECT_EQ(synchronous.data.has_value(), fits);
+    EXPECT_LE(asynchronous->body.size(), limit);
+    for (const auto& error : {synchronous.error, asynchronous->error}) {
+      ASSERT_EQ(error.has_value(), !fits);
+      if (fits) continue;
+      EXPECT_EQ(error->code, -1103);
+      EXPECT_THAT(error->localizedDescription(),
+                  testing::HasSubstr("sent a body of more than 16 MiB"));
+    }
+  }
+}
+
+TEST_F(AsynchronousTLS, AsksOncePerConnectionBeforeTheRequest) {
+  const LoopbackServer server(alwaysAnswer(httpAnswer(200, "safe")), tls(authority_));
+  std::size_t questions = 0;
+  for (int round = 0; round < 3; ++round) {
+    const auto recorder = exchange(requestFor(server.url("/")));
+    EXPECT_EQ(recorder->body, "safe");
+    questions += recorder->questions.size();
+    for (const ProtectionSpace& space : recorder->questions) {
+      EXPECT_TRUE(space.hasServerTrust);
+      EXPECT_EQ(space.host, "localhost");
+      EXPECT_EQ(recorder->calls.front(), "question");
+    }
+  }
+  EXPECT_EQ(questions, server.connectionCount());
+  EXPECT_EQ(server.connectionCount(), 1u) << "a connection is used again";
+}
+
+TEST_F(AsynchronousTLS, AYesTrustsNobody) {
+  const test::TLSAuthority stranger;
+  const LoopbackServer server(alwaysAnswer(httpAnswer(200)), tls(stranger));
+  const auto recorder = exchange(secretPostTo(server.url("/"), 10));
+  EXPECT_THAT(recorder->calls, testing::ElementsAre("question", "error"));
+  EXPECT_EQ(recorder->error->code, -1202);
+  EXPECT_TRUE(server.requests().empty());
+}
+
+}  // namespace
+}  // namespace foundation

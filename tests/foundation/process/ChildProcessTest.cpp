@@ -1,0 +1,209 @@
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include "foundation/process/ChildProcess.h"
+#include "tests/support/OtherProcess.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+using foundation::ChildProcess;
+using foundation::Termination;
+using testing::HasSubstr;
+using Clock = std::chrono::steady_clock;
+
+struct Outcome {
+  Termination termination;
+  std::string output;
+  std::string error;
+};
+
+Outcome run(const ChildProcess::Launch& launch) {
+  auto child = ChildProcess::launch(launch);
+  if (!child) throw std::runtime_error(child.error().localizedDescription());
+  Outcome outcome;
+  outcome.termination = child->waitUntilExit();
+  outcome.error = child->readStandardErrorToEnd().text();
+  outcome.output = child->readStandardOutputToEnd().text();
+  return outcome;
+}
+
+ChildProcess::Launch shell(const std::string& script) {
+  return {.executable = "/bin/sh", .arguments = {"-c", script}};
+}
+
+/// True once the process has ended, though nobody may have waited for it; false when it does not
+/// within ten seconds.
+bool ends(pid_t process) {
+  const auto limit = Clock::now() + std::chrono::seconds(10);
+  for (;;) {
+    std::ostringstream state;
+    state << std::ifstream("/proc/" + std::to_string(process) + "/stat").rdbuf();
+    if (state.str().empty() || state.str().find(") Z ") != std::string::npos) return true;
+    if (Clock::now() > limit) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+TEST(ChildProcess, TellsExitFromSignal) {
+  const struct {
+    const char* script;
+    Termination::Reason reason;
+    int status;
+  } cases[] = {
+      {"exit 0", Termination::Reason::exited, 0},
+      {"exit 143", Termination::Reason::exited, 143},
+      {"kill -KILL $$", Termination::Reason::signalled, SIGKILL},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = run(shell(c.script));
+    EXPECT_EQ(outcome.termination.reason, c.reason) << c.script;
+    EXPECT_EQ(outcome.termination.status, c.status) << c.script;
+  }
+}
+
+TEST(ChildProcess, WhatCannotStartIsAnErrorAndLeavesNothingBehind) {
+  const test::TemporaryFolder folder;
+  ::chmod(folder.write("headless", "echo hello\n").c_str(), 0755);
+  folder.write("plain", "#!/bin/sh\n");
+  const std::string nul("a\0b", 3);
+  const struct {
+    ChildProcess::Launch launch;
+    int code;
+    std::string complaint;
+  } cases[] = {
+      {{.executable = folder / "missing"}, ENOENT, (folder / "missing").string()},
+      {{.executable = "ls"}, ENOENT, "cannot launch ls"},
+      {{.executable = folder / "plain"}, EACCES, "plain"},
+      {{.executable = folder / "headless"}, ENOEXEC, "headless"},
+      {{.executable = "/bin/true", .workingDirectory = folder / "gone"},
+       ENOENT,
+       "working directory " + (folder / "gone").string()},
+      {{.executable = "/bin/true", .arguments = {nul}}, EINVAL, "/bin/true"},
+  };
+  for (const auto& c : cases) {
+    const auto child = ChildProcess::launch(c.launch);
+    ASSERT_FALSE(child) << c.complaint;
+    EXPECT_EQ(child.error().code, c.code) << c.complaint;
+    EXPECT_THAT(child.error().localizedDescription(), HasSubstr(c.complaint));
+  }
+  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
+}
+
+TEST(ChildProcess, LeadsASessionOfItsOwnWithDefaultSignals) {
+  const std::string seen = test::inChildProcess([] {
+    std::signal(SIGPIPE, SIG_IGN);
+    sigset_t block;
+    sigemptyset(&block);
+    sigaddset(&block, SIGTERM);
+    ::pthread_sigmask(SIG_BLOCK, &block, nullptr);
+    // Not a shell, which blocks signals while it starts a program itself.
+    return run({.executable = "/bin/cat", .arguments = {"/proc/self/stat", "/proc/self/status"}})
+        .output;
+  });
+  EXPECT_THAT(seen, HasSubstr("SigBlk:\t0000000000000000\n"));
+  // Above the 31 classic signals the C library keeps two for itself, which it may ignore.
+  const auto ignored = std::stoull(seen.substr(seen.find("SigIgn:\t") + 8), nullptr, 16);
+  EXPECT_EQ(ignored & 0x7fffffff, 0U);
+  std::istringstream fields(seen);
+  std::string process, name, state, parent, group, session;
+  fields >> process >> name >> state >> parent >> group >> session;
+  EXPECT_EQ(group, process);
+  EXPECT_EQ(session, process);
+}
+
+TEST(ChildProcess, InheritsOnlyItsThreeStreams) {
+  const int leaked = ::open("/dev/null", O_RDONLY);  // not close-on-exec
+  const int far = ::fcntl(leaked, F_DUPFD, 200);
+  const Outcome outcome = run({.executable = "/bin/ls", .arguments = {"/proc/self/fd"}});
+  ::close(leaked);
+  ::close(far);
+  EXPECT_EQ(outcome.output, "0\n1\n2\n3\n");  // 3 is the listing's own
+}
+
+TEST(ChildProcess, WorksWhateverItsOwnLauncherDid) {
+  EXPECT_EQ(test::inChildProcess([] {
+              std::signal(SIGCHLD, SIG_IGN);
+              for (const int stream : {0, 1, 2}) ::close(stream);
+              const Outcome outcome = run(shell("echo out; echo err >&2; exit 7"));
+              return outcome.output + outcome.error + std::to_string(outcome.termination.status);
+            }),
+            "out\nerr\n7");
+}
+
+TEST(ChildProcess, StandardInputStaysOpenAndSilent) {
+  const Outcome outcome = run({.executable = "/usr/bin/timeout", .arguments = {"0.3", "cat"}});
+  EXPECT_EQ(outcome.termination.status, 124);
+}
+
+TEST(ChildProcess, APipeTakesAsMuchAsTheSystemAllows) {
+  int limit = 0;
+  std::ifstream("/proc/sys/fs/pipe-max-size") >> limit;
+  ASSERT_GT(limit, 0);
+  const std::string size = std::to_string(std::min(limit, 1 << 20));
+  EXPECT_EQ(
+      run({.executable = "/usr/bin/head", .arguments = {"-c", size, "/dev/zero"}}).output.size(),
+      std::stoul(size));
+}
+
+TEST(ChildProcess, DoesNotWaitLongForAGrandchildThatHoldsThePipes) {
+  const auto start = Clock::now();
+  const Outcome outcome = run(shell("sleep 30 & echo $!; exit 5"));
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(15));
+  EXPECT_EQ(outcome.termination.status, 5);
+  EXPECT_EQ(::kill(std::stoi(outcome.output), SIGKILL), 0);
+}
+
+TEST(ChildProcess, AllRunningChildrenCanBeEndedWithTheirOwn) {
+  const test::TemporaryFolder folder;
+  const std::string pipe = folder / "pid";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  auto family = ChildProcess::launch(shell("sleep 60 & echo $! > " + pipe + "; wait"));
+  auto single = ChildProcess::launch({.executable = "/bin/sleep", .arguments = {"60"}});
+  auto ended = ChildProcess::launch({.executable = "/bin/true"});
+  ASSERT_TRUE(family && single && ended);
+  ended->waitUntilExit();
+  pid_t grandchild = 0;
+  ASSERT_TRUE(std::ifstream(pipe) >> grandchild);
+  foundation::terminateRunningChildren(SIGTERM);
+  EXPECT_EQ(family->waitUntilExit().status, SIGTERM);
+  EXPECT_EQ(single->waitUntilExit().status, SIGTERM);
+  EXPECT_EQ(ended->waitUntilExit().status, 0);
+  EXPECT_TRUE(ends(grandchild));
+}
+
+TEST(ChildProcess, AChildWithoutOwnerIsReapedLater) {
+  const pid_t orphan =
+      ChildProcess::launch({.executable = "/bin/sleep", .arguments = {"60"}})->processIdentifier();
+  ::kill(orphan, SIGKILL);
+  ASSERT_TRUE(ends(orphan));
+  run({.executable = "/bin/true"});
+  EXPECT_EQ(foundation::processRecord(orphan)->processIdentifier, 0);
+}
+
+TEST(ChildProcess, ManyAtOnceDoNotHoldEachOthersPipes) {
+  std::vector<std::thread> threads;
+  std::atomic<int> wrong{0};
+  for (int thread = 0; thread < 8; ++thread) {
+    threads.emplace_back([thread, &wrong] {
+      for (int i = 0; i < 10; ++i) {
+        const std::string word = std::to_string(thread * 100 + i);
+        if (run({.executable = "/bin/echo", .arguments = {word}}).output != word + "\n") ++wrong;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+}  // namespace

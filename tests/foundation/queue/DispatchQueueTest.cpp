@@ -1,0 +1,224 @@
+#include <atomic>
+#include <barrier>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "foundation/queue/DispatchQueue.h"
+#include "foundation/queue/RunLoop.h"
+
+namespace {
+
+using foundation::DispatchQueue;
+using std::chrono::milliseconds;
+constexpr std::chrono::seconds kLimit{20};
+
+TEST(DispatchQueue, ASerialQueueRunsOnePieceAtATimeInOrder) {
+  const auto queue = DispatchQueue::serial("one");
+  std::vector<std::vector<int>> seen(8);
+  int count = 0;  // unguarded on purpose
+  std::vector<std::thread> threads;
+  for (std::size_t thread = 0; thread < seen.size(); ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int i = 0; i < 500; ++i) {
+        queue.async([&, thread, i] {
+          seen[thread].push_back(i);
+          ++count;
+        });
+        queue.sync([&] { ++count; });
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(count, 8000);
+  for (const auto& order : seen) {
+    EXPECT_EQ(order.size(), 500U);
+    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+  }
+}
+
+TEST(DispatchQueue, SyncRunsOnTheCallersThreadAndPassesExceptionsOn) {
+  const auto queue = DispatchQueue::serial("sync");
+  EXPECT_THROW(queue.sync([] { throw std::runtime_error("out"); }), std::runtime_error);
+  std::thread::id thread;
+  queue.sync([&] {
+    thread = std::this_thread::get_id();
+    EXPECT_TRUE(queue.isCurrent());
+  });
+  EXPECT_EQ(thread, std::this_thread::get_id());
+  EXPECT_FALSE(queue.isCurrent());
+}
+
+TEST(DispatchQueueDeathTest, SyncFromInsideStopsTheProcess) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto outer = DispatchQueue::serial("outer");
+  const auto inner = DispatchQueue::serial("inner");
+  EXPECT_DEATH(outer.sync([&] { inner.sync([&] { outer.sync([] {}); }); }), "isCurrent");
+  EXPECT_DEATH(DispatchQueue::main().sync([] {}), "main");
+}
+
+TEST(DispatchQueue, AnObjectMayDieOnItsOwnQueue) {
+  struct Object {
+    DispatchQueue queue = DispatchQueue::serial("own");
+    std::promise<bool> died;
+    ~Object() {
+      queue.syncOrInline([this] { died.set_value(queue.isCurrent()); });
+    }
+  };
+  for (const bool capturedOnly : {true, false}) {
+    auto object = std::make_shared<Object>();
+    auto died = object->died.get_future();
+    const DispatchQueue queue = object->queue;
+    if (capturedOnly) {
+      queue.async([kept = std::move(object)] {});
+    } else {
+      queue.async([kept = std::move(object)]() mutable { kept.reset(); });
+    }
+    ASSERT_EQ(died.wait_for(kLimit), std::future_status::ready);
+    EXPECT_TRUE(died.get());
+  }
+  const auto object = std::make_unique<Object>();
+}
+
+TEST(DispatchQueue, AQueueOutlivesItsHandles) {
+  std::promise<void> gate;
+  const auto answer = std::make_shared<std::promise<int>>();
+  {
+    const auto queue = DispatchQueue::serial("short");
+    queue.async([opened = gate.get_future().share()] { opened.wait(); });
+    queue.async([answer] { answer->set_value(42); });
+  }
+  gate.set_value();
+  EXPECT_EQ(answer->get_future().get(), 42);
+}
+
+TEST(DispatchQueue, TheGlobalQueueRunsPiecesSideBySide) {
+  constexpr int pieces = 10;
+  // Shared, since a piece may still be leaving it when the test has gone on.
+  const auto meeting = std::make_shared<std::barrier<>>(pieces + 1);
+  for (int i = 0; i < pieces; ++i) {
+    DispatchQueue::global().async([meeting] { meeting->arrive_and_wait(); });
+  }
+  meeting->arrive_and_wait();
+  EXPECT_FALSE(DispatchQueue::global().isCurrent());
+}
+
+std::size_t threadCount() {
+  const std::filesystem::directory_iterator tasks("/proc/self/task");
+  return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+/// 300 pieces that wait for each other, in several ways; `done` is to be called once by each.
+using Waits = std::function<void(const DispatchQueue& shared, std::function<void()> done)>;
+constexpr int kPieces = 300;
+
+TEST(DispatchQueue, NoNumberOfPiecesThatWaitForEachOtherIsTooLarge) {
+  const auto opened = std::make_shared<std::promise<void>>();
+  const auto gate = opened->get_future().share();
+  const auto arrived = std::make_shared<std::atomic<int>>(0);
+  const Waits callbacks = [](const DispatchQueue& shared, const auto& done) {
+    DispatchQueue::global().async([=] {
+      shared.async([] {});
+      shared.sync(done);
+    });
+  };
+  const Waits turns = [](const DispatchQueue& shared, const auto& done) {
+    DispatchQueue::serial("its own").async([=] {
+      DispatchQueue::serial("another").sync([&] { shared.sync([] {}); });
+      DispatchQueue::global().async(done);
+    });
+  };
+  const Waits unseen = [=](const DispatchQueue&, const auto& done) {
+    DispatchQueue::global().async([=] {
+      if (++*arrived == kPieces) opened->set_value();
+      gate.wait();
+      done();
+    });
+  };
+  const std::size_t threadsBefore = threadCount();
+  for (const Waits& waits : {callbacks, turns, unseen}) {
+    const auto shared = DispatchQueue::serial("shared");
+    const auto count = std::make_shared<std::atomic<int>>(0);
+    const auto all = std::make_shared<std::promise<void>>();
+    for (int i = 0; i < kPieces; ++i) {
+      waits(shared, [count, all] {
+        if (++*count == kPieces) all->set_value();
+      });
+    }
+    ASSERT_EQ(all->get_future().wait_for(kLimit), std::future_status::ready) << *count;
+  }
+  const auto end = std::chrono::steady_clock::now() + kLimit;
+  while (threadCount() > threadsBefore + 8 && std::chrono::steady_clock::now() < end) {
+    std::this_thread::yield();
+  }
+  EXPECT_LE(threadCount(), threadsBefore + 8);
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(DispatchQueueDeathTest, GoesOnWithTheThreadsThatCanBeHad) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto runWithFewThreads = [] {
+    // Stacks are what there is no room for: the heap gets some beforehand.
+    ::mallopt(M_ARENA_MAX, 1);
+    ::mallopt(M_MMAP_THRESHOLD, 1 << 24);
+    ::mallopt(M_TRIM_THRESHOLD, 1 << 24);
+    void* volatile reserve = std::malloc(1 << 23);
+    std::free(reserve);
+    const rlimit limit{.rlim_cur = rlim_t{1} << 28, .rlim_max = rlim_t{1} << 28};
+    ::setrlimit(RLIMIT_AS, &limit);
+    std::atomic<int> done = 0;
+    for (int i = 0; i < kPieces; ++i) {
+      DispatchQueue::global().async([&done] {
+        std::this_thread::sleep_for(milliseconds(5));
+        ++done;
+      });
+    }
+    while (done < kPieces) std::this_thread::yield();
+    ::_exit(threadCount() < 50 ? 0 : 1);
+  };
+  EXPECT_EXIT(runWithFewThreads(), testing::ExitedWithCode(0), "");
+}
+#endif
+
+TEST(DispatchQueue, DelayedPiecesComeWhenDue) {
+  const auto queue = DispatchQueue::serial("later");
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<int> order;
+  const auto last = std::make_shared<std::promise<void>>();
+  queue.asyncAfter(milliseconds(60), [&order, last] {
+    order.push_back(2);
+    last->set_value();
+  });
+  queue.asyncAfter(milliseconds(20), [&] { order.push_back(1); });
+  ASSERT_EQ(last->get_future().wait_for(kLimit), std::future_status::ready);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(60));
+  EXPECT_EQ(order, (std::vector<int>{1, 2}));
+}
+
+TEST(DispatchQueue, TheMainQueueRunsOnTheMainLoopsThread) {
+  const auto main = DispatchQueue::main();
+  std::thread::id thread;
+  bool current = false;
+  std::thread([&] {
+    main.async([&] {
+      current = main.isCurrent();
+      thread = std::this_thread::get_id();
+    });
+  }).join();
+  EXPECT_TRUE(
+      foundation::RunLoop::main().runUntil([&] { return thread != std::thread::id(); }, kLimit));
+  EXPECT_EQ(thread, std::this_thread::get_id());
+  EXPECT_TRUE(current);
+  EXPECT_FALSE(main.isCurrent());
+}
+
+}  // namespace

@@ -1,0 +1,13 @@
+#include <gtest/gtest.h>
+
+#include "startup/SigningToolPath.h"
+
+namespace {
+
+TEST(SigningToolPath, OwnSigningToolsComeLast) {
+  EXPECT_EQ(pathWithSigningTools("/a:/b", "/p/tools"), "/a:/b:/p/tools");
+  EXPECT_EQ(pathWithSigningTools("", "/p/tools"), "/usr/bin:/bin:/p/tools");
+  EXPECT_EQ(pathWithSigningTools(std::nullopt, "/p/tools"), "/usr/bin:/bin:/p/tools");
+}
+
+}  // namespace

@@ -1,0 +1,169 @@
+#include <filesystem>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "foundation/format/PropertyList.h"
+#include "tests/support/AppFixture.h"
+#include "tests/support/MachOFixture.h"
+#include "tests/support/TemporaryFolder.h"
+#include "toolchain/display/SignatureReport.h"
+#include "toolchain/seal/ResourceSeal.h"
+#include "toolchain/sign/Signing.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using foundation::bytesOf;
+using foundation::Dictionary;
+using foundation::Value;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+constexpr const char* kEntitlements =
+    "<?xml version=\"1.0\"?>\n<plist><dict>\n <key>beta-reports-active</key> "
+    "<true/>\n</dict></plist>";
+
+class DisplayTest : public testing::Test {
+ protected:
+  void sign(const fs::path& code, const std::string& entitlements = "") const {
+    toolchain::SignOptions options;
+    options.code = code;
+    options.identity = test::signingFamily().leaf.sha1();
+    options.keychain = test::writeKeychain(folder_ / "keychain.pem");
+    options.force = true;
+    options.signingTime = std::chrono::sys_days{std::chrono::year{2026} / 3 / 9};
+    if (!entitlements.empty()) options.entitlements = folder_.write("given", entitlements);
+    const auto done = toolchain::sign(options);
+    ASSERT_TRUE(done) << done.error().localizedDescription();
+  }
+  [[nodiscard]] fs::path makeApp(const test::AppOptions& options = {}) const {
+    return test::makeApp(folder_.path(), options);
+  }
+  static std::vector<std::string> linesOf(const fs::path& code, int verbosity) {
+    const auto lines = toolchain::describe({.code = code, .verbosity = verbosity});
+    EXPECT_TRUE(lines) << lines.error().localizedDescription();
+    return lines ? *lines : std::vector<std::string>();
+  }
+  static toolchain::SigningInputs inputsOf(const fs::path& code) {
+    const auto inputs = toolchain::signingInputs(code);
+    EXPECT_TRUE(inputs) << inputs.error().localizedDescription();
+    return inputs ? *inputs : toolchain::SigningInputs();
+  }
+  static Value parsed(const std::string& text) {
+    return *foundation::PropertyList::parse(bytesOf(text));
+  }
+
+  test::TemporaryFolder folder_;
+};
+
+TEST_F(DisplayTest, MoreIsSaidAtEachLevel) {
+  const fs::path app = makeApp();
+  sign(app, kEntitlements);
+  const std::string executable = "Executable=" + fs::canonical(app / "Example").string();
+  EXPECT_THAT(linesOf(app, 0), ElementsAre(executable));
+  EXPECT_THAT(
+      linesOf(app, 1),
+      AllOf(Contains(executable), Contains("Identifier=com.example.app"),
+            Contains("Format=app bundle with Mach-O universal (armv7 arm64)"),
+            Contains(AllOf(StartsWith("CodeDirectory v=20400 size="), HasSubstr("flags=0x0(none)"),
+                           HasSubstr("+7 location=embedded"))),
+            Contains(StartsWith("Signature size=")),
+            Contains("Signed Time=2026-03-09 00:00:00 +0000"), Contains("Info.plist entries=8"),
+            Contains("TeamIdentifier=ABCDE12345"),
+            Contains(StartsWith("Sealed Resources version=2 rules=10 files=")),
+            Contains(StartsWith("Internal requirements count=1 size=")),
+            Not(Contains(StartsWith("Authority="))), Not(Contains(StartsWith("CDHash=")))));
+  EXPECT_THAT(linesOf(app, 2),
+              AllOf(Contains("Authority=iPhone Distribution: Example Corp (ABCDE12345)"),
+                    Contains("Authority=Test Developer Relations CA"),
+                    Contains("Authority=Test Root CA"), Not(Contains(StartsWith("CDHash=")))));
+  EXPECT_THAT(linesOf(app, 3),
+              AllOf(Contains("Hash type=sha256 size=32"), Contains("Hash choices=sha1,sha256"),
+                    Contains(StartsWith("CandidateCDHash sha1=")), Contains(StartsWith("CDHash=")),
+                    Contains("Page size=16384"), Contains("Executable Segment flags=0x1")));
+}
+
+TEST_F(DisplayTest, RequirementsAreText) {
+  const fs::path app = makeApp();
+  sign(app);
+  EXPECT_THAT(
+      *toolchain::describeRequirements(app),
+      ElementsAre(StartsWith("designated => identifier \"com.example.app\" and certificate")));
+  toolchain::SignOptions options;
+  options.code = app;
+  options.identity = "-";
+  options.force = true;
+  ASSERT_TRUE(toolchain::sign(options));
+  EXPECT_THAT(*toolchain::describeRequirements(app),
+              ElementsAre(StartsWith("# designated => cdhash H\"")));
+  EXPECT_THAT(linesOf(app, 1),
+              AllOf(Contains("Signature=adhoc"), Contains("TeamIdentifier=not set")));
+}
+
+TEST_F(DisplayTest, InputsOfSignedCodeAreWhatWasSigned) {
+  const fs::path app = makeApp();
+  sign(app, kEntitlements);
+  const auto inputs = inputsOf(app);
+  EXPECT_TRUE(inputs.isSigned);
+  EXPECT_EQ(inputs.entitlements, kEntitlements);
+  const Value rules = parsed(inputs.resourceRules);
+  const auto defaults = toolchain::defaultResourceRules(toolchain::BundleShape::flat);
+  EXPECT_EQ(*toolchain::parseResourceRules(*rules.find("rules")), defaults.rules);
+  EXPECT_EQ(*toolchain::parseResourceRules(*rules.find("rules2")), defaults.rules2);
+
+  sign(app);
+  EXPECT_EQ(parsed(inputsOf(app).entitlements), Value(Dictionary()));
+}
+
+/// A build that was made without signing is described by its profile.
+TEST_F(DisplayTest, InputsOfUnsignedCodeComeFromItsProfile) {
+  test::AppOptions options;
+  options.profile.bundleIdentifier = "*";
+  options.info = {{"CFBundleIdentifier", "com.example.exact"}};
+  const fs::path app = makeApp(options);
+  const auto failure = toolchain::describe({.code = app});
+  ASSERT_FALSE(failure);
+  EXPECT_EQ(failure.error().localizedDescription(), "code object is not signed at all");
+
+  const auto inputs = inputsOf(app);
+  EXPECT_FALSE(inputs.isSigned);
+  const Value entitlements = parsed(inputs.entitlements);
+  ASSERT_TRUE(entitlements.find("application-identifier"));
+  EXPECT_EQ(*entitlements.find("application-identifier"), Value("ABCDE12345.com.example.exact"));
+  EXPECT_TRUE(parsed(inputs.resourceRules).find("rules2"));
+
+  fs::remove(app / "embedded.mobileprovision");
+  EXPECT_EQ(parsed(inputsOf(app).entitlements), Value(Dictionary()));
+}
+
+/// What only the linker signed says nothing about entitlements.
+TEST_F(DisplayTest, TheLinkersSignatureDoesNotCount) {
+  const fs::path app = makeApp();
+  test::RealImageOptions image;
+  image.linkerArguments = {"-adhoc_codesign"};
+  test::linkImage(app / "Example", image);
+  EXPECT_THAT(linesOf(app, 1), Contains(HasSubstr("(adhoc,linker-signed)")));
+  EXPECT_TRUE(parsed(inputsOf(app).entitlements).find("application-identifier"));
+}
+
+TEST_F(DisplayTest, LooseFilesAndFaults) {
+  const fs::path file = folder_ / "tool";
+  test::linkImage(file);
+  sign(file);
+  EXPECT_THAT(linesOf(file, 1),
+              AllOf(Contains("Format=Mach-O thin (arm64)"), Contains("Info.plist=not bound"),
+                    Contains("Sealed Resources=none")));
+  const auto problemOf = [](const fs::path& code) {
+    return toolchain::signingInputs(code).error().localizedDescription();
+  };
+  EXPECT_THAT(problemOf(folder_.write("text", "text")), StartsWith("object file format"));
+  fs::create_directories(folder_ / "empty.app");
+  EXPECT_THAT(problemOf(folder_ / "empty.app"), StartsWith("bundle format unrecognized"));
+}
+
+}  // namespace

@@ -1,0 +1,315 @@
+#include "toolchain/bundle/CodeBundle.h"
+
+#include <algorithm>
+#include <system_error>
+
+#include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/format/PropertyList.h"
+#include "toolchain/common/BundleWalk.h"
+#include "toolchain/common/Messages.h"
+#include "toolchain/common/SignatureFault.h"
+#include "toolchain/signature/CodeDirectory.h"
+#include "toolchain/signature/Requirement.h"
+
+namespace toolchain {
+
+namespace fs = std::filesystem;
+using foundation::Links;
+
+namespace {
+
+bool isRegularFile(const fs::path& path) {
+  std::error_code failed;
+  return fs::is_regular_file(fs::symlink_status(path, failed));
+}
+
+bool isFolder(const fs::path& path) {
+  std::error_code failed;
+  return fs::is_directory(fs::symlink_status(path, failed));
+}
+
+foundation::Error unsuitable(const std::string& why) {
+  return faultError(Fault::bundleFormat, why);
+}
+
+/// What lies behind a link is not the bundle's, neither to read nor to sign.
+bool isRegularFileInFolder(const fs::path& path) {
+  return isFolder(path.parent_path()) && isRegularFile(path);
+}
+
+/// The folder in which the bundle keeps its Info.plist; empty without one.
+fs::path baseOf(const fs::path& bundle) {
+  for (const fs::path& base : {bundle, bundle / "Contents"}) {
+    if (isRegularFileInFolder(base / "Info.plist")) return base;
+  }
+  return {};
+}
+
+/// Where the executable of this name belongs, in a bundle that is its own base or has another.
+fs::path executablePath(const fs::path& bundle, const fs::path& base, const std::string& name) {
+  return (base == bundle ? base : base / "MacOS") / name;
+}
+
+/// Names a single entry of a folder, nothing above or below it.
+bool isPlainName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos &&
+         name.find('\0') == std::string_view::npos;
+}
+
+Result<fs::path> executableOf(const CodeBundle& code) {
+  const auto name = foundation::stringAt(code.info, "CFBundleExecutable");
+  if (!name) return unsuitable("Info.plist has no CFBundleExecutable");
+  if (!isPlainName(*name)) {
+    return unsuitable("CFBundleExecutable \"" + *name + "\" is not the name of a file");
+  }
+  const fs::path executable = executablePath(code.path, code.base, *name);
+  if (!isRegularFileInFolder(executable)) {
+    return unsuitable("the executable " + executable.string() + " is missing or no regular file");
+  }
+  return executable;
+}
+
+Result<CodeBundle> openBundle(CodeBundle code) {
+  code.base = baseOf(code.path);
+  if (code.base.empty()) return unsuitable("no Info.plist in " + code.path.string());
+  const fs::path infoPath = code.base / "Info.plist";
+  auto info = foundation::FileManager::contentsOfFile(infoPath, Links::refused);
+  if (!info) return info.error();
+  auto value = foundation::PropertyList::parse(info->bytes());
+  if (!value) return unsuitable(infoPath.string() + ": " + value.error().localizedDescription());
+  if (!value->dictionary()) return unsuitable(infoPath.string() + " is no dictionary");
+  code.info = std::move(*value->dictionary());
+  code.infoPlist = std::move(*info);
+  auto executable = executableOf(code);
+  if (!executable) return executable.error();
+  code.executable = std::move(*executable);
+  code.identifier = foundation::stringAt(code.info, "CFBundleIdentifier").value_or("");
+  if (code.identifier.empty()) code.identifier = identifierFromFileName(code.executable);
+  return code;
+}
+
+/// CFBundleIdentifier of the property list inside the file; empty without one.
+std::string embeddedIdentifier(const fs::path& file) {
+  const auto mapped = foundation::MappedFile::open(file, Links::refused);
+  if (!mapped) return {};
+  const auto image = MachOFile::parse(mapped->bytes());
+  if (!image) return {};
+  const Slice& slice = image->slices().front();
+  if (!slice.embeddedInfoPlist) return {};
+  const auto value = foundation::PropertyList::parse(image->bytesOf(slice).subspan(
+      slice.embeddedInfoPlist->offset, slice.embeddedInfoPlist->size));
+  if (!value || !value->dictionary()) return {};
+  return foundation::stringAt(*value->dictionary(), "CFBundleIdentifier").value_or("");
+}
+
+/// A bundle's executable stands for the bundle.
+Result<CodeBundle> openFile(CodeBundle code) {
+  const fs::path folder = code.path.parent_path();
+  if (!baseOf(folder).empty()) {
+    CodeBundle around = code;
+    around.path = folder;
+    auto bundle = openBundle(std::move(around));
+    if (bundle && bundle->executable == code.path) return bundle;
+  }
+  code.executable = code.path;
+  code.identifier = embeddedIdentifier(code.path);
+  if (code.identifier.empty()) code.identifier = identifierFromFileName(code.path);
+  return code;
+}
+
+bool isDigits(std::string_view text) {
+  return !text.empty() &&
+         std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+bool isSignableFile(const fs::path& path) {
+  const auto mapped = foundation::MappedFile::open(path, Links::refused);
+  return mapped && looksLikeMachO(mapped->bytes()) && MachOFile::parse(mapped->bytes()).ok();
+}
+
+/// Each bundle is sealed again in every one around it, so what signing takes grows with the depth.
+constexpr int kDeepestNesting = 16;
+
+std::size_t depthOf(const fs::path& path) {
+  return static_cast<std::size_t>(
+      std::count(path.native().begin(), path.native().end(), fs::path::preferred_separator));
+}
+
+}  // namespace
+
+Result<CodeBundle> CodeBundle::open(const fs::path& path) {
+  CodeBundle code;
+  code.name = path.string();
+  std::error_code failed;
+  code.path = fs::canonical(path, failed);
+  if (failed) return failure(failed.message());
+  return openResolved(std::move(code));
+}
+
+Result<CodeBundle> CodeBundle::openInside(const fs::path& path) {
+  CodeBundle code;
+  code.name = path.string();
+  code.path = path;
+  return openResolved(std::move(code));
+}
+
+Result<CodeBundle> CodeBundle::openResolved(CodeBundle code) {
+  if (isFolder(code.path)) return openBundle(std::move(code));
+  if (isRegularFile(code.path)) return openFile(std::move(code));
+  return failure("neither a folder nor a regular file");
+}
+
+fs::path CodeBundle::sealPath() const {
+  return isBundle() ? base / "_CodeSignature" / "CodeResources" : fs::path();
+}
+
+std::string CodeBundle::relativeExecutable() const {
+  return isBundle() ? executable.native().substr(base.native().size() + 1) : std::string();
+}
+
+bool CodeBundle::hasResourcesFolder() const { return isBundle() && isFolder(base / "Resources"); }
+
+std::string identifierFromFileName(const fs::path& path) {
+  std::string name = foundation::lastPathComponent(path.native());
+  const std::string extension = foundation::pathExtension(name);
+  const bool isVersion = !extension.empty() && extension[0] >= '0' && extension[0] <= '9';
+  if (!extension.empty() && !isVersion) name.resize(name.size() - extension.size() - 1);
+  // Of a numeric tail like .2.3.4 only the first number stays.
+  auto dot = name.rfind('.');
+  while (dot != std::string::npos && dot > 0 && isDigits(std::string_view(name).substr(dot + 1))) {
+    const auto before = name.rfind('.', dot - 1);
+    if (before == std::string::npos ||
+        !isDigits(std::string_view(name).substr(before + 1, dot - before - 1))) {
+      break;
+    }
+    name.resize(dot);
+    dot = before;
+  }
+  return name;
+}
+
+bool isCodeBundle(const fs::path& folder) {
+  const fs::path base = baseOf(folder);
+  if (base.empty()) return false;
+  const auto file = foundation::FileManager::contentsOfFile(base / "Info.plist", Links::refused);
+  if (!file) return false;
+  const auto info = foundation::PropertyList::parse(file->bytes());
+  if (!info || !info->dictionary()) return false;
+  const auto name = foundation::stringAt(*info->dictionary(), "CFBundleExecutable");
+  if (!name) return false;
+  // A name that leads elsewhere is for the one who opens the bundle to refuse.
+  return !isPlainName(*name) || isRegularFileInFolder(executablePath(folder, base, *name));
+}
+
+bool beginsLikeMachO(const fs::path& file) {
+  const auto mapped = foundation::MappedFile::open(file, Links::refused);
+  return mapped && looksLikeMachO(mapped->bytes());
+}
+
+bool isLooseCode(const fs::path& file) { return isRegularFile(file) && isSignableFile(file); }
+
+FolderSet::FolderSet(const std::vector<fs::path>& folders) {
+  for (const fs::path& folder : folders) folders_.insert(folder.native());
+}
+
+std::size_t FolderSet::countAround(const std::string& path) const {
+  std::size_t count = 0;
+  for (auto slash = path.find('/', 1); slash != path.npos; slash = path.find('/', slash + 1)) {
+    if (folders_.contains(std::string_view(path).substr(0, slash))) ++count;
+  }
+  return count;
+}
+
+Result<std::vector<fs::path>> nestedBundles(const CodeBundle& bundle) {
+  std::vector<fs::path> found;
+  const auto walked = walkFolder(bundle.base, [&](const FolderEntry& entry) {
+    if (entry.kind != FolderEntry::Kind::folder) return false;
+    const std::string extension = foundation::pathExtension(entry.path);
+    if (extension == "dSYM") return false;
+    if (!extension.empty() && isCodeBundle(bundle.base / entry.path)) {
+      found.push_back(bundle.base / entry.path);
+    }
+    return true;
+  });
+  if (!walked) return walked.error();
+  const FolderSet bundles(found);
+  for (const fs::path& path : found) {
+    if (bundles.countAround(path) < kDeepestNesting) continue;
+    return unsuitable(path.string() + " is nested more than " + std::to_string(kDeepestNesting) +
+                      " bundles deep");
+  }
+  std::sort(found.begin(), found.end(), [](const fs::path& a, const fs::path& b) {
+    const std::size_t depthA = depthOf(a);
+    const std::size_t depthB = depthOf(b);
+    return depthA != depthB ? depthA > depthB : a.native() < b.native();
+  });
+  return found;
+}
+
+Result<std::vector<fs::path>> nestedCode(const CodeBundle& bundle) {
+  auto found = nestedBundles(bundle);
+  if (!found) return found;
+  std::vector<fs::path> executables = {bundle.executable};
+  for (const fs::path& path : *found) {
+    const auto code = CodeBundle::openInside(path);
+    if (code) executables.push_back(code->executable);
+  }
+  std::sort(executables.begin(), executables.end());
+  std::vector<fs::path> loose;
+  const auto walked = walkFolder(bundle.base, [&](const FolderEntry& entry) {
+    if (entry.kind == FolderEntry::Kind::folder) {
+      return foundation::pathExtension(entry.path) != "dSYM";
+    }
+    const fs::path path = bundle.base / entry.path;
+    if (entry.kind == FolderEntry::Kind::file && isLooseCode(path) &&
+        !std::binary_search(executables.begin(), executables.end(), path)) {
+      loose.push_back(path);
+    }
+    return false;
+  });
+  if (!walked) return walked.error();
+  std::sort(loose.begin(), loose.end());
+  loose.insert(loose.end(), found->begin(), found->end());
+  return loose;
+}
+
+Result<OpenedImage> openImage(const CodeBundle& code) {
+  foundation::FileDescriptor descriptor;
+  auto file = foundation::MappedFile::open(code.executable, descriptor, Links::refused);
+  if (!file) return file.error();
+  auto image = MachOFile::parse(file->bytes());
+  if (!image) return within(code.executable.string(), image.error());
+  return OpenedImage{std::move(descriptor), std::move(*file), std::move(*image)};
+}
+
+Result<NestedIdentity> nestedIdentity(const fs::path& path) {
+  const auto code = CodeBundle::openInside(path);
+  if (!code) return within(path.string(), code.error());
+  const auto opened = openImage(*code);
+  if (!opened) return opened.error();
+  const Slice& slice = opened->image.slices().front();
+  if (!slice.signature) return within(path.string(), faultError(Fault::unsignedCode));
+  const auto signature =
+      SuperBlob::parse(opened->image.signatureArea(slice), magic::kEmbeddedSignature);
+  if (!signature) return within(path.string(), signature.error());
+  const auto directories = codeDirectories(*signature);
+  if (!directories) return within(path.string(), directories.error());
+  const auto hash = strongest(*directories).cdHash();
+  NestedIdentity identity{std::string(foundation::textOf(hash)),
+                          "cdhash H\"" + foundation::lowercaseHex(hash) + '"'};
+  const BlobEntry* blob = signature->find(slot::kRequirements);
+  const auto requirements =
+      blob ? parseRequirementSet(blob->bytes) : std::vector<TypedRequirement>();
+  if (!requirements) return within(path.string(), requirements.error());
+  for (const TypedRequirement& entry : *requirements) {
+    if (entry.type != requirement::kDesignated) continue;
+    const auto expression = parseRequirement(entry.blob);
+    if (!expression) return within(path.string(), expression.error());
+    identity.requirement = text(*expression);
+  }
+  return identity;
+}
+
+}  // namespace toolchain

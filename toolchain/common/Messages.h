@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "foundation/base/Bytes.h"
+#include "foundation/base/Result.h"
+
+/// How this library words its failures: where, what, which value.
+namespace toolchain {
+
+using foundation::Bytes;
+using foundation::Result;
+
+/// Where an error's user info keeps a part of the description that callers also need alone.
+inline constexpr std::string_view kDetailKey = "Detail";
+
+/// An error of this library: domain "ToolchainErrorDomain", code 1, `text` as description.
+foundation::Error failure(std::string text);
+/// `error` with "where: " before its description, and before its detail if it has one; domain and
+/// code stay.
+foundation::Error within(std::string_view where, const foundation::Error& error);
+/// "0xfade0cc0"; for values that people know in this form.
+std::string hex(std::uint64_t value);
+
+}  // namespace toolchain

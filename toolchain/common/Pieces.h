@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "foundation/base/Bytes.h"
+
+namespace toolchain {
+
+/// Content that lies in several places (a changed head, the mapped rest, padding), seen as one run
+/// of bytes. Refers to the caller's bytes.
+using Pieces = std::vector<foundation::Bytes>;
+
+inline std::uint64_t sizeOf(const Pieces& pieces) {
+  std::uint64_t size = 0;
+  for (const foundation::Bytes piece : pieces) size += piece.size();
+  return size;
+}
+
+}  // namespace toolchain

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "foundation/base/Result.h"
+#include "foundation/base/Value.h"
+#include "toolchain/signature/Requirement.h"
+
+namespace toolchain {
+
+/// What a piece of code carries, read and not verified.
+struct SignatureFacts {
+  bool isSigned = false;
+  /// By a certificate of Apple's own, as run-time libraries and the stubs of watch apps are.
+  bool isApplesOwn = false;
+  /// Empty: none named.
+  std::string teamIdentifier;
+  /// Empty: none.
+  foundation::Dictionary entitlements;
+  /// True when any slice is encrypted, as downloads from the store are.
+  bool isEncrypted = false;
+};
+
+/// Of a bundle or a Mach-O file; its first slice's signature speaks for all. Fails with where and
+/// what when the executable or its signature cannot be read.
+foundation::Result<SignatureFacts> signatureFacts(const std::filesystem::path& code,
+                                                  RootTest isAppleRoot = isAppleRoot);
+
+}  // namespace toolchain

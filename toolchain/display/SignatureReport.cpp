@@ -1,0 +1,201 @@
+#include "toolchain/display/SignatureReport.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+
+#include "foundation/base/Format.h"
+#include "foundation/base/Text.h"
+#include "foundation/crypto/CMS.h"
+#include "toolchain/common/Messages.h"
+#include "toolchain/common/SignatureFault.h"
+#include "toolchain/display/private/SignedCode.h"
+#include "toolchain/signature/Requirement.h"
+
+namespace toolchain {
+
+namespace {
+
+using foundation::CMS::Signer;
+using Lines = std::vector<std::string>;
+
+std::string number(std::uint64_t value) { return std::to_string(value); }
+
+std::string formatText(const SignedCode& code) {
+  std::vector<std::string> architectures;
+  for (const auto& slice : code.opened.image.slices()) architectures.push_back(slice.architecture);
+  std::string file = std::string("Mach-O ") +
+                     (code.opened.image.isUniversal() ? "universal" : "thin") + " (" +
+                     foundation::joined(architectures, " ") + ")";
+  if (!code.code.isBundle()) return file;
+  const bool isApp = code.code.path.extension() == ".app";
+  return std::string(isApp ? "app bundle" : "bundle") + " with " + file;
+}
+
+std::string flagsText(std::uint32_t flags) {
+  constexpr std::array<std::pair<std::uint32_t, std::string_view>, 3> kNames{
+      {{codeflag::kAdHoc, "adhoc"},
+       {codeflag::kRuntime, "runtime"},
+       {codeflag::kLinkerSigned, "linker-signed"}}};
+  std::vector<std::string> names;
+  for (const auto& [flag, name] : kNames) {
+    if (flags & flag) names.emplace_back(name);
+  }
+  if (names.empty()) names.emplace_back("none");
+  return hex(flags) + "(" + foundation::joined(names, ",") + ")";
+}
+
+std::string hexText(const std::vector<std::byte>& bytes) { return foundation::lowercaseHex(bytes); }
+
+void addDirectory(Lines& lines, const CodeDirectory& directory) {
+  const auto& fields = directory.fields;
+  lines.push_back("CodeDirectory v=" + hex(fields.version).substr(2) +
+                  " size=" + number(directory.blob.size()) + " flags=" + flagsText(fields.flags) +
+                  " hashes=" + number(directory.codeSlotCount) + "+" +
+                  number(directory.specialSlotCount) + " location=embedded");
+}
+
+void addHashes(Lines& lines, const SignedCode& code) {
+  const CodeDirectory& best = strongest(code.directories);
+  lines.push_back("Hash type=" + std::string(hashName(best.fields.hashType)) +
+                  " size=" + number(hashSize(best.fields.hashType)));
+  std::vector<std::string> choices;
+  for (const auto& directory : code.directories) {
+    const std::string name(hashName(directory.fields.hashType));
+    choices.push_back(name);
+    lines.push_back("CandidateCDHash " + name + "=" + hexText(directory.cdHash()));
+    lines.push_back("CandidateCDHashFull " + name + "=" + hexText(directory.fullHash()));
+  }
+  lines.push_back("Hash choices=" + foundation::joined(choices, ","));
+  lines.push_back("CMSDigest=" + hexText(code.directories.front().fullHash()));
+  lines.push_back("CMSDigestType=" +
+                  number(static_cast<std::uint64_t>(code.directories.front().fields.hashType)));
+  if (best.fields.version >= 0x20400) {
+    lines.push_back("Executable Segment base=" + number(best.fields.execSegmentBase));
+    lines.push_back("Executable Segment limit=" + number(best.fields.execSegmentLimit));
+    lines.push_back("Executable Segment flags=" + hex(best.fields.execSegmentFlags));
+  }
+  lines.push_back("Page size=" + number(std::uint64_t{1} << best.fields.pageShift));
+  lines.push_back("CDHash=" + hexText(best.cdHash()));
+}
+
+void addAuthorities(Lines& lines, const Signer& signer) {
+  for (const auto& certificate : signer.chain) {
+    lines.push_back("Authority=" + certificate.subjectSummary().value_or("(unnamed)"));
+  }
+}
+
+/// The CMS, its signer, and when it was made.
+void addSigner(Lines& lines, const SignedCode& code, int verbosity) {
+  const auto* entry = code.signature->find(slot::kSignature);
+  if (!entry || entry->bytes.size() <= 8) {
+    lines.emplace_back("Signature=adhoc");
+    return;
+  }
+  const Bytes message = entry->bytes.subspan(8);
+  lines.push_back("Signature size=" + number(message.size()));
+  const auto signer = foundation::CMS::verifyDetached(message, code.directories.front().blob);
+  if (!signer) {
+    lines.emplace_back("Authority=(unavailable)");
+    return;
+  }
+  if (verbosity >= 2) addAuthorities(lines, *signer);
+  if (signer->signingTime) {
+    lines.push_back("Signed Time=" + foundation::description(*signer->signingTime));
+  }
+}
+
+Result<> addContent(Lines& lines, const SignedCode& code) {
+  const auto& primary = code.directories.front();
+  lines.push_back(code.code.infoPlist ? "Info.plist entries=" + number(code.code.info.size())
+                                      : "Info.plist=not bound");
+  lines.push_back("TeamIdentifier=" + (primary.fields.teamIdentifier.empty()
+                                           ? "not set"
+                                           : primary.fields.teamIdentifier));
+  const auto seal = code.seal();
+  if (!seal) return seal.error();
+  if (!*seal) {
+    lines.emplace_back("Sealed Resources=none");
+  } else {
+    const bool second = !(*seal)->rules.rules2.empty();
+    const auto& rules = second ? (*seal)->rules.rules2 : (*seal)->rules.rules;
+    const auto& files = second ? (*seal)->files2 : (*seal)->files;
+    lines.push_back(std::string("Sealed Resources version=") + (second ? "2" : "1") +
+                    " rules=" + number(rules.size()) + " files=" + number(files.size()));
+  }
+  const auto* entry = code.signature->find(slot::kRequirements);
+  if (!entry) {
+    lines.emplace_back("Internal requirements=none");
+    return {};
+  }
+  const auto set = parseRequirementSet(entry->bytes);
+  if (!set) return faultError(Fault::invalidSignature, set.error().localizedDescription());
+  lines.push_back("Internal requirements count=" + number(set->size()) +
+                  " size=" + number(entry->bytes.size()));
+  return {};
+}
+
+std::string_view typeName(std::uint32_t type) {
+  switch (type) {
+    case requirement::kHost:
+      return "host";
+    case requirement::kGuest:
+      return "guest";
+    case requirement::kDesignated:
+      return "designated";
+    case requirement::kLibrary:
+      return "library";
+    case requirement::kPlugin:
+      return "plugin";
+    default:
+      return "unknown";
+  }
+}
+
+Result<SignedCode> openSigned(const std::filesystem::path& path) {
+  auto code = SignedCode::open(path);
+  if (code && !code->signature) return faultError(Fault::unsignedCode);
+  return code;
+}
+
+}  // namespace
+
+Result<Lines> describe(const DescribeOptions& options) {
+  const auto code = openSigned(options.code);
+  if (!code) return code.error();
+  Lines lines{"Executable=" + code->code.executable.string()};
+  if (options.verbosity == 0) return lines;
+  lines.push_back("Identifier=" + code->directories.front().fields.identifier);
+  lines.push_back("Format=" + formatText(*code));
+  addDirectory(lines, strongest(code->directories));
+  if (options.verbosity >= 3) addHashes(lines, *code);
+  addSigner(lines, *code, options.verbosity);
+  if (const auto added = addContent(lines, *code); !added) return added.error();
+  return lines;
+}
+
+Result<Lines> describeRequirements(const std::filesystem::path& path) {
+  const auto code = openSigned(path);
+  if (!code) return code.error();
+  Lines lines;
+  bool hasDesignated = false;
+  if (const auto* entry = code->signature->find(slot::kRequirements)) {
+    const auto set = parseRequirementSet(entry->bytes);
+    if (!set) return faultError(Fault::invalidSignature, set.error().localizedDescription());
+    for (const auto& each : *set) {
+      const auto expression = parseRequirement(each.blob);
+      if (!expression) {
+        return faultError(Fault::invalidSignature, expression.error().localizedDescription());
+      }
+      hasDesignated = hasDesignated || each.type == requirement::kDesignated;
+      lines.push_back(std::string(typeName(each.type)) + " => " + text(*expression));
+    }
+  }
+  if (!hasDesignated) {
+    lines.push_back("# designated => cdhash H\"" + hexText(strongest(code->directories).cdHash()) +
+                    "\"");
+  }
+  return lines;
+}
+
+}  // namespace toolchain

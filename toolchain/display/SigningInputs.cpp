@@ -1,0 +1,79 @@
+#include "foundation/format/PropertyList.h"
+#include "toolchain/bundle/EmbeddedProfile.h"
+#include "toolchain/common/Messages.h"
+#include "toolchain/common/SignatureFault.h"
+#include "toolchain/display/SignatureReport.h"
+#include "toolchain/display/private/SignedCode.h"
+#include "toolchain/signature/Entitlements.h"
+
+namespace toolchain {
+
+namespace {
+
+using foundation::Dictionary;
+
+/// True for a signature that says something about rules and entitlements.
+bool isSignedByPeople(const SignedCode& code) {
+  return code.signature && (code.directories.front().fields.flags & codeflag::kLinkerSigned) == 0;
+}
+
+Result<std::string> rulesText(const ResourceRules& rules) {
+  Dictionary dictionary;
+  if (!rules.rules.empty()) dictionary.emplace("rules", value(rules.rules));
+  if (!rules.rules2.empty()) dictionary.emplace("rules2", value(rules.rules2));
+  return foundation::PropertyList::xml(dictionary);
+}
+
+ResourceRules defaultRulesFor(const CodeBundle& code) {
+  return defaultResourceRules(code.hasResourcesFolder() ? BundleShape::withResources
+                                                        : BundleShape::flat);
+}
+
+Result<std::string> signedEntitlements(const SuperBlob& signature) {
+  if (const auto* entry = signature.find(slot::kEntitlements)) {
+    const auto payload = blobPayload(entry->bytes, magic::kEntitlements);
+    if (!payload)
+      return faultError(Fault::invalidSignature, payload.error().localizedDescription());
+    return std::string(foundation::textOf(*payload));
+  }
+  const auto* entry = signature.find(slot::kEntitlementsDER);
+  if (!entry) return foundation::PropertyList::xml(Dictionary());
+  const auto payload = blobPayload(entry->bytes, magic::kEntitlementsDER);
+  const auto dictionary =
+      payload ? decodeEntitlements(*payload) : Result<Dictionary>(payload.error());
+  if (!dictionary) {
+    return faultError(Fault::invalidSignature, dictionary.error().localizedDescription());
+  }
+  return foundation::PropertyList::xml(*dictionary);
+}
+
+Result<std::string> profileEntitlements(const CodeBundle& code) {
+  if (!code.isBundle()) return foundation::PropertyList::xml(Dictionary());
+  const auto profile = embeddedProfileOf(code.base);
+  if (!profile) return profile.error();
+  return foundation::PropertyList::xml(*profile ? concreteEntitlements(**profile, code.identifier)
+                                                : Dictionary());
+}
+
+}  // namespace
+
+Result<SigningInputs> signingInputs(const std::filesystem::path& path) {
+  const auto code = SignedCode::open(path);
+  if (!code) return code.error();
+  SigningInputs inputs;
+  inputs.isSigned = code->signature.has_value();
+  const bool speaks = isSignedByPeople(*code);
+  const auto seal = code->seal();
+  if (speaks && !seal) return seal.error();
+  const bool hasRules = speaks && seal->has_value();
+  auto rules = rulesText(hasRules ? (*seal)->rules : defaultRulesFor(code->code));
+  if (!rules) return rules.error();
+  auto entitlements =
+      speaks ? signedEntitlements(*code->signature) : profileEntitlements(code->code);
+  if (!entitlements) return entitlements.error();
+  inputs.resourceRules = *std::move(rules);
+  inputs.entitlements = *std::move(entitlements);
+  return inputs;
+}
+
+}  // namespace toolchain

@@ -1,0 +1,124 @@
+#include "toolchain/sign/private/FileSigner.h"
+
+#include "toolchain/common/Messages.h"
+#include "toolchain/verify/SignatureCheck.h"
+
+namespace toolchain {
+
+namespace {
+
+/// "arm64: " before what is said about one of several slices.
+foundation::Error about(const MachOFile& image, const Slice& slice,
+                        const foundation::Error& error) {
+  return image.isUniversal() ? within(slice.architecture, error) : error;
+}
+
+}  // namespace
+
+FileSigner::FileSigner(const OpenedImage& opened, SignatureContent content)
+    : image_(opened.image),
+      source_{opened.descriptor.get(), opened.image.file()},
+      content_(std::move(content)) {
+  content_.hashTypes = hashTypesFor(image_);
+}
+
+void FileSigner::cover(std::optional<Bytes> infoPlist, std::optional<Bytes> resources) {
+  content_.infoPlist = infoPlist;
+  content_.resources = resources;
+}
+
+/// A loose file's own Info.plist lies inside it.
+SignatureContent FileSigner::contentFor(const Slice& slice) const {
+  SignatureContent content = content_;
+  if (!content.infoPlist && slice.embeddedInfoPlist) {
+    content.infoPlist = image_.bytesOf(slice).subspan(slice.embeddedInfoPlist->offset,
+                                                      slice.embeddedInfoPlist->size);
+  }
+  return content;
+}
+
+Result<> FileSigner::layOut() {
+  std::vector<SliceLayout> slices;
+  for (const Slice& slice : image_.slices()) {
+    const auto codeLimit = signatureOffset(image_, slice);
+    if (!codeLimit) return about(image_, slice, codeLimit.error());
+    const SignatureContent content = contentFor(slice);
+    const std::uint64_t room = SignatureBuilder(content, slice, *codeLimit).room();
+    auto layout = toolchain::layOut(image_, slice, room);
+    if (!layout) return about(image_, slice, layout.error());
+    slices.push_back(std::move(*layout));
+  }
+  auto layout = layOutFile(image_, std::move(slices));
+  if (!layout) return layout.error();
+  layout_ = std::move(*layout);
+  return {};
+}
+
+Result<> FileSigner::writeCode(const std::filesystem::path& executable, Replacement& replacement) {
+  auto file = replacement.prepare(executable, fileSize(layout_));
+  if (!file) return file.error();
+  file_ = std::move(*file);
+  writing_ = std::async(std::launch::async, [this]() -> Result<> {
+    for (const FilePart& part : codeParts(layout_)) {
+      if (auto written = file_->write(part.offset, part.content, source_); !written) return written;
+    }
+    return file_->flush();
+  });
+  for (std::size_t i = 0; i < image_.slices().size(); ++i) {
+    hashes_.push_back(
+        hashPages(layout_.slices[i].code(), pageShiftFor(image_.slices()[i]), content_.hashTypes));
+  }
+  return {};
+}
+
+Result<std::vector<std::vector<std::byte>>> FileSigner::signatures() const {
+  std::vector<std::vector<std::byte>> result;
+  for (std::size_t i = 0; i < image_.slices().size(); ++i) {
+    const Slice& slice = image_.slices()[i];
+    const SignatureContent content = contentFor(slice);
+    auto signature =
+        SignatureBuilder(content, slice, layout_.slices[i].codeLimit).build(hashes_[i]);
+    if (!signature) return about(image_, slice, signature.error());
+    result.push_back(std::move(*signature));
+  }
+  return result;
+}
+
+Result<> FileSigner::writeSignatures() {
+  const auto made = signatures();
+  if (!made) return made.error();
+  if (auto written = writing_.get(); !written) return written;
+  for (std::size_t i = 0; i < made->size(); ++i) {
+    const SliceLayout& slice = layout_.slices[i];
+    auto written = file_->write(slice.fileOffset + slice.codeLimit, {(*made)[i]});
+    if (!written) return written;
+  }
+  if (auto flushed = file_->flush(); !flushed) return flushed;
+  return check(file_->path());
+}
+
+Result<> FileSigner::check(const std::filesystem::path& written) const {
+  const auto file = foundation::MappedFile::open(written, foundation::Links::refused);
+  if (!file) return file.error();
+  const auto image = MachOFile::parse(file->bytes());
+  if (!image) return within("the new file does not verify", image.error());
+  for (std::size_t i = 0; i < image->slices().size(); ++i) {
+    const Slice& slice = image->slices()[i];
+    const SignatureContent content = contentFor(image_.slices()[i]);
+    const Bytes code = image->bytesOf(slice).first(slice.signature->data.offset);
+    const auto checked = checkSignature({.slice = slice,
+                                         .signature = image->signatureArea(slice),
+                                         .code = {code},
+                                         .takenHashes = hashes_[i],
+                                         .infoPlist = content.infoPlist,
+                                         .resources = content.resources,
+                                         .isAppleRoot = isNamedLikeAppleRoot});
+    if (!checked) return within("the new signature does not verify", checked.error());
+    if (!checked->meetsRequirementOf(*checked)) {
+      return failure("the new signature does not satisfy its own requirement");
+    }
+  }
+  return {};
+}
+
+}  // namespace toolchain

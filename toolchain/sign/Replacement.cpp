@@ -1,0 +1,247 @@
+#include "toolchain/sign/private/Replacement.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <functional>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "foundation/base/Assertion.h"
+#include "foundation/base/Handle.h"
+#include "foundation/file/FileManager.h"
+#include "foundation/file/MappingGuard.h"
+#include "foundation/host/FileAttributes.h"
+#include "foundation/host/FileCopying.h"
+#include "foundation/host/FileOpening.h"
+#include "foundation/process/ProcessInfo.h"
+#include "toolchain/common/Messages.h"
+
+namespace toolchain {
+
+namespace fs = std::filesystem;
+using foundation::FileDescriptor;
+using foundation::posixError;
+
+namespace {
+
+/// Large files are written in steps of so many bytes, so that their medium is at work while the
+/// next step is made.
+constexpr std::size_t kStep = std::size_t{8} << 20;
+
+/// 0, or the system's error number.
+int writeAll(int file, std::uint64_t offset, Bytes content) {
+  while (!content.empty()) {
+    const ssize_t written =
+        ::pwrite(file, content.data(), content.size(), static_cast<off_t>(offset));
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return errno;
+    content = content.subspan(static_cast<std::size_t>(written));
+    offset += static_cast<std::uint64_t>(written);
+  }
+  return 0;
+}
+
+/// The same, from the source's open file where that is possible.
+int takeOver(int file, std::uint64_t offset, Bytes content, const MappedSource& source) {
+  const std::byte* const start = source.bytes.data();
+  const std::byte* const end = start + source.bytes.size();
+  const bool isInSource = source.file >= 0 && std::greater_equal()(content.data(), start) &&
+                          std::less_equal()(content.data() + content.size(), end);
+  if (!isInSource) return writeAll(file, offset, content);
+  const auto at = static_cast<std::uint64_t>(content.data() - start);
+  int error = 0;
+  const auto taken = foundation::copyRange(source.file, at, file, offset, content.size(), error);
+  return error != 0 ? error : writeAll(file, offset + taken, content.subspan(taken));
+}
+
+/// An item by its name in its folder, which is open. No link led there: somebody else may be able
+/// to change the tree while it is signed.
+class Place {
+ public:
+  /// False, with errno set, when there is no such folder.
+  explicit Place(const fs::path& item)
+      : folder_(foundation::openFolder(item.parent_path(), foundation::Links::refused)),
+        name_(item.filename()) {}
+
+  explicit operator bool() const { return static_cast<bool>(folder_); }
+  [[nodiscard]] int folder() const { return folder_.get(); }
+  [[nodiscard]] const char* name() const { return name_.c_str(); }
+  /// False, with errno set, on failure.
+  [[nodiscard]] bool rename(const std::string& from, const std::string& to) const {
+    return ::renameat(folder(), from.c_str(), folder(), to.c_str()) == 0;
+  }
+
+ private:
+  FileDescriptor folder_;
+  std::string name_;
+};
+
+void removeQuietly(const fs::path& item) {
+  const Place place(item);
+  if (!place) return;
+  const auto removed = foundation::FileManager::removeItemInFolder(place.folder(), place.name());
+  static_cast<void>(removed);
+}
+
+foundation::Error cannot(std::string_view what, const fs::path& path, int error) {
+  return posixError(error, "cannot " + std::string(what) + ' ' + path.string(), path.native());
+}
+
+}  // namespace
+
+Result<> NewFile::write(std::uint64_t offset, const Pieces& content,
+                        const MappedSource& source) const {
+  for (const Bytes& piece : content) {
+    for (std::size_t done = 0; done < piece.size(); done += kStep) {
+      const Bytes step = piece.subspan(done, std::min(kStep, piece.size() - done));
+      if (const int error = takeOver(file_.get(), offset + done, step, source)) {
+        return cannot("write", target_, error);
+      }
+      if (step.size() == kStep) foundation::beginFlush(file_.get(), offset + done, kStep);
+    }
+    offset += piece.size();
+  }
+  return {};
+}
+
+Result<> NewFile::flush() const {
+  return ::fsync(file_.get()) == 0 ? Result<>() : cannot("write", target_, errno);
+}
+
+Replacement::~Replacement() {
+  for (const Prepared& one : prepared_) removeQuietly(one.temporary);
+  for (auto step = done_.rbegin(); step != done_.rend(); ++step) {
+    if (step->backup.empty()) {
+      removeQuietly(step->target);
+    } else if (const Place place(step->target); place) {
+      const std::string backup = step->backup.filename();
+      // Two names of one file are left alone by that: the target never went away.
+      if (place.rename(backup, place.name())) ::unlinkat(place.folder(), backup.c_str(), 0);
+    }
+  }
+  for (auto folder = madeFolders_.rbegin(); folder != madeFolders_.rend(); ++folder) {
+    if (const Place place(*folder); place) {
+      ::unlinkat(place.folder(), place.name(), AT_REMOVEDIR);
+    }
+  }
+}
+
+fs::path Replacement::besides(const fs::path& target) {
+  fs::path path = target.parent_path() / (".sendoff-" + foundation::ProcessInfo::newUUIDString());
+  own_.insert(path.native());
+  return path;
+}
+
+void Replacement::discard(const fs::path& own) {
+  removeQuietly(own);
+  own_.erase(own.native());
+}
+
+/// The folder of a seal need not be there yet.
+Result<> Replacement::makeFolder(const fs::path& folder) {
+  if (foundation::openFolder(folder, foundation::Links::refused) || errno != ENOENT) return {};
+  const Place place(folder);
+  constexpr mode_t kNewFolder = 0777;
+  if (!place || ::mkdirat(place.folder(), place.name(), kNewFolder) != 0) {
+    return cannot("make folder", folder, errno);
+  }
+  madeFolders_.push_back(folder);
+  return {};
+}
+
+Result<NewFile> Replacement::prepare(const fs::path& target, std::uint64_t size,
+                                     const fs::path& model) {
+  if (auto made = makeFolder(target.parent_path()); !made) return made.error();
+  const Place place(target);
+  if (!place && (errno == ENOTDIR || errno == ELOOP)) {
+    return failure(target.parent_path().string() + " is no folder");
+  }
+  if (!place) return cannot("write beside", target, errno);
+  const fs::path temporary = besides(target);
+  constexpr mode_t kNewFile = 0666;
+  FileDescriptor file(::openat(place.folder(), temporary.filename().c_str(),
+                               O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kNewFile));
+  if (!file) return cannot("write beside", target, errno);
+  prepared_.push_back({target, temporary});
+  // Without O_NONBLOCK a pipe would keep the call waiting for a writer.
+  constexpr int kReading = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  const FileDescriptor old(model.empty() ? ::openat(place.folder(), place.name(), kReading)
+                                         : ::open(model.c_str(), kReading));
+  if (old) {
+    const fs::path& like = model.empty() ? target : model;
+    const auto copied = foundation::copyAttributes(old.get(), file.get(), like.native());
+    if (!copied) return copied.error();
+  }
+  if (::ftruncate(file.get(), static_cast<off_t>(size)) != 0) return cannot("write", target, errno);
+  return NewFile(target, temporary, std::move(file));
+}
+
+Result<NewFile> Replacement::prepare(const fs::path& target, const Pieces& content,
+                                     const fs::path& model) {
+  auto file = prepare(target, sizeOf(content), model);
+  if (!file) return file;
+  if (const auto written = file->write(0, content); !written) return written.error();
+  if (const auto flushed = file->flush(); !flushed) return flushed.error();
+  return file;
+}
+
+/// A second name for the old file, so that it can come back; empty when there is none.
+Result<fs::path> Replacement::keepOld(const fs::path& target) {
+  const Place place(target);
+  if (!place) return cannot("keep", target, errno);
+  const fs::path backup = besides(target);
+  const std::string name = backup.filename();
+  if (::linkat(place.folder(), place.name(), place.folder(), name.c_str(), 0) == 0) return backup;
+  if (errno == ENOENT) {
+    own_.erase(backup.native());
+    return fs::path();
+  }
+  // Not every file system has second names.
+  if (place.rename(place.name(), name)) return backup;
+  return cannot("keep", target, errno);
+}
+
+Result<> Replacement::commit(const std::vector<fs::path>& targets) {
+  // What was prepared may have been made from a file that lost its content meanwhile.
+  if (auto intact = foundation::MappingGuard::checkAll(); !intact) return intact;
+  for (const fs::path& target : targets) {
+    const auto one =
+        std::find_if(prepared_.begin(), prepared_.end(),
+                     [&](const Prepared& prepared) { return prepared.target == target; });
+    foundation::assertThat(one != prepared_.end(), "the target was prepared",
+                           {__func__, "Replacement.cpp", __LINE__});
+    auto backup = keepOld(target);
+    if (!backup) return backup.error();
+    const Place place(target);
+    const bool isMoved = place && place.rename(one->temporary.filename(), place.name());
+    const int error = errno;
+    done_.push_back({target, std::move(*backup)});
+    if (!isMoved) return cannot("replace", target, error);
+    own_.erase(one->temporary.native());
+    prepared_.erase(one);
+  }
+  return {};
+}
+
+Result<> Replacement::remove(const fs::path& target) {
+  const fs::path backup = besides(target);
+  const Place place(target);
+  if (!place || !place.rename(place.name(), backup.filename())) {
+    return cannot("remove", target, errno);
+  }
+  done_.push_back({target, backup});
+  return {};
+}
+
+void Replacement::finish() {
+  for (const Step& step : done_) {
+    if (!step.backup.empty()) discard(step.backup);
+  }
+  done_.clear();
+  madeFolders_.clear();
+}
+
+}  // namespace toolchain

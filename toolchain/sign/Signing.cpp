@@ -1,0 +1,311 @@
+#include "toolchain/sign/Signing.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+
+#include "foundation/file/FileManager.h"
+#include "foundation/process/ProcessInfo.h"
+#include "toolchain/bundle/CodeBundle.h"
+#include "toolchain/common/Messages.h"
+#include "toolchain/seal/ResourceSeal.h"
+#include "toolchain/seal/SealComparison.h"
+#include "toolchain/sign/private/FileSigner.h"
+
+namespace toolchain {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// Flags that an Info.plist cannot ask for: how the code is signed decides about them.
+constexpr std::int64_t kOwnFlags = codeflag::kAdHoc | codeflag::kRuntime | codeflag::kLinkerSigned;
+
+/// True for a signature that a linker added on its own: it says nothing about who made the code.
+bool isLinkerSigned(const MachOFile& image, const Slice& slice) {
+  const auto signature =
+      SuperBlob::parse(image.signatureArea(slice), magic::kEmbeddedSignature, Gaps::accepted);
+  const auto directories = signature ? codeDirectories(*signature)
+                                     : Result<std::vector<CodeDirectory>>(signature.error());
+  return directories && (directories->front().fields.flags & codeflag::kLinkerSigned) != 0;
+}
+
+/// True when some slice carries a signature that somebody made.
+bool isSigned(const MachOFile& image) {
+  return std::any_of(image.slices().begin(), image.slices().end(), [&](const Slice& slice) {
+    return slice.signature && !isLinkerSigned(image, slice);
+  });
+}
+
+std::uint32_t flagsFrom(const CodeBundle& code) {
+  const foundation::Value* value = foundation::find(code.info, "CSFlags");
+  const auto number = value ? value->integerValue() : std::nullopt;
+  return number ? static_cast<std::uint32_t>(*number & codeflag::kKnown & ~kOwnFlags) : 0;
+}
+
+/// One run over a piece of code and what is nested in it.
+class Signer {
+ public:
+  explicit Signer(const SignOptions& options)
+      : options_(options),
+        signingTime_(
+            options.signingTime.value_or(std::chrono::time_point_cast<std::chrono::microseconds>(
+                std::chrono::system_clock::now()))) {}
+
+  Result<> run() {
+    const auto code = CodeBundle::open(options_.code);
+    if (!code) return within(options_.code.string(), code.error());
+    auto done = prepare(*code);
+    if (done) done = signNestedBundles(*code);
+    if (done) done = signUnit(*code, entitlements_);
+    if (!done) return within(code->name, done.error());
+    replacement_.finish();
+    return {};
+  }
+
+ private:
+  /// Everything that can be refused before any file is touched.
+  Result<> prepare(const CodeBundle& code) {
+    const auto opened = openImage(code);
+    if (!opened) return opened.error();
+    for (const Slice& slice : opened->image.slices()) {
+      if (const auto offset = signatureOffset(opened->image, slice); !offset) {
+        return within(code.executable.string(), opened->image.isUniversal()
+                                                    ? within(slice.architecture, offset.error())
+                                                    : offset.error());
+      }
+    }
+    if (isSigned(opened->image)) {
+      if (!options_.force) return failure("is already signed");
+      note(code.name + ": replacing existing signature");
+    }
+    if (auto read = readEntitlements(opened->image); !read) return read;
+    return selectIdentity(code);
+  }
+
+  Result<> readEntitlements(const MachOFile& image) {
+    if (!options_.entitlements || !image.slices().front().isMainExecutable()) return {};
+    const auto file = foundation::FileManager::contentsOfFile(*options_.entitlements);
+    if (!file) return file.error();
+    auto entitlements = parseEntitlements(file->bytes());
+    if (!entitlements) return within(options_.entitlements->string(), entitlements.error());
+    entitlements_ = std::move(*entitlements);
+    return {};
+  }
+
+  Result<> selectIdentity(const CodeBundle& code) {
+    if (options_.identity == "-") return {};
+    std::optional<EmbeddedProfile> profile;
+    if (code.isBundle()) {
+      auto embedded = embeddedProfileOf(code.base);
+      if (!embedded) return embedded.error();
+      profile = std::move(*embedded);
+    }
+    auto identity = findIdentity({.name = options_.identity,
+                                  .keychain = options_.keychain,
+                                  .profile = profile ? &*profile : nullptr});
+    if (!identity) return identity.error();
+    identity_ = std::move(*identity);
+    return {};
+  }
+
+  /// Innermost first. What lies in a nested bundle that stays as it is stays too, since that
+  /// bundle's own seal covers it.
+  Result<> signNestedBundles(const CodeBundle& code) {
+    if (!code.isBundle()) return {};
+    const auto nested = nestedBundles(code);
+    if (!nested) return nested.error();
+    std::vector<fs::path> kept;
+    for (auto path = nested->rbegin(); path != nested->rend(); ++path) {
+      const auto needed = needsSignature(*path);
+      if (!needed) return needed.error();
+      if (!*needed) kept.push_back(*path);
+    }
+    const FolderSet staying(kept);
+    for (const fs::path& path : *nested) {
+      if (staying.countAround(path.native() + '/') > 0) continue;
+      if (const auto done = signNestedBundle(path); !done)
+        return within(path.string(), done.error());
+    }
+    return {};
+  }
+
+  Result<bool> needsSignature(const fs::path& path) {
+    if (options_.deep) return true;
+    const auto code = CodeBundle::openInside(path);
+    if (!code) return within(path.string(), code.error());
+    const auto opened = openImage(*code);
+    if (!opened) return opened.error();
+    return !isSigned(opened->image);
+  }
+
+  Result<> signNestedBundle(const fs::path& path) {
+    const auto code = CodeBundle::openInside(path);
+    if (!code) return code.error();
+    const auto opened = openImage(*code);
+    if (!opened) return opened.error();
+    noteNested(path, opened->image);
+    const auto entitlements = entitlementsOfNested(*code, opened->image);
+    if (!entitlements) return entitlements.error();
+    return signUnit(*code, *entitlements);
+  }
+
+  void noteNested(const fs::path& path, const MachOFile& image) {
+    note(path.string() + (isSigned(image) ? ": replacing existing signature"
+                                          : ": is not signed, signing it first"));
+  }
+
+  static Result<std::optional<Entitlements>> entitlementsOfNested(const CodeBundle& code,
+                                                                  const MachOFile& image) {
+    if (!image.slices().front().isMainExecutable()) return std::optional<Entitlements>();
+    const auto profile = embeddedProfileOf(code.base);
+    if (!profile) return profile.error();
+    if (!*profile) return std::optional<Entitlements>();
+    auto entitlements = makeEntitlements(concreteEntitlements(**profile, code.identifier));
+    if (!entitlements) return entitlements.error();
+    return std::optional<Entitlements>(std::move(*entitlements));
+  }
+
+  [[nodiscard]] SignatureContent contentOf(const CodeBundle& code,
+                                           const std::optional<Entitlements>& entitlements) const {
+    SignatureContent content;
+    content.identifier = code.identifier;
+    content.flags = flagsFrom(code);
+    content.isSealed = code.isBundle();
+    content.signingTime = signingTime_;
+    content.entitlements = entitlements;
+    if (identity_) {
+      content.identity = &*identity_;
+      content.teamIdentifier =
+          identity_->identity.certificate.subjectValue(foundation::kOIDOrganizationalUnitName)
+              .value_or("");
+    }
+    return content;
+  }
+
+  /// Seals and signs one bundle or file, whose nested bundles are done.
+  Result<> signUnit(const CodeBundle& code, const std::optional<Entitlements>& entitlements) {
+    const auto opened = openImage(code);
+    if (!opened) return opened.error();
+    FileSigner signer(*opened, contentOf(code, entitlements));
+    if (const auto done = signer.layOut(); !done) {
+      return within(code.executable.string(), done.error());
+    }
+    if (auto begun = signer.writeCode(code.executable, replacement_); !begun) return begun;
+    std::string seal;
+    if (code.isBundle()) {
+      auto made = sealOf(code, opened->image);
+      if (!made) return made.error();
+      seal = std::move(*made);
+      signer.cover(code.infoPlist->bytes(), foundation::bytesOf(seal));
+      const auto written = replacement_.prepare(code.sealPath(), {foundation::bytesOf(seal)});
+      if (!written) return written.error();
+    }
+    if (auto written = signer.writeSignatures(); !written) return written;
+    return replace(code);
+  }
+
+  /// The seal goes first, the executable last.
+  Result<> replace(const CodeBundle& code) {
+    std::vector<fs::path> targets = {code.executable};
+    if (code.isBundle()) targets.insert(targets.begin(), code.sealPath());
+    if (auto committed = replacement_.commit(targets); !committed) return committed;
+    hasher_.forget(code.executable.native());
+    if (!code.isBundle()) return {};
+    hasher_.forget(code.sealPath().native());
+    return removeLeftovers(code.sealPath());
+  }
+
+  /// Nothing but the seal belongs into its folder.
+  Result<> removeLeftovers(const fs::path& seal) {
+    const auto names = foundation::FileManager::contentsOfDirectoryAtPath(seal.parent_path());
+    if (!names) return names.error();
+    for (const std::string& name : *names) {
+      const fs::path path = seal.parent_path() / name;
+      if (path == seal || replacement_.owns(path.native())) continue;
+      if (auto removed = replacement_.remove(path); !removed) return removed;
+    }
+    return {};
+  }
+
+  Result<std::string> sealOf(const CodeBundle& code, const MachOFile& image) {
+    SealOptions options;
+    options.rules = defaultResourceRules(code.hasResourcesFolder() ? BundleShape::withResources
+                                                                   : BundleShape::flat);
+    options.sha1InFiles2 = hashTypesFor(image).front() == HashType::sha1;
+    options.ignore = [this](const std::string& path) { return replacement_.owns(path); };
+    const auto contents = SealContents::collect(code, options);
+    if (!contents) return contents.error();
+    if (const auto done = signLooseCode(code, contents->files()); !done) return done.error();
+    for (const std::string& path : contents->codeByHash()) {
+      if (const auto done = signLooseFile(path); !done) return within(path, done.error());
+    }
+    const auto seal = contents->seal(hasher_);
+    if (!seal) return seal.error();
+    std::string made = text(*seal);
+    const auto parsed = parseResourceSeal(foundation::bytesOf(made));
+    if (!parsed) return within("the new seal does not verify", parsed.error());
+    if (parsed->files != seal->files || parsed->files2 != seal->files2) {
+      return failure("the new seal does not verify: it differs from what was sealed");
+    }
+    return made;
+  }
+
+  /// Mach-O files among the resources: reading them for the seal has told which they are.
+  Result<> signLooseCode(const CodeBundle& code, const std::vector<std::string>& files) {
+    const auto digests = hasher_.digests(files);
+    if (!digests) return digests.error();
+    std::optional<FolderSet> bundles;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      if (!(*digests)[i].looksLikeMachO) continue;
+      if (!bundles) {
+        auto found = nestedBundles(code);
+        if (!found) return found.error();
+        bundles.emplace(*found);
+      }
+      if (bundles->countAround(files[i]) > 0 || !isLooseCode(files[i])) continue;
+      if (const auto done = signLooseFile(files[i]); !done) return within(files[i], done.error());
+    }
+    return {};
+  }
+
+  Result<> signLooseFile(const fs::path& path) {
+    const auto code = CodeBundle::openInside(path);
+    if (!code) return code.error();
+    const auto opened = openImage(*code);
+    if (!opened) return opened.error();
+    if (!options_.deep && isSigned(opened->image)) return {};
+    noteNested(path, opened->image);
+    return signUnit(*code, std::nullopt);
+  }
+
+  void note(const std::string& text) const {
+    if (options_.note) options_.note(text);
+  }
+
+  const SignOptions& options_;
+  foundation::Date signingTime_;
+  std::optional<Entitlements> entitlements_;
+  std::optional<SigningIdentity> identity_;
+  FileHasher hasher_;
+  Replacement replacement_;
+};
+
+}  // namespace
+
+Result<> sign(const SignOptions& options) { return Signer(options).run(); }
+
+Result<std::optional<foundation::Date>> sourceDateEpoch() {
+  const auto text = foundation::ProcessInfo::environmentValue("SOURCE_DATE_EPOCH");
+  if (!text) return std::optional<foundation::Date>();
+  std::int64_t seconds = 0;
+  const char* end = text->data() + text->size();
+  const auto [stop, problem] = std::from_chars(text->data(), end, seconds);
+  constexpr std::int64_t kLast = 253402300799;  // the last second of the year 9999
+  if (problem != std::errc() || stop != end || seconds < 0 || seconds > kLast) {
+    return failure("SOURCE_DATE_EPOCH: \"" + *text + "\" is no number of seconds");
+  }
+  return std::optional<foundation::Date>(std::chrono::sys_seconds(std::chrono::seconds(seconds)));
+}
+
+}  // namespace toolchain

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/base/Value.h"
+#include "toolchain/common/Messages.h"
+#include "toolchain/image/MachOFile.h"
+
+/// Signing of iOS apps, extensions, frameworks and Mach-O files without a process of its own.
+namespace toolchain {
+
+struct SignOptions {
+  /// Bundle or Mach-O file; messages name it as it stands here.
+  std::filesystem::path code;
+  /// SHA-1 of the certificate in 40 hex digits of either case, its common name or a part of one
+  /// that only one identity has, or "-" for an ad-hoc signature.
+  std::string identity;
+  /// Where the private key is; absent: the user's default list.
+  std::optional<std::filesystem::path> keychain = {};
+  /// Property list in XML or binary form; passed over for code that is no main executable.
+  std::optional<std::filesystem::path> entitlements = {};
+  /// Signed code may be signed again.
+  bool force = false;
+  /// All nested code is signed, not only what carries no signature.
+  bool deep = false;
+  /// Absent: now.
+  std::optional<foundation::Date> signingTime = {};
+  /// Gets notes, one line each without newline, on the calling thread ("X.app: replacing existing
+  /// signature"); empty: nobody listens.
+  std::function<void(const std::string&)> note = {};
+};
+
+/// Signs `code` in place, nested code without a signature first. Either everything is signed, or an
+/// error says in one line which file and why, and every file is as it was. Uses all cores.
+Result<> sign(const SignOptions& options);
+
+/// How much room a slice is to have for its signature.
+struct SliceRoom {
+  Architecture architecture;
+  /// A multiple of 16.
+  std::uint32_t size = 0;
+};
+
+struct AllocateOptions {
+  std::filesystem::path input;
+  std::filesystem::path output;
+  /// One entry for each slice of the input.
+  std::vector<SliceRoom> rooms = {};
+  /// Takes existing signatures away instead.
+  bool remove = false;
+};
+
+/// Writes a copy of `input` with room for signatures, through the layout code of `sign`.
+Result<> allocate(const AllocateOptions& options);
+
+/// SOURCE_DATE_EPOCH as a date; absent when it is not set; fails when it is no number.
+Result<std::optional<foundation::Date>> sourceDateEpoch();
+
+}  // namespace toolchain

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "foundation/crypto/Digest.h"
+#include "toolchain/common/Messages.h"
+#include "toolchain/signature/Blobs.h"
+
+/// CodeDirectory blobs: what a signature says about one slice. Format: cs_blobs.h in Apple's open
+/// xnu sources, codedirectory.h in its open Security sources.
+namespace toolchain {
+
+/// Hash types by their number in the blob.
+enum class HashType : std::uint8_t { sha1 = 1, sha256 = 2, sha256Truncated = 3, sha384 = 4 };
+
+/// Bytes of one stored hash; 0 for a number without a meaning.
+std::size_t hashSize(HashType type);
+/// Stronger is higher, in the kernel's order: SHA-1, truncated SHA-256, SHA-256, SHA-384.
+int strength(HashType type);
+/// "sha1", "sha256", "sha256-truncated", "sha384".
+std::string_view hashName(HashType type);
+foundation::DigestKind digestKind(HashType type);
+/// The hash as this type stores it (truncated where the type says so).
+std::vector<std::byte> hashOf(Bytes bytes, HashType type);
+
+namespace codeflag {
+inline constexpr std::uint32_t kAdHoc = 0x2;
+inline constexpr std::uint32_t kRuntime = 0x10000;
+inline constexpr std::uint32_t kLinkerSigned = 0x20000;
+/// Everything that code can be signed with: these, host, hard, kill, expiration, restrict,
+/// enforcement and library validation.
+inline constexpr std::uint32_t kKnown = 0x33f03;
+}  // namespace codeflag
+
+namespace execseg {
+inline constexpr std::uint64_t kMainBinary = 0x1;
+inline constexpr std::uint64_t kAllowUnsigned = 0x10;
+inline constexpr std::uint64_t kDebugger = 0x20;
+inline constexpr std::uint64_t kJIT = 0x40;
+inline constexpr std::uint64_t kSkipLibraryValidation = 0x80;
+inline constexpr std::uint64_t kCanLoadCDHash = 0x100;
+inline constexpr std::uint64_t kCanExecuteCDHash = 0x200;
+}  // namespace execseg
+
+/// The fields of a CodeDirectory but for its hashes.
+struct CodeDirectoryFields {
+  std::uint32_t version = 0x20400;
+  std::uint32_t flags = 0;
+  HashType hashType = HashType::sha256;
+  std::uint8_t platform = 0;
+  /// Logarithm of the page size; 0 stands for one page without limit.
+  std::uint8_t pageShift = 12;
+  /// Bytes of the slice that the hashes cover.
+  std::uint64_t codeLimit = 0;
+  std::string identifier;
+  /// Empty: none.
+  std::string teamIdentifier;
+  std::uint64_t execSegmentBase = 0;
+  std::uint64_t execSegmentLimit = 0;
+  std::uint64_t execSegmentFlags = 0;
+  std::uint32_t runtimeVersion = 0;
+};
+
+/// A CodeDirectory taken apart; refers to the parsed bytes. Every hash lies inside the blob.
+struct CodeDirectory {
+  CodeDirectoryFields fields;
+  std::uint32_t specialSlotCount = 0;
+  std::uint32_t codeSlotCount = 0;
+  Bytes blob;
+
+  /// `blob` is one whole blob with its header. Fails for versions below 0x20001, unknown hash
+  /// types, hashes or texts outside the blob, and a count of pages that does not fit the limit.
+  static Result<CodeDirectory> parse(Bytes blob);
+
+  /// Slot 1 to `specialSlotCount`; all zero bytes for an unused one; empty beyond the count.
+  [[nodiscard]] Bytes specialHash(std::uint32_t slot) const;
+  /// Page 0 to `codeSlotCount` - 1.
+  [[nodiscard]] Bytes codeHash(std::uint32_t page) const;
+  /// All page hashes in one piece.
+  [[nodiscard]] Bytes codeHashes() const;
+  /// Digest of the whole blob in its own hash type, at full length.
+  [[nodiscard]] std::vector<std::byte> fullHash() const;
+  /// The first 20 bytes of `fullHash`.
+  [[nodiscard]] std::vector<std::byte> cdHash() const;
+
+ private:
+  std::uint32_t hashOffset_ = 0;
+};
+
+/// Refuses what the platform's tool never writes and readers may take for different things: a
+/// scatter vector, values in spare fields, unknown flags, bytes after the hashes, special slots
+/// beyond the last one that has a hash.
+Result<> checkUnused(const CodeDirectory& directory);
+
+/// Special hashes by slot number (1 and up), each of the directory's hash size.
+using SpecialHashes = std::map<std::uint32_t, std::vector<std::byte>>;
+
+/// The blob. `pageHashes` holds all page hashes in one piece, `special` only the slots in use.
+std::vector<std::byte> makeCodeDirectory(const CodeDirectoryFields& fields,
+                                         const SpecialHashes& special, Bytes pageHashes);
+
+/// Size of that blob for so many special slots and pages, with the largest header that exists: what
+/// the platform's own tool reserves.
+std::uint64_t reservedCodeDirectorySize(const CodeDirectoryFields& fields,
+                                        std::uint32_t specialSlots, std::uint32_t pages);
+
+/// Pages of `codeLimit` bytes.
+std::uint64_t pageCount(std::uint64_t codeLimit, std::uint8_t pageShift);
+
+/// All CodeDirectories of a signature in slot order: the primary, then the alternates. Fails when
+/// there is none, or two of one hash type.
+Result<std::vector<CodeDirectory>> codeDirectories(const SuperBlob& signature);
+/// The one the kernel uses: the strongest hash type.
+const CodeDirectory& strongest(const std::vector<CodeDirectory>& directories);
+
+}  // namespace toolchain

@@ -1,0 +1,199 @@
+#include "toolchain/signature/SignatureContent.h"
+
+#include <algorithm>
+#include <array>
+
+#include "foundation/crypto/DER.h"
+#include "foundation/format/PropertyList.h"
+#include "toolchain/common/Messages.h"
+#include "toolchain/signature/Entitlements.h"
+
+namespace toolchain {
+
+namespace {
+
+namespace DER = foundation::DER;
+using foundation::CMS::Attribute;
+using foundation::CMS::Signer;
+
+constexpr std::string_view kHashesPlist = "1.2.840.113635.100.9.1";
+constexpr std::string_view kHashesDER = "1.2.840.113635.100.9.2";
+
+/// Extensions of the leaf: iOS development and distribution, Mac submission and development,
+/// Developer ID.
+constexpr std::array<std::string_view, 5> kDeveloperMarks = {
+    "1.2.840.113635.100.6.1.2", "1.2.840.113635.100.6.1.4", "1.2.840.113635.100.6.1.7",
+    "1.2.840.113635.100.6.1.12", "1.2.840.113635.100.6.1.13"};
+
+const Attribute* attribute(const Signer& signer, std::string_view oid) {
+  const auto at = std::find_if(signer.signedAttributes.begin(), signer.signedAttributes.end(),
+                               [oid](const Attribute& each) { return each.oid == oid; });
+  return at == signer.signedAttributes.end() ? nullptr : &*at;
+}
+
+std::string_view digestOID(HashType type) {
+  switch (type) {
+    case HashType::sha1:
+      return "1.3.14.3.2.26";
+    case HashType::sha256:
+    case HashType::sha256Truncated:
+      return "2.16.840.1.101.3.4.2.1";
+    case HashType::sha384:
+      return "2.16.840.1.101.3.4.2.2";
+  }
+  return "";
+}
+
+/// The plist lists the cdhash of each directory, in slot order.
+Result<> checkHashesPlist(const Attribute& list, const std::vector<CodeDirectory>& directories) {
+  const auto octets = list.values.size() == 1
+                          ? DER::single(list.values[0].bytes(), DER::kOctetString)
+                          : std::nullopt;
+  if (!octets) return failure("the list of cdhashes is no octet string");
+  const auto plist = foundation::PropertyList::parse(octets->content);
+  if (!plist) return within("the list of cdhashes", plist.error());
+  const auto* hashes = plist->find("cdhashes");
+  if (!hashes || !hashes->array()) return failure("the list of cdhashes has no \"cdhashes\"");
+  foundation::Array expected;
+  for (const auto& directory : directories) {
+    expected.emplace_back(foundation::Data(directory.cdHash()));
+  }
+  if (*hashes != foundation::Value(expected)) {
+    return failure("the list of cdhashes is not that of the " + std::to_string(directories.size()) +
+                   " CodeDirectories");
+  }
+  return {};
+}
+
+/// One value for each directory: its digest's identifier and its full digest.
+Result<> checkHashesDER(const Attribute& list, const std::vector<CodeDirectory>& directories) {
+  std::vector<std::string> expected;
+  expected.reserve(directories.size());
+  for (const auto& directory : directories) {
+    expected.push_back(DER::element(
+        DER::kSequence,
+        DER::objectIdentifier(digestOID(directory.fields.hashType)) +
+            DER::element(DER::kOctetString, foundation::textOf(directory.fullHash()))));
+  }
+  std::vector<std::string> found;
+  for (const auto& value : list.values) found.emplace_back(value.text());
+  std::sort(expected.begin(), expected.end());
+  std::sort(found.begin(), found.end());
+  if (found != expected) {
+    return failure("the list of full digests is not that of the " +
+                   std::to_string(directories.size()) + " CodeDirectories");
+  }
+  return {};
+}
+
+Result<> checkHashLists(const Signer& signer, const std::vector<CodeDirectory>& directories) {
+  const Attribute* plist = attribute(signer, kHashesPlist);
+  const Attribute* list = attribute(signer, kHashesDER);
+  if (plist) {
+    if (auto checked = checkHashesPlist(*plist, directories); !checked) return checked;
+  }
+  if (list) {
+    if (auto checked = checkHashesDER(*list, directories); !checked) return checked;
+  }
+  // The message itself covers the primary directory only.
+  if (!plist && !list && directories.size() > 1) {
+    return failure("no list of hashes covers the alternate CodeDirectories");
+  }
+  return {};
+}
+
+/// A certificate of one of the developer programs. Others sign code of any team: the vendor's own,
+/// its stores'.
+bool isDevelopersOwn(const Signer& signer) {
+  const auto hasAny = [](const foundation::Certificate& certificate, const auto& marks) {
+    return std::any_of(marks.begin(), marks.end(), [&](std::string_view oid) {
+      return certificate.extensionValue(oid).has_value();
+    });
+  };
+  return signer.chain.size() > 1 && hasAny(signer.certificate, kDeveloperMarks) &&
+         hasAny(signer.chain[1], std::array{kDeveloperIssuerMark, kDeveloperIDIssuerMark});
+}
+
+Result<> checkTeam(const Signer& signer, const std::vector<CodeDirectory>& directories) {
+  if (!isDevelopersOwn(signer)) return {};
+  const std::string& team = directories.front().fields.teamIdentifier;
+  const auto unit = signer.certificate.subjectValue(foundation::kOIDOrganizationalUnitName);
+  if (!team.empty() && team != unit.value_or("")) {
+    return failure("team identifier \"" + team + "\" is not the certificate's \"" +
+                   unit.value_or("") + "\"");
+  }
+  return {};
+}
+
+Result<foundation::Dictionary> xmlEntitlements(const BlobEntry& entry) {
+  const auto payload = blobPayload(entry.bytes, magic::kEntitlements);
+  if (!payload) return payload.error();
+  if (foundation::textOf(*payload).starts_with("bplist")) return failure("they are not XML");
+  auto value = foundation::PropertyList::parseUnambiguous(*payload);
+  if (!value) return value.error();
+  if (!value->dictionary()) return failure("they are no dictionary");
+  return *value->dictionary();
+}
+
+Result<foundation::Dictionary> derEntitlements(const BlobEntry& entry) {
+  const auto payload = blobPayload(entry.bytes, magic::kEntitlementsDER);
+  if (!payload) return payload.error();
+  return decodeEntitlements(*payload);
+}
+
+}  // namespace
+
+Result<foundation::Dictionary> checkedEntitlements(const SuperBlob& signature) {
+  std::optional<foundation::Dictionary> fromXML;
+  if (const auto* entry = signature.find(slot::kEntitlements)) {
+    auto dictionary = xmlEntitlements(*entry);
+    if (!dictionary) return within("entitlements", dictionary.error());
+    fromXML = *std::move(dictionary);
+  }
+  const auto* entry = signature.find(slot::kEntitlementsDER);
+  if (!entry) return fromXML.value_or(foundation::Dictionary());
+  auto dictionary = derEntitlements(*entry);
+  if (!dictionary) return within("entitlements in DER form", dictionary.error());
+  if (fromXML && *fromXML != *dictionary) {
+    return failure("entitlements: the DER form does not describe what the XML form does");
+  }
+  return dictionary;
+}
+
+Result<std::optional<Signer>> checkedSigner(const SuperBlob& signature,
+                                            const std::vector<CodeDirectory>& directories) {
+  const CodeDirectory& primary = directories.front();
+  const bool isAdHoc = (primary.fields.flags & codeflag::kAdHoc) != 0;
+  const auto* entry = signature.find(slot::kSignature);
+  if (!entry && isAdHoc) return std::optional<Signer>();
+  if (!entry) return failure("there is no CMS signature, and the code is not signed ad hoc");
+  const auto payload = blobPayload(entry->bytes, magic::kWrapper);
+  if (!payload) return within("CMS", payload.error());
+  if (payload->empty() != isAdHoc) {
+    return failure(isAdHoc ? "code signed ad hoc has a CMS signature"
+                           : "the CMS signature is empty, and the code is not signed ad hoc");
+  }
+  if (isAdHoc) return std::optional<Signer>();
+
+  auto signer = foundation::CMS::verifyDetached(*payload, primary.blob);
+  if (!signer) return signer.error();
+  if (const auto checked = checkHashLists(*signer, directories); !checked) return checked.error();
+  if (const auto checked = checkTeam(*signer, directories); !checked) return checked.error();
+  return std::optional(*std::move(signer));
+}
+
+Result<std::optional<requirement::Expression>> designatedRequirement(const SuperBlob& signature) {
+  std::optional<requirement::Expression> designated;
+  const auto* entry = signature.find(slot::kRequirements);
+  if (!entry) return designated;
+  const auto set = parseRequirementSet(entry->bytes);
+  if (!set) return within("requirements", set.error());
+  for (const auto& each : *set) {
+    auto expression = parseRequirement(each.blob);
+    if (!expression) return within("requirements", expression.error());
+    if (each.type == requirement::kDesignated) designated = *std::move(expression);
+  }
+  return designated;
+}
+
+}  // namespace toolchain

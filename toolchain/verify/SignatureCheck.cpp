@@ -1,0 +1,280 @@
+#include "toolchain/verify/SignatureCheck.h"
+
+#include <algorithm>
+
+#include "foundation/format/PropertyList.h"
+#include "toolchain/common/Messages.h"
+#include "toolchain/common/SignatureFault.h"
+#include "toolchain/signature/Blobs.h"
+#include "toolchain/signature/Entitlements.h"
+#include "toolchain/signature/SignatureContent.h"
+
+namespace toolchain {
+
+namespace {
+
+/// Every flag that entitlements can ask for, and the one of a main executable.
+constexpr std::uint64_t kKnownExecSegmentFlags =
+    execseg::kMainBinary | execseg::kAllowUnsigned | execseg::kDebugger | execseg::kJIT |
+    execseg::kSkipLibraryValidation | execseg::kCanLoadCDHash | execseg::kCanExecuteCDHash;
+constexpr std::uint32_t kHasExecSegment = 0x20400;
+
+/// What a blob in this slot must begin with; 0 where others look at that.
+std::uint32_t expectedMagic(std::uint32_t number) {
+  if (number == slot::kRequirements) return magic::kRequirementSet;
+  if (number == slot::kEntitlements) return magic::kEntitlements;
+  if (number == slot::kEntitlementsDER) return magic::kEntitlementsDER;
+  if (number >= slot::kLaunchConstraintSelf && number <= slot::kLibraryConstraint) {
+    return magic::kLaunchConstraint;
+  }
+  return 0;
+}
+
+foundation::Error invalid(const std::string& detail) {
+  return faultError(Fault::invalidSignature, detail);
+}
+
+foundation::Error invalid(const foundation::Error& error) {
+  return invalid(error.localizedDescription());
+}
+
+bool isEqual(Bytes a, Bytes b) { return foundation::textOf(a) == foundation::textOf(b); }
+
+std::string named(const CodeDirectory& directory) {
+  return "CodeDirectory (" + std::string(hashName(directory.fields.hashType)) + ")";
+}
+
+/// All directories of one slice say the same, each with its own hashes.
+Result<> checkAgreement(const std::vector<CodeDirectory>& directories) {
+  const auto& first = directories.front().fields;
+  for (const auto& directory : directories) {
+    const auto& fields = directory.fields;
+    const bool agrees = fields.identifier == first.identifier &&
+                        fields.teamIdentifier == first.teamIdentifier &&
+                        fields.flags == first.flags && fields.codeLimit == first.codeLimit &&
+                        fields.execSegmentBase == first.execSegmentBase &&
+                        fields.execSegmentLimit == first.execSegmentLimit &&
+                        fields.execSegmentFlags == first.execSegmentFlags;
+    if (!agrees) return invalid(named(directory) + " does not agree with the primary one");
+  }
+  return {};
+}
+
+Result<> checkLayout(const CodeDirectory& directory, const Slice& slice) {
+  const auto& fields = directory.fields;
+  if (const auto checked = checkUnused(directory); !checked) return invalid(checked.error());
+  if (fields.identifier.empty()) return invalid(named(directory) + " has no identifier");
+  if (fields.pageShift != 12 && fields.pageShift != 14) {
+    return invalid(named(directory) + ": page size 2^" + std::to_string(fields.pageShift) +
+                   " is none that devices accept");
+  }
+  if (fields.codeLimit != slice.signature->data.offset) {
+    return invalid(named(directory) + ": code limit " + std::to_string(fields.codeLimit) +
+                   " is not " + std::to_string(slice.signature->data.offset) +
+                   ", where the signature begins");
+  }
+  return {};
+}
+
+Result<> checkExecSegment(const CodeDirectory& directory, const Slice& slice,
+                          const foundation::Dictionary& entitlements) {
+  const auto& fields = directory.fields;
+  if (fields.version < kHasExecSegment) return {};
+  const Extent text = slice.text ? slice.text->file : Extent{};
+  if (fields.execSegmentBase != text.offset || fields.execSegmentLimit != text.size) {
+    return invalid(named(directory) + ": executable segment at " +
+                   std::to_string(fields.execSegmentBase) + " of " +
+                   std::to_string(fields.execSegmentLimit) + " bytes is not __TEXT, at " +
+                   std::to_string(text.offset) + " of " + std::to_string(text.size));
+  }
+  const std::uint64_t expected =
+      slice.isMainExecutable() ? execseg::kMainBinary | executableSegmentFlags(entitlements) : 0;
+  if ((fields.execSegmentFlags & kKnownExecSegmentFlags) != expected) {
+    return invalid(named(directory) + ": executable segment flags " + hex(fields.execSegmentFlags) +
+                   " are not " + hex(expected));
+  }
+  return {};
+}
+
+/// Hashes of the slice's code as this directory stores them.
+class PageHashSource {
+ public:
+  explicit PageHashSource(const SliceEvidence& evidence) : evidence_(evidence) {}
+
+  /// Takes what is missing for all `directories` of one page size at once, so that code is read
+  /// once.
+  Bytes hashesFor(const CodeDirectory& directory, const std::vector<CodeDirectory>& directories) {
+    if (const auto* known = find(evidence_.takenHashes, directory)) return known->hashes;
+    if (const auto* known = find(computed_, directory)) return known->hashes;
+    std::vector<HashType> types;
+    for (const auto& other : directories) {
+      if (other.fields.pageShift == directory.fields.pageShift) {
+        types.push_back(other.fields.hashType);
+      }
+    }
+    auto more = hashPages(evidence_.code, directory.fields.pageShift, types);
+    std::move(more.begin(), more.end(), std::back_inserter(computed_));
+    return find(computed_, directory)->hashes;
+  }
+
+ private:
+  static const PageHashes* find(std::span<const PageHashes> all, const CodeDirectory& directory) {
+    const auto at = std::find_if(all.begin(), all.end(), [&](const PageHashes& each) {
+      return each.type == directory.fields.hashType && each.pageShift == directory.fields.pageShift;
+    });
+    return at == all.end() ? nullptr : &*at;
+  }
+
+  const SliceEvidence& evidence_;
+  std::vector<PageHashes> computed_;
+};
+
+Result<> checkPages(const std::vector<CodeDirectory>& directories, const SliceEvidence& evidence) {
+  PageHashSource source(evidence);
+  for (const auto& directory : directories) {
+    const Bytes hashes = source.hashesFor(directory, directories);
+    const std::size_t size = hashSize(directory.fields.hashType);
+    if (hashes.size() / size != directory.codeSlotCount) {
+      return invalid(named(directory) + ": " + std::to_string(directory.codeSlotCount) +
+                     " page hashes, but the code has " + std::to_string(hashes.size() / size) +
+                     " pages");
+    }
+    for (std::uint32_t page = 0; page < directory.codeSlotCount; ++page) {
+      if (isEqual(directory.codeHash(page), hashes.subspan(page * size, size))) continue;
+      return invalid(named(directory) + ": page " + std::to_string(page) + " of " +
+                     std::to_string(directory.codeSlotCount) + " has been modified");
+    }
+  }
+  return {};
+}
+
+/// A slot that is in use has something to cover, and something that is there is covered.
+Result<> checkSpecialSlot(const CodeDirectory& directory, std::uint32_t number,
+                          const std::optional<Bytes>& content, Fault fault,
+                          const std::string& what) {
+  const Bytes stored = directory.specialHash(number);
+  const bool isUsed = !foundation::isZero(stored);
+  if (!isUsed && !content) return {};
+  if (!content)
+    return faultError(fault, named(directory) + " covers " + what + ", which is not there");
+  if (!isUsed) return faultError(fault, named(directory) + " does not cover " + what);
+  if (!isEqual(stored, hashOf(*content, directory.fields.hashType))) {
+    return faultError(fault, what + " has another hash than in " + named(directory));
+  }
+  return {};
+}
+
+Result<> checkSpecialSlots(const CodeDirectory& directory, const SuperBlob& signature,
+                           const SliceEvidence& evidence) {
+  const Fault resources =
+      evidence.resources ? Fault::invalidResourceDirectory : Fault::missingResources;
+  const std::uint32_t last = std::max(directory.specialSlotCount, slot::kLibraryConstraint);
+  for (std::uint32_t number = 1; number <= last; ++number) {
+    Result<> checked;
+    if (number == slot::kInfoPlist) {
+      checked = checkSpecialSlot(directory, number, evidence.infoPlist, Fault::invalidInfoPlist,
+                                 "Info.plist");
+    } else if (number == slot::kResources) {
+      checked =
+          checkSpecialSlot(directory, number, evidence.resources, resources, "the resource seal");
+    } else {
+      const auto* entry = signature.find(number);
+      checked =
+          checkSpecialSlot(directory, number, entry ? std::optional(entry->bytes) : std::nullopt,
+                           Fault::invalidSignature, "slot " + std::to_string(number));
+    }
+    if (!checked) return checked;
+  }
+  return {};
+}
+
+/// Slots whose blobs no CodeDirectory has a hash of: the directories and the CMS.
+bool standsAlone(std::uint32_t number) {
+  return number == slot::kCodeDirectory ||
+         (number >= slot::kAlternateCodeDirectories &&
+          number < slot::kAlternateCodeDirectoriesEnd) ||
+         number == slot::kSignature;
+}
+
+Result<> checkSlots(const SuperBlob& signature) {
+  for (const auto& entry : signature.entries()) {
+    if (entry.slot > slot::kLibraryConstraint && !standsAlone(entry.slot)) {
+      return invalid("slot " + hex(entry.slot) + " is none that a signature has");
+    }
+    if (const std::uint32_t expected = expectedMagic(entry.slot)) {
+      if (const auto payload = blobPayload(entry.bytes, expected); !payload) {
+        return invalid(within("slot " + std::to_string(entry.slot), payload.error()));
+      }
+    }
+    constexpr std::size_t kHeader = 8;
+    if (!standsAlone(entry.slot) && entry.bytes.size() <= kHeader) {
+      return invalid("slot " + std::to_string(entry.slot) + " has no content");
+    }
+  }
+  return {};
+}
+
+Result<> checkDirectories(const std::vector<CodeDirectory>& directories, const SuperBlob& signature,
+                          const SliceEvidence& evidence) {
+  if (auto checked = checkAgreement(directories); !checked) return checked;
+  for (const auto& directory : directories) {
+    if (auto checked = checkLayout(directory, evidence.slice); !checked) return checked;
+  }
+  if (auto checked = checkPages(directories, evidence); !checked) return checked;
+  for (const auto& directory : directories) {
+    if (auto checked = checkSpecialSlots(directory, signature, evidence); !checked) return checked;
+  }
+  return {};
+}
+
+RequirementSubject subjectOf(const CheckedSignature& checked, const SliceEvidence& evidence,
+                             foundation::Dictionary entitlements) {
+  RequirementSubject subject;
+  subject.identifier = checked.directories.front().fields.identifier;
+  for (const auto& directory : checked.directories) subject.cdHashes.push_back(directory.cdHash());
+  if (checked.signer) subject.chain = checked.signer->chain;
+  subject.entitlements = std::move(entitlements);
+  subject.isAppleRoot = evidence.isAppleRoot;
+  if (evidence.infoPlist) {
+    const auto info = foundation::PropertyList::parse(*evidence.infoPlist);
+    if (info && info->dictionary()) subject.info = *info->dictionary();
+  }
+  return subject;
+}
+
+}  // namespace
+
+bool CheckedSignature::meetsRequirementOf(const CheckedSignature& other) const {
+  return !other.designatedRequirement || meets(subject, *other.designatedRequirement);
+}
+
+Result<CheckedSignature> checkSignature(const SliceEvidence& evidence) {
+  if (!evidence.slice.signature) return faultError(Fault::unsignedCode);
+  const auto signature = SuperBlob::parse(evidence.signature, magic::kEmbeddedSignature);
+  if (!signature) return invalid(signature.error());
+  CheckedSignature result;
+  auto directories = codeDirectories(*signature);
+  if (!directories) return invalid(directories.error());
+  result.directories = *std::move(directories);
+  if (auto checked = checkSlots(*signature); !checked) return checked.error();
+  if (auto checked = checkDirectories(result.directories, *signature, evidence); !checked) {
+    return checked.error();
+  }
+  auto entitlements = checkedEntitlements(*signature);
+  if (!entitlements) return invalid(entitlements.error());
+  for (const auto& directory : result.directories) {
+    if (auto checked = checkExecSegment(directory, evidence.slice, *entitlements); !checked) {
+      return checked.error();
+    }
+  }
+  auto signer = checkedSigner(*signature, result.directories);
+  if (!signer) return invalid(signer.error());
+  result.signer = *std::move(signer);
+  auto requirement = designatedRequirement(*signature);
+  if (!requirement) return invalid(requirement.error());
+  result.designatedRequirement = *std::move(requirement);
+  result.subject = subjectOf(result, evidence, *std::move(entitlements));
+  return result;
+}
+
+}  // namespace toolchain
