@@ -1,8 +1,8 @@
 // The blobs of a code signature: the superblob with all that is in it.
 #include "fuzz/FuzzTarget.h"
+#include "toolchain/signature/EmbeddedSignature.h"
 #include "toolchain/signature/Entitlements.h"
 #include "toolchain/signature/Requirement.h"
-#include "toolchain/signature/SignatureContent.h"
 
 namespace {
 
@@ -30,18 +30,16 @@ void readDirectory(const toolchain::CodeDirectory& directory) {
   fuzz::ignore(toolchain::checkUnused(directory));
 }
 
-void readSignature(const toolchain::SuperBlob& signature) {
-  for (const auto& entry : signature.entries()) readRequirements(entry.bytes);
-  const auto entitlements = toolchain::checkedEntitlements(signature);
-  const auto directories = toolchain::codeDirectories(signature);
-  if (!directories) return;
-  for (const auto& directory : *directories) readDirectory(directory);
+void readSignature(const toolchain::EmbeddedSignature& signature) {
+  for (const auto& directory : signature.directories) readDirectory(directory);
   toolchain::RequirementSubject subject{
       .identifier = "com.example.app", .cdHashes = {}, .chain = {}, .info = {}, .entitlements = {}};
-  if (entitlements) subject.entitlements = *entitlements;
-  const auto signer = toolchain::checkedSigner(signature, *directories);
+  if (const auto entitlements = signature.checkedEntitlements()) {
+    subject.entitlements = *entitlements;
+  }
+  const auto signer = signature.checkedSigner();
   if (signer && *signer) subject.chain = (*signer)->chain;
-  const auto requirement = toolchain::designatedRequirement(signature);
+  const auto requirement = signature.designatedRequirement();
   if (requirement && *requirement) fuzz::ignore(toolchain::meets(subject, **requirement));
 }
 
@@ -50,9 +48,13 @@ void readSignature(const toolchain::SuperBlob& signature) {
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Bytes bytes = fuzz::bytesOf(data, size);
   for (const auto gaps : {toolchain::Gaps::refused, toolchain::Gaps::accepted}) {
-    const auto signature =
-        toolchain::SuperBlob::parse(bytes, toolchain::magic::kEmbeddedSignature, gaps);
-    if (signature) readSignature(*signature);
+    if (const auto blobs =
+            toolchain::SuperBlob::parse(bytes, toolchain::magic::kEmbeddedSignature, gaps)) {
+      for (const auto& entry : blobs->entries()) readRequirements(entry.bytes);
+    }
+    if (const auto signature = toolchain::EmbeddedSignature::parse(bytes, gaps)) {
+      readSignature(*signature);
+    }
   }
   fuzz::ignore(toolchain::CodeDirectory::parse(bytes));
   readRequirements(bytes);

@@ -10,8 +10,7 @@
 #include "toolchain/common/BundleWalk.h"
 #include "toolchain/common/Messages.h"
 #include "toolchain/common/SignatureFault.h"
-#include "toolchain/signature/CodeDirectory.h"
-#include "toolchain/signature/Requirement.h"
+#include "toolchain/signature/EmbeddedSignature.h"
 
 namespace toolchain {
 
@@ -96,7 +95,7 @@ std::string embeddedIdentifier(const fs::path& file) {
   if (!mapped) return {};
   const auto image = MachOFile::parse(mapped->bytes());
   if (!image) return {};
-  const Slice& slice = image->slices().front();
+  const Slice& slice = chosenSlice(*image, SlicePolicy::first);
   if (!slice.embeddedInfoPlist) return {};
   const auto value = foundation::PropertyList::parse(image->bytesOf(slice).subspan(
       slice.embeddedInfoPlist->offset, slice.embeddedInfoPlist->size));
@@ -285,31 +284,23 @@ Result<OpenedImage> openImage(const CodeBundle& code) {
 }
 
 Result<NestedIdentity> nestedIdentity(const fs::path& path) {
-  const auto code = CodeBundle::openInside(path);
-  if (!code) return within(path.string(), code.error());
+  const auto inPath = [&](const foundation::Error& error) { return within(path.string(), error); };
+  const auto code = CodeBundle::openInside(path).mapError(inPath);
+  if (!code) return code.error();
   const auto opened = openImage(*code);
   if (!opened) return opened.error();
-  const Slice& slice = opened->image.slices().front();
-  if (!slice.signature) return within(path.string(), faultError(Fault::unsignedCode));
+  // The seal has room for one hash only; the first slice's stands for all.
+  const Slice& slice = chosenSlice(opened->image, SlicePolicy::first);
+  if (!slice.signature) return inPath(faultError(Fault::unsignedCode));
   const auto signature =
-      SuperBlob::parse(opened->image.signatureArea(slice), magic::kEmbeddedSignature);
-  if (!signature) return within(path.string(), signature.error());
-  const auto directories = codeDirectories(*signature);
-  if (!directories) return within(path.string(), directories.error());
-  const auto hash = strongest(*directories).cdHash();
-  NestedIdentity identity{std::string(foundation::textOf(hash)),
-                          "cdhash H\"" + foundation::lowercaseHex(hash) + '"'};
-  const BlobEntry* blob = signature->find(slot::kRequirements);
-  const auto requirements =
-      blob ? parseRequirementSet(blob->bytes) : std::vector<TypedRequirement>();
-  if (!requirements) return within(path.string(), requirements.error());
-  for (const TypedRequirement& entry : *requirements) {
-    if (entry.type != requirement::kDesignated) continue;
-    const auto expression = parseRequirement(entry.blob);
-    if (!expression) return within(path.string(), expression.error());
-    identity.requirement = text(*expression);
-  }
-  return identity;
+      EmbeddedSignature::parse(opened->image.signatureArea(slice)).mapError(inPath);
+  if (!signature) return signature.error();
+  const auto designated = signature->designatedRequirement().mapError(inPath);
+  if (!designated) return designated.error();
+  const auto hash = signature->strongest().cdHash();
+  return NestedIdentity{
+      std::string(foundation::textOf(hash)),
+      *designated ? text(**designated) : "cdhash H\"" + foundation::lowercaseHex(hash) + '"'};
 }
 
 }  // namespace toolchain

@@ -21,6 +21,11 @@ foundation::Error failure(std::string text);
 /// `error` with "where: " before its description, and before its detail if it has one; domain and
 /// code stay.
 foundation::Error within(std::string_view where, const foundation::Error& error);
+/// The same as a step for `Result::mapError`.
+inline auto within(std::string where) {
+  return
+      [where = std::move(where)](const foundation::Error& error) { return within(where, error); };
+}
 /// "0xfade0cc0"; for values that people know in this form.
 std::string hex(std::uint64_t value);
 

@@ -29,6 +29,14 @@ std::string_view reason(Fault fault);
 /// described as "REASON: DETAIL", or REASON alone when there is no detail.
 foundation::Error faultError(Fault fault, const std::string& detail = {});
 
+/// Turns an error of any kind into such an error, with its description as detail; for
+/// `Result::mapError`.
+inline auto asFault(Fault fault) {
+  return [fault](const foundation::Error& error) {
+    return faultError(fault, error.localizedDescription());
+  };
+}
+
 /// What such an error carries. Of an error of any other kind the whole description is the detail,
 /// and `otherwise` the fault.
 struct FaultParts {

@@ -3,62 +3,40 @@
 #include <algorithm>
 
 #include "toolchain/bundle/CodeBundle.h"
-#include "toolchain/signature/Blobs.h"
-#include "toolchain/signature/CodeDirectory.h"
+#include "toolchain/signature/EmbeddedSignature.h"
 #include "toolchain/signature/Entitlements.h"
-#include "toolchain/signature/SignatureContent.h"
 
 namespace toolchain {
 
 namespace {
 
-bool isEncrypted(const MachOFile& image) {
-  return std::ranges::any_of(image.slices(), [](const auto& s) { return s.cryptIdentifier != 0; });
-}
-
-Result<> readEntitlements(const SuperBlob& signature, SignatureFacts& facts) {
-  const auto* entry = signature.find(slot::kEntitlements);
-  if (!entry) return {};
-  const auto payload = blobPayload(entry->bytes, magic::kEntitlements);
-  if (!payload) return payload.error();
-  if (payload->empty()) return {};
-  auto entitlements = parseEntitlements(*payload);
-  if (!entitlements) return entitlements.error();
-  facts.entitlements = std::move(entitlements->dictionary);
-  return {};
-}
-
-bool isApplesOwn(const SuperBlob& signature, const std::vector<CodeDirectory>& directories,
-                 RootTest isAppleRoot) {
-  const auto signer = checkedSigner(signature, directories);
+bool isApplesOwn(const EmbeddedSignature& signature, RootTest isAppleRoot) {
+  const auto signer = signature.checkedSigner();
   return signer && *signer && isAppleOwn((*signer)->chain, isAppleRoot);
-}
-
-Result<> readSignature(foundation::Bytes area, RootTest isAppleRoot, SignatureFacts& facts) {
-  const auto signature = SuperBlob::parse(area, magic::kEmbeddedSignature);
-  if (!signature) return signature.error();
-  const auto directories = codeDirectories(*signature);
-  if (!directories) return directories.error();
-  facts.isSigned = true;
-  facts.isApplesOwn = isApplesOwn(*signature, *directories, isAppleRoot);
-  facts.teamIdentifier = directories->front().fields.teamIdentifier;
-  return readEntitlements(*signature, facts);
 }
 
 }  // namespace
 
 Result<SignatureFacts> signatureFacts(const std::filesystem::path& code, RootTest isAppleRoot) {
-  const auto bundle = CodeBundle::open(code);
-  if (!bundle) return bundle.error();
-  const auto opened = openImage(*bundle);
+  const auto opened = CodeBundle::open(code).andThen(openImage);
   if (!opened) return opened.error();
   SignatureFacts facts;
-  facts.isEncrypted = isEncrypted(opened->image);
-  const auto& slices = opened->image.slices();
-  if (slices.empty() || !slices.front().signature) return facts;
-  const auto read = readSignature(opened->image.signatureArea(slices.front()), isAppleRoot, facts);
-  if (!read) return read.error();
-  return facts;
+  facts.isEncrypted = std::ranges::any_of(
+      opened->image.slices(), [](const Slice& slice) { return slice.cryptIdentifier != 0; });
+  const Slice& slice = chosenSlice(opened->image, SlicePolicy::deviceFirst);
+  if (!slice.signature) return facts;
+  const auto signature = EmbeddedSignature::parse(opened->image.signatureArea(slice));
+  if (!signature) return signature.error();
+  facts.isSigned = true;
+  facts.isApplesOwn = isApplesOwn(*signature, isAppleRoot);
+  facts.teamIdentifier = signature->primary().fields.teamIdentifier;
+  const auto text = signature->entitlementsText();
+  if (!text) return text.error();
+  if (text->empty()) return facts;
+  return parseEntitlements(foundation::bytesOf(*text)).map([&](Entitlements entitlements) {
+    facts.entitlements = std::move(entitlements.dictionary);
+    return facts;
+  });
 }
 
 }  // namespace toolchain

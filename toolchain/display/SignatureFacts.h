@@ -22,8 +22,8 @@ struct SignatureFacts {
   bool isEncrypted = false;
 };
 
-/// Of a bundle or a Mach-O file; its first slice's signature speaks for all. Fails with where and
-/// what when the executable or its signature cannot be read.
+/// Of a bundle or a Mach-O file, from the slice that `signingInputs` reads too. Fails with where
+/// and what when the executable or its signature cannot be read.
 foundation::Result<SignatureFacts> signatureFacts(const std::filesystem::path& code,
                                                   RootTest isAppleRoot = isAppleRoot);
 

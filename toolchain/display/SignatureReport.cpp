@@ -56,20 +56,20 @@ void addDirectory(Lines& lines, const CodeDirectory& directory) {
 }
 
 void addHashes(Lines& lines, const SignedCode& code) {
-  const CodeDirectory& best = strongest(code.directories);
+  const CodeDirectory& best = code.signature->strongest();
   lines.push_back("Hash type=" + std::string(hashName(best.fields.hashType)) +
                   " size=" + number(hashSize(best.fields.hashType)));
   std::vector<std::string> choices;
-  for (const auto& directory : code.directories) {
+  for (const auto& directory : code.signature->directories) {
     const std::string name(hashName(directory.fields.hashType));
     choices.push_back(name);
     lines.push_back("CandidateCDHash " + name + "=" + hexText(directory.cdHash()));
     lines.push_back("CandidateCDHashFull " + name + "=" + hexText(directory.fullHash()));
   }
   lines.push_back("Hash choices=" + foundation::joined(choices, ","));
-  lines.push_back("CMSDigest=" + hexText(code.directories.front().fullHash()));
+  lines.push_back("CMSDigest=" + hexText(code.signature->primary().fullHash()));
   lines.push_back("CMSDigestType=" +
-                  number(static_cast<std::uint64_t>(code.directories.front().fields.hashType)));
+                  number(static_cast<std::uint64_t>(code.signature->primary().fields.hashType)));
   if (best.fields.version >= 0x20400) {
     lines.push_back("Executable Segment base=" + number(best.fields.execSegmentBase));
     lines.push_back("Executable Segment limit=" + number(best.fields.execSegmentLimit));
@@ -87,14 +87,14 @@ void addAuthorities(Lines& lines, const Signer& signer) {
 
 /// The CMS, its signer, and when it was made.
 void addSigner(Lines& lines, const SignedCode& code, int verbosity) {
-  const auto* entry = code.signature->find(slot::kSignature);
+  const auto* entry = code.signature->blobs.find(slot::kSignature);
   if (!entry || entry->bytes.size() <= 8) {
     lines.emplace_back("Signature=adhoc");
     return;
   }
   const Bytes message = entry->bytes.subspan(8);
   lines.push_back("Signature size=" + number(message.size()));
-  const auto signer = foundation::CMS::verifyDetached(message, code.directories.front().blob);
+  const auto signer = foundation::CMS::verifyDetached(message, code.signature->primary().blob);
   if (!signer) {
     lines.emplace_back("Authority=(unavailable)");
     return;
@@ -106,7 +106,7 @@ void addSigner(Lines& lines, const SignedCode& code, int verbosity) {
 }
 
 Result<> addContent(Lines& lines, const SignedCode& code) {
-  const auto& primary = code.directories.front();
+  const auto& primary = code.signature->primary();
   lines.push_back(code.code.infoPlist ? "Info.plist entries=" + number(code.code.info.size())
                                       : "Info.plist=not bound");
   lines.push_back("TeamIdentifier=" + (primary.fields.teamIdentifier.empty()
@@ -123,33 +123,22 @@ Result<> addContent(Lines& lines, const SignedCode& code) {
     lines.push_back(std::string("Sealed Resources version=") + (second ? "2" : "1") +
                     " rules=" + number(rules.size()) + " files=" + number(files.size()));
   }
-  const auto* entry = code.signature->find(slot::kRequirements);
+  const auto* entry = code.signature->blobs.find(slot::kRequirements);
   if (!entry) {
     lines.emplace_back("Internal requirements=none");
     return {};
   }
-  const auto set = parseRequirementSet(entry->bytes);
-  if (!set) return faultError(Fault::invalidSignature, set.error().localizedDescription());
+  const auto set = parseRequirementSet(entry->bytes).mapError(asFault(Fault::invalidSignature));
+  if (!set) return set.error();
   lines.push_back("Internal requirements count=" + number(set->size()) +
                   " size=" + number(entry->bytes.size()));
   return {};
 }
 
 std::string_view typeName(std::uint32_t type) {
-  switch (type) {
-    case requirement::kHost:
-      return "host";
-    case requirement::kGuest:
-      return "guest";
-    case requirement::kDesignated:
-      return "designated";
-    case requirement::kLibrary:
-      return "library";
-    case requirement::kPlugin:
-      return "plugin";
-    default:
-      return "unknown";
-  }
+  constexpr std::array<std::string_view, 6> kNames = {"unknown",    "host",    "guest",
+                                                      "designated", "library", "plugin"};
+  return kNames[type < kNames.size() ? type : 0];
 }
 
 Result<SignedCode> openSigned(const std::filesystem::path& path) {
@@ -165,9 +154,9 @@ Result<Lines> describe(const DescribeOptions& options) {
   if (!code) return code.error();
   Lines lines{"Executable=" + code->code.executable.string()};
   if (options.verbosity == 0) return lines;
-  lines.push_back("Identifier=" + code->directories.front().fields.identifier);
+  lines.push_back("Identifier=" + code->signature->primary().fields.identifier);
   lines.push_back("Format=" + formatText(*code));
-  addDirectory(lines, strongest(code->directories));
+  addDirectory(lines, code->signature->strongest());
   if (options.verbosity >= 3) addHashes(lines, *code);
   addSigner(lines, *code, options.verbosity);
   if (const auto added = addContent(lines, *code); !added) return added.error();
@@ -179,20 +168,19 @@ Result<Lines> describeRequirements(const std::filesystem::path& path) {
   if (!code) return code.error();
   Lines lines;
   bool hasDesignated = false;
-  if (const auto* entry = code->signature->find(slot::kRequirements)) {
-    const auto set = parseRequirementSet(entry->bytes);
-    if (!set) return faultError(Fault::invalidSignature, set.error().localizedDescription());
+  if (const auto* entry = code->signature->blobs.find(slot::kRequirements)) {
+    const auto set = parseRequirementSet(entry->bytes).mapError(asFault(Fault::invalidSignature));
+    if (!set) return set.error();
     for (const auto& each : *set) {
-      const auto expression = parseRequirement(each.blob);
-      if (!expression) {
-        return faultError(Fault::invalidSignature, expression.error().localizedDescription());
-      }
+      const auto expression =
+          parseRequirement(each.blob).mapError(asFault(Fault::invalidSignature));
+      if (!expression) return expression.error();
       hasDesignated = hasDesignated || each.type == requirement::kDesignated;
       lines.push_back(std::string(typeName(each.type)) + " => " + text(*expression));
     }
   }
   if (!hasDesignated) {
-    lines.push_back("# designated => cdhash H\"" + hexText(strongest(code->directories).cdHash()) +
+    lines.push_back("# designated => cdhash H\"" + hexText(code->signature->strongest().cdHash()) +
                     "\"");
   }
   return lines;

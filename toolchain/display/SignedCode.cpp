@@ -1,47 +1,24 @@
 #include "toolchain/display/private/SignedCode.h"
 
-#include <algorithm>
-#include <system_error>
-
 #include "foundation/file/FileManager.h"
 #include "toolchain/common/SignatureFault.h"
 
 namespace toolchain {
 
-namespace {
-
-std::size_t speakingSlice(const MachOFile& image) {
-  const auto& slices = image.slices();
-  const auto at = std::find_if(slices.begin(), slices.end(),
-                               [](const Slice& slice) { return slice.architecture == "arm64"; });
-  return at == slices.end() ? 0 : static_cast<std::size_t>(at - slices.begin());
-}
-
-}  // namespace
-
 Result<SignedCode> SignedCode::open(const std::filesystem::path& path) {
   auto code = CodeBundle::open(path);
   if (!code) return code.error();
-  auto opened = openImage(*code);
-  if (!opened) {
-    return faultError(Fault::objectFormat, opened.error().localizedDescription());
-  }
-  SignedCode result{*std::move(code), *std::move(opened), 0, std::nullopt, {}};
-  result.sliceIndex = speakingSlice(result.opened.image);
-  if (!result.slice().signature) return result;
-
-  auto signature = SuperBlob::parse(result.opened.image.signatureArea(result.slice()),
-                                    magic::kEmbeddedSignature, Gaps::accepted);
-  if (!signature) {
-    return faultError(Fault::invalidSignature, signature.error().localizedDescription());
-  }
-  auto directories = codeDirectories(*signature);
-  if (!directories) {
-    return faultError(Fault::invalidSignature, directories.error().localizedDescription());
-  }
-  result.signature = *std::move(signature);
-  result.directories = *std::move(directories);
-  return result;
+  auto opened = openImage(*code).mapError(asFault(Fault::objectFormat));
+  if (!opened) return opened.error();
+  SignedCode result{*std::move(code), *std::move(opened), std::nullopt};
+  const Slice& slice = chosenSlice(result.opened.image, SlicePolicy::deviceFirst);
+  if (!slice.signature) return result;
+  return EmbeddedSignature::parse(result.opened.image.signatureArea(slice), Gaps::accepted)
+      .mapError(asFault(Fault::invalidSignature))
+      .map([&](EmbeddedSignature signature) {
+        result.signature = std::move(signature);
+        return std::move(result);
+      });
 }
 
 Result<std::optional<ResourceSeal>> SignedCode::seal() const {
@@ -50,11 +27,9 @@ Result<std::optional<ResourceSeal>> SignedCode::seal() const {
   }
   const auto file = foundation::FileManager::contentsOfFile(code.sealPath());
   if (!file) return file.error();
-  auto seal = parseResourceSeal(file->bytes());
-  if (!seal) {
-    return faultError(Fault::invalidResourceDirectory, seal.error().localizedDescription());
-  }
-  return std::optional(*std::move(seal));
+  return parseResourceSeal(file->bytes())
+      .mapError(asFault(Fault::invalidResourceDirectory))
+      .map([](ResourceSeal seal) { return std::optional(std::move(seal)); });
 }
 
 }  // namespace toolchain

@@ -1,10 +1,9 @@
+#include "toolchain/display/SignatureReport.h"
+
 #include "foundation/format/PropertyList.h"
 #include "toolchain/bundle/EmbeddedProfile.h"
-#include "toolchain/common/Messages.h"
 #include "toolchain/common/SignatureFault.h"
-#include "toolchain/display/SignatureReport.h"
 #include "toolchain/display/private/SignedCode.h"
-#include "toolchain/signature/Entitlements.h"
 
 namespace toolchain {
 
@@ -14,7 +13,7 @@ using foundation::Dictionary;
 
 /// True for a signature that says something about rules and entitlements.
 bool isSignedByPeople(const SignedCode& code) {
-  return code.signature && (code.directories.front().fields.flags & codeflag::kLinkerSigned) == 0;
+  return code.signature && !code.signature->isLinkerSigned();
 }
 
 Result<std::string> rulesText(const ResourceRules& rules) {
@@ -27,24 +26,6 @@ Result<std::string> rulesText(const ResourceRules& rules) {
 ResourceRules defaultRulesFor(const CodeBundle& code) {
   return defaultResourceRules(code.hasResourcesFolder() ? BundleShape::withResources
                                                         : BundleShape::flat);
-}
-
-Result<std::string> signedEntitlements(const SuperBlob& signature) {
-  if (const auto* entry = signature.find(slot::kEntitlements)) {
-    const auto payload = blobPayload(entry->bytes, magic::kEntitlements);
-    if (!payload)
-      return faultError(Fault::invalidSignature, payload.error().localizedDescription());
-    return std::string(foundation::textOf(*payload));
-  }
-  const auto* entry = signature.find(slot::kEntitlementsDER);
-  if (!entry) return foundation::PropertyList::xml(Dictionary());
-  const auto payload = blobPayload(entry->bytes, magic::kEntitlementsDER);
-  const auto dictionary =
-      payload ? decodeEntitlements(*payload) : Result<Dictionary>(payload.error());
-  if (!dictionary) {
-    return faultError(Fault::invalidSignature, dictionary.error().localizedDescription());
-  }
-  return foundation::PropertyList::xml(*dictionary);
 }
 
 Result<std::string> profileEntitlements(const CodeBundle& code) {
@@ -69,7 +50,8 @@ Result<SigningInputs> signingInputs(const std::filesystem::path& path) {
   auto rules = rulesText(hasRules ? (*seal)->rules : defaultRulesFor(code->code));
   if (!rules) return rules.error();
   auto entitlements =
-      speaks ? signedEntitlements(*code->signature) : profileEntitlements(code->code);
+      speaks ? code->signature->entitlementsText().mapError(asFault(Fault::invalidSignature))
+             : profileEntitlements(code->code);
   if (!entitlements) return entitlements.error();
   inputs.resourceRules = *std::move(rules);
   inputs.entitlements = *std::move(entitlements);

@@ -11,6 +11,7 @@
 #include "toolchain/seal/ResourceSeal.h"
 #include "toolchain/seal/SealComparison.h"
 #include "toolchain/sign/private/FileSigner.h"
+#include "toolchain/signature/EmbeddedSignature.h"
 
 namespace toolchain {
 
@@ -23,11 +24,8 @@ constexpr std::int64_t kOwnFlags = codeflag::kAdHoc | codeflag::kRuntime | codef
 
 /// True for a signature that a linker added on its own: it says nothing about who made the code.
 bool isLinkerSigned(const MachOFile& image, const Slice& slice) {
-  const auto signature =
-      SuperBlob::parse(image.signatureArea(slice), magic::kEmbeddedSignature, Gaps::accepted);
-  const auto directories = signature ? codeDirectories(*signature)
-                                     : Result<std::vector<CodeDirectory>>(signature.error());
-  return directories && (directories->front().fields.flags & codeflag::kLinkerSigned) != 0;
+  const auto signature = EmbeddedSignature::parse(image.signatureArea(slice), Gaps::accepted);
+  return signature && signature->isLinkerSigned();
 }
 
 /// True when some slice carries a signature that somebody made.
@@ -35,6 +33,11 @@ bool isSigned(const MachOFile& image) {
   return std::any_of(image.slices().begin(), image.slices().end(), [&](const Slice& slice) {
     return slice.signature && !isLinkerSigned(image, slice);
   });
+}
+
+/// Decided by the first slice. Any slice that is not one is signed without entitlements anyway.
+bool isMainExecutable(const MachOFile& image) {
+  return chosenSlice(image, SlicePolicy::first).isMainExecutable();
 }
 
 std::uint32_t flagsFrom(const CodeBundle& code) {
@@ -84,7 +87,7 @@ class Signer {
   }
 
   Result<> readEntitlements(const MachOFile& image) {
-    if (!options_.entitlements || !image.slices().front().isMainExecutable()) return {};
+    if (!options_.entitlements || !isMainExecutable(image)) return {};
     const auto file = foundation::FileManager::contentsOfFile(*options_.entitlements);
     if (!file) return file.error();
     auto entitlements = parseEntitlements(file->bytes());
@@ -157,7 +160,7 @@ class Signer {
 
   static Result<std::optional<Entitlements>> entitlementsOfNested(const CodeBundle& code,
                                                                   const MachOFile& image) {
-    if (!image.slices().front().isMainExecutable()) return std::optional<Entitlements>();
+    if (!isMainExecutable(image)) return std::optional<Entitlements>();
     const auto profile = embeddedProfileOf(code.base);
     if (!profile) return profile.error();
     if (!*profile) return std::optional<Entitlements>();

@@ -312,31 +312,4 @@ std::uint64_t reservedCodeDirectorySize(const CodeDirectoryFields& fields,
          (std::uint64_t{specialSlots} + pages) * hashSize(fields.hashType);
 }
 
-Result<std::vector<CodeDirectory>> codeDirectories(const SuperBlob& signature) {
-  std::vector<CodeDirectory> directories;
-  for (const BlobEntry& entry : signature.entries()) {
-    const bool isAlternate = entry.slot >= slot::kAlternateCodeDirectories &&
-                             entry.slot < slot::kAlternateCodeDirectoriesEnd;
-    if (entry.slot != slot::kCodeDirectory && !isAlternate) continue;
-    auto directory = CodeDirectory::parse(entry.bytes);
-    if (!directory) return within("slot " + hex(entry.slot), directory.error());
-    for (const CodeDirectory& other : directories) {
-      if (other.fields.hashType == directory->fields.hashType) {
-        return failure("slot " + hex(entry.slot) + ": a second CodeDirectory of type " +
-                       std::string(hashName(other.fields.hashType)));
-      }
-    }
-    directories.push_back(std::move(*directory));
-  }
-  if (!signature.find(slot::kCodeDirectory)) return failure("the signature has no CodeDirectory");
-  return directories;
-}
-
-const CodeDirectory& strongest(const std::vector<CodeDirectory>& directories) {
-  return *std::max_element(directories.begin(), directories.end(),
-                           [](const CodeDirectory& a, const CodeDirectory& b) {
-                             return strength(a.fields.hashType) < strength(b.fields.hashType);
-                           });
-}
-
 }  // namespace toolchain

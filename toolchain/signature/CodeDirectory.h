@@ -110,10 +110,4 @@ std::uint64_t reservedCodeDirectorySize(const CodeDirectoryFields& fields,
 /// Pages of `codeLimit` bytes.
 std::uint64_t pageCount(std::uint64_t codeLimit, std::uint8_t pageShift);
 
-/// All CodeDirectories of a signature in slot order: the primary, then the alternates. Fails when
-/// there is none, or two of one hash type.
-Result<std::vector<CodeDirectory>> codeDirectories(const SuperBlob& signature);
-/// The one the kernel uses: the strongest hash type.
-const CodeDirectory& strongest(const std::vector<CodeDirectory>& directories);
-
 }  // namespace toolchain

@@ -5,9 +5,7 @@
 #include "foundation/format/PropertyList.h"
 #include "toolchain/common/Messages.h"
 #include "toolchain/common/SignatureFault.h"
-#include "toolchain/signature/Blobs.h"
 #include "toolchain/signature/Entitlements.h"
-#include "toolchain/signature/SignatureContent.h"
 
 namespace toolchain {
 
@@ -214,24 +212,28 @@ Result<> checkSlots(const SuperBlob& signature) {
   return {};
 }
 
-Result<> checkDirectories(const std::vector<CodeDirectory>& directories, const SuperBlob& signature,
-                          const SliceEvidence& evidence) {
-  if (auto checked = checkAgreement(directories); !checked) return checked;
-  for (const auto& directory : directories) {
+Result<> checkDirectories(const EmbeddedSignature& signature, const SliceEvidence& evidence) {
+  if (auto checked = checkAgreement(signature.directories); !checked) return checked;
+  for (const auto& directory : signature.directories) {
     if (auto checked = checkLayout(directory, evidence.slice); !checked) return checked;
   }
-  if (auto checked = checkPages(directories, evidence); !checked) return checked;
-  for (const auto& directory : directories) {
-    if (auto checked = checkSpecialSlots(directory, signature, evidence); !checked) return checked;
+  if (auto checked = checkPages(signature.directories, evidence); !checked) return checked;
+  for (const auto& directory : signature.directories) {
+    if (auto checked = checkSpecialSlots(directory, signature.blobs, evidence); !checked) {
+      return checked;
+    }
   }
   return {};
 }
 
+/// The code as requirements see it.
 RequirementSubject subjectOf(const CheckedSignature& checked, const SliceEvidence& evidence,
                              foundation::Dictionary entitlements) {
   RequirementSubject subject;
-  subject.identifier = checked.directories.front().fields.identifier;
-  for (const auto& directory : checked.directories) subject.cdHashes.push_back(directory.cdHash());
+  subject.identifier = checked.signature.primary().fields.identifier;
+  for (const auto& directory : checked.signature.directories) {
+    subject.cdHashes.push_back(directory.cdHash());
+  }
   if (checked.signer) subject.chain = checked.signer->chain;
   subject.entitlements = std::move(entitlements);
   subject.isAppleRoot = evidence.isAppleRoot;
@@ -250,29 +252,22 @@ bool CheckedSignature::meetsRequirementOf(const CheckedSignature& other) const {
 
 Result<CheckedSignature> checkSignature(const SliceEvidence& evidence) {
   if (!evidence.slice.signature) return faultError(Fault::unsignedCode);
-  const auto signature = SuperBlob::parse(evidence.signature, magic::kEmbeddedSignature);
+  auto signature = EmbeddedSignature::parse(evidence.signature);
   if (!signature) return invalid(signature.error());
-  CheckedSignature result;
-  auto directories = codeDirectories(*signature);
-  if (!directories) return invalid(directories.error());
-  result.directories = *std::move(directories);
-  if (auto checked = checkSlots(*signature); !checked) return checked.error();
-  if (auto checked = checkDirectories(result.directories, *signature, evidence); !checked) {
-    return checked.error();
-  }
-  auto entitlements = checkedEntitlements(*signature);
+  if (auto checked = checkSlots(signature->blobs); !checked) return checked.error();
+  if (auto checked = checkDirectories(*signature, evidence); !checked) return checked.error();
+  auto entitlements = signature->checkedEntitlements();
   if (!entitlements) return invalid(entitlements.error());
-  for (const auto& directory : result.directories) {
+  for (const auto& directory : signature->directories) {
     if (auto checked = checkExecSegment(directory, evidence.slice, *entitlements); !checked) {
       return checked.error();
     }
   }
-  auto signer = checkedSigner(*signature, result.directories);
+  auto signer = signature->checkedSigner();
   if (!signer) return invalid(signer.error());
-  result.signer = *std::move(signer);
-  auto requirement = designatedRequirement(*signature);
+  auto requirement = signature->designatedRequirement();
   if (!requirement) return invalid(requirement.error());
-  result.designatedRequirement = *std::move(requirement);
+  CheckedSignature result{*std::move(signature), *std::move(signer), *std::move(requirement), {}};
   result.subject = subjectOf(result, evidence, *std::move(entitlements));
   return result;
 }

@@ -3,11 +3,10 @@
 #include <optional>
 #include <span>
 
-#include "foundation/crypto/CMS.h"
 #include "toolchain/common/Messages.h"
 #include "toolchain/image/MachOFile.h"
+#include "toolchain/signature/EmbeddedSignature.h"
 #include "toolchain/signature/Hashing.h"
-#include "toolchain/signature/RequirementEvaluation.h"
 
 namespace toolchain {
 
@@ -30,7 +29,7 @@ struct SliceEvidence {
 
 /// What a sound signature said.
 struct CheckedSignature {
-  std::vector<CodeDirectory> directories;
+  EmbeddedSignature signature;
   /// Absent for an ad-hoc signature.
   std::optional<foundation::CMS::Signer> signer;
   /// Absent: the signature has none.

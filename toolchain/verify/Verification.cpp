@@ -80,10 +80,8 @@ std::optional<Complaint> checkCoverage(const MachOFile& image) {
 /// The property list inside a loose file, where its signature covers one.
 std::optional<Bytes> embeddedInfoPlist(const MachOFile& image, const Slice& slice) {
   if (!slice.embeddedInfoPlist) return std::nullopt;
-  const auto signature = SuperBlob::parse(image.signatureArea(slice), magic::kEmbeddedSignature);
-  const auto directories = signature ? codeDirectories(*signature)
-                                     : Result<std::vector<CodeDirectory>>(signature.error());
-  if (!directories || foundation::isZero(directories->front().specialHash(slot::kInfoPlist))) {
+  const auto signature = EmbeddedSignature::parse(image.signatureArea(slice));
+  if (!signature || foundation::isZero(signature->primary().specialHash(slot::kInfoPlist))) {
     return std::nullopt;
   }
   return foundation::slice(image.bytesOf(slice), slice.embeddedInfoPlist->offset,
@@ -100,8 +98,8 @@ struct Origin {
   std::string signer;
 
   explicit Origin(const CheckedSignature& slice)
-      : identifier(quoted(slice.directories.front().fields.identifier)),
-        team(quoted(slice.directories.front().fields.teamIdentifier)),
+      : identifier(quoted(slice.signature.primary().fields.identifier)),
+        team(quoted(slice.signature.primary().fields.teamIdentifier)),
         signer(slice.signer ? foundation::uppercaseHex(slice.signer->certificate.sha1())
                             : "none, being signed ad hoc") {}
 };

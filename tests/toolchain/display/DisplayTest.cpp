@@ -7,9 +7,12 @@
 #include "tests/support/AppFixture.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/toolchain/support/Resigning.h"
+#include "toolchain/display/SignatureFacts.h"
 #include "toolchain/display/SignatureReport.h"
 #include "toolchain/seal/ResourceSeal.h"
 #include "toolchain/sign/Signing.h"
+#include "toolchain/signature/EmbeddedSignature.h"
 
 namespace {
 
@@ -118,6 +121,28 @@ TEST_F(DisplayTest, InputsOfSignedCodeAreWhatWasSigned) {
 
   sign(app);
   EXPECT_EQ(parsed(inputsOf(app).entitlements), Value(Dictionary()));
+}
+
+/// Slices can be signed with different entitlements, and with the DER form alone.
+TEST_F(DisplayTest, FactsAndInputsAreThoseOfTheDeviceSlice) {
+  const fs::path app = makeApp();
+  sign(app, kEntitlements);
+  auto parts = test::takeApart(app / "Example");
+  parts.blobs.erase(toolchain::slot::kEntitlements);
+  parts.blobs.erase(toolchain::slot::kEntitlementsDER);
+  for (auto& fields : parts.directories) fields.teamIdentifier = "OTHER12345";
+  test::putTogether(app / "Example", parts, test::signingFamily());
+  EXPECT_EQ(inputsOf(app).entitlements, kEntitlements);
+  const auto facts = toolchain::signatureFacts(app);
+  ASSERT_TRUE(facts) << facts.error().localizedDescription();
+  EXPECT_EQ(facts->teamIdentifier, "ABCDE12345");
+  EXPECT_EQ(Value(facts->entitlements), parsed(kEntitlements));
+
+  parts = test::takeApart(app / "Example", 1);
+  parts.blobs.erase(toolchain::slot::kEntitlements);
+  test::putTogether(app / "Example", parts, test::signingFamily(), 1);
+  EXPECT_EQ(parsed(inputsOf(app).entitlements), parsed(kEntitlements));
+  EXPECT_EQ(Value(toolchain::signatureFacts(app)->entitlements), parsed(kEntitlements));
 }
 
 /// A build that was made without signing is described by its profile.

@@ -8,6 +8,7 @@
 #include "foundation/format/PropertyList.h"
 #include "tests/support/TemporaryFolder.h"
 #include "toolchain/image/MachOFile.h"
+#include "toolchain/signature/EmbeddedSignature.h"
 #include "toolchain/signature/Hashing.h"
 
 namespace test {
@@ -87,15 +88,15 @@ std::string messageOf(const SignatureParts& parts, const std::vector<std::string
 SignatureParts takeApart(const std::filesystem::path& executable, std::size_t slice) {
   const std::string file = contentsOf(executable);
   const auto image = required(toolchain::MachOFile::parse(bytesOf(file)));
-  const auto signature = required(toolchain::SuperBlob::parse(
-      image.signatureArea(image.slices().at(slice)), toolchain::magic::kEmbeddedSignature));
+  const auto signature =
+      required(toolchain::EmbeddedSignature::parse(image.signatureArea(image.slices().at(slice))));
   SignatureParts parts;
-  for (const auto& entry : signature.entries()) {
+  for (const auto& entry : signature.blobs.entries()) {
     if (entry.slot > 0 && entry.slot < slot::kAlternateCodeDirectories) {
       parts.blobs.emplace(entry.slot, textOf(entry.bytes));
     }
   }
-  for (const auto& directory : required(toolchain::codeDirectories(signature))) {
+  for (const auto& directory : signature.directories) {
     parts.directories.push_back(directory.fields);
     auto& files = parts.files.emplace_back();
     for (const auto number : {slot::kInfoPlist, slot::kResources}) {
@@ -104,9 +105,9 @@ SignatureParts takeApart(const std::filesystem::path& executable, std::size_t sl
       files.emplace(number, std::vector<std::byte>(hash.begin(), hash.end()));
     }
   }
-  const auto* wrapper = signature.find(slot::kSignature);
+  const auto* wrapper = signature.blobs.find(slot::kSignature);
   if (!wrapper || wrapper->bytes.size() <= 8) return parts;
-  const auto primary = signature.find(slot::kCodeDirectory)->bytes;
+  const auto primary = signature.blobs.find(slot::kCodeDirectory)->bytes;
   parts.certificates =
       required(foundation::CMS::verifyDetached(wrapper->bytes.subspan(8), primary)).chain;
   return parts;

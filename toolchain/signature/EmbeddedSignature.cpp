@@ -1,4 +1,4 @@
-#include "toolchain/signature/SignatureContent.h"
+#include "toolchain/signature/EmbeddedSignature.h"
 
 #include <algorithm>
 #include <array>
@@ -136,21 +136,76 @@ Result<foundation::Dictionary> xmlEntitlements(const BlobEntry& entry) {
 }
 
 Result<foundation::Dictionary> derEntitlements(const BlobEntry& entry) {
-  const auto payload = blobPayload(entry.bytes, magic::kEntitlementsDER);
-  if (!payload) return payload.error();
-  return decodeEntitlements(*payload);
+  return blobPayload(entry.bytes, magic::kEntitlementsDER).andThen(decodeEntitlements);
+}
+
+Result<std::vector<CodeDirectory>> codeDirectories(const SuperBlob& signature) {
+  std::vector<CodeDirectory> directories;
+  for (const BlobEntry& entry : signature.entries()) {
+    const bool isAlternate = entry.slot >= slot::kAlternateCodeDirectories &&
+                             entry.slot < slot::kAlternateCodeDirectoriesEnd;
+    if (entry.slot != slot::kCodeDirectory && !isAlternate) continue;
+    auto directory = CodeDirectory::parse(entry.bytes);
+    if (!directory) return within("slot " + hex(entry.slot), directory.error());
+    for (const CodeDirectory& other : directories) {
+      if (other.fields.hashType == directory->fields.hashType) {
+        return failure("slot " + hex(entry.slot) + ": a second CodeDirectory of type " +
+                       std::string(hashName(other.fields.hashType)));
+      }
+    }
+    directories.push_back(std::move(*directory));
+  }
+  if (!signature.find(slot::kCodeDirectory)) return failure("the signature has no CodeDirectory");
+  return directories;
 }
 
 }  // namespace
 
-Result<foundation::Dictionary> checkedEntitlements(const SuperBlob& signature) {
+const Slice& chosenSlice(const MachOFile& image, SlicePolicy policy) {
+  const auto& slices = image.slices();
+  const auto arm64 = std::ranges::find(slices, "arm64", &Slice::architecture);
+  return policy == SlicePolicy::deviceFirst && arm64 != slices.end() ? *arm64 : slices.front();
+}
+
+Result<EmbeddedSignature> EmbeddedSignature::parse(Bytes area, Gaps gaps) {
+  return SuperBlob::parse(area, magic::kEmbeddedSignature, gaps).andThen([](SuperBlob blobs) {
+    return codeDirectories(blobs).map([&](std::vector<CodeDirectory> directories) {
+      return EmbeddedSignature{std::move(blobs), std::move(directories)};
+    });
+  });
+}
+
+const CodeDirectory& EmbeddedSignature::strongest() const {
+  return *std::ranges::max_element(directories, {}, [](const CodeDirectory& directory) {
+    return strength(directory.fields.hashType);
+  });
+}
+
+bool EmbeddedSignature::isLinkerSigned() const {
+  return (primary().fields.flags & codeflag::kLinkerSigned) != 0;
+}
+
+Result<std::string> EmbeddedSignature::entitlementsText() const {
+  if (const auto* entry = blobs.find(slot::kEntitlements)) {
+    return blobPayload(entry->bytes, magic::kEntitlements).map([](Bytes payload) {
+      return std::string(foundation::textOf(payload));
+    });
+  }
+  const auto* entry = blobs.find(slot::kEntitlementsDER);
+  return (entry ? derEntitlements(*entry) : foundation::Dictionary())
+      .andThen([](const foundation::Dictionary& dictionary) {
+        return foundation::PropertyList::xml(dictionary);
+      });
+}
+
+Result<foundation::Dictionary> EmbeddedSignature::checkedEntitlements() const {
   std::optional<foundation::Dictionary> fromXML;
-  if (const auto* entry = signature.find(slot::kEntitlements)) {
+  if (const auto* entry = blobs.find(slot::kEntitlements)) {
     auto dictionary = xmlEntitlements(*entry);
     if (!dictionary) return within("entitlements", dictionary.error());
     fromXML = *std::move(dictionary);
   }
-  const auto* entry = signature.find(slot::kEntitlementsDER);
+  const auto* entry = blobs.find(slot::kEntitlementsDER);
   if (!entry) return fromXML.value_or(foundation::Dictionary());
   auto dictionary = derEntitlements(*entry);
   if (!dictionary) return within("entitlements in DER form", dictionary.error());
@@ -160,11 +215,9 @@ Result<foundation::Dictionary> checkedEntitlements(const SuperBlob& signature) {
   return dictionary;
 }
 
-Result<std::optional<Signer>> checkedSigner(const SuperBlob& signature,
-                                            const std::vector<CodeDirectory>& directories) {
-  const CodeDirectory& primary = directories.front();
-  const bool isAdHoc = (primary.fields.flags & codeflag::kAdHoc) != 0;
-  const auto* entry = signature.find(slot::kSignature);
+Result<std::optional<Signer>> EmbeddedSignature::checkedSigner() const {
+  const bool isAdHoc = (primary().fields.flags & codeflag::kAdHoc) != 0;
+  const auto* entry = blobs.find(slot::kSignature);
   if (!entry && isAdHoc) return std::optional<Signer>();
   if (!entry) return failure("there is no CMS signature, and the code is not signed ad hoc");
   const auto payload = blobPayload(entry->bytes, magic::kWrapper);
@@ -175,16 +228,16 @@ Result<std::optional<Signer>> checkedSigner(const SuperBlob& signature,
   }
   if (isAdHoc) return std::optional<Signer>();
 
-  auto signer = foundation::CMS::verifyDetached(*payload, primary.blob);
+  auto signer = foundation::CMS::verifyDetached(*payload, primary().blob);
   if (!signer) return signer.error();
   if (const auto checked = checkHashLists(*signer, directories); !checked) return checked.error();
   if (const auto checked = checkTeam(*signer, directories); !checked) return checked.error();
   return std::optional(*std::move(signer));
 }
 
-Result<std::optional<requirement::Expression>> designatedRequirement(const SuperBlob& signature) {
+Result<std::optional<requirement::Expression>> EmbeddedSignature::designatedRequirement() const {
   std::optional<requirement::Expression> designated;
-  const auto* entry = signature.find(slot::kRequirements);
+  const auto* entry = blobs.find(slot::kRequirements);
   if (!entry) return designated;
   const auto set = parseRequirementSet(entry->bytes);
   if (!set) return within("requirements", set.error());
