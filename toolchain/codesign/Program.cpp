@@ -15,6 +15,7 @@
 #include "toolchain/common/Messages.h"
 #include "toolchain/common/SignatureFault.h"
 #include "toolchain/display/SignatureReport.h"
+#include "toolchain/display/SigningInputs.h"
 #include "toolchain/sign/Signing.h"
 #include "toolchain/signature/Blobs.h"
 #include "toolchain/verify/Verification.h"
@@ -96,7 +97,7 @@ class Run {
 
   int display(const std::string& code) {
     int status = 0;
-    const auto lines = describe({.code = code, .verbosity = options_.verbosity});
+    const auto lines = signatureReport({.code = code, .verbosity = options_.verbosity});
     if (lines) {
       for (const auto& line : *lines) errors_.line(line);
     } else {
@@ -110,7 +111,7 @@ class Run {
   }
 
   int displayRequirements(const std::string& code) {
-    const auto lines = describeRequirements(code);
+    const auto lines = requirementsReport(code);
     if (!lines) return failed(code, lines.error());
     const std::string text = foundation::joined(*lines, "\n") + "\n";
     const auto done = save(text, *options_.requirements);

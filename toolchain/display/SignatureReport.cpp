@@ -149,7 +149,7 @@ Result<SignedCode> openSigned(const std::filesystem::path& path) {
 
 }  // namespace
 
-Result<Lines> describe(const DescribeOptions& options) {
+Result<Lines> signatureReport(const ReportOptions& options) {
   const auto code = openSigned(options.code);
   if (!code) return code.error();
   Lines lines{"Executable=" + code->code.executable.string()};
@@ -163,7 +163,7 @@ Result<Lines> describe(const DescribeOptions& options) {
   return lines;
 }
 
-Result<Lines> describeRequirements(const std::filesystem::path& path) {
+Result<Lines> requirementsReport(const std::filesystem::path& path) {
   const auto code = openSigned(path);
   if (!code) return code.error();
   Lines lines;

@@ -1,4 +1,4 @@
-#include "toolchain/display/SignatureReport.h"
+#include "toolchain/display/SigningInputs.h"
 
 #include "foundation/format/PropertyList.h"
 #include "toolchain/bundle/EmbeddedProfile.h"

@@ -10,6 +10,7 @@
 #include "tests/toolchain/support/Resigning.h"
 #include "toolchain/display/SignatureFacts.h"
 #include "toolchain/display/SignatureReport.h"
+#include "toolchain/display/SigningInputs.h"
 #include "toolchain/seal/ResourceSeal.h"
 #include "toolchain/sign/Signing.h"
 #include "toolchain/signature/EmbeddedSignature.h"
@@ -48,7 +49,7 @@ class DisplayTest : public testing::Test {
     return test::makeApp(folder_.path(), options);
   }
   static std::vector<std::string> linesOf(const fs::path& code, int verbosity) {
-    const auto lines = toolchain::describe({.code = code, .verbosity = verbosity});
+    const auto lines = toolchain::signatureReport({.code = code, .verbosity = verbosity});
     EXPECT_TRUE(lines) << lines.error().localizedDescription();
     return lines ? *lines : std::vector<std::string>();
   }
@@ -95,14 +96,14 @@ TEST_F(DisplayTest, RequirementsAreText) {
   const fs::path app = makeApp();
   sign(app);
   EXPECT_THAT(
-      *toolchain::describeRequirements(app),
+      *toolchain::requirementsReport(app),
       ElementsAre(StartsWith("designated => identifier \"com.example.app\" and certificate")));
   toolchain::SignOptions options;
   options.code = app;
   options.identity = "-";
   options.force = true;
   ASSERT_TRUE(toolchain::sign(options));
-  EXPECT_THAT(*toolchain::describeRequirements(app),
+  EXPECT_THAT(*toolchain::requirementsReport(app),
               ElementsAre(StartsWith("# designated => cdhash H\"")));
   EXPECT_THAT(linesOf(app, 1),
               AllOf(Contains("Signature=adhoc"), Contains("TeamIdentifier=not set")));
@@ -151,7 +152,7 @@ TEST_F(DisplayTest, InputsOfUnsignedCodeComeFromItsProfile) {
   options.profile.bundleIdentifier = "*";
   options.info = {{"CFBundleIdentifier", "com.example.exact"}};
   const fs::path app = makeApp(options);
-  const auto failure = toolchain::describe({.code = app});
+  const auto failure = toolchain::signatureReport({.code = app});
   ASSERT_FALSE(failure);
   EXPECT_EQ(failure.error().localizedDescription(), "code object is not signed at all");
 

@@ -214,7 +214,7 @@ TEST(Sign, InfoPlistMayAskForFlagsButNotForTheSignersOwn) {
   const fs::path app = writeApp(folder.path());
   writePlist(app / "Info.plist", {{"CFBundleExecutable", "X"}, {"CSFlags", 0x70802}});
   ASSERT_EQ(signingProblem(optionsFor(app, kSigners[1])), "");
-  EXPECT_THAT(*toolchain::describe({.code = app, .verbosity = 1}),
+  EXPECT_THAT(*toolchain::signatureReport({.code = app, .verbosity = 1}),
               testing::Contains(HasSubstr("flags=0x800(none)")));
 }
 
@@ -257,7 +257,7 @@ TEST(Sign, AHomeMadeDeveloperIdentitySignsButDoesNotMeetItsRequirement) {
   options.keychain = folder.write("keychain.pem", family.pem());
   fs::permissions(*options.keychain, fs::perms(0600));
   ASSERT_EQ(signingProblem(options), "");
-  EXPECT_THAT(*toolchain::describeRequirements(app),
+  EXPECT_THAT(*toolchain::requirementsReport(app),
               ElementsAre(HasSubstr("anchor apple generic and certificate leaf[subject.CN] = ")));
   EXPECT_EQ(toolchain::verify({.code = app}).status, 3);
 }
