@@ -1,5 +1,7 @@
 #include "toolchain/common/SignatureFault.h"
 
+#include <array>
+
 #include "toolchain/common/Messages.h"
 
 namespace toolchain {
@@ -8,33 +10,24 @@ namespace {
 
 constexpr std::string_view kSignatureFaultDomain = "SignatureFaultDomain";
 
+/// By fault.
+constexpr std::array<std::string_view, 10> kReasons = {
+    "code object is not signed at all",
+    "invalid signature (code or signature have been modified)",
+    "invalid Info.plist (plist or signature have been modified)",
+    "invalid resource directory (directory or signature have been modified)",
+    "a sealed resource is missing or invalid",
+    "code has no resources but signature indicates they must be present",
+    "nested code is modified or invalid",
+    "bundle format unrecognized, invalid, or unsuitable",
+    "object file format unrecognized, invalid, or unsuitable",
+    "main executable failed strict validation",
+};
+static_assert(kReasons.size() == static_cast<std::size_t>(Fault::strictValidation) + 1);
+
 }  // namespace
 
-std::string_view reason(Fault fault) {
-  switch (fault) {
-    case Fault::unsignedCode:
-      return "code object is not signed at all";
-    case Fault::invalidSignature:
-      return "invalid signature (code or signature have been modified)";
-    case Fault::invalidInfoPlist:
-      return "invalid Info.plist (plist or signature have been modified)";
-    case Fault::invalidResourceDirectory:
-      return "invalid resource directory (directory or signature have been modified)";
-    case Fault::sealedResource:
-      return "a sealed resource is missing or invalid";
-    case Fault::missingResources:
-      return "code has no resources but signature indicates they must be present";
-    case Fault::nestedCode:
-      return "nested code is modified or invalid";
-    case Fault::bundleFormat:
-      return "bundle format unrecognized, invalid, or unsuitable";
-    case Fault::objectFormat:
-      return "object file format unrecognized, invalid, or unsuitable";
-    case Fault::strictValidation:
-      return "main executable failed strict validation";
-  }
-  return "";
-}
+std::string_view reason(Fault fault) { return kReasons.at(static_cast<std::size_t>(fault)); }
 
 foundation::Error faultError(Fault fault, const std::string& detail) {
   const std::string text(reason(fault));

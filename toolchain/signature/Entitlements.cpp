@@ -36,29 +36,23 @@ constexpr std::array kFlaggedKeys = {
     FlaggedKey{"com.apple.private.amfi.can-execute-cdhash", execseg::kCanExecuteCDHash},
 };
 
-std::string_view typeWithoutForm(Value::Type type) {
-  switch (type) {
-    case Value::Type::real:
-      return "a real number";
-    case Value::Type::date:
-      return "a date";
-    case Value::Type::data:
-      return "data";
-    case Value::Type::boolean:
-    case Value::Type::integer:
-    case Value::Type::unsignedInteger:
-    case Value::Type::string:
-    case Value::Type::array:
-    case Value::Type::dictionary:
-      return {};
-    default:
-      return "of a type that entitlements cannot hold";
-  }
+/// What neither form of entitlements can hold; empty for what they can.
+std::string_view unsupportedType(Value::Type type) {
+  constexpr std::string_view kOther = "of a type that entitlements cannot hold";
+  using Row = std::pair<Value::Type, std::string_view>;
+  constexpr std::array<Row, 6> kUnsupported = {{{Value::Type::real, "a real number"},
+                                                {Value::Type::date, "a date"},
+                                                {Value::Type::data, "data"},
+                                                {Value::Type::null, kOther},
+                                                {Value::Type::uid, kOther},
+                                                {Value::Type::error, kOther}}};
+  const auto* row = std::ranges::find(kUnsupported, type, &Row::first);
+  return row == kUnsupported.end() ? std::string_view() : row->second;
 }
 
 /// Fails with the place of the first value that has no DER form.
 Result<> checkEncodable(const Value& value, const std::string& place) {
-  if (const auto type = typeWithoutForm(value.type()); !type.empty()) {
+  if (const auto type = unsupportedType(value.type()); !type.empty()) {
     return failure("entitlements: the value of " + place + " is " + std::string(type));
   }
   if (const Array* array = value.array()) {
