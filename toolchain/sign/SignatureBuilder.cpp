@@ -8,7 +8,7 @@
 #include "foundation/format/PropertyList.h"
 #include "macho/Definitions.h"
 #include "toolchain/common/Messages.h"
-#include "toolchain/signature/Requirement.h"
+#include "toolchain/signature/EmbeddedSignature.h"
 
 namespace toolchain {
 
@@ -21,9 +21,6 @@ constexpr std::uint64_t kAlignment = 16;
 constexpr std::uint64_t kSignatureRoom = 18000;
 /// Upper bound for everything in the CMS but the certificates.
 constexpr std::uint64_t kSignatureOverhead = 6000;
-
-constexpr std::string_view kHashListOID = "1.2.840.113635.100.9.1";
-constexpr std::string_view kHashAgilityOID = "1.2.840.113635.100.9.2";
 
 constexpr std::uint32_t version(std::uint32_t major, std::uint32_t minor, std::uint32_t patch) {
   return major << 16 | minor << 8 | patch;
@@ -45,34 +42,18 @@ bool knowsOnlySHA1(const Slice& slice) {
   }
 }
 
-std::string_view oidOf(HashType type) {
-  if (type == HashType::sha1) return "1.3.14.3.2.26";
-  return type == HashType::sha384 ? "2.16.840.1.101.3.4.2.2" : "2.16.840.1.101.3.4.2.1";
-}
-
-/// The property list with the first 20 bytes of every directory's hash, in slot order.
-Result<foundation::CMS::Attribute> hashList(const std::vector<CodeDirectory>& directories) {
-  foundation::Array hashes;
-  for (const CodeDirectory& directory : directories) {
-    hashes.emplace_back(foundation::Data(directory.cdHash()));
-  }
-  const foundation::Dictionary top = {{"cdhashes", std::move(hashes)}};
-  auto text = foundation::PropertyList::xml(top);
+/// The signed attributes that list the hashes of all CodeDirectories.
+Result<std::vector<foundation::CMS::Attribute>> hashLists(
+    const std::vector<CodeDirectory>& directories) {
+  using foundation::Data;
+  const foundation::Dictionary top = {{"cdhashes", cdHashList(directories)}};
+  const auto text = foundation::PropertyList::xml(top);
   if (!text) return text.error();
-  return foundation::CMS::Attribute{std::string(kHashListOID),
-                                    {foundation::Data(der::element(der::kOctetString, *text))}};
-}
-
-/// The full hash of every directory, each with its algorithm.
-foundation::CMS::Attribute hashAgility(const std::vector<CodeDirectory>& directories) {
-  foundation::CMS::Attribute attribute{std::string(kHashAgilityOID), {}};
-  for (const CodeDirectory& directory : directories) {
-    const auto hash = directory.fullHash();
-    attribute.values.emplace_back(der::element(
-        der::kSequence, der::objectIdentifier(oidOf(directory.fields.hashType)) +
-                            der::element(der::kOctetString, foundation::textOf(hash))));
-  }
-  return attribute;
+  std::vector<Data> digests;
+  for (const std::string& element : digestList(directories)) digests.emplace_back(element);
+  return std::vector<foundation::CMS::Attribute>{
+      {std::string(kCDHashListOID), {Data(der::element(der::kOctetString, *text))}},
+      {std::string(kDigestListOID), std::move(digests)}};
 }
 
 std::vector<std::byte> requirementsFor(const SignatureContent& content) {
@@ -173,13 +154,12 @@ Result<std::vector<std::byte>> SignatureBuilder::wrapper(
     if (!directory) return directory.error();
     parsed.push_back(std::move(*directory));
   }
-  auto list = hashList(parsed);
-  if (!list) return list.error();
-  const auto message = foundation::CMS::signDetached(
-      directories.front(), content_.identity->identity, content_.identity->chain,
-      content_.signingTime, {std::move(*list), hashAgility(parsed)});
-  if (!message) return message.error();
-  return makeBlob(magic::kWrapper, message->bytes());
+  return hashLists(parsed)
+      .andThen([&](const std::vector<foundation::CMS::Attribute>& lists) {
+        return foundation::CMS::signDetached(directories.front(), content_.identity->identity,
+                                             content_.identity->chain, content_.signingTime, lists);
+      })
+      .map([](const auto& message) { return makeBlob(magic::kWrapper, message.bytes()); });
 }
 
 Result<std::vector<std::byte>> SignatureBuilder::build(const std::vector<PageHashes>& pages) const {

@@ -19,12 +19,36 @@ constexpr std::uint32_t kSupportsExecSegment = 0x20400;
 constexpr std::uint32_t kSupportsRuntime = 0x20500;
 constexpr std::size_t kLargestHeader = 96;
 
+constexpr std::string_view kSHA256 = "2.16.840.1.101.3.4.2.1";
+
 std::size_t headerSize(std::uint32_t version) {
   if (version >= kSupportsRuntime) return 96;
   if (version >= kSupportsExecSegment) return 88;
   if (version >= kSupportsLargeCode) return 64;
   if (version >= kSupportsTeam) return 52;
   return version >= kSupportsScatter ? 48 : 44;
+}
+
+struct HashKind {
+  HashType type;
+  std::size_t size;
+  std::string_view name;
+  foundation::DigestKind digest;
+  std::string_view oid;
+};
+/// The first row stands for every number without a meaning; the others get stronger, in the
+/// kernel's order.
+constexpr std::array<HashKind, 5> kHashKinds = {{
+    {HashType{}, 0, "unknown", foundation::DigestKind::sha256, ""},
+    {HashType::sha1, 20, "sha1", foundation::DigestKind::sha1, "1.3.14.3.2.26"},
+    {HashType::sha256Truncated, 20, "sha256-truncated", foundation::DigestKind::sha256, kSHA256},
+    {HashType::sha256, 32, "sha256", foundation::DigestKind::sha256, kSHA256},
+    {HashType::sha384, 48, "sha384", foundation::DigestKind::sha384, "2.16.840.1.101.3.4.2.2"},
+}};
+
+const HashKind& kindOf(HashType type) {
+  const auto* at = std::ranges::find(kHashKinds, type, &HashKind::type);
+  return at == kHashKinds.end() ? kHashKinds.front() : *at;
 }
 
 /// NUL-terminated text at `offset`; absent when it does not end inside the blob.
@@ -106,52 +130,11 @@ Result<> checkHashes(const CodeDirectory& directory, std::uint32_t hashOffset) {
 
 }  // namespace
 
-std::size_t hashSize(HashType type) {
-  switch (type) {
-    case HashType::sha1:
-    case HashType::sha256Truncated:
-      return 20;
-    case HashType::sha256:
-      return 32;
-    case HashType::sha384:
-      return 48;
-  }
-  return 0;
-}
-
-int strength(HashType type) {
-  switch (type) {
-    case HashType::sha1:
-      return 1;
-    case HashType::sha256Truncated:
-      return 2;
-    case HashType::sha256:
-      return 3;
-    case HashType::sha384:
-      return 4;
-  }
-  return 0;
-}
-
-std::string_view hashName(HashType type) {
-  switch (type) {
-    case HashType::sha1:
-      return "sha1";
-    case HashType::sha256Truncated:
-      return "sha256-truncated";
-    case HashType::sha256:
-      return "sha256";
-    case HashType::sha384:
-      return "sha384";
-  }
-  return "unknown";
-}
-
-foundation::DigestKind digestKind(HashType type) {
-  if (type == HashType::sha1) return foundation::DigestKind::sha1;
-  if (type == HashType::sha384) return foundation::DigestKind::sha384;
-  return foundation::DigestKind::sha256;
-}
+std::size_t hashSize(HashType type) { return kindOf(type).size; }
+std::ptrdiff_t strength(HashType type) { return &kindOf(type) - kHashKinds.data(); }
+std::string_view hashName(HashType type) { return kindOf(type).name; }
+foundation::DigestKind digestKind(HashType type) { return kindOf(type).digest; }
+std::string_view digestOID(HashType type) { return kindOf(type).oid; }
 
 std::vector<std::byte> hashOf(Bytes bytes, HashType type) {
   foundation::Digest digest(digestKind(type));

@@ -19,10 +19,12 @@ enum class HashType : std::uint8_t { sha1 = 1, sha256 = 2, sha256Truncated = 3, 
 /// Bytes of one stored hash; 0 for a number without a meaning.
 std::size_t hashSize(HashType type);
 /// Stronger is higher, in the kernel's order: SHA-1, truncated SHA-256, SHA-256, SHA-384.
-int strength(HashType type);
+std::ptrdiff_t strength(HashType type);
 /// "sha1", "sha256", "sha256-truncated", "sha384".
 std::string_view hashName(HashType type);
 foundation::DigestKind digestKind(HashType type);
+/// The digest's object identifier, dotted.
+std::string_view digestOID(HashType type);
 /// The hash as this type stores it (truncated where the type says so).
 std::vector<std::byte> hashOf(Bytes bytes, HashType type);
 

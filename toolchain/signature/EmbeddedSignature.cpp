@@ -16,9 +16,6 @@ namespace DER = foundation::DER;
 using foundation::CMS::Attribute;
 using foundation::CMS::Signer;
 
-constexpr std::string_view kHashesPlist = "1.2.840.113635.100.9.1";
-constexpr std::string_view kHashesDER = "1.2.840.113635.100.9.2";
-
 /// Extensions of the leaf: iOS development and distribution, Mac submission and development,
 /// Developer ID.
 constexpr std::array<std::string_view, 5> kDeveloperMarks = {
@@ -31,21 +28,7 @@ const Attribute* attribute(const Signer& signer, std::string_view oid) {
   return at == signer.signedAttributes.end() ? nullptr : &*at;
 }
 
-std::string_view digestOID(HashType type) {
-  switch (type) {
-    case HashType::sha1:
-      return "1.3.14.3.2.26";
-    case HashType::sha256:
-    case HashType::sha256Truncated:
-      return "2.16.840.1.101.3.4.2.1";
-    case HashType::sha384:
-      return "2.16.840.1.101.3.4.2.2";
-  }
-  return "";
-}
-
-/// The plist lists the cdhash of each directory, in slot order.
-Result<> checkHashesPlist(const Attribute& list, const std::vector<CodeDirectory>& directories) {
+Result<> checkCDHashList(const Attribute& list, const std::vector<CodeDirectory>& directories) {
   const auto octets = list.values.size() == 1
                           ? DER::single(list.values[0].bytes(), DER::kOctetString)
                           : std::nullopt;
@@ -54,27 +37,16 @@ Result<> checkHashesPlist(const Attribute& list, const std::vector<CodeDirectory
   if (!plist) return within("the list of cdhashes", plist.error());
   const auto* hashes = plist->find("cdhashes");
   if (!hashes || !hashes->array()) return failure("the list of cdhashes has no \"cdhashes\"");
-  foundation::Array expected;
-  for (const auto& directory : directories) {
-    expected.emplace_back(foundation::Data(directory.cdHash()));
-  }
-  if (*hashes != foundation::Value(expected)) {
+  if (*hashes != foundation::Value(cdHashList(directories))) {
     return failure("the list of cdhashes is not that of the " + std::to_string(directories.size()) +
                    " CodeDirectories");
   }
   return {};
 }
 
-/// One value for each directory: its digest's identifier and its full digest.
-Result<> checkHashesDER(const Attribute& list, const std::vector<CodeDirectory>& directories) {
-  std::vector<std::string> expected;
-  expected.reserve(directories.size());
-  for (const auto& directory : directories) {
-    expected.push_back(DER::element(
-        DER::kSequence,
-        DER::objectIdentifier(digestOID(directory.fields.hashType)) +
-            DER::element(DER::kOctetString, foundation::textOf(directory.fullHash()))));
-  }
+/// The values of a set come in any order.
+Result<> checkDigestList(const Attribute& list, const std::vector<CodeDirectory>& directories) {
+  auto expected = digestList(directories);
   std::vector<std::string> found;
   for (const auto& value : list.values) found.emplace_back(value.text());
   std::sort(expected.begin(), expected.end());
@@ -87,13 +59,13 @@ Result<> checkHashesDER(const Attribute& list, const std::vector<CodeDirectory>&
 }
 
 Result<> checkHashLists(const Signer& signer, const std::vector<CodeDirectory>& directories) {
-  const Attribute* plist = attribute(signer, kHashesPlist);
-  const Attribute* list = attribute(signer, kHashesDER);
+  const Attribute* plist = attribute(signer, kCDHashListOID);
+  const Attribute* list = attribute(signer, kDigestListOID);
   if (plist) {
-    if (auto checked = checkHashesPlist(*plist, directories); !checked) return checked;
+    if (auto checked = checkCDHashList(*plist, directories); !checked) return checked;
   }
   if (list) {
-    if (auto checked = checkHashesDER(*list, directories); !checked) return checked;
+    if (auto checked = checkDigestList(*list, directories); !checked) return checked;
   }
   // The message itself covers the primary directory only.
   if (!plist && !list && directories.size() > 1) {
@@ -173,6 +145,25 @@ Result<EmbeddedSignature> EmbeddedSignature::parse(Bytes area, Gaps gaps) {
       return EmbeddedSignature{std::move(blobs), std::move(directories)};
     });
   });
+}
+
+foundation::Array cdHashList(const std::vector<CodeDirectory>& directories) {
+  foundation::Array hashes;
+  for (const auto& directory : directories) {
+    hashes.emplace_back(foundation::Data(directory.cdHash()));
+  }
+  return hashes;
+}
+
+std::vector<std::string> digestList(const std::vector<CodeDirectory>& directories) {
+  std::vector<std::string> digests;
+  for (const auto& directory : directories) {
+    digests.push_back(DER::element(
+        DER::kSequence,
+        DER::objectIdentifier(digestOID(directory.fields.hashType)) +
+            DER::element(DER::kOctetString, foundation::textOf(directory.fullHash()))));
+  }
+  return digests;
 }
 
 const CodeDirectory& EmbeddedSignature::strongest() const {

@@ -52,4 +52,12 @@ struct EmbeddedSignature {
   [[nodiscard]] Result<std::optional<requirement::Expression>> designatedRequirement() const;
 };
 
+/// Signed attributes of the CMS that list the hashes of all CodeDirectories: the cdhashes as the
+/// array "cdhashes" of a property list, in slot order, and the full digests, one DER value
+/// SEQUENCE { algorithm, digest } each.
+inline constexpr std::string_view kCDHashListOID = "1.2.840.113635.100.9.1";
+inline constexpr std::string_view kDigestListOID = "1.2.840.113635.100.9.2";
+foundation::Array cdHashList(const std::vector<CodeDirectory>& directories);
+std::vector<std::string> digestList(const std::vector<CodeDirectory>& directories);
+
 }  // namespace toolchain
