@@ -25,6 +25,39 @@ constexpr std::array<std::string_view, 3> kAppleRoots = {
     "c2b9b042dd57830e7d117dac55ac8ae19407d38e41d88f3215bc3a890444a050",
     "63343abfb89a6a03ebb57e9b3f5fa7be7c4f5c756f3017b3a8c488c3653e9179"};
 
+/// What follows an operation's number, in this order.
+struct Shape {
+  Operation operation;
+  int operands = 0;
+  bool hasCertificate = false;
+  bool hasData = false;
+  bool hasKeyAndMatch = false;
+};
+constexpr std::array<Shape, 15> kShapes = {
+    {{.operation = Operation::never},
+     {.operation = Operation::always},
+     {.operation = Operation::identifier, .hasData = true},
+     {.operation = Operation::anchorApple},
+     {.operation = Operation::anchorHash, .hasCertificate = true, .hasData = true},
+     {.operation = Operation::conjunction, .operands = 2},
+     {.operation = Operation::disjunction, .operands = 2},
+     {.operation = Operation::cdHash, .hasData = true},
+     {.operation = Operation::negation, .operands = 1},
+     {.operation = Operation::infoKey, .hasKeyAndMatch = true},
+     {.operation = Operation::certificateField, .hasCertificate = true, .hasKeyAndMatch = true},
+     {.operation = Operation::certificateOID, .hasCertificate = true, .hasKeyAndMatch = true},
+     {.operation = Operation::anchorAppleGeneric},
+     {.operation = Operation::entitlement, .hasKeyAndMatch = true},
+     {.operation = Operation::certificatePolicy, .hasCertificate = true, .hasKeyAndMatch = true}}};
+
+/// Null for a number without a meaning.
+const Shape* shapeOf(Operation operation) {
+  const auto* shape = std::ranges::find(kShapes, operation, &Shape::operation);
+  return shape == kShapes.end() ? nullptr : shape;
+}
+
+bool hasValue(Match match) { return match != Match::exists && match != Match::absent; }
+
 /// Reads the prefix form.
 class ExpressionReader {
  public:
@@ -36,13 +69,11 @@ class ExpressionReader {
 
  private:
   Result<std::uint32_t> number();
-  Result<> readOperands(Expression& expression, int count, int depth);
   Result<> readText(std::string& out);
-  Result<> readCertificate(Expression& expression);
   Result<> readMatch(Expression& expression);
   Result<> readDetails(Expression& expression, int depth);
-  [[nodiscard]] foundation::Error cutOff() const {
-    return failure("requirement is cut off at byte " + std::to_string(offset_));
+  [[nodiscard]] foundation::Error truncated() const {
+    return failure("requirement is truncated at byte " + std::to_string(offset_));
   }
 
   Bytes bytes_;
@@ -51,7 +82,7 @@ class ExpressionReader {
 
 Result<std::uint32_t> ExpressionReader::number() {
   const auto value = bigEndian32At(bytes_, offset_);
-  if (!value) return cutOff();
+  if (!value) return truncated();
   offset_ += 4;
   return *value;
 }
@@ -61,16 +92,9 @@ Result<> ExpressionReader::readText(std::string& out) {
   if (!length) return length.error();
   const std::uint64_t padded = (std::uint64_t{*length} + 3) / 4 * 4;
   const auto window = foundation::slice(bytes_, offset_, padded);
-  if (!window) return cutOff();
+  if (!window) return truncated();
   out = foundation::textOf(window->first(*length));
   offset_ += padded;
-  return {};
-}
-
-Result<> ExpressionReader::readCertificate(Expression& expression) {
-  const auto position = number();
-  if (!position) return position.error();
-  expression.certificate = static_cast<std::int32_t>(*position);
   return {};
 }
 
@@ -78,69 +102,44 @@ Result<> ExpressionReader::readMatch(Expression& expression) {
   const auto kind = number();
   if (!kind) return kind.error();
   expression.match = static_cast<Match>(*kind);
-  if (expression.match == Match::exists || expression.match == Match::absent) return {};
-  if (*kind > static_cast<std::uint32_t>(Match::greaterEqual)) {
+  if (!hasValue(expression.match)) return {};
+  if (expression.match > Match::greaterEqual) {
     return failure("requirement: match " + std::to_string(*kind) + " is unknown");
   }
   return readText(expression.matchValue);
 }
 
-Result<> ExpressionReader::readOperands(Expression& expression, int count, int depth) {
-  for (int i = 0; i < count; ++i) {
-    auto operand = read(depth + 1);
-    if (!operand) return operand.error();
-    expression.operands.push_back(std::move(*operand));
-  }
-  return {};
-}
-
 Result<> ExpressionReader::readDetails(Expression& expression, int depth) {
-  switch (expression.operation) {
-    case Operation::never:
-    case Operation::always:
-    case Operation::anchorApple:
-    case Operation::anchorAppleGeneric:
-      return {};
-    case Operation::identifier:
-    case Operation::cdHash:
-      return readText(expression.data);
-    case Operation::anchorHash: {
-      const auto read = readCertificate(expression);
-      return read ? readText(expression.data) : read;
-    }
-    case Operation::conjunction:
-    case Operation::disjunction:
-      return readOperands(expression, 2, depth);
-    case Operation::negation:
-      return readOperands(expression, 1, depth);
-    case Operation::infoKey:
-    case Operation::entitlement: {
-      const auto read = readText(expression.key);
-      return read ? readMatch(expression) : read;
-    }
-    case Operation::certificateField:
-    case Operation::certificateOID:
-    case Operation::certificatePolicy: {
-      auto read = readCertificate(expression);
-      if (read) read = readText(expression.key);
-      return read ? readMatch(expression) : read;
-    }
+  const Shape* shape = shapeOf(expression.operation);
+  if (!shape) {
+    return failure("requirement: operation " +
+                   std::to_string(static_cast<std::uint32_t>(expression.operation)) +
+                   " is unknown");
   }
-  return failure("requirement: operation " +
-                 std::to_string(static_cast<std::uint32_t>(expression.operation)) + " is unknown");
+  Result<> done;
+  for (int i = 0; done && i < shape->operands; ++i) {
+    done = read(depth + 1).map(
+        [&](Expression operand) { expression.operands.push_back(std::move(operand)); });
+  }
+  if (shape->hasCertificate) {
+    done = number().map([&](std::uint32_t position) {
+      expression.certificate = static_cast<std::int32_t>(position);
+    });
+  }
+  if (done && shape->hasData) done = readText(expression.data);
+  if (done && shape->hasKeyAndMatch) {
+    done = readText(expression.key).andThen([&] { return readMatch(expression); });
+  }
+  return done;
 }
 
 Result<Expression> ExpressionReader::read(int depth) {
-  if (depth > kMaximumDepth) return failure("requirement is nested too deep");
+  if (depth > kMaximumDepth) return failure("requirement is nested too deeply");
   const auto operation = number();
   if (!operation) return operation.error();
-  Expression expression;
-  expression.operation = static_cast<Operation>(*operation);
-  if (const auto read = readDetails(expression, depth); !read) return read.error();
-  return expression;
+  Expression expression{.operation = static_cast<Operation>(*operation)};
+  return readDetails(expression, depth).map([&] { return std::move(expression); });
 }
-
-// Writing
 
 void writeText(ByteWriter& out, std::string_view text) {
   out.u32(static_cast<std::uint32_t>(text.size()));
@@ -151,52 +150,31 @@ void writeText(ByteWriter& out, std::string_view text) {
 void write(ByteWriter& out, const Expression& expression) {
   out.u32(static_cast<std::uint32_t>(expression.operation));
   for (const Expression& operand : expression.operands) write(out, operand);
-  const bool hasMatch = expression.operation == Operation::infoKey ||
-                        expression.operation == Operation::entitlement ||
-                        expression.operation == Operation::certificateField ||
-                        expression.operation == Operation::certificateOID ||
-                        expression.operation == Operation::certificatePolicy;
-  if (expression.operation == Operation::anchorHash ||
-      (hasMatch && expression.operation != Operation::infoKey &&
-       expression.operation != Operation::entitlement)) {
-    out.u32(static_cast<std::uint32_t>(expression.certificate));
-  }
-  if (hasMatch) {
-    writeText(out, expression.key);
-    out.u32(static_cast<std::uint32_t>(expression.match));
-    if (expression.match != Match::exists && expression.match != Match::absent) {
-      writeText(out, expression.matchValue);
-    }
-  }
-  if (expression.operation == Operation::identifier || expression.operation == Operation::cdHash ||
-      expression.operation == Operation::anchorHash) {
-    writeText(out, expression.data);
-  }
+  const Shape* shape = shapeOf(expression.operation);
+  if (shape->hasCertificate) out.u32(static_cast<std::uint32_t>(expression.certificate));
+  if (shape->hasData) writeText(out, expression.data);
+  if (!shape->hasKeyAndMatch) return;
+  writeText(out, expression.key);
+  out.u32(static_cast<std::uint32_t>(expression.match));
+  if (hasValue(expression.match)) writeText(out, expression.matchValue);
 }
 
 Expression both(Expression a, Expression b) {
-  Expression result;
-  result.operation = Operation::conjunction;
-  result.operands = {std::move(a), std::move(b)};
-  return result;
+  return {.operation = Operation::conjunction, .operands = {std::move(a), std::move(b)}};
 }
 
 Expression leafIsNamed(const foundation::Certificate& leaf) {
-  Expression name;
-  name.operation = Operation::certificateField;
-  name.key = "subject.CN";
-  name.match = Match::equal;
-  name.matchValue = leaf.commonName().value_or("");
-  return name;
+  return {.operation = Operation::certificateField,
+          .key = "subject.CN",
+          .match = Match::equal,
+          .matchValue = leaf.commonName().value_or("")};
 }
 
 Expression issuerIsMarked() {
-  Expression mark;
-  mark.operation = Operation::certificateOID;
-  mark.certificate = 1;
   // The operand is the identifier's content, without tag and length.
-  mark.key = foundation::DER::objectIdentifier(kDeveloperIssuerMark).substr(2);
-  return mark;
+  return {.operation = Operation::certificateOID,
+          .certificate = 1,
+          .key = foundation::DER::objectIdentifier(kDeveloperIssuerMark).substr(2)};
 }
 
 Expression lastOfOrganization(const std::vector<foundation::Certificate>& chain) {
@@ -207,19 +185,16 @@ Expression lastOfOrganization(const std::vector<foundation::Certificate>& chain)
                              chain[last + 1].subjectValue(foundation::kOIDOrganizationName))) {
     ++last;
   }
-  const auto hash = chain[last].sha1();
-  Expression expression;
-  expression.operation = Operation::anchorHash;
-  expression.certificate = last + 1 == chain.size() ? -1 : static_cast<std::int32_t>(last);
-  expression.data = foundation::textOf(hash);
-  return expression;
+  return {.operation = Operation::anchorHash,
+          .certificate = last + 1 == chain.size() ? -1 : static_cast<std::int32_t>(last),
+          .data = std::string(foundation::textOf(chain[last].sha1()))};
 }
 
 }  // namespace
 
 Result<std::vector<TypedRequirement>> parseRequirementSet(Bytes blob) {
-  const auto payload = blobPayload(blob, magic::kRequirementSet);
-  if (!payload) return within("requirements", payload.error());
+  const auto payload = blobPayload(blob, magic::kRequirementSet).mapError(within("requirements"));
+  if (!payload) return payload.error();
   const auto count = bigEndian32At(blob, 8);
   if (!count || *count > kMaximumRequirements) {
     return failure("requirements: count " + std::to_string(count.value_or(0)) +
@@ -235,9 +210,7 @@ Result<std::vector<TypedRequirement>> parseRequirementSet(Bytes blob) {
       return failure("requirement " + std::to_string(i) + " of " + std::to_string(*count) +
                      " lies outside the blob");
     }
-    const bool isRepeated =
-        std::ranges::find(requirements, *type, &TypedRequirement::type) != requirements.end();
-    if (isRepeated) {
+    if (std::ranges::find(requirements, *type, &TypedRequirement::type) != requirements.end()) {
       return failure("requirement " + std::to_string(i) + " of " + std::to_string(*count) +
                      ": a second one of type " + std::to_string(*type));
     }
@@ -247,8 +220,8 @@ Result<std::vector<TypedRequirement>> parseRequirementSet(Bytes blob) {
 }
 
 Result<Expression> parseRequirement(Bytes blob) {
-  const auto payload = blobPayload(blob, magic::kRequirement);
-  if (!payload) return within("requirement", payload.error());
+  const auto payload = blobPayload(blob, magic::kRequirement).mapError(within("requirement"));
+  if (!payload) return payload.error();
   const auto kind = bigEndian32At(*payload, 0);
   if (kind != kExpressionKind) {
     return failure("requirement: kind " + std::to_string(kind.value_or(0)) + " is unknown");
@@ -256,7 +229,7 @@ Result<Expression> parseRequirement(Bytes blob) {
   ExpressionReader reader(payload->subspan(4));
   auto expression = reader.read(0);
   if (expression && !reader.atEnd()) {
-    return failure("requirement goes on behind its expression, at byte " +
+    return failure("requirement continues after its expression, at byte " +
                    std::to_string(reader.offset()));
   }
   return expression;
@@ -299,15 +272,12 @@ bool isAppleOwn(const std::vector<foundation::Certificate>& chain, RootTest isAp
 
 Expression defaultRequirement(const std::string& identifier,
                               const std::vector<foundation::Certificate>& chain) {
-  Expression named;
-  named.operation = Operation::identifier;
-  named.data = identifier;
+  Expression named{.operation = Operation::identifier, .data = identifier};
   const bool isDeveloper = endsInAppleRoot(chain, isNamedLikeAppleRoot) &&
                            chain[1].extensionValue(kDeveloperIssuerMark).has_value();
-  if (!isDeveloper) return both(named, lastOfOrganization(chain));
-  Expression anchored;
-  anchored.operation = Operation::anchorAppleGeneric;
-  return both(named, both(anchored, both(leafIsNamed(chain.front()), issuerIsMarked())));
+  if (!isDeveloper) return both(std::move(named), lastOfOrganization(chain));
+  return both(std::move(named), both({.operation = Operation::anchorAppleGeneric},
+                                     both(leafIsNamed(chain.front()), issuerIsMarked())));
 }
 
 }  // namespace toolchain

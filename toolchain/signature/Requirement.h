@@ -56,15 +56,15 @@ enum class Match : std::uint32_t {
 struct Expression {
   Operation operation = Operation::never;
   /// Of `negation` one, of `conjunction` and `disjunction` two.
-  std::vector<Expression> operands;
+  std::vector<Expression> operands = {};
   /// Certificate position: 0 the leaf, 1 its issuer, -1 the root.
   std::int32_t certificate = 0;
   /// Key or field name; for `certificateOID` and `certificatePolicy` the OID's bare content.
-  std::string key;
+  std::string key = {};
   /// The identifier, hash or cdhash.
-  std::string data;
+  std::string data = {};
   Match match = Match::exists;
-  std::string matchValue;
+  std::string matchValue = {};
 };
 
 }  // namespace requirement

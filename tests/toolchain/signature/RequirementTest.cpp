@@ -172,7 +172,7 @@ TEST(Requirement, DamageIsNamed) {
            Case{"kind", {2, 1}, "requirement: kind 2 is unknown"},
            Case{"operation", {1, 12}, "requirement: operation 12 is unknown"},
            Case{"match", {1, 10, 0, 9}, "requirement: match 9 is unknown"},
-           Case{"more", {1, 1, 0}, "requirement goes on behind its expression, at byte 4"},
+           Case{"more", {1, 1, 0}, "requirement continues after its expression, at byte 4"},
            Case{"many", {17}, "requirements: count 17 does not fit", magic::kRequirementSet},
            Case{"two designated",
                 {2, 3, 28, 3, 28, magic::kRequirement, 16, 1, 1},
