@@ -75,7 +75,7 @@ Result<Bytes> blobPayload(Bytes blob, std::uint32_t magic) {
   const auto found = bigEndian32At(blob, 0);
   const auto length = bigEndian32At(blob, 4);
   if (!found || !length)
-    return failure("blob of " + std::to_string(blob.size()) + " bytes is cut off");
+    return failure("blob of " + std::to_string(blob.size()) + " bytes is truncated");
   if (*found != magic) return failure("blob magic is " + hex(*found) + ", not " + hex(magic));
   if (*length != blob.size()) {
     return failure("blob length " + std::to_string(*length) + " is not the " +
@@ -108,7 +108,7 @@ Result<SuperBlob> SuperBlob::parse(Bytes area, std::uint32_t magic, Gaps gaps) {
   const auto length = bigEndian32At(area, 4);
   const auto count = bigEndian32At(area, 8);
   if (!found || !length || !count) {
-    return failure("superblob of " + std::to_string(area.size()) + " bytes is cut off");
+    return failure("superblob of " + std::to_string(area.size()) + " bytes is truncated");
   }
   if (*found != magic) return failure("superblob magic is " + hex(*found) + ", not " + hex(magic));
   if (*length > area.size() || *length < kSuperBlobHeaderSize) {

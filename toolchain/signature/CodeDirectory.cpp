@@ -61,20 +61,23 @@ std::optional<std::string> textAt(Bytes blob, std::uint32_t offset) {
 }
 
 foundation::Error outside(std::string_view what, std::uint64_t value, std::size_t size) {
-  return failure("CodeDirectory: " + std::string(what) + " " + std::to_string(value) +
-                 " lies outside its " + std::to_string(size) + " bytes");
+  return failure(std::string(what) + " " + std::to_string(value) + " lies outside its " +
+                 std::to_string(size) + " bytes");
 }
 
 Result<CodeDirectoryFields> parseFields(Bytes blob) {
+  if (blob.size() < headerSize(kEarliest)) {
+    return failure(std::to_string(blob.size()) + " bytes are too few");
+  }
   const auto at = [&](std::uint64_t offset) { return bigEndian32At(blob, offset).value_or(0); };
   CodeDirectoryFields fields;
   fields.version = at(8);
   if (fields.version < kEarliest || fields.version >= 0x30000) {
-    return failure("CodeDirectory: version " + hex(fields.version) + " is not supported");
+    return failure("version " + hex(fields.version) + " is not supported");
   }
   if (blob.size() < headerSize(fields.version)) {
-    return failure("CodeDirectory: " + std::to_string(blob.size()) +
-                   " bytes are too few for version " + hex(fields.version));
+    return failure(std::to_string(blob.size()) + " bytes are too few for version " +
+                   hex(fields.version));
   }
   fields.flags = at(12);
   fields.codeLimit = at(32);
@@ -106,26 +109,32 @@ Result<> checkHashes(const CodeDirectory& directory, std::uint32_t hashOffset) {
   const std::size_t size = hashSize(fields.hashType);
   const auto stored = std::to_integer<std::size_t>(directory.blob[36]);
   if (size == 0) {
-    return failure("CodeDirectory: hash type " + std::to_string(static_cast<int>(fields.hashType)) +
+    return failure("hash type " + std::to_string(static_cast<int>(fields.hashType)) +
                    " is unknown");
   }
   if (stored != size) {
-    return failure("CodeDirectory: hash size " + std::to_string(stored) + " is not " +
-                   std::to_string(size));
+    return failure("hash size " + std::to_string(stored) + " is not " + std::to_string(size));
   }
   if (hashOffset > directory.blob.size() || directory.specialSlotCount > hashOffset / size ||
       directory.codeSlotCount > (directory.blob.size() - hashOffset) / size) {
     return outside("hash offset", hashOffset, directory.blob.size());
   }
   if (fields.pageShift > 31) {
-    return failure("CodeDirectory: page size 2^" + std::to_string(fields.pageShift) +
-                   " is too large");
+    return failure("page size 2^" + std::to_string(fields.pageShift) + " is too large");
   }
   if (pageCount(fields.codeLimit, fields.pageShift) != directory.codeSlotCount) {
-    return failure("CodeDirectory: " + std::to_string(directory.codeSlotCount) +
+    return failure(std::to_string(directory.codeSlotCount) +
                    " page hashes do not fit a code limit of " + std::to_string(fields.codeLimit));
   }
   return {};
+}
+
+std::vector<std::byte> fullDigest(Bytes bytes, HashType type) {
+  foundation::Digest digest(digestKind(type));
+  std::vector<std::byte> hash(digest.size());
+  digest.update(bytes);
+  digest.finish(hash);
+  return hash;
 }
 
 }  // namespace
@@ -137,32 +146,24 @@ foundation::DigestKind digestKind(HashType type) { return kindOf(type).digest; }
 std::string_view digestOID(HashType type) { return kindOf(type).oid; }
 
 std::vector<std::byte> hashOf(Bytes bytes, HashType type) {
-  foundation::Digest digest(digestKind(type));
-  std::vector<std::byte> hash(digest.size());
-  digest.update(bytes);
-  digest.finish(hash);
+  auto hash = fullDigest(bytes, type);
   hash.resize(hashSize(type));
   return hash;
 }
 
 Result<CodeDirectory> CodeDirectory::parse(Bytes blob) {
-  const auto payload = blobPayload(blob, magic::kCodeDirectory);
-  if (!payload) return within("CodeDirectory", payload.error());
-  if (blob.size() < headerSize(kEarliest)) {
-    return failure("CodeDirectory: " + std::to_string(blob.size()) + " bytes are too few");
-  }
-  auto fields = parseFields(blob);
-  if (!fields) return fields.error();
-  CodeDirectory directory;
-  directory.fields = std::move(*fields);
-  directory.blob = blob;
-  directory.hashOffset_ = *bigEndian32At(blob, 16);
-  directory.specialSlotCount = *bigEndian32At(blob, 24);
-  directory.codeSlotCount = *bigEndian32At(blob, 28);
-  if (const auto checked = checkHashes(directory, directory.hashOffset_); !checked) {
-    return checked.error();
-  }
-  return directory;
+  return blobPayload(blob, magic::kCodeDirectory)
+      .andThen([&](Bytes) { return parseFields(blob); })
+      .andThen([&](CodeDirectoryFields fields) {
+        CodeDirectory directory;
+        directory.fields = std::move(fields);
+        directory.blob = blob;
+        directory.hashOffset_ = *bigEndian32At(blob, 16);
+        directory.specialSlotCount = *bigEndian32At(blob, 24);
+        directory.codeSlotCount = *bigEndian32At(blob, 28);
+        return checkHashes(directory, directory.hashOffset_).map([&] { return directory; });
+      })
+      .mapError(within("CodeDirectory"));
 }
 
 Bytes CodeDirectory::specialHash(std::uint32_t slot) const {
@@ -180,13 +181,7 @@ Bytes CodeDirectory::codeHashes() const {
   return blob.subspan(hashOffset_, codeSlotCount * hashSize(fields.hashType));
 }
 
-std::vector<std::byte> CodeDirectory::fullHash() const {
-  foundation::Digest digest(digestKind(fields.hashType));
-  std::vector<std::byte> hash(digest.size());
-  digest.update(blob);
-  digest.finish(hash);
-  return hash;
-}
+std::vector<std::byte> CodeDirectory::fullHash() const { return fullDigest(blob, fields.hashType); }
 
 std::vector<std::byte> CodeDirectory::cdHash() const {
   auto hash = fullHash();
@@ -207,21 +202,19 @@ Result<> checkUnused(const CodeDirectory& directory) {
   for (const auto& [name, offset, since] : kFields) {
     const auto value = bigEndian32At(directory.blob, offset).value_or(0);
     if (fields.version < since || value == 0) continue;
-    return failure("CodeDirectory: " + std::string(name) + " is " + std::to_string(value) +
-                   ", not 0");
+    return failure(std::string(name) + " is " + std::to_string(value) + ", not 0");
   }
   if (const auto unknown = fields.flags & ~codeflag::kKnown) {
-    return failure("CodeDirectory: flags " + hex(unknown) + " are unknown");
+    return failure("flags " + hex(unknown) + " are unknown");
   }
   const Bytes hashes = directory.codeHashes();
   if (const auto tail =
           directory.blob.data() + directory.blob.size() - (hashes.data() + hashes.size())) {
-    return failure("CodeDirectory: " + std::to_string(tail) + " bytes follow the hashes");
+    return failure(std::to_string(tail) + " bytes follow the hashes");
   }
   const std::uint32_t last = directory.specialSlotCount;
   if (last != 0 && foundation::isZero(directory.specialHash(last))) {
-    return failure("CodeDirectory: special slot " + std::to_string(last) +
-                   " is empty, and the last");
+    return failure("special slot " + std::to_string(last) + " is empty, and the last");
   }
   return {};
 }

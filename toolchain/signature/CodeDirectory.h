@@ -92,9 +92,9 @@ struct CodeDirectory {
   std::uint32_t hashOffset_ = 0;
 };
 
-/// Refuses what the platform's tool never writes and readers may take for different things: a
-/// scatter vector, values in spare fields, unknown flags, bytes after the hashes, special slots
-/// beyond the last one that has a hash.
+/// Fails for what the platform's tool never writes and readers may interpret differently: a scatter
+/// vector, values in spare fields, unknown flags, bytes after the hashes, special slots beyond the
+/// last one that has a hash. The error does not name the directory.
 Result<> checkUnused(const CodeDirectory& directory);
 
 /// Special hashes by slot number (1 and up), each of the directory's hash size.

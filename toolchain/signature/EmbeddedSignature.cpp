@@ -32,9 +32,10 @@ Result<> checkCDHashList(const Attribute& list, const std::vector<CodeDirectory>
   const auto octets = list.values.size() == 1
                           ? DER::single(list.values[0].bytes(), DER::kOctetString)
                           : std::nullopt;
-  if (!octets) return failure("the list of cdhashes is no octet string");
-  const auto plist = foundation::PropertyList::parse(octets->content);
-  if (!plist) return within("the list of cdhashes", plist.error());
+  if (!octets) return failure("the list of cdhashes is not an octet string");
+  const auto plist =
+      foundation::PropertyList::parse(octets->content).mapError(within("the list of cdhashes"));
+  if (!plist) return plist.error();
   const auto* hashes = plist->find("cdhashes");
   if (!hashes || !hashes->array()) return failure("the list of cdhashes has no \"cdhashes\"");
   if (*hashes != foundation::Value(cdHashList(directories))) {
@@ -61,21 +62,17 @@ Result<> checkDigestList(const Attribute& list, const std::vector<CodeDirectory>
 Result<> checkHashLists(const Signer& signer, const std::vector<CodeDirectory>& directories) {
   const Attribute* plist = attribute(signer, kCDHashListOID);
   const Attribute* list = attribute(signer, kDigestListOID);
-  if (plist) {
-    if (auto checked = checkCDHashList(*plist, directories); !checked) return checked;
-  }
-  if (list) {
-    if (auto checked = checkDigestList(*list, directories); !checked) return checked;
-  }
   // The message itself covers the primary directory only.
   if (!plist && !list && directories.size() > 1) {
     return failure("no list of hashes covers the alternate CodeDirectories");
   }
-  return {};
+  return (plist ? checkCDHashList(*plist, directories) : Result<>()).andThen([&] {
+    return list ? checkDigestList(*list, directories) : Result<>();
+  });
 }
 
-/// A certificate of one of the developer programs. Others sign code of any team: the vendor's own,
-/// its stores'.
+/// A certificate of one of the developer programs. Other certificates, the vendor's own and its
+/// stores', sign code of any team.
 bool isDevelopersOwn(const Signer& signer) {
   const auto hasAny = [](const foundation::Certificate& certificate, const auto& marks) {
     return std::any_of(marks.begin(), marks.end(), [&](std::string_view oid) {
@@ -103,7 +100,7 @@ Result<foundation::Dictionary> xmlEntitlements(const BlobEntry& entry) {
   if (foundation::textOf(*payload).starts_with("bplist")) return failure("they are not XML");
   auto value = foundation::PropertyList::parseUnambiguous(*payload);
   if (!value) return value.error();
-  if (!value->dictionary()) return failure("they are no dictionary");
+  if (!value->dictionary()) return failure("they are not a dictionary");
   return *value->dictionary();
 }
 
@@ -117,8 +114,8 @@ Result<std::vector<CodeDirectory>> codeDirectories(const SuperBlob& signature) {
     const bool isAlternate = entry.slot >= slot::kAlternateCodeDirectories &&
                              entry.slot < slot::kAlternateCodeDirectoriesEnd;
     if (entry.slot != slot::kCodeDirectory && !isAlternate) continue;
-    auto directory = CodeDirectory::parse(entry.bytes);
-    if (!directory) return within("slot " + hex(entry.slot), directory.error());
+    auto directory = CodeDirectory::parse(entry.bytes).mapError(within("slot " + hex(entry.slot)));
+    if (!directory) return directory.error();
     for (const CodeDirectory& other : directories) {
       if (other.fields.hashType == directory->fields.hashType) {
         return failure("slot " + hex(entry.slot) + ": a second CodeDirectory of type " +
@@ -190,20 +187,16 @@ Result<std::string> EmbeddedSignature::entitlementsText() const {
 }
 
 Result<foundation::Dictionary> EmbeddedSignature::checkedEntitlements() const {
-  std::optional<foundation::Dictionary> fromXML;
-  if (const auto* entry = blobs.find(slot::kEntitlements)) {
-    auto dictionary = xmlEntitlements(*entry);
-    if (!dictionary) return within("entitlements", dictionary.error());
-    fromXML = *std::move(dictionary);
-  }
-  const auto* entry = blobs.find(slot::kEntitlementsDER);
-  if (!entry) return fromXML.value_or(foundation::Dictionary());
-  auto dictionary = derEntitlements(*entry);
-  if (!dictionary) return within("entitlements in DER form", dictionary.error());
-  if (fromXML && *fromXML != *dictionary) {
+  const auto* xml = blobs.find(slot::kEntitlements);
+  const auto* der = blobs.find(slot::kEntitlementsDER);
+  auto fromXML =
+      (xml ? xmlEntitlements(*xml) : foundation::Dictionary()).mapError(within("entitlements"));
+  if (!fromXML || !der) return fromXML;
+  auto fromDER = derEntitlements(*der).mapError(within("entitlements in DER form"));
+  if (xml && fromDER && *fromXML != *fromDER) {
     return failure("entitlements: the DER form does not describe what the XML form does");
   }
-  return dictionary;
+  return fromDER;
 }
 
 Result<std::optional<Signer>> EmbeddedSignature::checkedSigner() const {
@@ -211,8 +204,8 @@ Result<std::optional<Signer>> EmbeddedSignature::checkedSigner() const {
   const auto* entry = blobs.find(slot::kSignature);
   if (!entry && isAdHoc) return std::optional<Signer>();
   if (!entry) return failure("there is no CMS signature, and the code is not signed ad hoc");
-  const auto payload = blobPayload(entry->bytes, magic::kWrapper);
-  if (!payload) return within("CMS", payload.error());
+  const auto payload = blobPayload(entry->bytes, magic::kWrapper).mapError(within("CMS"));
+  if (!payload) return payload.error();
   if (payload->empty() != isAdHoc) {
     return failure(isAdHoc ? "code signed ad hoc has a CMS signature"
                            : "the CMS signature is empty, and the code is not signed ad hoc");
@@ -221,20 +214,20 @@ Result<std::optional<Signer>> EmbeddedSignature::checkedSigner() const {
 
   auto signer = foundation::CMS::verifyDetached(*payload, primary().blob);
   if (!signer) return signer.error();
-  if (const auto checked = checkHashLists(*signer, directories); !checked) return checked.error();
-  if (const auto checked = checkTeam(*signer, directories); !checked) return checked.error();
-  return std::optional(*std::move(signer));
+  return checkHashLists(*signer, directories)
+      .andThen([&] { return checkTeam(*signer, directories); })
+      .map([&] { return std::optional(*std::move(signer)); });
 }
 
 Result<std::optional<requirement::Expression>> EmbeddedSignature::designatedRequirement() const {
   std::optional<requirement::Expression> designated;
   const auto* entry = blobs.find(slot::kRequirements);
   if (!entry) return designated;
-  const auto set = parseRequirementSet(entry->bytes);
-  if (!set) return within("requirements", set.error());
+  const auto set = parseRequirementSet(entry->bytes).mapError(within("requirements"));
+  if (!set) return set.error();
   for (const auto& each : *set) {
-    auto expression = parseRequirement(each.blob);
-    if (!expression) return within("requirements", expression.error());
+    auto expression = parseRequirement(each.blob).mapError(within("requirements"));
+    if (!expression) return expression.error();
     if (each.type == requirement::kDesignated) designated = *std::move(expression);
   }
   return designated;

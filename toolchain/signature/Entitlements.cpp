@@ -50,7 +50,7 @@ std::string_view unsupportedType(Value::Type type) {
   return row == kUnsupported.end() ? std::string_view() : row->second;
 }
 
-/// Fails with the place of the first value that has no DER form.
+/// Fails with the key path of the first value that has no DER form.
 Result<> checkEncodable(const Value& value, const std::string& place) {
   if (const auto type = unsupportedType(value.type()); !type.empty()) {
     return failure("entitlements: the value of " + place + " is " + std::string(type));
@@ -128,7 +128,7 @@ foundation::Error malformed(std::string_view what) {
 
 Result<Value> decodeInteger(Bytes content) {
   if (content.empty() || content.size() > 9)
-    return malformed("an integer has no or too many bytes");
+    return malformed("an integer has no bytes or too many");
   const bool isNegative = (content[0] & std::byte{0x80}) != std::byte{0};
   std::uint64_t bits = isNegative ? ~std::uint64_t{0} : 0;
   for (const std::byte byte : content) bits = (bits << 8) | std::to_integer<std::uint64_t>(byte);
@@ -136,11 +136,10 @@ Result<Value> decodeInteger(Bytes content) {
 }
 
 Result<Dictionary> decodeDictionary(Bytes content, int depth);
-
 Result<Value> decodeArray(Bytes content, int depth);
 
 Result<Value> decodeValue(const der::Element& element, int depth) {
-  if (depth > foundation::PropertyList::kMaximumDepth) return malformed("nested too deep");
+  if (depth > foundation::PropertyList::kMaximumDepth) return malformed("nested too deeply");
   switch (element.tag) {
     case der::kBoolean:
       if (element.content.size() != 1) return malformed("a boolean is not one byte");
@@ -151,11 +150,10 @@ Result<Value> decodeValue(const der::Element& element, int depth) {
       return Value(foundation::textOf(element.content));
     case der::kSequence:
       return decodeArray(element.content, depth);
-    case kDictionaryTag: {
-      auto dictionary = decodeDictionary(element.content, depth);
-      if (!dictionary) return dictionary.error();
-      return Value(std::move(*dictionary));
-    }
+    case kDictionaryTag:
+      return decodeDictionary(element.content, depth).map([](Dictionary dictionary) {
+        return Value(std::move(dictionary));
+      });
     default:
       return malformed("tag " + hex(element.tag) + " is unknown");
   }
@@ -166,7 +164,7 @@ Result<Value> decodeArray(Bytes content, int depth) {
   der::Reader reader(content);
   while (!reader.atEnd()) {
     const auto element = reader.next();
-    if (!element) return malformed("an element of an array is cut off");
+    if (!element) return malformed("an element of an array is truncated");
     auto value = decodeValue(*element, depth + 1);
     if (!value) return value;
     array.push_back(std::move(*value));
@@ -179,11 +177,11 @@ Result<Dictionary> decodeDictionary(Bytes content, int depth) {
   der::Reader reader(content);
   while (!reader.atEnd()) {
     const auto pair = reader.next(der::kSequence);
-    if (!pair) return malformed("an entry of a dictionary is no sequence");
+    if (!pair) return malformed("an entry of a dictionary is not a sequence");
     der::Reader parts(pair->content);
     const auto key = parts.next(kTextTag);
     const auto element = parts.next();
-    if (!key || !element || !parts.atEnd()) return malformed("an entry is no key and value");
+    if (!key || !element || !parts.atEnd()) return malformed("an entry is not a key and a value");
     auto value = decodeValue(*element, depth + 1);
     if (!value) return value.error();
     dictionary.insert_or_assign(std::string(foundation::textOf(key->content)), std::move(*value));
@@ -191,23 +189,19 @@ Result<Dictionary> decodeDictionary(Bytes content, int depth) {
   return dictionary;
 }
 
-/// True for text that begins as XML does; such text is signed as it was given.
+/// XML is signed as given, byte for byte.
 bool isXMLText(std::string_view text) { return foundation::trimmed(text).starts_with('<'); }
-
-std::vector<std::byte> bytesFrom(std::string_view text) {
-  const Bytes bytes = foundation::bytesOf(text);
-  return {bytes.begin(), bytes.end()};
-}
 
 }  // namespace
 
 Result<Entitlements> parseEntitlements(Bytes file) {
   const bool isXML = isXMLText(foundation::textOf(file));
-  auto value = isXML ? foundation::PropertyList::parseUnambiguous(file)
-                     : foundation::PropertyList::parse(file);
-  if (!value) return within("entitlements", value.error());
+  auto value = (isXML ? foundation::PropertyList::parseUnambiguous(file)
+                      : foundation::PropertyList::parse(file))
+                   .mapError(within("entitlements"));
+  if (!value) return value.error();
   Dictionary* dictionary = value->dictionary();
-  if (!dictionary) return failure("entitlements: the top of the property list is no dictionary");
+  if (!dictionary) return failure("entitlements: the property list is not a dictionary");
   auto entitlements = makeEntitlements(std::move(*dictionary));
   if (entitlements && isXML) entitlements->xml = foundation::textOf(file);
   return entitlements;
@@ -215,10 +209,12 @@ Result<Entitlements> parseEntitlements(Bytes file) {
 
 Result<Entitlements> makeEntitlements(Dictionary dictionary) {
   const Value value(std::move(dictionary));
-  if (const auto checked = checkEncodable(value, ""); !checked) return checked.error();
-  auto xml = foundation::PropertyList::xml(value);
-  if (!xml) return within("entitlements", xml.error());
-  return Entitlements{std::move(*xml), *value.dictionary()};
+  return checkEncodable(value, "")
+      .andThen(
+          [&] { return foundation::PropertyList::xml(value).mapError(within("entitlements")); })
+      .map([&](std::string xml) {
+        return Entitlements{std::move(xml), *value.dictionary()};
+      });
 }
 
 std::vector<std::byte> entitlementsBlob(const Entitlements& entitlements) {
@@ -230,7 +226,9 @@ std::vector<std::byte> entitlementsDERBlob(const Entitlements& entitlements) {
 }
 
 std::vector<std::byte> encodeEntitlements(const Dictionary& dictionary) {
-  return bytesFrom(encodeEnvelope(dictionary));
+  const std::string text = encodeEnvelope(dictionary);
+  const Bytes bytes = foundation::bytesOf(text);
+  return {bytes.begin(), bytes.end()};
 }
 
 Result<Dictionary> decodeEntitlements(Bytes bytes) {
@@ -239,11 +237,12 @@ Result<Dictionary> decodeEntitlements(Bytes bytes) {
   der::Reader parts(envelope->content);
   const auto version = parts.next(der::kInteger);
   const auto content = parts.next(kDictionaryTag);
-  if (!version || !content || !parts.atEnd()) return malformed("no version and dictionary");
+  if (!version || !content || !parts.atEnd())
+    return malformed("there is no version and dictionary");
   auto dictionary = decodeDictionary(content->content, 0);
   // There is one encoding of a dictionary, so writing it again finds every other one.
   if (dictionary && encodeEnvelope(*dictionary) != foundation::textOf(bytes)) {
-    return malformed("not in the one form that the dictionary has");
+    return malformed("not in canonical form");
   }
   return dictionary;
 }

@@ -60,7 +60,8 @@ Result<> checkAgreement(const std::vector<CodeDirectory>& directories) {
 
 Result<> checkLayout(const CodeDirectory& directory, const Slice& slice) {
   const auto& fields = directory.fields;
-  if (const auto checked = checkUnused(directory); !checked) return invalid(checked.error());
+  auto unused = checkUnused(directory).mapError(within("CodeDirectory"));
+  if (!unused) return invalid(unused.error());
   if (fields.identifier.empty()) return invalid(named(directory) + " has no identifier");
   if (fields.pageShift != 12 && fields.pageShift != 14) {
     return invalid(named(directory) + ": page size 2^" + std::to_string(fields.pageShift) +

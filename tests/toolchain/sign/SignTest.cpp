@@ -342,7 +342,7 @@ TEST(Sign, BadInputIsRefusedAndLeavesEverythingAsItWas) {
          options.entitlements = app.parent_path() / "entitlements";
          writeFile(*options.entitlements, *foundation::PropertyList::xml(foundation::Array{}));
        },
-       "no dictionary"},
+       "not a dictionary"},
       {"entitlements with a date", entitlementsAre(kTime), "key[0] is a date"},
       {"entitlements with a real", entitlementsAre(1.5), "key[0] is a real number"},
       {"entitlements with data", entitlementsAre(foundation::Data(std::string("x"))),

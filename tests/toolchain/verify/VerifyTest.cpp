@@ -139,7 +139,7 @@ TEST_F(VerifyTest, WrongSignaturesAreRefused) {
        "entitlements: they are not XML"},
       {"entitlements no dictionary",
        [](Parts& parts) { parts.blobs[5] = blob(magic::kEntitlements, "<plist><array/></plist>"); },
-       "entitlements: they are no dictionary"},
+       "entitlements: they are not a dictionary"},
       {"entitlements' DER form of old",
        [](Parts& parts) {
          parts.blobs[7] = blob(magic::kEntitlementsDER, std::string("\x31\x00", 2));
