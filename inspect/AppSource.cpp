@@ -11,10 +11,10 @@
 #include "foundation/file/UserFolders.h"
 #include "foundation/process/Interruption.h"
 #include "inspect/Arguments.h"
+#include "package/AppPackage.h"
 #include "preparation/Inflation.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/QVTIPA.h"
-#include "preparation/QVTInfoPlist.h"
 #include "xcode/QVTXcodeArchive.h"
 
 namespace inspect {
@@ -22,21 +22,6 @@ namespace inspect {
 using foundation::Result;
 
 namespace {
-
-std::shared_ptr<QVTCodeSignedResource> resourceOfApp(const std::string& path) {
-  auto bundle = foundation::Bundle::bundleWithPath(path);
-  if (!bundle) return nullptr;
-  const auto info = QVTInfoPlist::initWithAppDirectory(path);
-  auto resource = std::make_shared<QVTCodeSignedResource>();
-  resource->setPath(path);
-  resource->setBundle(std::move(bundle));
-  resource->setBundleIdentifier(info->bundleIdentifier());
-  resource->setDisplayVersion(info->displayVersion());
-  resource->setBuildVersion(info->buildVersion());
-  resource->setProvisioningProfilePath(
-      foundation::appendingPathComponent(path, "embedded.mobileprovision"));
-  return resource;
-}
 
 /// What `unzip` had to say, on one line.
 std::string wordsOfUnzip(const foundation::Error& error) {
@@ -100,12 +85,12 @@ Result<AppSource> AppSource::open(const std::string& path) {
                         " as an archive: no Info.plist, or its app is missing");
     return source;
   }
-  if (!foundation::FileManager::fileExistsAtPath(
-          foundation::appendingPathComponent(path, "Info.plist"))) {
+  if (!foundation::FileManager::fileExistsAtPath(package::AppPackage(path).infoPlistPath())) {
     return inputError("cannot read " + path + " as an app: it has no Info.plist");
   }
-  source.resource_ = resourceOfApp(path);
-  if (!source.resource_) return inputError("cannot open " + path + " as an app");
+  source.resource_ = std::make_shared<QVTCodeSignedResource>();
+  source.resource_->readApp(path);
+  if (!source.resource_->bundle()) return inputError("cannot open " + path + " as an app");
   return source;
 }
 

@@ -95,9 +95,7 @@ Findings checkChain(const foundation::Certificate& certificate,
 
 /// The team that the profile is for. Its identifier prefix is the team's in newer accounts only.
 std::string teamOf(const QVTProvisioningProfile& profile) {
-  const auto dictionary =
-      QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(profile.path());
-  const auto* teams = dictionary ? foundation::arrayAt(*dictionary, "TeamIdentifier") : nullptr;
+  const auto* teams = foundation::arrayAt(profile.file().contents, "TeamIdentifier");
   if (teams && !teams->empty() && teams->front().string()) return *teams->front().string();
   return profile.applicationIdentifierPrefix().value_or("");
 }
@@ -250,7 +248,7 @@ Findings checkCertificates(const HandOff& handOff) {
                       usable.error().localizedDescription(),
                   "add the key (docs/codesign.md), or name the keychain with --keychain")};
   }
-  for (const auto& certificate : certificatesOf(*handOff.profile)) {
+  for (const auto& certificate : handOff.profile->file().certificates()) {
     if (foundation::uppercaseHex(certificate.sha1()) != (*usable)->signingIdentity()) continue;
     Findings findings =
         checkExpiry("the signing certificate", certificate.notAfter(), handOff.now,
@@ -264,11 +262,8 @@ Findings checkCertificates(const HandOff& handOff) {
 Findings checkEntitlements(const HandOff& handOff) {
   if (!handOff.profile) return {};
   const auto facts = toolchain::signatureFacts(handOff.resource.bundle()->bundlePath());
-  const auto dictionary =
-      QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(handOff.profile->path());
-  const auto* granted =
-      dictionary ? foundation::dictionaryAt(*dictionary, "Entitlements") : nullptr;
   if (!facts) return {};
+  const auto* granted = foundation::dictionaryAt(handOff.profile->file().contents, "Entitlements");
   Findings findings;
   for (const auto& [key, value] : facts->entitlements) {
     if (key == kRemovedEntitlement) continue;

@@ -24,7 +24,6 @@ Value daysUntil(const std::optional<foundation::Date>& date, foundation::Date no
 Value describeCertificate(const foundation::Data& der,
                           const std::optional<std::string>& keychainPath) {
   const auto certificate = QVTDeveloperCertificate::initWithDataKeychainPath(der, keychainPath);
-  if (!certificate) return {};
   return Dictionary{{"commonName", orNull(certificate->commonName())},
                     {"subjectSummary", orNull(certificate->subjectSummary())},
                     {"organizationName", orNull(certificate->organizationName())},
@@ -33,18 +32,12 @@ Value describeCertificate(const foundation::Data& der,
                     {"sha1", foundation::uppercaseHex(foundation::sha1(der.bytes()))}};
 }
 
-/// Read from the file again: the certificate objects keep no digest without a private key.
-Value describeCertificates(const std::string& path,
+/// Not from the certificate objects, which have no digest without a private key.
+Value describeCertificates(const QVTProvisioningProfile& profile,
                            const std::optional<std::string>& keychainPath) {
   foundation::Array result;
-  const auto dictionary = QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(path);
-  const auto* entries =
-      dictionary ? foundation::arrayAt(*dictionary, "DeveloperCertificates") : nullptr;
-  if (!entries) return result;
-  for (const auto& entry : *entries) {
-    if (!entry.data()) continue;
-    Value certificate = describeCertificate(*entry.data(), keychainPath);
-    if (certificate.type() != Value::Type::null) result.push_back(std::move(certificate));
+  for (const auto& certificate : profile.file().certificates()) {
+    result.push_back(describeCertificate(certificate.der(), keychainPath));
   }
   return result;
 }
@@ -151,7 +144,7 @@ Value describeProfile(const QVTProvisioningProfile& profile,
       {"expirationDate", orNull(profile.expirationDate())},
       {"daysToExpiry", daysUntil(profile.expirationDate(), surroundings.now)},
       {"provisionedDevices", arrayOf(sortedDevices)},
-      {"developerCertificates", describeCertificates(profile.path(), surroundings.keychainPath)},
+      {"developerCertificates", describeCertificates(profile, surroundings.keychainPath)},
       {"newerMatch", describeNewerMatch(profile, surroundings)}};
 }
 

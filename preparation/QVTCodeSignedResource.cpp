@@ -2,6 +2,19 @@
 
 #include "foundation/base/Format.h"
 #include "foundation/file/FileManager.h"
+#include "package/AppPackage.h"
+#include "preparation/QVTInfoPlist.h"
+
+void QVTCodeSignedResource::readApp(const std::string& path) {
+  const package::AppPackage app(path);
+  bundle_ = app.bundle();
+  path_ = path;
+  provisioningProfilePath_ = app.profilePath();
+  const auto info = QVTInfoPlist::initWithAppDirectory(path);
+  bundleIdentifier_ = info->bundleIdentifier();
+  displayVersion_ = info->displayVersion();
+  buildVersion_ = info->buildVersion();
+}
 
 std::optional<std::string> QVTCodeSignedResource::usableProvisioningProfilePath() const {
   const bool isUsable =

@@ -15,6 +15,11 @@ class QVTCodeSignedResource {
   QVTCodeSignedResource() = default;
   virtual ~QVTCodeSignedResource() = default;
 
+  /// Fills in all but the creation date from the app in this folder. What its Info.plist does not
+  /// say has the defaults of `QVTInfoPlist`, and the bundle is empty if it is not a folder. Throws
+  /// as `foundation::Bundle::bundleWithPath` does.
+  void readApp(const std::string& path);
+
   /// The app's folder.
   [[nodiscard]] const std::optional<std::string>& path() const { return path_; }
   [[nodiscard]] const std::optional<std::string>& bundleIdentifier() const {

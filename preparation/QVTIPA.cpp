@@ -4,12 +4,9 @@
 #include <filesystem>
 
 #include "console/QVTCLUtilLog.h"
-#include "foundation/base/Path.h"
 #include "foundation/base/Text.h"
-#include "foundation/base/URL.h"
 #include "foundation/process/SystemLog.h"
 #include "preparation/QVTFileSystemUtils.h"
-#include "preparation/QVTInfoPlist.h"
 
 using foundation::Result;
 
@@ -46,35 +43,18 @@ Result<std::string> appPathIn(const Inflation& inflation) {
   return app;
 }
 
-/// The standard escaping leaves "?" alone, which would end the URL's path.
-std::optional<foundation::URL> urlForPath(const std::string& path) {
-  return foundation::URL::withString(
-      foundation::percentEscapedKeepingPercent(foundation::percentEscaped(path), "?"));
-}
-
 }  // namespace
 
 Result<std::shared_ptr<QVTIPA>> QVTIPA::withInflation(const Inflation& inflation) {
   const auto appPath = appPathIn(inflation);
   if (!appPath) return appPath.error();
   debugLog("Path To App: %@", foundation::escapingControlCharacters(*appPath));
-  const auto url = urlForPath(*appPath);
-  if (!url) {
-    return foundation::makeError(foundation::kPOSIXErrorDomain, EINVAL, "no URL names " + *appPath);
-  }
   std::shared_ptr<QVTIPA> ipa(new QVTIPA);
   try {
-    ipa->setBundle(foundation::Bundle::bundleWithPath(*appPath));
+    ipa->readApp(*appPath);
   } catch (const foundation::Exception& exception) {
     return foundation::makeError(foundation::kPOSIXErrorDomain, EIO, exception.what());
   }
-  ipa->setPath(*appPath);
-  const auto info = QVTInfoPlist::initWithAppDirectory(url->path());
-  ipa->setBundleIdentifier(info->bundleIdentifier());
-  ipa->setDisplayVersion(info->displayVersion());
-  ipa->setBuildVersion(info->buildVersion());
-  ipa->setProvisioningProfilePath(
-      foundation::appendingPathComponent(*appPath, "embedded.mobileprovision"));
   return ipa;
 }
 

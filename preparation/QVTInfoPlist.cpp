@@ -5,6 +5,7 @@
 #include "foundation/file/FileManager.h"
 #include "foundation/format/PropertyList.h"
 #include "foundation/process/SystemLog.h"
+#include "package/AppPackage.h"
 
 using foundation::appendingPathComponent;
 
@@ -34,14 +35,12 @@ std::shared_ptr<QVTInfoPlist> QVTInfoPlist::initWithDictionary(foundation::Dicti
 
 std::shared_ptr<QVTInfoPlist> QVTInfoPlist::initWithContentsOfFile(std::string_view path) {
   auto info = foundation::PropertyList::dictionaryWithContentsOfFile(path);
-  return initWithDictionary(info ? std::move(*info) : foundation::Dictionary());
+  return initWithDictionary(std::move(info).value_or(foundation::Dictionary()));
 }
 
 std::shared_ptr<QVTInfoPlist> QVTInfoPlist::initWithAppDirectory(std::string_view path) {
-  const std::string file = appendingPathComponent(path, "Info.plist");
-  // A link out of the app is as good as no file.
-  if (!foundation::FileManager::isUsableInsideDirectory(file, path)) return initWithDictionary({});
-  return initWithContentsOfFile(file);
+  const package::AppPackage app{std::string(path)};
+  return initWithDictionary(app.infoDictionary().value_or(foundation::Dictionary()));
 }
 
 std::shared_ptr<QVTInfoPlist> QVTInfoPlist::initWithFrameworkDirectory(std::string_view path) {

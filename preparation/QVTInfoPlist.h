@@ -19,7 +19,7 @@ class QVTInfoPlist {
   static std::shared_ptr<QVTInfoPlist> initWithDictionary(foundation::Dictionary info);
   /// A file that cannot be read gives an object with an empty dictionary.
   static std::shared_ptr<QVTInfoPlist> initWithContentsOfFile(std::string_view path);
-  /// "Info.plist" at the top of the folder, as iOS apps have it.
+  /// As iOS apps have it, at the top of the folder; a link that leads out of it is not read.
   static std::shared_ptr<QVTInfoPlist> initWithAppDirectory(std::string_view path);
   /// "Resources/Info.plist", else "Info.plist"; empty when neither file exists.
   static std::shared_ptr<QVTInfoPlist> initWithFrameworkDirectory(std::string_view path);

@@ -4,10 +4,10 @@
 
 #include "QVTSharedUtils/QVTTask.h"
 #include "foundation/base/Format.h"
-#include "foundation/base/Path.h"
 #include "foundation/base/Text.h"
 #include "foundation/file/FileManager.h"
 #include "foundation/process/SystemLog.h"
+#include "package/AppPackage.h"
 #include "preparation/QVTFileSystemUtils.h"
 
 using foundation::Data;
@@ -106,8 +106,7 @@ bool QVTCodeSigner::installProfile(const std::string& appPath, ErrorSlot error) 
     store(error, signerError(-1));
     return false;
   }
-  const std::string target =
-      foundation::appendingPathComponent(appPath, "embedded.mobileprovision");
+  const std::string target = package::AppPackage(appPath).profilePath();
   if (FileManager::fileExistsAtPath(target)) {
     if (auto removed = FileManager::removeItemAtPath(target); !removed) {
       store(error, std::move(removed.error()));

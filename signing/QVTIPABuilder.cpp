@@ -8,6 +8,7 @@
 #include "foundation/format/PropertyList.h"
 #include "foundation/process/ProcessInfo.h"
 #include "foundation/process/SystemLog.h"
+#include "package/AppPackage.h"
 #include "preparation/PrivateDirectory.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/TemporaryItems.h"
@@ -25,17 +26,6 @@ namespace {
 constexpr std::string_view kDistributionMark = "QuorvantileSignedForDistribution";
 constexpr std::string_view kBetaReports = "beta-reports-active";
 constexpr const char* kPayload = "Payload";
-
-std::string infoPlistOf(const std::string& appPath) {
-  return appendingPathComponent(appPath, "Info.plist");
-}
-
-/// Absent also for a link that leads out of the app: what is there must not get into an .ipa.
-std::optional<foundation::Dictionary> infoOf(const std::string& appPath) {
-  const std::string path = infoPlistOf(appPath);
-  if (!FileManager::isUsableInsideDirectory(path, appPath)) return std::nullopt;
-  return PropertyList::dictionaryWithContentsOfFile(path);
-}
 
 /// A file that was named without a folder has the current one as its parent, which is there.
 Result<> makeParentOf(const std::string& path) {
@@ -186,13 +176,14 @@ bool QVTIPABuilder::repairEntitlements(const std::string& path) const {
 }
 
 bool QVTIPABuilder::infoPlistAlreadyHasDistribution(const std::string& appPath) const {
-  const auto info = infoOf(appPath);
+  const auto info = package::AppPackage(appPath).infoDictionary();
   return info && boolAt(*info, kDistributionMark);
 }
 
 bool QVTIPABuilder::markInfoPlistForDistributionAtAppPath(const std::string& appPath) const {
-  auto info = infoOf(appPath);
+  const package::AppPackage app(appPath);
+  auto info = app.infoDictionary();
   if (!info) return false;
   info->insert_or_assign(std::string(kDistributionMark), true);
-  return rewrite(*std::move(info), infoPlistOf(appPath));
+  return rewrite(*std::move(info), app.infoPlistPath());
 }

@@ -5,10 +5,8 @@
 #include "foundation/base/Format.h"
 #include "foundation/base/Path.h"
 #include "foundation/base/Text.h"
-#include "foundation/crypto/ProfileFile.h"
 #include "foundation/file/FileManager.h"
 #include "foundation/file/UserFolders.h"
-#include "foundation/format/PropertyList.h"
 #include "foundation/process/SystemLog.h"
 
 using foundation::Dictionary;
@@ -39,29 +37,31 @@ std::shared_ptr<QVTProvisioningProfile> QVTProvisioningProfile::initWithPath(
 std::shared_ptr<QVTProvisioningProfile> QVTProvisioningProfile::initWithPathKeychainPath(
     const std::optional<std::string>& path, const std::optional<std::string>& keychainPath) {
   if (!path || !foundation::FileManager::fileExistsAtPath(*path)) return nullptr;
-  const auto dictionary = dictionaryForMobileProvisionAtPath(*path);
-  if (!dictionary) return nullptr;
+  auto contents = dictionaryForMobileProvisionAtPath(*path);
+  if (!contents) return nullptr;
   std::shared_ptr<QVTProvisioningProfile> profile(new QVTProvisioningProfile);
   profile->path_ = *path;
-  profile->creationDate_ = dateAt(*dictionary, "CreationDate");
-  if (const auto* certificates = arrayAt(*dictionary, "DeveloperCertificates")) {
+  profile->file_.contents = *std::move(contents);
+  const Dictionary& dictionary = profile->file_.contents;
+  profile->creationDate_ = dateAt(dictionary, "CreationDate");
+  if (const auto* certificates = arrayAt(dictionary, "DeveloperCertificates")) {
     profile->developerCertificates_ =
         parseDeveloperCertificatesKeychainPath(*certificates, keychainPath);
   }
-  if (!profile->readPrefix(*dictionary)) return nullptr;
-  profile->readEntitlements(*dictionary);
-  profile->expirationDate_ = dateAt(*dictionary, "ExpirationDate");
-  profile->name_ = stringAt(*dictionary, "Name");
-  profile->uuid_ = stringAt(*dictionary, "UUID");
-  profile->readDevices(*dictionary);
+  if (!profile->readPrefix()) return nullptr;
+  profile->readEntitlements();
+  profile->expirationDate_ = dateAt(dictionary, "ExpirationDate");
+  profile->name_ = stringAt(dictionary, "Name");
+  profile->uuid_ = stringAt(dictionary, "UUID");
+  profile->readDevices();
   profile->mobile_ = path->ends_with("mobileprovision");
-  profile->provisionsAllDevices_ = boolAt(*dictionary, "ProvisionsAllDevices");
+  profile->provisionsAllDevices_ = boolAt(dictionary, "ProvisionsAllDevices");
   return profile;
 }
 
 /// False when there is a list of prefixes without a first one.
-bool QVTProvisioningProfile::readPrefix(const Dictionary& dictionary) {
-  if (const auto* prefixes = arrayAt(dictionary, "ApplicationIdentifierPrefix")) {
+bool QVTProvisioningProfile::readPrefix() {
+  if (const auto* prefixes = arrayAt(file_.contents, "ApplicationIdentifierPrefix")) {
     if (prefixes->empty()) return false;
     if (const auto* first = prefixes->front().string()) applicationIdentifierPrefix_ = *first;
   }
@@ -69,8 +69,8 @@ bool QVTProvisioningProfile::readPrefix(const Dictionary& dictionary) {
   return true;
 }
 
-void QVTProvisioningProfile::readEntitlements(const Dictionary& dictionary) {
-  const auto* entitlements = dictionaryAt(dictionary, "Entitlements");
+void QVTProvisioningProfile::readEntitlements() {
+  const auto* entitlements = dictionaryAt(file_.contents, "Entitlements");
   if (!entitlements) return;
   getTaskAllow_ = boolAt(*entitlements, "get-task-allow");
   bundleIdentifierWithAppIdPrefix_ = stringAt(*entitlements, "application-identifier");
@@ -79,8 +79,8 @@ void QVTProvisioningProfile::readEntitlements(const Dictionary& dictionary) {
                                     foundation::format("%@.", applicationIdentifierPrefix_));
 }
 
-void QVTProvisioningProfile::readDevices(const Dictionary& dictionary) {
-  const auto* devices = arrayAt(dictionary, "ProvisionedDevices");
+void QVTProvisioningProfile::readDevices() {
+  const auto* devices = arrayAt(file_.contents, "ProvisionedDevices");
   if (!devices) return;
   for (const auto& device : *devices) {
     if (const auto* identifier = device.string()) provisionedDevices_.insert(*identifier);
@@ -98,16 +98,13 @@ std::optional<Dictionary> QVTProvisioningProfile::dictionaryForMobileProvisionAt
     foundation::systemLog("%@", message.error().localizedDescription());
     return std::nullopt;
   }
-  const auto text = foundation::propertyListInProfile(message->text());
-  if (!text) return std::nullopt;
-  auto parsed = foundation::PropertyList::parse(foundation::bytesOf(*text));
-  if (!parsed) {
-    foundation::systemLog("Error serializing provision data %@", parsed.error());
-    return std::nullopt;
+  auto profile = package::ProvisioningProfile::parse(message->bytes());
+  if (profile) return std::move(profile->contents);
+  // What the property-list reader says; a file without a list is not worth a line.
+  if (profile.error().domain == foundation::kCocoaErrorDomain) {
+    foundation::systemLog("Error serializing provision data %@", profile.error());
   }
-  auto* dictionary = parsed->dictionary();
-  if (!dictionary) return std::nullopt;
-  return std::move(*dictionary);
+  return std::nullopt;
 }
 
 QVTProvisioningProfile::Certificates QVTProvisioningProfile::parseDeveloperCertificatesKeychainPath(

@@ -9,6 +9,7 @@
 
 #include "foundation/base/Result.h"
 #include "foundation/base/Value.h"
+#include "package/ProvisioningProfile.h"
 #include "signing/QVTDeveloperCertificate.h"
 
 inline constexpr std::string_view QVTProvisioningProfileErrorDomain =
@@ -29,6 +30,8 @@ class QVTProvisioningProfile {
       const std::optional<std::string>& path, const std::optional<std::string>& keychainPath);
 
   [[nodiscard]] const std::string& path() const { return path_; }
+  /// What the file says, read once.
+  [[nodiscard]] const package::ProvisioningProfile& file() const { return file_; }
   /// In the file's order, without those that cannot be read.
   [[nodiscard]] const Certificates& developerCertificates() const { return developerCertificates_; }
   [[nodiscard]] const std::optional<std::string>& bundleIdentifier() const {
@@ -60,8 +63,8 @@ class QVTProvisioningProfile {
     return creationDate_;
   }
 
-  /// The property list inside the signed message, cut out by text search; the signature is not
-  /// looked at. Absent when it cannot be found, cut out or parsed, or is no dictionary.
+  /// The profile's property list. Absent when `package::ProvisioningProfile` cannot be read from
+  /// the file; the system log says so of a file or a list that cannot be read.
   static std::optional<foundation::Dictionary> dictionaryForMobileProvisionAtPath(
       const std::string& path);
   /// Entries that are no certificates are left out.
@@ -103,12 +106,13 @@ class QVTProvisioningProfile {
  private:
   QVTProvisioningProfile() = default;
   QVTProvisioningProfile(const QVTProvisioningProfile&) = default;
-  bool readPrefix(const foundation::Dictionary& dictionary);
-  void readEntitlements(const foundation::Dictionary& dictionary);
-  void readDevices(const foundation::Dictionary& dictionary);
+  bool readPrefix();
+  void readEntitlements();
+  void readDevices();
   [[nodiscard]] bool isSupersededBy(const QVTProvisioningProfile& other) const;
 
   std::string path_;
+  package::ProvisioningProfile file_;
   Certificates developerCertificates_;
   std::optional<std::string> bundleIdentifier_;
   std::optional<std::string> bundleIdentifierWithAppIdPrefix_;

@@ -2,7 +2,6 @@
 
 #include "foundation/base/Path.h"
 #include "foundation/base/Text.h"
-#include "foundation/crypto/ProfileFile.h"
 #include "foundation/crypto/SigningKeychains.h"
 #include "foundation/file/FileManager.h"
 #include "foundation/file/UserFolders.h"
@@ -62,19 +61,12 @@ std::optional<std::string> signingKeychain() {
   return foundation::ProcessInfo::environmentValue("CODE_SIGN_KEYCHAIN");
 }
 
-std::vector<Certificate> certificatesOf(const QVTProvisioningProfile& profile) {
-  const auto dictionary =
-      QVTProvisioningProfile::dictionaryForMobileProvisionAtPath(profile.path());
-  if (!dictionary) return {};
-  return foundation::developerCertificatesIn(*dictionary);
-}
-
 foundation::Result<std::shared_ptr<QVTDeveloperCertificate>> certificateToSignWith(
     const QVTProvisioningProfile& profile, const std::optional<std::string>& keychainPath) {
   const auto keychains = SigningKeychains::open(keychainPath);
   if (!keychains) return keychains.error();
   std::optional<foundation::Error> refusal;
-  for (const Certificate& certificate : certificatesOf(profile)) {
+  for (const Certificate& certificate : profile.file().certificates()) {
     auto known = profile.certForCodeSignIdentity(foundation::uppercaseHex(certificate.sha1()));
     if (!known) continue;
     const auto admitted = keychains->admits(certificate);

@@ -3,7 +3,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "foundation/base/Result.h"
 #include "signing/QVTDeveloperCertificate.h"
@@ -11,9 +10,6 @@
 
 /// The keychain that the build environment names (CODE_SIGN_KEYCHAIN); absent: the default ones.
 std::optional<std::string> signingKeychain();
-
-/// The certificates of the profile as they are in its file, readable ones only.
-std::vector<foundation::Certificate> certificatesOf(const QVTProvisioningProfile& profile);
 
 /// The certificate of the profile that a run signs with: the first whose private key is in the
 /// keychain at `keychainPath` (absent: the default keychains), which is the one that the profile

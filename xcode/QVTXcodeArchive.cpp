@@ -7,7 +7,6 @@
 #include "foundation/file/UserFolders.h"
 #include "foundation/format/PropertyList.h"
 #include "foundation/process/SystemLog.h"
-#include "preparation/QVTInfoPlist.h"
 
 using foundation::appendingPathComponent;
 using foundation::Dictionary;
@@ -56,22 +55,14 @@ std::shared_ptr<QVTXcodeArchive> QVTXcodeArchive::initWithURL(
     foundation::systemLogOnce(appPath + " leads out of " + path + " and is not used");
     return nullptr;
   }
-  if (!foundation::FileManager::isUsableInsideDirectory(appPath, path)) return nullptr;
+  if (!foundation::FileManager::isUsableInsideDirectory(appPath, path) ||
+      !foundation::FileManager::isDirectoryAtPath(appPath)) {
+    return nullptr;
+  }
   auto archive = std::shared_ptr<QVTXcodeArchive>(new QVTXcodeArchive);
   archive->setCreationDate(foundation::dateAt(*info, "CreationDate"));
   archive->readApp(appPath);
   return archive->bundle() ? archive : nullptr;
-}
-
-void QVTXcodeArchive::readApp(const std::string& path) {
-  setBundle(foundation::Bundle::bundleWithPath(path));
-  if (!bundle()) return;
-  setPath(path);
-  const auto info = QVTInfoPlist::initWithAppDirectory(path);
-  setBundleIdentifier(info->bundleIdentifier());
-  setDisplayVersion(info->displayVersion());
-  setBuildVersion(info->buildVersion());
-  setProvisioningProfilePath(appendingPathComponent(path, "embedded.mobileprovision"));
 }
 
 std::optional<std::string> QVTXcodeArchive::currentArchiveLocation() {

@@ -26,5 +26,4 @@ class QVTXcodeArchive : public QVTCodeSignedResource {
 
  private:
   QVTXcodeArchive() = default;
-  void readApp(const std::string& path);
 };

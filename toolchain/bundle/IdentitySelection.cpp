@@ -52,9 +52,9 @@ std::vector<Identity> named(const std::vector<Identity>& identities, const std::
 /// A certificate of the profile counts by its hash alone: anybody can put one of any name there.
 Result<std::vector<Identity>> identitiesOfProfile(const IdentityQuery& query,
                                                   const foundation::SigningKeychains& keychains) {
-  if (!query.profile || !isHash(query.name)) return std::vector<Identity>();
+  if (!isHash(query.name)) return std::vector<Identity>();
   std::vector<Identity> all;
-  for (const Certificate& certificate : query.profile->certificates) {
+  for (const Certificate& certificate : query.profileCertificates) {
     auto identity = keychains.keychain().identityForCertificate(certificate);
     if (identity) all.push_back(*std::move(identity));
   }

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "foundation/crypto/Keychain.h"
-#include "toolchain/bundle/EmbeddedProfile.h"
 #include "toolchain/common/Messages.h"
 
 namespace toolchain {
@@ -22,9 +21,9 @@ struct IdentityQuery {
   std::string name;
   /// Where the private key is; absent: the user's default list.
   std::optional<std::filesystem::path> keychain;
-  /// Where a certificate may come from that is not in the keychain: by its hash alone, and only one
-  /// that `SigningKeychains` admits.
-  const EmbeddedProfile* profile = nullptr;
+  /// Certificates that need not be in the keychain. They answer to their hash alone, and only if
+  /// `SigningKeychains` admits them.
+  std::vector<foundation::Certificate> profileCertificates = {};
 };
 
 /// The one identity that answers to the name. Fails with one line when there is none, more than

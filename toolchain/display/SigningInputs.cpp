@@ -1,7 +1,7 @@
 #include "toolchain/display/SigningInputs.h"
 
 #include "foundation/format/PropertyList.h"
-#include "toolchain/bundle/EmbeddedProfile.h"
+#include "package/AppPackage.h"
 #include "toolchain/common/SignatureFault.h"
 #include "toolchain/display/private/SignedCode.h"
 
@@ -30,9 +30,9 @@ ResourceRules defaultRulesFor(const CodeBundle& code) {
 
 Result<std::string> profileEntitlements(const CodeBundle& code) {
   if (!code.isBundle()) return foundation::PropertyList::xml(Dictionary());
-  const auto profile = embeddedProfileOf(code.base);
+  const auto profile = package::AppPackage(code.base).profile();
   if (!profile) return profile.error();
-  return foundation::PropertyList::xml(*profile ? concreteEntitlements(**profile, code.identifier)
+  return foundation::PropertyList::xml(*profile ? (*profile)->entitlementsFor(code.identifier)
                                                 : Dictionary());
 }
 

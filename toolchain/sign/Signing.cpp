@@ -6,6 +6,7 @@
 
 #include "foundation/file/FileManager.h"
 #include "foundation/process/ProcessInfo.h"
+#include "package/AppPackage.h"
 #include "toolchain/bundle/CodeBundle.h"
 #include "toolchain/common/Messages.h"
 #include "toolchain/seal/ResourceSeal.h"
@@ -98,15 +99,13 @@ class Signer {
 
   Result<> selectIdentity(const CodeBundle& code) {
     if (options_.identity == "-") return {};
-    std::optional<EmbeddedProfile> profile;
+    IdentityQuery query{.name = options_.identity, .keychain = options_.keychain};
     if (code.isBundle()) {
-      auto embedded = embeddedProfileOf(code.base);
-      if (!embedded) return embedded.error();
-      profile = std::move(*embedded);
+      const auto profile = package::AppPackage(code.base).profile();
+      if (!profile) return profile.error();
+      if (*profile) query.profileCertificates = (*profile)->certificates();
     }
-    auto identity = findIdentity({.name = options_.identity,
-                                  .keychain = options_.keychain,
-                                  .profile = profile ? &*profile : nullptr});
+    auto identity = findIdentity(query);
     if (!identity) return identity.error();
     identity_ = std::move(*identity);
     return {};
@@ -161,10 +160,10 @@ class Signer {
   static Result<std::optional<Entitlements>> entitlementsOfNested(const CodeBundle& code,
                                                                   const MachOFile& image) {
     if (!isMainExecutable(image)) return std::optional<Entitlements>();
-    const auto profile = embeddedProfileOf(code.base);
+    const auto profile = package::AppPackage(code.base).profile();
     if (!profile) return profile.error();
     if (!*profile) return std::optional<Entitlements>();
-    auto entitlements = makeEntitlements(concreteEntitlements(**profile, code.identifier));
+    auto entitlements = makeEntitlements((*profile)->entitlementsFor(code.identifier));
     if (!entitlements) return entitlements.error();
     return std::optional<Entitlements>(std::move(*entitlements));
   }

@@ -3,9 +3,6 @@
 
 #include "foundation/base/Text.h"
 #include "foundation/format/PropertyList.h"
-#include "tests/support/Identities.h"
-#include "tests/support/TemporaryFolder.h"
-#include "toolchain/bundle/EmbeddedProfile.h"
 #include "toolchain/signature/CodeDirectory.h"
 #include "toolchain/signature/Entitlements.h"
 
@@ -14,7 +11,6 @@ namespace {
 using foundation::Array;
 using foundation::Dictionary;
 using foundation::Value;
-using testing::HasSubstr;
 
 std::string hexOf(const Dictionary& dictionary) {
   return foundation::lowercaseHex(toolchain::encodeEntitlements(dictionary));
@@ -115,51 +111,6 @@ TEST(Entitlements, OnlyABooleanTrueSetsAFlag) {
                                                {"com.apple.private.cs.debugger", true},
                                                {"run-unsigned-code", true}}),
             0x70U);
-}
-
-TEST(EmbeddedProfile, ALinkOutOfTheBundleIsRefused) {
-  const test::TemporaryFolder folder;
-  const auto profile = folder.write(
-      "other",
-      test::makeProvisioningProfile(test::ProfileOptions().dictionary(), test::makeRoot()).text());
-  const auto bundle = folder / "X.appex";
-  std::filesystem::create_directory(bundle);
-  std::filesystem::create_symlink(profile, bundle / "embedded.mobileprovision");
-  const auto found = toolchain::embeddedProfileOf(bundle);
-  ASSERT_FALSE(found);
-  EXPECT_THAT(found.error().localizedDescription(), HasSubstr("leads out of the bundle"));
-}
-
-TEST(EmbeddedProfile, OfTwoPropertyListsTheLastCounts) {
-  const test::TemporaryFolder folder;
-  std::string file;
-  for (const std::string name : {"first", "last"}) {
-    file += test::makeProvisioningProfile(test::ProfileOptions{.name = name}.dictionary(),
-                                          test::makeRoot())
-                .text();
-  }
-  folder.write("embedded.mobileprovision", file + std::string(8000, '\0'));
-  const auto found = toolchain::embeddedProfileOf(folder.path());
-  ASSERT_TRUE(found && *found);
-  EXPECT_EQ(*foundation::find((*found)->dictionary, "Name"), Value("last"));
-}
-
-TEST(EmbeddedProfile, WildcardsBecomeExact) {
-  toolchain::EmbeddedProfile profile;
-  profile.dictionary = {
-      {"Entitlements", Dictionary{{"application-identifier", "T.*"},
-                                  {"keychain-access-groups",
-                                   Array{"T.*", "com.apple.token", "T.com.example.*", "T.other.*"}},
-                                  {"com.apple.developer.associated-domains", "*"},
-                                  {"services", Array{"*"}},
-                                  {"empty", Array{}},
-                                  {"get-task-allow", false}}}};
-  const Dictionary expected = {
-      {"application-identifier", "T.com.example.x"},
-      {"keychain-access-groups", Array{"T.com.example.x", "com.apple.token", "T.com.example.x"}},
-      {"empty", Array{}},
-      {"get-task-allow", false}};
-  EXPECT_TRUE(toolchain::concreteEntitlements(profile, "com.example.x") == expected);
 }
 
 }  // namespace

@@ -28,9 +28,10 @@ class IdentityTest : public testing::Test {
     return makeLeaf(intermediate_, options);
   }
   /// The chosen certificate's common name, or what the error says.
-  std::string answer(const std::string& name, const toolchain::EmbeddedProfile* profile = nullptr) {
-    const auto found =
-        toolchain::findIdentity({.name = name, .keychain = folder_ / "keys", .profile = profile});
+  std::string answer(const std::string& name,
+                     const std::vector<foundation::Certificate>& ofProfile = {}) {
+    const auto found = toolchain::findIdentity(
+        {.name = name, .keychain = folder_ / "keys", .profileCertificates = ofProfile});
     if (!found) return found.error().localizedDescription();
     EXPECT_EQ(found->chain.size(), 3U);
     return found->identity.certificate.commonName().value_or("");
@@ -69,8 +70,7 @@ TEST_F(IdentityTest, CertificateMayComeFromTheProfileAndIssuersFromTheDefaultLis
   folder_.write("Library/Keychains/root.der", root_.der().text());
   folder_.write("Library/Keychains/issuer.crt", intermediate_.der().text());
   EXPECT_THAT(answer("One"), HasSubstr("could not be found"));
-  const toolchain::EmbeddedProfile profile{{}, {leaf("Other").certificate(), one.certificate()}};
-  EXPECT_EQ(answer(one.sha1(), &profile), "One");
+  EXPECT_EQ(answer(one.sha1(), {leaf("Other").certificate(), one.certificate()}), "One");
 }
 
 /// The app's profile is an attacker's, who knows the public key of "iPhone Distribution: One".
@@ -79,29 +79,24 @@ TEST_F(IdentityTest, ForgedCertificateOfTheProfileIsNotUsed) {
   put("one", one);
   putCertificate("intermediate", intermediate_);
   putCertificate("root", root_);
-  const auto profileOf = [](const MadeIdentity& forged) {
-    return toolchain::EmbeddedProfile{{}, {forged.certificate()}};
-  };
   const MadeIdentity attacker = makeIntermediate(makeRoot());
   const MadeIdentity exact = makeForged(one, attacker, "Distribution");
-  const auto profile = profileOf(exact);
-  EXPECT_EQ(answer("Distribution", &profile), "iPhone Distribution: One");
-  EXPECT_THAT(answer(exact.sha1(), &profile),
+  const std::vector profile = {exact.certificate()};
+  EXPECT_EQ(answer("Distribution", profile), "iPhone Distribution: One");
+  EXPECT_THAT(answer(exact.sha1(), profile),
               AllOf(HasSubstr("the profile's certificate \"Distribution\""),
                     HasSubstr("the keychain has \"iPhone Distribution: One\" (" + one.sha1() +
                               ") for the same key")));
 
   // Nor with the key alone in the keychain, whoever it names as its issuer.
   folder_.write("keys/one.pem", one.keyPEM());
-  EXPECT_THAT(answer(exact.sha1(), &profile),
-              HasSubstr("no certificate of that issuer is at hand"));
-  EXPECT_THAT(answer("Distribution", &profile), HasSubstr("could not be found"));
+  EXPECT_THAT(answer(exact.sha1(), profile), HasSubstr("no certificate of that issuer is at hand"));
+  EXPECT_THAT(answer("Distribution", profile), HasSubstr("could not be found"));
   const auto selfIssued = makeForged(one, makeLeaf(attacker, {.commonName = "Self"}), "Self");
   ASSERT_TRUE(selfIssued.certificate().isSelfIssued());
-  const auto self = profileOf(selfIssued);
-  EXPECT_THAT(answer(selfIssued.sha1(), &self), HasSubstr("is not used: nobody issued it"));
-  const auto honest = profileOf(one);
-  EXPECT_EQ(answer(one.sha1(), &honest), "iPhone Distribution: One");
+  EXPECT_THAT(answer(selfIssued.sha1(), {selfIssued.certificate()}),
+              HasSubstr("is not used: nobody issued it"));
+  EXPECT_EQ(answer(one.sha1(), {one.certificate()}), "iPhone Distribution: One");
 }
 
 TEST_F(IdentityTest, WhatIsMissingIsNamed) {
