@@ -22,12 +22,11 @@ std::optional<std::string> pathComponent(const std::optional<std::string>& text)
 
 const foundation::Value* infoValueOf(const QVTAppInfo& appInfo, std::string_view key) {
   const auto& resource = appInfo.codeSignedResource();
-  const auto bundle = resource ? resource->bundle() : nullptr;
-  return bundle ? bundle->objectForInfoDictionaryKey(key) : nullptr;
+  return resource && resource->bundle() ? resource->bundle()->objectForInfoDictionaryKey(key)
+                                        : nullptr;
 }
 
 std::optional<std::string> infoTextOf(const QVTAppInfo& appInfo, std::string_view key) {
   const foundation::Value* const value = infoValueOf(appInfo, key);
-  const std::string* const text = value ? value->string() : nullptr;
-  return text ? std::optional<std::string>(*text) : std::nullopt;
+  return value && value->string() ? std::optional(*value->string()) : std::nullopt;
 }

@@ -23,10 +23,9 @@ using foundation::Result;
 
 namespace {
 
-/// What `unzip` had to say, on one line.
-std::string wordsOfUnzip(const foundation::Error& error) {
-  const auto said = error.userInfo.find("stderr");
-  const std::string* text = said == error.userInfo.end() ? nullptr : said->second.string();
+/// The error text of `unzip` on one line.
+std::string unzipMessage(const foundation::Error& error) {
+  const auto text = foundation::stringAt(error.userInfo, "stderr");
   if (!text) return error.localizedDescription();
   std::istringstream stream(*text);
   std::string words = "unzip says:";
@@ -36,14 +35,14 @@ std::string wordsOfUnzip(const foundation::Error& error) {
 
 /// The app of an .ipa, which is unpacked below `folder`.
 Result<std::shared_ptr<QVTCodeSignedResource>> openIPA(const std::string& path,
-                                                       const PrivateFolder& folder) {
+                                                       const std::string& folder) {
   const std::string problem = "cannot read " + path + " as an .ipa: ";
   if (QVTFileSystemUtils::pathForShellTool("unzip").value_or("").empty()) {
     return inputError(problem + "unzip is not in PATH");
   }
-  const auto inflation = inflateArchive(path, {.parent = folder.path().string() + "/"});
+  const auto inflation = inflateArchive(path, {.parent = folder + "/"});
   foundation::throwIfInterrupted();
-  if (!inflation) return inputError(problem + wordsOfUnzip(inflation.error()));
+  if (!inflation) return inputError(problem + unzipMessage(inflation.error()));
   const auto ipa = QVTIPA::withInflation(*inflation);
   if (!ipa) return inputError(problem + ipa.error().localizedDescription());
   if (!(*ipa)->bundle()) return inputError("cannot open " + (*ipa)->path().value() + " as an app");
@@ -52,28 +51,26 @@ Result<std::shared_ptr<QVTCodeSignedResource>> openIPA(const std::string& path,
 
 }  // namespace
 
-Result<PrivateFolder> PrivateFolder::make() {
+void AppSource::FolderRemover::operator()(const std::string* path) const {
+  static_cast<void>(foundation::FileManager::removeItemAtPath(*path));
+  delete path;
+}
+
+Result<> AppSource::makeFolder() {
   const auto parent = foundation::FileManager::temporaryDirectory();
   if (!parent) return parent.error();
   std::string name = *parent + "sendoff-inspect-XXXXXX";
   if (!::mkdtemp(name.data()))
     return foundation::posixError(errno, "cannot make a folder in " + *parent, *parent);
-  return PrivateFolder(name);
-}
-
-PrivateFolder::~PrivateFolder() {
-  if (path_.empty()) return;
-  [[maybe_unused]] const auto removed = foundation::FileManager::removeItemAtPath(path_);
+  folder_.reset(new std::string(name));
+  return {};
 }
 
 Result<AppSource> AppSource::open(const std::string& path) {
   AppSource source;
   if (!foundation::FileManager::fileExistsAtPath(path)) return inputError("nothing is at " + path);
   if (!foundation::FileManager::isDirectoryAtPath(path)) {
-    auto folder = PrivateFolder::make();
-    if (!folder) return folder.error();
-    source.folder_.emplace(std::move(*folder));
-    auto ipa = openIPA(path, *source.folder_);
+    auto ipa = source.makeFolder().andThen([&] { return openIPA(path, *source.folder_); });
     if (!ipa) return std::move(ipa.error());
     source.resource_ = *std::move(ipa);
     return source;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -8,22 +7,6 @@
 #include "preparation/QVTCodeSignedResource.h"
 
 namespace inspect {
-
-/// A folder of this run's own, removed with all it holds.
-class PrivateFolder {
- public:
-  static foundation::Result<PrivateFolder> make();
-  PrivateFolder(PrivateFolder&& other) noexcept : path_(std::move(other.path_)) {
-    other.path_.clear();
-  }
-  PrivateFolder& operator=(PrivateFolder&&) = delete;
-  ~PrivateFolder();
-  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-
- private:
-  explicit PrivateFolder(std::filesystem::path path) : path_(std::move(path)) {}
-  std::filesystem::path path_;
-};
 
 /// An app opened from an .app, an .ipa or an .xcarchive. An .ipa is inflated as the tool does it,
 /// but into a folder of its own that goes with this object.
@@ -36,8 +19,15 @@ class AppSource {
   [[nodiscard]] const QVTCodeSignedResource& resource() const { return *resource_; }
 
  private:
+  struct FolderRemover {
+    void operator()(const std::string* path) const;
+  };
+
   AppSource() = default;
-  std::optional<PrivateFolder> folder_;
+  foundation::Result<> makeFolder();
+
+  /// Of an .ipa; removed with all it holds.
+  std::unique_ptr<const std::string, FolderRemover> folder_;
   std::shared_ptr<QVTCodeSignedResource> resource_;
 };
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <functional>
 #include <set>
 
 #include <sys/stat.h>
@@ -18,7 +17,6 @@
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/TemporaryItems.h"
 #include "preparation/UnzipPaths.h"
-#include "preparation/UnzipPattern.h"
 
 namespace FileManager = foundation::FileManager;
 using foundation::Result;
@@ -57,12 +55,9 @@ Result<std::string> makeFolder(const std::string& archive,
     return foundation::posixError(EINVAL, "cannot name a folder after " + archive, archive);
   }
   const std::string folder = *parent + name + "/";
-  if (!ownParent) {
-    const Result<> claimed = TemporaryItems::claimFolder(folder);
-    if (!claimed) return claimed.error();
-  }
-  if (const Result<> made = PrivateDirectory::make(folder); !made) return made.error();
-  return folder;
+  return (ownParent ? Result<>() : TemporaryItems::claimFolder(folder))
+      .andThen([&] { return PrivateDirectory::make(folder); })
+      .map([&] { return folder; });
 }
 
 // ---- What the archive says about itself
@@ -109,38 +104,6 @@ struct Survey {
   std::uint64_t size = 0;
 };
 
-/// Leaves out what is in folders for which `isLeftOut` is true.
-Result<Survey> survey(const std::string& folder,
-                      const std::function<bool(const std::string& path)>& isLeftOut) {
-  const auto paths = FileManager::subpathsOfDirectoryAtPath(folder);
-  if (!paths) return paths.error();
-  Survey survey;
-  for (const std::string& path : *paths) {
-    struct stat details {};
-    if (::lstat((folder + path).c_str(), &details) != 0 || isLeftOut(path)) continue;
-    if (S_ISLNK(details.st_mode)) survey.links.push_back(path);
-    if (S_ISREG(details.st_mode)) survey.size += static_cast<std::uint64_t>(details.st_size);
-  }
-  return survey;
-}
-
-bool isFolderItself(const std::string& path) {
-  struct stat details {};
-  return ::lstat(path.c_str(), &details) == 0 && S_ISDIR(details.st_mode);
-}
-
-/// The archive's own apps that are in the folder already, by name.
-std::set<std::string> appsToReplace(const std::string& folder, const Contents& contents) {
-  std::set<std::string> names;
-  const std::string payload = foundation::appendingPathComponent(folder, kPayload);
-  if (!contents.paths || !isFolderItself(payload)) return names;
-  for (const std::string& name : contents.paths->apps()) {
-    const std::string app = foundation::appendingPathComponent(payload, name);
-    if (isFolderItself(app)) names.insert(name);
-  }
-  return names;
-}
-
 /// Whether the path is in one of these items of "Payload".
 bool isInApp(const std::string& path, const std::set<std::string>& apps) {
   const std::size_t start = kPayload.size() + 1;
@@ -149,6 +112,34 @@ bool isInApp(const std::string& path, const std::set<std::string>& apps) {
   }
   const auto end = path.find('/', start);
   return end != path.npos && apps.contains(path.substr(start, end - start));
+}
+
+/// Leaves out what is in these items of "Payload".
+Result<Survey> survey(const std::string& folder, const std::set<std::string>& withoutApps = {}) {
+  const auto paths = FileManager::subpathsOfDirectoryAtPath(folder);
+  if (!paths) return paths.error();
+  Survey survey;
+  for (const std::string& path : *paths) {
+    struct stat details {};
+    if (::lstat((folder + path).c_str(), &details) != 0 || isInApp(path, withoutApps)) {
+      continue;
+    }
+    if (S_ISLNK(details.st_mode)) survey.links.push_back(path);
+    if (S_ISREG(details.st_mode)) survey.size += static_cast<std::uint64_t>(details.st_size);
+  }
+  return survey;
+}
+
+/// The archive's own apps that are in the folder already, by name.
+std::set<std::string> appsToReplace(const std::string& folder, const Contents& contents) {
+  std::set<std::string> names;
+  const std::string payload = foundation::appendingPathComponent(folder, kPayload);
+  if (!contents.paths || !FileManager::isRealDirectory(payload)) return names;
+  for (const std::string& name : contents.paths->apps()) {
+    const std::string app = foundation::appendingPathComponent(payload, name);
+    if (FileManager::isRealDirectory(app)) names.insert(name);
+  }
+  return names;
 }
 
 /// `unzip` follows links to folders, and replaces other links. One that the archive has as well is
@@ -179,14 +170,11 @@ Result<> removeApps(const std::string& folder, const std::set<std::string>& name
 /// Makes the folder ready for `unzip`; returns the size of what stays in it.
 Result<std::uint64_t> prepareFolder(const std::string& folder, const Contents& contents) {
   const std::set<std::string> replaced = appsToReplace(folder, contents);
-  const auto before =
-      survey(folder, [&](const std::string& path) { return isInApp(path, replaced); });
+  const auto before = survey(folder, replaced);
   if (!before) return before.error();
-  if (const auto checked = checkLinks(folder, before->links, contents); !checked) {
-    return checked.error();
-  }
-  if (const auto removed = removeApps(folder, replaced); !removed) return removed.error();
-  return before->size;
+  return checkLinks(folder, before->links, contents)
+      .andThen([&] { return removeApps(folder, replaced); })
+      .map([&] { return before->size; });
 }
 
 std::set<std::string> appsIn(const std::string& payload) {
@@ -223,7 +211,7 @@ Result<> unzip(const std::string& archive, const std::string& folder) {
 Result<> checkSizeOnDisk(const std::string& archive, const std::string& folder,
                          const Contents& contents, std::uint64_t sizeBefore,
                          const InflationLimits& limits) {
-  const auto now = survey(folder, [](const std::string&) { return false; });
+  const auto now = survey(folder);
   if (!now) return now.error();
   const std::uint64_t written = now->size > sizeBefore ? now->size - sizeBefore : 0;
   auto checked = checkSize(archive, contents.archiveSize, written, limits);

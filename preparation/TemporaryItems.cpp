@@ -57,11 +57,6 @@ std::string relativePath(const std::string& temporary, std::string_view path) {
   return withoutFinalSlash(path);
 }
 
-bool isFolderItself(const std::string& path) {
-  struct stat details {};
-  return ::lstat(path.c_str(), &details) == 0 && S_ISDIR(details.st_mode);
-}
-
 bool isThere(const std::string& path) {
   struct stat details {};
   return ::lstat(path.c_str(), &details) == 0;
@@ -102,7 +97,7 @@ struct Item {
 void rememberWhatWasThere(Item& item) {
   item.wasThere = isThere(item.path);
   if (!item.wasThere) return;
-  if (!isFolderItself(item.path)) item.mayBeRemoved = false;
+  if (!FileManager::isRealDirectory(item.path)) item.mayBeRemoved = false;
   const std::string payload = payloadOf(item.path);
   if (!isThere(payload)) return;
   const std::vector<std::string> names = namesIn(payload);
@@ -113,7 +108,7 @@ void removeItem(const Item& item) {
   if (!item.mayBeRemoved) return;
   if (!item.wasThere) return removeWhateverIsThere(item.path);
   const std::string payload = payloadOf(item.path);
-  if (!isFolderItself(item.path) || !isFolderItself(payload)) return;
+  if (!FileManager::isRealDirectory(item.path) || !FileManager::isRealDirectory(payload)) return;
   if (!item.payloadBefore) return removeWhateverIsThere(payload);
   for (const std::string& name : namesIn(payload)) {
     if (!item.payloadBefore->contains(name)) {

@@ -73,7 +73,38 @@ std::string escaped(std::string_view name) {
   return text;
 }
 
+constexpr std::string_view kWildcards = "*?[";
+
+/// Decides as `unzip` does.
+bool isPattern(std::string_view argument) {
+  for (std::size_t i = 0; i < argument.size(); ++i) {
+    if (argument[i] == '\\') {
+      ++i;
+    } else if (kWildcards.find(argument[i]) != kWildcards.npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
+
+std::string unzipPatternForPath(std::string_view path) {
+  const std::size_t nameStart = path.rfind('/') + 1;  // 0 without a slash
+  const std::string_view name = path.substr(nameStart);
+  if (name.find_first_of(kWildcards) == name.npos && !isPattern(path)) return std::string(path);
+  std::string pattern(path.substr(0, nameStart));
+  for (const char character : name) {
+    if (kWildcards.find(character) != kWildcards.npos) {
+      pattern.append({'[', character, ']'});
+    } else if (character == '\\') {
+      pattern += "\\\\";
+    } else {
+      pattern += character;
+    }
+  }
+  return pattern;
+}
 
 UnzipPaths::UnzipPaths(const archive::ZipDirectory& directory) {
   for (const ZipEntry& entry : directory.entries()) {

@@ -157,6 +157,11 @@ bool isDirectoryAtPath(const fs::path& path) {
   return ::stat(path.c_str(), &details) == 0 && S_ISDIR(details.st_mode);
 }
 
+bool isRealDirectory(const fs::path& path) {
+  std::error_code failed;
+  return fs::is_directory(fs::symlink_status(path, failed));
+}
+
 bool isItemInsideDirectory(const fs::path& item, const fs::path& folder) {
   std::error_code failed;
   const fs::path outer = fs::canonical(folder, failed);

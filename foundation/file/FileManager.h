@@ -17,6 +17,8 @@ namespace foundation::FileManager {
 bool fileExistsAtPath(const std::filesystem::path& path);
 /// True only for a folder (or a link to one).
 bool isDirectoryAtPath(const std::filesystem::path& path);
+/// The same, but false for a link.
+bool isRealDirectory(const std::filesystem::path& path);
 
 /// True when there is an item and, every link on the way followed, it is the folder or lies in it.
 bool isItemInsideDirectory(const std::filesystem::path& item, const std::filesystem::path& folder);
