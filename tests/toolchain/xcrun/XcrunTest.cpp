@@ -96,5 +96,26 @@ TEST_F(XcrunTest, TheProgramFindsItsNeighbours) {
   EXPECT_EQ(closed.status, 1);
 }
 
+/// What `readelf` lists as needed libraries.
+std::string librariesOf(const std::string& program) {
+  const auto result =
+      test::runCommand({"readelf", "--dynamic", std::string(TOOLS_FOLDER) + "/" + program});
+  EXPECT_EQ(result.status, 0) << result.output;
+  EXPECT_THAT(result.output, testing::HasSubstr("(NEEDED)"));
+  return result.output;
+}
+
+TEST(Programs, LinkOnlyWhatTheyUse) {
+  using testing::HasSubstr;
+  using testing::Not;
+  if (test::runCommand({"sh", "-c", "command -v readelf"}).status != 0) GTEST_SKIP();
+  for (const char* library : {"libcurl", "libssl", "libcrypto", "libplist", "libexpat"}) {
+    EXPECT_THAT(librariesOf("xcrun"), Not(HasSubstr(library)));
+  }
+  for (const char* library : {"libcurl", "libssl"}) {
+    EXPECT_THAT(librariesOf("codesign"), Not(HasSubstr(library)));
+  }
+}
+
 }  // namespace
 }  // namespace toolchain
