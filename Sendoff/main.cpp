@@ -6,8 +6,8 @@
 #include "console/QVTCLUtilLog.h"
 #include "foundation/base/Text.h"
 #include "foundation/process/ProcessInfo.h"
+#include "foundation/process/StandardDescriptors.h"
 #include "startup/SigningToolPath.h"
-#include "startup/StandardDescriptors.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  openMissingStandardDescriptors();
+  foundation::openMissingStandardDescriptors();
   foundation::keepSecretsInMemory();
   foundation::reserveDescriptorForProcessRecords();
   // A reader of the console that goes away (`sendoff … | head`) must not change what the run does.

@@ -1,14 +1,18 @@
-#include "startup/StandardDescriptors.h"
+#include "foundation/process/StandardDescriptors.h"
 
 #include <fcntl.h>
 
 #include "foundation/base/Handle.h"
 
+namespace foundation {
+
 void openMissingStandardDescriptors() {
   // A file that is opened gets the lowest free number, so the gaps fill from below.
-  for (foundation::FileDescriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
-       null && null.get() <= 2; null.reset(::open("/dev/null", O_RDWR | O_CLOEXEC))) {
+  for (FileDescriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC)); null && null.get() <= 2;
+       null.reset(::open("/dev/null", O_RDWR | O_CLOEXEC))) {
     const int standard = null.release();
     ::fcntl(standard, F_SETFD, 0);
   }
 }
+
+}  // namespace foundation

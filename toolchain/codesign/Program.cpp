@@ -1,11 +1,7 @@
 #include "toolchain/codesign/Program.h"
 
-#include <csignal>
-
-#include <fcntl.h>
 #include <unistd.h>
 
-#include "foundation/base/Handle.h"
 #include "foundation/base/Text.h"
 #include "foundation/crypto/Keychain.h"
 #include "foundation/file/FileManager.h"
@@ -156,17 +152,6 @@ class Run {
 };
 
 }  // namespace
-
-void prepareStreams() {
-  std::signal(SIGPIPE, SIG_IGN);
-  // Whatever is opened gets the lowest free number, so this fills the gaps.
-  for (int descriptor = 0; descriptor <= STDERR_FILENO;) {
-    foundation::FileDescriptor null(::open("/dev/null", O_RDWR));
-    if (!null) return;
-    descriptor = null.get();
-    if (descriptor <= STDERR_FILENO) null.release();
-  }
-}
 
 int run(const std::vector<std::string>& arguments) {
   const auto options = parseOptions(arguments);

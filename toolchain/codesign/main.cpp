@@ -1,21 +1,10 @@
-#include <cstdio>
-#include <exception>
-#include <string>
-#include <vector>
-
-#include "foundation/base/Text.h"
 #include "foundation/process/ProcessInfo.h"
+#include "foundation/process/StandardDescriptors.h"
 #include "toolchain/codesign/Program.h"
+#include "toolchain/common/ToolMain.h"
 
 int main(int argc, char** argv) {
-  toolchain::codesign::prepareStreams();
+  foundation::openMissingStandardDescriptors();
   foundation::keepSecretsInMemory();
-  try {
-    return toolchain::codesign::run(
-        std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
-  } catch (const std::exception& exception) {
-    std::fprintf(stderr, "codesign: %s\n",
-                 foundation::escapingControlCharacters(exception.what()).c_str());
-    return 1;
-  }
+  return toolchain::toolMain("codesign", argc, argv, toolchain::codesign::run);
 }

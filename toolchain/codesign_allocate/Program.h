@@ -5,8 +5,8 @@
 
 namespace toolchain::codesign_allocate {
 
-/// The program without its process: reads the command line, writes the file, prints what went
-/// wrong to standard error. The exit status: 0 done, 1 failed, 2 wrong command line.
+/// The whole program: reads the command line, writes the file, prints errors to standard error.
+/// Returns 0 when done, 1 when it failed, 2 for a wrong command line.
 int run(const std::vector<std::string>& arguments);
 
 }  // namespace toolchain::codesign_allocate

@@ -1,18 +1,6 @@
-#include <cstdio>
-#include <exception>
-#include <string>
-#include <vector>
-
-#include "foundation/base/Text.h"
 #include "toolchain/codesign_allocate/Program.h"
+#include "toolchain/common/ToolMain.h"
 
 int main(int argc, char** argv) {
-  try {
-    return toolchain::codesign_allocate::run(
-        std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
-  } catch (const std::exception& exception) {
-    std::fprintf(stderr, "codesign_allocate: %s\n",
-                 foundation::escapingControlCharacters(exception.what()).c_str());
-    return 1;
-  }
+  return toolchain::toolMain("codesign_allocate", argc, argv, toolchain::codesign_allocate::run);
 }

@@ -1,10 +1,10 @@
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "foundation/process/ProcessInfo.h"
+#include "toolchain/common/ToolMain.h"
 #include "toolchain/xcrun/ToolSearch.h"
 
 namespace {
@@ -14,15 +14,14 @@ bool write(std::FILE* stream, const std::string& text) {
          std::fflush(stream) == 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_IGN);
-  const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+int run(const std::vector<std::string>& arguments) {
   const std::filesystem::path self = foundation::ProcessInfo::executablePath();
   const std::string path = foundation::ProcessInfo::environmentValue("PATH").value_or("");
   const auto outcome = toolchain::runXcrun(arguments, path, self.parent_path());
   write(stderr, outcome.errorOutput);
-  if (!write(stdout, outcome.output)) return 1;
-  return outcome.status;
+  return write(stdout, outcome.output) ? outcome.status : 1;
 }
+
+}  // namespace
+
+int main(int argc, char** argv) { return toolchain::toolMain("xcrun", argc, argv, run); }
