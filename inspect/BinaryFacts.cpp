@@ -3,8 +3,8 @@
 #include "foundation/base/Error.h"
 #include "foundation/base/Text.h"
 #include "inspect/Arguments.h"
-#include "macho/Definitions.h"
 #include "macho/LoadCommandWalk.h"
+#include "macho/core/Definitions.h"
 
 namespace inspect {
 

@@ -7,9 +7,9 @@
 
 #include "foundation/base/Format.h"
 #include "foundation/base/Text.h"
-#include "macho/Definitions.h"
 #include "macho/LoadCommandWalk.h"
 #include "macho/Mappings.h"
+#include "macho/core/Definitions.h"
 
 namespace macho {
 namespace {

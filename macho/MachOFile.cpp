@@ -8,9 +8,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "macho/Definitions.h"
 #include "macho/MachOSlice.h"
 #include "macho/Mappings.h"
+#include "macho/core/Definitions.h"
 
 namespace macho {
 namespace {

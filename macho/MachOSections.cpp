@@ -1,10 +1,10 @@
 #include <cstddef>
 #include <cstring>
 
-#include "macho/Definitions.h"
 #include "macho/LoadCommandWalk.h"
 #include "macho/MachOSlice.h"
-#include "macho/ProcessImage.h"
+#include "macho/core/Definitions.h"
+#include "macho/private/ProcessImage.h"
 
 namespace macho {
 namespace {

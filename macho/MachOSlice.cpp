@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "macho/Definitions.h"
 #include "macho/LoadCommandWalk.h"
-#include "macho/ProcessImage.h"
+#include "macho/core/Architectures.h"
+#include "macho/core/Definitions.h"
+#include "macho/private/ProcessImage.h"
 
 namespace macho {
 namespace {
@@ -87,6 +88,13 @@ void QVTMachOHeaderValues(QVTMachOSlice* slice, const void** firstCommand,
   const HeaderEnd end = QVTMachOSliceIsValid(slice) ? readHeader(*slice) : HeaderEnd{};
   if (firstCommand) *firstCommand = end.firstCommand;
   if (commandCount) *commandCount = end.commandCount;
+}
+
+const char* QVTMachOSliceGetArchitectureName(const QVTMachOSlice* slice) {
+  const auto* const known =
+      slice ? architectureOf(slice->cputype, static_cast<std::uint32_t>(slice->cpusubtype))
+            : nullptr;
+  return known ? known->name : "unknown";
 }
 
 void QVTMachOSliceEnumerateLoadCommands(const QVTMachOSlice* slice,

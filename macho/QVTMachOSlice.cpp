@@ -3,8 +3,8 @@
 #include <limits>
 
 #include "foundation/base/Text.h"
-#include "macho/Definitions.h"
 #include "macho/LoadCommandWalk.h"
+#include "macho/core/Definitions.h"
 
 std::shared_ptr<QVTMachOSlice> QVTMachOSlice::initWithSlice(const macho::QVTMachOSlice* slice) {
   const macho::Reach reach(slice ? slice->startAddress : nullptr);

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "macho/Definitions.h"
+#include "macho/core/Definitions.h"
 
 namespace test {
 

@@ -4,7 +4,9 @@
 #include <cstdio>
 
 #include "foundation/base/Text.h"
+#include "macho/core/Architectures.h"
 #include "toolchain/common/Messages.h"
+#include "toolchain/image/MachOFile.h"
 #include "toolchain/sign/Signing.h"
 
 namespace toolchain::codesign_allocate {
@@ -75,24 +77,26 @@ class CommandLine {
   Result<> takeNamed() {
     const auto name = value("-a");
     if (!name) return name.error();
-    const auto architecture = architectureNamed(*name);
-    if (!architecture) return failure("unknown architecture \"" + *name + "\"");
-    return takeSize("-a", *architecture);
+    if (!macho::architectureNamed(*name)) {
+      return failure("unknown architecture \"" + *name + "\"");
+    }
+    return takeSize("-a", *name);
   }
 
   Result<> takeNumbered() {
-    Architecture architecture;
-    for (std::uint32_t* part : {&architecture.cpuType, &architecture.cpuSubtype}) {
+    std::uint32_t cpuType = 0;
+    std::uint32_t cpuSubtype = 0;
+    for (std::uint32_t* part : {&cpuType, &cpuSubtype}) {
       const auto text = value("-A");
       if (!text) return text.error();
       const auto parsed = number(*text);
       if (!parsed) return parsed.error();
       *part = *parsed;
     }
-    return takeSize("-A", architecture);
+    return takeSize("-A", architectureName(cpuType, cpuSubtype));
   }
 
-  Result<> takeSize(const std::string& option, const Architecture& architecture) {
+  Result<> takeSize(const std::string& option, const std::string& architecture) {
     const auto text = value(option);
     if (!text) return text.error();
     const auto size = number(*text);

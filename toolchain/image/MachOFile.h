@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "toolchain/common/Messages.h"
@@ -33,13 +32,6 @@ enum class Platform : std::uint32_t {
   visionOSSimulator = 12,
 };
 
-/// Where one load command lies; `offset` counts from the slice's start.
-struct LoadCommand {
-  std::uint32_t command = 0;
-  std::uint64_t offset = 0;
-  std::uint32_t size = 0;
-};
-
 /// A segment as its load command describes it; `file` counts from the slice's start.
 struct Segment {
   std::string name;
@@ -67,7 +59,6 @@ struct Slice {
   bool is64Bit = false;
   std::uint32_t headerSize = 0;
   std::uint32_t commandsSize = 0;
-  std::vector<LoadCommand> commands;
   std::optional<SignatureCommand> signature;
   /// In the order of their load commands.
   std::vector<Segment> segments;
@@ -127,12 +118,5 @@ bool looksLikeMachO(Bytes start);
 
 /// "arm64" and the like; compares subtypes without their capability bits.
 std::string architectureName(std::uint32_t cpuType, std::uint32_t cpuSubtype);
-
-/// The processor numbers of an architecture's name; absent for an unknown one.
-struct Architecture {
-  std::uint32_t cpuType = 0;
-  std::uint32_t cpuSubtype = 0;
-};
-std::optional<Architecture> architectureNamed(std::string_view name);
 
 }  // namespace toolchain

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "foundation/base/Assertion.h"
-#include "macho/Definitions.h"
+#include "macho/core/Definitions.h"
 #include "toolchain/common/Messages.h"
 
 namespace toolchain {
@@ -76,21 +76,12 @@ Result<std::uint64_t> oldSignatureOffset(const MachOFile& image, const Slice& sl
   return data.offset;
 }
 
-template <class Header>
 void countCommand(std::vector<std::byte>& head, int change) {
-  auto header = get<Header>(head, 0);
+  auto header = get<macho::mach_header>(head, 0);  // a 64-bit header begins with the same fields
   header.ncmds += static_cast<std::uint32_t>(change);
   constexpr std::uint32_t kSize = sizeof(macho::linkedit_data_command);
   header.sizeofcmds += static_cast<std::uint32_t>(change) * kSize;
   put(head, 0, header);
-}
-
-void countCommand(std::vector<std::byte>& head, const Slice& slice, int change) {
-  if (slice.is64Bit) {
-    countCommand<macho::mach_header_64>(head, change);
-  } else {
-    countCommand<macho::mach_header>(head, change);
-  }
 }
 
 template <class Record>
@@ -139,7 +130,7 @@ void dropSignatureCommand(SliceLayout& layout, const Slice& slice) {
   const auto at = layout.head.begin() + static_cast<std::ptrdiff_t>(slice.signature->commandOffset);
   std::move(at + kSize, layout.head.end(), at);
   std::fill(layout.head.end() - kSize, layout.head.end(), std::byte{0});
-  countCommand(layout.head, slice, -1);
+  countCommand(layout.head, -1);
 }
 
 std::uint64_t placedAt(std::uint64_t offset, bool isUniversal) {
@@ -214,7 +205,7 @@ Result<SliceLayout> layOut(const MachOFile& image, const Slice& slice, std::uint
   layout.codeLimit = *offset;
   layout.room = room;
   layout.head = headOf(bytes, headSize);
-  if (!slice.signature) countCommand(layout.head, slice, 1);
+  if (!slice.signature) countCommand(layout.head, 1);
   auto command = slice.signature
                      ? get<macho::linkedit_data_command>(layout.head, commandOffset)
                      : macho::linkedit_data_command{macho::LC_CODE_SIGNATURE, kCommandSize, 0, 0};

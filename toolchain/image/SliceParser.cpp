@@ -2,17 +2,14 @@
 
 #include <algorithm>
 
-#include "macho/Definitions.h"
+#include "macho/core/LoadCommands.h"
 #include "toolchain/common/Messages.h"
 
 namespace toolchain {
 
 namespace {
 
-template <std::size_t N>
-std::string nameOf(const char (&field)[N]) {
-  return {field, std::find(field, field + N, '\0')};
-}
+using macho::LoadCommand;
 
 /// Reads one slice's load commands into a `Slice`.
 class Reader {
@@ -23,20 +20,18 @@ class Reader {
   Result<> readCommands();
 
  private:
-  template <class Header>
-  Result<> takeHeader();
   Result<> readCommand(const LoadCommand& command);
-  template <class SegmentRecord, class SectionRecord>
   Result<> readSegment(const LoadCommand& command);
-  template <class SectionRecord>
-  Result<> readSection(const SectionRecord& section, const Segment& segment);
+  Result<> readSection(const macho::Section& section, const Segment& segment);
   Result<> keepSegment(const Segment& segment);
   Result<> readSignature(const LoadCommand& command);
   Result<> readSymbolTable(const LoadCommand& command);
   Result<> readBuildVersion(const LoadCommand& command);
-  Result<> readMinimumVersion(const LoadCommand& command, Platform platform);
+  Result<> readMinimumVersion(const LoadCommand& command, std::uint32_t platform);
   Result<> readEncryption(const LoadCommand& command);
 
+  /// Fails when `cmdsize` is below `least`.
+  static Result<> checkSize(const LoadCommand& command, std::uint64_t least);
   /// The command's record; fails when `cmdsize` is too small for it.
   template <class Record>
   Result<Record> record(const LoadCommand& command) const;
@@ -51,7 +46,7 @@ class Reader {
 
   Bytes bytes_;
   Slice& slice_;
-  std::uint32_t commandCount_ = 0;
+  macho::SliceHeader header_;
 };
 
 bool canBeSigned(std::uint32_t fileType) {
@@ -60,34 +55,24 @@ bool canBeSigned(std::uint32_t fileType) {
          fileType == macho::MH_KEXT_BUNDLE;
 }
 
-template <class Header>
-Result<> Reader::takeHeader() {
-  const auto header = foundation::readAt<Header>(bytes_, 0);
-  if (!header) {
-    return failure("Mach-O header is cut off after " + std::to_string(bytes_.size()) + " bytes");
-  }
-  slice_.headerSize = sizeof(Header);
-  slice_.cpuType = static_cast<std::uint32_t>(header->cputype);
-  slice_.cpuSubtype = static_cast<std::uint32_t>(header->cpusubtype);
-  slice_.fileType = header->filetype;
-  slice_.commandsSize = header->sizeofcmds;
-  slice_.architecture = architectureName(slice_.cpuType, slice_.cpuSubtype);
-  commandCount_ = header->ncmds;
-  return {};
-}
-
 Result<> Reader::readHeader() {
   const std::uint32_t magic = foundation::readAt<std::uint32_t>(bytes_, 0).value_or(0);
   if (magic == macho::MH_CIGAM || magic == macho::MH_CIGAM_64) {
     return failure("big-endian code is not supported");
   }
-  if (magic != macho::MH_MAGIC && magic != macho::MH_MAGIC_64) {
-    return failure("not a Mach-O file: it begins with " + hex(magic));
+  const auto header = macho::headerOf(bytes_);
+  if (!header) return failure("not a Mach-O file: it begins with " + hex(magic));
+  if (header->size > bytes_.size()) {
+    return failure("Mach-O header is cut off after " + std::to_string(bytes_.size()) + " bytes");
   }
-  slice_.is64Bit = magic == macho::MH_MAGIC_64;
-  auto taken =
-      slice_.is64Bit ? takeHeader<macho::mach_header_64>() : takeHeader<macho::mach_header>();
-  if (!taken) return taken;
+  header_ = *header;
+  slice_.is64Bit = header->is64Bit;
+  slice_.headerSize = header->size;
+  slice_.cpuType = static_cast<std::uint32_t>(header->fields.cputype);
+  slice_.cpuSubtype = static_cast<std::uint32_t>(header->fields.cpusubtype);
+  slice_.fileType = header->fields.filetype;
+  slice_.commandsSize = header->fields.sizeofcmds;
+  slice_.architecture = architectureName(slice_.cpuType, slice_.cpuSubtype);
   if (!canBeSigned(slice_.fileType)) {
     return failure("Mach-O file type " + std::to_string(slice_.fileType) + " cannot be signed");
   }
@@ -100,29 +85,28 @@ Result<> Reader::readHeader() {
 
 Result<> Reader::readCommands() {
   const std::uint64_t end = slice_.endOfCommands();
-  std::uint64_t offset = slice_.headerSize;
-  for (std::uint32_t i = 0; i < commandCount_; ++i) {
-    const std::string where =
-        "load command " + std::to_string(i) + " of " + std::to_string(commandCount_);
-    const auto head = foundation::readAt<macho::load_command>(bytes_, offset);
-    if (!head || end - offset < sizeof *head) {
-      return failure(where + ": header runs past the commands");
-    }
-    if (head->cmdsize < sizeof *head || head->cmdsize % 4 != 0) {
-      return failure(where + ": cmdsize " + std::to_string(head->cmdsize) +
+  const std::uint32_t count = header_.fields.ncmds;
+  macho::LoadCommandCursor cursor(bytes_.first(end), header_);
+  const auto where = [count](std::uint32_t index) {
+    return "load command " + std::to_string(index) + " of " + std::to_string(count);
+  };
+  while (const auto command = cursor.next()) {
+    const std::uint32_t index = cursor.index() - 1;
+    if (command->size < sizeof(macho::load_command) || command->size % 4 != 0) {
+      return failure(where(index) + ": cmdsize " + std::to_string(command->size) +
                      " is below 8 or no multiple of 4");
     }
-    if (head->cmdsize > end - offset) {
-      return failure(where + ": cmdsize " + std::to_string(head->cmdsize) +
+    if (command->size > end - command->offset) {
+      return failure(where(index) + ": cmdsize " + std::to_string(command->size) +
                      " runs past the commands");
     }
-    const LoadCommand command{head->cmd, offset, head->cmdsize};
-    if (const auto read = readCommand(command); !read) return within(where, read.error());
-    slice_.commands.push_back(command);
-    offset += head->cmdsize;
+    if (const auto read = readCommand(*command); !read) return within(where(index), read.error());
   }
-  if (offset != end) {
-    return failure("load commands end at " + std::to_string(offset) + ", not at " +
+  if (cursor.index() < count) {
+    return failure(where(cursor.index()) + ": header runs past the commands");
+  }
+  if (cursor.offset() != end) {
+    return failure("load commands end at " + std::to_string(cursor.offset()) + ", not at " +
                    std::to_string(end) + " as the header says");
   }
   return {};
@@ -131,66 +115,58 @@ Result<> Reader::readCommands() {
 Result<> Reader::readCommand(const LoadCommand& command) {
   switch (command.command) {
     case macho::LC_SEGMENT:
-      return readSegment<macho::segment_command, macho::section>(command);
     case macho::LC_SEGMENT_64:
-      return readSegment<macho::segment_command_64, macho::section_64>(command);
+      return readSegment(command);
     case macho::LC_CODE_SIGNATURE:
       return readSignature(command);
     case macho::LC_SYMTAB:
       return readSymbolTable(command);
     case macho::LC_BUILD_VERSION:
       return readBuildVersion(command);
-    case macho::LC_VERSION_MIN_MACOSX:
-      return readMinimumVersion(command, Platform::macOS);
-    case macho::LC_VERSION_MIN_IPHONEOS:
-      return readMinimumVersion(command, Platform::iOS);
-    case macho::LC_VERSION_MIN_TVOS:
-      return readMinimumVersion(command, Platform::tvOS);
-    case macho::LC_VERSION_MIN_WATCHOS:
-      return readMinimumVersion(command, Platform::watchOS);
     case macho::LC_ENCRYPTION_INFO:
     case macho::LC_ENCRYPTION_INFO_64:
       return readEncryption(command);
     default:
-      return {};
+      break;
   }
+  const auto platform = macho::platformOfVersionMin(command.command);
+  return platform ? readMinimumVersion(command, *platform) : Result<>();
+}
+
+Result<> Reader::checkSize(const LoadCommand& command, std::uint64_t least) {
+  if (command.size >= least) return {};
+  return failure("cmdsize " + std::to_string(command.size) + " is below " + std::to_string(least));
 }
 
 template <class Record>
 Result<Record> Reader::record(const LoadCommand& command) const {
-  if (command.size < sizeof(Record)) {
-    return failure("cmdsize " + std::to_string(command.size) + " is below " +
-                   std::to_string(sizeof(Record)));
-  }
-  return *foundation::readAt<Record>(bytes_, command.offset);
+  return checkSize(command, sizeof(Record)).map([&] {
+    return *foundation::readAt<Record>(bytes_, command.offset);
+  });
 }
 
-template <class SegmentRecord, class SectionRecord>
 Result<> Reader::readSegment(const LoadCommand& command) {
-  const auto head = record<SegmentRecord>(command);
-  if (!head) return head.error();
-  const std::string name = nameOf(head->segname);
-  if (head->nsects > (command.size - sizeof(SegmentRecord)) / sizeof(SectionRecord)) {
-    return failure("segment " + name + ": " + std::to_string(head->nsects) +
+  const std::uint64_t headSize = macho::segmentSize(command.command);
+  if (auto checked = checkSize(command, headSize); !checked) return checked;
+  const Bytes bytes = bytes_.subspan(command.offset, command.size);
+  const auto head = macho::segmentOf(bytes);
+  const std::string name(macho::textOf(head->name));
+  if (head->sectionCount > (command.size - headSize) / macho::sectionSize(command.command)) {
+    return failure("segment " + name + ": " + std::to_string(head->sectionCount) +
                    " sections do not fit cmdsize " + std::to_string(command.size));
   }
-  const Segment segment{name, command.offset, {head->fileoff, head->filesize}, head->vmsize};
+  const Segment segment{name, command.offset, {head->fileOffset, head->fileSize}, head->memorySize};
   if (!holds(segment.file)) return outside("segment " + name, segment.file);
-  for (std::uint32_t i = 0; i < head->nsects; ++i) {
-    const std::uint64_t at = command.offset + sizeof(SegmentRecord) + i * sizeof(SectionRecord);
-    auto read = readSection(*foundation::readAt<SectionRecord>(bytes_, at), segment);
-    if (!read) return read;
+  for (std::uint32_t i = 0; i < head->sectionCount; ++i) {
+    if (auto read = readSection(*macho::sectionOf(bytes, i), segment); !read) return read;
   }
   return keepSegment(segment);
 }
 
-template <class SectionRecord>
-Result<> Reader::readSection(const SectionRecord& section, const Segment& segment) {
-  const std::uint32_t type = section.flags & macho::SECTION_TYPE;
-  const bool hasContent = type != macho::S_ZEROFILL && type != macho::S_GB_ZEROFILL &&
-                          type != macho::S_THREAD_LOCAL_ZEROFILL && section.size != 0;
-  if (!hasContent) return {};
-  const std::string name = nameOf(section.segname) + "," + nameOf(section.sectname);
+Result<> Reader::readSection(const macho::Section& section, const Segment& segment) {
+  if (section.isZeroFilled() || section.size == 0) return {};
+  const std::string name = std::string(macho::textOf(section.segmentName)) + "," +
+                           std::string(macho::textOf(section.name));
   const Extent extent{section.offset, section.size};
   if (!holds(extent)) return outside("section " + name, extent);
   if (extent.offset < slice_.endOfCommands()) {
@@ -258,10 +234,10 @@ Result<> Reader::readBuildVersion(const LoadCommand& command) {
   return {};
 }
 
-Result<> Reader::readMinimumVersion(const LoadCommand& command, Platform platform) {
+Result<> Reader::readMinimumVersion(const LoadCommand& command, std::uint32_t platform) {
   const auto head = record<macho::version_min_command>(command);
   if (!head) return head.error();
-  slice_.platform = platform;
+  slice_.platform = static_cast<Platform>(platform);
   slice_.minimumOS = head->version;
   return {};
 }

@@ -10,21 +10,16 @@ namespace toolchain {
 
 namespace {
 
-/// The room named for this slice; capability bits of the subtype do not count.
 const SliceRoom* roomFor(const Slice& slice, const std::vector<SliceRoom>& rooms) {
   for (const SliceRoom& room : rooms) {
-    if (architectureName(room.architecture.cpuType, room.architecture.cpuSubtype) ==
-        slice.architecture) {
-      return &room;
-    }
+    if (room.architecture == slice.architecture) return &room;
   }
   return nullptr;
 }
 
 Result<> checkRooms(const MachOFile& image, const std::vector<SliceRoom>& rooms) {
   for (const SliceRoom& room : rooms) {
-    const std::string name =
-        architectureName(room.architecture.cpuType, room.architecture.cpuSubtype);
+    const std::string& name = room.architecture;
     if (room.size == 0 || room.size % 16 != 0) {
       return failure(name + ": size " + std::to_string(room.size) + " is no multiple of 16");
     }

@@ -6,7 +6,7 @@
 #include "foundation/crypto/CMS.h"
 #include "foundation/crypto/DER.h"
 #include "foundation/format/PropertyList.h"
-#include "macho/Definitions.h"
+#include "macho/core/Definitions.h"
 #include "toolchain/common/Messages.h"
 #include "toolchain/signature/EmbeddedSignature.h"
 

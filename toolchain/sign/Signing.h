@@ -40,7 +40,8 @@ Result<> sign(const SignOptions& options);
 
 /// How much room a slice is to have for its signature.
 struct SliceRoom {
-  Architecture architecture;
+  /// As `Slice::architecture`.
+  std::string architecture;
   /// A multiple of 16.
   std::uint32_t size = 0;
 };

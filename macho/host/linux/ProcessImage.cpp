@@ -1,4 +1,4 @@
-#include "macho/ProcessImage.h"
+#include "macho/private/ProcessImage.h"
 
 // The loader of this host knows ELF only: no image of the process is Mach-O.
 namespace macho::host {

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "macho/core/Architectures.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/toolchain/support/CodeFixture.h"
@@ -21,7 +22,7 @@ std::string allocationProblem(const toolchain::AllocateOptions& options) {
 }
 
 toolchain::SliceRoom room(std::string_view architecture, std::uint32_t size) {
-  return {*toolchain::architectureNamed(architecture), size};
+  return {std::string(architecture), size};
 }
 
 /// Sizes and offsets as llvm-otool reads them: command and field to value, slice after slice.
@@ -351,8 +352,8 @@ TEST(MachOFile, ArchitecturesAreNamed) {
   EXPECT_EQ(toolchain::architectureName(macho::CPU_TYPE_ARM, 13), "armv8");
   EXPECT_EQ(toolchain::architectureName(macho::CPU_TYPE_ARM64, 0x8000004d),
             "cputype 16777228 subtype 77");
-  EXPECT_EQ(toolchain::architectureNamed("arm64_32")->cpuSubtype, 1U);
-  EXPECT_FALSE(toolchain::architectureNamed("arm65"));
+  EXPECT_EQ(macho::architectureNamed("arm64_32")->cpuSubtype, 1U);
+  EXPECT_FALSE(macho::architectureNamed("arm65"));
 }
 
 TEST(MachOFile, UniversalTableIsChecked) {

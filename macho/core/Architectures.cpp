@@ -1,10 +1,9 @@
-#include "macho/Architectures.h"
+#include "macho/core/Architectures.h"
 
 #include <algorithm>
 #include <iterator>
 
-#include "macho/Definitions.h"
-#include "macho/MachOSlice.h"
+#include "macho/core/Definitions.h"
 
 namespace macho {
 namespace {
@@ -76,13 +75,6 @@ const Architecture* architectureOf(std::int32_t cpuType, std::uint32_t cpuSubtyp
 const Architecture* architectureNamed(std::string_view name) {
   const auto* const known = std::ranges::find(kArchitectures, name, &Architecture::name);
   return known == std::end(kArchitectures) ? nullptr : known;
-}
-
-const char* QVTMachOSliceGetArchitectureName(const QVTMachOSlice* slice) {
-  const auto* const known =
-      slice ? architectureOf(slice->cputype, static_cast<std::uint32_t>(slice->cpusubtype))
-            : nullptr;
-  return known ? known->name : "unknown";
 }
 
 }  // namespace macho

@@ -74,27 +74,15 @@ struct mach_header {
   std::uint32_t flags;
 };
 
-struct mach_header_64 {
-  std::uint32_t magic;
-  std::int32_t cputype;
-  std::int32_t cpusubtype;
-  std::uint32_t filetype;
-  std::uint32_t ncmds;
-  std::uint32_t sizeofcmds;
-  std::uint32_t flags;
+struct mach_header_64 : mach_header {
   std::uint32_t reserved;
 };
 
 inline constexpr std::uint32_t MH_OBJECT = 1;
 inline constexpr std::uint32_t MH_EXECUTE = 2;
-inline constexpr std::uint32_t MH_FVMLIB = 3;
-inline constexpr std::uint32_t MH_CORE = 4;
-inline constexpr std::uint32_t MH_PRELOAD = 5;
 inline constexpr std::uint32_t MH_DYLIB = 6;
 inline constexpr std::uint32_t MH_DYLINKER = 7;
 inline constexpr std::uint32_t MH_BUNDLE = 8;
-inline constexpr std::uint32_t MH_DYLIB_STUB = 9;
-inline constexpr std::uint32_t MH_DSYM = 10;
 inline constexpr std::uint32_t MH_KEXT_BUNDLE = 11;
 
 inline constexpr std::uint32_t MH_NOUNDEFS = 0x1;
@@ -108,9 +96,7 @@ inline constexpr std::int32_t CPU_ARCH_ABI64 = 0x01000000;
 inline constexpr std::int32_t CPU_ARCH_ABI64_32 = 0x02000000;
 /// High byte of a subtype: capabilities, no part of the architecture's name.
 inline constexpr std::uint32_t CPU_SUBTYPE_MASK = 0xff000000;
-inline constexpr std::uint32_t CPU_SUBTYPE_LIB64 = 0x80000000;
 
-inline constexpr std::int32_t CPU_TYPE_ANY = -1;
 inline constexpr std::int32_t CPU_TYPE_MC680x0 = 6;
 inline constexpr std::int32_t CPU_TYPE_X86 = 7;
 inline constexpr std::int32_t CPU_TYPE_X86_64 = CPU_TYPE_X86 | CPU_ARCH_ABI64;
@@ -140,7 +126,6 @@ inline constexpr std::int32_t CPU_SUBTYPE_ARM_V8 = 13;
 inline constexpr std::int32_t CPU_SUBTYPE_ARM_V6M = 14;
 inline constexpr std::int32_t CPU_SUBTYPE_ARM_V7M = 15;
 inline constexpr std::int32_t CPU_SUBTYPE_ARM_V7EM = 16;
-inline constexpr std::int32_t CPU_SUBTYPE_ARM_V8M = 17;
 inline constexpr std::int32_t CPU_SUBTYPE_ARM64_ALL = 0;
 inline constexpr std::int32_t CPU_SUBTYPE_ARM64_V8 = 1;
 inline constexpr std::int32_t CPU_SUBTYPE_ARM64E = 2;
@@ -152,42 +137,21 @@ inline constexpr std::int32_t CPU_SUBTYPE_ARM64_32_V8 = 1;
 inline constexpr std::uint32_t LC_REQ_DYLD = 0x80000000;
 inline constexpr std::uint32_t LC_SEGMENT = 0x1;
 inline constexpr std::uint32_t LC_SYMTAB = 0x2;
-inline constexpr std::uint32_t LC_UNIXTHREAD = 0x5;
-inline constexpr std::uint32_t LC_DYSYMTAB = 0xb;
 inline constexpr std::uint32_t LC_LOAD_DYLIB = 0xc;
-inline constexpr std::uint32_t LC_ID_DYLIB = 0xd;
-inline constexpr std::uint32_t LC_LOAD_DYLINKER = 0xe;
-inline constexpr std::uint32_t LC_ID_DYLINKER = 0xf;
-inline constexpr std::uint32_t LC_TWOLEVEL_HINTS = 0x16;
 inline constexpr std::uint32_t LC_LOAD_WEAK_DYLIB = 0x18 | LC_REQ_DYLD;
 inline constexpr std::uint32_t LC_SEGMENT_64 = 0x19;
 inline constexpr std::uint32_t LC_UUID = 0x1b;
-inline constexpr std::uint32_t LC_RPATH = 0x1c | LC_REQ_DYLD;
 inline constexpr std::uint32_t LC_CODE_SIGNATURE = 0x1d;
-inline constexpr std::uint32_t LC_SEGMENT_SPLIT_INFO = 0x1e;
 inline constexpr std::uint32_t LC_REEXPORT_DYLIB = 0x1f | LC_REQ_DYLD;
 inline constexpr std::uint32_t LC_LAZY_LOAD_DYLIB = 0x20;
 inline constexpr std::uint32_t LC_ENCRYPTION_INFO = 0x21;
-inline constexpr std::uint32_t LC_DYLD_INFO = 0x22;
-inline constexpr std::uint32_t LC_DYLD_INFO_ONLY = 0x22 | LC_REQ_DYLD;
 inline constexpr std::uint32_t LC_LOAD_UPWARD_DYLIB = 0x23 | LC_REQ_DYLD;
 inline constexpr std::uint32_t LC_VERSION_MIN_MACOSX = 0x24;
 inline constexpr std::uint32_t LC_VERSION_MIN_IPHONEOS = 0x25;
-inline constexpr std::uint32_t LC_FUNCTION_STARTS = 0x26;
-inline constexpr std::uint32_t LC_MAIN = 0x28 | LC_REQ_DYLD;
-inline constexpr std::uint32_t LC_DATA_IN_CODE = 0x29;
-inline constexpr std::uint32_t LC_SOURCE_VERSION = 0x2a;
-inline constexpr std::uint32_t LC_DYLIB_CODE_SIGN_DRS = 0x2b;
 inline constexpr std::uint32_t LC_ENCRYPTION_INFO_64 = 0x2c;
-inline constexpr std::uint32_t LC_LINKER_OPTION = 0x2d;
-inline constexpr std::uint32_t LC_LINKER_OPTIMIZATION_HINT = 0x2e;
 inline constexpr std::uint32_t LC_VERSION_MIN_TVOS = 0x2f;
 inline constexpr std::uint32_t LC_VERSION_MIN_WATCHOS = 0x30;
-inline constexpr std::uint32_t LC_NOTE = 0x31;
 inline constexpr std::uint32_t LC_BUILD_VERSION = 0x32;
-inline constexpr std::uint32_t LC_DYLD_EXPORTS_TRIE = 0x33 | LC_REQ_DYLD;
-inline constexpr std::uint32_t LC_DYLD_CHAINED_FIXUPS = 0x34 | LC_REQ_DYLD;
-inline constexpr std::uint32_t LC_FILESET_ENTRY = 0x35 | LC_REQ_DYLD;
 
 struct load_command {
   std::uint32_t cmd;
@@ -195,43 +159,29 @@ struct load_command {
 };
 
 /// Followed by `nsects` records of type section.
-struct segment_command {
+template <class Word>
+struct segment_command_of {
   std::uint32_t cmd;
   std::uint32_t cmdsize;
-  char segname[16];  ///< filled up with zeros, not terminated when 16 long
-  std::uint32_t vmaddr;
-  std::uint32_t vmsize;
-  std::uint32_t fileoff;
-  std::uint32_t filesize;
+  char segname[16];  ///< padded with zeros, not terminated when 16 long
+  Word vmaddr;
+  Word vmsize;
+  Word fileoff;
+  Word filesize;
   std::uint32_t maxprot;
   std::uint32_t initprot;
   std::uint32_t nsects;
   std::uint32_t flags;
 };
+using segment_command = segment_command_of<std::uint32_t>;
+using segment_command_64 = segment_command_of<std::uint64_t>;
 
-struct segment_command_64 {
-  std::uint32_t cmd;
-  std::uint32_t cmdsize;
-  char segname[16];
-  std::uint64_t vmaddr;
-  std::uint64_t vmsize;
-  std::uint64_t fileoff;
-  std::uint64_t filesize;
-  std::uint32_t maxprot;
-  std::uint32_t initprot;
-  std::uint32_t nsects;
-  std::uint32_t flags;
-};
-
-inline constexpr std::uint32_t VM_PROT_READ = 1;
-inline constexpr std::uint32_t VM_PROT_WRITE = 2;
-inline constexpr std::uint32_t VM_PROT_EXECUTE = 4;
-
-struct section {
+template <class Word>
+struct section_of {
   char sectname[16];
   char segname[16];
-  std::uint32_t addr;
-  std::uint32_t size;
+  Word addr;
+  Word size;
   std::uint32_t offset;
   std::uint32_t align;
   std::uint32_t reloff;
@@ -240,21 +190,9 @@ struct section {
   std::uint32_t reserved1;
   std::uint32_t reserved2;
 };
-
-struct section_64 {
-  char sectname[16];
-  char segname[16];
-  std::uint64_t addr;
-  std::uint64_t size;
-  std::uint32_t offset;
-  std::uint32_t align;
-  std::uint32_t reloff;
-  std::uint32_t nreloc;
-  std::uint32_t flags;
-  std::uint32_t reserved1;
-  std::uint32_t reserved2;
-  std::uint32_t reserved3;
-};
+struct section : section_of<std::uint32_t> {};
+/// Its `reserved3` is the padding at the end.
+struct section_64 : section_of<std::uint64_t> {};
 
 /// Low byte of a section's flags: its type. These three hold no bytes in the file.
 inline constexpr std::uint32_t SECTION_TYPE = 0xff;
@@ -306,21 +244,10 @@ struct build_version_command {
   std::uint32_t ntools;
 };
 
-struct build_tool_version {
-  std::uint32_t tool;
-  std::uint32_t version;
-};
-
 inline constexpr std::uint32_t PLATFORM_MACOS = 1;
 inline constexpr std::uint32_t PLATFORM_IOS = 2;
 inline constexpr std::uint32_t PLATFORM_TVOS = 3;
 inline constexpr std::uint32_t PLATFORM_WATCHOS = 4;
-inline constexpr std::uint32_t PLATFORM_BRIDGEOS = 5;
-inline constexpr std::uint32_t PLATFORM_MACCATALYST = 6;
-inline constexpr std::uint32_t PLATFORM_IOSSIMULATOR = 7;
-inline constexpr std::uint32_t PLATFORM_TVOSSIMULATOR = 8;
-inline constexpr std::uint32_t PLATFORM_WATCHOSSIMULATOR = 9;
-inline constexpr std::uint32_t PLATFORM_DRIVERKIT = 10;
 
 /// Code signature, function starts and the other commands that name a range of __LINKEDIT.
 struct linkedit_data_command {
@@ -347,9 +274,7 @@ struct encryption_info_command_64 {
   std::uint32_t pad;
 };
 
-inline constexpr char SEG_PAGEZERO[] = "__PAGEZERO";
 inline constexpr char SEG_TEXT[] = "__TEXT";
-inline constexpr char SEG_DATA[] = "__DATA";
 inline constexpr char SEG_LINKEDIT[] = "__LINKEDIT";
 
 static_assert(sizeof(fat_arch) == 20 && sizeof(fat_arch_64) == 32);
