@@ -25,7 +25,7 @@ Value describeExecutable(const foundation::Bundle& bundle) {
   const auto path = bundle.executablePath();
   if (!path) return {};
   const auto binary = openBinary(*path);
-  return binary ? describeBinary(*binary) : Value();
+  return binary ? describeBinary(**binary) : Value();
 }
 
 Value describeResource(const QVTCodeSignedResource& resource, const QVTProvisioningProfile* profile,

@@ -1,7 +1,7 @@
 #include <map>
 
-#include "inspect/BinaryFacts.h"
 #include "inspect/Commands.h"
+#include "inspect/MachOReport.h"
 #include "macho/QVTdSYM.h"
 
 namespace inspect {
@@ -79,7 +79,7 @@ foundation::Result<Report> reportDSYM(const Arguments& arguments) {
   if (const auto other = arguments.value("--match")) {
     const auto binary = openBinary(*other);
     if (!binary) return binary.error();
-    auto slices = matches(*binary->object, document.at("uuids"));
+    auto slices = matches(**binary, document.at("uuids"));
     report.status = anyIsMissing(slices) ? 1 : 0;
     document["match"] = std::move(slices);
   }

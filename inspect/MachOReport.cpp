@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "inspect/Arguments.h"
 #include "inspect/Commands.h"
 
 namespace inspect {
@@ -11,19 +12,40 @@ using foundation::Value;
 
 namespace {
 
-Value version(const std::optional<macho::QVTMachOVersion>& value) {
-  return orNull(macho::QVTMachOFormatVersion(value ? &*value : nullptr));
+/// Linkers write 0 for a version that they do not know.
+Value version(const macho::QVTMachOVersion& value) {
+  if (value == macho::QVTMachOVersion{}) return {};
+  return orNull(macho::QVTMachOFormatVersion(&value));
 }
 
-Value describeSlice(const QVTMachOSlice& slice, const SliceFacts& facts) {
+std::string_view nameOf(macho::DylibKind kind) {
+  switch (kind) {
+    case macho::DylibKind::weak:
+      return "weak";
+    case macho::DylibKind::reexported:
+      return "re-exported";
+    case macho::DylibKind::upward:
+      return "upward";
+    case macho::DylibKind::lazy:
+      return "lazy";
+    case macho::DylibKind::plain:
+      break;
+  }
+  return "plain";
+}
+
+Value describeSlice(const QVTMachOSlice& slice) {
+  const macho::SliceContents& contents = slice.contents();
+  const auto& stated = contents.buildVersion ? contents.buildVersion : contents.versionMin;
+  const auto versions = stated.value_or(macho::TargetVersions{});
   foundation::Array dylibs;
-  for (const auto& dylib : facts.linkedDylibs) {
-    dylibs.push_back(Dictionary{{"path", dylib.path}, {"kind", dylib.kind}});
+  for (const auto& [path, kind] : contents.dylibs) {
+    dylibs.push_back(Dictionary{{"path", path}, {"kind", nameOf(kind)}});
   }
   return Dictionary{{"architectureName", slice.architectureName()},
                     {"uuid", orNull(slice.uuid())},
-                    {"minimumOSVersion", version(facts.minimumOSVersion)},
-                    {"linkedSDKVersion", version(facts.linkedSDKVersion)},
+                    {"minimumOSVersion", version(versions.minimumOS)},
+                    {"linkedSDKVersion", version(versions.sdk)},
                     {"linkedDylibs", std::move(dylibs)}};
 }
 
@@ -41,15 +63,22 @@ void showDylibs(const Value& slice, TextOutput& text) {
 
 }  // namespace
 
-Value describeBinary(const Binary& binary) {
+foundation::Result<std::shared_ptr<QVTMachOBinary>> openBinary(const std::string& path) {
+  auto binary = QVTMachOBinary::MachOBinaryWithPath(path);
+  if (!binary) return unreadable(path, "not a regular file, or too short for a Mach-O file");
+  const bool isMachO =
+      std::ranges::any_of(binary->slices(), [](const auto& s) { return s->contents().hasHeader; });
+  if (!isMachO) return unreadable(path, "not a Mach-O file");
+  return binary;
+}
+
+Value describeBinary(const QVTMachOBinary& binary) {
   foundation::Array slices;
-  for (std::size_t i = 0; i < binary.facts.size(); ++i) {
-    slices.push_back(describeSlice(*binary.object->slices()[i], binary.facts[i]));
-  }
-  const bool identified = everySliceHasUUID(*binary.object);
+  for (const auto& slice : binary.slices()) slices.push_back(describeSlice(*slice));
+  const bool identified = everySliceHasUUID(binary);
   return Dictionary{
       {"slices", std::move(slices)},
-      {"instanceIdentifier", identified ? Value(binary.object->instanceIdentifier()) : Value()}};
+      {"instanceIdentifier", identified ? Value(binary.instanceIdentifier()) : Value()}};
 }
 
 void showBinary(const Value& document, const BinaryTextOptions& options, TextOutput& text) {
@@ -71,7 +100,7 @@ foundation::Result<Report> reportMachO(const Arguments& arguments) {
   const auto binary = openBinary(arguments.operands()[0]);
   if (!binary) return binary.error();
   const BinaryTextOptions options{.withDylibs = arguments.has("-v")};
-  Value document = describeBinary(*binary);
+  Value document = describeBinary(**binary);
   return Report{document,
                 [document, options](TextOutput& text) { showBinary(document, options, text); }};
 }

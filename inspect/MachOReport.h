@@ -1,14 +1,19 @@
 #pragma once
 
+#include "foundation/base/Result.h"
 #include "foundation/base/Value.h"
-#include "inspect/BinaryFacts.h"
 #include "inspect/TextOutput.h"
+#include "macho/QVTMachOBinary.h"
 
 namespace inspect {
 
+/// Never empty. Fails when the file cannot be read or no slice of it has a Mach-O header. Throws
+/// what `QVTMachOBinary` throws.
+foundation::Result<std::shared_ptr<QVTMachOBinary>> openBinary(const std::string& path);
+
 /// `slices` in file order (architectureName, uuid, minimumOSVersion, linkedSDKVersion,
 /// linkedDylibs, each with path and kind) and `instanceIdentifier`, null where a slice has no UUID.
-foundation::Value describeBinary(const Binary& binary);
+foundation::Value describeBinary(const QVTMachOBinary& binary);
 
 /// A table of the slices; their dylibs too when `withDylibs`.
 struct BinaryTextOptions {

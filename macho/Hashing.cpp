@@ -1,5 +1,7 @@
 #include "macho/Hashing.h"
 
+#include <algorithm>
+
 #include "foundation/base/Text.h"
 #include "foundation/crypto/Digest.h"
 
@@ -20,13 +22,9 @@ std::string QVTNSDataToNSString(const foundation::Data& data) {
 }
 
 void QVTSafeHexToString(const void* bytes, std::size_t length, char* output) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  const auto* const from = static_cast<const unsigned char*>(bytes);
-  for (std::size_t i = 0; from && i < length; ++i) {
-    *output++ = kDigits[from[i] >> 4];
-    *output++ = kDigits[from[i] & 0xf];
-  }
-  *output = '\0';
+  const std::size_t size = bytes ? length : 0;
+  const std::string hex = foundation::lowercaseHex({static_cast<const std::byte*>(bytes), size});
+  *std::ranges::copy(hex, output).out = '\0';
 }
 
 }  // namespace macho

@@ -2,51 +2,29 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
-#include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "macho/MachOSlice.h"
-#include "macho/Mappings.h"
 #include "macho/core/Definitions.h"
+#include "macho/core/FatTable.h"
+#include "macho/private/Mappings.h"
 
 namespace macho {
 namespace {
 
-constexpr std::int64_t kSmallestFile = 16;
-constexpr unsigned kRegularFileBit = 0x8000;
+constexpr std::size_t kSmallestFile = 16;
 
-/// Closes after a failure, whose cause stays in `errno`.
-bool closeAndFail(QVTMachOFile& file) {
-  const int cause = errno;
-  ::close(file.fd);
-  file.fd = -1;
-  errno = cause;
-  return false;
-}
-
-/// Only headers and load commands are looked at, each once: reading ahead would fetch megabytes
-/// that nobody asks for.
-const void* mapForScatteredReads(const QVTMachOFile& file) {
-  const auto size = static_cast<std::size_t>(file.mappedSize);
-  void* const start = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, file.fd, 0);
-  if (start == MAP_FAILED) return nullptr;
-  ::madvise(start, size, MADV_RANDOM);
-  return start;
-}
-
-void enumerateUniversal(const void* address, const Reach& reach, const SliceCallback& callback) {
-  const auto header = reach.read<fat_header>(address);
-  if (!header) return;
-  const std::uint64_t count = byteSwapped(*header).nfat_arch;
-  for (std::uint64_t index = 0; index < count; ++index) {
-    const auto stored =
-        reach.read<fat_arch>(address, sizeof(fat_header) + index * sizeof(fat_arch));
-    if (!stored) return;
-    const fat_arch arch = byteSwapped(*stored);
-    const QVTMachOSlice slice{reach.advance(address, arch.offset), arch.cputype, arch.cpusubtype};
+void enumerateUniversal(const FatTable& table, foundation::Bytes bytes,
+                        const SliceCallback& callback) {
+  for (std::uint32_t index = 0; index < table.count(); ++index) {
+    const auto entry = table.entry(index);
+    if (!entry) return;
+    const bool isInside = entry->offset < bytes.size();
+    const QVTMachOSlice slice{isInside ? bytes.data() + entry->offset : nullptr, entry->cpuType,
+                              static_cast<std::int32_t>(entry->cpuSubtype)};
     callback(&slice);
   }
 }
@@ -56,18 +34,19 @@ void enumerateUniversal(const void* address, const Reach& reach, const SliceCall
 bool QVTMachOFileInitWithPath(QVTMachOFile* file, const char* path) {
   if (!file || !path) return false;
   *file = {};
-  // A pipe without a writer must not hold up the opening; it is refused below.
-  file->fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (file->fd < 0) return false;
-  struct stat details {};
-  if (::fstat(file->fd, &details) != 0) return closeAndFail(*file);
-  file->mappedSize = static_cast<std::uint64_t>(details.st_size);
-  if (details.st_size < kSmallestFile || !(details.st_mode & kRegularFileBit)) {
-    return closeAndFail(*file);
+  foundation::FileDescriptor descriptor;
+  auto mapped = foundation::MappedFile::open(path, descriptor);
+  if (!mapped) {
+    errno = static_cast<int>(mapped.error().code);
+    return false;
   }
-  file->mappedFile = mapForScatteredReads(*file);
-  if (!file->mappedFile) return closeAndFail(*file);
-  rememberMapping(file->mappedFile, file->mappedSize, path);
+  const foundation::Bytes bytes = mapped->bytes();
+  if (bytes.size() < kSmallestFile) return false;
+  // Only headers and load commands are read, each once: reading ahead would fetch megabytes that
+  // nobody asks for.
+  ::madvise(const_cast<std::byte*>(bytes.data()), bytes.size(), MADV_RANDOM);
+  *file = {descriptor.release(), bytes.size(), bytes.data()};
+  rememberMapping(std::move(*mapped));
   return true;
 }
 
@@ -78,10 +57,7 @@ bool QVTMachOFileInitWithCurrent(QVTMachOFile* file) {
 
 void QVTMachOFileDestroy(QVTMachOFile* file) {
   if (!file) return;
-  if (file->mappedFile && file->mappedSize) {
-    forgetMapping(file->mappedFile);
-    ::munmap(const_cast<void*>(file->mappedFile), static_cast<std::size_t>(file->mappedSize));
-  }
+  forgetMapping(file->mappedFile);
   ::close(file->fd);
   *file = {};
 }
@@ -92,10 +68,10 @@ void QVTMachOFileEnumerateSlices(const QVTMachOFile* file, const SliceCallback& 
 
 void QVTMachOEnumerateSlicesAtAddress(const void* address, const SliceCallback& callback) {
   if (!address || !callback) return;
-  const Reach reach(address);
-  const auto magic = reach.read<std::uint32_t>(address);
-  if (magic && (*magic == FAT_MAGIC || *magic == FAT_CIGAM)) {
-    enumerateUniversal(address, reach, callback);
+  const foundation::Bytes bytes = readableFrom(address);
+  const auto magic = foundation::readAt<std::uint32_t>(bytes, 0);
+  if (magic == FAT_MAGIC || magic == FAT_CIGAM) {
+    enumerateUniversal(FatTable(bytes), bytes, callback);
     return;
   }
   QVTMachOSlice slice{address};

@@ -1,71 +1,78 @@
 #include "macho/MachOSlice.h"
 
 #include <algorithm>
-#include <cstddef>
 
-#include "macho/LoadCommandWalk.h"
 #include "macho/core/Architectures.h"
-#include "macho/core/Definitions.h"
+#include "macho/core/LoadCommands.h"
+#include "macho/private/LoadCommandWalk.h"
+#include "macho/private/Mappings.h"
 #include "macho/private/ProcessImage.h"
 
 namespace macho {
 namespace {
 
-constexpr std::uint64_t kSmallestLimit = 65536;
+using foundation::Bytes;
 
-/// Size of the header that begins with this magic; 0 for no magic of a thin file.
-std::uint64_t headerSize(std::uint32_t magic) {
-  switch (magic) {
-    case MH_MAGIC:
-    case MH_CIGAM:
-      return sizeof(mach_header);
-    case MH_MAGIC_64:
-    case MH_CIGAM_64:
-      return sizeof(mach_header_64);
-    default:
-      return 0;
-  }
+constexpr std::uint64_t kLeastCommandLimit = 65536;
+
+bool isNamed(const Name& stored, std::string_view name) {
+  return textOf(stored) == name.substr(0, stored.size());
 }
 
-struct HeaderEnd {
-  const void* firstCommand = nullptr;
-  std::uint32_t commandCount = 0;
-};
+/// Searches all segments of a slice as the platform does: the single nameless segment of an object
+/// file holds sections of any segment.
+std::optional<Section> findSection(const QVTMachOSlice* slice, const char* segmentName,
+                                   const char* sectionName) {
+  if (!QVTMachOSliceIsValid(slice) || !segmentName || !sectionName) return std::nullopt;
+  const std::uint32_t wanted = QVTMachOSliceIs64Bit(slice) ? LC_SEGMENT_64 : LC_SEGMENT;
+  const auto header = headerOf(readableFrom(slice->startAddress));
+  const bool isObject = header && header->fields.filetype == MH_OBJECT;
+  std::uint64_t sectionsLeft = commandLimit(slice->startAddress);
+  std::optional<Section> found;
+  const auto lookInSegment = [&](const void* command) {
+    const Bytes bytes = readableFrom(command);
+    const auto segment = segmentOf(bytes);
+    if (!segment || !(isObject || isNamed(segment->name, segmentName))) return;
+    for (std::uint64_t i = 0; i < segment->sectionCount && sectionsLeft > 0; ++i, --sectionsLeft) {
+      const auto section = sectionOf(bytes, i);
+      if (!section) return;
+      if (!isNamed(section->name, sectionName) || !isNamed(section->segmentName, segmentName)) {
+        continue;
+      }
+      found = section;
+      return;
+    }
+  };
+  walkLoadCommands(*slice, [&](std::uint32_t cmd, std::uint32_t, const void* command) {
+    if (cmd == wanted) lookInSegment(command);
+    return !found && sectionsLeft > 0;
+  });
+  return found;
+}
 
-HeaderEnd readHeader(QVTMachOSlice& slice) {
-  const void* const start = slice.startAddress;
-  const Reach reach(start);
-  const auto magic = reach.read<std::uint32_t>(start);
-  const std::uint64_t size = magic ? headerSize(*magic) : 0;
-  if (size == 0) return {};
-  slice.cputype =
-      reach.read<std::int32_t>(start, offsetof(mach_header, cputype)).value_or(slice.cputype);
-  slice.cpusubtype =
-      reach.read<std::int32_t>(start, offsetof(mach_header, cpusubtype)).value_or(slice.cpusubtype);
-  if (!reach.holds(start, size)) return {};
-  return {static_cast<const std::byte*>(start) + size,
-          *reach.read<std::uint32_t>(start, offsetof(mach_header, ncmds))};
+void storeAddress(const QVTMachOSlice* slice, const char* sectionName, std::uintptr_t slide,
+                  std::uintptr_t* address) {
+  QVTMachOSection section;
+  if (!address || !QVTMachOSliceInitSectionByName(slice, SEG_TEXT, sectionName, &section)) return;
+  *address = static_cast<std::uintptr_t>(section.address) + slide;
 }
 
 }  // namespace
 
-std::uint64_t commandLimit(const Reach& reach) {
-  return std::max(kSmallestLimit, reach.size() / sizeof(load_command));
+std::uint64_t commandLimit(const void* address) {
+  return std::max(kLeastCommandLimit, mappingSize(address) / sizeof(load_command));
 }
 
 void walkLoadCommands(const QVTMachOSlice& slice,
                       const std::function<bool(std::uint32_t, std::uint32_t, const void*)>& visit) {
-  if (!slice.startAddress) return;
-  QVTMachOSlice read = slice;
-  const auto [first, count] = readHeader(read);
-  const Reach reach(slice.startAddress);
-  const std::uint64_t limit = commandLimit(reach);
-  const void* command = first;
-  for (std::uint64_t index = 0; command && index < count; ++index) {
-    const auto header = reach.read<load_command>(command);
-    if (!header || !visit(header->cmd, header->cmdsize, command)) return;
-    if (header->cmdsize == 0 && index + 1 >= limit) return;
-    command = reach.advance(command, header->cmdsize);
+  const Bytes bytes = readableFrom(slice.startAddress);
+  const auto header = headerOf(bytes);
+  if (!header || header->size > bytes.size()) return;
+  const std::uint64_t limit = commandLimit(slice.startAddress);
+  LoadCommandCursor cursor(bytes, *header);
+  while (const auto command = cursor.next()) {
+    if (!visit(command->command, command->size, bytes.data() + command->offset)) return;
+    if (command->size == 0 && cursor.index() >= limit) return;
   }
 }
 
@@ -85,9 +92,19 @@ bool QVTMachOSliceIs64Bit(const QVTMachOSlice* slice) {
 
 void QVTMachOHeaderValues(QVTMachOSlice* slice, const void** firstCommand,
                           std::uint32_t* commandCount) {
-  const HeaderEnd end = QVTMachOSliceIsValid(slice) ? readHeader(*slice) : HeaderEnd{};
-  if (firstCommand) *firstCommand = end.firstCommand;
-  if (commandCount) *commandCount = end.commandCount;
+  if (firstCommand) *firstCommand = nullptr;
+  if (commandCount) *commandCount = 0;
+  if (!QVTMachOSliceIsValid(slice)) return;
+  const Bytes bytes = readableFrom(slice->startAddress);
+  const auto header = headerOf(bytes);
+  if (!header) return;
+  if (bytes.size() >= offsetof(mach_header, filetype)) {
+    slice->cputype = header->fields.cputype;
+    slice->cpusubtype = header->fields.cpusubtype;
+  }
+  if (header->size > bytes.size()) return;
+  if (firstCommand) *firstCommand = bytes.data() + header->size;
+  if (commandCount) *commandCount = header->fields.ncmds;
 }
 
 const char* QVTMachOSliceGetArchitectureName(const QVTMachOSlice* slice) {
@@ -104,6 +121,36 @@ void QVTMachOSliceEnumerateLoadCommands(const QVTMachOSlice* slice,
     callback(cmd, cmdsize, command);
     return true;
   });
+}
+
+bool QVTMachOSliceInitSectionByName(const QVTMachOSlice* slice, const char* segmentName,
+                                    const char* sectionName, QVTMachOSection* section) {
+  if (!section || !QVTMachOSliceIsValid(slice)) return false;
+  const auto found = findSection(slice, segmentName, sectionName);
+  *section =
+      found ? QVTMachOSection{found->address, found->size, found->offset} : QVTMachOSection{};
+  return found.has_value();
+}
+
+bool QVTMachOSliceGetSectionByName(const QVTMachOSlice* slice, const char* segmentName,
+                                   const char* sectionName, const void** bytes) {
+  if (!bytes) return false;
+  *bytes = nullptr;
+  const auto found = findSection(slice, segmentName, sectionName);
+  if (!found) return false;
+  const auto content = foundation::slice(readableFrom(slice->startAddress), found->offset,
+                                         found->isZeroFilled() ? 0 : found->size);
+  if (content) *bytes = content->data();
+  return content.has_value();
+}
+
+void QVTMachOSliceGetUnwindInformation(const QVTMachOSlice* slice, std::uintptr_t* ehFrame,
+                                       std::uintptr_t* unwindInfo) {
+  if ((!ehFrame && !unwindInfo) || !QVTMachOSliceIsValid(slice)) return;
+  const auto slide = host::slideOfImage(slice->startAddress);
+  if (!slide) return;
+  storeAddress(slice, "__unwind_info", *slide, unwindInfo);
+  storeAddress(slice, "__eh_frame", *slide, ehFrame);
 }
 
 }  // namespace macho

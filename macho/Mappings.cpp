@@ -1,24 +1,28 @@
-#include "macho/Mappings.h"
+#include "macho/private/Mappings.h"
 
+#include <cstdint>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <mutex>
 #include <shared_mutex>
-
-#include "foundation/file/MappingGuard.h"
+#include <utility>
 
 namespace macho {
 namespace {
 
-struct Mapping {
-  std::uintptr_t end;
-  foundation::MappingGuard guard;
-};
-
 struct Registry {
   std::shared_mutex mutex;
-  /// By their start.
-  std::map<std::uintptr_t, Mapping> mappings;
+  /// By their first byte.
+  std::map<const void*, foundation::MappedFile, std::less<>> files;
+
+  foundation::Bytes around(const void* address) {
+    const std::shared_lock lock(mutex);
+    const auto after = files.upper_bound(address);
+    if (after == files.begin()) return {};
+    const foundation::Bytes bytes = std::prev(after)->second.bytes();
+    return std::less<>()(address, bytes.data() + bytes.size()) ? bytes : foundation::Bytes();
+  }
 };
 
 /// Never destroyed: files may be closed while the process ends.
@@ -27,54 +31,33 @@ Registry& registry() {
   return *shared;
 }
 
-std::uintptr_t number(const void* address) { return reinterpret_cast<std::uintptr_t>(address); }
-
 }  // namespace
 
-void rememberMapping(const void* start, std::uint64_t size, const char* path) {
-  const foundation::Bytes bytes(static_cast<const std::byte*>(start),
-                                static_cast<std::size_t>(size));
+void rememberMapping(foundation::MappedFile file) {
   const std::unique_lock lock(registry().mutex);
-  registry().mappings.insert_or_assign(
-      number(start), Mapping{number(start) + bytes.size(), foundation::MappingGuard(bytes, path)});
+  const void* const start = file.bytes().data();
+  registry().files.insert_or_assign(start, std::move(file));
 }
 
 void forgetMapping(const void* start) {
   const std::unique_lock lock(registry().mutex);
-  registry().mappings.erase(number(start));
+  registry().files.erase(start);
 }
 
 foundation::Result<> checkMapping(const void* start) {
   const std::shared_lock lock(registry().mutex);
-  const auto found = registry().mappings.find(number(start));
-  return found == registry().mappings.end() ? foundation::Result<>() : found->second.guard.check();
+  const auto found = registry().files.find(start);
+  return found == registry().files.end() ? foundation::Result<>() : found->second.checkIntact();
 }
 
-Reach::Reach(const void* address) {
-  const std::shared_lock lock(registry().mutex);
-  const auto& mappings = registry().mappings;
-  const auto after = mappings.upper_bound(number(address));
-  if (after == mappings.begin()) return;
-  const std::uintptr_t start = std::prev(after)->first;
-  const std::uintptr_t end = std::prev(after)->second.end;
-  if (number(address) >= end) return;
-  start_ = start;
-  end_ = end;
-  known_ = true;
+foundation::Bytes readableFrom(const void* address) {
+  const auto* const start = static_cast<const std::byte*>(address);
+  if (!start) return {};
+  const foundation::Bytes mapping = registry().around(start);
+  if (mapping.empty()) return {start, UINTPTR_MAX - reinterpret_cast<std::uintptr_t>(start)};
+  return mapping.subspan(static_cast<std::size_t>(start - mapping.data()));
 }
 
-std::uint64_t Reach::left(const void* address) const {
-  const std::uintptr_t at = number(address);
-  return at < start_ || at > end_ ? 0 : end_ - at;
-}
-
-bool Reach::holds(const void* address, std::uint64_t size) const {
-  return address && size <= left(address);
-}
-
-const std::byte* Reach::advance(const void* address, std::uint64_t offset) const {
-  if (!address || offset >= left(address)) return nullptr;
-  return static_cast<const std::byte*>(address) + offset;
-}
+std::uint64_t mappingSize(const void* address) { return registry().around(address).size(); }
 
 }  // namespace macho

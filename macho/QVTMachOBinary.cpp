@@ -6,12 +6,9 @@
 #include "foundation/base/Error.h"
 #include "foundation/base/Format.h"
 #include "macho/Hashing.h"
-#include "macho/LoadCommandWalk.h"
+#include "macho/private/Mappings.h"
 
 namespace {
-
-/// How often all commands that a file could hold may be read over, for all its slices together.
-constexpr std::uint64_t kRepetitions = 4;
 
 /// Architecture names in ascending order, each with its place in the file; equal ones in file
 /// order.
@@ -44,11 +41,9 @@ std::shared_ptr<QVTMachOBinary> QVTMachOBinary::initWithURL(const foundation::UR
 QVTMachOBinary::~QVTMachOBinary() { macho::QVTMachOFileDestroy(&file_); }
 
 void QVTMachOBinary::readSlices() {
-  const macho::Reach reach(file_.mappedFile);
-  std::uint64_t commandsLeft = kRepetitions * macho::commandLimit(reach);
-  std::uint64_t textLeft = macho::textLimit(reach);
+  macho::ReadingBudget budget(file_.mappedFile);
   macho::QVTMachOFileEnumerateSlices(&file_, [&](const macho::QVTMachOSlice* slice) {
-    slices_.push_back(QVTMachOSlice::initWithSlice(slice, commandsLeft, textLeft));
+    slices_.push_back(QVTMachOSlice::initWithSlice(slice, budget));
   });
 }
 

@@ -30,6 +30,8 @@ class MappedFile {
   ~MappedFile();
 
   [[nodiscard]] Bytes bytes() const { return bytes_; }
+  /// `MappingGuard::check` of this mapping.
+  [[nodiscard]] Result<> checkIntact() const { return guard_.check(); }
 
  private:
   Bytes bytes_;

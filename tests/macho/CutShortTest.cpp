@@ -5,8 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "foundation/base/Error.h"
-#include "macho/Mappings.h"
+#include "macho/MachOSlice.h"
 #include "macho/QVTMachOBinary.h"
+#include "macho/private/Mappings.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -44,7 +45,7 @@ TEST(CutShort, TheSlicesThatAreLeftAreReadAndTheRestIsEmpty) {
   macho::QVTMachOFileDestroy(&file);
   // Whatever comes to lie there next is neither blamed for it nor taken for this file.
   EXPECT_TRUE(macho::checkMapping(start).ok());
-  EXPECT_EQ(macho::Reach(start).size(), 0U);
+  EXPECT_EQ(macho::mappingSize(start), 0U);
 }
 
 /// On a file system without room for the file's hole, every touch of it is such a loss.
