@@ -68,7 +68,7 @@ class [[nodiscard]] Result {
     if (!ok()) return Result<Mapped>(std::move(*this).error());
     if constexpr (std::is_void_v<Mapped>) {
       std::invoke(std::forward<Next>(next), *std::move(*this));
-      return Result<>();
+      return Result<Mapped>();
     } else {
       return Result<Mapped>(std::invoke(std::forward<Next>(next), *std::move(*this)));
     }
