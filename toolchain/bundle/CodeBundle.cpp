@@ -33,7 +33,7 @@ foundation::Error unsuitable(const std::string& why) {
   return faultError(Fault::bundleFormat, why);
 }
 
-/// What lies behind a link is not the bundle's, neither to read nor to sign.
+/// The target of a link is not the bundle's, neither to read nor to sign.
 bool isRegularFileInFolder(const fs::path& path) {
   return isFolder(path.parent_path()) && isRegularFile(path);
 }
@@ -46,12 +46,12 @@ fs::path baseOf(const fs::path& bundle) {
   return {};
 }
 
-/// Where the executable of this name belongs, in a bundle that is its own base or has another.
+/// Where the executable of this name belongs.
 fs::path executablePath(const fs::path& bundle, const fs::path& base, const std::string& name) {
   return (base == bundle ? base : base / "MacOS") / name;
 }
 
-/// Names a single entry of a folder, nothing above or below it.
+/// True for the name of an entry of a folder, nothing above or below it.
 bool isPlainName(std::string_view name) {
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos &&
          name.find('\0') == std::string_view::npos;
@@ -65,7 +65,7 @@ Result<fs::path> executableOf(const CodeBundle& code) {
   }
   const fs::path executable = executablePath(code.path, code.base, *name);
   if (!isRegularFileInFolder(executable)) {
-    return unsuitable("the executable " + executable.string() + " is missing or no regular file");
+    return unsuitable("the executable " + executable.string() + " is missing or not a regular file");
   }
   return executable;
 }
@@ -78,7 +78,7 @@ Result<CodeBundle> openBundle(CodeBundle code) {
   if (!info) return info.error();
   auto value = foundation::PropertyList::parse(info->bytes());
   if (!value) return unsuitable(infoPath.string() + ": " + value.error().localizedDescription());
-  if (!value->dictionary()) return unsuitable(infoPath.string() + " is no dictionary");
+  if (!value->dictionary()) return unsuitable(infoPath.string() + " is not a dictionary");
   code.info = std::move(*value->dictionary());
   code.infoPlist = std::move(*info);
   auto executable = executableOf(code);
@@ -103,7 +103,7 @@ std::string embeddedIdentifier(const fs::path& file) {
   return foundation::stringAt(*value->dictionary(), "CFBundleIdentifier").value_or("");
 }
 
-/// A bundle's executable stands for the bundle.
+/// A bundle's executable opens as the bundle.
 Result<CodeBundle> openFile(CodeBundle code) {
   const fs::path folder = code.path.parent_path();
   if (!baseOf(folder).empty()) {
@@ -128,7 +128,7 @@ bool isSignableFile(const fs::path& path) {
   return mapped && looksLikeMachO(mapped->bytes()) && MachOFile::parse(mapped->bytes()).ok();
 }
 
-/// Each bundle is sealed again in every one around it, so what signing takes grows with the depth.
+/// Each bundle is sealed again in every bundle around it, so the cost of signing grows with depth.
 constexpr int kDeepestNesting = 16;
 
 std::size_t depthOf(const fs::path& path) {
@@ -175,7 +175,7 @@ std::string identifierFromFileName(const fs::path& path) {
   const std::string extension = foundation::pathExtension(name);
   const bool isVersion = !extension.empty() && extension[0] >= '0' && extension[0] <= '9';
   if (!extension.empty() && !isVersion) name.resize(name.size() - extension.size() - 1);
-  // Of a numeric tail like .2.3.4 only the first number stays.
+  // Of a numeric tail like .2.3.4 only the first number is kept.
   auto dot = name.rfind('.');
   while (dot != std::string::npos && dot > 0 && isDigits(std::string_view(name).substr(dot + 1))) {
     const auto before = name.rfind('.', dot - 1);
@@ -198,7 +198,7 @@ bool isCodeBundle(const fs::path& folder) {
   if (!info || !info->dictionary()) return false;
   const auto name = foundation::stringAt(*info->dictionary(), "CFBundleExecutable");
   if (!name) return false;
-  // A name that leads elsewhere is for the one who opens the bundle to refuse.
+  // Opening the bundle says what is wrong with a name that leads out of it.
   return !isPlainName(*name) || isRegularFileInFolder(executablePath(folder, base, *name));
 }
 
@@ -278,9 +278,11 @@ Result<OpenedImage> openImage(const CodeBundle& code) {
   foundation::FileDescriptor descriptor;
   auto file = foundation::MappedFile::open(code.executable, descriptor, Links::refused);
   if (!file) return file.error();
-  auto image = MachOFile::parse(file->bytes());
-  if (!image) return within(code.executable.string(), image.error());
-  return OpenedImage{std::move(descriptor), std::move(*file), std::move(*image)};
+  return MachOFile::parse(file->bytes())
+      .mapError(within(code.executable.string()))
+      .map([&](MachOFile image) {
+        return OpenedImage{std::move(descriptor), *std::move(file), std::move(image)};
+      });
 }
 
 Result<NestedIdentity> nestedIdentity(const fs::path& path) {

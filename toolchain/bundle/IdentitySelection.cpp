@@ -61,10 +61,7 @@ Result<std::vector<Identity>> identitiesOfProfile(const IdentityQuery& query,
   auto found = named(all, query.name);
   if (found.empty()) return found;
   found.resize(1, found.front());
-  if (const auto admitted = keychains.admits(found[0].certificate); !admitted) {
-    return admitted.error();
-  }
-  return found;
+  return keychains.admits(found[0].certificate).map([&] { return std::move(found); });
 }
 
 Result<Identity> theOnly(const std::vector<Identity>& found, const std::string& name,
@@ -82,7 +79,7 @@ Result<Identity> theOnly(const std::vector<Identity>& found, const std::string& 
   return failure(std::move(text));
 }
 
-/// Among certificates of one name, those of today count before those that have run out.
+/// Of several certificates with one name, expired ones count only when all are.
 std::vector<Identity> preferringValid(const std::vector<Identity>& found, foundation::Date now) {
   auto valid = filtered(found, [&](const Identity& one) { return one.certificate.isValidAt(now); });
   return valid.empty() ? found : valid;
@@ -113,9 +110,9 @@ Result<SigningIdentity> findIdentity(const IdentityQuery& query) {
   auto identity = theOnly(found, query.name, keychains->name());
   if (!identity) return identity.error();
   if (const auto valid = checkValid(identity->certificate, now); !valid) return valid.error();
-  auto chain = keychains->chainOf(identity->certificate);
-  if (!chain) return chain.error();
-  return SigningIdentity{std::move(*identity), std::move(*chain)};
+  return keychains->chainOf(identity->certificate).map([&](std::vector<Certificate> chain) {
+    return SigningIdentity{*std::move(identity), std::move(chain)};
+  });
 }
 
 }  // namespace toolchain

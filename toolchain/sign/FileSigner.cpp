@@ -5,16 +5,6 @@
 
 namespace toolchain {
 
-namespace {
-
-/// "arm64: " before what is said about one of several slices.
-foundation::Error about(const MachOFile& image, const Slice& slice,
-                        const foundation::Error& error) {
-  return image.isUniversal() ? within(slice.architecture, error) : error;
-}
-
-}  // namespace
-
 FileSigner::FileSigner(const OpenedImage& opened, SignatureContent content)
     : image_(opened.image),
       source_{opened.descriptor.get(), opened.image.file()},
@@ -27,7 +17,7 @@ void FileSigner::cover(std::optional<Bytes> infoPlist, std::optional<Bytes> reso
   content_.resources = resources;
 }
 
-/// A loose file's own Info.plist lies inside it.
+/// A loose file's Info.plist is embedded in each slice.
 SignatureContent FileSigner::contentFor(const Slice& slice) const {
   SignatureContent content = content_;
   if (!content.infoPlist && slice.embeddedInfoPlist) {
@@ -40,18 +30,20 @@ SignatureContent FileSigner::contentFor(const Slice& slice) const {
 Result<> FileSigner::layOut() {
   std::vector<SliceLayout> slices;
   for (const Slice& slice : image_.slices()) {
-    const auto codeLimit = signatureOffset(image_, slice);
-    if (!codeLimit) return about(image_, slice, codeLimit.error());
-    const SignatureContent content = contentFor(slice);
-    const std::uint64_t room = SignatureBuilder(content, slice, *codeLimit).room();
-    auto layout = toolchain::layOut(image_, slice, room);
-    if (!layout) return about(image_, slice, layout.error());
+    auto layout = signatureOffset(image_, slice)
+                      .andThen([&](std::uint64_t codeLimit) {
+                        const SignatureContent content = contentFor(slice);
+                        const std::uint64_t room =
+                            SignatureBuilder(content, slice, codeLimit).room();
+                        return toolchain::layOut(image_, slice, room);
+                      })
+                      .mapError(withinSlice(image_, slice));
+    if (!layout) return layout.error();
     slices.push_back(std::move(*layout));
   }
-  auto layout = layOutFile(image_, std::move(slices));
-  if (!layout) return layout.error();
-  layout_ = std::move(*layout);
-  return {};
+  return layOutFile(image_, std::move(slices)).map([this](FileLayout layout) {
+    layout_ = std::move(layout);
+  });
 }
 
 Result<> FileSigner::writeCode(const std::filesystem::path& executable, Replacement& replacement) {
@@ -76,9 +68,10 @@ Result<std::vector<std::vector<std::byte>>> FileSigner::signatures() const {
   for (std::size_t i = 0; i < image_.slices().size(); ++i) {
     const Slice& slice = image_.slices()[i];
     const SignatureContent content = contentFor(slice);
-    auto signature =
-        SignatureBuilder(content, slice, layout_.slices[i].codeLimit).build(hashes_[i]);
-    if (!signature) return about(image_, slice, signature.error());
+    auto signature = SignatureBuilder(content, slice, layout_.slices[i].codeLimit)
+                         .build(hashes_[i])
+                         .mapError(withinSlice(image_, slice));
+    if (!signature) return signature.error();
     result.push_back(std::move(*signature));
   }
   return result;
@@ -100,8 +93,9 @@ Result<> FileSigner::writeSignatures() {
 Result<> FileSigner::check(const std::filesystem::path& written) const {
   const auto file = foundation::MappedFile::open(written, foundation::Links::refused);
   if (!file) return file.error();
-  const auto image = MachOFile::parse(file->bytes());
-  if (!image) return within("the new file does not verify", image.error());
+  const auto image =
+      MachOFile::parse(file->bytes()).mapError(within("the new file does not verify"));
+  if (!image) return image.error();
   for (std::size_t i = 0; i < image->slices().size(); ++i) {
     const Slice& slice = image->slices()[i];
     const SignatureContent content = contentFor(image_.slices()[i]);

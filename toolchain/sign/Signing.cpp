@@ -20,16 +20,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Flags that an Info.plist cannot ask for: how the code is signed decides about them.
+/// Flags that follow from how the code is signed; an Info.plist cannot ask for them.
 constexpr std::int64_t kOwnFlags = codeflag::kAdHoc | codeflag::kRuntime | codeflag::kLinkerSigned;
 
-/// True for a signature that a linker added on its own: it says nothing about who made the code.
 bool isLinkerSigned(const MachOFile& image, const Slice& slice) {
   const auto signature = EmbeddedSignature::parse(image.signatureArea(slice), Gaps::accepted);
   return signature && signature->isLinkerSigned();
 }
 
-/// True when some slice carries a signature that somebody made.
+/// True when any slice carries a signature that is not the linker's.
 bool isSigned(const MachOFile& image) {
   return std::any_of(image.slices().begin(), image.slices().end(), [&](const Slice& slice) {
     return slice.signature && !isLinkerSigned(image, slice);
@@ -57,27 +56,27 @@ class Signer {
                 std::chrono::system_clock::now()))) {}
 
   Result<> run() {
-    const auto code = CodeBundle::open(options_.code);
-    if (!code) return within(options_.code.string(), code.error());
-    auto done = prepare(*code);
-    if (done) done = signNestedBundles(*code);
-    if (done) done = signUnit(*code, entitlements_);
-    if (!done) return within(code->name, done.error());
-    replacement_.finish();
-    return {};
+    auto done = CodeBundle::open(options_.code)
+                    .andThen([this](const CodeBundle& code) {
+                      return prepare(code)
+                          .andThen([&] { return signNestedBundles(code); })
+                          .andThen([&] { return signUnit(code, entitlements_); });
+                    })
+                    .mapError(within(options_.code.string()));
+    if (done) replacement_.finish();
+    return done;
   }
 
  private:
-  /// Everything that can be refused before any file is touched.
+  /// Finds whatever can be found wrong before any file is touched.
   Result<> prepare(const CodeBundle& code) {
     const auto opened = openImage(code);
     if (!opened) return opened.error();
     for (const Slice& slice : opened->image.slices()) {
-      if (const auto offset = signatureOffset(opened->image, slice); !offset) {
-        return within(code.executable.string(), opened->image.isUniversal()
-                                                    ? within(slice.architecture, offset.error())
-                                                    : offset.error());
-      }
+      const auto offset = signatureOffset(opened->image, slice)
+                              .mapError(withinSlice(opened->image, slice))
+                              .mapError(within(code.executable.string()));
+      if (!offset) return offset.error();
     }
     if (isSigned(opened->image)) {
       if (!options_.force) return failure("is already signed");
@@ -91,10 +90,9 @@ class Signer {
     if (!options_.entitlements || !isMainExecutable(image)) return {};
     const auto file = foundation::FileManager::contentsOfFile(*options_.entitlements);
     if (!file) return file.error();
-    auto entitlements = parseEntitlements(file->bytes());
-    if (!entitlements) return within(options_.entitlements->string(), entitlements.error());
-    entitlements_ = std::move(*entitlements);
-    return {};
+    return parseEntitlements(file->bytes())
+        .mapError(within(options_.entitlements->string()))
+        .map([this](Entitlements entitlements) { entitlements_ = std::move(entitlements); });
   }
 
   Result<> selectIdentity(const CodeBundle& code) {
@@ -105,14 +103,13 @@ class Signer {
       if (!profile) return profile.error();
       if (*profile) query.profileCertificates = (*profile)->certificates();
     }
-    auto identity = findIdentity(query);
-    if (!identity) return identity.error();
-    identity_ = std::move(*identity);
-    return {};
+    return findIdentity(query).map([this](SigningIdentity identity) {
+      identity_ = std::move(identity);
+    });
   }
 
-  /// Innermost first. What lies in a nested bundle that stays as it is stays too, since that
-  /// bundle's own seal covers it.
+  /// Innermost first. A nested bundle that is left as is keeps its contents too, since its own seal
+  /// covers them.
   Result<> signNestedBundles(const CodeBundle& code) {
     if (!code.isBundle()) return {};
     const auto nested = nestedBundles(code);
@@ -126,19 +123,18 @@ class Signer {
     const FolderSet staying(kept);
     for (const fs::path& path : *nested) {
       if (staying.countAround(path.native() + '/') > 0) continue;
-      if (const auto done = signNestedBundle(path); !done)
-        return within(path.string(), done.error());
+      auto done = signNestedBundle(path).mapError(within(path.string()));
+      if (!done) return done;
     }
     return {};
   }
 
   Result<bool> needsSignature(const fs::path& path) {
     if (options_.deep) return true;
-    const auto code = CodeBundle::openInside(path);
-    if (!code) return within(path.string(), code.error());
-    const auto opened = openImage(*code);
-    if (!opened) return opened.error();
-    return !isSigned(opened->image);
+    return CodeBundle::openInside(path)
+        .mapError(within(path.string()))
+        .andThen(openImage)
+        .map([](const OpenedImage& opened) { return !isSigned(opened.image); });
   }
 
   Result<> signNestedBundle(const fs::path& path) {
@@ -163,9 +159,8 @@ class Signer {
     const auto profile = package::AppPackage(code.base).profile();
     if (!profile) return profile.error();
     if (!*profile) return std::optional<Entitlements>();
-    auto entitlements = makeEntitlements((*profile)->entitlementsFor(code.identifier));
-    if (!entitlements) return entitlements.error();
-    return std::optional<Entitlements>(std::move(*entitlements));
+    return makeEntitlements((*profile)->entitlementsFor(code.identifier))
+        .map([](Entitlements entitlements) { return std::optional(std::move(entitlements)); });
   }
 
   [[nodiscard]] SignatureContent contentOf(const CodeBundle& code,
@@ -185,15 +180,15 @@ class Signer {
     return content;
   }
 
-  /// Seals and signs one bundle or file, whose nested bundles are done.
+  /// Seals and signs one bundle or file, after its nested bundles.
   Result<> signUnit(const CodeBundle& code, const std::optional<Entitlements>& entitlements) {
     const auto opened = openImage(code);
     if (!opened) return opened.error();
     FileSigner signer(*opened, contentOf(code, entitlements));
-    if (const auto done = signer.layOut(); !done) {
-      return within(code.executable.string(), done.error());
-    }
-    if (auto begun = signer.writeCode(code.executable, replacement_); !begun) return begun;
+    auto begun = signer.layOut().mapError(within(code.executable.string())).andThen([&] {
+      return signer.writeCode(code.executable, replacement_);
+    });
+    if (!begun) return begun;
     std::string seal;
     if (code.isBundle()) {
       auto made = sealOf(code, opened->image);
@@ -203,8 +198,7 @@ class Signer {
       const auto written = replacement_.prepare(code.sealPath(), {foundation::bytesOf(seal)});
       if (!written) return written.error();
     }
-    if (auto written = signer.writeSignatures(); !written) return written;
-    return replace(code);
+    return signer.writeSignatures().andThen([&] { return replace(code); });
   }
 
   /// The seal goes first, the executable last.
@@ -218,7 +212,7 @@ class Signer {
     return removeLeftovers(code.sealPath());
   }
 
-  /// Nothing but the seal belongs into its folder.
+  /// Nothing but the seal belongs in its folder.
   Result<> removeLeftovers(const fs::path& seal) {
     const auto names = foundation::FileManager::contentsOfDirectoryAtPath(seal.parent_path());
     if (!names) return names.error();
@@ -240,20 +234,21 @@ class Signer {
     if (!contents) return contents.error();
     if (const auto done = signLooseCode(code, contents->files()); !done) return done.error();
     for (const std::string& path : contents->codeByHash()) {
-      if (const auto done = signLooseFile(path); !done) return within(path, done.error());
+      if (const auto done = signLooseFile(path); !done) return done.error();
     }
     const auto seal = contents->seal(hasher_);
     if (!seal) return seal.error();
     std::string made = text(*seal);
-    const auto parsed = parseResourceSeal(foundation::bytesOf(made));
-    if (!parsed) return within("the new seal does not verify", parsed.error());
+    const auto parsed = parseResourceSeal(foundation::bytesOf(made))
+                            .mapError(within("the new seal does not verify"));
+    if (!parsed) return parsed.error();
     if (parsed->files != seal->files || parsed->files2 != seal->files2) {
       return failure("the new seal does not verify: it differs from what was sealed");
     }
     return made;
   }
 
-  /// Mach-O files among the resources: reading them for the seal has told which they are.
+  /// Mach-O files among the resources, found by the read that also hashes them for the seal.
   Result<> signLooseCode(const CodeBundle& code, const std::vector<std::string>& files) {
     const auto digests = hasher_.digests(files);
     if (!digests) return digests.error();
@@ -266,19 +261,21 @@ class Signer {
         bundles.emplace(*found);
       }
       if (bundles->countAround(files[i]) > 0 || !isLooseCode(files[i])) continue;
-      if (const auto done = signLooseFile(files[i]); !done) return within(files[i], done.error());
+      if (auto done = signLooseFile(files[i]); !done) return done;
     }
     return {};
   }
 
   Result<> signLooseFile(const fs::path& path) {
-    const auto code = CodeBundle::openInside(path);
-    if (!code) return code.error();
-    const auto opened = openImage(*code);
-    if (!opened) return opened.error();
-    if (!options_.deep && isSigned(opened->image)) return {};
-    noteNested(path, opened->image);
-    return signUnit(*code, std::nullopt);
+    return CodeBundle::openInside(path)
+        .andThen([&](const CodeBundle& code) -> Result<> {
+          const auto opened = openImage(code);
+          if (!opened) return opened.error();
+          if (!options_.deep && isSigned(opened->image)) return {};
+          noteNested(path, opened->image);
+          return signUnit(code, std::nullopt);
+        })
+        .mapError(within(path.string()));
   }
 
   void note(const std::string& text) const {
@@ -305,7 +302,7 @@ Result<std::optional<foundation::Date>> sourceDateEpoch() {
   const auto [stop, problem] = std::from_chars(text->data(), end, seconds);
   constexpr std::int64_t kLast = 253402300799;  // the last second of the year 9999
   if (problem != std::errc() || stop != end || seconds < 0 || seconds > kLast) {
-    return failure("SOURCE_DATE_EPOCH: \"" + *text + "\" is no number of seconds");
+    return failure("SOURCE_DATE_EPOCH: \"" + *text + "\" is not a number of seconds");
   }
   return std::optional<foundation::Date>(std::chrono::sys_seconds(std::chrono::seconds(seconds)));
 }

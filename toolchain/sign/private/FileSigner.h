@@ -12,20 +12,26 @@
 
 namespace toolchain {
 
-/// Signs one executable: layout, page hashes, signatures, new file, and a look at the result with
-/// the verifier's eyes. Refers to the image and the content, which must outlive it.
+/// For `Result::mapError`: names the slice that an error is about, in a file of several.
+inline auto withinSlice(const MachOFile& image, const Slice& slice) {
+  return [&](const foundation::Error& error) {
+    return image.isUniversal() ? within(slice.architecture, error) : error;
+  };
+}
+
+/// Signs one executable: layout, page hashes, signatures, new file, and a verification of the
+/// result. Refers to the image and the content, which must outlive it.
 class FileSigner {
  public:
   FileSigner(const OpenedImage& opened, SignatureContent content);
 
-  /// Decides where everything goes. Fails as `layOut` does.
+  /// Fails as `toolchain::layOut` does.
   Result<> layOut();
-  /// Begins the new file beside the executable and takes the hashes that do not depend on the seal,
-  /// both at a time.
+  /// Begins the new file beside the executable and, meanwhile, hashes the pages.
   Result<> writeCode(const std::filesystem::path& executable, Replacement& replacement);
-  /// The seal and Info.plist, which the signatures cover; call before `writeSignatures`.
+  /// Sets what the signatures cover beside the code; call before `writeSignatures`.
   void cover(std::optional<Bytes> infoPlist, std::optional<Bytes> resources);
-  /// Completes the new file and checks it; `replacement` then has it ready.
+  /// Completes the new file and verifies it; then the replacement can commit it.
   Result<> writeSignatures();
 
  private:
@@ -40,7 +46,7 @@ class FileSigner {
   /// By slice.
   std::vector<std::vector<PageHashes>> hashes_;
   std::optional<NewFile> file_;
-  /// Writes the code; outlived by all that it reads.
+  /// Writes the code. The last member, so that what it reads lives until it is done.
   std::future<Result<>> writing_;
 };
 
