@@ -65,7 +65,8 @@ Result<fs::path> executableOf(const CodeBundle& code) {
   }
   const fs::path executable = executablePath(code.path, code.base, *name);
   if (!isRegularFileInFolder(executable)) {
-    return unsuitable("the executable " + executable.string() + " is missing or not a regular file");
+    return unsuitable("the executable " + executable.string() +
+                      " is missing or not a regular file");
   }
   return executable;
 }

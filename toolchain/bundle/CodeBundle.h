@@ -17,9 +17,9 @@ namespace toolchain {
 /// Something that can be signed: a bundle with an executable (app, extension, framework), or a
 /// loose Mach-O file.
 struct CodeBundle {
-  /// As the caller named it; the prefix of every message.
+  /// The path as the caller gave it, for messages.
   std::string name;
-  /// Absolute, links resolved: the bundle's folder, or the file itself.
+  /// The bundle's folder or the file; absolute, without symlinks.
   std::filesystem::path path;
   /// Where Info.plist, seal and resources are: `path`, or its Contents folder. Empty for a file.
   std::filesystem::path base;
@@ -27,15 +27,16 @@ struct CodeBundle {
   /// Info.plist's bytes as on disk; absent for a file.
   std::optional<foundation::Data> infoPlist;
   foundation::Dictionary info;
-  /// CFBundleIdentifier; of a file the identifier of its embedded Info.plist, else its name as the
-  /// platform shortens it. A bundle without CFBundleIdentifier is named like its executable.
+  /// CFBundleIdentifier of Info.plist, for a file of the embedded one; otherwise
+  /// `identifierFromFileName` of the executable.
   std::string identifier;
 
-  /// Fails, without naming the file, when it is neither of the two: no Info.plist, no
-  /// CFBundleExecutable or one with a slash or "..", executable missing.
+  /// A bundle's executable opens as the bundle. Fails, without naming the path, when there is no
+  /// Info.plist, its CFBundleExecutable is missing or not a plain file name, or there is no
+  /// executable.
   static Result<CodeBundle> open(const std::filesystem::path& path);
-  /// The same for what was found in a bundle: `path` is absolute and leads through no link, and
-  /// whoever puts one into it meanwhile makes reading and signing fail.
+  /// The same for code found in a bundle: `path` is absolute and without symlinks. If it gets one
+  /// meanwhile, reading and signing fail.
   static Result<CodeBundle> openInside(const std::filesystem::path& path);
 
   [[nodiscard]] bool isBundle() const { return !base.empty(); }
@@ -50,42 +51,41 @@ struct CodeBundle {
   static Result<CodeBundle> openResolved(CodeBundle code);
 };
 
-/// "libfoo" for "/a/libfoo.dylib": no folders, no last extension unless it begins with a digit, no
-/// numeric tails but the first.
+/// "libfoo" for "/a/libfoo.dylib": without folders, the last extension (unless it begins with a
+/// digit), and numeric tails after the first.
 std::string identifierFromFileName(const std::filesystem::path& path);
 
-/// True for a folder with an Info.plist that names an executable which is there, or one whose name
-/// leads out of the folder (so that opening it says what is wrong). A bundle of resources only is
-/// none.
+/// True for a folder whose Info.plist names an existing executable, or one outside the folder (so
+/// that opening it says what is wrong); false for a bundle of resources only.
 bool isCodeBundle(const std::filesystem::path& folder);
-/// True for a regular file that is Mach-O of a kind that can be signed; a resource that only begins
-/// like one is none.
+/// True for a regular file that is Mach-O of a kind that can be signed; false for a resource that
+/// only begins like one.
 bool isLooseCode(const std::filesystem::path& file);
 
-/// True for a file that begins as Mach-O does, sound or not.
+/// True for a file that begins as Mach-O does, well-formed or not.
 bool beginsLikeMachO(const std::filesystem::path& file);
 
-/// Folders, asked about what lies in them.
+/// A set of folders, for finding out which of them contain a path.
 class FolderSet {
  public:
   explicit FolderSet(const std::vector<std::filesystem::path>& folders);
-  /// How many of them the path lies in; a folder does not lie in itself.
+  /// How many of the folders contain the path; a folder does not contain itself.
   [[nodiscard]] std::size_t countAround(const std::string& path) const;
 
  private:
   std::set<std::string, std::less<>> folders_;
 };
 
-/// Nested bundles with code, innermost first; reads no file but their Info.plists. Only folders
-/// whose name has an extension count; folders of debug symbols (.dSYM) and links are not entered.
-/// Fails when more than 16 lie in each other.
+/// Nested bundles with code, innermost first; reads no files but Info.plists. Only folders with an
+/// extension count; debug symbols (.dSYM) and symlinks are not entered. Fails when bundles are
+/// nested more than 16 deep.
 Result<std::vector<std::filesystem::path>> nestedBundles(const CodeBundle& bundle);
 
 /// All nested code of a bundle: loose Mach-O files, then the bundles as above. Reads the start of
 /// every file.
 Result<std::vector<std::filesystem::path>> nestedCode(const CodeBundle& bundle);
 
-/// The bundle's executable or file, mapped and parsed.
+/// The executable, mapped and parsed.
 struct OpenedImage {
   foundation::FileDescriptor descriptor;
   foundation::MappedFile file;
@@ -93,8 +93,8 @@ struct OpenedImage {
 };
 Result<OpenedImage> openImage(const CodeBundle& code);
 
-/// Identifies signed code in the seal of what contains it: strongest cdhash, designated requirement
-/// as text (the cdhash form when the signature has none).
+/// What identifies nested code in a seal: the strongest cdhash and the designated requirement as
+/// text (that of the cdhash when the signature has none), both of the first slice.
 struct NestedIdentity {
   std::string cdHash;
   std::string requirement;

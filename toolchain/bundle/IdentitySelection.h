@@ -10,7 +10,7 @@
 
 namespace toolchain {
 
-/// Who signs: the identity and its chain, leaf first, up to the root.
+/// An identity and its chain, leaf first, up to the root.
 struct SigningIdentity {
   foundation::Identity identity;
   std::vector<foundation::Certificate> chain;
@@ -21,14 +21,14 @@ struct IdentityQuery {
   std::string name;
   /// Where the private key is; absent: the user's default list.
   std::optional<std::filesystem::path> keychain;
-  /// Certificates that need not be in the keychain. They answer to their hash alone, and only if
+  /// Certificates that need not be in the keychain. They are found by their hash only, and only if
   /// `SigningKeychains` admits them.
   std::vector<foundation::Certificate> profileCertificates = {};
 };
 
-/// The one identity that answers to the name. Fails with one line when there is none, more than
-/// one, when it is the profile's and not admitted, when it is not valid today, or when an issuer is
-/// missing from the keychain and the default list.
+/// The one identity of that name. Fails with one line when there is none or more than one, when it
+/// is a profile's and not admitted, not valid today, or when the keychain and the default list lack
+/// an issuer.
 Result<SigningIdentity> findIdentity(const IdentityQuery& query);
 
 }  // namespace toolchain

@@ -13,7 +13,6 @@ namespace {
 
 using foundation::Result;
 
-/// One option under both of its names.
 struct Known {
   std::string_view name;
   /// 0: it has no letter.
@@ -77,7 +76,7 @@ class Parser {
     return take(*known, std::move(value));
   }
 
-  /// The rest of the text after a letter that needs a value is that value.
+  /// What follows a letter that needs a value is its value.
   Result<> letters(std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
       const auto known = std::find_if(kOptions.begin(), kOptions.end(),
@@ -118,7 +117,7 @@ class Parser {
       const auto [end, status] =
           std::from_chars(value->data(), value->data() + value->size(), amount);
       if (status != std::errc() || end != value->data() + value->size() || amount < 0) {
-        return failure("option \"--verbose\": \"" + *value + "\" is no number");
+        return failure("option \"--verbose\": \"" + *value + "\" is not a number");
       }
     }
     verbose_ = std::min(verbose_ + std::min(amount, 9), 9);
@@ -133,7 +132,7 @@ class Parser {
     return options_.requirements;
   }
 
-  /// Null for an option that asks for what is done in any case.
+  /// Null for an option that only confirms the default.
   bool* flagOf(std::string_view name) {
     if (name == "verify") return &verify_;
     if (name == "display") return &display_;

@@ -12,11 +12,11 @@ enum class Operation { sign, verify, display, help };
 
 struct Options {
   Operation operation = Operation::help;
-  /// Counts `-v` and `--verbose`; the one that asks for a verification is not counted.
+  /// Counts `-v` and `--verbose`, but for one that asks for verification.
   int verbosity = 0;
   bool force = false;
   bool deep = false;
-  /// Signing: who signs.
+  /// Signing: see `SignOptions::identity`.
   std::string identity;
   std::optional<std::string> keychain;
   /// Signing: the file to read. Display: where to write, a leading ":" asks for the bare property

@@ -11,7 +11,7 @@ namespace toolchain::codesign {
 
 namespace {
 
-/// Kept free for the line that tells how many are missing.
+/// For the line that gives the count.
 constexpr std::size_t kReserve = 64;
 
 }  // namespace

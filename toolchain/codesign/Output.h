@@ -5,8 +5,8 @@
 
 namespace toolchain::codesign {
 
-/// Lines on one standard stream, no more than a caller's pipe takes before anybody reads it: what
-/// would go beyond the limit is counted, and the count is the last line.
+/// Lines on one standard stream, no more than fit into a pipe that nobody reads. Lines beyond the
+/// limit are only counted; the last line gives the count.
 class LineOutput {
  public:
   static constexpr std::size_t kLimit = std::size_t{32} << 10;
@@ -27,7 +27,7 @@ class LineOutput {
   std::size_t leftOut_ = 0;
 };
 
-/// All bytes, whatever their number. False when they cannot be written.
+/// False when not all bytes could be written.
 bool writeAll(int descriptor, std::string_view bytes);
 
 }  // namespace toolchain::codesign

@@ -114,11 +114,11 @@ class Run {
     return done ? 0 : failed(code, done.error());
   }
 
-  /// Code that is not signed has both files too. `isDescribed` false: its fault was already told.
+  /// Unsigned code has both files too. `isDescribed` is false when its fault was already printed.
   int exportInputs(const std::string& code, bool isDescribed) {
     const auto inputs = signingInputs(code);
     if (!inputs) return isDescribed ? failed(code, inputs.error()) : kFailed;
-    // What is saved is signed with.
+    // A signature will be made from what is saved here.
     if (const auto intact = foundation::MappingGuard::checkAll(); !intact) {
       return failed(code, intact.error());
     }

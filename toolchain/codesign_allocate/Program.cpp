@@ -28,11 +28,10 @@ Result<std::uint32_t> number(const std::string& text) {
   std::uint32_t value = 0;
   const char* end = text.data() + text.size();
   const auto [stop, problem] = std::from_chars(text.data(), end, value);
-  if (problem != std::errc() || stop != end) return failure("\"" + text + "\" is no number");
+  if (problem != std::errc() || stop != end) return failure("\"" + text + "\" is not a number");
   return value;
 }
 
-/// Takes the command line apart.
 class CommandLine {
  public:
   explicit CommandLine(const std::vector<std::string>& arguments) : arguments_(arguments) {}

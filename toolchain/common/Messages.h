@@ -7,16 +7,16 @@
 #include "foundation/base/Bytes.h"
 #include "foundation/base/Result.h"
 
-/// How this library words its failures: where, what, which value.
+/// How the toolchain words its errors: where, what, which value.
 namespace toolchain {
 
 using foundation::Bytes;
 using foundation::Result;
 
-/// Where an error's user info keeps a part of the description that callers also need alone.
+/// Key in an error's user info of the part of the description that callers also need alone.
 inline constexpr std::string_view kDetailKey = "Detail";
 
-/// An error of this library: domain "ToolchainErrorDomain", code 1, `text` as description.
+/// An error of the toolchain: domain "ToolchainErrorDomain", code 1, `text` as description.
 foundation::Error failure(std::string text);
 /// `error` with "where: " before its description, and before its detail if it has one; domain and
 /// code stay.
@@ -26,7 +26,7 @@ inline auto within(std::string where) {
   return
       [where = std::move(where)](const foundation::Error& error) { return within(where, error); };
 }
-/// "0xfade0cc0"; for values that people know in this form.
+/// "0xfade0cc0".
 std::string hex(std::uint64_t value);
 
 }  // namespace toolchain

@@ -7,8 +7,8 @@
 
 namespace toolchain {
 
-/// Content that lies in several places (a changed head, the mapped rest, padding), seen as one run
-/// of bytes. Refers to the caller's bytes.
+/// Content in several places (changed load commands, the mapped rest, padding), seen as one run of
+/// bytes. Refers to the caller's bytes.
 using Pieces = std::vector<foundation::Bytes>;
 
 inline std::uint64_t sizeOf(const Pieces& pieces) {

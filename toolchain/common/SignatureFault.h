@@ -22,7 +22,7 @@ enum class Fault {
   strictValidation,
 };
 
-/// The platform's own words for it.
+/// The platform's own wording.
 std::string_view reason(Fault fault);
 
 /// An error that carries its kind: domain "SignatureFaultDomain", the fault's number as code,

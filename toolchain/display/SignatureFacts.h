@@ -9,14 +9,12 @@
 
 namespace toolchain {
 
-/// What a piece of code carries, read and not verified.
+/// What code says about itself, not verified.
 struct SignatureFacts {
   bool isSigned = false;
-  /// By a certificate of Apple's own, as run-time libraries and the stubs of watch apps are.
+  /// Signed by Apple itself, as runtime libraries and the stubs of watch apps are.
   bool isApplesOwn = false;
-  /// Empty: none named.
   std::string teamIdentifier;
-  /// Empty: none.
   foundation::Dictionary entitlements;
   /// True when any slice is encrypted, as downloads from the store are.
   bool isEncrypted = false;

@@ -85,7 +85,6 @@ void addAuthorities(Lines& lines, const Signer& signer) {
   }
 }
 
-/// The CMS, its signer, and when it was made.
 void addSigner(Lines& lines, const SignedCode& code, int verbosity) {
   const auto* entry = code.signature->blobs.find(slot::kSignature);
   if (!entry || entry->bytes.size() <= 8) {

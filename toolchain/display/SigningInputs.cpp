@@ -11,7 +11,7 @@ namespace {
 
 using foundation::Dictionary;
 
-/// True for a signature that says something about rules and entitlements.
+/// True for a signature that determines rules and entitlements.
 bool isSignedByPeople(const SignedCode& code) {
   return code.signature && !code.signature->isLinkerSigned();
 }

@@ -7,9 +7,9 @@
 
 namespace toolchain {
 
-/// What a new signature of the same code can be made from. Code that carries no signature, or one
-/// that only the linker made, says nothing about it: it has the default rules, and what its
-/// embedded profile grants, made exact for this code (nothing without a profile).
+/// What to sign the same code with again. Code that is unsigned or signed only by the linker has
+/// the default rules, and the entitlements that its embedded profile grants, made exact for this
+/// code (none without a profile).
 struct SigningInputs {
   bool isSigned = false;
   /// Property list with the dictionaries "rules" and "rules2".

@@ -21,7 +21,7 @@ Result<> checkRooms(const MachOFile& image, const std::vector<SliceRoom>& rooms)
   for (const SliceRoom& room : rooms) {
     const std::string& name = room.architecture;
     if (room.size == 0 || room.size % 16 != 0) {
-      return failure(name + ": size " + std::to_string(room.size) + " is no multiple of 16");
+      return failure(name + ": size " + std::to_string(room.size) + " is not a multiple of 16");
     }
     const auto& slices = image.slices();
     const bool isThere = std::any_of(slices.begin(), slices.end(), [&](const Slice& slice) {
@@ -52,7 +52,7 @@ Result<> allocate(const MachOFile& image, const AllocateOptions& options) {
   }
   const auto file = layOutFile(image, std::move(slices));
   if (!file) return file.error();
-  // The folder is where the user says; a link that is put there later is not followed.
+  // Symlinks in the user's path are followed now, not those that appear later.
   std::error_code failed;
   const auto parent = options.output.parent_path();
   const auto folder = std::filesystem::canonical(parent.empty() ? "." : parent, failed);

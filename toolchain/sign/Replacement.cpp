@@ -27,8 +27,8 @@ using foundation::posixError;
 
 namespace {
 
-/// Large files are written in steps of so many bytes, so that their medium is at work while the
-/// next step is made.
+/// Large files are written in steps of this size, so that the disk works while the next step is
+/// prepared.
 constexpr std::size_t kStep = std::size_t{8} << 20;
 
 /// 0, or the system's error number.
@@ -44,7 +44,7 @@ int writeAll(int file, std::uint64_t offset, Bytes content) {
   return 0;
 }
 
-/// The same, from the source's open file where that is possible.
+/// The same; the kernel copies what lies in the source.
 int takeOver(int file, std::uint64_t offset, Bytes content, const MappedSource& source) {
   const std::byte* const start = source.bytes.data();
   const std::byte* const end = start + source.bytes.size();
@@ -57,8 +57,8 @@ int takeOver(int file, std::uint64_t offset, Bytes content, const MappedSource& 
   return error != 0 ? error : writeAll(file, offset + taken, content.subspan(taken));
 }
 
-/// An item by its name in its folder, which is open. No link led there: somebody else may be able
-/// to change the tree while it is signed.
+/// An item as its open folder and its name there. The folder was opened without following symlinks,
+/// since another user may be able to change the tree while it is signed.
 class Place {
  public:
   /// False, with errno set, when there is no such folder.
@@ -118,7 +118,7 @@ Replacement::~Replacement() {
       removeQuietly(step->target);
     } else if (const Place place(step->target); place) {
       const std::string backup = step->backup.filename();
-      // Two names of one file are left alone by that: the target never went away.
+      // When both are names of one file, the target never went away and rename does nothing.
       if (place.rename(backup, place.name())) ::unlinkat(place.folder(), backup.c_str(), 0);
     }
   }
@@ -140,7 +140,7 @@ void Replacement::discard(const fs::path& own) {
   own_.erase(own.native());
 }
 
-/// The folder of a seal need not be there yet.
+/// A seal's folder may not exist yet.
 Result<> Replacement::makeFolder(const fs::path& folder) {
   if (foundation::openFolder(folder, foundation::Links::refused) || errno != ENOENT) return {};
   const Place place(folder);
@@ -157,7 +157,7 @@ Result<NewFile> Replacement::prepare(const fs::path& target, std::uint64_t size,
   if (auto made = makeFolder(target.parent_path()); !made) return made.error();
   const Place place(target);
   if (!place && (errno == ENOTDIR || errno == ELOOP)) {
-    return failure(target.parent_path().string() + " is no folder");
+    return failure(target.parent_path().string() + " is not a folder");
   }
   if (!place) return cannot("write beside", target, errno);
   const fs::path temporary = besides(target);
@@ -166,7 +166,7 @@ Result<NewFile> Replacement::prepare(const fs::path& target, std::uint64_t size,
                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kNewFile));
   if (!file) return cannot("write beside", target, errno);
   prepared_.push_back({target, temporary});
-  // Without O_NONBLOCK a pipe would keep the call waiting for a writer.
+  // Opening a pipe without O_NONBLOCK would wait for a writer.
   constexpr int kReading = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   const FileDescriptor old(model.empty() ? ::openat(place.folder(), place.name(), kReading)
                                          : ::open(model.c_str(), kReading));
@@ -188,7 +188,7 @@ Result<NewFile> Replacement::prepare(const fs::path& target, const Pieces& conte
   return file;
 }
 
-/// A second name for the old file, so that it can come back; empty when there is none.
+/// A second name for the old file, so that it can be restored; empty when there is no old file.
 Result<fs::path> Replacement::keepOld(const fs::path& target) {
   const Place place(target);
   if (!place) return cannot("keep", target, errno);
@@ -199,13 +199,13 @@ Result<fs::path> Replacement::keepOld(const fs::path& target) {
     own_.erase(backup.native());
     return fs::path();
   }
-  // Not every file system has second names.
+  // Not every file system has hard links.
   if (place.rename(place.name(), name)) return backup;
   return cannot("keep", target, errno);
 }
 
 Result<> Replacement::commit(const std::vector<fs::path>& targets) {
-  // What was prepared may have been made from a file that lost its content meanwhile.
+  // What was prepared may come from a mapped file that was truncated meanwhile.
   if (auto intact = foundation::MappingGuard::checkAll(); !intact) return intact;
   for (const fs::path& target : targets) {
     const auto one =

@@ -17,16 +17,16 @@ namespace {
 namespace der = foundation::DER;
 
 constexpr std::uint64_t kAlignment = 16;
-/// What the platform's tool keeps free for the CMS.
+/// What the platform's tool reserves for the CMS.
 constexpr std::uint64_t kSignatureRoom = 18000;
-/// Upper bound for everything in the CMS but the certificates.
+/// Upper bound for the CMS without its certificates.
 constexpr std::uint64_t kSignatureOverhead = 6000;
 
 constexpr std::uint32_t version(std::uint32_t major, std::uint32_t minor, std::uint32_t patch) {
   return major << 16 | minor << 8 | patch;
 }
 
-/// Systems that read SHA-256 came with these versions.
+/// Systems read SHA-256 from these versions on.
 bool knowsOnlySHA1(const Slice& slice) {
   if (!slice.minimumOS) return false;
   switch (slice.platform) {

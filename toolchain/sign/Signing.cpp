@@ -56,13 +56,14 @@ class Signer {
                 std::chrono::system_clock::now()))) {}
 
   Result<> run() {
-    auto done = CodeBundle::open(options_.code)
-                    .andThen([this](const CodeBundle& code) {
-                      return prepare(code)
-                          .andThen([&] { return signNestedBundles(code); })
-                          .andThen([&] { return signUnit(code, entitlements_); });
-                    })
-                    .mapError(within(options_.code.string()));
+    auto done =
+        CodeBundle::open(options_.code)
+            .andThen([this](const CodeBundle& code) {
+              return prepare(code).andThen([&] { return signNestedBundles(code); }).andThen([&] {
+                return signUnit(code, entitlements_);
+              });
+            })
+            .mapError(within(options_.code.string()));
     if (done) replacement_.finish();
     return done;
   }
@@ -103,9 +104,8 @@ class Signer {
       if (!profile) return profile.error();
       if (*profile) query.profileCertificates = (*profile)->certificates();
     }
-    return findIdentity(query).map([this](SigningIdentity identity) {
-      identity_ = std::move(identity);
-    });
+    return findIdentity(query).map(
+        [this](SigningIdentity identity) { identity_ = std::move(identity); });
   }
 
   /// Innermost first. A nested bundle that is left as is keeps its contents too, since its own seal

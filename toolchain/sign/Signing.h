@@ -14,28 +14,28 @@
 namespace toolchain {
 
 struct SignOptions {
-  /// Bundle or Mach-O file; messages name it as it stands here.
+  /// Bundle or Mach-O file; messages name it exactly so.
   std::filesystem::path code;
-  /// SHA-1 of the certificate in 40 hex digits of either case, its common name or a part of one
-  /// that only one identity has, or "-" for an ad-hoc signature.
+  /// SHA-1 of the certificate in 40 hex digits of either case, its common name, a part of a common
+  /// name that only one identity has, or "-" for an ad-hoc signature.
   std::string identity;
   /// Where the private key is; absent: the user's default list.
   std::optional<std::filesystem::path> keychain = {};
-  /// Property list in XML or binary form; passed over for code that is no main executable.
+  /// Property list in XML or binary form; ignored for code that is not a main executable.
   std::optional<std::filesystem::path> entitlements = {};
   /// Signed code may be signed again.
   bool force = false;
-  /// All nested code is signed, not only what carries no signature.
+  /// All nested code is signed, not only unsigned code.
   bool deep = false;
   /// Absent: now.
   std::optional<foundation::Date> signingTime = {};
-  /// Gets notes, one line each without newline, on the calling thread ("X.app: replacing existing
-  /// signature"); empty: nobody listens.
+  /// Called on the calling thread with one line at a time, such as "X.app: replacing existing
+  /// signature"; may be empty.
   std::function<void(const std::string&)> note = {};
 };
 
-/// Signs `code` in place, nested code without a signature first. Either everything is signed, or an
-/// error says in one line which file and why, and every file is as it was. Uses all cores.
+/// Signs `code` in place, after its unsigned nested code. On failure every file is as it was
+/// before, and the error says in one line which file and why. Uses all cores.
 Result<> sign(const SignOptions& options);
 
 /// How much room a slice is to have for its signature.
@@ -51,14 +51,14 @@ struct AllocateOptions {
   std::filesystem::path output;
   /// One entry for each slice of the input.
   std::vector<SliceRoom> rooms = {};
-  /// Takes existing signatures away instead.
+  /// Removes existing signatures instead.
   bool remove = false;
 };
 
-/// Writes a copy of `input` with room for signatures, through the layout code of `sign`.
+/// Writes a copy of `input` with room for signatures, laid out as `sign` does.
 Result<> allocate(const AllocateOptions& options);
 
-/// SOURCE_DATE_EPOCH as a date; absent when it is not set; fails when it is no number.
+/// SOURCE_DATE_EPOCH as a date; absent when it is not set. Fails when it is not a number.
 Result<std::optional<foundation::Date>> sourceDateEpoch();
 
 }  // namespace toolchain

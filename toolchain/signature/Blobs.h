@@ -36,7 +36,7 @@ inline constexpr std::uint32_t kAlternateCodeDirectoriesEnd = 0x1005;
 inline constexpr std::uint32_t kSignature = 0x10000;
 }  // namespace slot
 
-/// The big-endian number at `offset`; absent when it would leave `bytes`.
+/// The big-endian number at `offset`; absent when it does not lie inside `bytes`.
 std::optional<std::uint32_t> bigEndian32At(Bytes bytes, std::uint64_t offset);
 std::optional<std::uint64_t> bigEndian64At(Bytes bytes, std::uint64_t offset);
 
@@ -65,30 +65,29 @@ struct BlobEntry {
   Bytes bytes;
 };
 
-/// Payload behind a header of its own.
 std::vector<std::byte> makeBlob(std::uint32_t magic, Bytes payload);
 /// The payload of exactly one blob of this magic; fails naming what differs.
 Result<Bytes> blobPayload(Bytes blob, std::uint32_t magic);
 
-/// Index ascending by slot, blobs right behind each other in index order.
+/// Orders the index by slot and writes the blobs in that order without gaps.
 std::vector<std::byte> makeSuperBlob(std::uint32_t magic, std::vector<BlobEntry> entries);
 
-/// Bytes between blobs. Some linkers align the blobs of the signatures that they make; nothing
-/// covers such bytes, so only those who do not verify may accept them.
+/// Bytes between blobs. Some linkers align the blobs of their signatures. No hash covers such
+/// bytes, so only callers that do not verify may accept them.
 enum class Gaps { refused, accepted };
 
-/// A superblob taken apart; refers to the parsed bytes.
+/// A parsed superblob; refers to the parsed bytes.
 class SuperBlob {
  public:
-  /// `area` may be longer than the superblob. Demands what the platform demands: ascending slots
-  /// without repetition, blobs right behind each other in that order, the first one right behind
-  /// the index, the last one ending with the superblob.
+  /// `area` may be longer than the superblob. Requires what the platform requires: ascending slots
+  /// without repetition and, unless gaps are accepted, blobs in that order that fill everything
+  /// after the index.
   static Result<SuperBlob> parse(Bytes area, std::uint32_t magic, Gaps gaps = Gaps::refused);
 
   [[nodiscard]] const std::vector<BlobEntry>& entries() const { return entries_; }
   /// The blob in this slot; null without one.
   [[nodiscard]] const BlobEntry* find(std::uint32_t slot) const;
-  /// Exactly the superblob, without what follows it in its area.
+  /// The superblob without the rest of its area.
   [[nodiscard]] Bytes bytes() const { return bytes_; }
 
  private:

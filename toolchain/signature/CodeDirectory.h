@@ -13,10 +13,9 @@
 /// xnu sources, codedirectory.h in its open Security sources.
 namespace toolchain {
 
-/// Hash types by their number in the blob.
 enum class HashType : std::uint8_t { sha1 = 1, sha256 = 2, sha256Truncated = 3, sha384 = 4 };
 
-/// Bytes of one stored hash; 0 for a number without a meaning.
+/// Bytes of one stored hash; 0 for an unknown type.
 std::size_t hashSize(HashType type);
 /// Stronger is higher, in the kernel's order: SHA-1, truncated SHA-256, SHA-256, SHA-384.
 std::ptrdiff_t strength(HashType type);
@@ -25,15 +24,14 @@ std::string_view hashName(HashType type);
 foundation::DigestKind digestKind(HashType type);
 /// The digest's object identifier, dotted.
 std::string_view digestOID(HashType type);
-/// The hash as this type stores it (truncated where the type says so).
+/// The hash as a CodeDirectory stores it, truncated for `sha256Truncated`.
 std::vector<std::byte> hashOf(Bytes bytes, HashType type);
 
 namespace codeflag {
 inline constexpr std::uint32_t kAdHoc = 0x2;
 inline constexpr std::uint32_t kRuntime = 0x10000;
 inline constexpr std::uint32_t kLinkerSigned = 0x20000;
-/// Everything that code can be signed with: these, host, hard, kill, expiration, restrict,
-/// enforcement and library validation.
+/// These and host, hard, kill, expiration, restrict, enforcement and library validation.
 inline constexpr std::uint32_t kKnown = 0x33f03;
 }  // namespace codeflag
 
@@ -47,13 +45,12 @@ inline constexpr std::uint64_t kCanLoadCDHash = 0x100;
 inline constexpr std::uint64_t kCanExecuteCDHash = 0x200;
 }  // namespace execseg
 
-/// The fields of a CodeDirectory but for its hashes.
 struct CodeDirectoryFields {
   std::uint32_t version = 0x20400;
   std::uint32_t flags = 0;
   HashType hashType = HashType::sha256;
   std::uint8_t platform = 0;
-  /// Logarithm of the page size; 0 stands for one page without limit.
+  /// Binary logarithm of the page size; 0 for a single page of any size.
   std::uint8_t pageShift = 12;
   /// Bytes of the slice that the hashes cover.
   std::uint64_t codeLimit = 0;
@@ -66,7 +63,7 @@ struct CodeDirectoryFields {
   std::uint32_t runtimeVersion = 0;
 };
 
-/// A CodeDirectory taken apart; refers to the parsed bytes. Every hash lies inside the blob.
+/// A parsed CodeDirectory; refers to the parsed bytes. Every hash lies inside the blob.
 struct CodeDirectory {
   CodeDirectoryFields fields;
   std::uint32_t specialSlotCount = 0;
@@ -77,13 +74,13 @@ struct CodeDirectory {
   /// types, hashes or texts outside the blob, and a count of pages that does not fit the limit.
   static Result<CodeDirectory> parse(Bytes blob);
 
-  /// Slot 1 to `specialSlotCount`; all zero bytes for an unused one; empty beyond the count.
+  /// Slots count from 1. All zeros for an unused slot; empty beyond `specialSlotCount`.
   [[nodiscard]] Bytes specialHash(std::uint32_t slot) const;
-  /// Page 0 to `codeSlotCount` - 1.
+  /// `page` must be below `codeSlotCount`.
   [[nodiscard]] Bytes codeHash(std::uint32_t page) const;
   /// All page hashes in one piece.
   [[nodiscard]] Bytes codeHashes() const;
-  /// Digest of the whole blob in its own hash type, at full length.
+  /// Digest of the whole blob in its own hash type, not truncated.
   [[nodiscard]] std::vector<std::byte> fullHash() const;
   /// The first 20 bytes of `fullHash`.
   [[nodiscard]] std::vector<std::byte> cdHash() const;
@@ -100,16 +97,14 @@ Result<> checkUnused(const CodeDirectory& directory);
 /// Special hashes by slot number (1 and up), each of the directory's hash size.
 using SpecialHashes = std::map<std::uint32_t, std::vector<std::byte>>;
 
-/// The blob. `pageHashes` holds all page hashes in one piece, `special` only the slots in use.
+/// `pageHashes` holds all page hashes in one piece, `special` only the slots in use.
 std::vector<std::byte> makeCodeDirectory(const CodeDirectoryFields& fields,
                                          const SpecialHashes& special, Bytes pageHashes);
 
-/// Size of that blob for so many special slots and pages, with the largest header that exists: what
-/// the platform's own tool reserves.
+/// What the platform's own tool reserves for such a blob: its size with the largest header.
 std::uint64_t reservedCodeDirectorySize(const CodeDirectoryFields& fields,
                                         std::uint32_t specialSlots, std::uint32_t pages);
 
-/// Pages of `codeLimit` bytes.
 std::uint64_t pageCount(std::uint64_t codeLimit, std::uint8_t pageShift);
 
 }  // namespace toolchain

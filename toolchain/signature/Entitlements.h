@@ -13,15 +13,15 @@
 namespace toolchain {
 
 struct Entitlements {
-  /// The text as it was given; made from the dictionary when that was given in binary form.
+  /// The text as given, or made from the dictionary when that was given in binary form.
   std::string xml;
   foundation::Dictionary dictionary;
 };
 
-/// Fails for bytes that are no property list, for XML that others may read differently, whose top
-/// is no dictionary, or that hold a real, date or data value anywhere (the message names its key).
+/// Fails for anything but a property list with a dictionary, for XML that other readers may read
+/// differently, and for a real, date or data value anywhere (the message names its key).
 Result<Entitlements> parseEntitlements(Bytes file);
-/// The same for a dictionary that came from elsewhere.
+/// Fails for the same values.
 Result<Entitlements> makeEntitlements(foundation::Dictionary dictionary);
 
 /// The whole slot-5 and slot-7 blobs.

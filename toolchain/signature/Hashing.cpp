@@ -20,7 +20,7 @@ constexpr std::size_t kBytesPerTurn = std::size_t{1} << 20;
 constexpr std::size_t kFilesPerTurn = 8;
 constexpr std::size_t kReadBuffer = std::size_t{256} << 10;
 
-/// Feeds the window [offset, offset + size) of `code` to `take`, piece by piece.
+/// Calls `take` with the pieces of [offset, offset + size).
 template <class Take>
 void forWindow(const Pieces& code, std::uint64_t offset, std::uint64_t size, const Take& take) {
   for (const Bytes& piece : code) {

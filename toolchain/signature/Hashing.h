@@ -11,21 +11,21 @@
 #include "toolchain/common/Pieces.h"
 #include "toolchain/signature/CodeDirectory.h"
 
-/// The work that signing and verifying are made of: digests of pages and of files, on all cores.
+/// Digests of pages and of files, on all cores.
 namespace toolchain {
 
-/// Page hashes of one slice in one hash type, in one piece as a CodeDirectory stores them.
+/// All page hashes of one slice in one hash type, as a CodeDirectory stores them.
 struct PageHashes {
   HashType type = HashType::sha256;
   std::uint8_t pageShift = 12;
   std::vector<std::byte> hashes;
 };
 
-/// Hashes each page of `code` once for all `types`, on all cores; the last page may be short.
+/// Reads each page of `code` once for all `types`; the last page may be short.
 std::vector<PageHashes> hashPages(const Pieces& code, std::uint8_t pageShift,
                                   std::span<const HashType> types);
 
-/// Both digests that a resource seal may hold, and what else one reading tells.
+/// What one read of a file yields: both digests that a resource seal may hold, and its kind.
 struct FileDigests {
   /// The file begins as Mach-O does.
   bool looksLikeMachO = false;
@@ -33,8 +33,8 @@ struct FileDigests {
   foundation::SHA256Digest sha256{};
 };
 
-/// Digests of whole files. Each path is read once in the life of the object, whatever the number of
-/// bundles it is part of. Not for several threads at once; uses several itself.
+/// Digests of whole files. Reads each path once in its lifetime, however many bundles contain it.
+/// Not thread-safe; uses several threads itself.
 class FileHasher {
  public:
   FileHasher();
@@ -42,7 +42,7 @@ class FileHasher {
   FileHasher(const FileHasher&) = delete;
 
   /// Digests in the order of `paths`, which must be absolute. Fails with the path and the system's
-  /// text of a file that cannot be read; of several, the first in the given order.
+  /// text for the first file that cannot be read.
   Result<std::vector<FileDigests>> digests(std::span<const std::string> paths);
   /// Forgets a file that has been replaced.
   void forget(const std::string& path);

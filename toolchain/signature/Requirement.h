@@ -10,7 +10,7 @@
 #include "toolchain/common/Messages.h"
 #include "toolchain/signature/Blobs.h"
 
-/// Code requirements: a small prefix language that says what other code accepts as this code.
+/// Code requirements: a small prefix language that says which code counts as this code.
 /// Format: requirement.h and reqdumper.cpp in Apple's open Security sources.
 namespace toolchain {
 
@@ -52,10 +52,10 @@ enum class Match : std::uint32_t {
   absent = 14,
 };
 
-/// One node; which members count depends on the operation.
+/// One node; the operation determines which members are used.
 struct Expression {
   Operation operation = Operation::never;
-  /// Of `negation` one, of `conjunction` and `disjunction` two.
+  /// One for `negation`, two for `conjunction` and `disjunction`.
   std::vector<Expression> operands = {};
   /// Certificate position: 0 the leaf, 1 its issuer, -1 the root.
   std::int32_t certificate = 0;
@@ -69,7 +69,7 @@ struct Expression {
 
 }  // namespace requirement
 
-/// One requirement of a set; `blob` is whole, with its header.
+/// One requirement of a set; `blob` includes its header.
 struct TypedRequirement {
   std::uint32_t type = 0;
   Bytes blob;
@@ -77,11 +77,11 @@ struct TypedRequirement {
 
 /// The requirements in a slot-2 blob, each type once; refers to `blob`.
 Result<std::vector<TypedRequirement>> parseRequirementSet(Bytes blob);
-/// The expression in one requirement blob; nesting is limited.
+/// The expression in one requirement blob. Fails beyond 128 levels of nesting.
 Result<requirement::Expression> parseRequirement(Bytes blob);
 /// The language's text form, as the platform prints it.
 std::string text(const requirement::Expression& expression);
-/// Prefix form of an expression, and the blob that holds it.
+/// The blob with the expression's prefix form.
 std::vector<std::byte> makeRequirement(const requirement::Expression& expression);
 /// The slot-2 blob with one designated requirement.
 std::vector<std::byte> makeRequirementSet(const requirement::Expression& designated);
@@ -90,29 +90,29 @@ std::vector<std::byte> emptyRequirementSet();
 
 /// How to recognise one of Apple's root certificates.
 using RootTest = bool (*)(const foundation::Certificate&);
-/// By the certificate's SHA-256: what a verification asks.
+/// By the certificate's SHA-256, as verification does.
 bool isAppleRoot(const foundation::Certificate& certificate);
 bool isAppleRoot(const foundation::SHA256Digest& certificate);
-/// By its name alone: what signing asks, since devices decide whom they trust. A root that only
-/// borrows the name gets a signature whose requirement nobody finds met.
+/// By its name alone, as signing does, since devices decide which roots they trust. Under a root
+/// that only borrows the name, the new signature's requirement is never met.
 bool isNamedLikeAppleRoot(const foundation::Certificate& certificate);
 
-/// True for a chain (leaf first) of at least one issuer between leaf and root whose root is one of
-/// Apple's: what "anchor apple generic" asks for.
+/// What "anchor apple generic" requires: a chain (leaf first) that ends in one of Apple's roots,
+/// with at least one issuer in between.
 bool endsInAppleRoot(const std::vector<foundation::Certificate>& chain, RootTest isAppleRoot);
 
-/// The same for code of Apple's own, which is issued under none of its developer programs: what
-/// "anchor apple" asks for.
+/// What "anchor apple" requires: the same for Apple's own code, issued under none of its developer
+/// programs.
 bool isAppleOwn(const std::vector<foundation::Certificate>& chain, RootTest isAppleRoot);
 
-/// The extensions that mark issuers of developer identities: for apps, and for code that is handed
-/// out without a store.
+/// The extensions that mark issuers of developer identities: for apps, and for code distributed
+/// outside a store.
 inline constexpr std::string_view kDeveloperIssuerMark = "1.2.840.113635.100.6.2.1";
 inline constexpr std::string_view kDeveloperIDIssuerMark = "1.2.840.113635.100.6.2.6";
 
-/// What the platform's tool writes by default. Below a root that is named like Apple's, by an
-/// issuer that has the developers' mark: leaf name and that mark; otherwise the hash of the last
-/// certificate that is of the leaf's organisation. `chain` is leaf first and ends with the root.
+/// What the platform's tool writes by default: for a developer's certificate under a root named
+/// like Apple's, the leaf's name and the issuer's mark; otherwise the hash of the last certificate
+/// of the leaf's organisation. `chain` is leaf first and ends with the root.
 requirement::Expression defaultRequirement(const std::string& identifier,
                                            const std::vector<foundation::Certificate>& chain);
 

@@ -22,7 +22,7 @@ using requirement::Operation;
 
 constexpr std::string_view kCertificatePolicies = "2.5.29.32";
 
-/// Field names of the requirement language and what they stand for.
+/// Field names of the requirement language and their object identifiers.
 constexpr std::array<std::pair<std::string_view, std::string_view>, 9> kSubjectFields{
     {{"subject.C", "2.5.4.6"},
      {"subject.D", "2.5.4.13"},
@@ -34,15 +34,15 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 9> kSubjectF
      {"subject.ST", "2.5.4.8"},
      {"subject.UID", "0.9.2342.19200300.100.1.1"}}};
 
-/// Far more than any requirement that was not made to take long.
+/// Far more than any requirement needs that was not made to take long.
 constexpr std::uint64_t kMostWork = 1 << 26;
 /// Reading a certificate's names takes some time for each of its bytes.
 constexpr std::uint64_t kWorkPerByte = 8;
 
-/// What an evaluation may still cost, in bytes looked at.
+/// The work an evaluation may still do, in bytes examined.
 class Budget {
  public:
-  /// False, from then on, once there is not enough left.
+  /// False once the budget is exhausted.
   bool spend(std::uint64_t work) {
     left_ -= std::min(left_, work);
     return left_ > 0;
@@ -58,7 +58,7 @@ class Budget {
 
 bool isDigit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
 
-/// Length of the digits at the start of `text`, leading zeros cut off from `text` first.
+/// Removes leading zeros from `text`; the number of digits it then begins with.
 std::size_t takeNumber(std::string_view& text) {
   while (text.size() > 1 && text[0] == '0' && isDigit(text[1])) text.remove_prefix(1);
   const auto end = std::find_if_not(text.begin(), text.end(), isDigit);
@@ -118,7 +118,7 @@ bool matchesText(const std::optional<std::string>& text, const Expression& expre
   return matchesText(*text, expression.match, expression.matchValue, budget);
 }
 
-/// A value that is false counts as not there; of an array any element may match.
+/// False counts as absent; any element of an array may match.
 bool matchesValue(const Value* value, const Expression& expression, Budget& budget) {
   const bool isThere = value && !(value->boolean() && !*value->boolean());
   if (expression.match == Match::absent) return !isThere;

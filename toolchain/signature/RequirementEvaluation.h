@@ -9,10 +9,10 @@
 
 namespace toolchain {
 
-/// The code that a requirement is asked about.
+/// The code that a requirement is evaluated for.
 struct RequirementSubject {
   std::string identifier;
-  /// 20 bytes each, one of every CodeDirectory.
+  /// 20 bytes each, one for every CodeDirectory.
   std::vector<std::vector<std::byte>> cdHashes;
   /// Leaf first, root last; empty for ad-hoc code.
   std::vector<foundation::Certificate> chain;
@@ -21,10 +21,9 @@ struct RequirementSubject {
   RootTest isAppleRoot = toolchain::isAppleRoot;
 };
 
-/// Whether the code meets the requirement. No trust store is asked: "anchor apple generic" is met
-/// by chains that end in one of Apple's roots, "anchor apple" by those of them that were issued
-/// under none of its developer programs. One that takes too long to evaluate, which is about its
-/// size times that of the certificates it asks about, is not met.
+/// Whether the code meets the requirement. Consults no trust store; see `endsInAppleRoot` and
+/// `isAppleOwn` for Apple's anchors. The work is bounded: a requirement that would take too long,
+/// which depends on its size times that of the certificates it names, is not met.
 bool meets(const RequirementSubject& subject, const requirement::Expression& expression);
 
 }  // namespace toolchain

@@ -11,13 +11,13 @@ namespace toolchain {
 
 namespace {
 
-/// Every flag that entitlements can ask for, and the one of a main executable.
+/// The flags that entitlements can ask for, and that of a main executable.
 constexpr std::uint64_t kKnownExecSegmentFlags =
     execseg::kMainBinary | execseg::kAllowUnsigned | execseg::kDebugger | execseg::kJIT |
     execseg::kSkipLibraryValidation | execseg::kCanLoadCDHash | execseg::kCanExecuteCDHash;
 constexpr std::uint32_t kHasExecSegment = 0x20400;
 
-/// What a blob in this slot must begin with; 0 where others look at that.
+/// The magic of the blob in this slot; 0 where another check covers it.
 std::uint32_t expectedMagic(std::uint32_t number) {
   if (number == slot::kRequirements) return magic::kRequirementSet;
   if (number == slot::kEntitlements) return magic::kEntitlements;
@@ -42,7 +42,7 @@ std::string named(const CodeDirectory& directory) {
   return "CodeDirectory (" + std::string(hashName(directory.fields.hashType)) + ")";
 }
 
-/// All directories of one slice say the same, each with its own hashes.
+/// All directories of one slice agree in everything but their hashes.
 Result<> checkAgreement(const std::vector<CodeDirectory>& directories) {
   const auto& first = directories.front().fields;
   for (const auto& directory : directories) {
@@ -65,7 +65,7 @@ Result<> checkLayout(const CodeDirectory& directory, const Slice& slice) {
   if (fields.identifier.empty()) return invalid(named(directory) + " has no identifier");
   if (fields.pageShift != 12 && fields.pageShift != 14) {
     return invalid(named(directory) + ": page size 2^" + std::to_string(fields.pageShift) +
-                   " is none that devices accept");
+                   " is not one that devices accept");
   }
   if (fields.codeLimit != slice.signature->data.offset) {
     return invalid(named(directory) + ": code limit " + std::to_string(fields.codeLimit) +
@@ -100,8 +100,7 @@ class PageHashSource {
  public:
   explicit PageHashSource(const SliceEvidence& evidence) : evidence_(evidence) {}
 
-  /// Takes what is missing for all `directories` of one page size at once, so that code is read
-  /// once.
+  /// Computes missing hashes for all `directories` of one page size, so that code is read once.
   Bytes hashesFor(const CodeDirectory& directory, const std::vector<CodeDirectory>& directories) {
     if (const auto* known = find(evidence_.takenHashes, directory)) return known->hashes;
     if (const auto* known = find(computed_, directory)) return known->hashes;
@@ -147,7 +146,7 @@ Result<> checkPages(const std::vector<CodeDirectory>& directories, const SliceEv
   return {};
 }
 
-/// A slot that is in use has something to cover, and something that is there is covered.
+/// A slot has a hash exactly when there is something for it to cover.
 Result<> checkSpecialSlot(const CodeDirectory& directory, std::uint32_t number,
                           const std::optional<Bytes>& content, Fault fault,
                           const std::string& what) {
@@ -187,7 +186,7 @@ Result<> checkSpecialSlots(const CodeDirectory& directory, const SuperBlob& sign
   return {};
 }
 
-/// Slots whose blobs no CodeDirectory has a hash of: the directories and the CMS.
+/// Slots without a hash in the CodeDirectories: those of the directories and of the CMS.
 bool standsAlone(std::uint32_t number) {
   return number == slot::kCodeDirectory ||
          (number >= slot::kAlternateCodeDirectories &&
@@ -198,7 +197,7 @@ bool standsAlone(std::uint32_t number) {
 Result<> checkSlots(const SuperBlob& signature) {
   for (const auto& entry : signature.entries()) {
     if (entry.slot > slot::kLibraryConstraint && !standsAlone(entry.slot)) {
-      return invalid("slot " + hex(entry.slot) + " is none that a signature has");
+      return invalid("slot " + hex(entry.slot) + " is not one that signatures have");
     }
     if (const std::uint32_t expected = expectedMagic(entry.slot)) {
       if (const auto payload = blobPayload(entry.bytes, expected); !payload) {

@@ -10,34 +10,33 @@
 
 namespace toolchain {
 
-/// Everything that one slice's signature is checked against.
+/// What one slice's signature is checked against.
 struct SliceEvidence {
   const Slice& slice;
   /// The area that LC_CODE_SIGNATURE points to.
   Bytes signature;
-  /// The slice's bytes up to that area; may be empty when `takenHashes` has every digest needed.
+  /// The slice's bytes up to that area; may be empty when `takenHashes` has all hashes needed.
   Pieces code;
-  /// Page hashes that were just taken of this very code; looked up by type and page size, computed
-  /// from `code` where none fits.
+  /// Page hashes of this code, if already computed; others are computed from `code`.
   std::span<const PageHashes> takenHashes;
-  /// Files as on disk; absent: none. A slice without one that its signature asks for fails.
+  /// Files as on disk; absent: none. A slice fails without a file that its signature covers.
   std::optional<Bytes> infoPlist;
   std::optional<Bytes> resources;
   /// For the designated requirement.
   RootTest isAppleRoot = toolchain::isAppleRoot;
 };
 
-/// What a sound signature said.
+/// A signature that matches its slice.
 struct CheckedSignature {
   EmbeddedSignature signature;
   /// Absent for an ad-hoc signature.
   std::optional<foundation::CMS::Signer> signer;
   /// Absent: the signature has none.
   std::optional<requirement::Expression> designatedRequirement;
-  /// The code, as requirements see it.
+  /// The code as requirements see it.
   RequirementSubject subject;
 
-  /// True as well where `other` asks for nothing.
+  /// Also true when `other` has no requirement.
   [[nodiscard]] bool meetsRequirementOf(const CheckedSignature& other) const;
 };
 

@@ -19,7 +19,7 @@ using foundation::MappedFile;
 
 constexpr int kFailed = 1;
 constexpr int kRequirementNotMet = 3;
-/// The platform's own tool leaves up to this many zero bytes behind a signature.
+/// The platform's own tool leaves up to this many zero bytes after a signature.
 constexpr std::uint64_t kMaximumTail = 15;
 
 /// Why one piece of code does not verify.
@@ -27,9 +27,9 @@ struct Complaint {
   int status = kFailed;
   std::string reason;
   std::string detail;
-  /// Empty where all slices are meant.
+  /// Empty for all slices.
   std::string architecture;
-  /// Nested code that it is about; empty for the code itself.
+  /// The nested code at fault; empty for the code itself.
   fs::path subcomponent;
   std::vector<std::string> files;
 };
@@ -44,7 +44,7 @@ Complaint complaint(const foundation::Error& error, Fault otherwise,
   return complaint(parts.fault, std::move(parts.detail), std::move(architecture));
 }
 
-/// The hashes cover what the loader sees, and nothing lies where they do not reach: behind a
+/// The hashes cover what the loader sees, and there is nothing that they do not cover: after a
 /// slice's signature, or between slices.
 std::optional<Complaint> checkCoverage(const MachOFile& image) {
   std::vector<Extent> extents;
@@ -57,7 +57,7 @@ std::optional<Complaint> checkCoverage(const MachOFile& image) {
     const Bytes tail = image.bytesOf(slice).subspan(data.offset + data.size);
     if (tail.size() > kMaximumTail || !foundation::isZero(tail)) {
       return complaint(Fault::strictValidation,
-                       std::to_string(tail.size()) + " bytes lie behind the signature",
+                       std::to_string(tail.size()) + " bytes lie after the signature",
                        slice.architecture);
     }
     extents.push_back(slice.file);
@@ -70,14 +70,14 @@ std::optional<Complaint> checkCoverage(const MachOFile& image) {
   for (const auto& next : extents) {
     if (next.offset > end && !foundation::isZero(image.file().subspan(end, next.offset - end))) {
       return complaint(Fault::strictValidation,
-                       "bytes lie outside any slice behind offset " + std::to_string(end));
+                       "bytes lie outside any slice after offset " + std::to_string(end));
     }
     end = std::max(end, next.offset + next.size);
   }
   return std::nullopt;
 }
 
-/// The property list inside a loose file, where its signature covers one.
+/// The property list in a loose file, if its signature covers one.
 std::optional<Bytes> embeddedInfoPlist(const MachOFile& image, const Slice& slice) {
   if (!slice.embeddedInfoPlist) return std::nullopt;
   const auto signature = EmbeddedSignature::parse(image.signatureArea(slice));
@@ -156,8 +156,8 @@ class Verifier {
     return std::find(paths.begin(), paths.end(), path.native()) != paths.end();
   }
 
-  /// Executable, seal and requirement of one piece of code, in this order; what the seal's check
-  /// came upon goes to `found`.
+  /// Executable, seal and requirement of one piece of code, in this order; `found` gets what the
+  /// check of the seal found.
   std::optional<Complaint> check(const CodeBundle& code, SealDifferences& found) {
     const auto opened = openImage(code);
     if (!opened) return complaint(opened.error(), Fault::objectFormat);
@@ -234,7 +234,7 @@ class Verifier {
     return wrong;
   }
 
-  /// The outer seal covers nested code's bytes; that it is signed at all is asked in any case.
+  /// The outer seal covers nested code's bytes, but not whether it is signed at all.
   std::optional<Complaint> checkNested(const fs::path& path) {
     const auto code = CodeBundle::open(path);
     if (!code) return complaint(code.error(), Fault::nestedCode);
@@ -245,8 +245,8 @@ class Verifier {
     return checkIsSigned(opened->image);
   }
 
-  /// Innermost bundles first, behind the loose files, which the seal's check has found. What lies
-  /// in code that is named by its hash is left to the check of that code.
+  /// The loose files, which the check of the seal found, then the bundles, innermost first. What
+  /// lies in code that the seal names by its hash is left to the check of that code.
   static Result<std::vector<fs::path>> nestedCodeIn(const CodeBundle& code,
                                                     const SealDifferences& found) {
     const auto bundles = nestedBundles(code);

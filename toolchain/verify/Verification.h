@@ -9,15 +9,14 @@
 namespace toolchain {
 
 struct VerifyOptions {
-  /// Bundle or Mach-O file; messages name it as it stands here.
+  /// Bundle or Mach-O file; messages name it exactly so.
   std::filesystem::path code;
-  /// Nested code is verified in full, not only against the seal.
+  /// Verifies nested code in full, not only against the seal.
   bool deep = false;
 };
 
-/// Outcome of a verification.
 struct Verdict {
-  /// 0 sound; 1 not; 3 sound, but the designated requirement is not met.
+  /// 0 valid; 1 not valid; 3 valid, but the designated requirement is not met.
   int status = 0;
   /// Lines about the code as a whole, without newlines.
   std::vector<std::string> statements;
@@ -25,7 +24,8 @@ struct Verdict {
   std::vector<std::string> files;
 };
 
-/// Recomputes everything that the signature says and trusts nothing.
+/// Recomputes every hash and checks every claim of the signature. What cannot be read does not
+/// verify.
 Verdict verify(const VerifyOptions& options);
 
 }  // namespace toolchain

@@ -89,7 +89,7 @@ TEST(OptionsTest, WrongCommandLinesNameTheArgument) {
            {{"--force=yes", "-s", "ID", "A"}, "\"--force\" takes no value"},
            {{"--preserve", "-v", "A"}, "unrecognized option \"--preserve\""},
            {{"-vz", "A"}, "unrecognized option \"-z\""},
-           {{"--verbose=many", "A"}, "\"many\" is no number"},
+           {{"--verbose=many", "A"}, "\"many\" is not a number"},
            {{"-s", "ID", "--resource-rules", "R", "A"}, "\"--resource-rules\" goes with --display"},
            {{"-v", "-r-", "A"}, "\"--requirements\" goes with --display"},
        }) {

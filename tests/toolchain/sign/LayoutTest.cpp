@@ -81,7 +81,7 @@ TEST(Layout, EverySliceMustBeNamedWithASizeThatFits) {
   const fs::path file = folder.write("code", machO(Kind::universal));
   for (const Case& c : {
            Case{"one is missing", {room("arm64", 16)}, "no size was given for slice armv7"},
-           Case{"no multiple", {room("arm64", 8), room("armv7", 16)}, "size 8 is no multiple"},
+           Case{"no multiple", {room("arm64", 8), room("armv7", 16)}, "size 8 is not a multiple"},
            Case{"another", {room("x86_64", 16)}, "no slice is named x86_64"},
        }) {
     SCOPED_TRACE(c.name);

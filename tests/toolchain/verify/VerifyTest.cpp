@@ -97,7 +97,7 @@ TEST_F(VerifyTest, WrongSignaturesAreRefused) {
          parts.blobs[0x2000] = blob(magic::kEntitlements, "");
          parts.uncovered = {0x2000};
        },
-       "slot 0x2000 is none"},
+       "slot 0x2000 is not one"},
       {"Info.plist not covered", everyFile([](auto& files) { files.erase(1); }),
        "does not cover Info.plist", kInvalidInfo},
       {"seal not covered", everyFile([](auto& files) { files.erase(3); }),
@@ -111,13 +111,13 @@ TEST_F(VerifyTest, WrongSignaturesAreRefused) {
          parts.blobs[0x10001] = blob(magic::kWrapper, "x");
          parts.uncovered = {0x10001};
        },
-       "slot 0x10001 is none"},
+       "slot 0x10001 is not one"},
       {"ticket",
        [](Parts& parts) {
          parts.blobs[0x10002] = blob(magic::kWrapper, "x");
          parts.uncovered = {0x10002};
        },
-       "slot 0x10002 is none"},
+       "slot 0x10002 is not one"},
       {"blob of another kind",
        [](Parts& parts) { parts.blobs[2] = blob(magic::kEntitlements, ""); }, "slot 2: blob magic"},
       {"entitlements no list",

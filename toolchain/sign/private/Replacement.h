@@ -23,13 +23,13 @@ class NewFile {
   NewFile(std::filesystem::path target, std::filesystem::path path, foundation::FileDescriptor file)
       : target_(std::move(target)), path_(std::move(path)), file_(std::move(file)) {}
 
-  /// Where it lies until it takes its target's place.
+  /// Its path until it replaces its target.
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-  /// Bytes that are never written are zero. Safe beside calls for other offsets. Pieces that lie in
-  /// `source` are copied by the system, without a detour through this process.
+  /// Bytes never written are zero. May run on several threads for different offsets. The kernel
+  /// copies pieces that lie in `source` from file to file.
   Result<> write(std::uint64_t offset, const Pieces& content,
                  const MappedSource& source = {}) const;
-  /// Waits until what was written so far is on its medium.
+  /// Waits until everything written so far is on disk.
   Result<> flush() const;
 
  private:
@@ -39,31 +39,31 @@ class NewFile {
 };
 
 /// Files that are replaced together. Each new file is written in full beside its target, with the
-/// target's mode, owner and attributes, before any of them takes its target's place. Unless
-/// `finish` is called, everything is put back as it was when the object goes. Paths are absolute
-/// and lead through no link; a folder that has become one meanwhile is an error.
+/// target's mode, owner and attributes, before any target is replaced. Without `finish`, the
+/// destructor restores everything. Paths are absolute and contain no symlinks; a folder that has
+/// become one meanwhile is an error.
 class Replacement {
  public:
   Replacement() = default;
   Replacement(const Replacement&) = delete;
   ~Replacement();
 
-  /// Makes an empty new file of this size for `target`, which need not exist (its folder is made
-  /// then), with the attributes of `model`: of the target itself when that is left out. Fails with
-  /// the path and the system's text.
+  /// Makes an empty new file of this size for `target`, with the attributes of `model`, by default
+  /// the target's own. Neither the target nor its folder need exist. Fails with the path and the
+  /// system's text.
   Result<NewFile> prepare(const std::filesystem::path& target, std::uint64_t size,
                           const std::filesystem::path& model = {});
   /// The same with its content.
   Result<NewFile> prepare(const std::filesystem::path& target, const Pieces& content,
                           const std::filesystem::path& model = {});
-  /// Puts what was prepared for these targets into place, in the given order.
+  /// Replaces these targets by what was prepared for them, in this order.
   Result<> commit(const std::vector<std::filesystem::path>& targets);
-  /// Takes a file, or a folder with all that is in it, away.
+  /// Removes a file, or a folder with its contents.
   Result<> remove(const std::filesystem::path& target);
   /// Keeps what was committed.
   void finish();
 
-  /// True for the files of this object that lie beside targets; they are no part of any bundle.
+  /// True for the temporary files of this object beside its targets; they belong to no bundle.
   [[nodiscard]] bool owns(const std::string& path) const { return own_.contains(path); }
 
  private:

@@ -11,40 +11,40 @@
 #include "toolchain/signature/Entitlements.h"
 #include "toolchain/signature/Hashing.h"
 
-/// One slice's signature, from what it is to say to its bytes.
+/// Builds one slice's signature.
 namespace toolchain {
 
-/// What is the same for all slices of a file.
+/// What all slices of a file share.
 struct SignatureContent {
   std::string identifier;
   /// Empty: none.
   std::string teamIdentifier;
   std::uint32_t flags = 0;
-  /// Weakest first: the first is the primary CodeDirectory's.
+  /// Weakest first; the primary CodeDirectory has the first.
   std::vector<HashType> hashTypes;
   /// Null: ad hoc.
   const SigningIdentity* identity = nullptr;
   foundation::Date signingTime;
   /// For main executables only.
   std::optional<Entitlements> entitlements;
-  /// The code is a bundle, so there will be a seal.
+  /// There will be a seal, as the code is a bundle.
   bool isSealed = false;
   /// Bytes of Info.plist and of the seal; absent where there is none, or not yet.
   std::optional<Bytes> infoPlist;
   std::optional<Bytes> resources;
 };
 
-/// Both digests when any slice is made for a system that knows only SHA-1, else SHA-256 alone.
+/// SHA-1 and SHA-256 when any slice runs on a system that knows only SHA-1, else SHA-256 alone.
 std::vector<HashType> hashTypesFor(const MachOFile& image);
 /// 16 KiB pages where the processor has them, 4 KiB elsewhere.
 std::uint8_t pageShiftFor(const Slice& slice);
 
-/// Builds in two steps, since the hashed load commands already say how large the signature is.
+/// Builds in two steps, since the load commands, which are hashed, contain the signature's size.
 class SignatureBuilder {
  public:
   SignatureBuilder(const SignatureContent& content, const Slice& slice, std::uint64_t codeLimit);
 
-  /// Bytes to set aside, a multiple of 16: what the platform's tool sets aside, more where the
+  /// Bytes to reserve, a multiple of 16: what the platform's tool reserves, or more if the
   /// certificates need it. Does not depend on hashes.
   [[nodiscard]] std::uint64_t room() const;
   /// The whole superblob.
