@@ -111,6 +111,7 @@ TEST(Programs, LinkOnlyWhatTheyUse) {
   if (test::runCommand({"sh", "-c", "command -v readelf"}).status != 0) GTEST_SKIP();
   for (const char* library : {"libcurl", "libssl", "libcrypto", "libplist", "libexpat"}) {
     EXPECT_THAT(librariesOf("xcrun"), Not(HasSubstr(library)));
+    EXPECT_THAT(librariesOf("codesign_allocate"), Not(HasSubstr(library)));
   }
   for (const char* library : {"libcurl", "libssl"}) {
     EXPECT_THAT(librariesOf("codesign"), Not(HasSubstr(library)));
