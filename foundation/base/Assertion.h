@@ -4,14 +4,14 @@
 
 namespace foundation {
 
-/// Where an assertion stands, as it is to be printed. An empty member is left out; line 0 too.
+/// The source location to print. Empty members and line 0 are left out.
 struct AssertionSite {
   std::string_view function;
   std::string_view source;
   int line = 0;
 };
 
-/// Only the line, for a caller that ends in another way.
+/// Prints the line below, for callers that then throw.
 void reportFailedAssertion(std::string_view expression, const AssertionSite& site);
 
 /// Stops the process for a programming fault, in release builds too: one line on standard error,

@@ -42,7 +42,7 @@ bool decodeBase64(std::string_view text, std::span<std::byte> out) {
     std::uint32_t group = 0;
     for (std::size_t digit = 0; digit < 4; ++digit) {
       const char c = text[i * 4 + digit];
-      // NOLINTNEXTLINE(bugprone-signed-char-misuse): no character but a number, below 0 for none
+      // NOLINTNEXTLINE(bugprone-signed-char-misuse): an index, not a character; -1 for none
       const int value = kValues[static_cast<unsigned char>(c)];
       if (digit > left ? c != '=' : value < 0) return false;
       group = group << 6 | (digit > left ? 0U : static_cast<std::uint32_t>(value));
@@ -50,7 +50,7 @@ bool decodeBase64(std::string_view text, std::span<std::byte> out) {
     for (std::size_t j = 0; j < 3; ++j) {
       const auto byte = static_cast<std::byte>(group >> (16 - 8 * j));
       if (j < left) out[i * 3 + j] = byte;
-      // Digits that say more than there is are another text for the same bytes.
+      // Unused bits must be zero, so that each byte string has exactly one encoding.
       if (j >= left && byte != std::byte{0}) return false;
     }
   }

@@ -11,8 +11,7 @@ namespace foundation {
 /// RFC 4648 text with padding, on one line; appended to `out`.
 void appendBase64(std::string& out, Bytes bytes);
 
-/// Fills `out` from exactly the text that `appendBase64` makes of so many bytes; false for any
-/// other.
+/// Fills `out`; false unless `text` is exactly what `appendBase64` makes of `out.size()` bytes.
 bool decodeBase64(std::string_view text, std::span<std::byte> out);
 
 }  // namespace foundation

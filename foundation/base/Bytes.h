@@ -12,7 +12,7 @@
 
 namespace foundation {
 
-/// A view of bytes that somebody else owns.
+/// A non-owning view.
 using Bytes = std::span<const std::byte>;
 
 /// The window [offset, offset + size), or nothing when any of it lies outside `data`.
@@ -31,7 +31,7 @@ requires std::is_trivially_copyable_v<T> std::optional<T> readAt(Bytes data, std
   return value;
 }
 
-/// True of no bytes at all, too.
+/// True of an empty view, too.
 inline bool isZero(Bytes bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](std::byte b) { return b == std::byte{0}; });
 }
@@ -40,7 +40,7 @@ inline Bytes bytesOf(std::string_view text) {
   return {reinterpret_cast<const std::byte*>(text.data()), text.size()};
 }
 
-/// The same bytes seen as characters; no decoding, no copy.
+/// The bytes as characters; no decoding, no copy.
 inline std::string_view textOf(Bytes bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }

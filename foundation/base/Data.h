@@ -24,7 +24,7 @@ class Data {
     bytes_ = bytesOf(*owner);
     owner_ = std::move(owner);
   }
-  /// Bytes that live as long as `owner` does (a mapping, a buffer of a library).
+  /// Bytes that `owner` keeps alive (a mapping, a library's buffer).
   Data(std::shared_ptr<const void> owner, Bytes bytes) : owner_(std::move(owner)), bytes_(bytes) {}
 
   static Data copyOf(Bytes bytes) {
@@ -34,7 +34,7 @@ class Data {
   [[nodiscard]] Bytes bytes() const { return bytes_; }
   [[nodiscard]] std::size_t size() const { return bytes_.size(); }
   [[nodiscard]] bool empty() const { return bytes_.empty(); }
-  /// The same bytes seen as characters, whatever they are.
+  /// The bytes as characters; not necessarily UTF-8.
   [[nodiscard]] std::string_view text() const { return textOf(bytes_); }
 
   friend bool operator==(const Data& a, const Data& b) { return a.text() == b.text(); }

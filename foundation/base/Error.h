@@ -14,29 +14,27 @@ struct Error {
   long code = 0;
   Dictionary userInfo;
 
-  /// The user info's "NSLocalizedDescription" when it has one, else a sentence made of domain and
-  /// code, as the platform does.
+  /// "NSLocalizedDescription" of the user info, else the platform's sentence with domain and code.
   [[nodiscard]] std::string localizedDescription() const;
-  /// `Error Domain=… Code=… UserInfo={…}`, always on one line; nested errors are shown the same
-  /// way.
+  /// `Error Domain=… Code=… UserInfo={…}` on one line; nested errors likewise.
   [[nodiscard]] std::string description() const;
 };
 
-/// Domains of errors that this library itself makes.
+/// Domains of the errors that `foundation/` makes itself.
 inline constexpr std::string_view kPOSIXErrorDomain = "NSPOSIXErrorDomain";
 inline constexpr std::string_view kCocoaErrorDomain = "NSCocoaErrorDomain";
 inline constexpr std::string_view kURLErrorDomain = "NSURLErrorDomain";
 
 /// A failed system call: domain NSPOSIXErrorDomain, code `errnoValue`, description
-/// "`what`: <system's text>", and "NSFilePath" when `path` is not empty. `what` says where and
-/// which value, for example "cannot open /a/b".
+/// "`what`: <system's text>", and "NSFilePath" unless `path` is empty. `what` is, for example,
+/// "cannot open /a/b".
 Error posixError(int errnoValue, std::string what, std::string_view path = {});
 
-/// An error with only a description.
+/// An error whose user info has only a description.
 Error makeError(std::string_view domain, long code, std::string description);
 
-/// What the platform raises as an exception (a tool that cannot be launched, an index out of
-/// range). Nobody but the start routine is meant to catch it; its text is one line.
+/// Thrown where the platform raises an exception (a tool that cannot be launched, an index out of
+/// range). Left to main() to catch; the text is one line.
 class Exception : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

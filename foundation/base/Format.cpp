@@ -8,17 +8,17 @@ namespace foundation {
 
 namespace {
 
-/// One "%…" of a format, without its length modifiers.
+/// One "%…" of a format; length modifiers are skipped.
 struct Directive {
   std::string flags;
   int width = 0;
   int precision = -1;
   char conversion = '\0';
-  /// Characters that it takes in the format, the percent sign included.
+  /// In characters of the format, including the percent sign.
   std::size_t length = 0;
 };
 
-/// Wider fields than any line has are a mistake in the format.
+/// Larger widths and precisions are clamped.
 constexpr int kWidestField = 4096;
 
 int takeNumber(std::string_view& text) {
@@ -87,8 +87,7 @@ struct ObjectText {
   std::string operator()(const Error* error) const { return error->description(); }
   std::string operator()(const void* address) const { return addressText(address); }
   std::string operator()(double number) const { return description(Value(number)); }
-  std::string operator()(std::int64_t number) const { return std::to_string(number); }
-  std::string operator()(std::uint64_t number) const { return std::to_string(number); }
+  std::string operator()(std::integral auto number) const { return std::to_string(number); }
 };
 
 bool isOneOf(char c, std::string_view set) { return set.find(c) != std::string_view::npos; }
@@ -124,7 +123,7 @@ std::string formatArguments(std::string_view format, const FormatArgument* argum
     const Directive directive = directiveAt(format);
     if (directive.conversion == '%') {
       out += '%';
-    } else if (isOneOf(directive.conversion, "@diuxXofFeEgGps") && directive.conversion != '\0') {
+    } else if (isOneOf(directive.conversion, "@diuxXofFeEgGps")) {
       out += formatted(
           directive, used < count ? arguments[used].storage() : FormatArgument(nullptr).storage());
       ++used;

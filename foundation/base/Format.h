@@ -12,8 +12,7 @@
 
 namespace foundation {
 
-/// One argument of `format`. It refers to text and values of the caller, so it lives only for the
-/// call.
+/// One argument of `format`. It holds references, so it must not outlive the call.
 class FormatArgument {
  public:
   struct Absent {};
@@ -36,7 +35,7 @@ class FormatArgument {
   FormatArgument(T number) : storage_(std::int64_t{number}) {}
   template <std::unsigned_integral T>
   requires(!std::same_as<T, bool>) FormatArgument(T number) : storage_(std::uint64_t{number}) {}
-  /// An empty optional is the absent object: "(null)".
+  /// An empty optional formats as "(null)".
   template <class T>
   FormatArgument(const std::optional<T>& object) {
     if (object) *this = FormatArgument(*object);
@@ -53,11 +52,10 @@ class FormatArgument {
 std::string formatArguments(std::string_view format, const FormatArgument* arguments,
                             std::size_t count);
 
-/// The platform's string formatting for the directives that this system uses: "%@" for objects
-/// (text, values, errors; "(null)" for an absent one), %d %i %u %x %X %lu %ld %llu %lld with flags
-/// and width for numbers, %f, %p, %s and %%. A directive that does not fit its argument's type
-/// formats the argument as "%@" would; a missing argument is an absent object. Nothing in an
-/// argument's text is taken as a directive.
+/// The platform's string formatting: "%@" for objects (text, values, errors; "(null)" for an absent
+/// one), %d %i %u %x %X %lu %ld %llu %lld with flags and width for numbers, %f, %p, %s and %%. A
+/// directive that does not fit its argument's type acts as "%@"; a missing argument is an absent
+/// object.
 template <class... Arguments>
 std::string format(std::string_view text, const Arguments&... arguments) {
   if constexpr (sizeof...(arguments) == 0) {
@@ -68,17 +66,16 @@ std::string format(std::string_view text, const Arguments&... arguments) {
   }
 }
 
-/// "%@" of one value: text as it stands, arrays in `( )` and dictionaries in `{ }` over several
-/// lines, booleans 1 and 0, dates `2015-03-01 12:00:00 +0000`, data `<0a1b …>`, JSON null `<null>`.
+/// "%@" of one value: text as is, arrays in `( )` and dictionaries in `{ }` over several lines,
+/// booleans 1 and 0, dates `2015-03-01 12:00:00 +0000`, data `<0a1b …>`, JSON null `<null>`.
 std::string description(const Value& value);
 std::string description(Date date);
 /// "2015-03-01", the day in UTC.
 std::string dayOf(Date date);
-/// As above, on a single line: control characters inside texts are escaped
-/// (`escapingControlCharacters`).
+/// As `description`, but on one line; strings pass through `escapingControlCharacters`.
 std::string singleLineDescription(const Value& value);
 
-/// The class name that the platform shows for a value ("__NSCFNumber"); "(null)" for an absent one.
+/// The platform's class name for a value ("__NSCFNumber"); "(null)" for an absent one.
 std::string className(const Value* value);
 
 }  // namespace foundation

@@ -4,7 +4,7 @@ namespace foundation {
 
 namespace {
 
-/// A path made of slashes only keeps one.
+/// Keeps one slash of a path that is only slashes.
 std::string_view withoutTrailingSlashes(std::string_view path) {
   while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
   return path;

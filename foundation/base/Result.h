@@ -85,7 +85,7 @@ class [[nodiscard]] Result {
     return std::invoke(std::forward<Explain>(explain), std::move(*this).error());
   }
 
-  /// The value alone, for callers to whom every failure is the same.
+  /// Drops the error.
   std::optional<T> value() && {
     if (!ok()) return std::nullopt;
     return *std::move(*this);
@@ -132,7 +132,7 @@ class [[nodiscard]] Result<void> {
   std::optional<Error> error_;
 };
 
-/// Where a caller may hand in a slot for the error of a failed operation, as the platform does.
+/// An optional out-parameter for the error of a failed operation, as on the platform; may be null.
 using ErrorSlot = std::optional<Error>*;
 
 inline void store(ErrorSlot slot, Error error) {

@@ -49,7 +49,7 @@ std::size_t asciiPrefix(std::string_view text) {
   return static_cast<std::size_t>(end - text.data());
 }
 
-/// How many bytes the sequence that `lead` begins has; 0 for a byte that begins none.
+/// The length of the UTF-8 sequence that starts with `lead`; 0 when none does.
 std::size_t sequenceLength(unsigned char lead) {
   if (lead < 0x80) return 1;
   if (lead >= 0xc2 && lead <= 0xdf) return 2;
@@ -121,22 +121,12 @@ std::string escapingControlCharacters(std::string_view text) {
 }
 
 void appendUTF8(std::string& out, char32_t codePoint) {
-  const auto append = [&out](char32_t byte) { out += static_cast<char>(byte); };
   if (isSurrogate(codePoint) || codePoint > 0x10ffff) codePoint = kReplacement;
-  if (codePoint < 0x80) {
-    append(codePoint);
-  } else if (codePoint < 0x800) {
-    append(0xc0 | codePoint >> 6);
-    append(0x80 | (codePoint & 0x3f));
-  } else if (codePoint < 0x10000) {
-    append(0xe0 | codePoint >> 12);
-    append(0x80 | (codePoint >> 6 & 0x3f));
-    append(0x80 | (codePoint & 0x3f));
-  } else {
-    append(0xf0 | codePoint >> 18);
-    append(0x80 | (codePoint >> 12 & 0x3f));
-    append(0x80 | (codePoint >> 6 & 0x3f));
-    append(0x80 | (codePoint & 0x3f));
+  constexpr char32_t kLead[] = {0, 0xc0, 0xe0, 0xf0};
+  const int trailing = (codePoint >= 0x80) + (codePoint >= 0x800) + (codePoint >= 0x10000);
+  out += static_cast<char>(kLead[trailing] | codePoint >> 6 * trailing);
+  for (int left = trailing - 1; left >= 0; --left) {
+    out += static_cast<char>(0x80 | (codePoint >> 6 * left & 0x3f));
   }
 }
 

@@ -12,10 +12,10 @@ namespace foundation {
 /// True when `text` is well-formed UTF-8 (no overlong forms, no surrogates, at most U+10FFFF).
 bool isUTF8(std::string_view text);
 
-/// `bytes` as a UTF-8 string, absent when they are not well-formed.
+/// Absent unless `bytes` are well-formed UTF-8.
 std::optional<std::string> stringFromUTF8(Bytes bytes);
 
-/// Ill-formed sequences become U+FFFD; used where a text must be shown whatever it holds.
+/// Ill-formed sequences become U+FFFD.
 std::string lossyUTF8(Bytes bytes);
 
 /// Appends the code point's UTF-8 form. Surrogates and values above U+10FFFF append U+FFFD.
@@ -24,21 +24,19 @@ void appendUTF8(std::string& out, char32_t codePoint);
 /// UTF-8 from UTF-16 units in host order; lone surrogates become U+FFFD.
 std::string utf8FromUTF16(std::u16string_view units);
 
-/// `text` on one line and safe to show on a terminal, for values from outside that go into
-/// messages: control characters become `\n`, `\r`, `\t` or `\u001b` (U+0000 to U+001F, U+007F to
-/// U+009F), bytes that are not UTF-8 `\xff`. Everything else stays, backslashes too.
+/// `text` on one line and safe to show on a terminal, for untrusted values in messages: control
+/// characters (U+0000 to U+001F, U+007F to U+009F) become `\n`, `\r`, `\t` or `\u001b`, bytes that
+/// are not UTF-8 become `\xff`. Everything else is kept, backslashes included.
 std::string escapingControlCharacters(std::string_view text);
-/// The same; absent stays absent.
 template <class T>
 std::optional<std::string> escapingControlCharacters(const std::optional<T>& text) {
   return text ? std::optional(escapingControlCharacters(*text)) : std::nullopt;
 }
 
-/// `text` without leading and trailing white space and newlines.
+/// A view of `text` without leading and trailing Unicode white space and newlines.
 std::string_view trimmed(std::string_view text);
 
-/// Pieces between every occurrence of `separator`; empty pieces are kept, so n separators always
-/// give n + 1 pieces (one for an empty text).
+/// Empty pieces are kept: n separators always give n + 1 pieces.
 std::vector<std::string> split(std::string_view text, char separator);
 
 std::string joined(const std::vector<std::string>& pieces, std::string_view separator);

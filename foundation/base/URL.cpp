@@ -12,8 +12,8 @@ namespace foundation {
 
 namespace {
 
-/// The five parts of a URL or of a relative reference (RFC 3986, section 3), as views of its text.
-/// A part that is there and empty differs from one that is not there.
+/// The five parts of a URL or a relative reference (RFC 3986, section 3), as views of its text. An
+/// empty part differs from an absent one.
 struct Parts {
   std::optional<std::string_view> scheme;
   std::optional<std::string_view> authority;
@@ -43,7 +43,7 @@ bool isScheme(std::string_view text) {
   return true;
 }
 
-/// Cuts `text` at the first `separator`; what follows it, or nothing where it does not occur.
+/// Truncates `text` at the first `separator` and returns the rest; absent when there is none.
 std::optional<std::string_view> cutAt(std::string_view& text, char separator) {
   const std::size_t place = text.find(separator);
   if (place == std::string_view::npos) return std::nullopt;
@@ -125,19 +125,16 @@ std::string decodedPath(std::string_view path) {
   return percentDecoded(path).value_or(std::string(path));
 }
 
-/// Host and port, without the user's part.
+/// Without user info.
 std::string_view hostAndPort(std::string_view authority) {
   return authority.substr(authority.rfind('@') + 1);
 }
 
-/// Where the host ends in `hostAndPort`; a colon inside the brackets of an IPv6 address is none.
+/// The offset of the port's colon, or the size; colons in the brackets of an IPv6 address are
+/// skipped.
 std::size_t hostEnd(std::string_view text) {
   const std::size_t bracket = text.starts_with('[') ? text.find(']') : 0;
   return std::min(text.find(':', std::min(bracket, text.size())), text.size());
-}
-
-void appendEscaped(std::string& out, char c) {
-  out += "%" + uppercaseHex(bytesOf(std::string_view(&c, 1)));
 }
 
 bool isForbidden(char c) {
@@ -150,7 +147,7 @@ std::string escaped(std::string_view text, std::string_view further) {
   std::string out;
   for (const char c : text) {
     if (isForbidden(c) || further.find(c) != std::string_view::npos) {
-      appendEscaped(out, c);
+      out += "%" + uppercaseHex(bytesOf({&c, 1}));
     } else {
       out += c;
     }

@@ -13,26 +13,26 @@ namespace foundation {
 class URL {
  public:
   static std::optional<URL> withString(std::string_view text);
-  /// Standard relative resolution against `base`; a text that has a scheme stands for itself. The
-  /// result is absolute and remembers `text` only in `relativePath`.
+  /// RFC 3986 resolution against `base`, unless `text` has a scheme. The result is absolute and
+  /// remembers `text` only in `relativePath`.
   static std::optional<URL> withStringRelativeToURL(std::string_view text, const URL& base);
-  /// A file URL; every path has one (bytes that a URL cannot hold are percent-escaped). A relative
-  /// path is one below the current folder.
+  /// Bytes that are not allowed in a URL are percent-escaped. A relative path is below the current
+  /// directory.
   static URL fileURLWithPath(std::string_view path);
 
   [[nodiscard]] const std::string& absoluteString() const { return text_; }
-  /// The path with its percent escapes decoded and a trailing slash removed (but for "/"); for a
-  /// file URL, the file-system path. Empty when there is none.
+  /// The path with percent escapes decoded and a trailing slash removed (except from "/"). Empty
+  /// when there is none.
   [[nodiscard]] std::string path() const;
   /// For a URL made relative to a base, the path of the text it was made from; else `path()`.
   [[nodiscard]] std::string relativePath() const;
-  /// Lower-case for comparisons; empty when the text has none.
+  /// Lower-case; empty when the URL has none.
   [[nodiscard]] std::string scheme() const;
   [[nodiscard]] std::string host() const;
-  /// The port in the text or the scheme's default; 0 when neither is known.
+  /// The port in the text, else the default of http or https, else 0.
   [[nodiscard]] int port() const;
   [[nodiscard]] bool isFileURL() const;
-  /// Same scheme, host and port: the only place to which credentials may follow a redirect.
+  /// Same scheme, host and port.
   [[nodiscard]] bool hasSameOriginAs(const URL& other) const;
 
   friend bool operator==(const URL& a, const URL& b) { return a.text_ == b.text_; }
@@ -43,28 +43,24 @@ class URL {
   std::optional<std::string> relativeText_;
 };
 
-/// "%@" of a URL is its text.
 inline const std::string& description(const URL& url) { return url.absoluteString(); }
 
-/// The platform's standard escaping of a string for use in a URL: UTF-8; a literal "%" becomes
-/// "%25"; space, non-ASCII, `"`, `#`, `[`, `]`, `\`, `^`, backquote, `{`, `|`, `}`, `<`, `>` and
-/// control characters are escaped; all else is kept. Hex digits are upper-case.
+/// The platform's standard escaping for URLs: "%", space, non-ASCII bytes, `"`, `#`, `[`, `]`, `\`,
+/// `^`, backquote, `{`, `|`, `}`, `<`, `>` and control characters. Hex digits are upper-case.
 std::string percentEscaped(std::string_view text);
 
-/// Escapes every character that a URL cannot hold, except "%", and every character of
-/// `alsoEscaped`.
+/// As above, except that "%" is kept and every character of `alsoEscaped` is escaped.
 std::string percentEscapedKeepingPercent(std::string_view text, std::string_view alsoEscaped);
 
-/// `text` as one component of a URL's path: what a URL cannot hold and what would end the component
-/// or take it apart is escaped, "%" included.
+/// `text` as a single component of a URL path: delimiters and "%" are escaped, too.
 std::string percentEscapedPathComponent(std::string_view text);
 
-/// False for a text that could reach another place than its own when it is a component of a path,
-/// since servers differ in when they decode: with "/", "?", "#", "\", "%", white space or a control
-/// character, and for "." and "..". Other characters only have to be escaped.
+/// False for a path component that a server might resolve elsewhere even when it is escaped, since
+/// servers differ in when they decode: ".", "..", and text with "/", "?", "#", "\", "%", white
+/// space or a control character, or that is not UTF-8.
 bool isPlainPathComponent(std::string_view text);
 
-/// Decodes percent escapes; absent when one is broken.
+/// Absent when a percent escape is malformed.
 std::optional<std::string> percentDecoded(std::string_view text);
 
 }  // namespace foundation

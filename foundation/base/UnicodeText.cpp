@@ -23,7 +23,7 @@ constexpr std::array<std::pair<std::string_view, Encoding>, 5> kMarks{{
     {std::string_view("\xef\xbb\xbf", 3), {1, false, 3}},
 }};
 
-/// All forms that are read here begin with an ASCII character, so zeros tell the width of a unit.
+/// All formats read this way begin with an ASCII character, so its zero bytes give the unit size.
 Encoding encodingOf(std::string_view text) {
   for (const auto& [mark, encoding] : kMarks) {
     if (text.starts_with(mark)) return encoding;

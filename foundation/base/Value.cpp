@@ -13,7 +13,7 @@ namespace {
 
 using Integers = std::numeric_limits<std::int64_t>;
 
-std::int64_t cutOff(double number) {
+std::int64_t truncated(double number) {
   if (std::isnan(number)) return 0;
   if (number >= 0x1p63) return Integers::max();
   if (number < -0x1p63) return Integers::min();
@@ -69,7 +69,7 @@ std::optional<std::int64_t> Value::integerValue() const {
   if (const auto* flag = boolean()) return *flag ? 1 : 0;
   if (const auto* number = integer()) return *number;
   if (unsignedInteger()) return Integers::max();
-  if (const auto* number = real()) return cutOff(*number);
+  if (const auto* number = real()) return truncated(*number);
   if (const auto* text = string()) return leadingInteger(*text);
   return std::nullopt;
 }

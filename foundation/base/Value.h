@@ -29,7 +29,7 @@ class Value {
   struct Null {
     friend bool operator==(Null, Null) { return true; }
   };
-  /// A keyed archive's object reference; only binary property lists hold it.
+  /// An object reference of a keyed archive; only in binary property lists.
   struct UID {
     std::uint64_t number = 0;
     friend bool operator==(UID, UID) = default;
@@ -50,11 +50,11 @@ class Value {
   };
 
   Value() = default;
-  /// For `bool` alone: a pointer must not become a boolean on its way here.
+  /// Only `bool`: pointers must not convert to a boolean.
   Value(std::same_as<bool> auto value) : storage_(value) {}
   Value(int value) : storage_(std::int64_t{value}) {}
   Value(std::int64_t value) : storage_(value) {}
-  /// Numbers that fit a signed 64-bit integer are kept as one.
+  /// Stored as a signed integer when it fits.
   Value(std::uint64_t value);
   Value(double value) : storage_(value) {}
   Value(std::string value) : storage_(std::move(value)) {}
@@ -65,7 +65,7 @@ class Value {
   Value(UID value) : storage_(value) {}
   Value(Array value) : storage_(std::move(value)) {}
   Value(Dictionary value) : storage_(std::move(value)) {}
-  /// An error record inside another error's user info; neither property lists nor JSON hold one.
+  /// An error inside another error's user info; never in property lists or JSON.
   Value(Error value);
 
   [[nodiscard]] Type type() const { return static_cast<Type>(storage_.index()); }
@@ -87,7 +87,7 @@ class Value {
   Array* array() { return std::get_if<Array>(&storage_); }
   Dictionary* dictionary() { return std::get_if<Dictionary>(&storage_); }
 
-  /// The value under `key`; null when this is no dictionary or holds no such key.
+  /// Null when this is not a dictionary or lacks `key`.
   [[nodiscard]] const Value* find(std::string_view key) const;
 
   /// The platform's boolean reading of numbers and strings (`foundation::boolValue`); absent for
@@ -95,11 +95,10 @@ class Value {
   [[nodiscard]] std::optional<bool> boolValue() const;
 
   /// The platform's integer reading of numbers and strings (a string's leading digits, 0 without
-  /// any; reals are cut off and clamped); absent for every other type.
+  /// any; reals are truncated and clamped); absent for every other type.
   [[nodiscard]] std::optional<std::int64_t> integerValue() const;
 
-  /// Same type and same content; a boolean never equals a number. Errors are equal when they are
-  /// the same record.
+  /// Same type and content; a boolean never equals a number. Errors compare by identity.
   friend bool operator==(const Value& a, const Value& b);
 
  private:
@@ -111,19 +110,17 @@ class Value {
 using Array = Value::Array;
 using Dictionary = Value::Dictionary;
 
-/// The value under `key`, or null.
 const Value* find(const Dictionary& dictionary, std::string_view key);
 
-/// The text under `key`; absent when the key is missing or its value is not a string.
+/// Each is absent or null when the key is missing or its value has another type.
 std::optional<std::string> stringAt(const Dictionary& dictionary, std::string_view key);
 std::optional<Date> dateAt(const Dictionary& dictionary, std::string_view key);
 const Array* arrayAt(const Dictionary& dictionary, std::string_view key);
 const Dictionary* dictionaryAt(const Dictionary& dictionary, std::string_view key);
-/// The boolean reading of the value under `key`; false when it is missing or has none.
+/// `Value::boolValue` of the value under `key`; false when there is none.
 bool boolAt(const Dictionary& dictionary, std::string_view key);
 
-/// Comparison as the platform does it: an absent object answers false to every question, so two
-/// absent values are not equal, and "differs" is true of them.
+/// As on the platform, an absent value equals nothing, not even another absent value.
 template <class T>
 bool isEqual(const std::optional<T>& a, const std::optional<T>& b) {
   return a && b && *a == *b;

@@ -17,7 +17,7 @@ bool isPlainCharacter(char c) {
          c == '$' || c == '.' || c == '/' || c == ':';
 }
 
-/// A text inside an array or dictionary: in quotes unless it is a plain word.
+/// A string inside an array or dictionary: quoted unless it is a plain word.
 std::string quotedWhereNeeded(std::string_view text) {
   bool isPlain = !text.empty();
   std::string out = "\"";
