@@ -2,6 +2,6 @@
 
 #include <string>
 
-/// Removes the file or the folder with all it holds; links are removed, not followed. True when it
-/// is gone by this call; a failure (nothing at the path is one) is told in the system log.
+/// Removes a file, a symlink (not followed) or a folder with its contents. A failure, such as a
+/// missing item, is written to the system log.
 bool deleteFile(const std::string& path);

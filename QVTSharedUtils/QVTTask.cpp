@@ -20,7 +20,7 @@ constexpr std::chrono::duration<float> kPollInterval{0.1F};
 ChildProcess launched(const ChildProcess::Launch& launch) {
   auto pipes = foundation::StandardPipes::open();
   if (!pipes) {
-    // The machine's fault and not the program's: whoever runs the tool may still clean up.
+    // No descriptors left is not a programming fault: throw, so that callers can clean up.
     const foundation::AssertionSite site{
         .function =
             "+[QVTTask launchWithPath:workingDirectory:arguments:environment:timeout:"
@@ -34,7 +34,7 @@ ChildProcess launched(const ChildProcess::Launch& launch) {
   return *std::move(child);
 }
 
-/// Once the time is over the request to terminate is repeated without a pause.
+/// After the timeout, requests to terminate follow each other without a pause.
 void waitOrTerminate(ChildProcess& child, Seconds timeout) {
   const std::chrono::time_point<Clock, Seconds> deadline = Clock::now() + timeout;
   while (child.isRunning()) {
@@ -46,8 +46,6 @@ void waitOrTerminate(ChildProcess& child, Seconds timeout) {
   }
 }
 
-/// Waits for the end and hands over what the child left. Only the system log tells the number of a
-/// signal from a status.
 void finish(ChildProcess& child, const std::string& launchPath,
             const QVTTask::Completion& completion) {
   const foundation::Termination termination = child.waitUntilExit();

@@ -11,28 +11,27 @@
 #include "foundation/base/Value.h"
 #include "foundation/process/ProcessInfo.h"
 
-/// Runs external programs, and takes argument strings apart.
+/// Runs external programs and splits argument strings. Thread-safe.
 ///
-/// Every launch blocks the calling thread until the program has ended. Its output is read only
-/// then, so a program that writes more than a pipe holds never ends by itself; its standard input
-/// stays open and empty. A program that cannot be started (missing, not executable, bad working
-/// directory) raises `foundation::Exception`. Safe from several threads at once.
+/// Every launch blocks until the program has ended. Its output is read only then, so a program that
+/// writes more than a pipe holds never ends by itself; its standard input stays open and empty.
+/// Throws `foundation::Exception` when the program cannot be started (missing, not executable, bad
+/// working directory).
 class QVTTask {
  public:
   QVTTask() = delete;
 
   using Arguments = std::optional<std::vector<std::string>>;
-  /// Called on the launching thread with everything the program wrote to standard error, then to
-  /// standard output, and its exit status, or the number of the signal that ended it,
-  /// which a line in the system log tells apart.
+  /// Called on the launching thread. `status` is the exit status or the number of the fatal signal;
+  /// only a line in the system log distinguishes the two.
   using Completion = std::function<void(const foundation::Data& errorData,
                                         const foundation::Data& outputData, std::int32_t status)>;
 
-  /// `launchPath` is used as it stands. Absent: working directory and environment are the caller's,
-  /// there are no arguments. An environment that is given is the program's whole environment.
+  /// `launchPath` is used as is. An absent working directory or environment is the caller's; a
+  /// given environment replaces the caller's.
   ///
-  /// With a `timeout` (seconds) above 0 the program is asked to terminate once that time is over,
-  /// again and again until it has; the completion is then called like after any other run.
+  /// After `timeout` seconds, unless that is 0, the program is asked to terminate, repeatedly until
+  /// it does; the completion is called as usual.
   static void launchWithPathWorkingDirectoryArgumentsEnvironmentTimeoutCompletion(
       const std::string& launchPath, const std::optional<std::string>& workingDirectory,
       const Arguments& arguments, const std::optional<foundation::Environment>& environment,
@@ -47,35 +46,35 @@ class QVTTask {
       const std::string& launchPath, const std::optional<std::string>& workingDirectory,
       const Arguments& arguments, const Completion& completion);
 
-  /// The same for a program that works on what strangers made (`unzip`). Its standard input is at
-  /// its end, since it may ask there (on a full disk) and would wait for an answer for ever. Its
-  /// output is taken while it runs, the first megabyte of each stream: a line for each of 40,000
-  /// damaged files is more than a pipe holds.
+  /// For programs that process untrusted input (`unzip`). Standard input is at its end, since the
+  /// program might ask a question (on a full disk) and wait forever. Output is read while it runs,
+  /// the first megabyte of each stream: a line for each of 40,000 damaged files is more than a pipe
+  /// holds.
   static void launchWithoutInput(const std::string& launchPath, const Arguments& arguments,
                                  const Completion& completion);
 
-  /// What the program wrote, untrimmed, whatever its status; absent when that is not UTF-8.
+  /// The output, untrimmed, whatever the status; absent when it is not UTF-8.
   static std::optional<std::string> stdoutWithLaunchPathArguments(const std::string& launchPath,
                                                                   const Arguments& arguments);
   static std::optional<std::string> stderrWithLaunchPathArguments(const std::string& launchPath,
                                                                   const Arguments& arguments);
 
-  /// True exactly when the program exited with status 0; its output is dropped.
+  /// True if the program exited with status 0; its output is dropped.
   static bool runTaskWithLaunchPathCurrentDirectoryPathArguments(
       const std::string& launchPath, const std::optional<std::string>& currentDirectoryPath,
       const Arguments& arguments);
   static bool runTaskWithLaunchPathArguments(const std::string& launchPath,
                                              const Arguments& arguments);
 
-  /// Splits text at white space as a shell does, honouring both quotes, and the backslash also
-  /// inside quotes. An empty pair of quotes makes no argument. Absent when the text ends inside a
-  /// quote or right behind a lone backslash.
+  /// Splits at white space like a shell, except that a backslash escapes inside single quotes, too,
+  /// and that empty quotes yield no argument. Absent when a quote is unterminated or the text ends
+  /// with an unescaped backslash.
   static std::optional<std::vector<std::string>> parsedArgumentsFromString(std::string_view string);
 
-  /// The values that follow the valid options, one per occurrence: the next element, or an empty
-  /// text where there is none or it begins with "-"; with `allowingTrailingSpace`, also the rest of
-  /// an element that begins with an option (the first that fits). Absent when a provided element is
-  /// not a string. An empty element behind an option raises `foundation::Exception`.
+  /// The values of the valid options, one per occurrence: the next element, or "" when there is
+  /// none or it begins with "-". With `allowingTrailingSpace`, also the rest of an element that
+  /// starts with an option (the first match). Absent when an element is not a string. Throws
+  /// `foundation::Exception` for an empty element after an option.
   static std::optional<std::vector<std::string>>
   argumentsProvidedMatchingValidArgumentsAllowingTrailingSpace(
       const foundation::Array& provided, const std::vector<std::string>& validArguments,
