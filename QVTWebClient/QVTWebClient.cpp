@@ -1,7 +1,7 @@
 #include "QVTWebClient/QVTWebClient.h"
 
-#include "QVTWebClient/URLEscaping.h"
 #include "foundation/base/Assertion.h"
+#include "foundation/base/URL.h"
 #include "foundation/format/JSON.h"
 
 namespace {
@@ -13,7 +13,7 @@ void requireCompletion(const QVTWebClient::Completion& completion, std::string_v
                          {.function = function, .source = kSource});
 }
 
-/// Passes the response on to `completion`, where there is one, with the status checked.
+/// Checks the status, then calls `completion` unless it is empty.
 QVTWebClient::Completion expecting(std::uint64_t expected, QVTWebClient::Completion completion) {
   return [expected,
           completion = std::move(completion)](const std::shared_ptr<QVTWebResponse>& response) {
@@ -39,7 +39,7 @@ QVTWebClient::QVTWebClient(std::optional<foundation::URL> url)
       customHeaders_{{"Accept", "application/json, application/x-plist"}} {}
 
 QVTWebClient::~QVTWebClient() {
-  // The last exchange may let go of the client on the client's own queue.
+  // The last exchange may release the client on the client's own queue.
   queue_.syncOrInline([this] {
     url_.reset();
     connections_.clear();
@@ -64,7 +64,7 @@ QVTWebClient::Transaction QVTWebClient::prepare(const std::shared_ptr<QVTWebRequ
 void QVTWebClient::startPrepared(const std::shared_ptr<QVTWebRequest>& request,
                                  Completion completion) {
   const Transaction transaction = prepare(request);
-  // Weak: the client's own set keeps the transaction until its completion has run.
+  // Weak, since the transaction stores this handler; connections_ keeps it alive meanwhile.
   const std::weak_ptr<QVTWebClientTransaction> started = transaction;
   transaction->startWithCompletionHandler(
       [self = shared_from_this(), started,
@@ -133,11 +133,13 @@ void QVTWebClient::postFormDataToPathCompletion(foundation::Dictionary fields,
   });
 }
 
-std::string QVTWebClient::escapeURLString(std::string_view text) { return ::escapeURLString(text); }
+std::string QVTWebClient::escapeURLString(std::string_view text) {
+  return foundation::percentEscapedKeepingPercent(foundation::percentEscaped(text),
+                                                  "!*'\"();:@&=+$,/?#[] ");
+}
 
 std::optional<foundation::Value> QVTWebClient::decodeJSON(foundation::Bytes data) {
-  auto decoded = foundation::JSON::decode(data);
-  return decoded ? std::optional<foundation::Value>(*std::move(decoded)) : std::nullopt;
+  return foundation::JSON::decode(data).value();
 }
 
 void QVTWebClient::encodeJSON(const foundation::Value&) {

@@ -12,26 +12,25 @@
 #include "QVTWebClient/QVTWebResponse.h"
 #include "foundation/queue/DispatchQueue.h"
 
-/// Kept by a client and handed out again; the client asks nothing of it.
+/// A client stores it but never calls it.
 class QVTPersistenceCacheDelegate {
  public:
   virtual ~QVTPersistenceCacheDelegate() = default;
 };
 
-/// An HTTP client bound to one base URL, with headers that all its requests carry. Operations are
-/// safe from any thread; a request is for one start at a time.
+/// An HTTP client with a base URL and headers common to its requests. Thread-safe, but a request
+/// must not be started twice at the same time.
 ///
-/// Completions of asynchronous starts run on the global queue, never on the main thread, in no set
-/// order, once each. Those of synchronous starts run on the calling thread while the client's queue
-/// is held, so they must not start another request on the same client synchronously. The client
-/// lives until its last asynchronous exchange has ended, even when nobody else keeps it.
+/// Completions of asynchronous starts run once each on the global queue, in any order. Those of
+/// synchronous starts run on the calling thread while the client's queue is held, so they must not
+/// start another synchronous request on the same client. The client lives until its last
+/// asynchronous exchange has ended.
 class QVTWebClient : public std::enable_shared_from_this<QVTWebClient> {
  public:
-  /// Required by `startRequest…` and `syncStartRequest…`; the `expectingResponse` forms accept
-  /// none.
+  /// Empty only where `…ExpectingResponse…` starts allow it; elsewhere that is a programming fault.
   using Completion = QVTWebClientTransaction::CompletionHandler;
 
-  /// Without a base URL every request that has no URL of its own fails with the transport's error.
+  /// Without a base URL, requests that have no URL fail with the transport's error.
   static std::shared_ptr<QVTWebClient> initWithURL(std::optional<foundation::URL> url);
   ~QVTWebClient();
   QVTWebClient(const QVTWebClient&) = delete;
@@ -42,13 +41,13 @@ class QVTWebClient : public std::enable_shared_from_this<QVTWebClient> {
   /// Not owned.
   void setCacheDelegate(QVTPersistenceCacheDelegate* delegate) { cacheDelegate_ = delegate; }
 
-  /// Sets a header for all later requests that do not have it themselves.
+  /// For later requests that do not have the header themselves.
   void addValueForHeader(std::string value, std::string_view header);
 
   /// Returns at once. The main run loop must be running.
   void startRequestCompletion(std::shared_ptr<QVTWebRequest> request, Completion completion);
-  /// A status other than `expected` becomes error -1 of the response, unless it has an error
-  /// already.
+  /// A status other than `expected` sets QVTWebClientErrorUnexpectedStatus unless the response
+  /// already has an error.
   void startRequestExpectingResponseCompletion(std::shared_ptr<QVTWebRequest> request,
                                                std::uint64_t expected, Completion completion);
   /// Returns after the completion has run.
@@ -57,24 +56,26 @@ class QVTWebClient : public std::enable_shared_from_this<QVTWebClient> {
   void syncStartRequestExpectingResponseCompletion(const std::shared_ptr<QVTWebRequest>& request,
                                                    std::uint64_t expected, Completion completion);
 
-  /// The path is resolved against the base URL; one that is no URL fails as the transport says.
+  /// `path` is resolved against the base URL; a malformed one fails with the transport's error.
   void getPathCompletion(const std::string& path, Completion completion);
   void getURLCompletion(const foundation::URL& url, Completion completion);
   /// Every entry becomes a field of a multipart form.
   void postFormDataToPathCompletion(foundation::Dictionary fields, const std::string& path,
                                     Completion completion);
 
+  /// Escapes a query key or value in two passes: as `foundation::percentEscaped` does, then each of
+  /// `!*'"();:@&=+$,/?#[] ` but not the escapes of the first pass.
   static std::string escapeURLString(std::string_view text);
   /// Absent for anything but a JSON array or object.
   static std::optional<foundation::Value> decodeJSON(foundation::Bytes data);
-  /// Always a programming fault: there is no encoder.
+  /// Not implemented: always a programming fault.
   [[noreturn]] static void encodeJSON(const foundation::Value& object);
 
  private:
   using Transaction = std::shared_ptr<QVTWebClientTransaction>;
 
   explicit QVTWebClient(std::optional<foundation::URL> url);
-  /// On the client's queue.
+  /// Called on the client's queue.
   Transaction prepare(const std::shared_ptr<QVTWebRequest>& request);
   void startPrepared(const std::shared_ptr<QVTWebRequest>& request, Completion completion);
 

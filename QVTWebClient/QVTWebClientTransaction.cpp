@@ -12,7 +12,7 @@ constexpr std::string_view kSource = "QVTWebClient/QVTWebClientTransaction";
 constexpr std::string_view kJSONType = "application/json";
 constexpr std::string_view kPropertyListType = "application/x-plist";
 
-/// The one of the two types that the header holds anywhere; a property list before JSON.
+/// The first of the two types that occurs anywhere in the header.
 std::optional<std::string> knownType(const foundation::HeaderFields& headers) {
   const auto header = headers.find("Content-Type");
   if (header == headers.end()) return std::nullopt;
@@ -102,7 +102,7 @@ void QVTWebClientTransaction::complete() {
   foundation::assertThat(static_cast<bool>(completionHandler_), "_completionHandler",
                          {.function = "-[QVTWebClientTransaction complete]", .source = kSource});
   response_->setBody(objectFromReceivedData());
-  // Cleared after the call, but out of reach of a second one that the handler itself might cause.
+  // Moved out first, so that the handler cannot cause a second call.
   const CompletionHandler handler = std::exchange(completionHandler_, nullptr);
   handler(response_);
 }
@@ -135,12 +135,12 @@ void QVTWebClientTransaction::connectionDidFinishLoading(foundation::URLConnecti
 bool QVTWebClientTransaction::connectionCanAuthenticateAgainstProtectionSpace(
     foundation::URLConnection& connection, const foundation::ProtectionSpace& space) {
   if (space.hasServerTrust) {
-    bool answer = false;
+    bool isTrusted = false;
     queue_.sync([&] {
       const auto& handler = request_->protectionSpaceHandler();
-      answer = handler && handler(space);
+      isTrusted = handler && handler(space);
     });
-    return answer;
+    return isTrusted;
   }
   connection.cancel();
   connectionDidFailWithError(

@@ -11,14 +11,12 @@
 #include "foundation/net/URLConnection.h"
 #include "foundation/queue/DispatchQueue.h"
 
-/// Carries one request over a connection and hands its response over exactly once. Started once; a
-/// second start is a programming fault.
+/// Sends one request and delivers its response exactly once. A second start is a programming fault.
 ///
-/// Asynchronously the connection runs on the main run loop, which the host must keep running; every
-/// change of the response and the completion itself run on the transaction's own serial queue.
-/// Synchronously everything runs on the calling thread, and the body is the raw bytes. A form that
-/// would be read as another one (`QVTWebRequest::formProblem`) completes with error -3, and nothing
-/// is sent.
+/// An asynchronous exchange needs a running main run loop; the transaction's serial queue changes
+/// the response and calls the handler. A synchronous one stays on the calling thread, and its body
+/// is the raw bytes. An ambiguous form (`QVTWebRequest::formProblem`) is not sent; the response has
+/// error QVTWebClientErrorAmbiguousForm.
 class QVTWebClientTransaction : public foundation::URLConnection::Delegate,
                                 public std::enable_shared_from_this<QVTWebClientTransaction> {
  public:
@@ -34,7 +32,7 @@ class QVTWebClientTransaction : public foundation::URLConnection::Delegate,
   /// "application/json" or "application/x-plist"; absent otherwise and on the synchronous path.
   [[nodiscard]] const std::optional<std::string>& contentType() const { return contentType_; }
   [[nodiscard]] const foundation::DispatchQueue& queue() const { return queue_; }
-  /// Empty again once it has been called.
+  /// Empty before the start and once called.
   [[nodiscard]] const CompletionHandler& completionHandler() const { return completionHandler_; }
   void setCompletionHandler(CompletionHandler handler) { completionHandler_ = std::move(handler); }
 
@@ -43,7 +41,7 @@ class QVTWebClientTransaction : public foundation::URLConnection::Delegate,
   /// Returns after the handler has run.
   void syncStartWithCompletionHandler(CompletionHandler handler);
 
-  /// The two halves of a start; the first on the transaction's queue.
+  /// What the starts run once the handler is set; `startConnection` on the transaction's queue.
   void startConnection();
   void syncStartConnection();
   /// The received bytes, decoded when their type is known; absent when there are none or they are
@@ -51,7 +49,7 @@ class QVTWebClientTransaction : public foundation::URLConnection::Delegate,
   std::optional<foundation::Value> objectFromReceivedData();
   void complete();
 
-  // Of the connection, on the main run loop's thread.
+  // Called on the main run loop's thread.
   void connectionDidReceiveResponse(foundation::URLConnection& connection,
                                     const foundation::HTTPResponse& response) override;
   void connectionDidReceiveData(foundation::URLConnection& connection,
@@ -59,8 +57,8 @@ class QVTWebClientTransaction : public foundation::URLConnection::Delegate,
   void connectionDidFailWithError(foundation::URLConnection& connection,
                                   const foundation::Error& error) override;
   void connectionDidFinishLoading(foundation::URLConnection& connection) override;
-  /// Server trust: what the request's handler says, else no. Anything else ends the exchange with
-  /// error -2.
+  /// Server trust is up to the request's handler, denied without one. Any other challenge ends the
+  /// exchange with QVTWebClientErrorAuthenticationRefused.
   bool connectionCanAuthenticateAgainstProtectionSpace(
       foundation::URLConnection& connection, const foundation::ProtectionSpace& space) override;
 
@@ -73,7 +71,6 @@ class QVTWebClientTransaction : public foundation::URLConnection::Delegate,
   std::shared_ptr<QVTWebResponse> response_ = std::make_shared<QVTWebResponse>();
   std::optional<std::string> contentType_;
   std::unique_ptr<foundation::URLConnection> connection_;
-  /// By either start; the synchronous one has no connection to tell.
   std::atomic<bool> wasStarted_ = false;
   foundation::DispatchQueue queue_;
   CompletionHandler completionHandler_;

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include "QVTWebClient/QVTWebClient.h"
 #include "QVTWebClient/QVTWebResponse.h"
-#include "QVTWebClient/URLEscaping.h"
 #include "foundation/base/Assertion.h"
 #include "foundation/base/Format.h"
 #include "foundation/base/Text.h"
@@ -16,11 +16,11 @@ using foundation::Value;
 namespace {
 
 constexpr std::string_view kBoundary = "AaB03x";
-/// Begins a line that ends a part, whatever the rest of the line is.
+/// A line that begins with this ends a part.
 constexpr std::string_view kDelimiter = "--AaB03x";
 constexpr std::chrono::seconds kIdleTimeout{15};
 
-/// Adds key and value; false, ending the record, when there is no value.
+/// False, which ends the record, when there is no value.
 template <class T>
 bool add(QVTWebRequest::FormRecord& record, std::string_view key, const std::optional<T>& value) {
   if (value) record.emplace(key, *value);
@@ -51,7 +51,7 @@ bool fitsIntoHeader(const FormRecord& record, std::string_view key) {
   return !value || format("%@", value).find_first_of("\"\r\n") == std::string::npos;
 }
 
-/// A text is small and may meet a receiver that takes any line break for the end of a line.
+/// Strict for text, which a receiver may split at any line break.
 bool hasDelimiter(std::string_view text) {
   for (auto at = text.find(kDelimiter); at != text.npos; at = text.find(kDelimiter, at + 1)) {
     if (at == 0 || text[at - 1] == '\n' || text[at - 1] == '\r') return true;
@@ -59,20 +59,19 @@ bool hasDelimiter(std::string_view text) {
   return false;
 }
 
-/// Looks at bytes that are as they are; only a whole line end begins a delimiter. As fast as memory
-/// is read.
+/// In binary data only CRLF ends a line. memmem keeps up with large files.
 bool hasDelimiter(foundation::Bytes bytes) {
   const std::string line = "\r\n" + std::string(kDelimiter);
   return foundation::textOf(bytes).starts_with(kDelimiter) ||
          ::memmem(bytes.data(), bytes.size(), line.data(), line.size()) != nullptr;
 }
 
-/// What is wrong with the part that the record becomes; null when nothing is.
+/// Null when the record is fine.
 const char* problemOf(const FormRecord& record) {
   const Value* const value = foundation::find(record, "value");
   if (!value || (!value->string() && !value->data())) return nullptr;  // left out of the form
   for (const std::string_view key : {"field", "filename", "mime-type"}) {
-    if (value->string() && key != "field") break;  // a text's header has no more
+    if (value->string() && key != "field") break;  // not in the header of a text part
     if (!fitsIntoHeader(record, key)) return "a quotation mark or line break in its header";
   }
   const bool ends =
@@ -154,7 +153,8 @@ std::optional<foundation::URL> QVTWebRequest::fullURL() const {
   if (parameters_ && !parameters_->empty()) {
     text += '?';
     for (const auto& [key, value] : *parameters_) {
-      text += format("%@=%@&", escapeURLString(key), escapeURLString(value));
+      text += format("%@=%@&", QVTWebClient::escapeURLString(key),
+                     QVTWebClient::escapeURLString(value));
     }
     text.pop_back();
   }
@@ -167,7 +167,7 @@ foundation::URLRequest QVTWebRequest::URLRequest() {
   request.idleTimeout = kIdleTimeout;
   request.method = method_;
   request.body = formData();
-  // After the body, whose making sets the content type.
+  // After formData, which sets the content type.
   request.headers = customHeaders_;
   return request;
 }

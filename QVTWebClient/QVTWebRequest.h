@@ -11,19 +11,18 @@
 #include "foundation/base/Value.h"
 #include "foundation/net/URLConnection.h"
 
-/// One HTTP request before it is sent. Built, then started once by a client, which fills in the URL
-/// and its own headers. Not for several threads at once.
+/// An HTTP request. The client that starts it fills in the URL and the client's headers. Not
+/// thread-safe.
 class QVTWebRequest {
  public:
   /// Keys "value" (text or data), "field", "mime-type" and, for files, "filename".
   using FormRecord = foundation::Dictionary;
   using Parameters = std::map<std::string, std::string>;
   using Headers = foundation::HeaderFields;
-  /// Decides whether the exchange may go on for this server trust; the certificate is verified
-  /// whatever it says.
+  /// Whether to trust this server. The certificate is verified in either case.
   using ProtectionSpaceHandler = std::function<bool(const foundation::ProtectionSpace&)>;
 
-  /// Both are required: a missing one is a programming fault.
+  /// A missing method or path is a programming fault.
   static std::shared_ptr<QVTWebRequest> requestWithMethodPath(std::optional<std::string> method,
                                                               std::optional<std::string> path);
   static std::shared_ptr<QVTWebRequest> initWithMethod(std::optional<std::string> method);
@@ -50,22 +49,21 @@ class QVTWebRequest {
     protectionSpaceHandler_ = std::move(handler);
   }
 
-  /// Sets, replacing an earlier value of the same name.
+  /// Replaces an earlier value of the same name.
   void addValueForHTTPHeaderField(std::string value, std::string_view field);
-  /// Adds the headers that the request does not have yet.
+  /// Adds those that the request does not have yet.
   void addHeaders(const Headers& headers);
 
   void addFormRecord(FormRecord record);
-  /// A record ends at its first absent part: without a value it is empty, without a name it has
-  /// only the value.
+  /// Everything from the first absent argument on is left out of the record.
   void addValueForFormField(const std::optional<foundation::Value>& value,
                             const std::optional<std::string>& field);
-  /// The same; without a MIME type the record has neither MIME type nor file name.
+  /// The same, in the order data, field, MIME type, file name.
   void addDataMIMETypeFileNameForFormField(const std::optional<foundation::Data>& data,
                                            const std::optional<std::string>& mimeType,
                                            const std::optional<std::string>& fileName,
                                            const std::optional<std::string>& field);
-  /// Adds one field per entry to those that are there.
+  /// Adds one field per entry.
   void setFormData(const foundation::Dictionary& fields);
   /// Adds fields named "prefix[key]", one level deep.
   void addValueForFormFromDictWithPrefix(const foundation::Dictionary& fields,
@@ -73,16 +71,16 @@ class QVTWebRequest {
   /// The same with an empty prefix: fields named "[key]".
   void addValueForFormFromDict(const foundation::Dictionary& fields);
 
-  /// The URL with the parameters as its query; absent when there is no URL or the text is none.
+  /// The URL with the parameters as its query; absent when it is missing or malformed.
   [[nodiscard]] std::optional<foundation::URL> fullURL() const;
   /// Rebuilt on each call. Sets the "Content-Type" header when there are form fields.
   foundation::URLRequest URLRequest();
   /// The multipart body; file bytes are shared, not copied. Absent without form fields, else sets
   /// the "Content-Type" header. Records whose value is neither text nor data are left out.
   std::optional<foundation::RequestBody> formData();
-  /// Why the receiver would not find the fields of `formData` as they are here: a value with a line
-  /// that begins with the boundary, or a name, MIME type or file name with a quotation mark or line
-  /// break. Absent when the form is fine. A request with such a form is not sent.
+  /// Why a receiver would read other fields from `formData`: a value with a line that begins with
+  /// the boundary, or a quotation mark or line break in a name, MIME type or file name. Such a
+  /// request is not sent. Absent when the form is unambiguous.
   [[nodiscard]] std::optional<foundation::Error> formProblem() const;
 
  private:

@@ -9,21 +9,21 @@
 #include "foundation/base/Value.h"
 #include "foundation/net/URLRequest.h"
 
-/// Errors that the client itself makes: -1 a status other than the one expected, -2 a question for
-/// authentication that it does not answer, -3 a form that would be read as another one.
+/// Errors of the client itself: a status other than the expected one, a request for
+/// authentication, a form that a receiver would misread.
 inline constexpr std::string_view QVTWebClientErrorDomain = "QVTWebClientErrorDomain";
 inline constexpr long QVTWebClientErrorUnexpectedStatus = -1;
 inline constexpr long QVTWebClientErrorAuthenticationRefused = -2;
 inline constexpr long QVTWebClientErrorAmbiguousForm = -3;
 
-/// What came of one request. An asynchronous exchange changes it on its own queue only, and hands
-/// it over when it is complete.
+/// The outcome of one request. An asynchronous exchange changes it only on its own queue, before
+/// delivering it.
 class QVTWebResponse {
  public:
   /// The URL that was sent, query included; absent when the request had none.
   [[nodiscard]] const std::optional<foundation::URL>& requestURL() const { return requestURL_; }
   void setRequestURL(std::optional<foundation::URL> url) { requestURL_ = std::move(url); }
-  /// 0 until an answer arrives.
+  /// 0 until response headers arrive.
   [[nodiscard]] std::uint64_t statusCode() const { return statusCode_; }
   void setStatusCode(std::uint64_t code) { statusCode_ = code; }
   /// A decoded document after an asynchronous exchange, else the raw bytes; absent when nothing was
@@ -33,7 +33,7 @@ class QVTWebResponse {
   /// Absent on a clean exchange, whatever its status.
   [[nodiscard]] const std::optional<foundation::Error>& error() const { return error_; }
   void setError(std::optional<foundation::Error> error) { error_ = std::move(error); }
-  /// Absent until an answer arrives.
+  /// Absent until they arrive.
   [[nodiscard]] const std::optional<foundation::HeaderFields>& responseHeaders() const {
     return responseHeaders_;
   }
@@ -41,7 +41,7 @@ class QVTWebResponse {
     responseHeaders_ = std::move(headers);
   }
 
-  /// The bytes received so far; lives as long as this object stays unchanged.
+  /// The bytes received so far; valid until the next change.
   [[nodiscard]] foundation::Bytes responseData() const { return responseData_; }
   void appendData(foundation::Bytes bytes);
 
