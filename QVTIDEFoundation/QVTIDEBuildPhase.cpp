@@ -15,7 +15,7 @@ std::optional<Array> copiedArray(const Dictionary* dictionary, std::string_view 
   return array ? std::optional(*array) : std::nullopt;
 }
 
-/// The file that a build file of a phase stands for; empty when any step leads nowhere.
+/// The file that a phase's build file refers to; empty when any reference on the way is dangling.
 std::shared_ptr<QVTIDEFile> referencedFile(const foundation::Value& buildFileId,
                                            const Dictionary& objects,
                                            const QVTIDEFilesDictionary& files) {

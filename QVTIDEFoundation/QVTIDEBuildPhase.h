@@ -6,26 +6,24 @@
 #include "QVTIDEFoundation/QVTIDEFile.h"
 #include "QVTIDEFoundation/QVTIDEGroup.h"
 
-/// One step of building a target, with the files that it takes.
+/// A build phase of a target, with its files.
 class QVTIDEBuildPhase : public QVTIDEObject {
  public:
-  /// Always empty: a phase is made together with its files.
+  /// Always empty: a phase is created together with its files.
   static std::shared_ptr<QVTIDEBuildPhase> initWithObjectDictionaryObjectId(
       const foundation::Dictionary*, const std::string&) {
     return nullptr;
   }
-  /// Build files that refer to nothing in `files` are left out. `projectPath` is the project
-  /// file's.
+  /// Build files without a counterpart in `files` are left out. `projectPath` is the project file.
   static std::shared_ptr<QVTIDEBuildPhase>
   initWithBuildPhaseDictionaryObjectIdObjectsDictionaryFilesDictionaryProjectPath(
       const foundation::Dictionary* dictionary, std::string objectId,
       const foundation::Dictionary& objects, const QVTIDEFilesDictionary& files,
       std::string_view projectPath);
 
-  /// The folder of the project file; the one that holds the ".xcodeproj" when it lies in one.
+  /// The folder of the ".xcodeproj" that contains the project file, else that of the file itself.
   static std::string projectFolderForProjectPath(std::string_view projectPath);
-  /// By name, else by the last component of the path, in any mix of letter case. The folder makes
-  /// no difference.
+  /// Compares the name, else the path's last component, ignoring case. `folder` is unused.
   static bool isSettingsBundleFileInProjectFolder(const QVTIDEFile& file, std::string_view folder);
 
   [[nodiscard]] const std::optional<std::string>& buildActionMask() const {

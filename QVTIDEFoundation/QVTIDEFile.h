@@ -8,11 +8,11 @@ class QVTIDEFile : public QVTIDESourceTreeObject {
   static std::shared_ptr<QVTIDEFile> initWithObjectDictionaryObjectId(
       const foundation::Dictionary* dictionary, std::string objectId);
 
-  /// A type that someone has chosen, such as "wrapper.application".
+  /// Chosen by a user, such as "wrapper.application".
   [[nodiscard]] const std::optional<std::string>& explicitFileType() const {
     return explicitFileType_;
   }
-  /// A type that was guessed from the name.
+  /// Guessed from the name.
   [[nodiscard]] const std::optional<std::string>& lastKnownFileType() const {
     return lastKnownFileType_;
   }

@@ -17,8 +17,8 @@ const QVTIDEGroup* asGroup(const std::shared_ptr<QVTIDESourceTreeObject>& object
   return dynamic_cast<const QVTIDEGroup*>(object.get());
 }
 
-/// Walks backwards and keeps what it finds first, so that the last of two objects with one
-/// identifier wins although shared children are looked at once.
+/// Walks backwards and keeps the first object of each identifier, so that the last one wins even
+/// though shared children are visited only once.
 void collect(const Children& children, QVTIDEFilesDictionary& files, SeenChildren& seen) {
   if (!seen.insert(&children).second) return;
   for (auto child = children.rbegin(); child != children.rend(); ++child) {
@@ -38,8 +38,8 @@ void enumerate(const Children& children, int depth, SeenChildren& seen,
 
 }  // namespace
 
-/// Makes a group tree. The children of an identifier are the same wherever it occurs, so each list
-/// is made once, whatever references there are in the file.
+/// Builds a group tree. Each identifier's list of children is built once and shared, however many
+/// references the file has.
 class QVTIDEGroup::Builder {
  public:
   explicit Builder(const Dictionary& objects) : objects_(objects) {}
@@ -56,19 +56,15 @@ class QVTIDEGroup::Builder {
     auto result = std::make_shared<Children>();
     if (const auto* list = QVTIDEReading::array(dictionary, "children")) {
       for (const foundation::Value& entry : *list) {
-        if (const std::string* childId = entry.string()) append(*childId, id, *result);
+        auto child = entry.string() ? made(*entry.string()) : nullptr;
+        if (!child) continue;
+        child->setParentGroupObjectId(id);
+        result->push_back(std::move(child));
       }
     }
     open_.erase(id);
     known_.emplace(id, result);
     return result;
-  }
-
-  void append(const std::string& id, const std::string& parentId, Children& siblings) {
-    auto child = made(id);
-    if (!child) return;
-    child->setParentGroupObjectId(parentId);
-    siblings.push_back(std::move(child));
   }
 
   std::shared_ptr<QVTIDESourceTreeObject> made(const std::string& id) {

@@ -10,13 +10,13 @@
 using QVTIDEFilesDictionary =
     std::map<std::string, std::shared_ptr<QVTIDESourceTreeObject>, std::less<>>;
 
-/// A group with all that is below it. Variant groups and everything else that is neither group nor
-/// file are left out, and so are a group inside itself and groups more than 512 levels down.
+/// A group with everything below it. Left out are objects that are neither group nor file (variant
+/// groups, for example), a group inside itself, and groups more than 512 levels down.
 class QVTIDEGroup : public QVTIDESourceTreeObject {
  public:
   using Children = std::vector<std::shared_ptr<QVTIDESourceTreeObject>>;
 
-  /// Always empty: a group is made together with its children.
+  /// Always empty: a group is created together with its children.
   static std::shared_ptr<QVTIDEGroup> initWithObjectDictionaryObjectId(
       const foundation::Dictionary*, const std::string&) {
     return nullptr;
@@ -26,16 +26,15 @@ class QVTIDEGroup : public QVTIDESourceTreeObject {
       const foundation::Dictionary& objects);
 
   /// `QVTIDEGroup` and `QVTIDEFile` objects in the order of the "children" list. A group that is
-  /// listed in two places is an object at each, and the two share their children.
+  /// listed twice becomes two objects that share their children.
   [[nodiscard]] const Children& children() const { return *children_; }
 
-  /// Everything below this group. Of objects with one identifier the last in the order of the tree
-  /// is taken.
+  /// Everything below this group. If an identifier occurs more than once, the last one wins.
   [[nodiscard]] QVTIDEFilesDictionary filesDictionary() const;
 
   /// Calls `visit` for everything below this group, a group before its children, with the depth (0
-  /// for this group's own children). Children that occur in several places are visited in the first
-  /// of them only, so that the walk takes linear time in any project.
+  /// for this group's own children). Shared children are visited only the first time, so that the
+  /// walk is linear in the file.
   void enumerateTree(
       const std::function<void(const QVTIDESourceTreeObject&, int depth)>& visit) const;
 

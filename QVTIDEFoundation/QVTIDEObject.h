@@ -7,8 +7,8 @@
 
 #include "foundation/base/Value.h"
 
-/// What an object of a project file is, by its "isa". No class has the number 6; every class that
-/// is not listed, shell-script phases among them, is `other`.
+/// The type of a project file's object, from its "isa". Unlisted classes, such as shell-script
+/// phases, are `other`; 6 is unused.
 enum class QVTIDEObjectType : int {
   nativeTarget = 0,
   project = 1,
@@ -27,12 +27,11 @@ enum class QVTIDEObjectType : int {
   other = 1000,
 };
 
-/// An object of an Xcode project file. All of the model is read-only but for the few setters, and
-/// safe to read from several threads. An object whose identifier leads nowhere has an absent
-/// dictionary: it exists, and all its properties are absent.
+/// An object of an Xcode project file. The model is read-only except for a few setters, so threads
+/// may share it. An object whose identifier is dangling exists with all properties absent.
 class QVTIDEObject {
  public:
-  /// Always empty: an object is made from a dictionary.
+  /// Always empty: an object needs a dictionary.
   static std::shared_ptr<QVTIDEObject> init() { return nullptr; }
   /// `dictionary` may be null.
   static std::shared_ptr<QVTIDEObject> initWithObjectDictionaryObjectId(
@@ -59,13 +58,13 @@ class QVTIDEObject {
   QVTIDEObjectType type_ = QVTIDEObjectType::other;
 };
 
-/// Reading of raw project dictionaries; each takes null for an absent dictionary.
+/// Lookups in raw project dictionaries, which may be null.
 namespace QVTIDEReading {
 
 std::optional<std::string> text(const foundation::Dictionary* dictionary, std::string_view key);
-/// Null when the key is missing or leads to no array.
+/// Null when the value is missing or not an array.
 const foundation::Array* array(const foundation::Dictionary* dictionary, std::string_view key);
-/// The object with this identifier; null when it is missing or no dictionary.
+/// Null when the object is missing or not a dictionary.
 const foundation::Dictionary* object(const foundation::Dictionary& objects, std::string_view id);
 
 }  // namespace QVTIDEReading

@@ -13,8 +13,8 @@ class QVTIDEProject : public QVTIDEObject {
       const foundation::Dictionary*, const std::string&) {
     return nullptr;
   }
-  /// `path` is the project file's. Empty when it cannot be read, is not UTF-8 text (binary property
-  /// lists are not) or is no property list with a dictionary at the top.
+  /// Empty when the file cannot be read, is not UTF-8 text (so no binary property list) or is not a
+  /// property list with a dictionary at the top.
   static std::shared_ptr<QVTIDEProject> initWithProjectPath(std::string path);
 
   /// Empty when the project has none.

@@ -35,7 +35,7 @@ std::optional<std::string> QVTIDESourceTreeObject::absolutePathWithBuildEnvironm
                            {.function = {},
                             .source = "QVTIDEFoundation/QVTIDEFoundation/QVTIDESourceTreeObject",
                             .line = 0});
-    // The project answers with the parent's dictionary, which is no group that could be asked on.
+    // The project has only the parent's raw dictionary, which cannot be resolved further.
     return std::nullopt;
   }
   if (!environment || !tree) return std::nullopt;

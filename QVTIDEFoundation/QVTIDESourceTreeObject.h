@@ -4,7 +4,7 @@
 
 class QVTIDEProject;
 
-/// Something with a place in the group tree: a group or a file.
+/// A node of the group tree: a group or a file.
 class QVTIDESourceTreeObject : public QVTIDEObject {
  public:
   static std::shared_ptr<QVTIDESourceTreeObject> initWithObjectDictionaryObjectId(
@@ -23,11 +23,10 @@ class QVTIDESourceTreeObject : public QVTIDEObject {
     parentGroupObjectId_ = std::move(objectId);
   }
 
-  /// The path under the source tree that `environment` (build settings; null for none) names.
-  /// Absent when the tree or its value is missing. Something relative to its group has a path only
-  /// directly in the main group, where SOURCE_ROOT stands for the group; deeper down there is none,
-  /// since a parent is only known as its raw dictionary. To ask for something that is relative to
-  /// its group and has no parent, as the main group itself, is a programming fault.
+  /// `path` below the folder that `environment` (build settings; may be null) has for the source
+  /// tree. Absent when either is missing. A path relative to its group is resolved only directly in
+  /// the main group, as relative to SOURCE_ROOT; deeper down it is absent, and without a parent (as
+  /// in the main group itself) the call is a programming fault.
   [[nodiscard]] std::optional<std::string> absolutePathWithBuildEnvironmentForProject(
       const foundation::Dictionary* environment, const QVTIDEProject& project) const;
   /// True directly in the main group, not further down.

@@ -11,8 +11,7 @@ using foundation::Array;
 using foundation::Dictionary;
 using foundation::Value;
 
-/// Follows the objects from a target to its settings. The first step that fails is logged, and
-/// nothing is looked at any more.
+/// Follows the references from a target to its settings. Logs the first step that fails and stops.
 class SettingsReader {
  public:
   SettingsReader(const std::optional<std::string>& targetName, const Dictionary& objects)

@@ -4,7 +4,7 @@
 
 #include "QVTIDEFoundation/QVTIDEBuildPhase.h"
 
-/// What a target's SDK says that it builds for.
+/// The platform of a target's SDK.
 enum class QVTIDETargetAppType : int { mac = 0, iphone = 1, unknown = 2 };
 
 /// A target of a project.
@@ -12,14 +12,14 @@ class QVTIDETarget : public QVTIDEObject {
  public:
   using PhasesById = std::map<std::string, std::shared_ptr<QVTIDEBuildPhase>, std::less<>>;
 
-  /// Always empty: a target is made together with its phases.
+  /// Always empty: a target is created together with its phases.
   static std::shared_ptr<QVTIDETarget> initWithObjectDictionaryObjectId(
       const foundation::Dictionary*, const std::string&) {
     return nullptr;
   }
   /// Never empty; a target that is missing from `objects` has absent properties. `rootObjectKey` is
-  /// the identifier of the project object. Phases in `known` are taken from there, and new ones are
-  /// added to it: a phase that several places refer to is read once.
+  /// the identifier of the project object. `known` caches phases, so that a shared phase is read
+  /// once.
   static std::shared_ptr<QVTIDETarget>
   initWithTargetIdObjectsDictionaryFilesDictionaryRootObjectKeyProjectPath(
       std::string targetId, const foundation::Dictionary& objects,
@@ -42,9 +42,9 @@ class QVTIDETarget : public QVTIDEObject {
   [[nodiscard]] std::shared_ptr<QVTIDEBuildPhase> firstBuildPhaseWithType(
       QVTIDEObjectType type) const;
 
-  /// The build settings of the first configuration of a target or project dictionary (null for an
-  /// absent one). Null, with one line in the system log that says which step failed, when there are
-  /// none. The dictionary lies in `objects`.
+  /// The build settings of the first configuration of a target or project (which may be null).
+  /// Null, with a line in the system log that names the failed step, when there are none. `objects`
+  /// owns the dictionary.
   [[nodiscard]] const foundation::Dictionary* buildSettingsForTargetObjectObjectsDictionary(
       const foundation::Dictionary* targetObject, const foundation::Dictionary& objects) const;
 
