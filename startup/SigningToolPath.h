@@ -4,11 +4,12 @@
 #include <optional>
 #include <string>
 
-/// PATH with `tools` at its end, so that a tool of the host always wins. An absent or empty PATH
-/// counts as "/usr/bin:/bin".
+/// `path` with `tools` at its end, so that the host's tools win. An absent or empty `path` counts
+/// as
+/// "/usr/bin:/bin".
 std::string pathWithSigningTools(const std::optional<std::string>& path,
                                  const std::filesystem::path& tools);
 
-/// Appends the signing tools that belong to this program (`../libexec/sendoff` beside its own
-/// folder) to the environment's PATH, where that folder exists; nothing on a host with Xcode.
+/// Appends `../libexec/sendoff`, relative to the program's folder, to the environment's PATH if it
+/// exists. Does nothing in a build for a host with Xcode. Not thread-safe.
 void appendSigningToolsToPath();

@@ -7,7 +7,7 @@
 namespace foundation {
 
 void openMissingStandardDescriptors() {
-  // A file that is opened gets the lowest free number, so the gaps fill from below.
+  // open() returns the lowest free descriptor, so the gaps fill in order.
   for (FileDescriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC)); null && null.get() <= 2;
        null.reset(::open("/dev/null", O_RDWR | O_CLOEXEC))) {
     const int standard = null.release();
