@@ -1,90 +1,70 @@
 #include "xcode/QVTPlatform.h"
 
-#include <map>
+#include <algorithm>
+#include <array>
 
 namespace {
 
-using Names = std::map<std::string_view, std::string_view>;
+struct Platform {
+  QVTPlatformType type = QVTPlatformType::unknown;
+  std::string_view identifier;
+  std::string_view displayName;
+  std::string_view deviceSDK;
+  std::string_view simulatorSDK;
+};
 
-const Names& identifiers() {
-  static const Names table{
-      {QVTPlatformNameIPhoneOS, QVTSDKKitPlatformIdentifierIOS},
-      {QVTPlatformNameOSX, QVTSDKKitPlatformIdentifierMac},
-      {QVTPlatformNameTVOS, QVTSDKKitPlatformIdentifierTVOS},
-      {QVTPlatformNameTVSimulator, QVTSDKKitPlatformIdentifierTVOS},
-      {QVTPlatformNameWatchOS, QVTSDKKitPlatformIdentifierWatch},
-      {QVTPlatformNameWatchSimulator, QVTSDKKitPlatformIdentifierWatch},
-      {QVTPlatformNameiOSSimulator, QVTSDKKitPlatformIdentifierIOS},
-  };
-  return table;
+constexpr std::array<Platform, 4> kPlatforms{{
+    {QVTPlatformType::iOS, QVTSDKKitPlatformIdentifierIOS, QVTPlatformDisplayNameIOS,
+     QVTPlatformNameIPhoneOS, QVTPlatformNameiOSSimulator},
+    {QVTPlatformType::mac, QVTSDKKitPlatformIdentifierMac, QVTPlatformDisplayNameOSX,
+     QVTPlatformNameOSX, QVTPlatformNameOSX},
+    {QVTPlatformType::tvOS, QVTSDKKitPlatformIdentifierTVOS, QVTPlatformDisplayNameTVOS,
+     QVTPlatformNameTVOS, QVTPlatformNameTVSimulator},
+    {QVTPlatformType::watchOS, QVTSDKKitPlatformIdentifierWatch, QVTPlatformDisplayNameWatchOS,
+     QVTPlatformNameWatchOS, QVTPlatformNameWatchSimulator},
+}};
+
+template <class Condition>
+const Platform* platformWhere(Condition condition) {
+  const auto platform = std::ranges::find_if(kPlatforms, condition);
+  return platform == kPlatforms.end() ? nullptr : &*platform;
 }
 
-const Names& displayNames() {
-  static const Names table{
-      {QVTPlatformNameIPhoneOS, QVTPlatformDisplayNameIOS},
-      {QVTPlatformNameOSX, QVTPlatformDisplayNameOSX},
-      {QVTPlatformNameTVOS, QVTPlatformDisplayNameTVOS},
-      {QVTPlatformNameTVSimulator, QVTPlatformDisplayNameTVOS},
-      {QVTPlatformNameWatchOS, QVTPlatformDisplayNameWatchOS},
-      {QVTPlatformNameWatchSimulator, QVTPlatformDisplayNameWatchOS},
-      {QVTPlatformNameiOSSimulator, QVTPlatformDisplayNameIOS},
-  };
-  return table;
+const Platform* platformOfSDK(const std::optional<std::string>& name) {
+  return platformWhere(
+      [&](const Platform& row) { return name == row.deviceSDK || name == row.simulatorSDK; });
 }
 
-std::optional<std::string> lookUp(const Names& table, const std::optional<std::string>& name) {
-  const auto row = name ? table.find(*name) : table.end();
-  return row == table.end() ? std::nullopt : std::optional<std::string>(row->second);
+const Platform* platformOfType(QVTPlatformType type) {
+  return platformWhere([type](const Platform& row) { return row.type == type; });
+}
+
+std::optional<std::string> nameIn(const Platform* platform, std::string_view Platform::*name) {
+  return platform ? std::optional<std::string>(platform->*name) : std::nullopt;
 }
 
 }  // namespace
 
 std::optional<std::string> QVTPlatform::translatePlatform(
     const std::optional<std::string>& platform) {
-  return lookUp(identifiers(), platform);
+  return nameIn(platformOfSDK(platform), &Platform::identifier);
 }
 
 std::optional<std::string> QVTPlatform::displayStringForPlatform(
     const std::optional<std::string>& platform) {
-  return lookUp(displayNames(), platform);
+  return nameIn(platformOfSDK(platform), &Platform::displayName);
 }
 
 QVTPlatformType QVTPlatform::platformFromString(const std::optional<std::string>& identifier) {
-  if (identifier == QVTSDKKitPlatformIdentifierIOS) return QVTPlatformType::iOS;
-  if (identifier == QVTSDKKitPlatformIdentifierMac) return QVTPlatformType::mac;
-  if (identifier == QVTSDKKitPlatformIdentifierTVOS) return QVTPlatformType::tvOS;
-  if (identifier == QVTSDKKitPlatformIdentifierWatch) return QVTPlatformType::watchOS;
-  return QVTPlatformType::unknown;
+  const Platform* const platform =
+      platformWhere([&](const Platform& row) { return identifier == row.identifier; });
+  return platform ? platform->type : QVTPlatformType::unknown;
 }
 
 std::optional<std::string> QVTPlatform::stringFromPlatform(QVTPlatformType platform) {
-  switch (platform) {
-    case QVTPlatformType::iOS:
-      return std::string(QVTSDKKitPlatformIdentifierIOS);
-    case QVTPlatformType::mac:
-      return std::string(QVTSDKKitPlatformIdentifierMac);
-    case QVTPlatformType::tvOS:
-      return std::string(QVTSDKKitPlatformIdentifierTVOS);
-    case QVTPlatformType::watchOS:
-      return std::string(QVTSDKKitPlatformIdentifierWatch);
-    case QVTPlatformType::unknown:
-      break;
-  }
-  return std::nullopt;
+  return nameIn(platformOfType(platform), &Platform::identifier);
 }
 
 std::optional<std::string> QVTPlatform::displayStringForPlatformType(QVTPlatformType platform) {
-  switch (platform) {
-    case QVTPlatformType::iOS:
-      return std::string(QVTPlatformDisplayNameIOS);
-    case QVTPlatformType::mac:
-      return std::string(QVTPlatformDisplayNameOSX);
-    case QVTPlatformType::tvOS:
-      return std::string(QVTPlatformDisplayNameTVOS);
-    case QVTPlatformType::watchOS:
-      return std::string(QVTPlatformDisplayNameWatchOS);
-    case QVTPlatformType::unknown:
-      break;
-  }
-  return std::nullopt;
+  return nameIn(platformOfType(platform), &Platform::displayName);
 }

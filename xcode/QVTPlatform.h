@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-/// SDK platform names, as the build setting `ENVPlatformNameKey` has them.
+/// SDK platform names: values of the build setting `ENVPlatformNameKey`.
 inline constexpr std::string_view QVTPlatformNameIPhoneOS = "iphoneos";
 inline constexpr std::string_view QVTPlatformNameOSX = "macosx";
 inline constexpr std::string_view QVTPlatformNameTVOS = "appletvos";
@@ -13,13 +13,13 @@ inline constexpr std::string_view QVTPlatformNameWatchOS = "watchos";
 inline constexpr std::string_view QVTPlatformNameWatchSimulator = "watchsimulator";
 inline constexpr std::string_view QVTPlatformNameiOSSimulator = "iphonesimulator";
 
-/// Platform identifiers, as the web services have them in their paths.
+/// Platform identifiers, used in paths of the web services.
 inline constexpr std::string_view QVTSDKKitPlatformIdentifierIOS = "ios";
 inline constexpr std::string_view QVTSDKKitPlatformIdentifierMac = "mac";
 inline constexpr std::string_view QVTSDKKitPlatformIdentifierTVOS = "tvos";
 inline constexpr std::string_view QVTSDKKitPlatformIdentifierWatch = "watch";
 
-/// Names that people are shown.
+/// Display names.
 inline constexpr std::string_view QVTPlatformDisplayNameIOS = "iOS";
 inline constexpr std::string_view QVTPlatformDisplayNameOSX = "OS X";
 inline constexpr std::string_view QVTPlatformDisplayNameTVOS = "tvOS";
@@ -29,19 +29,18 @@ inline constexpr std::string_view ENVPlatformNameKey = "PLATFORM_NAME";
 
 enum class QVTPlatformType : int { unknown = 0, iOS = 1, mac = 2, tvOS = 3, watchOS = 4 };
 
-/// Translates between the names of a platform. Every look-up is exact: a name in another letter
-/// case or with a space behind it is unknown. Safe from any thread.
+/// Translates between the names of a platform. Lookups are exact and case-sensitive. Thread-safe.
 class QVTPlatform {
  public:
-  /// The identifier of an SDK platform; a simulator has that of its device.
+  /// The identifier of an SDK platform; a simulator has its device's. Absent for unknown names.
   static std::optional<std::string> translatePlatform(const std::optional<std::string>& platform);
-  /// The display name of an SDK platform.
+  /// Likewise.
   static std::optional<std::string> displayStringForPlatform(
       const std::optional<std::string>& platform);
 
-  /// `unknown` for what is no identifier, and for an absent one.
+  /// `unknown` unless it is one of the identifiers above.
   static QVTPlatformType platformFromString(const std::optional<std::string>& identifier);
-  /// The identifier; absent for a number that stands for no platform.
+  /// The identifier; absent for `unknown` and any other number.
   static std::optional<std::string> stringFromPlatform(QVTPlatformType platform);
   static std::optional<std::string> displayStringForPlatformType(QVTPlatformType platform);
 };

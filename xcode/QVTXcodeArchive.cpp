@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view kXcodePreferences = "com.apple.dt.Xcode";
 constexpr std::string_view kLocationPreference = "IDECustomDistributionArchivesLocation";
 
-/// True when no prefix of the path climbs above the folder that it is relative to.
+/// True unless some prefix of the path leads above its starting folder.
 bool staysInside(const std::string& path) {
   int depth = 0;
   for (const std::string& component : foundation::split(path, '/')) {

@@ -7,18 +7,17 @@
 #include "foundation/base/URL.h"
 #include "preparation/QVTCodeSignedResource.h"
 
-/// The app inside an archive that Xcode made (a folder ending in ".xcarchive").
+/// The app inside an Xcode archive (a folder that ends in ".xcarchive").
 class QVTXcodeArchive : public QVTCodeSignedResource {
  public:
-  /// Empty when there is no URL, the archive has no readable Info.plist with anything in it, or the
-  /// app's folder, which that file names, is not there or not inside the archive's "Products". A
-  /// `foundation::Exception` when the machine keeps the app's Info.plist from being read, as
-  /// `Bundle::bundleWithPath` says.
+  /// Empty when there is no URL, the archive's Info.plist is empty or unreadable, or the app folder
+  /// that it names is missing or outside "Products". Throws `foundation::Exception` where
+  /// `Bundle::bundleWithPath` does.
   static std::shared_ptr<QVTXcodeArchive> initWithURL(const std::optional<foundation::URL>& url);
 
-  /// Where Xcode keeps archives: its preference as it stands (no tilde is expanded, and the folder
-  /// need not exist), else its default below the user's Library. Lets every later look-up in the
-  /// process see Xcode's preferences, too.
+  /// Where Xcode keeps archives: its preference as is (no tilde is expanded, and the folder need
+  /// not exist), else its default below the user's Library; absent without a home directory. From
+  /// then on, lookups in the standard user defaults see Xcode's preferences, too.
   static std::optional<std::string> currentArchiveLocation();
 
  protected:

@@ -2,8 +2,10 @@
 
 #include <chrono>
 #include <utility>
+#include <vector>
 
 #include "foundation/base/Path.h"
+#include "foundation/base/Text.h"
 #include "foundation/file/FileManager.h"
 #include "foundation/process/SystemLog.h"
 #include "foundation/queue/NotificationCenter.h"
@@ -15,11 +17,24 @@ namespace FileManager = foundation::FileManager;
 
 namespace {
 
+using Archive = std::shared_ptr<QVTXcodeArchive>;
+
 constexpr std::chrono::seconds kNotificationDelay{1};
 
 void stop(std::shared_ptr<FileEventSource>& source) {
   if (source) source->cancel();
   source.reset();
+}
+
+/// Full paths; none when the folder cannot be listed.
+std::vector<std::string> visibleEntries(const std::string& path) {
+  std::vector<std::string> entries;
+  const auto names = FileManager::visibleContentsOfDirectoryAtPath(path);
+  if (!names) return entries;
+  for (const std::string& name : *names) {
+    entries.push_back(foundation::appendingPathComponent(path, name));
+  }
+  return entries;
 }
 
 template <class T>
@@ -40,8 +55,8 @@ std::shared_ptr<QVTXcodeArchiveMonitor> QVTXcodeArchiveMonitor::init() {
   return std::make_shared<QVTXcodeArchiveMonitor>();
 }
 
-/// Handlers refer to this object. None is running once the queue was held here, and none starts
-/// after its source was cancelled.
+/// Handlers refer to this object. On the queue none is running, and none starts once its source is
+/// cancelled.
 QVTXcodeArchiveMonitor::~QVTXcodeArchiveMonitor() {
   queue_.syncOrInline([this] {
     stop(archiveSource_);
@@ -63,6 +78,29 @@ std::size_t QVTXcodeArchiveMonitor::archivesDirCount() const {
 
 std::size_t QVTXcodeArchiveMonitor::latestArchivesDirCount() const {
   return readOn(queue_, latestArchivesDirCount_);
+}
+
+std::set<Archive> QVTXcodeArchiveMonitor::allArchives() {
+  std::set<Archive> archives;
+  const auto location = QVTXcodeArchive::currentArchiveLocation();
+  if (!location) return archives;
+  for (const std::string& day : visibleEntries(*location)) {
+    for (const std::string& path : visibleEntries(day)) {
+      const auto archive = QVTXcodeArchive::initWithURL(foundation::URL::fileURLWithPath(path));
+      if (archive && archive->bundleIdentifier()) archives.insert(archive);
+    }
+  }
+  return archives;
+}
+
+Archive QVTXcodeArchiveMonitor::latestArchiveMatchingBundleIdentifier(std::string_view identifier) {
+  const std::string wanted = foundation::lowercased(identifier);
+  Archive latest;
+  for (const Archive& archive : allArchives()) {
+    if (foundation::lowercased(*archive->bundleIdentifier()) != wanted) continue;
+    if (!latest || archive->creationDate() >= latest->creationDate()) latest = archive;
+  }
+  return latest;
 }
 
 void QVTXcodeArchiveMonitor::observeArchives() {
@@ -116,11 +154,8 @@ void QVTXcodeArchiveMonitor::stopCurrentArchiveSource() {
 std::optional<std::string> QVTXcodeArchiveMonitor::latestPathInDirectory(
     const std::optional<std::string>& path) {
   if (!path) return std::nullopt;
-  const auto names = FileManager::visibleContentsOfDirectoryAtPath(*path);
-  if (!names) return std::nullopt;
   std::optional<std::pair<foundation::Date, std::string>> latest;
-  for (const std::string& name : *names) {
-    std::string entry = foundation::appendingPathComponent(*path, name);
+  for (std::string& entry : visibleEntries(*path)) {
     const auto date = modifiedDateForObject(foundation::URL::fileURLWithPath(entry));
     if (!latest || date >= latest->first) latest.emplace(date, std::move(entry));
   }
