@@ -55,7 +55,7 @@ void printBanner() {
                tool.objectForInfoDictionaryKey("CFBundleVersion"));
 }
 
-/// The first element, the program's own name included, that looks like an option and is none.
+/// The first element, including the program's name, that begins with "-" but is not an option.
 const std::string* firstUnknownOption(const Arguments& arguments) {
   const auto unknown = std::ranges::find_if(arguments, [](const std::string& argument) {
     return argument.starts_with('-') &&
@@ -68,37 +68,34 @@ bool isHexadecimal(std::string_view text) {
   return text.find_first_not_of("0123456789ABCDEFabcdef") == std::string_view::npos;
 }
 
-/// The argument as text; absent when it is not UTF-8.
-std::optional<std::string> textOf(const std::string& argument) {
-  return foundation::stringFromUTF8(foundation::bytesOf(argument));
-}
-
-bool checkKey(const std::string& argument) {
-  if (isHexadecimal(argument) && argument.size() == kKeyLength) return true;
-  QVTCLUtilLog("First argument must be API Key, not %@",
-               foundation::escapingControlCharacters(textOf(argument)));
+/// Prints `complaint` with the argument unless it is valid; one that is not UTF-8 shows as absent.
+bool check(bool isValid, std::string_view complaint, const std::string& argument) {
+  if (isValid) return true;
+  QVTCLUtilLog(complaint, foundation::escapingControlCharacters(
+                              foundation::stringFromUTF8(foundation::bytesOf(argument))));
   return false;
 }
 
-/// The secret's length is the service's own business.
-bool checkSecret(const std::string& argument) {
-  if (isHexadecimal(argument)) return true;
-  QVTCLUtilLog("Second argument must be build secret, not %@",
-               foundation::escapingControlCharacters(textOf(argument)));
-  return false;
+bool checkKey(const std::string& key) {
+  return check(isHexadecimal(key) && key.size() == kKeyLength,
+               "First argument must be API Key, not %@", key);
+}
+
+/// The service alone checks the length.
+bool checkSecret(const std::string& secret) {
+  return check(isHexadecimal(secret), "Second argument must be build secret, not %@", secret);
 }
 
 std::optional<std::string> setting(std::string_view key) {
   return foundation::UserDefaults::standardUserDefaults().stringForKey(key);
 }
 
-/// The boolean reading of a setting, or `otherwise` without it.
-bool flag(std::string_view key, bool otherwise) {
+bool flag(std::string_view key, bool fallback) {
   const std::optional<std::string> value = setting(key);
-  return value ? foundation::boolValue(*value) : otherwise;
+  return value ? foundation::boolValue(*value) : fallback;
 }
 
-/// The settings of a run, but for key and secret.
+/// Everything but key and secret.
 RunSettings readSettings() {
   const std::optional<std::string> endpoint = setting("QuorvantileAPIEndpoint");
   return {.apiEndpoint = endpoint.value_or(sendoff::kAPIBaseURL),
@@ -110,7 +107,7 @@ RunSettings readSettings() {
           .groupAliases = setting("groupAliases")};
 }
 
-/// The process above the shell or build tool that started this program; 0 when it is unknown.
+/// 0 when it is unknown.
 pid_t parentOfParent() {
   const auto parent = foundation::processRecord(::getppid());
   return parent ? parent->parentProcessIdentifier : 0;
@@ -146,9 +143,9 @@ int failure() {
   const bool insideBuild = isProcessNameInHierarchy("xcodebuild");
   if (insideBuild && !insideXcode) {
     const pid_t build = parentOfParent();
-    // The signal may come back, from the build or since it goes to this program's own group.
+    // The signal may reach this program, too: from the build or through its own process group.
     foundation::ignoreInterruptionsFromHere();
-    // A build that ends may end this process, by force.
+    // The build may kill this process when it ends.
     TemporaryItems::releaseAll();
     ::kill(build, SIGINT);
   }

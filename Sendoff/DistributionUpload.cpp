@@ -32,7 +32,7 @@ std::string secondsSince1970() {
   return foundation::format("%lu", std::chrono::floor<std::chrono::seconds>(now).count());
 }
 
-/// The key's lower-case "a" is what the service was built with; no other spelling is read.
+/// The lower-case "a" in the key is deliberate: no other spelling is read.
 bool isNewsstandApp(const QVTAppInfo& appInfo) {
   const foundation::Value* const value = infoValueOf(appInfo, "UINewsstandapp");
   return value && value->boolValue().value_or(false);
@@ -59,7 +59,6 @@ void addPlatformAttributes(QVTWebRequest& request, const QVTAppInfo& appInfo) {
 
 void addSlices(QVTWebRequest& request, const QVTMachOBinary* binary) {
   std::vector<std::string> architectures;
-  architectures.reserve(5);
   if (binary) {
     binary->enumerateUUIDs([&](const auto& uuid, const auto& architecture) {
       request.addValueForFormField(architecture, "app[slices][][arch]");
@@ -82,7 +81,7 @@ std::shared_ptr<QVTWebRequest> uploadRequest(const QVTAppInfo& appInfo, const fo
   addPlatformAttributes(*request, appInfo);
   addSlices(*request, appInfo.binary().get());
   request->addValueForFormField(instanceIdentifierOf(appInfo), "app[instance_identifier]");
-  // "suppress", not "false": this call's own word.
+  // Unlike the other calls, this one takes "suppress" and not "false".
   request->addValueForFormField(notifications ? "true" : "suppress", "send_notifications");
   request->addDataMIMETypeFileNameForFormField(
       ipa, "application/zip", foundation::lastPathComponent(*appInfo.releasePath()),

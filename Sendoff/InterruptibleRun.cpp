@@ -22,16 +22,16 @@ const char* signalName(int signal) {
   }
 }
 
-/// A console that takes nothing must not hold up the end; it has a second to catch up.
-bool consoleTakesALine() {
-  constexpr int patience = 1000;
+/// A blocked console must not delay the end of the process by more than a second.
+bool consoleIsWritable() {
+  constexpr int milliseconds = 1000;
   pollfd console{.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
-  return ::poll(&console, 1, patience) > 0;
+  return ::poll(&console, 1, milliseconds) > 0;
 }
 
 void tidyUp(int signal) {
   TemporaryItems::removeAll();
-  if (consoleTakesALine()) QVTCLUtilLog("The run was interrupted by %@", signalName(signal));
+  if (consoleIsWritable()) QVTCLUtilLog("The run was interrupted by %@", signalName(signal));
 }
 
 }  // namespace
@@ -42,11 +42,11 @@ int runInterruptibly(const std::function<int()>& run) {
   try {
     status = run();
   } catch (const foundation::Interrupted&) {
-    // `watch` knows by which signal.
+    // `watch` has the signal.
   }
   const std::optional<int> signal = watch.finish();
   if (!signal) {
-    // What a run leaves on purpose stays; other runs may go on with it from here.
+    // What the run leaves on purpose stays, and other runs may use it from now on.
     TemporaryItems::releaseAll();
     return status;
   }

@@ -2,7 +2,7 @@
 
 #include <functional>
 
-/// Runs `run`, releases what it has made in the temporary folder, and returns its exit status. When
-/// SIGINT, SIGTERM or SIGHUP comes before that end, all of it is removed, also what the run left
-/// there on purpose, one line says so, and the process ends by that signal instead.
+/// Calls `run`, releases its temporary items, and returns its exit status. On SIGINT, SIGTERM or
+/// SIGHUP it removes all of them instead, even those that the run would leave on purpose, prints a
+/// line, and ends the process by that signal.
 int runInterruptibly(const std::function<int()>& run);

@@ -1,9 +1,6 @@
 #include "Sendoff/ProcessCheck.h"
 
-#include <algorithm>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <unistd.h>
 
@@ -18,22 +15,15 @@ foundation::ProcessRecord recordOf(pid_t process) {
   }
 }
 
-/// The names of this process and its ancestors, the nearest first. The walk ends with the system's
-/// first process, with the kernel (id 0), or where a process is gone and its record is empty.
-std::vector<std::string> namesInHierarchy() {
-  std::vector<std::string> names;
-  pid_t process = ::getpid();
-  for (;;) {
-    foundation::ProcessRecord record = recordOf(process);
-    if (!record.commandName.empty()) names.push_back(std::move(record.commandName));
-    process = record.parentProcessIdentifier;
-    if (record.processIdentifier <= 1) return names;
-  }
-}
-
 }  // namespace
 
 bool isProcessNameInHierarchy(std::string_view name) {
-  const std::vector<std::string> names = namesInHierarchy();
-  return std::find(names.begin(), names.end(), name) != names.end();
+  pid_t process = ::getpid();
+  for (;;) {
+    const foundation::ProcessRecord record = recordOf(process);
+    if (!name.empty() && record.commandName == name) return true;
+    // The system's first process, the kernel (0), or the empty record of a process that is gone.
+    if (record.processIdentifier <= 1) return false;
+    process = record.parentProcessIdentifier;
+  }
 }

@@ -8,7 +8,7 @@
 #include "QVTWebClient/QVTWebResponse.h"
 #include "Sendoff/AppFacts.h"
 #include "Sendoff/QVTAppInfo.h"
-#include "Sendoff/ServiceWords.h"
+#include "Sendoff/ServiceMessage.h"
 #include "console/QVTCLUtilLog.h"
 #include "foundation/app/Bundle.h"
 #include "foundation/base/Format.h"
@@ -18,33 +18,32 @@
 
 namespace {
 
-/// Names this tool to the service; the same in every copy of it.
+/// Identifies this tool to the service; the same in every copy.
 constexpr const char* kDeveloperToken = "389eabecb56021e9d618c5d32c6afc83b458bfdd";
 
-/// Path of one of the build-server calls for this app and this build of it.
+/// The path of a build-server call for this build of the app.
 std::string releasePathOf(const QVTAppInfo& appInfo, std::string_view command) {
   return foundation::format("/spi/v1/platforms/ios/apps/%@/releases/%@/build_server/%@",
                             pathComponent(bundleIdentifierOf(appInfo)),
                             pathComponent(instanceIdentifierOf(appInfo)), command);
 }
 
-/// Sends the request to the API and answers whether the service took it (200 or 202), after
-/// `report` has heard the answer.
+/// Whether the service accepted the request (status 200 or 202), after `report` was called.
 bool send(const QVTAppInfo& appInfo, const std::shared_ptr<QVTWebRequest>& request,
-          const std::function<void(const QVTWebResponse& response, bool taken)>& report) {
+          const std::function<void(const QVTWebResponse& response, bool accepted)>& report) {
   const auto client = QVTWebClient::initWithURL(foundation::URL::withString(appInfo.apiEndpoint()));
-  bool taken = false;
+  bool accepted = false;
   client->syncStartRequestCompletion(request, [&](const std::shared_ptr<QVTWebResponse>& response) {
-    taken = response->statusCode() == 200 || response->statusCode() == 202;
-    if (!taken) logFailedRequest(*response, appInfo);
-    report(*response, taken);
+    accepted = response->statusCode() == 200 || response->statusCode() == 202;
+    if (!accepted) logFailedRequest(*response, appInfo);
+    report(*response, accepted);
   });
-  return taken;
+  return accepted;
 }
 
 constexpr std::string_view kService = "The service";
 
-std::string answererOf(const QVTWebResponse& response) {
+std::string senderOf(const QVTWebResponse& response) {
   const auto& url = response.requestURL();
   const auto proxy = url ? foundation::proxyPlaceFor(*url) : std::nullopt;
   return response.statusCode() == 407 && proxy ? "The proxy " + *proxy : std::string(kService);
@@ -85,21 +84,21 @@ void logFailedRequest(const QVTWebResponse& response, const QVTAppInfo& appInfo)
   if (const auto& error = response.error()) {
     foundation::systemLog(error->domain == QVTWebClientErrorDomain
                               ? "The request was not sent: %@"
-                              : "No answer from the service: %@",
+                              : "No response from the service: %@",
                           error->localizedDescription());
     return;
   }
-  const std::string words = serviceWords(response, {appInfo.apiKey(), appInfo.buildSecret()});
-  const std::string who = answererOf(response);
-  if (words.empty() && who == kService) return;
-  foundation::systemLog("%@ answered %lu%@", who, response.statusCode(),
-                        words.empty() ? words : ": " + words);
+  const std::string message = serviceMessage(response, {appInfo.apiKey(), appInfo.buildSecret()});
+  const std::string sender = senderOf(response);
+  if (message.empty() && sender == kService) return;
+  foundation::systemLog("%@ answered %lu%@", sender, response.statusCode(),
+                        message.empty() ? message : ": " + message);
 }
 
 bool releaseValidation(const QVTAppInfo& appInfo) {
   const auto request = setupRequest("GET", releasePathOf(appInfo, "validate_project"), appInfo);
-  return send(appInfo, request, [](const QVTWebResponse& response, bool taken) {
-    if (taken) return;
+  return send(appInfo, request, [](const QVTWebResponse& response, bool accepted) {
+    if (accepted) return;
     QVTCLUtilLog("Unable to find application in Quorvantile. Response code: %lu",
                  response.statusCode());
   });
@@ -109,8 +108,8 @@ bool addReleaseNotes(const QVTAppInfo& appInfo, const std::string& notes) {
   const auto request = setupRequest("PUT", releasePathOf(appInfo, "notes"), appInfo);
   request->addValueForFormField(notes, "release_notes[body]");
   request->addValueForFormField("text", "release_notes[format]");
-  return send(appInfo, request, [](const QVTWebResponse& response, bool taken) {
-    if (!taken) return logErrorResponse("Unable to add release notes", response);
+  return send(appInfo, request, [](const QVTWebResponse& response, bool accepted) {
+    if (!accepted) return logErrorResponse("Unable to add release notes", response);
     QVTCLUtilLog("Added Release Notes Successfully %lu", response.statusCode());
   });
 }
@@ -122,8 +121,8 @@ bool addTesters(const QVTAppInfo& appInfo, const std::vector<std::string>& email
   request->addValueForFormField("false", "send_notifications");
   for (const std::string& email : emails) request->addValueForFormField(email, "emails[]");
   for (const std::string& alias : groupAliases) request->addValueForFormField(alias, "group_ids[]");
-  return send(appInfo, request, [](const QVTWebResponse& response, bool taken) {
-    if (!taken) return logErrorResponse("Unable to add testers", response);
+  return send(appInfo, request, [](const QVTWebResponse& response, bool accepted) {
+    if (!accepted) return logErrorResponse("Unable to add testers", response);
     QVTCLUtilLog("Added Testers/Groups Successfully %lu", response.statusCode());
   });
 }

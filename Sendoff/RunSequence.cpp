@@ -24,11 +24,10 @@ std::optional<std::string> pathToUnzippedApp;
 
 namespace {
 
-/// How a preparation route ended: a result of `QVTAppInfo`, or nothing when there was no app to
-/// prepare and the reason is printed.
+/// The result of `QVTAppInfo`; absent when there was no app to prepare and the reason was printed.
 using Prepared = std::optional<int>;
 
-/// The platform's code for a file whose bytes are not text in the encoding asked for.
+/// The platform's code for a file that is not in the expected encoding.
 constexpr long kUnsuitableEncoding = 261;
 
 Prepared prepareIPA(QVTAppInfo& appInfo, const std::string& path) {
@@ -50,9 +49,9 @@ Prepared prepareArchive(QVTAppInfo& appInfo, const foundation::Environment& envi
   debugLog("Path to IPA expected in environment");
   const auto products = environment.find("ARCHIVE_PRODUCTS_PATH");
   if (products == environment.end()) {
-    QVTCLUtilLog("%@",
-                 "No archive path found in environment. Either use sendoff binary in \"After "
-                 "Archive\" Xcode build phase or manually provide an IPA with \"-ipaPath\"");
+    QVTCLUtilLog(
+        "No archive path found in environment. Either use sendoff binary in \"After "
+        "Archive\" Xcode build phase or manually provide an IPA with \"-ipaPath\"");
     return std::nullopt;
   }
   // The variable names the Products folder inside the archive.
@@ -68,10 +67,9 @@ bool validate(const QVTAppInfo& appInfo) {
 foundation::Result<std::string> textOfFile(const std::string& path) {
   const auto content = FileManager::contentsOfFileOrPipe(path);
   if (!content) return content.error();
-  auto text = foundation::stringFromUTF8(content->bytes());
-  if (text) return *std::move(text);
+  if (auto text = foundation::stringFromUTF8(content->bytes())) return *std::move(text);
   return foundation::makeError(foundation::kCocoaErrorDomain, kUnsuitableEncoding,
-                               "The file is not text in UTF-8.");
+                               "The file is not UTF-8 text.");
 }
 
 bool addNotes(const QVTAppInfo& appInfo, const std::optional<std::string>& path) {
@@ -100,7 +98,7 @@ bool enableTesters(const QVTAppInfo& appInfo, const RunSettings& settings) {
   return false;
 }
 
-/// The service finds the app by its identifier, which is part of each path.
+/// The identifier becomes a component of each request's path.
 bool checkIdentifier(const QVTAppInfo& appInfo) {
   const auto identifier = bundleIdentifierOf(appInfo);
   if (!identifier || foundation::isPlainPathComponent(*identifier)) return true;
@@ -109,7 +107,7 @@ bool checkIdentifier(const QVTAppInfo& appInfo) {
   return false;
 }
 
-/// The run up to the upload; false once a step has failed and printed its line.
+/// The service calls before the upload; false after one has failed and printed its line.
 bool announce(const QVTAppInfo& appInfo, const RunSettings& settings) {
   return checkIdentifier(appInfo) && validate(appInfo) && addNotes(appInfo, settings.notesPath) &&
          enableTesters(appInfo, settings);
@@ -139,7 +137,7 @@ int runSequence(const RunSettings& settings) {
 
   const Prepared prepared = settings.ipaPath ? prepareIPA(*appInfo, *settings.ipaPath)
                                              : prepareArchive(*appInfo, environment);
-  // Releasing the app removes the temporary files; that comes before `failure()`, which may end the
+  // Releasing the app removes its temporary files. That must precede `failure()`, which may end the
   // process.
   if (prepared != 0) {
     appInfo.reset();

@@ -4,16 +4,16 @@
 #include <string>
 #include <string_view>
 
-/// What the command line says about a run.
+/// The settings of a run, from the command line.
 struct RunSettings {
   std::string apiKey = {};
   std::string buildSecret = {};
-  /// Base URLs, as texts: one that is no URL fails the first call that needs it.
+  /// Base URLs. A malformed one fails the first call that needs it.
   std::string apiEndpoint = {};
   std::string uploadEndpoint = {};
-  /// Whether testers are told of the new build.
+  /// Whether testers are notified of the build.
   bool notifications = true;
-  /// Absent: the archive that the environment names.
+  /// Absent for the archive that the environment names.
   std::optional<std::string> ipaPath = {};
   std::optional<std::string> notesPath = {};
   /// Comma-separated.
@@ -21,15 +21,14 @@ struct RunSettings {
   std::optional<std::string> groupAliases = {};
 };
 
-/// Cleared at the start of a run. The run's app is in its `QVTAppInfo`.
+/// Only cleared at the start of a run; the run's app is in its `QVTAppInfo`.
 extern std::optional<std::string> pathToUnzippedApp;
 
-/// What to tell a user whose app the service does not know; the page's address is shown as is.
+/// The hint for an app that the service does not know.
 std::string validationHint(const std::optional<std::string>& bundleIdentifier,
                            std::string_view settingsPage);
 
-/// Prepares the app and runs the service calls: validation, notes (where there are any), testers,
-/// upload. The first step that fails prints one summary line and ends the run through `failure()`.
-/// Returns the exit status. The temporary files of the run are removed before it returns, and when
-/// an exception passes.
+/// Prepares the app, then validates it with the service, adds notes and testers, and uploads it.
+/// The first step that fails prints a summary line and ends the run through `failure()`. Returns
+/// the exit status. The run's temporary files are removed on return and on an exception.
 int runSequence(const RunSettings& settings);

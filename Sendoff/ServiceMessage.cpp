@@ -1,4 +1,4 @@
-#include "Sendoff/ServiceWords.h"
+#include "Sendoff/ServiceMessage.h"
 
 #include <algorithm>
 #include <string_view>
@@ -10,12 +10,12 @@
 
 namespace {
 
-constexpr std::size_t kMostBytes = 400;
-/// Where the end of the first line is looked for.
-constexpr std::size_t kMostSearched = std::size_t{16} * 1024;
+constexpr std::size_t kMaximumSize = 400;
+/// Bytes that are searched for the end of the first line.
+constexpr std::size_t kMaximumSearch = std::size_t{16} * 1024;
 constexpr std::string_view kEllipsis = "…";
 
-/// Empty for a document of a shape that services do not use.
+/// Empty for a document of unknown shape.
 std::string messageIn(const foundation::Value& value) {
   if (const std::string* const text = value.string()) return *text;
   if (const foundation::Array* const list = value.array()) {
@@ -34,7 +34,7 @@ std::string messageIn(const foundation::Value& value) {
   return {};
 }
 
-/// The title of a web page, else the text as it is.
+/// The title of a web page, else the text as is.
 std::string_view titleOr(std::string_view text) {
   constexpr std::string_view kStart = "<title>";
   const std::string lower = foundation::lowercased(text);
@@ -50,7 +50,7 @@ std::string_view firstLine(std::string_view text) {
   return foundation::trimmed(text.substr(0, text.find_first_of("\r\n")));
 }
 
-/// A service may repeat what it was sent.
+/// Responses may echo the request.
 std::string without(const std::vector<std::string>& secrets, std::string text) {
   for (const std::string& secret : secrets) {
     if (secret.empty()) continue;
@@ -62,33 +62,32 @@ std::string without(const std::vector<std::string>& secrets, std::string text) {
 }
 
 std::string shortened(std::string text) {
-  if (text.size() <= kMostBytes) return text;
-  std::size_t end = kMostBytes;
+  if (text.size() <= kMaximumSize) return text;
+  std::size_t end = kMaximumSize;
   while (end > 0 && (text[end] & 0xc0) == 0x80) --end;
   return text.substr(0, end).append(kEllipsis);
 }
 
-std::string wordsIn(foundation::Bytes body) {
+std::string messageIn(foundation::Bytes body) {
   const auto document = QVTWebClient::decodeJSON(body);
-  std::string words(firstLine(document ? messageIn(*document) : std::string()));
-  if (!words.empty()) return words;
-  words = foundation::lossyUTF8(body.first(std::min(body.size(), kMostSearched)));
-  return std::string(firstLine(titleOr(foundation::trimmed(words))));
+  std::string message(firstLine(document ? messageIn(*document) : std::string()));
+  if (!message.empty()) return message;
+  const std::string text = foundation::lossyUTF8(body.first(std::min(body.size(), kMaximumSearch)));
+  return std::string(firstLine(titleOr(foundation::trimmed(text))));
 }
 
 }  // namespace
 
-std::string serviceWords(const QVTWebResponse& response, const std::vector<std::string>& secrets) {
-  std::string words = wordsIn(response.responseData());
-  words = shortened(without(secrets, words.substr(0, kMostSearched)));
+std::string serviceMessage(const QVTWebResponse& response,
+                           const std::vector<std::string>& secrets) {
+  const auto shown = [&](std::string text) { return shortened(without(secrets, std::move(text))); };
+  std::string message = shown(messageIn(response.responseData()).substr(0, kMaximumSearch));
   if (const auto& headers = response.responseHeaders()) {
     const auto retry = headers->find("Retry-After");
     if (retry != headers->end()) {
-      words +=
-          (words.empty() ? "(Retry-After: " : " (Retry-After: ") +
-          shortened(without(secrets, foundation::lossyUTF8(foundation::bytesOf(retry->second)))) +
-          ")";
+      message += (message.empty() ? "(Retry-After: " : " (Retry-After: ") +
+                 shown(foundation::lossyUTF8(foundation::bytesOf(retry->second))) + ")";
     }
   }
-  return foundation::escapingControlCharacters(words);
+  return foundation::escapingControlCharacters(message);
 }

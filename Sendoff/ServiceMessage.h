@@ -5,8 +5,8 @@
 
 class QVTWebResponse;
 
-/// What the service says in an answer, on one line: the message or the list of errors of a JSON
-/// document, the title of a web page, else the first line of the text; then "(Retry-After: …)"
-/// where there is such a field. UTF-8, without control characters, cut after about 400 bytes; any
-/// of `secrets` in it becomes "…". Empty for an answer that says nothing.
-std::string serviceWords(const QVTWebResponse& response, const std::vector<std::string>& secrets);
+/// The service's message, on one line: the message or list of errors of a JSON document, the title
+/// of a web page, or the first line of text; then "(Retry-After: …)" if the response has that
+/// header. UTF-8, control characters escaped, truncated after about 400 bytes, any of `secrets`
+/// replaced by "…". Empty when there is no message.
+std::string serviceMessage(const QVTWebResponse& response, const std::vector<std::string>& secrets);

@@ -27,9 +27,9 @@ int main(int argc, char** argv) {
   foundation::openMissingStandardDescriptors();
   foundation::keepSecretsInMemory();
   foundation::reserveDescriptorForProcessRecords();
-  // A reader of the console that goes away (`sendoff … | head`) must not change what the run does.
+  // The run goes on when the console's reader goes away (`sendoff … | head`).
   std::signal(SIGPIPE, SIG_IGN);
-  // A file that may not become larger is an error like a full disk.
+  // Reaching the file-size limit is an error like a full disk.
   std::signal(SIGXFSZ, SIG_IGN);
   return runInterruptibly([&] { return run(argc, argv); });
 }
