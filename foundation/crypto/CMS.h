@@ -6,7 +6,6 @@
 
 #include "foundation/base/Result.h"
 #include "foundation/crypto/Certificate.h"
-#include "foundation/crypto/Keychain.h"
 
 /// Cryptographic Message Syntax (RFC 5652): detached signatures as code signatures carry them.
 namespace foundation::CMS {

@@ -10,6 +10,7 @@
 #include "foundation/base/Handle.h"
 #include "foundation/base/Text.h"
 #include "foundation/crypto/CMS.h"
+#include "foundation/crypto/CertificateChain.h"
 #include "foundation/crypto/DER.h"
 
 namespace foundation::CMS {

@@ -79,4 +79,10 @@ class PrivateKey {
   std::shared_ptr<evp_pkey_st> native_;
 };
 
+/// A certificate together with its private key.
+struct Identity {
+  Certificate certificate;
+  PrivateKey privateKey;
+};
+
 }  // namespace foundation

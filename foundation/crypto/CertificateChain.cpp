@@ -1,7 +1,7 @@
+#include "foundation/crypto/CertificateChain.h"
+
 #include <algorithm>
 #include <chrono>
-
-#include "foundation/crypto/Keychain.h"
 
 namespace foundation {
 

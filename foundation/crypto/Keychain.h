@@ -11,12 +11,6 @@
 
 namespace foundation {
 
-/// A certificate together with its private key.
-struct Identity {
-  Certificate certificate;
-  PrivateKey privateKey;
-};
-
 /// Keys and certificates of a user.
 ///
 /// A keychain is a PEM file (any number of keys and certificates), a PKCS #12 file, or a folder of
@@ -68,11 +62,5 @@ class KeychainSession {
  private:
   bool isOutermost_;
 };
-
-/// The chain from `leaf` to a self-issued root, leaf first, built from `candidates` by name, key
-/// identifier and signature; every issuer must be an authority that its constraints let issue
-/// there. Fails with one line that names the missing issuer.
-Result<std::vector<Certificate>> certificateChain(const Certificate& leaf,
-                                                  const std::vector<Certificate>& candidates);
 
 }  // namespace foundation

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "foundation/base/Text.h"
+#include "foundation/crypto/CertificateChain.h"
 
 namespace foundation {
 

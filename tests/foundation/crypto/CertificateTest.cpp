@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/crypto/Certificate.h"
+#include "foundation/crypto/CertificateChain.h"
 #include "tests/support/Identities.h"
 
 namespace foundation {
