@@ -2,21 +2,17 @@
 #include <cstdio>
 
 #include <openssl/core_names.h>
-#include <openssl/err.h>
-#include <openssl/evp.h>
-#include <openssl/x509.h>
 
-#include "foundation/base/Handle.h"
 #include "foundation/base/Text.h"
 #include "foundation/crypto/CMS.h"
 #include "foundation/crypto/DER.h"
+#include "foundation/crypto/OpenSSL.h"
+#include "foundation/crypto/private/CMSError.h"
 #include "foundation/crypto/private/DeterministicSignature.h"
 
 namespace foundation::CMS {
 
 namespace {
-
-using DigestContext = Handle<EVP_MD_CTX, EVP_MD_CTX_free>;
 
 constexpr std::string_view kSignedDataOID = "1.2.840.113549.1.7.2";
 constexpr std::string_view kDataOID = "1.2.840.113549.1.7.1";
@@ -26,11 +22,6 @@ constexpr std::string_view kSigningTimeOID = "1.2.840.113549.1.9.5";
 constexpr std::string_view kSHA256OID = "2.16.840.1.101.3.4.2.1";
 constexpr std::string_view kRSAWithSHA256OID = "1.2.840.113549.1.1.11";
 constexpr std::string_view kECDSAWithSHA256OID = "1.2.840.10045.4.3.2";
-
-Error failure(std::string description) {
-  ERR_clear_error();
-  return makeError("CMSErrorDomain", -1, std::move(description));
-}
 
 std::string sequence(std::initializer_list<std::string_view> elements) {
   std::string content;
@@ -71,7 +62,7 @@ Result<std::string> signedAttributes(Bytes content, Date signingTime,
                        {DER::element(DER::kOctetString, textOf(sha256(content)))})};
   for (const auto& attribute : further) {
     if (DER::objectIdentifier(attribute.oid).empty()) {
-      return failure("signed attribute \"" + attribute.oid + "\": malformed object identifier");
+      return cmsError("signed attribute \"" + attribute.oid + "\": malformed object identifier");
     }
     std::vector<std::string> values;
     for (const auto& value : attribute.values) values.emplace_back(value.text());
@@ -94,21 +85,21 @@ void askForDeterministicNonce(EVP_PKEY_CTX* context) {
 
 Result<std::string> signatureOver(std::string_view bytes, EVP_PKEY* key) {
   if (auto signature = deterministicSignature(sha256(bytesOf(bytes)), key)) return *signature;
-  const DigestContext context(EVP_MD_CTX_new());
+  const DigestContextHandle context(EVP_MD_CTX_new());
   EVP_PKEY_CTX* keyContext = nullptr;
   if (!context || EVP_DigestSignInit(context.get(), &keyContext, EVP_sha256(), nullptr, key) != 1) {
-    return failure("the private key cannot be used for signing");
+    return cmsError("the private key cannot be used for signing");
   }
   askForDeterministicNonce(keyContext);
   const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
   std::size_t size = 0;
   if (EVP_DigestSign(context.get(), nullptr, &size, data, bytes.size()) != 1) {
-    return failure("the private key cannot be used for signing");
+    return cmsError("the private key cannot be used for signing");
   }
   std::string signature(size, '\0');
   if (EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(signature.data()), &size, data,
                      bytes.size()) != 1) {
-    return failure("signing with the private key failed");
+    return cmsError("signing with the private key failed");
   }
   signature.resize(size);
   return signature;
@@ -124,16 +115,6 @@ std::string signatureAlgorithm(EVP_PKEY* key) {
     default:
       return {};
   }
-}
-
-template <class Native, class Encode>
-std::string encoded(const Native* native, Encode encode) {
-  unsigned char* bytes = nullptr;
-  const int size = encode(native, &bytes);
-  if (size < 0) return {};
-  std::string out(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
-  OPENSSL_free(bytes);
-  return out;
 }
 
 std::string issuerAndSerialNumber(const Certificate& certificate) {
@@ -155,9 +136,10 @@ std::string certificateSet(const std::vector<Certificate>& chain) {
 Result<Data> signDetached(Bytes content, const Identity& identity,
                           const std::vector<Certificate>& chain, Date signingTime,
                           const std::vector<Attribute>& attributes) {
+  const OpenSSLErrorScope errors;
   EVP_PKEY* key = identity.privateKey.native();
   const std::string algorithm = signatureAlgorithm(key);
-  if (algorithm.empty()) return failure("the private key is neither RSA nor EC");
+  if (algorithm.empty()) return cmsError("the private key is neither RSA nor EC");
   auto attributeSet = signedAttributes(content, signingTime, attributes);
   if (!attributeSet) return attributeSet.error();
   const auto signature = signatureOver(*attributeSet, key);

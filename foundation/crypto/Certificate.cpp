@@ -1,7 +1,6 @@
 #include "foundation/crypto/Certificate.h"
 
 #include <algorithm>
-#include <ctime>
 
 #include <openssl/x509v3.h>
 
@@ -15,45 +14,14 @@ namespace {
 constexpr std::string_view kOIDEmailAddress = "1.2.840.113549.1.9.1";
 constexpr std::string_view kErrorDomain = "CertificateErrorDomain";
 
-std::string dottedOID(const ASN1_OBJECT* object) {
-  const int size = OBJ_obj2txt(nullptr, 0, object, 1);
-  if (size <= 0) return {};
-  std::string text(static_cast<std::size_t>(size) + 1, '\0');
-  OBJ_obj2txt(text.data(), size + 1, object, 1);
-  text.pop_back();
-  return text;
-}
-
 std::string utf8Of(const ASN1_STRING* value) {
   unsigned char* converted = nullptr;
   const int size = ASN1_STRING_to_UTF8(&converted, value);
-  if (size < 0) {
-    return lossyUTF8({reinterpret_cast<const std::byte*>(ASN1_STRING_get0_data(value)),
-                      static_cast<std::size_t>(ASN1_STRING_length(value))});
-  }
+  if (size < 0) return lossyUTF8(bytesOf(value));
   std::string text =
       lossyUTF8({reinterpret_cast<std::byte*>(converted), static_cast<std::size_t>(size)});
   OPENSSL_free(converted);
   return text;
-}
-
-std::optional<Date> dateOf(const ASN1_TIME* time) {
-  std::tm parts{};
-  if (!time || ASN1_TIME_to_tm(time, &parts) != 1) return std::nullopt;
-  const std::chrono::year_month_day day{std::chrono::year{parts.tm_year + 1900},
-                                        std::chrono::month{static_cast<unsigned>(parts.tm_mon + 1)},
-                                        std::chrono::day{static_cast<unsigned>(parts.tm_mday)}};
-  return std::chrono::sys_days{day} + std::chrono::hours{parts.tm_hour} +
-         std::chrono::minutes{parts.tm_min} + std::chrono::seconds{parts.tm_sec};
-}
-
-Data encoded(const X509* certificate) {
-  unsigned char* bytes = nullptr;
-  const int size = i2d_X509(certificate, &bytes);
-  if (size < 0) return {};
-  std::shared_ptr<const void> owner(bytes, [](unsigned char* all) { OPENSSL_free(all); });
-  return Data(std::move(owner),
-              {reinterpret_cast<std::byte*>(bytes), static_cast<std::size_t>(size)});
 }
 
 }  // namespace
@@ -79,7 +47,7 @@ Result<Certificate> Certificate::fromDER(Bytes der) {
 Certificate Certificate::adopt(x509_st* native) {
   Certificate certificate;
   certificate.native_ = std::shared_ptr<X509>(native, X509_free);
-  certificate.der_ = encoded(native);
+  certificate.der_ = Data(encoded(native, i2d_X509));
   return certificate;
 }
 
@@ -92,7 +60,7 @@ std::vector<NamePart> Certificate::subject() const {
   for (int i = 0; i < X509_NAME_entry_count(name); ++i) {
     const X509_NAME_ENTRY* entry = X509_NAME_get_entry(name, i);
     parts.push_back(
-        {dottedOID(X509_NAME_ENTRY_get_object(entry)), utf8Of(X509_NAME_ENTRY_get_data(entry))});
+        {dotted(X509_NAME_ENTRY_get_object(entry)), utf8Of(X509_NAME_ENTRY_get_data(entry))});
   }
   return parts;
 }
@@ -158,9 +126,7 @@ std::optional<Data> Certificate::extensionValue(std::string_view oid) const {
   if (!object) return std::nullopt;
   const int index = X509_get_ext_by_OBJ(native(), object.get(), -1);
   if (index < 0) return std::nullopt;
-  const ASN1_OCTET_STRING* value = X509_EXTENSION_get_data(X509_get_ext(native(), index));
-  return Data::copyOf({reinterpret_cast<const std::byte*>(ASN1_STRING_get0_data(value)),
-                       static_cast<std::size_t>(ASN1_STRING_length(value))});
+  return Data::copyOf(bytesOf(X509_EXTENSION_get_data(X509_get_ext(native(), index))));
 }
 
 std::string Certificate::issuerText() const {

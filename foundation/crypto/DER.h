@@ -7,8 +7,6 @@
 #include <vector>
 
 #include "foundation/base/Bytes.h"
-#include "foundation/base/Data.h"
-#include "foundation/base/Result.h"
 
 /// The little of ASN.1's encoding rules (ITU-T X.690) that signatures need: tags of one byte.
 /// Encoded bytes are built in strings, since they are put together from pieces.
@@ -23,10 +21,8 @@ inline constexpr std::uint8_t kUTCTime = 0x17;
 inline constexpr std::uint8_t kGeneralizedTime = 0x18;
 inline constexpr std::uint8_t kSequence = 0x30;
 inline constexpr std::uint8_t kSet = 0x31;
-/// Context tags: 0xa0 + n holds elements, 0x80 + n holds a bare value.
+/// Context-specific, constructed.
 inline constexpr std::uint8_t kContext0 = 0xa0;
-inline constexpr std::uint8_t kContext1 = 0xa1;
-inline constexpr std::uint8_t kContext0Primitive = 0x80;
 
 /// Tag, shortest length, content.
 std::string element(std::uint8_t tag, std::string_view content);
@@ -34,6 +30,18 @@ std::string element(std::uint8_t tag, std::string_view content);
 std::string setOf(std::vector<std::string> elements);
 /// From the dotted form; empty when that is malformed (fewer than two numbers, or one too large).
 std::string objectIdentifier(std::string_view dotted);
+
+struct Header {
+  std::size_t size = 0;
+  /// 0 when it is indefinite, which BER allows for constructed elements.
+  std::size_t length = 0;
+  bool isConstructed = false;
+  bool isIndefinite = false;
+};
+
+/// The header that `bytes` begin with; absent when it is malformed, its tag has several bytes, or
+/// its content would leave `bytes`.
+std::optional<Header> headerOf(Bytes bytes);
 
 /// One element inside bytes that somebody else owns.
 struct Element {
@@ -62,11 +70,5 @@ std::optional<Element> single(Bytes bytes, std::uint8_t tag);
 
 /// The dotted form of an object identifier's content; empty when it is malformed.
 std::string dotted(Bytes identifier);
-
-/// The first element of `bytes` with every indefinite length made definite and every octet string
-/// in pieces joined; what already has a definite length stays byte for byte, so order inside a SET
-/// is kept. Bytes behind the element are left out when they are zero. Fails with the offset at
-/// which the bytes are malformed or nested more than 64 deep.
-Result<Data> definiteForm(Bytes bytes);
 
 }  // namespace foundation::DER

@@ -9,11 +9,10 @@
 #include <openssl/core_names.h>
 #include <openssl/crypto.h>
 #include <openssl/ec.h>
-#include <openssl/evp.h>
 #include <openssl/hmac.h>
 #include <openssl/obj_mac.h>
 
-#include "foundation/base/Handle.h"
+#include "foundation/crypto/OpenSSL.h"
 
 namespace foundation {
 
@@ -141,15 +140,6 @@ class Signer {
   Number message_;
 };
 
-std::optional<std::string> encoded(const ECDSA_SIG* signature) {
-  unsigned char* bytes = nullptr;
-  const int size = i2d_ECDSA_SIG(signature, &bytes);
-  if (size <= 0) return std::nullopt;
-  std::string text(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
-  OPENSSL_free(bytes);
-  return text;
-}
-
 }  // namespace
 
 std::optional<std::string> deterministicSignature(const SHA256Digest& digest, EVP_PKEY* key) {
@@ -175,7 +165,10 @@ std::optional<std::string> deterministicSignature(const SHA256Digest& digest, EV
     if (!nonce) break;
     const bool isInRange = !BN_is_zero(nonce.get()) && BN_cmp(nonce.get(), signer.order()) < 0;
     if (isInRange) {
-      if (const auto signature = signer.sign(nonce.get())) return encoded(signature.get());
+      if (const auto signature = signer.sign(nonce.get())) {
+        auto bytes = encoded(signature.get(), i2d_ECDSA_SIG);
+        return bytes.empty() ? std::nullopt : std::optional(std::move(bytes));
+      }
     }
     nonces.skip();
   }

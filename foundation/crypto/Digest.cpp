@@ -2,17 +2,13 @@
 
 #include <string>
 
-#include <openssl/evp.h>
-
 #include "foundation/base/Assertion.h"
 #include "foundation/base/Error.h"
-#include "foundation/base/Handle.h"
+#include "foundation/crypto/OpenSSL.h"
 
 namespace foundation {
 
 namespace {
-
-using ContextHandle = Handle<EVP_MD_CTX, EVP_MD_CTX_free>;
 
 constexpr std::string_view kSource = "foundation/Digest.cpp";
 
@@ -75,7 +71,7 @@ MD5Digest md5(Bytes bytes) { return oneShot<MD5Digest>(md5Algorithm(), bytes); }
 
 struct Digest::State {
   const EVP_MD* algorithm = nullptr;
-  ContextHandle context{EVP_MD_CTX_new()};
+  DigestContextHandle context{EVP_MD_CTX_new()};
   bool finished = false;
 };
 

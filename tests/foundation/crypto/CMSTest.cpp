@@ -107,16 +107,6 @@ std::string indefinite(std::string_view elements, int depth) {
   return out;
 }
 
-TEST(CMSReading, IndefiniteLengthsPiecesAndTrailingZerosAreAccepted) {
-  const std::string message = messageBy(test::makeFamily());
-  EXPECT_EQ(problemOf(indefinite(message, 5) + std::string(9, '\0')), "");
-  const std::string pieces = std::string("\x30\x80\x24\x80\x04\x02", 6) + "ab" +
-                             std::string("\x24\x03\x04\x01", 4) + "c" + std::string(4, '\0');
-  const auto definite = DER::definiteForm(bytesOf(pieces));
-  ASSERT_TRUE(definite) << definite.error().localizedDescription();
-  EXPECT_EQ(definite->text(), DER::element(DER::kSequence, DER::element(DER::kOctetString, "abc")));
-}
-
 /// The message's signed attributes as they are signed: with the tag of a SET.
 std::string signedAttributes(std::string_view message) {
   DER::Reader content(DER::single(bytesOf(message), DER::kSequence)->content);
@@ -167,6 +157,62 @@ std::string withFields(std::string_view message,
                       type + DER::element(DER::kContext0, DER::element(DER::kSequence, all)));
 }
 
+/// Each in one SignerInfo's encoding, which `change` gets without its header.
+std::string withSigner(std::string_view message,
+                       const std::function<std::string(const std::string&)>& change) {
+  return withFields(message, [&](auto& fields) {
+    const auto set = DER::single(bytesOf(fields[4]), DER::kSet);
+    fields[4] = DER::element(DER::kSet, change(std::string(foundation::textOf(set->content))));
+  });
+}
+
+/// With the signature, the last field of the signer, as a constructed string of two pieces.
+std::string withSignatureInPieces(std::string_view message) {
+  return withSigner(message, [](const std::string& signer) {
+    std::string fields;
+    DER::Reader reader(DER::single(bytesOf(signer), DER::kSequence)->content);
+    std::string_view signature;
+    while (const auto field = reader.next()) {
+      if (reader.atEnd()) {
+        signature = foundation::textOf(field->content);
+      } else {
+        fields += foundation::textOf(field->whole);
+      }
+    }
+    const std::string pieces =
+        "\x24\x80" + DER::element(DER::kOctetString, signature.substr(0, 5)) +
+        DER::element(DER::kOctetString, signature.substr(5)) + std::string(2, '\0');
+    return DER::element(DER::kSequence, fields + pieces);
+  });
+}
+
+TEST(CMSReading, IndefiniteLengthsPiecesAndTrailingZerosAreAccepted) {
+  const std::string message = messageBy(test::makeFamily());
+  EXPECT_EQ(problemOf(indefinite(message, 5) + std::string(9, '\0')), "");
+  EXPECT_EQ(problemOf(withSignatureInPieces(message)), "");
+}
+
+/// With the tag of its outermost sequence in the form for numbers above 30.
+std::string withLongTag(const std::string& message) { return "\x3f\x10" + message.substr(1); }
+
+/// With its first signed attribute twice.
+std::string withRepeatedAttribute(std::string_view message) {
+  return withSigner(message, [](const std::string& signer) {
+    std::string fields;
+    DER::Reader reader(DER::single(bytesOf(signer), DER::kSequence)->content);
+    while (const auto field = reader.next()) {
+      if (field->tag != DER::kContext0) {
+        fields += foundation::textOf(field->whole);
+        continue;
+      }
+      const auto first = DER::Reader(field->content).next();
+      fields += DER::element(DER::kContext0, std::string(foundation::textOf(first->whole)) +
+                                                 std::string(foundation::textOf(field->content)));
+    }
+    return DER::element(DER::kSequence, fields);
+  });
+}
+
 TEST(CMSReading, FaultsAreNamed) {
   const auto family = test::makeFamily();
   const auto chain = chainOf(family);
@@ -180,12 +226,6 @@ TEST(CMSReading, FaultsAreNamed) {
     const std::string oid = DER::objectIdentifier(type);
     return text.replace(text.find(oid), oid.size(), DER::objectIdentifier(otherType));
   };
-  const auto signers = [&](const std::function<std::string(const std::string&)>& change) {
-    return withFields(good, [&](auto& fields) {
-      const auto set = DER::single(bytesOf(fields[4]), DER::kSet);
-      fields[4] = DER::element(DER::kSet, change(std::string(foundation::textOf(set->content))));
-    });
-  };
   const struct {
     const char* name;
     std::string message;
@@ -193,8 +233,19 @@ TEST(CMSReading, FaultsAreNamed) {
   } cases[] = {
       {"cut off", good.substr(0, good.size() - 1), "malformed encoding"},
       {"nested without end", nested, "malformed encoding"},
-      {"something behind it", good + "x", "malformed encoding"},
-      {"other type of message", withOther(good, "1.2.840.113549.1.7.2", "1.2.840.113549.1.7.3"),
+      {"something behind it", good + "x", "malformed encoding at byte"},
+      {"tag of two bytes", withLongTag(good), "malformed encoding of a tag"},
+      {"certificates in a primitive element",
+       withFields(good, [](auto& fields) { fields[3][0] = static_cast<char>(0x80); }),
+       "malformed encoding of a tag"},
+      {"digests in a primitive set", withFields(good, [](auto& fields) { fields[1][0] = 0x11; }),
+       "malformed encoding of a tag"},
+      {"too large", good + std::string(1 << 20, '\0'), "bytes are too many"},
+      {"too many certificates",
+       messageBy(family, std::vector<Certificate>(65, family.leaf.certificate())),
+       "certificates: more than 64"},
+      {"attribute twice", withRepeatedAttribute(good), "is repeated"},
+      {"other type of message", withOther(good, "1.2.840.113549.1.7.2", "1.2.840.113549.1.7.9"),
        "no signed data"},
       {"other content type", withOther(good, "1.2.840.113549.1.7.1", "1.2.840.113549.1.7.5"),
        "contentType attribute"},
@@ -210,12 +261,16 @@ TEST(CMSReading, FaultsAreNamed) {
       {"certificate cut off",
        withFields(good, [](auto& fields) { fields[3] = DER::element(DER::kContext0, "\x30"); }),
        "malformed encoding"},
-      {"two signers", signers([](const auto& one) { return one + one; }), "not exactly one signer"},
-      {"empty signer", signers([](const auto&) { return DER::element(DER::kSequence, ""); }),
-       "malformed signer"},
-      {"unknown digest", signers([&](const auto& one) {
-         return withOther(one, "2.16.840.1.101.3.4.2.1", "2.16.840.1.101.3.4.2.9");
-       }),
+      {"two signers", withSigner(good, [](const auto& one) { return one + one; }),
+       "not exactly one signer"},
+      {"empty signer",
+       withSigner(good, [](const auto&) { return DER::element(DER::kSequence, ""); }),
+       "malformed encoding"},
+      {"unknown digest",
+       withSigner(good,
+                  [&](const auto& one) {
+                    return withOther(one, "2.16.840.1.101.3.4.2.1", "2.16.840.1.101.3.4.2.9");
+                  }),
        "unsupported digest 2.16.840.1.101.3.4.2.9"},
       {"no root", messageBy(family, {chain[0], chain[1]}), "Test Root CA"},
   };
