@@ -33,7 +33,7 @@ std::string digestAlgorithm() {
   return sequence({DER::objectIdentifier(kSHA256OID), DER::element(DER::kNull, "")});
 }
 
-/// UTCTime until 2049, GeneralizedTime after it, as RFC 5652 asks for.
+/// UTCTime through 2049, GeneralizedTime after that (RFC 5652, 11.3).
 std::string encodedTime(Date time) {
   const auto day = std::chrono::floor<std::chrono::days>(time);
   const std::chrono::year_month_day date(day);
@@ -71,8 +71,8 @@ Result<std::string> signedAttributes(Bytes content, Date signingTime,
   return DER::setOf(std::move(all));
 }
 
-/// For curves that `deterministicSignature` does not know: where this OpenSSL can (3.2 and later),
-/// a nonce is derived from key and message too; before that it is random.
+/// For curves that `deterministicSignature` does not support. OpenSSL before 3.2 ignores this and
+/// uses a random nonce.
 void askForDeterministicNonce(EVP_PKEY_CTX* context) {
   constexpr const char* kNonceType = "nonce-type";
   const OSSL_PARAM* settable = EVP_PKEY_CTX_settable_params(context);
@@ -105,7 +105,7 @@ Result<std::string> signatureOver(std::string_view bytes, EVP_PKEY* key) {
   return signature;
 }
 
-/// Empty for a kind of key that code signatures do not use.
+/// Empty for a key that is neither RSA nor EC.
 std::string signatureAlgorithm(EVP_PKEY* key) {
   switch (EVP_PKEY_get_base_id(key)) {
     case EVP_PKEY_RSA:

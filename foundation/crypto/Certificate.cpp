@@ -12,7 +12,6 @@ namespace foundation {
 namespace {
 
 constexpr std::string_view kOIDEmailAddress = "1.2.840.113549.1.9.1";
-constexpr std::string_view kErrorDomain = "CertificateErrorDomain";
 
 std::string utf8Of(const ASN1_STRING* value) {
   unsigned char* converted = nullptr;
@@ -31,13 +30,14 @@ Result<Certificate> Certificate::fromDER(Bytes der) {
   const unsigned char* position = openSSLBytes(der);
   X509Handle native(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
   if (!native) {
-    return makeError(kErrorDomain, -1,
+    return makeError(kCertificateErrorDomain, kCertificateMalformed,
                      std::to_string(der.size()) +
                          " bytes are no X.509 certificate: " + OpenSSLErrorScope::reason());
   }
   const auto left = der.size() - static_cast<std::size_t>(position - openSSLBytes(der));
   if (left != 0) {
-    return makeError(kErrorDomain, -1, std::to_string(left) + " bytes follow the certificate");
+    return makeError(kCertificateErrorDomain, kCertificateMalformed,
+                     std::to_string(left) + " bytes follow the certificate");
   }
   Certificate certificate = adopt(native.release());
   certificate.der_ = Data::copyOf(der);
@@ -114,7 +114,7 @@ bool Certificate::isIssuedBy(const Certificate& issuer) const {
 
 bool Certificate::mayIssueAbove(std::size_t issuers) const {
   const OpenSSLErrorScope errors;
-  constexpr int kAuthority = 1;  // the others take old certificates without constraints for one
+  constexpr int kAuthority = 1;  // other values are old certificates without constraints
   if (X509_check_ca(native()) != kAuthority) return false;
   const long longest = X509_get_pathlen(native());
   return longest < 0 || issuers <= static_cast<std::size_t>(longest);

@@ -15,7 +15,7 @@ struct evp_pkey_st;
 
 namespace foundation {
 
-/// One part of a distinguished name: the attribute's OID in dotted form and its value as UTF-8.
+/// One attribute of a distinguished name: dotted OID and UTF-8 value.
 struct NamePart {
   std::string label;
   std::string value;
@@ -25,41 +25,45 @@ inline constexpr std::string_view kOIDCommonName = "2.5.4.3";
 inline constexpr std::string_view kOIDOrganizationName = "2.5.4.10";
 inline constexpr std::string_view kOIDOrganizationalUnitName = "2.5.4.11";
 
+inline constexpr std::string_view kCertificateErrorDomain = "CertificateErrorDomain";
+inline constexpr long kCertificateMalformed = -1;
+inline constexpr long kCertificateWithoutChain = -2;
+inline constexpr long kCertificateNotAdmitted = -3;
+
 /// An X.509 certificate (RFC 5280). Copies share it; safe to read from several threads.
 class Certificate {
  public:
-  /// Fails when the bytes are not exactly one DER certificate.
+  /// Fails unless the bytes are exactly one certificate.
   static Result<Certificate> fromDER(Bytes der);
-  /// Takes over a reference.
+  /// Takes ownership of a reference; `der` gives its encoding.
   static Certificate adopt(x509_st* native);
 
   [[nodiscard]] const Data& der() const { return der_; }
   [[nodiscard]] SHA1Digest sha1() const;
-  /// Subject name parts in the certificate's own order; ill-formed text is made UTF-8 lossily.
+  /// In the certificate's order; ill-formed text becomes replacement characters.
   [[nodiscard]] std::vector<NamePart> subject() const;
-  /// The first subject part with this OID; absent without one.
+  /// The first value with this OID.
   [[nodiscard]] std::optional<std::string> subjectValue(std::string_view oid) const;
-  /// The last common name of the subject, as the platform reads it; absent without one.
+  /// The last common name of the subject, as on the platform.
   [[nodiscard]] std::optional<std::string> commonName() const;
-  /// What people are shown: the common name, else the organisational unit, the organisation, an
-  /// e-mail address; absent when the subject has none of them.
+  /// The name to display: common name, else organisational unit, organisation or e-mail address.
   [[nodiscard]] std::optional<std::string> subjectSummary() const;
+  /// The epoch for a malformed date, which `isValidAt` counts as never valid.
   [[nodiscard]] Date notBefore() const;
   [[nodiscard]] Date notAfter() const;
   [[nodiscard]] bool isValidAt(Date date) const;
   [[nodiscard]] bool isSelfIssued() const;
-  /// True when `issuer`'s name and key identifier match and its key made this certificate's
-  /// signature.
+  /// Compares name and key identifier, and verifies the signature with the issuer's key.
   [[nodiscard]] bool isIssuedBy(const Certificate& issuer) const;
-  /// True for an authority (RFC 5280: CA:TRUE, and certSign where there is a key usage) whose path
-  /// length allows so many issuers between itself and a leaf.
+  /// True for an authority (RFC 5280: CA:TRUE, and keyCertSign if there is a key usage) whose path
+  /// length permits this many issuers between it and the leaf.
   [[nodiscard]] bool mayIssueAbove(std::size_t issuers) const;
-  /// The DER value of the extension with this dotted OID; absent without one.
+  /// The DER value of the extension with this dotted OID.
   [[nodiscard]] std::optional<Data> extensionValue(std::string_view oid) const;
-  /// The issuer's name on one line, for messages.
+  /// The issuer's whole name on one line, for messages.
   [[nodiscard]] std::string issuerText() const;
 
-  /// For the other files of this folder only.
+  /// For this folder only.
   [[nodiscard]] x509_st* native() const { return native_.get(); }
 
  private:
@@ -67,10 +71,10 @@ class Certificate {
   Data der_;
 };
 
-/// A private key, RSA or EC. It never leaves this object in readable form.
+/// A private key, RSA or EC, which is never exported.
 class PrivateKey {
  public:
-  /// Takes over a reference.
+  /// Takes ownership of a reference.
   static PrivateKey adopt(evp_pkey_st* native);
   [[nodiscard]] bool belongsTo(const Certificate& certificate) const;
   [[nodiscard]] evp_pkey_st* native() const { return native_.get(); }
@@ -79,7 +83,7 @@ class PrivateKey {
   std::shared_ptr<evp_pkey_st> native_;
 };
 
-/// A certificate together with its private key.
+/// A certificate and its private key.
 struct Identity {
   Certificate certificate;
   PrivateKey privateKey;

@@ -7,16 +7,17 @@ namespace foundation {
 
 namespace {
 
-/// A certificate on the way from the leaf upward, and which one it was reached from.
+/// A certificate on the way up from the leaf.
 struct Step {
   const Certificate* certificate = nullptr;
+  /// The step that it was reached from.
   std::size_t from = 0;
   /// Issuers between this one and the leaf.
   std::size_t below = 0;
 };
 
-/// Valid certificates first, the longest-lived of them foremost, so that a renewed issuer wins over
-/// the expired one of the same name and key.
+/// Valid certificates first, then by expiry date, latest first, so that a renewed issuer is
+/// preferred to the expired one with the same name and key.
 std::vector<const Certificate*> inOrderOfPreference(const std::vector<Certificate>& candidates) {
   const Date now = std::chrono::floor<Date::duration>(std::chrono::system_clock::now());
   std::vector<const Certificate*> order;
@@ -72,7 +73,7 @@ Result<std::vector<Certificate>> certificateChain(const Certificate& leaf,
     orphan = &current;
     isRefused = !issuers.empty();
   }
-  return makeError("CertificateErrorDomain", -2,
+  return makeError(kCertificateErrorDomain, kCertificateWithoutChain,
                    "the certificate \"" + orphan->subjectSummary().value_or("without a name") +
                        "\" was issued by \"" + orphan->issuerText() +
                        (isRefused ? "\", whose certificate may not issue it"

@@ -8,8 +8,8 @@
 
 #include "foundation/base/Bytes.h"
 
-/// The little of ASN.1's encoding rules (ITU-T X.690) that signatures need: tags of one byte.
-/// Encoded bytes are built in strings, since they are put together from pieces.
+/// The part of ASN.1's encoding rules (ITU-T X.690) that signatures need: only one-byte tags.
+/// Encoded bytes are strings, since they are concatenated.
 namespace foundation::DER {
 
 inline constexpr std::uint8_t kBoolean = 0x01;
@@ -24,26 +24,26 @@ inline constexpr std::uint8_t kSet = 0x31;
 /// Context-specific, constructed.
 inline constexpr std::uint8_t kContext0 = 0xa0;
 
-/// Tag, shortest length, content.
+/// With the shortest form of the length.
 std::string element(std::uint8_t tag, std::string_view content);
-/// A SET OF whole elements, put into the order that DER asks for.
+/// A SET OF these whole elements, sorted as DER requires.
 std::string setOf(std::vector<std::string> elements);
-/// From the dotted form; empty when that is malformed (fewer than two numbers, or one too large).
+/// A whole element from the dotted form; empty if that is malformed.
 std::string objectIdentifier(std::string_view dotted);
 
 struct Header {
   std::size_t size = 0;
-  /// 0 when it is indefinite, which BER allows for constructed elements.
+  /// 0 if indefinite, as BER allows for constructed elements.
   std::size_t length = 0;
   bool isConstructed = false;
   bool isIndefinite = false;
 };
 
-/// The header that `bytes` begin with; absent when it is malformed, its tag has several bytes, or
-/// its content would leave `bytes`.
+/// The header at the start of `bytes`; absent if it is malformed, has a tag of several bytes, or
+/// its content exceeds `bytes`.
 std::optional<Header> headerOf(Bytes bytes);
 
-/// One element inside bytes that somebody else owns.
+/// Points into bytes that somebody else owns.
 struct Element {
   std::uint8_t tag = 0;
   Bytes content;
@@ -51,24 +51,25 @@ struct Element {
   Bytes whole;
 };
 
-/// Walks over elements of definite length that follow each other.
+/// Iterates over consecutive elements of definite length.
 class Reader {
  public:
   explicit Reader(Bytes bytes) : rest_(bytes) {}
   [[nodiscard]] bool atEnd() const { return rest_.empty(); }
-  /// The next element; absent at the end, or when its header or content would leave the bytes.
+  /// Absent at the end, and, without advancing, if the element is malformed or truncated.
   std::optional<Element> next();
-  /// The next element when it has this tag; otherwise absent, and nothing is consumed.
+  /// The same for an element with this tag; absent, without advancing, if the tag differs.
   std::optional<Element> next(std::uint8_t tag);
 
  private:
   Bytes rest_;
 };
 
-/// The only element of `bytes`, which must have this tag and leave nothing behind it.
+/// The only element of `bytes`; absent if it has another tag or bytes follow it.
 std::optional<Element> single(Bytes bytes, std::uint8_t tag);
 
-/// The dotted form of an object identifier's content; empty when it is malformed.
+/// The dotted form of an object identifier's content; empty if it is malformed or longer than a few
+/// hundred bytes.
 std::string dotted(Bytes identifier);
 
 }  // namespace foundation::DER

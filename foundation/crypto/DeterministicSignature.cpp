@@ -25,11 +25,11 @@ using Point = Handle<EC_POINT, EC_POINT_free>;
 using SignatureHandle = Handle<ECDSA_SIG, ECDSA_SIG_free>;
 
 constexpr std::size_t kSize = 32;
-/// One attempt in 2^32 is of no use, so that more than a few mean that something is broken.
+/// One attempt in 2^32 fails, so more than a few mean that something is broken.
 constexpr int kMostAttempts = 16;
 using Block = std::array<unsigned char, kSize>;
 
-/// Wipes secrets when it goes.
+/// Wiped when destroyed.
 struct Secret {
   Block bytes{};
   ~Secret() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
@@ -65,13 +65,13 @@ class NonceGenerator {
     }
   }
 
-  /// The next number to try; empty when the crypto library fails.
+  /// The next candidate; null if OpenSSL fails.
   Number next() {
     isGood_ = isGood_ && hmac(value_.bytes.data(), kSize, value_.bytes);
     return isGood_ ? numberFrom(value_.bytes.data()) : nullptr;
   }
 
-  /// To be called when a number was of no use.
+  /// Rejects the last candidate.
   void skip() {
     std::array<unsigned char, kSize + 1> input{};
     std::copy(value_.bytes.begin(), value_.bytes.end(), input.begin());
@@ -95,7 +95,7 @@ class NonceGenerator {
   bool isGood_ = true;
 };
 
-/// One signature with a given nonce; empty when that gives none.
+/// Signs with a given nonce.
 class Signer {
  public:
   Signer(Number secret, Number message) : secret_(std::move(secret)), message_(std::move(message)) {
@@ -107,6 +107,7 @@ class Signer {
   }
   [[nodiscard]] const BIGNUM* order() const { return EC_GROUP_get0_order(group_.get()); }
 
+  /// Null for a nonce that gives no signature.
   SignatureHandle sign(BIGNUM* nonce) {
     BN_set_flags(nonce, BN_FLG_CONSTTIME);
     const Point point(EC_POINT_new(group_.get()));
@@ -125,7 +126,7 @@ class Signer {
         BN_mod_mul(s.get(), s.get(), inverse.get(), order(), context_.get()) == 1;
     if (!done || BN_is_zero(r.get()) || BN_is_zero(s.get())) return nullptr;
     SignatureHandle signature(ECDSA_SIG_new());
-    // Takes both numbers over.
+    // On success it owns both numbers.
     if (signature && ECDSA_SIG_set0(signature.get(), r.get(), s.get()) == 1) {
       static_cast<void>(r.release());
       static_cast<void>(s.release());

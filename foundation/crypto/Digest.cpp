@@ -12,8 +12,7 @@ namespace {
 
 constexpr std::string_view kSource = "foundation/Digest.cpp";
 
-/// Looked up once per algorithm and kept to the end of the process: a look-up costs more than
-/// hashing a page.
+/// Looked up once and never freed: a lookup costs more than hashing a page.
 const EVP_MD* fetched(const char* name) {
   if (const EVP_MD* algorithm = EVP_MD_fetch(nullptr, name, nullptr)) return algorithm;
   throw Exception("the system's crypto library offers no " + std::string(name) + " digest");

@@ -12,14 +12,15 @@ using SHA1Digest = std::array<std::byte, 20>;
 using SHA256Digest = std::array<std::byte, 32>;
 using MD5Digest = std::array<std::byte, 16>;
 
-/// One-shot digests, computed with the processor's own instructions where it has them.
+/// One-shot digests, using the processor's instructions where available. Like the constructor of
+/// `Digest`, they throw an `Exception` if OpenSSL does not offer the algorithm.
 SHA1Digest sha1(Bytes bytes);
 SHA256Digest sha256(Bytes bytes);
 MD5Digest md5(Bytes bytes);
 
 enum class DigestKind { sha1, sha256, sha384 };
 
-/// A digest fed in pieces. Not for several threads at once; may be used again after `reset`.
+/// An incremental digest. Not thread-safe.
 class Digest {
  public:
   explicit Digest(DigestKind kind);
@@ -29,8 +30,7 @@ class Digest {
 
   void reset();
   void update(Bytes bytes);
-  /// Writes the digest; `out` must hold `size()` bytes. The object must be reset before it is fed
-  /// again.
+  /// Writes `size()` bytes to `out`. Call `reset` before the next `update`.
   void finish(std::span<std::byte> out);
   [[nodiscard]] std::size_t size() const;
 

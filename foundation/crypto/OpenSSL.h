@@ -16,7 +16,7 @@
 #include "foundation/base/Handle.h"
 #include "foundation/base/Value.h"
 
-/// Owners for OpenSSL's objects; for the sources of this folder only.
+/// Handles and conversions for OpenSSL; for this folder only.
 namespace foundation {
 
 using BIOHandle = Handle<BIO, BIO_free_all>;
@@ -26,8 +26,8 @@ using ASN1ObjectHandle = Handle<ASN1_OBJECT, ASN1_OBJECT_free>;
 using DigestContextHandle = Handle<EVP_MD_CTX, EVP_MD_CTX_free>;
 using PKCS8Handle = Handle<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>;
 
-/// Takes back, at the end of its scope, whatever the calls inside it left in the thread's error
-/// queue: a stale entry would be taken for a failure of the next TLS read.
+/// On destruction, removes the errors that calls within its scope added to the thread's queue: the
+/// next TLS read would mistake a stale entry for its own failure.
 class OpenSSLErrorScope {
  public:
   OpenSSLErrorScope() { ERR_set_mark(); }
@@ -35,7 +35,7 @@ class OpenSSLErrorScope {
   OpenSSLErrorScope(const OpenSSLErrorScope&) = delete;
   OpenSSLErrorScope& operator=(const OpenSSLErrorScope&) = delete;
 
-  /// The library's words for the latest failure; "unknown reason" when it left none.
+  /// OpenSSL's text for the latest error; "unknown reason" if there is none.
   [[nodiscard]] static std::string reason() {
     const char* text = ERR_reason_error_string(ERR_peek_last_error());
     return text ? text : "unknown reason";
@@ -51,7 +51,7 @@ inline Bytes bytesOf(const ASN1_STRING* string) {
           static_cast<std::size_t>(ASN1_STRING_length(string))};
 }
 
-/// What one of the library's `i2d` functions makes of `native`; empty when it fails.
+/// `native` as encoded by this `i2d` function; empty if it fails.
 template <class Native, class Encode>
 std::string encoded(const Native* native, Encode encode) {
   unsigned char* bytes = nullptr;
@@ -62,7 +62,7 @@ std::string encoded(const Native* native, Encode encode) {
   return out;
 }
 
-/// The dotted form; empty for an identifier of more than some hundred bytes.
+/// Empty for an identifier of more than a few hundred bytes.
 inline std::string dotted(const ASN1_OBJECT* identifier) {
   const int size = OBJ_obj2txt(nullptr, 0, identifier, 1);
   if (size <= 0) return {};
@@ -72,14 +72,14 @@ inline std::string dotted(const ASN1_OBJECT* identifier) {
   return text;
 }
 
-/// Absent for a null pointer and for a malformed time.
+/// Absent for null and for a malformed time.
 inline std::optional<Date> dateOf(const ASN1_TIME* time) {
   std::tm parts{};
   if (!time || ASN1_TIME_to_tm(time, &parts) != 1) return std::nullopt;
   return Date(std::chrono::seconds(timegm(&parts)));
 }
 
-/// A reader of `bytes`, which must outlive it; empty when they are 2 GiB or more.
+/// Reads `bytes`, which must outlive it; null if they are 2 GiB or more.
 inline BIOHandle memoryReader(Bytes bytes) {
   if (bytes.size() > 0x7fffffff) return nullptr;
   return BIOHandle(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));

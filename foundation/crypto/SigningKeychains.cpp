@@ -15,7 +15,7 @@ std::string named(const Certificate& certificate) {
 }
 
 Error notUsed(const Certificate& certificate, const std::string& why) {
-  return makeError("CertificateErrorDomain", -3,
+  return makeError(kCertificateErrorDomain, kCertificateNotAdmitted,
                    "the profile's certificate " + named(certificate) + " is not used: " + why);
 }
 
@@ -23,19 +23,15 @@ Error notUsed(const Certificate& certificate, const std::string& why) {
 
 Result<SigningKeychains> SigningKeychains::open(const std::optional<std::filesystem::path>& path) {
   const Keychain defaults = Keychain::defaultSearchList();
-  SigningKeychains result;
-  result.name_ = "the default keychains";
-  result.keychain_ = defaults;
-  if (path) {
-    auto opened = Keychain::open(*path);
-    if (!opened) return opened.error();
-    result.name_ = path->string();
-    result.keychain_ = *std::move(opened);
-  }
-  result.issuers_ = result.keychain_.certificates();
-  const auto& more = defaults.certificates();
-  result.issuers_.insert(result.issuers_.end(), more.begin(), more.end());
-  return result;
+  const auto opened = path ? Keychain::open(*path) : defaults;
+  return opened.map([&](const Keychain& keychain) {
+    SigningKeychains result;
+    result.name_ = path ? path->string() : "the default keychains";
+    result.keychain_ = keychain;
+    result.issuers_ = keychain.certificates();
+    std::ranges::copy(defaults.certificates(), std::back_inserter(result.issuers_));
+    return result;
+  });
 }
 
 Result<> SigningKeychains::admits(const Certificate& certificate) const {
@@ -50,7 +46,7 @@ Result<> SigningKeychains::admits(const Certificate& certificate) const {
   }
   const auto chain = chainOf(certificate);
   if (!chain) return notUsed(certificate, chain.error().localizedDescription());
-  // A chain of one is a certificate that names itself as its issuer.
+  // A chain of one is a self-issued certificate.
   if (chain->size() == 1) return notUsed(certificate, "nobody issued it");
   return {};
 }
