@@ -16,8 +16,8 @@ void readCertificate(const foundation::Certificate& certificate) {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const fuzz::MemoryFile file(fuzz::bytesOf(data, size));
-  std::uint64_t rounds = foundation::KeyDerivationBudget::kMaximum;
-  const auto contents = foundation::readKeychainFile(file.path(), rounds);
+  std::uint64_t iterations = foundation::KeyDerivationBudget::kMaximum;
+  const auto contents = foundation::readKeychainFile(file.path(), iterations);
   if (!contents) return 0;
   for (const auto& certificate : contents->certificates) {
     readCertificate(certificate);

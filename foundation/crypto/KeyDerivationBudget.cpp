@@ -2,7 +2,6 @@
 
 #include <limits>
 
-#include "foundation/base/Format.h"
 #include "foundation/crypto/private/KeychainFiles.h"
 
 namespace foundation {
@@ -16,7 +15,7 @@ using ScryptHandle = Handle<SCRYPT_PARAMS, SCRYPT_PARAMS_free>;
 
 constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
 
-/// The greatest number for what is negative or above it.
+/// `kMost` for a negative or larger number.
 std::uint64_t numberOf(const ASN1_INTEGER* number) {
   std::uint64_t result = 0;
   return ASN1_INTEGER_get_uint64(&result, number) == 1 ? result : kMost;
@@ -32,7 +31,7 @@ Owner parameters(const X509_ALGOR* algorithm, const ASN1_ITEM* form) {
       static_cast<typename Owner::pointer>(ASN1_TYPE_unpack_sequence(form, algorithm->parameter)));
 }
 
-std::uint64_t roundsOfPBES2(const X509_ALGOR* algorithm) {
+std::uint64_t iterationsOfPBES2(const X509_ALGOR* algorithm) {
   const auto both = parameters<PBE2Handle>(algorithm, ASN1_ITEM_rptr(PBE2PARAM));
   if (!both) return 0;
   const int derivation = OBJ_obj2nid(both->keyfunc->algorithm);
@@ -47,36 +46,37 @@ std::uint64_t roundsOfPBES2(const X509_ALGOR* algorithm) {
                  numberOf(one->parallelizationParameter));
 }
 
-std::uint64_t roundsOf(const X509_ALGOR* algorithm) {
-  if (OBJ_obj2nid(algorithm->algorithm) == NID_pbes2) return roundsOfPBES2(algorithm);
-  // All the others have these; of an algorithm without a passphrase they mean nothing.
+std::uint64_t iterationsOf(const X509_ALGOR* algorithm) {
+  if (OBJ_obj2nid(algorithm->algorithm) == NID_pbes2) return iterationsOfPBES2(algorithm);
+  // The parameters of every other password-based scheme.
   const auto one = parameters<PBEHandle>(algorithm, ASN1_ITEM_rptr(PBEPARAM));
   return one ? numberOf(one->iter) : 0;
 }
 
 }  // namespace
 
-bool KeyDerivationBudget::add(const ASN1_INTEGER* rounds) { return addCount(numberOf(rounds)); }
+bool KeyDerivationBudget::charge(const ASN1_INTEGER* iterations) {
+  return chargeCount(numberOf(iterations));
+}
 
-bool KeyDerivationBudget::add(const X509_ALGOR* algorithm) { return addCount(roundsOf(algorithm)); }
+bool KeyDerivationBudget::charge(const X509_ALGOR* algorithm) {
+  return chargeCount(iterationsOf(algorithm));
+}
 
-bool KeyDerivationBudget::addCount(std::uint64_t rounds) {
-  if (rounds > kMaximum - sum_) {
-    error_ =
-        makeError(kKeychainErrorDomain, -1,
-                  format("asks for %llu rounds of encryption; at most %llu are done for one file",
-                         rounds, kMaximum));
+bool KeyDerivationBudget::chargeCount(std::uint64_t iterations) {
+  const std::string demand =
+      "asks for " + std::to_string(iterations) + " key derivation iterations";
+  if (iterations > kMaximum - sum_) {
+    error_ = keychainError(demand + "; at most " + std::to_string(kMaximum) +
+                           " are allowed for one file");
     return false;
   }
-  if (rounds > leftInRun_) {
-    error_ = makeError(
-        kKeychainErrorDomain, -1,
-        format("asks for %llu rounds of encryption, more than are left for all key files of a run",
-               rounds));
+  if (iterations > leftInRun_) {
+    error_ = keychainError(demand + ", more than are left for all key files of a run");
     return false;
   }
-  leftInRun_ -= rounds;
-  sum_ += rounds;
+  leftInRun_ -= iterations;
+  sum_ += iterations;
   return true;
 }
 

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 namespace {
 
 bool belongsInKeychainFolder(std::string_view name) {
-  // The last two are a Mac's own, to be told that they cannot be read.
+  // The last two are a Mac's own, listed so that the log says that they cannot be read.
   constexpr std::array<std::string_view, 8> kExtensions{"pem", "p12", "pfx",      "cer",
                                                         "der", "crt", "keychain", "keychain-db"};
   return std::ranges::find(kExtensions, lowercased(pathExtension(name))) != kExtensions.end();
@@ -29,7 +29,7 @@ bool belongsInKeychainFolder(std::string_view name) {
 /// Reads each file once.
 class FileReader {
  public:
-  explicit FileReader(std::uint64_t maximumRounds) : roundsLeft_(maximumRounds) {}
+  explicit FileReader(std::uint64_t maximumIterations) : iterationsLeft_(maximumIterations) {}
 
   Result<KeychainContents> read(const fs::path& path) {
     const std::scoped_lock lock(mutex_);
@@ -37,16 +37,16 @@ class FileReader {
     const fs::path resolved = fs::weakly_canonical(path, unresolved);
     const fs::path& key = unresolved ? path : resolved;
     if (const auto known = contents_.find(key); known != contents_.end()) return known->second;
-    return contents_.emplace(key, readKeychainFile(path, roundsLeft_)).first->second;
+    return contents_.emplace(key, readKeychainFile(path, iterationsLeft_)).first->second;
   }
 
  private:
   std::mutex mutex_;
   std::map<fs::path, Result<KeychainContents>> contents_;
-  std::uint64_t roundsLeft_;
+  std::uint64_t iterationsLeft_;
 };
 
-/// The reader of the session, while there is one.
+/// Present during a session.
 std::optional<FileReader>& sessionReader() {
   static std::optional<FileReader> reader;
   return reader;
@@ -79,14 +79,14 @@ std::vector<Certificate> eachOnce(std::vector<Certificate> certificates) {
   return unique;
 }
 
-constexpr std::uint64_t kMaximumRounds = KeychainSession::Options().maximumRounds;
+constexpr std::uint64_t kMaximumIterations = KeychainSession::Options().maximumIterations;
 
 }  // namespace
 
 KeychainSession::KeychainSession() : KeychainSession(Options()) {}
 
 KeychainSession::KeychainSession(const Options& options) : isOutermost_(!sessionReader()) {
-  if (isOutermost_) sessionReader().emplace(options.maximumRounds);
+  if (isOutermost_) sessionReader().emplace(options.maximumIterations);
 }
 
 KeychainSession::~KeychainSession() {
@@ -95,14 +95,15 @@ KeychainSession::~KeychainSession() {
 
 Result<Keychain> Keychain::open(const fs::path& path) {
   std::optional<FileReader> own;
-  FileReader& reader = sessionReader() ? *sessionReader() : own.emplace(kMaximumRounds);
+  FileReader& reader = sessionReader() ? *sessionReader() : own.emplace(kMaximumIterations);
   auto contents =
       FileManager::isDirectoryAtPath(path) ? readFolder(path, reader) : reader.read(path);
-  if (!contents) return contents.error();
-  Keychain keychain;
-  keychain.certificates_ = eachOnce(std::move(contents->certificates));
-  keychain.keys_ = std::move(contents->keys);
-  return keychain;
+  return std::move(contents).map([](KeychainContents all) {
+    Keychain keychain;
+    keychain.certificates_ = eachOnce(std::move(all.certificates));
+    keychain.keys_ = std::move(all.keys);
+    return keychain;
+  });
 }
 
 Keychain Keychain::defaultSearchList() {

@@ -11,28 +11,27 @@
 
 namespace foundation {
 
-/// Keys and certificates of a user.
+/// A user's keys and certificates.
 ///
 /// A keychain is a PEM file (any number of keys and certificates), a PKCS #12 file, or a folder of
-/// such files (`.pem`, `.p12`, `.pfx`, and certificates in `.cer`, `.der`, `.crt`; taken by name).
-/// The passphrase of a PKCS #12 file, or of an encrypted key, is the first line of the file beside
-/// it with
-/// ".password" added to its name; without that file none and the empty one are tried. A key or
-/// passphrase file that others can read is used, with one system-log warning. Passphrases never
-/// reach a message.
+/// such files (`.pem`, `.p12`, `.pfx`, and certificates in `.cer`, `.der`, `.crt`, selected by
+/// extension). The passphrase of a PKCS #12 file or an encrypted key is the first line of the file
+/// beside it with ".password" appended to the name. Without one, a PKCS #12 file is opened with no
+/// passphrase or an empty one. A key or passphrase file that others can read is used, with one
+/// system-log warning. Passphrases never appear in messages.
 class Keychain {
  public:
-  /// Fails with the path when nothing is there or it cannot be read. In a folder, files that cannot
-  /// be read are passed over with one system-log line each.
+  /// Fails with the path if it does not exist or cannot be read. Unreadable files in a folder are
+  /// skipped with one system-log line each.
   static Result<Keychain> open(const std::filesystem::path& path);
-  /// The user's folder ~/Library/Keychains; empty when it does not exist.
+  /// The user's folder ~/Library/Keychains; empty if there is none.
   static Keychain defaultSearchList();
 
-  /// The identity of this certificate: present when one of the private keys belongs to its public
-  /// key, whether or not the certificate itself is in the keychain.
+  /// Present if one of the private keys belongs to the certificate, which need not be in the
+  /// keychain itself.
   [[nodiscard]] std::optional<Identity> identityForCertificate(
       const Certificate& certificate) const;
-  /// Every certificate here whose private key is here too, each certificate once.
+  /// Every certificate whose private key is also here, without duplicates.
   [[nodiscard]] std::vector<Identity> identities() const;
   [[nodiscard]] const std::vector<Certificate>& certificates() const { return certificates_; }
   [[nodiscard]] const std::vector<PrivateKey>& privateKeys() const { return keys_; }
@@ -42,16 +41,16 @@ class Keychain {
   std::vector<PrivateKey> keys_;
 };
 
-/// While it lives, each key file is read once, whatever became of it, and again only by a later
-/// session; what the passphrases of all files take together is bounded. For the length of a run: a
-/// passphrase may take a second to become a key, and untrusted input may say how often the keychain
-/// is asked. Without one every `open` reads anew. The outermost of several counts. Safe from any
-/// thread, but begun and ended while no other one uses keychains.
+/// While it lives, each key file is read only once, successfully or not, and the key derivation of
+/// all files together is bounded. Meant for a whole run: deriving a key from a passphrase may take
+/// a second, and untrusted input may decide how often the keychain is opened. Without a session,
+/// every `open` reads the files again. Nested sessions have no effect. Keychains may be opened on
+/// any thread, but not while a session begins or ends.
 class KeychainSession {
  public:
   struct Options {
-    /// Rounds of encryption that the files may ask for together.
-    std::uint64_t maximumRounds = 50'000'000;
+    /// Of key derivation, for all files together.
+    std::uint64_t maximumIterations = 50'000'000;
   };
   KeychainSession();
   explicit KeychainSession(const Options& options);

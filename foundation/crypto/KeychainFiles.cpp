@@ -28,7 +28,7 @@ struct Block {
   std::string_view text;
 };
 
-/// Takes the next block off `rest`; one without an end reaches to the end of the text.
+/// Takes the next block off `rest`; an unterminated block extends to the end of the text.
 std::optional<Block> takeBlock(std::string_view& rest) {
   const auto start = rest.find(kBlockStart);
   if (start == rest.npos) return std::nullopt;
@@ -43,7 +43,7 @@ std::optional<Block> takeBlock(std::string_view& rest) {
   return Block{label, text};
 }
 
-/// Answers the library's question for a passphrase; never asks on the terminal.
+/// OpenSSL's passphrase callback; never prompts on the terminal.
 int givePassphrase(char* out, int size, int /*forWriting*/, void* context) {
   const auto* passphrase = static_cast<const std::optional<Passphrase>*>(context);
   if (!*passphrase) return 0;
@@ -55,8 +55,7 @@ int givePassphrase(char* out, int size, int /*forWriting*/, void* context) {
 }
 
 Error blockError(const Block& block, std::size_t number, std::string_view problem) {
-  return makeError(kKeychainErrorDomain, -1,
-                   "block " + std::to_string(number) + " (" + std::string(block.label) + ") " +
+  return keychainError("block " + std::to_string(number) + " (" + std::string(block.label) + ") " +
                        std::string(problem));
 }
 
@@ -74,7 +73,7 @@ bool isEncrypted(const Block& block) {
          block.text.find("Proc-Type: 4,ENCRYPTED") != block.text.npos;
 }
 
-/// A key lives in the library that decoded it; everything else works in the default one.
+/// A key belongs to the library context that decoded it; the rest of the program uses the default.
 EVP_PKEY* inDefaultLibrary(const EVP_PKEY* key) {
   const PKCS8Handle encoded(EVP_PKEY2PKCS8(key));
   return encoded ? EVP_PKCS82PKEY(encoded.get()) : nullptr;
@@ -82,8 +81,8 @@ EVP_PKEY* inDefaultLibrary(const EVP_PKEY* key) {
 
 void freePEM(void* part) { OPENSSL_free(part); }
 
-/// False when the key in the block takes too many rounds, whatever its label says of it.
-bool addRounds(const Block& block, KeyDerivationBudget& rounds) {
+/// Charges the key in the block, whatever its label says; false if that exceeds the budget.
+bool isAffordable(const Block& block, KeyDerivationBudget& budget) {
   const BIOHandle reader = memoryReader(bytesOf(block.text));
   char* name = nullptr;
   char* header = nullptr;
@@ -98,11 +97,11 @@ bool addRounds(const Block& block, KeyDerivationBudget& rounds) {
   if (!key) return true;
   const X509_ALGOR* algorithm = nullptr;
   X509_SIG_get0(key.get(), &algorithm, nullptr);
-  return rounds.add(algorithm);
+  return budget.charge(algorithm);
 }
 
 Result<> addBlock(const Block& block, std::size_t number,
-                  const std::optional<Passphrase>& passphrase, KeyDerivationBudget& rounds,
+                  const std::optional<Passphrase>& passphrase, KeyDerivationBudget& budget,
                   KeychainContents& contents) {
   const BIOHandle reader = memoryReader(bytesOf(block.text));
   void* context = const_cast<std::optional<Passphrase>*>(&passphrase);
@@ -111,8 +110,8 @@ Result<> addBlock(const Block& block, std::size_t number,
     if (!certificate) return blockError(block, number, withReason("is no certificate"));
     contents.certificates.push_back(Certificate::adopt(certificate));
   } else if (block.label.ends_with("PRIVATE KEY")) {
-    if (!addRounds(block, rounds)) {
-      return blockError(block, number, rounds.error()->localizedDescription());
+    if (!isAffordable(block, budget)) {
+      return blockError(block, number, budget.error()->localizedDescription());
     }
     const PKeyHandle decoded(PEM_read_bio_PrivateKey_ex(reader.get(), nullptr, givePassphrase,
                                                         context, legacyLibrary(), nullptr));
@@ -143,9 +142,8 @@ Result<Data> boundedContents(const fs::path& path) {
   std::error_code failure;
   const auto size = fs::file_size(path, failure);
   if (!failure && size > kMaximumKeychainFileSize) {
-    return makeError(
-        kKeychainErrorDomain, -1,
-        path.string() + ": " + std::to_string(size) + " bytes are too many for a key file");
+    return keychainError(path.string() + ": " + std::to_string(size) +
+                         " bytes are too many for a key file");
   }
   return FileManager::contentsOfFile(path);
 }
@@ -154,25 +152,16 @@ Result<Data> boundedContents(const fs::path& path) {
 Result<std::optional<Passphrase>> passphraseFor(const fs::path& path) {
   const fs::path file = path.string() + ".password";
   if (!FileManager::fileExistsAtPath(file)) return std::optional<Passphrase>();
-  const auto contents = boundedContents(file);
-  if (!contents) return contents.error();
-  warnIfReadableByOthers(file, "a passphrase");
-  std::string_view line = contents->text();
-  line = line.substr(0, line.find('\n'));
-  if (line.ends_with('\r')) line.remove_suffix(1);
-  return std::optional<Passphrase>(std::in_place, std::string(line));
+  return boundedContents(file).map([&](const Data& contents) {
+    warnIfReadableByOthers(file, "a passphrase");
+    std::string_view line = contents.text();
+    line = line.substr(0, line.find('\n'));
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    return std::optional<Passphrase>(std::in_place, std::string(line));
+  });
 }
 
-Result<KeychainContents> certificateOnly(Bytes der) {
-  auto certificate = Certificate::fromDER(der);
-  if (!certificate) return certificate.error();
-  KeychainContents contents;
-  contents.certificates.push_back(*std::move(certificate));
-  return contents;
-}
-
-/// True for the outermost tag and the long length of a DER or BER structure; a PEM text that begins
-/// with a "0" goes on in ASCII.
+/// A SEQUENCE with a long or indefinite length. A PEM text may begin with "0" too, but is ASCII.
 bool beginsAsDER(std::string_view text) {
   return text.size() >= 2 && text[0] == 0x30 && (static_cast<unsigned char>(text[1]) & 0x80) != 0;
 }
@@ -182,71 +171,69 @@ bool isMacKeychain(std::string_view text) {
   return text.starts_with("kych") || text.starts_with("SQLite format 3");
 }
 
-/// By content, since people name these files freely.
+/// Ignores the file's name: extensions are often wrong.
 Result<KeychainContents> parsed(const Data& data, const std::optional<Passphrase>& passphrase,
-                                std::uint64_t& roundsLeft) {
+                                std::uint64_t& iterationsLeft) {
   if (beginsAsDER(data.text())) {
-    if (auto certificate = certificateOnly(data.bytes())) return certificate;
-    return readPKCS12(data.bytes(), passphrase, roundsLeft);
+    if (auto certificate = Certificate::fromDER(data.bytes())) {
+      return KeychainContents{{*std::move(certificate)}, {}};
+    }
+    return readPKCS12(data.bytes(), passphrase, iterationsLeft);
   }
   if (data.text().find(kBlockStart) != std::string_view::npos) {
-    return readPEM(data.text(), passphrase, roundsLeft);
+    return readPEM(data.text(), passphrase, iterationsLeft);
   }
   if (isMacKeychain(data.text())) {
-    return makeError(kKeychainErrorDomain, -1,
-                     "a Mac's own keychain file, which cannot be read here: export the identity "
-                     "from it as a .p12 file");
+    return keychainError(
+        "a Mac's own keychain file, which cannot be read here: export the identity from it as a "
+        ".p12 file");
   }
-  return makeError(kKeychainErrorDomain, -1,
-                   "neither a PEM text, nor a PKCS #12 file, nor a certificate");
+  return keychainError("neither a PEM text, nor a PKCS #12 file, nor a certificate");
 }
 
 }  // namespace
 
 Error lockedError(const std::optional<Passphrase>& passphrase) {
   if (!passphrase) {
-    return makeError(kKeychainErrorDomain, -1,
-                     "cannot be opened without a passphrase: there is no .password file beside it");
+    return keychainError(
+        "cannot be opened without a passphrase: there is no .password file beside it");
   }
   std::string problem = "wrong passphrase";
-  // A wrong one leaves no error, or bad padding; now and then the padding is right by chance.
+  // A wrong passphrase leaves no error or bad padding; by chance the padding may also be valid.
   const unsigned long code = ERR_peek_last_error();
   const int reason = ERR_GET_REASON(code);
   const bool isPadding =
       (ERR_GET_LIB(code) == ERR_LIB_PKCS12 && reason == PKCS12_R_PKCS12_CIPHERFINAL_ERROR) ||
       (ERR_GET_LIB(code) == ERR_LIB_PEM && reason == PEM_R_BAD_DECRYPT);
   if (code != 0 && !isPadding) problem += ", or " + OpenSSLErrorScope::reason();
-  return makeError(
-      kKeychainErrorDomain, -1,
-      "cannot be opened with the passphrase in the .password file beside it: " + problem);
+  return keychainError("cannot be opened with the passphrase in the .password file beside it: " +
+                       problem);
 }
 
 Passphrase::~Passphrase() { OPENSSL_cleanse(text_.data(), text_.size()); }
 
 Result<KeychainContents> readPEM(std::string_view text, const std::optional<Passphrase>& passphrase,
-                                 std::uint64_t& roundsLeft) {
+                                 std::uint64_t& iterationsLeft) {
   const OpenSSLErrorScope errors;
   KeychainContents contents;
-  KeyDerivationBudget rounds(roundsLeft);
+  KeyDerivationBudget budget(iterationsLeft);
   std::size_t number = 0;
   while (const auto block = takeBlock(text)) {
-    const auto added = addBlock(*block, ++number, passphrase, rounds, contents);
+    const auto added = addBlock(*block, ++number, passphrase, budget, contents);
     if (!added) return added.error();
   }
   return contents;
 }
 
-Result<KeychainContents> readKeychainFile(const fs::path& path, std::uint64_t& roundsLeft) {
+Result<KeychainContents> readKeychainFile(const fs::path& path, std::uint64_t& iterationsLeft) {
   const auto data = boundedContents(path);
   if (!data) return data.error();
   const auto passphrase = passphraseFor(path);
   if (!passphrase) return passphrase.error();
-  auto contents = parsed(*data, *passphrase, roundsLeft);
-  if (!contents) {
-    return makeError(kKeychainErrorDomain, -1,
-                     path.string() + ": " + contents.error().localizedDescription());
-  }
-  if (!contents->keys.empty()) warnIfReadableByOthers(path, "a private key");
+  auto contents = parsed(*data, *passphrase, iterationsLeft).mapError([&](const Error& error) {
+    return keychainError(path.string() + ": " + error.localizedDescription());
+  });
+  if (contents && !contents->keys.empty()) warnIfReadableByOthers(path, "a private key");
   return contents;
 }
 

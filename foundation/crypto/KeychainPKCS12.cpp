@@ -18,10 +18,10 @@ void freeBags(STACK_OF(PKCS12_SAFEBAG) * bags) {
 using ContentsHandle = Handle<STACK_OF(PKCS7), freeContents>;
 using BagsHandle = Handle<STACK_OF(PKCS12_SAFEBAG), freeBags>;
 
-/// Bags may hold bags; no writer nests them deeper than this.
+/// Bags may contain bags; no known writer nests them deeper.
 constexpr int kMaximumNesting = 8;
 
-/// A passphrase as the library takes it: a null pointer is "none", which is not an empty one.
+/// To OpenSSL, a null pointer is no passphrase, which differs from an empty one.
 struct PassphraseView {
   const char* text = nullptr;
   int size = 0;
@@ -33,11 +33,10 @@ PassphraseView viewOf(const Passphrase& passphrase) {
 
 class BagReader {
  public:
-  BagReader(PassphraseView passphrase, KeyDerivationBudget& rounds)
-      : passphrase_(passphrase), rounds_(rounds) {}
+  BagReader(PassphraseView passphrase, KeyDerivationBudget& budget)
+      : passphrase_(passphrase), budget_(budget) {}
 
-  /// False, with the library's error left in the queue or one in the rounds, when any bag cannot be
-  /// read.
+  /// False if any bag cannot be read; the reason is in the budget or in OpenSSL's error queue.
   bool read(const STACK_OF(PKCS12_SAFEBAG) * bags, int depth);
   KeychainContents contents;
 
@@ -48,7 +47,7 @@ class BagReader {
   bool addCertificate(const PKCS12_SAFEBAG* bag);
 
   PassphraseView passphrase_;
-  KeyDerivationBudget& rounds_;
+  KeyDerivationBudget& budget_;
 };
 
 bool BagReader::read(const STACK_OF(PKCS12_SAFEBAG) * bags, int depth) {
@@ -83,7 +82,7 @@ bool BagReader::addKey(const PKCS8_PRIV_KEY_INFO* encoded) {
 bool BagReader::addEncryptedKey(const PKCS12_SAFEBAG* bag) {
   const X509_ALGOR* algorithm = nullptr;
   X509_SIG_get0(PKCS12_SAFEBAG_get0_pkcs8(bag), &algorithm, nullptr);
-  if (!rounds_.add(algorithm)) return false;
+  if (!budget_.charge(algorithm)) return false;
   const PKCS8Handle encoded(
       PKCS12_decrypt_skey_ex(bag, passphrase_.text, passphrase_.size, legacyLibrary(), nullptr));
   return addKey(encoded.get());
@@ -95,33 +94,33 @@ bool BagReader::addCertificate(const PKCS12_SAFEBAG* bag) {
   return certificate != nullptr;
 }
 
-/// The bags of one content: plain, or encrypted with the passphrase. Empty for a damaged one.
-BagsHandle bagsOf(PKCS7* content, PassphraseView passphrase, KeyDerivationBudget& rounds) {
+/// The bags of plain or encrypted content; null if they cannot be read.
+BagsHandle bagsOf(PKCS7* content, PassphraseView passphrase, KeyDerivationBudget& budget) {
   if (PKCS7_type_is_data(content)) return BagsHandle(PKCS12_unpack_p7data(content));
   if (!PKCS7_type_is_encrypted(content)) return nullptr;
   const PKCS7_ENCRYPT* encrypted = content->d.encrypted;
-  if (!encrypted || !rounds.add(encrypted->enc_data->algorithm)) return nullptr;
+  if (!encrypted || !budget.charge(encrypted->enc_data->algorithm)) return nullptr;
   return BagsHandle(PKCS12_unpack_p7encdata(content, passphrase.text, passphrase.size));
 }
 
-bool isWhole(PKCS12* file, PassphraseView passphrase, KeyDerivationBudget& rounds) {
+bool isWhole(PKCS12* file, PassphraseView passphrase, KeyDerivationBudget& budget) {
   if (!PKCS12_mac_present(file)) return true;
   const ASN1_INTEGER* iterations = nullptr;
   PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, file);
-  // An absent number stands for one.
-  if (iterations && !rounds.add(iterations)) return false;
+  // Absent means one iteration.
+  if (iterations && !budget.charge(iterations)) return false;
   return PKCS12_verify_mac(file, passphrase.text, passphrase.size) == 1;
 }
 
-/// Absent when the passphrase is not the right one, the file is damaged, or has too many rounds.
+/// Absent for a wrong passphrase, a damaged file, or an exceeded budget.
 std::optional<KeychainContents> unlocked(PKCS12* file, PassphraseView passphrase,
-                                         KeyDerivationBudget& rounds) {
-  if (!isWhole(file, passphrase, rounds)) return std::nullopt;
+                                         KeyDerivationBudget& budget) {
+  if (!isWhole(file, passphrase, budget)) return std::nullopt;
   const ContentsHandle contents(PKCS12_unpack_authsafes(file));
   if (!contents) return std::nullopt;
-  BagReader reader(passphrase, rounds);
+  BagReader reader(passphrase, budget);
   for (int i = 0; i < sk_PKCS7_num(contents.get()); ++i) {
-    const BagsHandle bags = bagsOf(sk_PKCS7_value(contents.get(), i), passphrase, rounds);
+    const BagsHandle bags = bagsOf(sk_PKCS7_value(contents.get(), i), passphrase, budget);
     if (!bags || !reader.read(bags.get(), 0)) return std::nullopt;
   }
   return std::move(reader.contents);
@@ -129,7 +128,7 @@ std::optional<KeychainContents> unlocked(PKCS12* file, PassphraseView passphrase
 
 PKCS12Handle decoded(Bytes bytes) {
   const unsigned char* position = openSSLBytes(bytes);
-  // The object made here hands its library on to everything that is decrypted in it.
+  // Whatever is decrypted in this object uses its library context.
   PKCS12* file = PKCS12_init_ex(NID_pkcs7_data, legacyLibrary(), nullptr);
   if (!d2i_PKCS12(&file, &position, static_cast<long>(bytes.size()))) {
     PKCS12_free(file);
@@ -151,19 +150,18 @@ OSSL_LIB_CTX* legacyLibrary() {
 }
 
 Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>& passphrase,
-                                    std::uint64_t& roundsLeft) {
+                                    std::uint64_t& iterationsLeft) {
   const OpenSSLErrorScope errors;
   const PKCS12Handle file = decoded(bytes);
   if (!file) {
-    return makeError(kKeychainErrorDomain, -1,
-                     "not a PKCS #12 file: " + OpenSSLErrorScope::reason());
+    return keychainError("not a PKCS #12 file: " + OpenSSLErrorScope::reason());
   }
   std::vector<PassphraseView> tries{{}, {"", 0}};
   if (passphrase) tries = {viewOf(*passphrase)};
   for (const PassphraseView tried : tries) {
-    KeyDerivationBudget rounds(roundsLeft);
-    if (auto contents = unlocked(file.get(), tried, rounds)) return *std::move(contents);
-    if (rounds.error()) return *rounds.error();
+    KeyDerivationBudget budget(iterationsLeft);
+    if (auto contents = unlocked(file.get(), tried, budget)) return *std::move(contents);
+    if (budget.error()) return *budget.error();
   }
   return lockedError(passphrase);
 }

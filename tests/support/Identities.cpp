@@ -312,12 +312,12 @@ namespace {
 
 using AlgorithmHandle = Handle<X509_ALGOR, X509_ALGOR_free>;
 
-AlgorithmHandle slowAlgorithm(SlowPart part, std::uint64_t rounds) {
+AlgorithmHandle slowAlgorithm(SlowPart part, std::uint64_t iterations) {
   unsigned char salt[8] = {};
-  const int count = static_cast<int>(rounds);
+  const int count = static_cast<int>(iterations);
   if (part == SlowPart::keyByScrypt) {
     return AlgorithmHandle(PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), salt, sizeof salt, nullptr,
-                                                 4096, 1, rounds / 4096));
+                                                 4096, 1, iterations / 4096));
   }
   if (part == SlowPart::keyInPEM) {
     return AlgorithmHandle(
@@ -331,22 +331,22 @@ AlgorithmHandle slowAlgorithm(SlowPart part, std::uint64_t rounds) {
 constexpr std::array<unsigned char, 160> kZeros{};
 
 /// An encrypted key of zero bytes.
-X509_SIG* slowKey(SlowPart part, std::uint64_t rounds) {
+X509_SIG* slowKey(SlowPart part, std::uint64_t iterations) {
   X509_SIG* key = X509_SIG_new();
   X509_ALGOR* algorithm = nullptr;
   ASN1_OCTET_STRING* content = nullptr;
   X509_SIG_getm(key, &algorithm, &content);
-  const AlgorithmHandle made = slowAlgorithm(part, rounds);
+  const AlgorithmHandle made = slowAlgorithm(part, iterations);
   require(made && X509_ALGOR_copy(algorithm, made.get()) == 1, "slow algorithm");
   ASN1_OCTET_STRING_set(content, kZeros.data(), kZeros.size());
   return key;
 }
 
-PKCS7* slowContents(std::uint64_t rounds) {
+PKCS7* slowContents(std::uint64_t iterations) {
   PKCS7* content = PKCS7_new();
   PKCS7_set_type(content, NID_pkcs7_encrypted);
   PKCS7_ENC_CONTENT* encrypted = content->d.encrypted->enc_data;
-  X509_ALGOR_copy(encrypted->algorithm, slowAlgorithm(SlowPart::contents, rounds).get());
+  X509_ALGOR_copy(encrypted->algorithm, slowAlgorithm(SlowPart::contents, iterations).get());
   encrypted->enc_data = ASN1_OCTET_STRING_new();
   ASN1_OCTET_STRING_set(encrypted->enc_data, kZeros.data(), kZeros.size());
   return content;
@@ -354,25 +354,25 @@ PKCS7* slowContents(std::uint64_t rounds) {
 
 }  // namespace
 
-std::string makeSlowKeyFile(SlowPart part, std::uint64_t rounds) {
+std::string makeSlowKeyFile(SlowPart part, std::uint64_t iterations) {
   const BIOHandle buffer = memoryBuffer();
   if (part == SlowPart::keyInPEM) {
-    const Handle<X509_SIG, X509_SIG_free> key(slowKey(part, rounds));
+    const Handle<X509_SIG, X509_SIG_free> key(slowKey(part, iterations));
     require(PEM_write_bio_PKCS8(buffer.get(), key.get()) == 1, "slow key");
     return contentsOf(buffer);
   }
   STACK_OF(PKCS7)* contents = sk_PKCS7_new_null();
-  if (part == SlowPart::contents) sk_PKCS7_push(contents, slowContents(rounds));
+  if (part == SlowPart::contents) sk_PKCS7_push(contents, slowContents(iterations));
   if (part == SlowPart::key || part == SlowPart::keyByScrypt) {
     STACK_OF(PKCS12_SAFEBAG)* bags = sk_PKCS12_SAFEBAG_new_null();
-    sk_PKCS12_SAFEBAG_push(bags, PKCS12_SAFEBAG_create0_pkcs8(slowKey(part, rounds)));
+    sk_PKCS12_SAFEBAG_push(bags, PKCS12_SAFEBAG_create0_pkcs8(slowKey(part, iterations)));
     require(PKCS12_add_safe(&contents, bags, -1, 0, nullptr) == 1, "slow bag");
     sk_PKCS12_SAFEBAG_pop_free(bags, PKCS12_SAFEBAG_free);
   }
   const Handle<PKCS12, PKCS12_free> file(PKCS12_add_safes(contents, 0));
   sk_PKCS7_pop_free(contents, PKCS7_free);
   if (part == SlowPart::integrityCheck) {
-    PKCS12_setup_mac(file.get(), static_cast<int>(rounds), nullptr, 160, EVP_sha1());
+    PKCS12_setup_mac(file.get(), static_cast<int>(iterations), nullptr, 160, EVP_sha1());
   }
   require(i2d_PKCS12_bio(buffer.get(), file.get()) == 1, "slow PKCS #12");
   return contentsOf(buffer);

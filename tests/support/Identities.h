@@ -111,11 +111,10 @@ foundation::Data makePKCS12(const MadeIdentity& identity,
                             const std::vector<MadeIdentity>& others = {},
                             const PKCS12Options& options = {});
 
-/// What asks for rounds of encryption in a key file.
+/// The part of a key file that asks for key derivation.
 enum class SlowPart { integrityCheck, contents, key, keyByScrypt, keyInPEM };
-/// A key file without a readable key, of which one part asks for `rounds`, and nothing else for
-/// any.
-std::string makeSlowKeyFile(SlowPart part, std::uint64_t rounds);
+/// A key file without a readable key, of which only this part asks for `iterations`.
+std::string makeSlowKeyFile(SlowPart part, std::uint64_t iterations);
 
 /// What a provisioning profile says. Every member can be changed in `dictionary()` afterwards.
 struct ProfileOptions {

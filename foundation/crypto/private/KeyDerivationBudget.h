@@ -7,28 +7,27 @@
 
 namespace foundation {
 
-/// Adds up the rounds that the encryption in one key file asks for before its passphrases become
-/// keys. A file may ask for any number, for each thing in it anew, which would take hours; and a
-/// folder may hold any number of such files.
+/// Limits the iterations of key derivation for one key file and for a whole run. A file may ask for
+/// any number, separately for each item in it, which could take hours.
 class KeyDerivationBudget {
  public:
-  /// Some seconds of work. The files of today ask for a million and less.
+  /// For one file: a few seconds of work. Real files ask for a million at most.
   static constexpr std::uint64_t kMaximum = 10'000'000;
 
-  /// What is added here is taken off `leftInRun`, which outlives this.
+  /// Also charges `leftInRun`, which must outlive this object.
   explicit KeyDerivationBudget(std::uint64_t& leftInRun) : leftInRun_(leftInRun) {}
 
-  /// False when it is one of too many.
-  bool add(const ASN1_INTEGER* rounds);
-  /// The same for encryption by passphrase (RFC 8018, with scrypt of RFC 7914, and the older ones
-  /// of RFC 7292). Other algorithms, and ones that cannot be read, take no rounds.
-  bool add(const X509_ALGOR* algorithm);
+  /// False, with `error` set, if that many iterations exceed a limit; then nothing is charged.
+  bool charge(const ASN1_INTEGER* iterations);
+  /// The same for password-based encryption (RFC 8018, scrypt of RFC 7914, and the older schemes of
+  /// RFC 7292). Other algorithms, and malformed ones, cost nothing.
+  bool charge(const X509_ALGOR* algorithm);
 
-  /// Present once something was not added.
+  /// Present once a charge was refused.
   [[nodiscard]] const std::optional<Error>& error() const { return error_; }
 
  private:
-  bool addCount(std::uint64_t rounds);
+  bool chargeCount(std::uint64_t iterations);
 
   std::uint64_t& leftInRun_;
   std::uint64_t sum_ = 0;

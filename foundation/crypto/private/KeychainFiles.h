@@ -10,21 +10,23 @@
 
 struct ossl_lib_ctx_st;
 
-/// The kinds of file that a keychain is made of; for the sources of this folder only.
+/// The files that make up a keychain.
 namespace foundation {
 
-inline constexpr std::string_view kKeychainErrorDomain = "KeychainErrorDomain";
+inline Error keychainError(std::string description) {
+  return makeError("KeychainErrorDomain", -1, std::move(description));
+}
 
-/// Files above this size are not key files, whatever their name says.
+/// Larger files are refused unread.
 inline constexpr std::uintmax_t kMaximumKeychainFileSize = std::uintmax_t{16} << 20;
 
-/// What one file holds, in its order.
+/// In the order of the file.
 struct KeychainContents {
   std::vector<Certificate> certificates;
   std::vector<PrivateKey> keys;
 };
 
-/// A passphrase in memory, wiped at the end of its life.
+/// A passphrase that is wiped when it is destroyed.
 class Passphrase {
  public:
   Passphrase() = default;
@@ -39,28 +41,28 @@ class Passphrase {
   std::string text_;
 };
 
-/// The crypto library with its legacy algorithms (RC2-40, single DES), apart from the one that
-/// everything else uses. Without the legacy module the newer files can still be read.
+/// A library context with the legacy algorithms (RC2-40, single DES), separate from the default
+/// one. If the legacy provider is not installed, files that do without it can still be read.
 ossl_lib_ctx_st* legacyLibrary();
 
-/// Reads a PEM, PKCS #12 or DER certificate file, told apart by content, with the passphrase from
-/// the file beside it. Fails with the path and what is wrong there. The rounds of encryption that
-/// this takes (KeyDerivationBudget.h) are taken off `roundsLeft`, here and below.
+/// Reads a PEM, PKCS #12 or DER certificate file, recognised by its content, with the passphrase
+/// from the file beside it. Fails with the path and the reason. Here and below, key derivation is
+/// charged to `iterationsLeft` (KeyDerivationBudget.h).
 Result<KeychainContents> readKeychainFile(const std::filesystem::path& path,
-                                          std::uint64_t& roundsLeft);
+                                          std::uint64_t& iterationsLeft);
 
-/// What to say of something encrypted that did not open: that there was no passphrase, or that it
-/// is the wrong one, or what the crypto library says.
+/// Why something encrypted did not open: there is no passphrase, it is wrong, or the last error of
+/// OpenSSL.
 Error lockedError(const std::optional<Passphrase>& passphrase);
 
-/// PKCS #12 (RFC 7292) with any number of keys. Without a passphrase, none and the empty one are
-/// tried.
+/// PKCS #12 (RFC 7292) with any number of keys. An absent passphrase means trying both none and the
+/// empty one.
 Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>& passphrase,
-                                    std::uint64_t& roundsLeft);
+                                    std::uint64_t& iterationsLeft);
 
-/// Every certificate and private key among the blocks (RFC 7468) of a PEM text; other blocks are
-/// passed over, and a certificate or key that cannot be read fails the whole.
+/// Every certificate and private key among the blocks (RFC 7468) of a PEM text. Other blocks are
+/// ignored; a certificate or key that cannot be read fails the whole text.
 Result<KeychainContents> readPEM(std::string_view text, const std::optional<Passphrase>& passphrase,
-                                 std::uint64_t& roundsLeft);
+                                 std::uint64_t& iterationsLeft);
 
 }  // namespace foundation

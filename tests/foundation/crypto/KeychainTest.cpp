@@ -189,31 +189,31 @@ TEST_F(KeychainTest, ASessionReadsEachFileOnce) {
   EXPECT_EQ(opens.take(), 1) << "a session that has ended is forgotten";
 }
 
-TEST_F(KeychainTest, TheRoundsOfASessionAreBounded) {
-  const KeychainSession session({.maximumRounds = 10'000});
+TEST_F(KeychainTest, TheIterationsOfASessionAreBounded) {
+  const KeychainSession session({.maximumIterations = 10'000});
   const auto problemOfNext = [&](const std::string& name) {
     return problemOf(write(name, test::makeSlowKeyFile(test::SlowPart::keyInPEM, 4096)));
   };
   for (const char* name : {"1.pem", "2.pem"}) {
-    EXPECT_THAT(problemOfNext(name), Not(HasSubstr("rounds")));
+    EXPECT_THAT(problemOfNext(name), Not(HasSubstr("iterations")));
   }
   EXPECT_THAT(problemOfNext("3.pem"),
-              HasSubstr("3.pem: block 1 (ENCRYPTED PRIVATE KEY) asks for 4096 rounds of "
-                        "encryption, more than are left for all key files of a run"));
+              HasSubstr("3.pem: block 1 (ENCRYPTED PRIVATE KEY) asks for 4096 key derivation "
+                        "iterations, more than are left for all key files of a run"));
 }
 
-TEST_F(KeychainTest, FilesThatAskForTooManyRoundsAreRefused) {
+TEST_F(KeychainTest, FilesThatAskForTooManyIterationsAreRefused) {
   using test::SlowPart;
   for (const auto part : {SlowPart::integrityCheck, SlowPart::contents, SlowPart::key,
                           SlowPart::keyByScrypt, SlowPart::keyInPEM}) {
-    const auto complaintOf = [&](std::uint64_t rounds) {
-      const auto opened = Keychain::open(write("slow", test::makeSlowKeyFile(part, rounds)));
+    const auto complaintOf = [&](std::uint64_t iterations) {
+      const auto opened = Keychain::open(write("slow", test::makeSlowKeyFile(part, iterations)));
       return opened ? "" : opened.error().localizedDescription();
     };
     EXPECT_THAT(complaintOf(10'002'432),
-                testing::MatchesRegex(".*/slow: .*asks for 10002432 rounds of encryption; "
-                                      "at most 10000000 are done for one file"));
-    EXPECT_THAT(complaintOf(8192), Not(HasSubstr("rounds")));
+                testing::MatchesRegex(".*/slow: .*asks for 10002432 key derivation iterations; "
+                                      "at most 10000000 are allowed for one file"));
+    EXPECT_THAT(complaintOf(8192), Not(HasSubstr("iterations")));
   }
 }
 
