@@ -20,8 +20,7 @@ using MessageHandle = Handle<CMS_ContentInfo, CMS_ContentInfo_free>;
 void freeCertificates(STACK_OF(X509) * certificates) { sk_X509_pop_free(certificates, X509_free); }
 using CertificatesHandle = Handle<STACK_OF(X509), freeCertificates>;
 
-/// A decoded message takes many times the memory of its bytes. Those of code signatures have a few
-/// kilobytes.
+/// Decoding takes many times the message's size in memory. Code signatures need a few kilobytes.
 constexpr std::size_t kMaximumSize = std::size_t{1} << 20;
 constexpr std::size_t kMaximumCertificates = 64;
 
@@ -31,9 +30,13 @@ struct SignedData {
   CMS_SignerInfo* signer = nullptr;
 };
 
-/// How often each identifier byte occurs, but for what BER may write in pieces or in another way;
-/// absent when one is followed by more bytes of its tag, or elements leave the message.
+/// How often each identifier byte occurs, except those that BER leaves to the writer. Absent if an
+/// element is truncated, has a tag of several bytes, or is a SEQUENCE or SET marked as primitive.
 std::optional<std::map<std::uint8_t, std::size_t>> tagsIn(Bytes message) {
+  constexpr std::uint8_t kPrimitiveSequence = 0x10;
+  constexpr std::uint8_t kPrimitiveSet = 0x11;
+  constexpr std::uint8_t kEndOfContents = 0;
+  constexpr std::uint8_t kOctetStringInPieces = 0x24;
   std::map<std::uint8_t, std::size_t> counts;
   while (!message.empty()) {
     const auto header = DER::headerOf(message);
@@ -41,16 +44,16 @@ std::optional<std::map<std::uint8_t, std::size_t>> tagsIn(Bytes message) {
     ++counts[std::to_integer<std::uint8_t>(message[0])];
     message = message.subspan(header->size + (header->isConstructed ? 0 : header->length));
   }
-  constexpr std::uint8_t kEndOfContents = 0;
-  constexpr std::uint8_t kOctetStringInPieces = 0x24;
+  if (counts.contains(kPrimitiveSequence) || counts.contains(kPrimitiveSet)) return std::nullopt;
   for (const auto tag : {kEndOfContents, DER::kOctetString, kOctetStringInPieces}) {
     counts.erase(tag);
   }
   return counts;
 }
 
-/// The decoder looks into a SET whose identifier byte says that it holds no elements, and takes
-/// small tag numbers in the form for large ones. Another reader takes these for something else.
+/// OpenSSL also decodes the content of elements that are marked as primitive but should be
+/// constructed, and small tag numbers in the form for large ones. Other readers would see something
+/// else there. Re-encoding corrects the marks, except in parts that OpenSSL keeps as they were.
 bool isUnambiguous(Bytes message, const CMS_ContentInfo* decoded) {
   const auto tags = tagsIn(message);
   return tags && tags == tagsIn(bytesOf(encoded(decoded, i2d_CMS_ContentInfo)));
@@ -91,7 +94,7 @@ Result<SignedData> signedDataIn(CMS_ContentInfo* message) {
   return data;
 }
 
-/// Attributes and values in the order of the message.
+/// In the message's order.
 Result<std::vector<Attribute>> attributesOf(const CMS_SignerInfo* signer) {
   std::vector<Attribute> attributes;
   std::set<std::string> seen;
@@ -110,7 +113,7 @@ Result<std::vector<Attribute>> attributesOf(const CMS_SignerInfo* signer) {
   return attributes;
 }
 
-/// The value of an attribute that must have exactly one, of this type; else null.
+/// Null unless the attribute has exactly one value, of this type.
 template <class Native>
 const Native* signedValue(const CMS_SignerInfo* signer, int attribute, int type) {
   constexpr int kOnlyValueOfOnlyAttribute = -3;
@@ -140,8 +143,8 @@ const EVP_MD* digestOf(const X509_ALGOR* algorithm) {
   }
 }
 
-/// True when a signature of this algorithm over this digest can be made by a key of this kind. The
-/// bare "rsaEncryption" leaves the digest to the signer's digest algorithm.
+/// Whether the algorithm goes with this digest and kind of key. Plain "rsaEncryption" goes with any
+/// digest.
 bool matches(const X509_ALGOR* algorithm, const EVP_MD* digest, EVP_PKEY* key) {
   const int identifier = OBJ_obj2nid(algorithm->algorithm);
   const int kind = EVP_PKEY_get_base_id(key);
@@ -161,8 +164,8 @@ bool isDigest(const ASN1_OCTET_STRING* stated, const EVP_MD* digest, Bytes conte
          std::ranges::equal(bytesOf(stated), std::as_bytes(std::span(computed, size)));
 }
 
-/// What the signature is over: the attributes as a SET OF whose order is that of the message. A
-/// release of the platform's own tool signed values that were not in DER order.
+/// What is signed: the attributes as a SET OF in the message's order. A release of the platform's
+/// own tool signed values that were not in DER order.
 std::string signedBytes(const std::vector<Attribute>& attributes) {
   std::string all;
   for (const Attribute& attribute : attributes) {
@@ -183,8 +186,8 @@ bool isSignature(const ASN1_OCTET_STRING* signature, Bytes signedBytes, const EV
                           openSSLBytes(signedBytes), signedBytes.size()) == 1;
 }
 
-/// RFC 5652, 5.3: attributes may be missing only when the content is plain data. Signatures of the
-/// platform's older tools have none.
+/// RFC 5652, 5.3: only plain data may be signed without attributes, as older tools of the platform
+/// did.
 Result<> checkAttributes(const SignedData& data, const EVP_MD* digest, Bytes content) {
   if (CMS_signed_get_attr_count(data.signer) < 0) {
     if (OBJ_obj2nid(data.contentType) == NID_pkcs7_data) return {};

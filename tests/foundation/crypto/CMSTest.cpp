@@ -238,6 +238,15 @@ TEST(CMSReading, FaultsAreNamed) {
       {"certificates in a primitive element",
        withFields(good, [](auto& fields) { fields[3][0] = static_cast<char>(0x80); }),
        "malformed encoding of a tag"},
+      {"issuer in a primitive sequence",
+       withSigner(good,
+                  [](std::string signer) {
+                    const std::size_t name = DER::headerOf(bytesOf(signer))->size + 3 + 2;
+                    EXPECT_EQ(signer[name], 0x30);
+                    signer[name] = 0x10;
+                    return signer;
+                  }),
+       "malformed encoding of a tag"},
       {"digests in a primitive set", withFields(good, [](auto& fields) { fields[1][0] = 0x11; }),
        "malformed encoding of a tag"},
       {"too large", good + std::string(1 << 20, '\0'), "bytes are too many"},
