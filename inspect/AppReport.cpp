@@ -87,7 +87,8 @@ Report reportOf(const Findings& findings) {
                                  {"advice", finding.advice}});
   }
   return {Dictionary{{"findings", std::move(entries)}},
-          [findings](TextOutput& text) { showFindings(findings, text); }, statusOf(findings)};
+          [findings](const Value&, TextOutput& text) { showFindings(findings, text); },
+          statusOf(findings)};
 }
 
 }  // namespace
@@ -98,10 +99,10 @@ foundation::Result<Report> reportApp(const Arguments& arguments) {
   const auto keychain = arguments.value("--keychain");
   const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(
       source->resource().usableProvisioningProfilePath(), keychain);
-  Value document = describeResource(source->resource(), profile.get(), keychain);
   const bool detailed = arguments.has("-v");
-  return Report{document,
-                [document, detailed](TextOutput& text) { showApp(document, detailed, text); }};
+  return Report{
+      describeResource(source->resource(), profile.get(), keychain),
+      [detailed](const Value& document, TextOutput& text) { showApp(document, detailed, text); }};
 }
 
 foundation::Result<Report> reportHandOffCheck(const Arguments& arguments) {

@@ -15,7 +15,7 @@ namespace {
 
 using ArchivePointer = std::shared_ptr<QVTXcodeArchive>;
 
-/// Archives without a creation date come last, equal ones by path.
+/// Archives without a creation date come last; equal dates are ordered by path.
 bool isNewer(const ArchivePointer& a, const ArchivePointer& b) {
   if (a->creationDate() != b->creationDate()) return a->creationDate() > b->creationDate();
   return a->path() < b->path();
@@ -53,8 +53,8 @@ void showArchives(const Value& document, TextOutput& text) {
 foundation::Result<Report> reportArchives(const Arguments& arguments) {
   const auto location = QVTXcodeArchive::currentArchiveLocation();
   if (arguments.has("--watch")) {
-    if (arguments.has("--latest")) return usageError("--watch and --latest do not go together");
-    if (!location) return inputError("no archives location is known");
+    if (arguments.has("--latest")) return usageError("--watch and --latest cannot be combined");
+    if (!location) return inputError("the archives location is unknown");
     watchArchives(*location, {.asJSON = arguments.has("--json")});
   }
   const auto latest = arguments.value("--latest");
@@ -62,8 +62,8 @@ foundation::Result<Report> reportArchives(const Arguments& arguments) {
   if (latest && archives.empty()) return inputError("no archive of " + *latest);
   foundation::Array entries;
   for (const auto& archive : archives) entries.push_back(describeIdentity(*archive));
-  Value document = Dictionary{{"location", orNull(location)}, {"archives", std::move(entries)}};
-  return Report{document, [document](TextOutput& text) { showArchives(document, text); }};
+  return Report{Dictionary{{"location", orNull(location)}, {"archives", std::move(entries)}},
+                showArchives};
 }
 
 }  // namespace inspect

@@ -20,10 +20,9 @@ namespace inspect {
 
 namespace {
 
-/// How often the location itself is looked at: the monitor is silent once its folder is gone.
-constexpr std::chrono::milliseconds kLookInterval{500};
+/// The location itself is polled, since the monitor is silent once its folder is gone.
+constexpr std::chrono::milliseconds kPollInterval{500};
 
-/// Which folder is there: its file system and number.
 using FolderIdentity = std::pair<dev_t, ino_t>;
 
 std::optional<FolderIdentity> folderAt(const std::string& path) {
@@ -37,9 +36,9 @@ class ArchivesWatch {
   ArchivesWatch(std::string location, WatchOptions options)
       : location_(std::move(location)), options_(options) {}
 
-  void look() {
+  void poll() {
     const auto folder = folderAt(location_);
-    if (hasLooked_ && folder == watched_) return;
+    if (hasPolled_ && folder == watched_) return;
     const bool wasWatching = watched_.has_value();
     monitor_.reset();
     watched_ = folder;
@@ -49,7 +48,7 @@ class ArchivesWatch {
       monitor_ = QVTXcodeArchiveMonitor::init();
       say("watching", location_);
     }
-    hasLooked_ = true;
+    hasPolled_ = true;
   }
 
   void say(const std::string& event, const std::string& path) const {
@@ -58,7 +57,7 @@ class ArchivesWatch {
             ? foundation::JSON::encode(foundation::Dictionary{{"event", event}, {"path", path}})
             : sentence(event) + foundation::escapingControlCharacters(path);
     const std::string bytes = line + "\n";
-    if (::write(STDOUT_FILENO, bytes.data(), bytes.size()) < 0) std::exit(1);  // nobody listens
+    if (::write(STDOUT_FILENO, bytes.data(), bytes.size()) < 0) std::exit(1);
   }
 
  private:
@@ -72,7 +71,7 @@ class ArchivesWatch {
   std::string location_;
   WatchOptions options_;
   std::optional<FolderIdentity> watched_;
-  bool hasLooked_ = false;
+  bool hasPolled_ = false;
   std::shared_ptr<QVTXcodeArchiveMonitor> monitor_;
 };
 
@@ -85,8 +84,8 @@ void watchArchives(const std::string& location, const WatchOptions& options) {
         if (const auto* path = notification.object.string()) watch.say("changed", *path);
       });
   for (;;) {
-    watch.look();
-    foundation::RunLoop::main().runUntil(foundation::isInterrupted, kLookInterval);
+    watch.poll();
+    foundation::RunLoop::main().runUntil(foundation::isInterrupted, kPollInterval);
     foundation::throwIfInterrupted();
   }
 }

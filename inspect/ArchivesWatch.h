@@ -5,14 +5,13 @@
 namespace inspect {
 
 struct WatchOptions {
-  /// One JSON document a line: {"event": …, "path": …}.
+  /// One JSON document per line: {"event": …, "path": …}.
   bool asJSON = false;
 };
 
-/// Prints one line to standard output for every notification that an archive has appeared, until
-/// the process is interrupted. Where the location does not exist, or no longer, it says so and
-/// waits for it; a location that was deleted and made again is watched by a new monitor. Runs the
-/// main run loop.
+/// Prints a line to standard output for every notification of a new archive, and whenever the
+/// location appears or disappears. Runs the main run loop; ends only by throwing
+/// `foundation::Interrupted`, or with exit status 1 when standard output fails.
 [[noreturn]] void watchArchives(const std::string& location, const WatchOptions& options);
 
 }  // namespace inspect

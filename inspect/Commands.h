@@ -8,16 +8,15 @@
 
 namespace inspect {
 
-/// One sub-command. Its function answers with a report, or fails: a usage error for words that make
-/// no sense, any other error for input that cannot be read.
+/// A sub-command. It fails with a usage error or, for unreadable input, any other error.
 struct Command {
   std::string_view name;
-  /// What stands behind the name in the usage text.
+  /// The arguments, as the usage text shows them.
   std::string_view synopsis;
   std::string_view summary;
-  /// Longer help, whole lines; may be empty.
+  /// More help, in whole lines; may be empty.
   std::string_view details;
-  /// `--json` and `--help` are known to all and not listed.
+  /// Without `--json` and `--help`, which every sub-command accepts.
   ArgumentRules rules;
   foundation::Result<Report> (*run)(const Arguments& arguments);
 };

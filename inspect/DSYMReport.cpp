@@ -1,4 +1,4 @@
-#include <map>
+#include <algorithm>
 
 #include "inspect/Commands.h"
 #include "inspect/MachOReport.h"
@@ -19,29 +19,19 @@ Value uuidsOf(const QVTdSYM& symbols) {
   return uuids;
 }
 
-bool holds(const Value& uuids, const std::optional<std::string>& uuid) {
-  for (const auto& entry : *uuids.array()) {
-    if (foundation::isEqual(textAt(entry, "uuid"), uuid)) return true;
-  }
-  return false;
-}
+bool hasSymbols(const Value& slice) { return *slice.find("hasSymbols")->boolean(); }
 
-/// Which slices of the binary have their symbols among `uuids`.
 foundation::Array matches(const QVTMachOBinary& binary, const Value& uuids) {
   foundation::Array result;
   for (const auto& slice : binary.slices()) {
+    const bool found = std::ranges::any_of(*uuids.array(), [&](const Value& entry) {
+      return foundation::isEqual(textAt(entry, "uuid"), slice->uuid());
+    });
     result.push_back(Dictionary{{"architectureName", slice->architectureName()},
                                 {"uuid", orNull(slice->uuid())},
-                                {"hasSymbols", holds(uuids, slice->uuid())}});
+                                {"hasSymbols", found}});
   }
   return result;
-}
-
-bool anyIsMissing(const foundation::Array& slices) {
-  for (const auto& slice : slices) {
-    if (!*slice.find("hasSymbols")->boolean()) return true;
-  }
-  return false;
 }
 
 void show(const Value& document, TextOutput& text) {
@@ -54,7 +44,7 @@ void show(const Value& document, TextOutput& text) {
   }
   text.table({"architecture", "uuid"}, rows);
   for (const auto& slice : entriesAt(document, "match")) {
-    const bool found = *slice.find("hasSymbols")->boolean();
+    const bool found = hasSymbols(slice);
     text.line(textAt(slice, "architectureName").value_or("-") + " " +
                   textAt(slice, "uuid").value_or("without UUID") +
                   (found ? ": symbols are here" : ": no symbols here"),
@@ -68,24 +58,22 @@ foundation::Result<Report> reportDSYM(const Arguments& arguments) {
   const std::string& path = arguments.operands()[0];
   const auto symbols = QVTdSYM::dSYMWithURL(foundation::URL::fileURLWithPath(path));
   if (!symbols) {
-    return unreadable(path, "no symbol bundle with a file in Contents/Resources/DWARF");
+    return unreadable(path, "not a symbol bundle with a file in Contents/Resources/DWARF");
   }
   Dictionary document{{"bundleIdentifier", orNull(symbols->bundleIdentifier())},
                       {"bundleVersion", orNull(symbols->bundleVersion())},
                       {"shortBundleVersion", orNull(symbols->shortBundleVersion())},
                       {"executablePath", orNull(symbols->executablePath())},
                       {"uuids", uuidsOf(*symbols)}};
-  Report report;
+  int status = 0;
   if (const auto other = arguments.value("--match")) {
     const auto binary = openBinary(*other);
     if (!binary) return binary.error();
     auto slices = matches(**binary, document.at("uuids"));
-    report.status = anyIsMissing(slices) ? 1 : 0;
+    status = std::ranges::all_of(slices, hasSymbols) ? 0 : 1;
     document["match"] = std::move(slices);
   }
-  report.document = std::move(document);
-  report.showText = [shown = report.document](TextOutput& text) { show(shown, text); };
-  return report;
+  return Report{std::move(document), show, status};
 }
 
 }  // namespace inspect

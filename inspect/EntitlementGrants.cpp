@@ -15,19 +15,15 @@ bool covers(const std::string& pattern, const std::string& text) {
   return text.starts_with(std::string_view(pattern).substr(0, pattern.size() - 1));
 }
 
-bool anyGrants(const foundation::Array& patterns, const Value& value) {
-  return std::ranges::any_of(patterns,
-                             [&](const Value& pattern) { return grants(pattern, value); });
-}
-
 }  // namespace
 
 bool grants(const Value& pattern, const Value& value) {
   if (const auto* values = value.array()) {
-    const auto granted = [&](const Value& one) { return grants(pattern, one); };
-    return std::ranges::all_of(*values, granted);
+    return std::ranges::all_of(*values, [&](const Value& one) { return grants(pattern, one); });
   }
-  if (const auto* patterns = pattern.array()) return anyGrants(*patterns, value);
+  if (const auto* patterns = pattern.array()) {
+    return std::ranges::any_of(*patterns, [&](const Value& one) { return grants(one, value); });
+  }
   if (const auto* wanted = value.boolean()) {
     const auto* granted = pattern.boolean();
     return !*wanted || (granted && *granted);

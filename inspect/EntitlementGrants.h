@@ -4,9 +4,8 @@
 
 namespace inspect {
 
-/// True when a profile that grants `pattern` lets an app have `value`: the same value, a text that
-/// a trailing "*" covers, a list of which every element is covered by one of the pattern's, a
-/// boolean that asks for no more.
+/// True when a profile's `pattern` allows an app's `value`: an equal value, a string that matches a
+/// trailing "*", an array whose elements are each allowed by one of the pattern's, or false.
 bool grants(const foundation::Value& pattern, const foundation::Value& value);
 
 }  // namespace inspect

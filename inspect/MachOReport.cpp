@@ -97,12 +97,13 @@ void showBinary(const Value& document, const BinaryTextOptions& options, TextOut
 }
 
 foundation::Result<Report> reportMachO(const Arguments& arguments) {
-  const auto binary = openBinary(arguments.operands()[0]);
-  if (!binary) return binary.error();
-  const BinaryTextOptions options{.withDylibs = arguments.has("-v")};
-  Value document = describeBinary(**binary);
-  return Report{document,
-                [document, options](TextOutput& text) { showBinary(document, options, text); }};
+  return openBinary(arguments.operands()[0])
+      .map([&](const std::shared_ptr<QVTMachOBinary>& binary) {
+        const BinaryTextOptions options{.withDylibs = arguments.has("-v")};
+        return Report{describeBinary(*binary), [options](const Value& document, TextOutput& text) {
+                        showBinary(document, options, text);
+                      }};
+      });
 }
 
 }  // namespace inspect

@@ -11,11 +11,11 @@ namespace inspect {
 /// what `QVTMachOBinary` throws.
 foundation::Result<std::shared_ptr<QVTMachOBinary>> openBinary(const std::string& path);
 
-/// `slices` in file order (architectureName, uuid, minimumOSVersion, linkedSDKVersion,
-/// linkedDylibs, each with path and kind) and `instanceIdentifier`, null where a slice has no UUID.
+/// `slices` in file order (architectureName, uuid, minimumOSVersion, linkedSDKVersion, and
+/// linkedDylibs with path and kind) and `instanceIdentifier`, null when a slice has no UUID.
 foundation::Value describeBinary(const QVTMachOBinary& binary);
 
-/// A table of the slices; their dylibs too when `withDylibs`.
+/// A table of the slices, and a list of dylibs if `withDylibs`.
 struct BinaryTextOptions {
   bool withDylibs = false;
 };

@@ -4,8 +4,8 @@
 
 namespace inspect {
 
-/// Writes what a run prints. Returns its exit status, or 1 where standard output did not take all
-/// of a good answer: with a line of standard error, but for a reader that has gone away.
+/// Writes what a run prints and returns its exit status, but never 0 when standard output fails.
+/// The failure is written to standard error unless the reader is gone.
 int writeOutcome(const Outcome& outcome);
 
 }  // namespace inspect

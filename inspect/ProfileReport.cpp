@@ -32,7 +32,7 @@ Value describeCertificate(const foundation::Data& der,
                     {"sha1", foundation::uppercaseHex(foundation::sha1(der.bytes()))}};
 }
 
-/// Not from the certificate objects, which have no digest without a private key.
+/// From the file, since certificate objects without a private key have no digest.
 Value describeCertificates(const QVTProvisioningProfile& profile,
                            const std::optional<std::string>& keychainPath) {
   foundation::Array result;
@@ -93,7 +93,7 @@ Value describeInstalled(const ProfileSurroundings& surroundings) {
   return Dictionary{{"profiles", std::move(profiles)}};
 }
 
-void showInstalledInDetail(const Value& document, TextOutput& text) {
+void showInstalledWithPeople(const Value& document, TextOutput& text) {
   for (const auto& profile : entriesAt(document, "profiles")) {
     text.heading(textAt(profile, "name").value_or("-"));
     showProfile(profile, {.withPeople = true}, text);
@@ -170,18 +170,16 @@ foundation::Result<Report> reportProfile(const Arguments& arguments) {
   const bool detailed = arguments.has("-v");
   const auto keychain = arguments.value("--keychain");
   if (installed) {
-    Value document = describeInstalled(ProfileSurroundings::current(keychain));
-    return Report{document, [document, detailed](TextOutput& text) {
-                    (detailed ? showInstalledInDetail : showInstalled)(document, text);
-                  }};
+    return Report{describeInstalled(ProfileSurroundings::current(keychain)),
+                  detailed ? showInstalledWithPeople : showInstalled};
   }
   const std::string& path = arguments.operands()[0];
   const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(path, keychain);
-  if (!profile) return unreadable(path, "no provisioning profile, or a damaged one");
-  Value document = describeProfile(*profile, ProfileSurroundings::current(keychain));
+  if (!profile) return unreadable(path, "not a provisioning profile, or a damaged one");
   const ProfileTextOptions options{.withPeople = detailed};
-  return Report{document,
-                [document, options](TextOutput& text) { showProfile(document, options, text); }};
+  return Report{
+      describeProfile(*profile, ProfileSurroundings::current(keychain)),
+      [options](const Value& document, TextOutput& text) { showProfile(document, options, text); }};
 }
 
 }  // namespace inspect

@@ -12,25 +12,24 @@ class QVTProvisioningProfile;
 
 namespace inspect {
 
-/// What a profile is seen against.
+/// The context in which profiles are described.
 struct ProfileSurroundings {
-  /// Where private keys are looked for; absent: the default keychains.
+  /// Where to look up private keys; absent for the default keychains.
   std::optional<std::string> keychainPath;
-  /// The installed profiles.
   std::vector<std::shared_ptr<QVTProvisioningProfile>> installed;
   foundation::Date now;
 
-  /// As they are at this moment.
+  /// The profiles installed now.
   static ProfileSurroundings current(std::optional<std::string> keychainPath);
 };
 
 /// Every property of the profile under its name, `daysToExpiry` (whole days, negative once
-/// expired), `developerCertificates` with the SHA-1 of each, and `newerMatch`: the installed
-/// profile that supersedes this one, or null.
+/// expired), `developerCertificates` with their SHA-1, and `newerMatch`: the installed profile that
+/// supersedes this one, or null.
 foundation::Value describeProfile(const QVTProvisioningProfile& profile,
                                   const ProfileSurroundings& surroundings);
 
-/// Device identifiers and people's names only when `withPeople`; else they are counted.
+/// Devices and certificates are only counted unless `withPeople`.
 struct ProfileTextOptions {
   bool withPeople = false;
 };

@@ -23,9 +23,8 @@ std::string usage() {
             std::string(command.summary) + "\n";
   }
   text +=
-      "\n--json prints one JSON document instead of text; COMMAND --help tells more.\n"
-      "Status: 0 done, 1 input that cannot be read, 2 wrong usage; `check` adds 3 for warnings "
-      "only.\n";
+      "\n--json prints one JSON document instead of text; COMMAND --help shows more.\n"
+      "Status: 0 done, 1 unreadable input, 2 wrong usage; `check` adds 3 for warnings only.\n";
   return text;
 }
 
@@ -58,8 +57,8 @@ Outcome runCommand(const Command& command, const std::vector<std::string>& words
   const auto arguments = Arguments::parse(words, rules);
   if (!arguments) return failure(command, arguments.error());
   if (arguments->has("--help")) return {usage(command), "", 0};
-  // What the library logs on the way stands beside an answer, but a failure is one line. A watch
-  // has no end at which it could be shown.
+  // Log lines accompany a report, but a failure is a single line. A watch has no end at which to
+  // show them.
   std::optional<foundation::SystemLogHold> log;
   if (!arguments->has("--watch")) log.emplace();
   const foundation::KeychainSession keychains;
@@ -72,7 +71,7 @@ Outcome runCommand(const Command& command, const std::vector<std::string>& words
     outcome.standardOutput = foundation::JSON::encode(report->document, 2) + "\n";
   } else {
     TextOutput text(style);
-    report->showText(text);
+    report->showText(report->document, text);
     outcome.standardOutput = text.text();
   }
   return outcome;

@@ -22,7 +22,7 @@ foundation::Result<Dictionary> environmentOf(const std::vector<std::string>& pai
   return environment;
 }
 
-/// Builds the nested tree from a walk that tells each entry's depth.
+/// Builds the nested tree from entries in depth-first order.
 class TreeBuilder {
  public:
   TreeBuilder(const QVTIDEProject& project, const Dictionary* environment)
@@ -49,12 +49,12 @@ class TreeBuilder {
              orNull(object.absolutePathWithBuildEnvironmentForProject(environment_, project_))},
             {"children", isGroup ? Value(foundation::Array()) : Value()}};
   }
-  /// Puts finished entries into their parents until `depth` are open.
+  /// Moves finished entries into their parents until `depth` are open.
   void closeTo(std::size_t depth) {
     while (open_.size() > depth) {
       Value done = std::move(open_.back());
       open_.pop_back();
-      // Only a group has entries below it, and only a group has a list of them.
+      // Only groups have entries below them, and a list of children.
       auto* const siblings = open_.empty() ? &roots_ : open_.back().at("children").array();
       if (siblings) siblings->push_back(std::move(done));
     }
@@ -151,9 +151,8 @@ foundation::Result<Report> reportProject(const Arguments& arguments) {
     path = foundation::appendingPathComponent(path, "project.pbxproj");
   }
   const auto project = QVTIDEProject::initWithProjectPath(path);
-  if (!project) return unreadable(path, "not UTF-8 text, or no property list with a project");
-  Value document = describeProject(*project, pairs.empty() ? nullptr : &*environment);
-  return Report{document, [document](TextOutput& text) { showProject(document, text); }};
+  if (!project) return unreadable(path, "not UTF-8 text, or not a property list of a project");
+  return Report{describeProject(*project, pairs.empty() ? nullptr : &*environment), showProject};
 }
 
 }  // namespace inspect

@@ -16,7 +16,7 @@ std::optional<std::string> textAt(const Value& document, std::string_view key) {
   const Value* value = document.find(key);
   if (!value || value->type() == Value::Type::null) return std::nullopt;
   if (const std::string* text = value->string()) return *text;
-  // A lone value is no JSON document, so it is encoded as the only entry of an array.
+  // A single value is not a JSON document, so it is encoded as the only entry of an array.
   const std::string encoded = foundation::JSON::encode(foundation::Array{*value});
   std::string_view inner = std::string_view(encoded).substr(1, encoded.size() - 2);
   if (inner.size() >= 2 && inner.front() == '"') inner = inner.substr(1, inner.size() - 2);

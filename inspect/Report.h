@@ -12,16 +12,16 @@
 
 namespace inspect {
 
-/// A sub-command's answer: the document that `--json` prints, and the same for people.
+/// What a sub-command reports.
 struct Report {
-  /// Keys are named as the properties are; an absent value is null.
+  /// What `--json` prints. Keys are the names of the properties; absent values are null.
   foundation::Value document;
-  std::function<void(TextOutput&)> showText;
+  /// Shows the document as text.
+  std::function<void(const foundation::Value& document, TextOutput& text)> showText;
   /// Exit status of the program.
   int status = 0;
 };
 
-/// The value, or JSON null for an absent one.
 template <class T>
 foundation::Value orNull(const std::optional<T>& value) {
   return value ? foundation::Value(*value) : foundation::Value();
@@ -29,16 +29,14 @@ foundation::Value orNull(const std::optional<T>& value) {
 
 foundation::Value arrayOf(const std::vector<std::string>& texts);
 
-// Reading a document back for its text form.
-
-/// The text under `key`; absent when it is null. Numbers and booleans are shown as
-/// JSON shows them, dates as ISO 8601 in UTC.
+/// The value under `key` as text; absent when it is null or missing. Numbers and booleans are as in
+/// JSON, dates as ISO 8601 in UTC.
 std::optional<std::string> textAt(const foundation::Value& document, std::string_view key);
-/// The entries under `key`; none when it is null.
+/// The array under `key`; empty when there is none.
 const foundation::Array& entriesAt(const foundation::Value& document, std::string_view key);
 
 using Fields = std::vector<std::pair<std::string, std::optional<std::string>>>;
-/// One field per key, labelled with the key's own name.
+/// One field per key, labelled with the key.
 Fields fieldsOf(const foundation::Value& document, const std::vector<std::string_view>& keys);
 
 /// "1 device", "3 devices".

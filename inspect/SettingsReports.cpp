@@ -1,4 +1,4 @@
-// The small questions about build settings: search paths, argument strings, platform names.
+// Reports about build settings: search paths, argument strings, platform names.
 
 #include <filesystem>
 
@@ -15,10 +15,9 @@ using foundation::Value;
 namespace {
 
 Report listReport(Value document, std::string key) {
-  auto show = [document, key = std::move(key)](TextOutput& text) {
-    for (const auto& entry : entriesAt(document, key)) text.line(*entry.string());
-  };
-  return {std::move(document), std::move(show)};
+  return {std::move(document), [key = std::move(key)](const Value& shown, TextOutput& text) {
+            for (const auto& entry : entriesAt(shown, key)) text.line(*entry.string());
+          }};
 }
 
 }  // namespace
@@ -32,7 +31,7 @@ foundation::Result<Report> reportSearchPaths(const Arguments& arguments) {
 
 foundation::Result<Report> reportArguments(const Arguments& arguments) {
   const auto words = QVTTask::parsedArgumentsFromString(arguments.operands()[0]);
-  if (!words) return inputError("the string ends inside a quote or behind a lone backslash");
+  if (!words) return inputError("the string ends inside a quote or after a lone backslash");
   Dictionary document{{"arguments", arrayOf(*words)}};
   const auto options = arguments.values("--option");
   if (options.empty()) return listReport(std::move(document), "arguments");
@@ -56,14 +55,14 @@ foundation::Result<Report> reportPlatform(const Arguments& arguments) {
     displayName = QVTPlatform::displayStringForPlatformType(type);
   }
   if (!identifier) {
-    return inputError("no platform is named " + name +
+    return inputError("unknown platform " + name +
                       " (try iphoneos, macosx, appletvos, watchos or ios)");
   }
-  const Value document = Dictionary{{"name", isIdentifier ? Value() : Value(name)},
-                                    {"identifier", orNull(identifier)},
-                                    {"displayName", orNull(displayName)},
-                                    {"type", static_cast<std::int64_t>(type)}};
-  return Report{document, [document](TextOutput& text) {
+  return Report{Dictionary{{"name", isIdentifier ? Value() : Value(name)},
+                           {"identifier", orNull(identifier)},
+                           {"displayName", orNull(displayName)},
+                           {"type", static_cast<std::int64_t>(type)}},
+                [](const Value& document, TextOutput& text) {
                   text.fields(fieldsOf(document, {"name", "identifier", "displayName", "type"}));
                 }};
 }

@@ -40,7 +40,7 @@ std::string_view colourCode(TextOutput::Tone tone) {
   return {};
 }
 
-/// The first `characters` characters of `text`, taken off it.
+/// Removes and returns the first `characters` characters.
 std::string takePiece(std::string_view& text, std::size_t characters) {
   std::size_t end = 0;
   for (std::size_t taken = 0; end < text.size(); ++end) {
@@ -51,7 +51,7 @@ std::string takePiece(std::string_view& text, std::size_t characters) {
   return piece;
 }
 
-/// Widths at which a row fits `total`: the widest column gives way until it does.
+/// Shrinks the widest column until a row fits `total`.
 std::vector<std::size_t> fittingWidths(std::vector<std::size_t> widths, std::size_t total) {
   const std::size_t gaps = widths.empty() ? 0 : (widths.size() - 1) * kGap;
   auto sum = [&] { return std::accumulate(widths.begin(), widths.end(), gaps); };

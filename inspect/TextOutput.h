@@ -9,19 +9,19 @@
 
 namespace inspect {
 
-/// How text is laid out. Off a terminal there is neither colour nor any column layout, so that
-/// other programs can read the lines.
+/// The layout of text. Without a terminal there are neither colours nor columns, so that other
+/// programs can parse the lines.
 struct TextStyle {
   bool columns = false;
   bool colour = false;
   std::size_t width = 80;
 
-  /// What standard output asks for: a terminal's own width, no colour with NO_COLOR set.
+  /// With the terminal's width, and without colour if NO_COLOR is set.
   static TextStyle ofStandardOutput();
 };
 
-/// Text for people, collected and handed over at the end. What is put into it may come from foreign
-/// files: control characters are escaped (`foundation::escapingControlCharacters`).
+/// Builds a text report. The input may be untrusted: control characters are escaped
+/// (`foundation::escapingControlCharacters`).
 class TextOutput {
  public:
   using Row = std::vector<std::string>;
@@ -31,11 +31,10 @@ class TextOutput {
 
   void heading(std::string_view text);
   void line(std::string_view text, Tone tone = Tone::plain);
-  /// "label: value" lines; on a terminal the values stand below each other. A missing value is
-  /// shown as "-".
+  /// "label: value" lines, aligned on a terminal. A missing value is shown as "-".
   void fields(const std::vector<std::pair<std::string, std::optional<std::string>>>& pairs);
-  /// Rows of equal length. On a terminal: columns under a heading line, cells that are too wide
-  /// broken over several lines; elsewhere tab-separated rows without headings.
+  /// Rows of equal length. On a terminal, columns under headings, with wide cells wrapped;
+  /// elsewhere tab-separated rows without headings.
   void table(const Row& headings, std::vector<Row> rows);
 
   [[nodiscard]] const std::string& text() const { return text_; }

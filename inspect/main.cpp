@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
   // So that `check` finds the tools that a hand-off would use.
   appendSigningToolsToPath();
   const std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
-  // An inflated .ipa does not stay behind, and `unzip` does not go on, when the user has enough.
+  // An interruption removes an inflated .ipa and ends `unzip`.
   foundation::InterruptionWatch watch({.wake = [] { foundation::RunLoop::main().perform([] {}); },
                                        .patienceWithRun = std::chrono::seconds(1)});
   int status = 0;
@@ -25,7 +25,7 @@ int main(int argc, char** argv) {
     status =
         inspect::writeOutcome(inspect::runProgram(words, inspect::TextStyle::ofStandardOutput()));
   } catch (const foundation::Interrupted&) {
-    // `watch` knows by which signal.
+    // `watch` has the signal.
   }
   if (const auto signal = watch.finish()) {
     foundation::FileManager::removeSubstituteIfEmpty();

@@ -77,7 +77,7 @@ TEST(InspectCommandLine, SaysWhatIsWrongInOneLine) {
            Wrong{{"arguments", "'open"},
                  1,
                  "sendoff-inspect arguments: the string ends inside a quote"},
-           Wrong{{"platform", "amiga"}, 1, "sendoff-inspect platform: no platform is named amiga"},
+           Wrong{{"platform", "amiga"}, 1, "sendoff-inspect platform: unknown platform amiga"},
        }) {
     SCOPED_TRACE(testing::PrintToString(c.words));
     const auto outcome = test::inspectRun(c.words);
