@@ -1,5 +1,5 @@
-// Opening a large universal executable and computing its identifier: time, page faults and the
-// memory that the mapping made resident. The file is sparse; only its headers hold anything.
+// Opening a large universal executable and computing its identifier: time, page faults and resident
+// pages of the mapping. The file is sparse and has only headers.
 #include <fstream>
 
 #include <benchmark/benchmark.h>
@@ -23,7 +23,7 @@ test::MachOImage image(std::int32_t type, std::int32_t subtype, const char* uuid
   return result;
 }
 
-/// Two slices, one half of the file each.
+/// Two slices, each half of the file.
 std::filesystem::path makeLargeFile(const test::TemporaryFolder& folder) {
   const auto armv7 =
       image(macho::CPU_TYPE_ARM, macho::CPU_SUBTYPE_ARM_V7, "ffeeddccbbaa99887766554433221100");
@@ -68,7 +68,7 @@ void identify(const std::string& path) {
 void openAndIdentify(benchmark::State& state) {
   const test::TemporaryFolder folder;
   const std::string path = makeLargeFile(folder).string();
-  // The digest library's own pages are not what is measured.
+  // The digest library's own pages are not to be counted.
   benchmark::DoNotOptimize(QVTMachOBinary::hashNSString("warm"));
   const long before = residentFileKiB();
   const long faultsBefore = minorFaults();

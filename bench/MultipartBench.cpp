@@ -1,5 +1,5 @@
-// What the body of an upload costs before its first byte is sent: building it around a file of 1 GB
-// against copying as many bytes once.
+// The cost of an upload's body before its first byte is sent: building it around a file of 1 GB,
+// compared with copying as many bytes once.
 
 #include <algorithm>
 #include <cstring>
@@ -14,10 +14,10 @@
 namespace {
 
 constexpr std::size_t kFileSize = std::size_t{1} << 30;
-/// The copy's target is used again and again, so that the run fits into a small machine.
+/// The copy's target is reused, so that the run fits into a small machine.
 constexpr std::size_t kCopyWindow = std::size_t{64} << 20;
 
-/// As much address space as the file needs, mapped to zeros that take no memory.
+/// Address space of the file's size, mapped to zeros that take no memory.
 foundation::Data largeFile() {
   void* const start = mmap(nullptr, kFileSize, PROT_READ,
                            MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_POPULATE, -1, 0);

@@ -1,6 +1,5 @@
-// The least that signing an app can cost: reads every file of a folder once and feeds it to SHA-1
-// and SHA-256, files spread over as many threads as there are cores. Uses the crypto library
-// directly and nothing of this system, so that it is a measure of its own.
+// The lower bound of signing an app: reads every file of a folder once and feeds it to SHA-1 and
+// SHA-256, with one thread per core. Independent of this project's code.
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
@@ -27,7 +26,7 @@ std::vector<std::string> filesBelow(const char* folder) {
   return files;
 }
 
-/// Hashes one file after the other; one per thread.
+/// One per thread.
 class Worker {
  public:
   bool hash(const std::string& path) {

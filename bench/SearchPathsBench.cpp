@@ -12,10 +12,10 @@
 
 namespace {
 
-/// Processor time, so that a busy machine does not change the ratio.
+/// CPU time, so that a busy machine does not change the ratio.
 double secondsUsed() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
 
-/// Pieces named after their numbers, `directories` of which exist.
+/// Numbered paths, of which the first `directories` exist.
 std::string valueOf(const test::TemporaryFolder& folder, int directories, int others) {
   std::vector<std::string> pieces;
   for (int i = 0; i < directories + others; ++i) {
@@ -26,7 +26,7 @@ std::string valueOf(const test::TemporaryFolder& folder, int directories, int ot
   return foundation::joined(pieces, " ");
 }
 
-/// The questions that a parse asks: their number, and some hundreds of them, evenly spread.
+/// The directory lookups of a parse: their number, and an even sample of some hundreds.
 struct Questions {
   std::size_t count = 0;
   std::vector<std::string> sample;
@@ -47,7 +47,7 @@ Questions questionsOf(const std::string& value) {
   return questions;
 }
 
-/// What one bare question takes.
+/// The cost of a lookup alone.
 double secondsPerQuestion(const std::vector<std::string>& sample) {
   constexpr int kRounds = 50;
   const double start = secondsUsed();
@@ -57,8 +57,7 @@ double secondsPerQuestion(const std::vector<std::string>& sample) {
   return (secondsUsed() - start) / (kRounds * static_cast<double>(sample.size()));
 }
 
-/// Parses a value with the host as the judge. `ratio` is the time of a parse to the time that its
-/// bare questions take, measured in turns.
+/// `ratio` is the time of a parse divided by the time of its lookups alone, measured in turns.
 void parse(benchmark::State& state, int directories, int others) {
   const test::TemporaryFolder folder;
   const std::string value = valueOf(folder, directories, others);

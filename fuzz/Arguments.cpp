@@ -1,4 +1,4 @@
-// Argument strings, and the options looked for among their parts.
+// Argument strings, and option values among the arguments.
 #include "QVTSharedUtils/QVTTask.h"
 #include "foundation/base/Error.h"
 #include "fuzz/FuzzTarget.h"
@@ -15,7 +15,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
       QVTTask::argumentsProvidedMatchingValidArgumentsAllowingTrailingSpace(
           provided, {"-F", "-I", "--sign"}, allowsTrailing);
     } catch (const foundation::Exception&) {
-      // An empty element behind an option.
+      // An empty element after an option.
     }
   }
   return 0;

@@ -7,9 +7,9 @@
 #include "foundation/base/Bytes.h"
 #include "foundation/base/Handle.h"
 
-/// What each file of this folder defines: one run of a reader over foreign bytes. A fuzzer calls it
-/// with bytes that it makes up, a test with those that are kept. The process ends with a report
-/// when the reader goes wrong; what it answers is mostly not looked at.
+/// Each file of this folder defines it: one run of a reader on untrusted bytes, called by a fuzzer
+/// or with saved inputs by a test. When the reader fails, the process ends with a report; its
+/// results are mostly ignored.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace fuzz {
@@ -22,14 +22,14 @@ inline std::string_view textOf(const std::uint8_t* data, std::size_t size) {
   return foundation::textOf(bytesOf(data, size));
 }
 
-/// Ends the process unless the reader keeps its promise. Not `assert`, which some builds leave out.
+/// Ends the process unless the promise holds. Not `assert`, which some builds leave out.
 inline void require(bool holds) {
   if (!holds) __builtin_trap();
 }
 
-/// Takes answers that are only asked for to see that asking does no harm.
-template <class... Answers>
-void ignore(const Answers&...) {}
+/// For results that are computed only to see whether that crashes.
+template <class... Results>
+void ignore(const Results&...) {}
 
 /// A file in memory, for readers that take a path.
 class MemoryFile {

@@ -1,4 +1,4 @@
-// Answers of the service.
+// Responses of the service.
 #include "foundation/format/JSON.h"
 
 #include "foundation/base/Format.h"

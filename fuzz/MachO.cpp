@@ -7,8 +7,8 @@
 
 namespace {
 
-/// Every byte of a section that lies in the file. A zero-filled one has none there, and its place
-/// may be anywhere.
+/// Reads every byte of a section in the file. A zero-filled section has none, and its offset may be
+/// anything.
 void readSection(const macho::QVTMachOFile& file, const void* bytes, std::uint64_t size) {
   const auto* const start = static_cast<const std::uint8_t*>(bytes);
   const auto* const end = static_cast<const std::uint8_t*>(file.mappedFile) + file.mappedSize;
@@ -43,12 +43,12 @@ void readCommands(const macho::QVTMachOSlice& slice) {
 }
 
 void readSlices(const char* path) {
-  constexpr int kMost = 2;  // each may have as many commands as the file has room for
+  constexpr int kMaximum = 2;  // each may have as many commands as fit into the file
   macho::QVTMachOFile file;
   if (macho::QVTMachOFileInitWithPath(&file, path)) {
     int count = 0;
     macho::QVTMachOFileEnumerateSlices(&file, [&](const macho::QVTMachOSlice* slice) {
-      if (++count > kMost) return;
+      if (++count > kMaximum) return;
       readSections(file, *slice);
       readCommands(*slice);
     });

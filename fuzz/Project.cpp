@@ -1,4 +1,4 @@
-// Xcode project files, read and walked.
+// Xcode project files, parsed and walked.
 #include "QVTIDEFoundation/QVTIDEProject.h"
 #include "fuzz/FuzzTarget.h"
 

@@ -1,4 +1,4 @@
-// Runs one fuzz target over kept inputs, without a fuzzer: a test of every build.
+// Runs a fuzz target on saved inputs, without a fuzzer, as a test of every build.
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -12,8 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Kept inputs are small; one that takes longer than this even under sanitizers shows a reader that
-/// is not linear.
+/// Saved inputs are small; taking longer, even under sanitizers, means that a reader is not linear.
 constexpr std::chrono::seconds kLimit(10);
 
 std::vector<std::uint8_t> contentsOf(const fs::path& path) {
@@ -21,7 +20,7 @@ std::vector<std::uint8_t> contentsOf(const fs::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// False when the reader was too slow. A crash ends the process; the line names the input then.
+/// False when the reader was too slow. Prints the input's path first, in case of a crash.
 bool replay(const fs::path& path) {
   std::printf("%s\n", path.c_str());
   std::fflush(stdout);

@@ -1,4 +1,4 @@
-// Values of the framework-search-paths setting, in a file system made of their own parts.
+// Values of the framework-search-paths setting, in a made-up file system.
 #include <algorithm>
 #include <climits>
 
@@ -7,7 +7,7 @@
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view value = fuzz::textOf(data, size);
-  // Every path whose length is even exists: found and missing ones in any order.
+  // Every path of even length exists, so that any mixture occurs.
   const QVTDirectoryQuestion isDirectory = [](const std::string& path) {
     fuzz::require(path.size() < PATH_MAX);
     return path.size() % 2 == 0;
