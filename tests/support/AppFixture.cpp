@@ -50,7 +50,7 @@ foundation::Data profileOf(ProfileOptions options) {
   return makeProvisioningProfile(options.dictionary(), signingFamily().leaf);
 }
 
-/// The folder `Payload` and what stands beside it, ready to be packed.
+/// The folder `Payload` and its siblings, ready to be packed.
 void stage(const fs::path& folder, const fs::path& app,
            const std::map<std::string, std::string>& besides) {
   fs::create_directories(folder / "Payload");

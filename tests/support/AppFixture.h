@@ -9,19 +9,18 @@
 
 namespace test {
 
-/// Made once per test program, since a key and a compiler run take their time.
+/// Created once per test program, since a key and a compiler run take time.
 const Family& signingFamily();
 /// A real executable of armv7 and arm64, in this order.
 const std::filesystem::path& universalExecutable();
 
-/// What an app says about itself; a small distribution build by default.
+/// The contents of an app; by default a small distribution build.
 struct AppOptions {
   /// Of the bundle folder, ".app" included.
   std::string folderName = "Example.app";
-  /// Merged over the default Info dictionary; a null value takes the key out.
+  /// Merged over the default Info dictionary; a null value removes the key.
   foundation::Dictionary info = {};
-  /// Its certificates are those of `signingFamily()` unless it names others; two devices unless it
-  /// says otherwise.
+  /// By default it has the certificates of `signingFamily()` and two devices.
   ProfileOptions profile = exampleProfile();
 
   static ProfileOptions exampleProfile();
@@ -31,8 +30,8 @@ struct AppOptions {
 /// languages and a symbolic link. Returns its path.
 std::filesystem::path makeApp(const std::filesystem::path& parent, const AppOptions& options = {});
 
-/// Packs the app as "Payload/<its name>" with `zip`, and `besides` (path in the archive to content)
-/// with it. The target's name may be anything. Returns it.
+/// Packs the app as "Payload/<its name>" with `zip`, together with `besides` (path in the archive
+/// to content). The target's name may be anything. Returns it.
 std::filesystem::path packIPA(const std::filesystem::path& app, const std::filesystem::path& target,
                               const std::map<std::string, std::string>& besides = {});
 
@@ -40,7 +39,7 @@ std::filesystem::path packIPA(const std::filesystem::path& app, const std::files
 std::filesystem::path makeArchive(const std::filesystem::path& archive,
                                   const std::filesystem::path& app);
 
-/// The family's identity as one PEM file that only its owner reads.
+/// The family's identity as one PEM file that only its owner can read.
 std::filesystem::path writeKeychain(const std::filesystem::path& target,
                                     const Family& family = signingFamily());
 

@@ -27,7 +27,7 @@ foundation::Dictionary dictionaryIn(const fs::path& file) {
   return *std::move(dictionary);
 }
 
-/// The content of the signed message, with its signature checked against the certificate in it.
+/// The content of the signed message; checks its signature against the certificate in it.
 foundation::Dictionary profileIn(const fs::path& app, const fs::path& scratch) {
   outputOf({"openssl", "cms", "-verify", "-noverify", "-inform", "DER", "-in",
             (app / "embedded.mobileprovision").string(), "-out", scratch.string()});
@@ -89,7 +89,7 @@ IPAFacts factsOf(const std::string& ipaBytes) {
       slicesOf(app / foundation::stringAt(facts.info, "CFBundleExecutable").value_or("none"));
   facts.instanceIdentifier = instanceIdentifierOf(facts.slices);
   facts.names = foundation::split(outputOf({"unzip", "-Z1", ipa.string()}), '\n');
-  facts.names.pop_back();  // behind the last line's end
+  facts.names.pop_back();  // after the last newline
   return facts;
 }
 

@@ -10,8 +10,8 @@
 
 namespace test {
 
-/// What an .ipa says about its build, found out by other programs than ours: `unzip`, `openssl cms`
-/// and LLVM's dwarfdump.
+/// Facts about an .ipa, determined by independent programs: `unzip`, `openssl cms` and LLVM's
+/// dwarfdump.
 struct IPAFacts {
   foundation::Dictionary info;
   foundation::Dictionary profile;
@@ -24,7 +24,7 @@ struct IPAFacts {
   std::vector<std::string> names;
 };
 
-/// Throws std::runtime_error when the bytes are no .ipa with one app, one profile and an
+/// Throws std::runtime_error unless the bytes are an .ipa with one app, one profile and an
 /// executable.
 IPAFacts factsOf(const std::string& ipaBytes);
 

@@ -26,7 +26,7 @@ namespace {
 
 using ExtensionHandle = Handle<X509_EXTENSION, X509_EXTENSION_free>;
 
-/// Throws the library's reason unless a call of it succeeded.
+/// Throws the library's error text unless a call succeeded.
 void require(bool succeeded, const char* what) {
   if (succeeded) return;
   char reason[256];
@@ -96,12 +96,12 @@ void addMarker(X509* certificate, const std::string& oid) {
 
 struct Making {
   CertificateOptions options;
-  /// As OpenSSL writes them; left out when empty.
+  /// In OpenSSL's notation; left out when empty.
   std::string basicConstraints = "critical,CA:FALSE";
   std::string keyUsage = "critical,digitalSignature";
-  /// Null for a certificate that signs itself.
+  /// Null for a self-signed certificate.
   const MadeIdentity* issuer = nullptr;
-  /// Null: a new key.
+  /// Null for a new key.
   const MadeIdentity* keyHolder = nullptr;
 };
 
@@ -159,8 +159,8 @@ CertificateOptions authorityOptions(const std::string& commonName, KeyKind key) 
   return options;
 }
 
-/// The old algorithms live in a module that has to be loaded; apart from the default library, which
-/// must keep behaving as it does in the tool.
+/// The old algorithms are in a module that has to be loaded, apart from the default library
+/// context, which must behave as it does in the tool.
 OSSL_LIB_CTX* libraryFor(PKCS12Options::Encryption encryption) {
   if (encryption == PKCS12Options::Encryption::modern) return nullptr;
   static OSSL_LIB_CTX* const library = [] {
@@ -327,7 +327,7 @@ AlgorithmHandle slowAlgorithm(SlowPart part, std::uint64_t iterations) {
       PKCS5_pbe_set(NID_pbe_WithSHA1And3_Key_TripleDES_CBC, count, salt, sizeof salt));
 }
 
-/// In place of something encrypted; long enough for a file that is known by its long length.
+/// Stands for something encrypted; long enough for a file that is recognised by a long length.
 constexpr std::array<unsigned char, 160> kZeros{};
 
 /// An encrypted key of zero bytes.

@@ -12,8 +12,8 @@
 #include "foundation/crypto/Certificate.h"
 #include "foundation/crypto/Keychain.h"
 
-/// Certificates, keys and provisioning profiles made in code. Everything fails the running test by
-/// throwing when the crypto library refuses.
+/// Certificates, keys and provisioning profiles built in code. Errors of the crypto library are
+/// thrown, which fails the test.
 namespace test {
 
 enum class KeyKind { rsa, p256 };
@@ -24,15 +24,15 @@ inline constexpr std::string_view kDistributionMarker = "1.2.840.113635.100.6.1.
 struct CertificateOptions {
   std::string commonName = "iPhone Distribution: Example Corp (ABCDE12345)";
   std::vector<std::string> organizations = {"Example Corp"};
-  /// Left out of the subject when empty; so is the common name.
+  /// Left out of the subject when empty, like the common name.
   std::string organizationalUnit = "ABCDE12345";
   std::string emailAddress = "";
   KeyKind key = KeyKind::p256;
   /// The critical extended key usage "code signing".
   bool codeSigning = true;
-  /// A server's other names, as OpenSSL writes them: "DNS:localhost,IP:127.0.0.1".
+  /// A server's alternative names in OpenSSL's notation: "DNS:localhost,IP:127.0.0.1".
   std::string alternativeNames = "";
-  /// Dotted OIDs of further extensions; each gets an ASN.1 NULL as its value.
+  /// Dotted OIDs of further extensions, each with an ASN.1 NULL as its value.
   std::vector<std::string> markers = {};
   /// Counted from now.
   std::chrono::seconds validFrom = -std::chrono::hours(24);
@@ -50,7 +50,7 @@ class MadeIdentity {
   [[nodiscard]] std::string keyPEM(std::optional<std::string> passphrase = std::nullopt) const;
   /// In OpenSSL's own form ("Proc-Type: 4,ENCRYPTED").
   [[nodiscard]] std::string oldKeyPEM(const std::string& passphrase) const;
-  /// 40 upper-case hexadecimal digits, what `--sign` takes.
+  /// 40 upper-case hexadecimal digits, as for `--sign`.
   [[nodiscard]] std::string sha1() const;
   [[nodiscard]] foundation::Certificate certificate() const;
   [[nodiscard]] foundation::Identity identity() const;
@@ -68,18 +68,18 @@ MadeIdentity makeRoot(const std::string& commonName = "Test Root CA", KeyKind ke
 MadeIdentity makeIntermediate(const MadeIdentity& root,
                               const std::string& commonName = "Test Developer Relations CA",
                               KeyKind key = KeyKind::p256);
-/// "Issuer" with these extensions as OpenSSL writes them ("CA:TRUE,pathlen:0", "keyCertSign"); one
-/// that is empty is left out.
+/// "Issuer" with these extensions in OpenSSL's notation ("CA:TRUE,pathlen:0", "keyCertSign"); an
+/// empty one is left out.
 MadeIdentity makeIssuer(const MadeIdentity& root, const std::string& basicConstraints,
                         const std::string& keyUsage);
 MadeIdentity makeLeaf(const MadeIdentity& issuer, const CertificateOptions& options = {});
 
-/// What somebody who knows only the victim's public key can make: a certificate over it, by an
-/// issuer of their own.
+/// A certificate over the victim's public key by another issuer, as anyone who knows that key can
+/// make.
 MadeIdentity makeForged(const MadeIdentity& victim, const MadeIdentity& issuer,
                         const std::string& commonName);
 
-/// The name and key of `identity` once more, in a certificate that `issuer` signed.
+/// Another certificate with the name and key of `identity`, signed by `issuer`.
 MadeIdentity makeCrossSigned(const MadeIdentity& identity, const MadeIdentity& issuer);
 
 /// Leaf, intermediate and root, each issued by the next.
@@ -92,18 +92,18 @@ struct Family {
   [[nodiscard]] std::string pem() const;
 };
 Family makeFamily(const CertificateOptions& options = {});
-/// The same below a root that is called like one of the platform vendor's.
+/// The same below a root that has the name of one of the platform vendor's.
 Family makeDeveloperFamily(const std::string& commonName = CertificateOptions().commonName);
 
 struct PKCS12Options {
   enum class Encryption {
-    /// AES-256 with PBKDF2, what OpenSSL 3 writes.
+    /// AES-256 with PBKDF2, as OpenSSL 3 writes.
     modern,
     /// RC2-40 for the certificates and 3DES for the key, as Keychain Access exports them.
     old
   };
   Encryption encryption = Encryption::modern;
-  /// Absent: none at all, which is not the same as an empty one.
+  /// Absent means none, which differs from an empty one.
   std::optional<std::string> passphrase = std::nullopt;
 };
 /// The identity, with `others` as further certificates.
@@ -116,7 +116,8 @@ enum class SlowPart { integrityCheck, contents, key, keyByScrypt, keyInPEM };
 /// A key file without a readable key, of which only this part asks for `iterations`.
 std::string makeSlowKeyFile(SlowPart part, std::uint64_t iterations);
 
-/// What a provisioning profile says. Every member can be changed in `dictionary()` afterwards.
+/// The contents of a provisioning profile. Every member can be changed in `dictionary()`
+/// afterwards.
 struct ProfileOptions {
   std::string name = "Example Distribution";
   std::string uuid = "11111111-2222-3333-4444-555555555555";
@@ -137,7 +138,7 @@ struct ProfileOptions {
   [[nodiscard]] foundation::Dictionary dictionary() const;
 };
 
-/// A signed CMS message with `content` attached, in DER, as a .mobileprovision file is.
+/// A signed CMS message with `content` attached, in DER, like a .mobileprovision file.
 foundation::Data makeSignedMessage(std::string_view content, const MadeIdentity& signer);
 /// A detached signature over the content itself: a message without signed attributes.
 foundation::Data makeBareSignature(std::string_view content, const Family& family);

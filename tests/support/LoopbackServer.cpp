@@ -33,7 +33,7 @@ TLSServerContext makeServerContext(const TLSIdentity& identity) {
   return context;
 }
 
-/// A client that goes away must not end the test program.
+/// A client that disconnects must not end the test program.
 void ignoreBrokenPipes() {
   sigset_t set;
   sigemptyset(&set);
@@ -83,7 +83,7 @@ class Connection : public Peer {
     }
   }
 
-  /// Ends whatever the connection's thread is waiting for; from another thread.
+  /// Wakes the connection's thread; called from another thread.
   void interrupt() {
     const std::lock_guard guard(mutex_);
     if (socket_) ::shutdown(socket_.get(), SHUT_RDWR);
@@ -91,7 +91,7 @@ class Connection : public Peer {
 
   [[nodiscard]] bool isOpen() const { return static_cast<bool>(socket_); }
 
-  /// Reads until `enough` says at which size the input holds a whole item; 0 at the end.
+  /// Reads until `enough` returns the size of a complete item; 0 at the end.
   std::size_t readUntil(const std::function<std::size_t()>& enough) {
     while (true) {
       if (const std::size_t size = enough()) return size;
@@ -160,7 +160,7 @@ void parseHead(ReceivedRequest& request) {
   }
 }
 
-/// Size of the body at the start of `input`, once it is whole; absent before.
+/// The size of the body at the start of `input`; absent until it is complete.
 std::optional<std::size_t> wholeBody(const ReceivedRequest& request, const std::string& input) {
   if (const auto length = request.header("Content-Length")) {
     const std::size_t size = std::strtoull(length->c_str(), nullptr, 10);

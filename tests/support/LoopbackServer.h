@@ -14,62 +14,62 @@
 
 namespace test {
 
-/// One request as it came in.
+/// A request as received.
 struct ReceivedRequest {
-  /// Every byte of it: head, blank line and body (a chunked body with its chunk lines).
+  /// Every byte: headers, blank line and body (a chunked body with its chunk lines).
   std::string raw;
   std::size_t bodyOffset = 0;
   std::string method;
-  /// As written in the request line; absolute when the client takes this server for a proxy.
+  /// As in the request line; absolute when the client uses this server as a proxy.
   std::string target;
   /// In the order and spelling of the request.
   std::vector<std::pair<std::string, std::string>> headerLines;
-  /// False when the client went away before its body was there.
+  /// False when the client disconnected before sending its whole body.
   bool complete = false;
 
   [[nodiscard]] std::string_view body() const { return std::string_view(raw).substr(bodyOffset); }
-  /// The first field of this name, compared without regard to case.
+  /// The first header of this name, ignoring case.
   [[nodiscard]] std::optional<std::string> header(std::string_view name) const;
 };
 
-/// The server's end of one connection, for handlers. Not for use after the handler has returned.
+/// The server's end of a connection, for handlers; invalid once the handler has returned.
 class Peer {
  public:
   virtual ~Peer() = default;
   /// Sends all of it; false when the client is gone.
   virtual bool send(std::string_view bytes) = 0;
-  /// Takes up to `limit` bytes that no request has used yet; empty at the end or after an error.
+  /// Reads up to `limit` bytes that belong to no request yet; empty at the end or after an error.
   virtual std::string receive(std::size_t limit) = 0;
-  /// Orderly end, TLS included.
+  /// An orderly shutdown, TLS included.
   virtual void close() = 0;
-  /// Ends with a TCP reset: what was not read or sent is lost.
+  /// Ends with a TCP reset: unread and unsent bytes are lost.
   virtual void reset() = 0;
-  /// Ends TCP in the middle of TLS, without its closing message.
+  /// Ends TCP without TLS's closing message.
   virtual void cut() = 0;
-  /// Does nothing until the client ends the connection or the server is stopped.
+  /// Blocks until the client ends the connection or the server stops.
   virtual void stall() = 0;
 };
 
 using Handler = std::function<void(const ReceivedRequest&, Peer&)>;
 
 struct ServerOptions {
-  /// With one the server speaks TLS.
+  /// For TLS; absent for plain HTTP.
   std::optional<TLSIdentity> identity{};
-  /// 0: a free port of the system's choosing.
+  /// 0 for any free port.
   int port = 0;
-  /// Called for each connection before anything is read (before TLS too); true: it did all that is
-  /// to be done with it.
+  /// Called for each connection before anything is read (before TLS, too); true when it has handled
+  /// the connection completely.
   std::function<bool(Peer&)> onConnection{};
-  /// Called when a request's head is there and its body is not read yet; true: it answered, and the
-  /// connection is closed without reading the body.
+  /// Called with a request's headers before its body is read; true when it has responded, so that
+  /// the connection is closed without reading the body.
   std::function<bool(const ReceivedRequest&, Peer&)> onHead{};
 };
 
-/// A small HTTP/1.1 server on 127.0.0.1 that keeps the raw bytes of every request and answers
-/// whatever its handler sends, right or wrong.
+/// A small HTTP/1.1 server on 127.0.0.1 that keeps the raw bytes of every request and sends
+/// whatever its handler does, valid or not.
 ///
-/// Each connection has a thread, on which the handlers run; a connection is kept for further
-/// requests until a handler or the client closes it.
+/// Each connection has a thread, on which the handlers run, and is kept open until a handler or the
+/// client closes it.
 class LoopbackServer {
  public:
   explicit LoopbackServer(Handler handler, ServerOptions options = {});
@@ -91,10 +91,10 @@ class LoopbackServer {
   std::shared_ptr<State> state_;
 };
 
-/// A whole answer with Content-Length; `headerLines` each end in "\r\n".
+/// A complete response with Content-Length; each of `headerLines` ends in "\r\n".
 std::string httpAnswer(int status, std::string_view body = {}, std::string_view headerLines = {});
 
-/// Answers every request alike.
+/// Sends the same response to every request.
 Handler alwaysAnswer(std::string bytes);
 
 }  // namespace test

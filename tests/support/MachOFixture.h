@@ -19,8 +19,8 @@ struct MachOSectionSpec {
   std::uint32_t flags = 0;
 };
 
-/// A thin Mach-O image put together in memory, command by command, so that each part of it can be
-/// as wrong as a test needs. Nothing is checked.
+/// A thin Mach-O image, built in memory command by command, so that each part can be as malformed
+/// as a test needs. Nothing is checked.
 class MachOImage {
  public:
   /// 64-bit header and segments when `cpuType` has the 64-bit ABI bit.
@@ -37,13 +37,13 @@ class MachOImage {
   MachOImage& encryption(std::uint32_t cryptid);
   MachOImage& segment(std::string_view name, std::uint64_t address, std::uint64_t size,
                       std::vector<MachOSectionSpec> sections = {});
-  /// A command's bytes as they stand, `cmd` and `cmdsize` included.
+  /// A command's bytes as is, including `cmd` and `cmdsize`.
   MachOImage& command(std::string bytes);
-  /// `cmd`, `cmdsize` and nothing else.
+  /// Only `cmd` and `cmdsize`.
   MachOImage& bareCommand(std::uint32_t cmd, std::uint32_t cmdsize);
 
   MachOImage& magic(std::uint32_t value);
-  /// A count that need not be true.
+  /// Overrides the count in the header.
   MachOImage& commandCount(std::uint32_t count);
 
   [[nodiscard]] std::int32_t cpuType() const { return cpuType_; }
@@ -68,7 +68,7 @@ class MachOImage {
   std::vector<Segment> segments_;
 };
 
-/// One record of a universal file. `offset` replaces the true one.
+/// One record of a universal file. `offset` overrides the actual one.
 struct FatSlice {
   std::int32_t cpuType = 0;
   std::int32_t cpuSubtype = 0;
@@ -80,7 +80,7 @@ struct FatSlice {
   }
 };
 
-/// A universal file, each image on a boundary of 2^`alignment` bytes. `count` replaces the true
+/// A universal file, each image on a boundary of 2^`alignment` bytes. `count` overrides the actual
 /// one.
 std::string universalFile(const std::vector<FatSlice>& slices, std::uint32_t alignment = 4,
                           std::optional<std::uint32_t> count = std::nullopt);
@@ -91,13 +91,13 @@ void poke(std::string& bytes, std::size_t offset, std::uint32_t value);
 
 // Real files, made by clang, ld64.lld, llvm-lipo and dsymutil
 
-/// What a finished child process left behind.
+/// The outcome of a child process.
 struct CommandResult {
-  int status = -1;     ///< exit status; 128 plus the signal's number when one ended it
+  int status = -1;     ///< exit status, or 128 plus the number of the fatal signal
   std::string output;  ///< standard output and standard error
 };
 CommandResult runCommand(const std::vector<std::string>& arguments);
-/// The output of a command that must succeed: an exception with its output otherwise.
+/// The output of a command; throws with that output unless it succeeds.
 std::string outputOf(const std::vector<std::string>& arguments);
 
 /// Path of one of LLVM's programs ("llvm-otool"), below `llvm-config --bindir`.
@@ -105,11 +105,11 @@ std::string llvmTool(std::string_view name);
 
 struct RealImageOptions {
   std::string architecture = "arm64";  ///< also "armv7", "x86_64", "arm64_32"
-  std::string platform = "ios";        ///< as ld64 calls it: "ios", "watchos", "ios-simulator"
-  std::string minimumOS = "9.0";       ///< below 12.0: a version-min command, not a build version
+  std::string platform = "ios";        ///< ld64's name: "ios", "watchos", "ios-simulator"
+  std::string minimumOS = "9.0";       ///< below 12.0 gives a version-min command
   std::string sdk = "12.1";
   std::string source = "int main(void) { return 0; }\n";
-  std::vector<std::string> dylibs = {};  ///< install names to link with (stubs are made on the way)
+  std::vector<std::string> dylibs = {};  ///< install names to link with (stubs are created)
   std::vector<std::string> compilerArguments = {};
   std::vector<std::string> linkerArguments = {};
 };
@@ -118,7 +118,7 @@ struct RealImageOptions {
 /// and source files stay beside it, so that `makeDSYM` finds the debug map's objects.
 void linkImage(const std::filesystem::path& target, const RealImageOptions& options = {});
 
-/// Joins thin files to a universal one.
+/// Joins thin files into a universal one.
 void lipo(const std::filesystem::path& target, const std::vector<std::filesystem::path>& thin);
 
 /// The debug-symbol bundle of an executable that was compiled with "-g".

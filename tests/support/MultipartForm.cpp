@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::string_view kDelimiter = "--AaB03x";
 
-/// What is left of a body that is read from its start.
+/// The unread rest of a body.
 class Rest {
  public:
   explicit Rest(std::string_view body) : body_(body) {}
@@ -22,7 +22,7 @@ class Rest {
     at_ += text.size();
     return true;
   }
-  /// All before the next `end`, which is passed over.
+  /// Everything up to the next `end`, which is skipped.
   std::string until(std::string_view end) {
     const std::size_t found = body_.find(end, at_);
     if (found == std::string_view::npos) fail("no \"" + std::string(end) + "\" behind this point");
@@ -40,7 +40,7 @@ class Rest {
   std::size_t at_ = 0;
 };
 
-/// The part's headers, and the blank line behind them.
+/// The part's headers and the blank line after them.
 FormPart readHead(Rest& rest) {
   FormPart part;
   rest.expect("\r\nContent-Disposition: form-data; name=\"");

@@ -23,9 +23,9 @@ using Form = std::vector<FormPart>;
 /// A text part.
 FormPart field(std::string_view name, std::string_view value);
 
-/// Reads a form that is byte for byte as the release service wants it (RFC 2046 with the boundary
-/// "AaB03x", every line ended by CR LF, part headers in a fixed order). Throws std::runtime_error
-/// that says where it is not. A file's content may hold anything but a delimiter.
+/// Parses a form that is byte for byte as the release service expects it (RFC 2046 with the
+/// boundary "AaB03x", CR LF line ends, part headers in a fixed order). Throws std::runtime_error
+/// with the first difference. A file's content may be anything without a delimiter.
 Form parseForm(std::string_view body);
 
 /// The values of every part of this name, in order.

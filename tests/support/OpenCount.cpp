@@ -8,7 +8,7 @@
 
 namespace test {
 
-// Equal events that follow each other are merged; those of opening and closing alternate.
+// The kernel merges consecutive equal events, so closing is watched, too: the two alternate.
 OpenCount::OpenCount(const std::filesystem::path& file)
     : events_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
   if (::inotify_add_watch(events_.get(), file.c_str(), IN_OPEN | IN_CLOSE) < 0) {

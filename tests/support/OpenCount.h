@@ -6,11 +6,11 @@
 
 namespace test {
 
-/// Counts how often any process opens one file, from here on.
+/// Counts how often any process opens a file.
 class OpenCount {
  public:
   explicit OpenCount(const std::filesystem::path& file);
-  /// Since the last call, or since the beginning.
+  /// Since the last call or the construction.
   [[nodiscard]] int take() const;
 
  private:

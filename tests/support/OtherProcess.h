@@ -7,16 +7,15 @@
 
 namespace test {
 
-/// Runs `work` in a child process of this one, with its own copy of everything, and returns the
-/// text that `work` returned. A child that ends otherwise gives "child ended with status N". Checks
-/// of the test framework made in the child are not seen; return what is to be checked.
+/// Runs `work` in a forked child and returns its text, or "child ended with status N". Expectations
+/// in the child are not seen; return what is to be checked.
 std::string inChildProcess(const std::function<std::string()>& work);
 
 /// A user without rights and without an entry in the user database.
 inline constexpr uid_t kUnprivilegedUser = 54321;
 
-/// The same, as that user. The tests may run as root, for whom no permission is ever denied. Where
-/// this process may not change its user, the child runs as the same user.
+/// The same as that user, since tests may run as root, who is never denied a permission. If this
+/// process may not change its user, the child runs as the current one.
 std::string asUnprivilegedUser(const std::function<std::string()>& work);
 
 }  // namespace test

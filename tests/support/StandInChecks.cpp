@@ -19,7 +19,7 @@ bool isHexadecimal(const std::string& text) {
   return text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
 }
 
-/// The header's value is `expected`, or without one, of the form that `fits` asks for.
+/// The header's value is `expected` or, if that is absent, satisfies `fits`.
 void require(Complaints& complaints, const ReceivedRequest& request, const char* name,
              const std::function<bool(const std::string&)>& fits) {
   const auto value = request.header(name);
@@ -34,7 +34,7 @@ std::function<bool(const std::string&)> equals(std::string expected) {
   return [expected = std::move(expected)](const std::string& value) { return value == expected; };
 }
 
-/// No header but those that were asked for, and none twice.
+/// Only the expected headers, and none twice.
 void requireNoOthers(Complaints& complaints, const ReceivedRequest& request,
                      std::set<std::string> allowed) {
   for (const auto& [name, value] : request.headerLines) {
@@ -81,8 +81,8 @@ void addSlices(Form& form, const IPAFacts& facts) {
   form.push_back(field("distribution[platform_attributes][architectures]", names));
 }
 
-/// What the form should be, in order. `devices` come in no particular order; the time and the
-/// choice to notify are the sender's.
+/// The expected form. `devices` may be in any order; time and notifications are the sender's
+/// choice.
 Form expectedUpload(const IPAFacts& facts, const Form& received,
                     const std::vector<std::string>& devices) {
   const auto sent = [&](const char* name) {

@@ -8,10 +8,10 @@
 #include "tests/support/MultipartForm.h"
 #include "tests/support/StandInService.h"
 
-/// What the stand-in service holds against a request. Each function returns its complaints.
+/// The stand-in service's checks of a request. Each returns complaints.
 namespace test::checks {
 
-/// Where a request's path says that it belongs.
+/// The parts of a request's path.
 struct Address {
   ServiceCall call = ServiceCall::validate;
   std::string bundleIdentifier;
@@ -26,8 +26,8 @@ std::vector<std::string> headers(const ReceivedRequest& request, ServiceCall cal
 /// The fields of a notes or testers call.
 std::vector<std::string> smallForm(const Form& form, ServiceCall call);
 
-/// The fields of an upload, against what the uploaded file itself says (null: it was not opened).
-/// `about` is what the calls before it were about.
+/// Compares the fields of an upload with the uploaded file (null if it was not opened). `about` is
+/// from the calls before it.
 std::vector<std::string> upload(const Form& form, const Address& about, const IPAFacts* facts);
 
 }  // namespace test::checks

@@ -17,7 +17,7 @@ std::string refusal(const std::vector<std::string>& complaints) {
   return httpAnswer(400, foundation::JSON::encode(body), "Content-Type: application/json\r\n");
 }
 
-/// The fields of an earlier call that must be those of the upload.
+/// The fields that an earlier call and the upload must have in common.
 Form versionsIn(const Form& form) {
   Form versions;
   for (const char* const name : {"app[display_version]", "app[build_version]"}) {

@@ -17,45 +17,44 @@ namespace test {
 enum class ServiceCall { validate, notes, testers, upload };
 
 struct StandInServiceOptions {
-  /// With one the service speaks TLS.
+  /// For TLS; absent for plain HTTP.
   std::optional<TLSIdentity> identity = std::nullopt;
   int port = 0;
-  /// What the requests must carry; absent: any of the right form, the same in each request.
+  /// What the requests must have; if absent, anything of the right form, the same in each request.
   std::optional<std::string> apiKey = std::nullopt;
   std::optional<std::string> buildSecret = std::nullopt;
-  /// False: the .ipa of an upload is not opened, and the fields that describe it are taken as
-  /// given.
+  /// If false, the .ipa of an upload is not opened, and the fields that describe it are not
+  /// checked.
   bool opensTheIPA = true;
-  /// Called with each request and what is wrong with it, on the connection's thread.
+  /// Called with each request and its faults, on the connection's thread.
   std::function<void(const ReceivedRequest&, const std::vector<std::string>& complaints)> observer =
       {};
 };
 
-/// A release service on loopback that is stricter than any real one.
+/// A release service on loopback, stricter than any real one.
 ///
 /// Each request is compared with what this build of the app must send: method, path, headers, the
-/// form's exact bytes and the order of its fields, the uploaded .ipa's own facts (read with other
-/// programs) against the fields beside it and against the identifier in the earlier paths. A
-/// request with nothing wrong gets the answer set for its call (200, and 202 for the upload), any
-/// other one 400 with the complaints. "(null)" in a path, from an app without a readable
-/// executable, is taken.
+/// form's exact bytes and order of fields, and the uploaded .ipa (read by independent programs)
+/// with its fields and with the identifier in the earlier paths. A correct request gets the
+/// response set for its call (200, and 202 for the upload), any other 400 with the complaints.
+/// "(null)" in a path, from an app without a readable executable, is accepted.
 class StandInService {
  public:
   explicit StandInService(StandInServiceOptions options = {});
 
-  /// Replaces the answer of a call; for the requests to come.
+  /// Sets the response of a call for later requests.
   void answer(ServiceCall call, std::string bytes);
-  /// The same with a handler of the test's own.
+  /// The same with a handler.
   void answer(ServiceCall call, Handler handler);
 
   [[nodiscard]] std::string url(std::string_view path = {}) const { return server_->url(path); }
   [[nodiscard]] const LoopbackServer& server() const { return *server_; }
 
-  /// What came in, in order.
+  /// In order of arrival.
   [[nodiscard]] std::vector<ServiceCall> calls() const;
   /// The form of the last request of this call; throws when there was none.
   [[nodiscard]] Form form(ServiceCall call) const;
-  /// Everything that was wrong with any request, with the call it was in.
+  /// The faults of all requests, each with its call.
   [[nodiscard]] std::vector<std::string> complaints() const;
 
  private:
@@ -78,7 +77,7 @@ class StandInService {
   std::unique_ptr<LoopbackServer> server_;
 };
 
-/// The call that a request line asks for; nothing when it asks for none.
+/// Absent when a request line is none of the calls.
 std::optional<ServiceCall> callOf(const ReceivedRequest& request);
 const char* nameOf(ServiceCall call);
 

@@ -1,5 +1,5 @@
-// The stand-in release service as a program of its own: prints its address, then each request in
-// readable form, until it is ended. Its exit status is 0 when nothing was wrong with any request.
+// The stand-in release service as a program: prints its address, then each request in readable
+// form, until it is ended. Its exit status is 0 when every request was correct.
 
 #include <charconv>
 #include <csignal>
@@ -49,7 +49,7 @@ CommandLine parse(const std::vector<std::string_view>& arguments) {
   return line;
 }
 
-/// Every line with a margin.
+/// Indents every line.
 std::string indented(const std::string& text) {
   std::string out = "    ";
   for (const char c : text) {
@@ -60,7 +60,7 @@ std::string indented(const std::string& text) {
   return out + "\n";
 }
 
-/// The header as people may see it: credentials are shortened.
+/// The header with credentials shortened.
 std::string shown(const std::string& name, const std::string& value) {
   constexpr std::size_t kShown = 4;
   const bool secret = name.starts_with("X-QUORVANTILE") && value.size() > kShown;
@@ -82,7 +82,7 @@ void print(const test::ReceivedRequest& request, const std::vector<std::string>&
   std::cout << indented(text) << "\n" << std::flush;
 }
 
-/// Keeps the file of an upload under the name that it came with.
+/// Saves the file of an upload under its own name.
 void save(const std::string& folder, const test::ReceivedRequest& request) {
   if (test::callOf(request) != test::ServiceCall::upload) return;
   const test::FormPart file = test::parseForm(request.body()).back();
@@ -101,7 +101,7 @@ int main(int argc, char** argv) {
                  " [--save FOLDER]\n";
     return kUsageStatus;
   }
-  // Blocked before the server's threads begin, so that one of these signals only ends the wait.
+  // Blocked before the server's threads start, so that these signals only end the wait.
   sigset_t ends;
   sigemptyset(&ends);
   sigaddset(&ends, SIGINT);

@@ -12,8 +12,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The scripts find their folder by the path they were started with, since `codesign` gets no
-// environment but one variable.
+// The scripts find their folder through the path they were started with, since `codesign` gets only
+// one environment variable.
 constexpr std::string_view kXcrun = R"(#!/bin/sh
 here=${0%/*}
 if [ "$1" = --find ] && [ -x "$here/$2" ] && [ ! -e "$here/forgotten-$2" ]; then
@@ -117,7 +117,7 @@ std::string contentsIfAny(const fs::path& path) {
   return fs::exists(path) ? contentsOf(path) : std::string();
 }
 
-/// Texts that each end with a NUL.
+/// Splits NUL-terminated strings.
 std::vector<std::string> endedByNul(const std::string& text) {
   auto pieces = foundation::split(text, '\0');
   pieces.pop_back();

@@ -10,13 +10,13 @@
 
 namespace test {
 
-/// Small shell scripts named `xcrun`, `codesign` and `codesign_allocate` in a folder of their own,
-/// put at the front of PATH for the scope of the object.
+/// Small shell scripts named `xcrun`, `codesign` and `codesign_allocate` in a new folder, at the
+/// front of PATH while the object lives.
 ///
-/// `xcrun --find NAME` prints the path beside itself. `codesign` records how it was called and does
-/// as it was told: a run with `--sign` and one with `-vv` succeed without touching the app; one
-/// with `--display` writes the entitlements and resource rules given here to the paths that the
-/// command line names. It needs no variable of its environment.
+/// `xcrun --find NAME` prints a path in its own folder. `codesign` records its calls: runs with
+/// `--sign` or `-vv` succeed without touching the app; a run with `--display` writes the
+/// entitlements and resource rules given here to the paths on its command line. It needs no
+/// environment variable.
 class StandInSigner {
  public:
   enum class Run { display, sign, verify };
@@ -40,19 +40,19 @@ class StandInSigner {
     return folder_ / "codesign_allocate";
   }
 
-  /// The calls so far; empty when there was none.
+  /// The calls so far.
   [[nodiscard]] std::vector<Call> calls() const;
 
-  /// The run of this kind ends with `status`; it does its work all the same.
+  /// Runs of this kind end with `status`, after doing their work.
   void setStatus(Run run, int status) const;
   void setOutput(Run run, std::string_view standardOutput, std::string_view standardError) const;
-  /// The entitlements that an export leaves. Default: an application identifier, a team, and
+  /// The entitlements that an export writes. Default: an application identifier, a team, and
   /// "beta-reports-active" true.
   void setEntitlements(std::string_view text) const;
-  /// The export leaves no file at the one or the other path.
+  /// The export omits one of its files.
   void leaveOutEntitlements() const;
   void leaveOutResourceRules() const;
-  /// `xcrun --find NAME` prints nothing and fails from now on.
+  /// From now on `xcrun --find NAME` prints nothing and fails.
   void forgetTool(std::string_view name) const;
 
  private:

@@ -9,15 +9,15 @@ namespace test {
 /// A server's certificate and private key.
 using TLSIdentity = MadeIdentity;
 
-/// A certificate authority of a test's own, made anew for each object.
+/// A certificate authority for tests, new for each object.
 class TLSAuthority {
  public:
-  /// Its own certificate as PEM, for a client's list of trusted ones.
+  /// Its certificate as PEM, for a client's list of trusted ones.
   [[nodiscard]] std::string certificate() const { return root_.certificatePEM(); }
 
   struct Leaf {
     std::string hostName = "localhost";
-    /// Days from now; a negative one is over.
+    /// Days from now; negative for an expired one.
     int expiresAfterDays = 30;
   };
   [[nodiscard]] TLSIdentity issue(const Leaf& leaf) const;

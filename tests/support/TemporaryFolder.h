@@ -6,7 +6,7 @@
 
 namespace test {
 
-/// A new empty folder, removed with all it holds at the end of its scope.
+/// A new empty folder, removed with its contents at the end of its scope.
 class TemporaryFolder {
  public:
   TemporaryFolder();
@@ -17,7 +17,7 @@ class TemporaryFolder {
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
   std::filesystem::path operator/(const std::filesystem::path& name) const { return path_ / name; }
 
-  /// Writes a file below the folder, making its parents; returns its path.
+  /// Writes a file below the folder, creating parents; returns its path.
   std::filesystem::path write(const std::filesystem::path& name, std::string_view content) const;
 
  private:
@@ -27,7 +27,7 @@ class TemporaryFolder {
 /// The whole file; fails the test when it cannot be read.
 std::string contentsOf(const std::filesystem::path& path);
 
-/// Sets an environment variable for a scope (nullptr: unsets it) and puts back what was there.
+/// Sets an environment variable for a scope (nullptr unsets it), then restores it.
 class ScopedEnvironment {
  public:
   ScopedEnvironment(std::string name, const char* value);

@@ -6,13 +6,13 @@
 
 namespace test {
 
-/// An entry of a `ZipImage` as its directory has it; its data are `compressedSize` bytes of "d".
+/// An entry of a `ZipImage`'s directory; its data are `compressedSize` bytes of "d".
 struct ZipItem {
   std::string name;
   std::uint32_t compressedSize = 1;
   std::uint32_t uncompressedSize = 1;
   std::string extra = "";
-  /// The host in the upper byte: 3 is Unix, 0 an old one.
+  /// The host is in the upper byte: 3 is Unix, 0 is MS-DOS.
   std::uint16_t madeBy = 3 << 8;
   std::uint16_t flags = 0;
   std::uint16_t unixMode = 0100644;
@@ -29,7 +29,7 @@ inline std::string zipField(std::uint16_t kind, const std::string& content) {
   return littleEndian(kind, 2) + littleEndian(content.size(), 2) + content;
 }
 
-/// The bytes of zip archives, whole and damaged ones, part by part.
+/// Builds zip archives, valid and damaged ones, part by part.
 class ZipImage {
  public:
   explicit ZipImage(const std::vector<ZipItem>& items) : count_(items.size()) {
@@ -40,7 +40,7 @@ class ZipImage {
   std::string directory;
   std::string comment;
 
-  /// With one value of the end record changed: the `size` bytes at `offset`.
+  /// With one value of the end record replaced: the `size` bytes at `offset`.
   [[nodiscard]] std::string withEnd(std::size_t offset, std::uint64_t value, int size) const {
     std::string bytes = end(count_, directory.size(), data.size());
     bytes.replace(offset, static_cast<std::size_t>(size), littleEndian(value, size));
@@ -49,7 +49,7 @@ class ZipImage {
   [[nodiscard]] std::string bytes() const {
     return data + directory + end(count_, directory.size(), data.size()) + comment;
   }
-  /// With the Zip64 records, of which one value may be changed as in `withEnd`.
+  /// With Zip64 records, of which one value may be replaced as in `withEnd`.
   [[nodiscard]] std::string zip64(std::size_t offset = 0, std::uint64_t value = 0x06064b50,
                                   int size = 4) const {
     std::string records = littleEndian(0x06064b50, 4) + littleEndian(44, 8) + littleEndian(45, 2) +
