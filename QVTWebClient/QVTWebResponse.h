@@ -9,8 +9,8 @@
 #include "foundation/base/Value.h"
 #include "foundation/net/URLRequest.h"
 
-/// Errors of the client itself: a status other than the expected one, a request for
-/// authentication, a form that a receiver would misread.
+/// Errors of the client itself: a status other than the expected one, a request for authentication,
+/// a form that a receiver would misread.
 inline constexpr std::string_view QVTWebClientErrorDomain = "QVTWebClientErrorDomain";
 inline constexpr long QVTWebClientErrorUnexpectedStatus = -1;
 inline constexpr long QVTWebClientErrorAuthenticationRefused = -2;

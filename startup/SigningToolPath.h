@@ -5,8 +5,7 @@
 #include <string>
 
 /// `path` with `tools` at its end, so that the host's tools win. An absent or empty `path` counts
-/// as
-/// "/usr/bin:/bin".
+/// as "/usr/bin:/bin".
 std::string pathWithSigningTools(const std::optional<std::string>& path,
                                  const std::filesystem::path& tools);
 
