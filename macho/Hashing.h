@@ -13,10 +13,10 @@ std::string QVTHashNSString(std::string_view text);
 /// The same of any bytes.
 std::string QVTHashBytes(const void* bytes, std::size_t length);
 
-/// Two lower-case hexadecimal digits per byte, high nibble first.
+/// Two lower-case hexadecimal digits per byte.
 std::string QVTNSDataToNSString(const foundation::Data& data);
-/// The same into `output`, which must hold 2 × length + 1 characters, a terminating zero last; null
-/// bytes give an empty text.
+/// The same, zero-terminated, into `output`, which must hold 2 × length + 1 characters. Null bytes
+/// give an empty string.
 void QVTSafeHexToString(const void* bytes, std::size_t length, char* output);
 
 }  // namespace macho

@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-/// Decoders of single load commands. Each is given a pointer to a command whose `cmd` the caller
-/// has checked; what does not lie wholly inside the file is as good as missing.
+/// Decoders of single load commands, whose `cmd` the caller has checked. A field that does not lie
+/// wholly inside the file counts as missing.
 namespace macho {
 
 struct QVTMachOVersion {
@@ -24,12 +24,12 @@ struct QVTMachOSegment {
 
 /// The 16 bytes of an LC_UUID, or null.
 const std::uint8_t* QVTMachOGetUUID(const void* command);
-/// The path of a dylib_command, or null when its text does not end inside the file.
+/// The path of a dylib_command; null if it does not end inside the file.
 const char* QVTMachOGetDylibPath(const void* command);
-/// True when an encryption_info_command names an encryption (its id is above 0).
+/// True if the cryptid of an encryption_info_command is above 0.
 bool QVTMachOGetEncrypted(const void* command);
 
-/// Of a version_min_command; 0.0.0 when it is cut off.
+/// Of a version_min_command; 0.0.0 if missing.
 QVTMachOVersion QVTMachOGetMinimumOSVersion(const void* command);
 QVTMachOVersion QVTMachOGetLinkedSDKVersion(const void* command);
 

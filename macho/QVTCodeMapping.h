@@ -7,7 +7,7 @@
 
 #include "foundation/base/URL.h"
 
-/// A symbol file that is to go to the code-mapping service.
+/// A symbol file for the code-mapping service.
 class QVTCodeMapping {
  public:
   static std::shared_ptr<QVTCodeMapping> mappingWithURL(const foundation::URL& url) {
@@ -18,10 +18,10 @@ class QVTCodeMapping {
   }
 
   [[nodiscard]] const foundation::URL& URL() const { return url_; }
-  /// Where the mapping came from, a number that only the user of this object gives a meaning.
+  /// Where the mapping came from; the meaning of the number is up to the caller.
   [[nodiscard]] std::int32_t source() const { return source_; }
   void setSource(std::int32_t source) { source_ = source; }
-  /// Absent: nothing in this library names a source.
+  /// Always absent: nothing in this library names a source.
   [[nodiscard]] const std::optional<std::string>& sourceName() const { return sourceName_; }
 
  private:

@@ -7,20 +7,19 @@
 #include "foundation/app/Bundle.h"
 #include "macho/QVTMachOBinary.h"
 
-/// A debug-symbol bundle and the DWARF file in it.
+/// A debug-symbol bundle and its DWARF file.
 class QVTdSYM {
  public:
-  /// Empty when the bundle or its "Contents/Resources/DWARF" is missing, or that folder is empty.
-  /// The DWARF file is the folder's first entry in the folder's own, unsorted order; when it is not
-  /// readable, the object has no binary. A `foundation::Exception` where `QVTMachOBinary` or
-  /// `Bundle` throws one.
+  /// Empty if the bundle or its "Contents/Resources/DWARF" is missing, or that folder is empty. The
+  /// DWARF file is the first entry of the folder in its own, unsorted order; if that cannot be
+  /// read, there is no binary. Throws what `QVTMachOBinary` and `Bundle` throw.
   static std::shared_ptr<QVTdSYM> dSYMWithURL(const foundation::URL& url);
   static std::shared_ptr<QVTdSYM> initWithURL(const foundation::URL& url);
 
   [[nodiscard]] const std::shared_ptr<foundation::Bundle>& bundle() const { return bundle_; }
   /// May be empty.
   [[nodiscard]] const std::shared_ptr<QVTMachOBinary>& binary() const { return binary_; }
-  /// Without the prefix that the linker's tool puts before it, which leaves the app's own.
+  /// The app's own: the prefix that dsymutil adds is removed.
   [[nodiscard]] std::optional<std::string> bundleIdentifier() const;
   // Of the binary; absent without one.
   [[nodiscard]] std::optional<foundation::URL> executableURL() const;

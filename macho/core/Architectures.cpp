@@ -8,8 +8,8 @@
 namespace macho {
 namespace {
 
-/// The platform's own names, as its `arch(3)` table and `lipo` print them. Of two rows with one
-/// name the first stands for it: linkers write either subtype for the watch.
+/// The platform's own names, as in `arch(3)` and `lipo`. The first row with a name stands for it:
+/// linkers write either subtype for the watch.
 constexpr Architecture kArchitectures[] = {
     {CPU_TYPE_ARM64, CPU_SUBTYPE_ARM64_ALL, "arm64"},
     {CPU_TYPE_ARM64, CPU_SUBTYPE_ARM64_V8, "arm64v8"},

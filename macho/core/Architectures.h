@@ -5,16 +5,16 @@
 
 namespace macho {
 
-/// A processor that the platform has a name for.
+/// A processor type that the platform has a name for.
 struct Architecture {
   std::int32_t cpuType;
   std::uint32_t cpuSubtype;  ///< without capability bits
   const char* name;
 };
 
-/// The row of these numbers, whatever the subtype's capability bits; null without one.
+/// Capability bits of the subtype do not count. Null if the platform has no name for it.
 const Architecture* architectureOf(std::int32_t cpuType, std::uint32_t cpuSubtype);
-/// The row of this name ("arm64"); null without one.
+/// `name`: "arm64". Null if unknown.
 const Architecture* architectureNamed(std::string_view name);
 
 }  // namespace macho

@@ -3,12 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Layouts and numbers of Apple's published Mach-O format: <mach-o/loader.h>, <mach-o/fat.h>,
-/// <mach-o/nlist.h> and <mach/machine.h> of the open Darwin sources. Field names are theirs.
+/// Records and numbers of Apple's published Mach-O format, as far as they are used here: see
+/// <mach-o/loader.h>, <mach-o/fat.h> and <mach/machine.h> of the open Darwin sources.
 ///
-/// Records are as they lie in a file, so they are to be copied out of it (a file promises no
-/// alignment). Thin files are little-endian on all hosts of today; universal headers are
-/// big-endian.
+/// A file may hold the records at any alignment: copy them out. Thin files are little-endian on all
+/// current hosts; universal headers are big-endian.
 namespace macho {
 
 // Universal files
@@ -94,7 +93,7 @@ inline constexpr std::uint32_t MH_PIE = 0x200000;
 
 inline constexpr std::int32_t CPU_ARCH_ABI64 = 0x01000000;
 inline constexpr std::int32_t CPU_ARCH_ABI64_32 = 0x02000000;
-/// High byte of a subtype: capabilities, no part of the architecture's name.
+/// High byte of a subtype: capabilities, which are not part of the architecture's name.
 inline constexpr std::uint32_t CPU_SUBTYPE_MASK = 0xff000000;
 
 inline constexpr std::int32_t CPU_TYPE_MC680x0 = 6;
@@ -155,7 +154,7 @@ inline constexpr std::uint32_t LC_BUILD_VERSION = 0x32;
 
 struct load_command {
   std::uint32_t cmd;
-  std::uint32_t cmdsize;  ///< with what follows this record
+  std::uint32_t cmdsize;  ///< including what follows this record
 };
 
 /// Followed by `nsects` records of type section.
@@ -194,7 +193,7 @@ struct section : section_of<std::uint32_t> {};
 /// Its `reserved3` is the padding at the end.
 struct section_64 : section_of<std::uint64_t> {};
 
-/// Low byte of a section's flags: its type. These three hold no bytes in the file.
+/// Low byte of a section's flags: its type. These three take up no bytes in the file.
 inline constexpr std::uint32_t SECTION_TYPE = 0xff;
 inline constexpr std::uint32_t S_ZEROFILL = 0x1;
 inline constexpr std::uint32_t S_GB_ZEROFILL = 0xc;
@@ -215,8 +214,8 @@ struct symtab_command {
   std::uint32_t strsize;
 };
 
-/// The published records wrap these four in a struct `dylib`; the layout is the same. `name` is
-/// the offset of the path's first byte from the start of the command.
+/// The published record wraps the last four in a struct `dylib`. `name` is the offset of the path
+/// from the start of the command.
 struct dylib_command {
   std::uint32_t cmd;
   std::uint32_t cmdsize;
@@ -249,7 +248,7 @@ inline constexpr std::uint32_t PLATFORM_IOS = 2;
 inline constexpr std::uint32_t PLATFORM_TVOS = 3;
 inline constexpr std::uint32_t PLATFORM_WATCHOS = 4;
 
-/// Code signature, function starts and the other commands that name a range of __LINKEDIT.
+/// LC_CODE_SIGNATURE and other commands that point to a range of __LINKEDIT.
 struct linkedit_data_command {
   std::uint32_t cmd;
   std::uint32_t cmdsize;

@@ -58,7 +58,7 @@ bool isPlausible(const macho::FatTable& table) {
 }
 
 Result<std::vector<macho::FatEntry>> readFatTable(Bytes file, const macho::FatTable& table) {
-  if (file.size() < sizeof(macho::fat_header)) return failure("universal header is cut off");
+  if (file.size() < sizeof(macho::fat_header)) return failure("universal header is truncated");
   if (!isPlausible(table)) {
     return failure("not a Mach-O file: its universal header counts " +
                    std::to_string(table.count()) + " slices");
@@ -77,7 +77,7 @@ Result<Slice> readFatSlice(Bytes file, const macho::FatEntry& entry) {
   constexpr std::uint32_t kMaximumAlignment = 31;
   if (entry.alignment > kMaximumAlignment ||
       entry.offset % (std::uint64_t{1} << entry.alignment) != 0) {
-    return failure(name + ": offset " + std::to_string(entry.offset) + " is no multiple of 2^" +
+    return failure(name + ": offset " + std::to_string(entry.offset) + " is not a multiple of 2^" +
                    std::to_string(entry.alignment));
   }
   auto slice = readSlice(file, {entry.offset, entry.size});

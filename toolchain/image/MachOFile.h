@@ -7,17 +7,16 @@
 
 #include "toolchain/common/Messages.h"
 
-/// Mach-O files as a signer sees them. Format: mach-o/loader.h and mach-o/fat.h in Apple's open
-/// xnu sources.
+/// Mach-O files as a signer sees them: nothing is taken from a file that has not been checked.
 namespace toolchain {
 
-/// A window of bytes; of the file or of a slice, as each use says.
+/// A range of bytes, of the file or of a slice.
 struct Extent {
   std::uint64_t offset = 0;
   std::uint64_t size = 0;
 };
 
-/// Platform numbers of LC_BUILD_VERSION; the older LC_VERSION_MIN_* commands are mapped to them.
+/// As in LC_BUILD_VERSION; each LC_VERSION_MIN_* command stands for one of them.
 enum class Platform : std::uint32_t {
   unknown = 0,
   macOS = 1,
@@ -32,7 +31,7 @@ enum class Platform : std::uint32_t {
   visionOSSimulator = 12,
 };
 
-/// A segment as its load command describes it; `file` counts from the slice's start.
+/// `file` counts from the start of the slice.
 struct Segment {
   std::string name;
   std::uint64_t commandOffset = 0;
@@ -40,20 +39,20 @@ struct Segment {
   std::uint64_t memorySize = 0;
 };
 
-/// LC_CODE_SIGNATURE: where the command lies and what it points to, both from the slice's start.
+/// LC_CODE_SIGNATURE; both offsets count from the start of the slice.
 struct SignatureCommand {
   std::uint64_t commandOffset = 0;
   Extent data;
 };
 
-/// One architecture of a file. Everything in it was checked against the file's size.
+/// One architecture of a file. Every offset and size was checked against the size of the slice.
 struct Slice {
-  /// Where the slice lies in the file; the whole file for a thin one.
+  /// From the start of the file; all of a thin file.
   Extent file;
-  /// "arm64", "armv7", ...; "cputype C subtype S" for one without a name.
+  /// As `architectureName`.
   std::string architecture;
   std::uint32_t cpuType = 0;
-  /// As in the file, capability bits included.
+  /// Capability bits included.
   std::uint32_t cpuSubtype = 0;
   std::uint32_t fileType = 0;
   bool is64Bit = false;
@@ -64,19 +63,19 @@ struct Slice {
   std::vector<Segment> segments;
   std::optional<Segment> text;
   std::optional<Segment> linkEdit;
-  /// Lowest file offset of a section with content in the segment that starts at file offset 0; the
-  /// end of that segment when there is none. Load commands can grow up to here.
+  /// Load commands can grow up to here: the lowest section with content in the segment at file
+  /// offset 0, or the end of that segment.
   std::uint64_t lowestSectionOffset = 0;
-  /// Largest end of any segment but __LINKEDIT.
+  /// The largest end of any segment except __LINKEDIT.
   std::uint64_t endOfOtherSegments = 0;
   Platform platform = Platform::unknown;
-  /// 0xMMMMmmpp; absent without a command that names it.
+  /// 0xMMMMmmpp; absent if no command states it.
   std::optional<std::uint32_t> minimumOS;
-  /// Not 0: part of the slice is encrypted.
+  /// Anything but 0: part of the slice is encrypted.
   std::uint32_t cryptIdentifier = 0;
-  /// Content of __TEXT,__info_plist, counted from the slice's start.
+  /// The content of __TEXT,__info_plist, from the start of the slice.
   std::optional<Extent> embeddedInfoPlist;
-  /// The string table's end, counted from the slice's start; absent without a symbol table.
+  /// The end of the string table, from the start of the slice; absent without a symbol table.
   std::optional<std::uint64_t> stringTableEnd;
 
   [[nodiscard]] bool isMainExecutable() const;
@@ -85,25 +84,24 @@ struct Slice {
   }
 };
 
-/// A thin or universal file, read once; refers to the caller's bytes, which must outlive it.
+/// A thin or universal file. Refers to the caller's bytes, which must outlive it.
 class MachOFile {
  public:
-  /// Accepts MH_EXECUTE, MH_DYLIB, MH_BUNDLE, MH_DYLINKER and MH_KEXT_BUNDLE in little-endian
-  /// slices. Every refusal says where, what and which value, beginning with the slice's name for a
-  /// universal file; it does not name the file.
+  /// Accepts little-endian MH_EXECUTE, MH_DYLIB, MH_BUNDLE, MH_DYLINKER and MH_KEXT_BUNDLE. Errors
+  /// name the slice of a universal file, but not the file.
   static Result<MachOFile> parse(Bytes file);
 
   [[nodiscard]] Bytes file() const { return file_; }
   [[nodiscard]] bool isUniversal() const { return tableEnd_ != 0; }
-  /// Bytes of a universal file's header and table of slices; 0 for a thin file.
+  /// Size of a universal file's header and table; 0 for a thin file.
   [[nodiscard]] std::uint64_t tableEnd() const { return tableEnd_; }
   [[nodiscard]] const std::vector<Slice>& slices() const { return slices_; }
   [[nodiscard]] Bytes bytesOf(const Slice& slice) const {
     return file_.subspan(slice.file.offset, slice.file.size);
   }
-  /// The whole area that LC_CODE_SIGNATURE points to; empty for an unsigned slice.
+  /// What LC_CODE_SIGNATURE points to; empty for an unsigned slice.
   [[nodiscard]] Bytes signatureArea(const Slice& slice) const;
-  /// True when any slice has LC_CODE_SIGNATURE.
+  /// True if any slice has LC_CODE_SIGNATURE.
   [[nodiscard]] bool isSigned() const;
 
  private:
@@ -112,11 +110,11 @@ class MachOFile {
   std::vector<Slice> slices_;
 };
 
-/// True for the first bytes of a thin or universal Mach-O file; tells a Java class, which shares
-/// the universal magic, by its count of slices.
+/// `start`: the first 8 bytes or more of a file. A Java class, which shares the universal magic, is
+/// recognised by its impossible number of slices.
 bool looksLikeMachO(Bytes start);
 
-/// "arm64" and the like; compares subtypes without their capability bits.
+/// "arm64", ignoring capability bits; "cputype C subtype S" for an unnamed one.
 std::string architectureName(std::uint32_t cpuType, std::uint32_t cpuSubtype);
 
 }  // namespace toolchain

@@ -14,16 +14,16 @@ constexpr std::uint64_t kSignatureAlignment = 16;
 constexpr std::uint64_t kSegmentAlignment = 0x4000;
 constexpr std::uint32_t kSliceAlignmentShift = 14;
 constexpr std::uint64_t kSliceAlignment = std::uint64_t{1} << kSliceAlignmentShift;
-/// The platform's own tools leave up to this many zero bytes behind a signature.
+/// The platform's own tools leave up to this many zero bytes after a signature.
 constexpr std::uint64_t kMaximumTail = 15;
-/// What the linker may have put between string table and signature to align the latter.
+/// Most padding that linkers put between the string table and the signature.
 constexpr std::uint64_t kMaximumStringTail = 12;
 
 std::uint64_t roundedUp(std::uint64_t value, std::uint64_t to) {
   return (value + to - 1) / to * to;
 }
 
-/// True when nothing but a few zero bytes lies behind `end`.
+/// True if nothing but a few zero bytes follows `end`.
 bool endsSlice(Bytes slice, std::uint64_t end) {
   return slice.size() - end <= kMaximumTail && foundation::isZero(slice.subspan(end));
 }
@@ -114,7 +114,7 @@ Result<> checkFits32(std::uint64_t size) {
                  ", beyond 32 bits");
 }
 
-/// Where the slice ends once its signature is gone.
+/// Where the slice ends once its signature is removed.
 std::uint64_t unsignedEnd(const Slice& slice) {
   const std::uint64_t end = slice.signature->data.offset;
   const std::uint64_t least = std::max(slice.linkEdit->file.offset, slice.endOfCommands());
@@ -124,7 +124,7 @@ std::uint64_t unsignedEnd(const Slice& slice) {
   return end - *slice.stringTableEnd <= kMaximumStringTail ? *slice.stringTableEnd : end;
 }
 
-/// Removes the command, moving later ones up over it.
+/// Closes the gap that the command leaves.
 void dropSignatureCommand(SliceLayout& layout, const Slice& slice) {
   constexpr std::ptrdiff_t kSize = sizeof(macho::linkedit_data_command);
   const auto at = layout.head.begin() + static_cast<std::ptrdiff_t>(slice.signature->commandOffset);

@@ -63,7 +63,7 @@ Result<> Reader::readHeader() {
   const auto header = macho::headerOf(bytes_);
   if (!header) return failure("not a Mach-O file: it begins with " + hex(magic));
   if (header->size > bytes_.size()) {
-    return failure("Mach-O header is cut off after " + std::to_string(bytes_.size()) + " bytes");
+    return failure("Mach-O header is truncated after " + std::to_string(bytes_.size()) + " bytes");
   }
   header_ = *header;
   slice_.is64Bit = header->is64Bit;
@@ -94,7 +94,7 @@ Result<> Reader::readCommands() {
     const std::uint32_t index = cursor.index() - 1;
     if (command->size < sizeof(macho::load_command) || command->size % 4 != 0) {
       return failure(where(index) + ": cmdsize " + std::to_string(command->size) +
-                     " is below 8 or no multiple of 4");
+                     " is below 8 or not a multiple of 4");
     }
     if (command->size > end - command->offset) {
       return failure(where(index) + ": cmdsize " + std::to_string(command->size) +

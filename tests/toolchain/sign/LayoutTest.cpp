@@ -257,7 +257,7 @@ TEST(MachOFile, DamageIsNamed) {
   for (const Case& c : {
            Case{"big-endian", at(0, macho::MH_CIGAM_64), "big-endian code"},
            Case{"object file", at(12, macho::MH_OBJECT), "file type 1 cannot be signed"},
-           Case{"header cut off", cut(31), "header is cut off after 31 bytes"},
+           Case{"header cut off", cut(31), "header is truncated after 31 bytes"},
            Case{"commands run past", at(20, 0xffffff00), "run past the slice"},
            Case{"a command too many", at(16, 3), "load command 2 of 3: header runs past"},
            Case{"a command too few", at(16, 1), "load commands end at 184, not at 256"},
@@ -374,7 +374,7 @@ TEST(MachOFile, UniversalTableIsChecked) {
                 "slice 0 of 1: offset 1048576"},
            Case{"over the table", universalFile({{slice.cpuType, 0, slice.bytes, 8U}}), "overlaps"},
            Case{"twice", universalFile({slice, slice}), "two slices are named arm64"},
-           Case{"not aligned", misaligned, "arm64: offset 32 is no multiple of 2^9"},
+           Case{"not aligned", misaligned, "arm64: offset 32 is not a multiple of 2^9"},
            Case{"other subtype",
                 universalFile({{slice.cpuType, macho::CPU_SUBTYPE_ARM64E, slice.bytes, {}}}),
                 "arm64e: the slice's own header names arm64"},

@@ -5,8 +5,8 @@
 
 namespace toolchain {
 
-/// Reads the header and load commands of the slice that lies at `extent`, which must be inside
-/// `file`. Every number in the result was checked against the slice's size.
+/// Reads and checks the header and load commands of the slice at `extent`, which must lie inside
+/// `file`.
 Result<Slice> readSlice(Bytes file, const Extent& extent);
 
 }  // namespace toolchain
