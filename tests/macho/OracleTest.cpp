@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "foundation/base/Text.h"
+#include "macho/MachOSlice.h"
 #include "macho/QVTMachOBinary.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
