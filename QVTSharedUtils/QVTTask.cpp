@@ -95,6 +95,18 @@ void QVTTask::launchWithoutInput(const std::string& launchPath, const Arguments&
   finish(child, launchPath, completion);
 }
 
+foundation::Dictionary QVTTask::descriptionOfRun(const std::string& launchPath,
+                                                 const std::vector<std::string>& arguments,
+                                                 const foundation::Data& errorData,
+                                                 const foundation::Data& outputData,
+                                                 std::int32_t status) {
+  return {{"command", launchPath},
+          {"arguments", foundation::Array(arguments.begin(), arguments.end())},
+          {"status", status},
+          {"stderr", foundation::lossyUTF8(errorData.bytes())},
+          {"stdout", foundation::lossyUTF8(outputData.bytes())}};
+}
+
 std::optional<std::string> QVTTask::stdoutWithLaunchPathArguments(const std::string& launchPath,
                                                                   const Arguments& arguments) {
   std::optional<std::string> text;

@@ -53,6 +53,14 @@ class QVTTask {
   static void launchWithoutInput(const std::string& launchPath, const Arguments& arguments,
                                  const Completion& completion);
 
+  /// A run as an error's user info: "command", "arguments", "status", "stderr" and "stdout", the
+  /// last two as text.
+  static foundation::Dictionary descriptionOfRun(const std::string& launchPath,
+                                                 const std::vector<std::string>& arguments,
+                                                 const foundation::Data& errorData,
+                                                 const foundation::Data& outputData,
+                                                 std::int32_t status);
+
   /// The output, untrimmed, whatever the status; absent when it is not UTF-8.
   static std::optional<std::string> stdoutWithLaunchPathArguments(const std::string& launchPath,
                                                                   const Arguments& arguments);

@@ -194,16 +194,11 @@ Result<> unzip(const std::string& archive, const std::string& folder) {
       [&](const foundation::Data& errorData, const foundation::Data& outputData,
           std::int32_t status) {
         if (status == 0) return;
-        outcome = foundation::Error{
-            .domain = std::string(QVTFileSystemUtilsErrorDomain),
-            .code = -1,
-            .userInfo = {{"command", tool},
-                         {"arguments", foundation::Array(arguments.begin(), arguments.end())},
-                         {"status", status},
-                         {"stderr", foundation::lossyUTF8(errorData.bytes())},
-                         {"stdout", foundation::lossyUTF8(outputData.bytes())},
-                         {"archivePath", archive},
-                         {"temporaryPath", folder}}};
+        auto run = QVTTask::descriptionOfRun(tool, arguments, errorData, outputData, status);
+        run.insert({{"archivePath", archive}, {"temporaryPath", folder}});
+        outcome = foundation::Error{.domain = std::string(QVTFileSystemUtilsErrorDomain),
+                                    .code = -1,
+                                    .userInfo = std::move(run)};
       });
   return outcome;
 }

@@ -23,8 +23,9 @@ Error signerError(long code, foundation::Dictionary userInfo = {}) {
           .userInfo = std::move(userInfo)};
 }
 
-foundation::Dictionary dictionaryOf(const foundation::Environment& environment) {
-  return {environment.begin(), environment.end()};
+bool fail(ErrorSlot slot, Error error) {
+  store(slot, std::move(error));
+  return false;
 }
 
 /// The first lines of what a failed run said, on one; or its status when it said nothing.
@@ -61,14 +62,8 @@ void QVTCodeSigner::log(std::string_view text, const Arguments&... arguments) co
 }
 
 bool QVTCodeSigner::checkToolPathsWithError(ErrorSlot error) const {
-  if (toolPath_.empty()) {
-    store(error, signerError(-4));
-    return false;
-  }
-  if (allocatePath_.empty()) {
-    store(error, signerError(-5));
-    return false;
-  }
+  if (toolPath_.empty()) return fail(error, signerError(-4));
+  if (allocatePath_.empty()) return fail(error, signerError(-5));
   return true;
 }
 
@@ -81,45 +76,30 @@ bool QVTCodeSigner::launchCodeSignWithArgumentsErrorCode(const std::vector<std::
       toolPath_, std::nullopt, arguments, environment,
       [&](const Data& errorData, const Data& outputData, std::int32_t status) {
         succeeded = status == 0;
-        const std::string errorText = foundation::lossyUTF8(errorData.bytes());
-        const std::string outputText = foundation::lossyUTF8(outputData.bytes());
-        log("%@", errorText);
-        log("%@", outputText);
+        auto run = QVTTask::descriptionOfRun(toolPath_, arguments, errorData, outputData, status);
+        log("%@", stringAt(run, "stderr"));
+        log("%@", stringAt(run, "stdout"));
         log("Status: %d", status);
         if (succeeded) return;
-        store(
-            error,
-            signerError(code, {{"command", toolPath_},
-                               {"arguments", foundation::Array(arguments.begin(), arguments.end())},
-                               {"environment", dictionaryOf(environment)},
-                               {"status", status},
-                               {"stderr", errorText},
-                               {"stdout", outputText}}));
+        run.emplace("environment", foundation::Dictionary(environment.begin(), environment.end()));
+        store(error, signerError(code, std::move(run)));
       });
   return succeeded;
 }
 
-/// Puts the profile into the app in place of the one that is there.
-bool QVTCodeSigner::installProfile(const std::string& appPath, ErrorSlot error) const {
+/// Replaces the app's profile.
+Result<> QVTCodeSigner::installProfile(const std::string& appPath) const {
   namespace FileManager = foundation::FileManager;
-  if (!FileManager::fileExistsAtPath(*embeddedProfilePath_)) {
-    store(error, signerError(-1));
-    return false;
-  }
+  if (!FileManager::fileExistsAtPath(*embeddedProfilePath_)) return signerError(-1);
   const std::string target = package::AppPackage(appPath).profilePath();
   if (FileManager::fileExistsAtPath(target)) {
-    if (auto removed = FileManager::removeItemAtPath(target); !removed) {
-      store(error, std::move(removed.error()));
-      return false;
-    }
+    if (auto removed = FileManager::removeItemAtPath(target); !removed) return removed;
   }
-  auto copied = FileManager::copyItemAtPath(*embeddedProfilePath_, target);
-  if (!copied) store(error, std::move(copied.error()));
-  return copied.ok();
+  return FileManager::copyItemAtPath(*embeddedProfilePath_, target);
 }
 
-/// True for entitlements to sign with. A file that is there and cannot be read is not taken for
-/// none: the app would be signed with fewer rights than it has.
+/// False without entitlements to sign with. A file that exists but cannot be read is an error, or
+/// the app would be signed with fewer rights than it has.
 Result<bool> QVTCodeSigner::hasEntitlements() const {
   if (!entitlementsPath_) return false;
   const auto content = foundation::FileManager::contentsOfFile(*entitlementsPath_);
@@ -144,16 +124,12 @@ std::vector<std::string> QVTCodeSigner::signingArguments(const std::string& appP
 }
 
 bool QVTCodeSigner::sign(const std::optional<std::string>& appPath, ErrorSlot error) const {
-  if (!appPath) {
-    store(error, signerError(-1));
-    return false;
-  }
-  if (embeddedProfilePath_ && !installProfile(*appPath, error)) return false;
-  const Result<bool> withEntitlements = hasEntitlements();
-  if (!withEntitlements) {
-    store(error, withEntitlements.error());
-    return false;
-  }
+  if (!appPath) return fail(error, signerError(-1));
+  const auto withEntitlements =
+      (embeddedProfilePath_ ? installProfile(*appPath) : Result<>()).andThen([this] {
+        return hasEntitlements();
+      });
+  if (!withEntitlements) return fail(error, withEntitlements.error());
   const auto arguments = signingArguments(*appPath, *withEntitlements);
   if (!launchCodeSignWithArgumentsErrorCode(arguments, -2, error)) return false;
   verify(*appPath, "as it was signed");

@@ -77,7 +77,7 @@ class QVTCodeSigner {
   void log(std::string_view text, const Arguments&... arguments) const;
   /// `state`, for the log: how the app is now.
   void verify(const std::string& path, std::string_view state) const;
-  bool installProfile(const std::string& appPath, foundation::ErrorSlot error) const;
+  [[nodiscard]] foundation::Result<> installProfile(const std::string& appPath) const;
   [[nodiscard]] foundation::Result<bool> hasEntitlements() const;
   [[nodiscard]] std::vector<std::string> signingArguments(const std::string& appPath,
                                                           bool withEntitlements) const;

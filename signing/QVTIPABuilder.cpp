@@ -2,7 +2,6 @@
 
 #include "QVTSharedUtils/QVTTask.h"
 #include "foundation/base/Path.h"
-#include "foundation/base/Text.h"
 #include "foundation/file/FileManager.h"
 #include "foundation/file/UserFolders.h"
 #include "foundation/format/PropertyList.h"
@@ -23,8 +22,8 @@ namespace PropertyList = foundation::PropertyList;
 
 namespace {
 
-constexpr std::string_view kDistributionMark = "QuorvantileSignedForDistribution";
-constexpr std::string_view kBetaReports = "beta-reports-active";
+constexpr const char* kDistributionMark = "QuorvantileSignedForDistribution";
+constexpr const char* kBetaReports = "beta-reports-active";
 constexpr const char* kPayload = "Payload";
 
 /// A file that was named without a folder has the current one as its parent, which is there.
@@ -42,9 +41,15 @@ bool rewrite(foundation::Dictionary list, const std::string& path) {
   return written.ok();
 }
 
-std::optional<Error> errorOf(const Result<>& result) {
-  if (result) return std::nullopt;
-  return result.error();
+Error failureOf(long code, foundation::Dictionary details = {}) {
+  return {.domain = std::string(QVTIPABuilderErrorDomain),
+          .code = code,
+          .userInfo = std::move(details)};
+}
+
+Error failureOf(long code, const std::optional<Error>& underlying) {
+  if (!underlying) return failureOf(code);
+  return failureOf(code, foundation::Dictionary{{"UnderlyingError", *underlying}});
 }
 
 }  // namespace
@@ -72,45 +77,35 @@ bool QVTIPABuilder::packageSourceToDestinationPath(const std::string& source,
                                                    foundation::ErrorSlot error) const {
   const std::string workFolder = workDirectory();
   TemporaryItems::claimNew(workFolder);
-  auto failure = package(source, destination, workFolder);
-  if (!failure) {
+  auto packaged = package(source, destination, workFolder);
+  if (packaged) {
     QVTFileSystemUtils::removeItemAtPathIfPresent(workFolder);
     return true;
   }
-  failure->details.insert_or_assign("SourcePath", workFolder);
-  store(error, {.domain = std::string(QVTIPABuilderErrorDomain),
-                .code = failure->code,
-                .userInfo = std::move(failure->details)});
+  packaged.error().userInfo.insert_or_assign("SourcePath", workFolder);
+  store(error, std::move(packaged.error()));
   return false;
 }
 
-QVTIPABuilder::Failure QVTIPABuilder::failureOf(long code, const std::optional<Error>& underlying) {
-  Failure failure{.code = code, .details = {}};
-  if (underlying) failure.details.emplace("UnderlyingError", *underlying);
-  return failure;
-}
-
-QVTIPABuilder::Outcome QVTIPABuilder::package(const std::string& source,
-                                              const std::string& destination,
-                                              const std::string& workFolder) const {
+Result<> QVTIPABuilder::package(const std::string& source, const std::string& destination,
+                                const std::string& workFolder) const {
   const std::string payload = appendingPathComponent(workFolder, kPayload);
   if (!QVTFileSystemUtils::removeItemAtPathIfPresent(payload)) return failureOf(kPreparingFolders);
   if (const auto made = PrivateDirectory::make(payload); !made) {
-    return failureOf(kPreparingFolders, errorOf(made));
+    return failureOf(kPreparingFolders, made.error());
   }
   if (!QVTFileSystemUtils::copyItemToDirectory(source, payload)) return failureOf(kCopyingApp);
   const std::string app = appendingPathComponent(payload, foundation::lastPathComponent(source));
   if (!infoPlistAlreadyHasDistribution(app)) {
-    if (auto failure = resign(app, payload)) return failure;
+    if (auto resigned = resign(app, payload); !resigned) return resigned;
   }
   if (const auto made = makeParentOf(destination); !made) {
-    return failureOf(kPreparingFolders, errorOf(made));
+    return failureOf(kPreparingFolders, made.error());
   }
   return zip(destination, workFolder);
 }
 
-QVTIPABuilder::Outcome QVTIPABuilder::resign(const std::string& app,
-                                             const std::string& payload) const {
+Result<> QVTIPABuilder::resign(const std::string& app, const std::string& payload) const {
   std::optional<Error> error;
   if (!signer_->checkToolPathsWithError(&error)) return failureOf(kFindingTools, error);
   if (!signer_->verifyCodeSigningForBundleAtPath(app, &error)) return failureOf(kVerifying, error);
@@ -125,17 +120,17 @@ QVTIPABuilder::Outcome QVTIPABuilder::resign(const std::string& app,
   signer_->setEmbeddedProfilePath(profile_->path());
   // The mark comes before the signature, which covers it.
   if (!markInfoPlistForDistributionAtAppPath(app)) return failureOf(kMarkingInfoPlist);
-  if (auto failure = signApp(app)) return failure;
+  if (auto signedApp = signApp(app); !signedApp) return signedApp;
   // The signer has removed them, or could not; what is in this folder goes into the .ipa.
   for (const std::string& path : {entitlements, resourceRules}) {
     if (!QVTFileSystemUtils::removeItemAtPathIfPresent(path)) return failureOf(kPreparingFolders);
   }
-  return std::nullopt;
+  return {};
 }
 
-QVTIPABuilder::Outcome QVTIPABuilder::signApp(const std::string& app) const {
+Result<> QVTIPABuilder::signApp(const std::string& app) const {
   std::optional<Error> error;
-  if (signer_->sign(app, &error)) return std::nullopt;
+  if (signer_->sign(app, &error)) return {};
   switch (error ? error->code : 0) {
     case -1:
       return failureOf(kSigningWithoutInput, error);
@@ -146,22 +141,16 @@ QVTIPABuilder::Outcome QVTIPABuilder::signApp(const std::string& app) const {
   }
 }
 
-QVTIPABuilder::Outcome QVTIPABuilder::zip(const std::string& destination,
-                                          const std::string& workFolder) const {
+Result<> QVTIPABuilder::zip(const std::string& destination, const std::string& workFolder) const {
   const std::string tool = QVTFileSystemUtils::pathForRequiredShellTool("zip").value_or("");
   const std::vector<std::string> arguments{"-q", "--symlinks", "-r", destination, kPayload};
-  Outcome outcome;
+  Result<> outcome;
   QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(
       tool, workFolder, arguments, foundation::Environment(),
       [&](const Data& errorData, const Data& outputData, std::int32_t status) {
         if (status == 0) return;
-        outcome = Failure{
-            .code = kZipping,
-            .details = {{"command", tool},
-                        {"arguments", foundation::Array(arguments.begin(), arguments.end())},
-                        {"status", status},
-                        {"stderr", foundation::lossyUTF8(errorData.bytes())},
-                        {"stdout", foundation::lossyUTF8(outputData.bytes())}}};
+        outcome = failureOf(
+            kZipping, QVTTask::descriptionOfRun(tool, arguments, errorData, outputData, status));
       });
   return outcome;
 }
@@ -169,9 +158,7 @@ QVTIPABuilder::Outcome QVTIPABuilder::zip(const std::string& destination,
 bool QVTIPABuilder::repairEntitlements(const std::string& path) const {
   auto entitlements = PropertyList::dictionaryWithContentsOfFile(path);
   if (!entitlements) return false;
-  if (const auto found = entitlements->find(kBetaReports); found != entitlements->end()) {
-    entitlements->erase(found);
-  }
+  entitlements->erase(kBetaReports);
   return rewrite(*std::move(entitlements), path);
 }
 
@@ -184,6 +171,6 @@ bool QVTIPABuilder::markInfoPlistForDistributionAtAppPath(const std::string& app
   const package::AppPackage app(appPath);
   auto info = app.infoDictionary();
   if (!info) return false;
-  info->insert_or_assign(std::string(kDistributionMark), true);
+  info->insert_or_assign(kDistributionMark, true);
   return rewrite(*std::move(info), app.infoPlistPath());
 }

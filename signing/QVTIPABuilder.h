@@ -57,20 +57,15 @@ class QVTIPABuilder {
   bool markInfoPlistForDistributionAtAppPath(const std::string& appPath) const;
 
  private:
-  /// What a step reports: the failure, with details for its user info.
-  struct Failure {
-    long code = 0;
-    foundation::Dictionary details;
-  };
-  using Outcome = std::optional<Failure>;
-
   QVTIPABuilder() = default;
-  static Failure failureOf(long code, const std::optional<foundation::Error>& underlying = {});
-  [[nodiscard]] Outcome package(const std::string& source, const std::string& destination,
-                                const std::string& workFolder) const;
-  [[nodiscard]] Outcome resign(const std::string& app, const std::string& payload) const;
-  [[nodiscard]] Outcome signApp(const std::string& app) const;
-  [[nodiscard]] Outcome zip(const std::string& destination, const std::string& workFolder) const;
+  [[nodiscard]] foundation::Result<> package(const std::string& source,
+                                             const std::string& destination,
+                                             const std::string& workFolder) const;
+  [[nodiscard]] foundation::Result<> resign(const std::string& app,
+                                            const std::string& payload) const;
+  [[nodiscard]] foundation::Result<> signApp(const std::string& app) const;
+  [[nodiscard]] foundation::Result<> zip(const std::string& destination,
+                                         const std::string& workFolder) const;
 
   std::shared_ptr<QVTProvisioningProfile> profile_;
   std::shared_ptr<QVTCodeSigner> signer_;
