@@ -8,19 +8,19 @@
 
 class QVTAppInfo;
 
-/// What the service calls ask of the prepared app. Absent where the app does not have it, so that
-/// paths show "(null)" and forms leave the field out.
+/// What service calls need to know of the app. Absent values show as "(null)" in paths and are left
+/// out of forms.
 
 std::optional<std::string> bundleIdentifierOf(const QVTAppInfo& appInfo);
 
-/// Names this very build of the app. Throws `foundation::Exception` for a binary that has none.
+/// Identifies this build. Throws `foundation::Exception` if the binary has no identifier.
 std::optional<std::string> instanceIdentifierOf(const QVTAppInfo& appInfo);
 
-/// The text as a component of a service path; an absent one stays absent.
+/// Escaped for a component of a service path.
 std::optional<std::string> pathComponent(const std::optional<std::string>& text);
 
-/// The value in the app's Info dictionary as it stands, without any default; null without one.
+/// From the app's Info dictionary, without defaults; null if missing.
 const foundation::Value* infoValueOf(const QVTAppInfo& appInfo, std::string_view key);
 
-/// The same when it is text.
+/// The same; absent unless it is a string.
 std::optional<std::string> infoTextOf(const QVTAppInfo& appInfo, std::string_view key);

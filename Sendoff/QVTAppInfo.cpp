@@ -43,7 +43,7 @@ bool remove(const std::optional<std::string>& item, const std::optional<std::str
   return removed.ok();
 }
 
-/// Empty, with a message and its cause in the system log, when there is none.
+/// Prints a message, and logs its cause, if there is none.
 std::shared_ptr<QVTDeveloperCertificate> usableCertificateOf(
     const QVTProvisioningProfile& profile, const std::optional<std::string>& keychain) {
   auto certificate = certificateToSignWith(profile, keychain);
@@ -92,7 +92,7 @@ bool QVTAppInfo::readBinary() {
   const auto bundle = codeSignedResource_->bundle();
   const auto executable = bundle ? bundle->executableURL() : std::nullopt;
   binary_ = executable ? QVTMachOBinary::initWithURL(*executable) : nullptr;
-  // Not an error on purpose: without a binary the run goes on and ends at the upload.
+  // Deliberately not an error: without a binary, the run ends at the upload.
   if (!binary_) QVTCLUtilLog("Unable to read Mach-O binary.");
   return binary_ != nullptr;
 }
@@ -165,7 +165,7 @@ std::string QVTAppInfo::pathForDistribution() {
 }
 
 bool QVTAppInfo::removeTempArchives() const {
-  // Both messages show the app folder's path, also the one about the .ipa; kept so on purpose.
+  // Both messages deliberately show the app folder's path.
   if (!remove(pathToUnzippedApp_, pathToUnzippedApp_)) return false;
   if (folderOfCopy_) ::rmdir(folderOfCopy_->c_str());
   return remove(releasePath_, pathToUnzippedApp_);

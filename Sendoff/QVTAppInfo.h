@@ -8,11 +8,10 @@ class QVTCodeSignedResource;
 class QVTMachOBinary;
 class QVTProvisioningProfile;
 
-/// The app on its way from preparation to upload: the credentials and base URLs of the run, the app
-/// itself, and what was made of it.
+/// A run's credentials, base URLs, app and built .ipa, from preparation to upload.
 ///
-/// One object per run, used from one thread. Its end removes the app's temporary copy and the built
-/// .ipa, whatever happened before.
+/// One object per run, used from one thread. The destructor removes the app's temporary copy and
+/// the .ipa.
 class QVTAppInfo {
  public:
   /// `initWithApiKey:buildSecret:apiEndpoint:uploadEndpoint:`. Everything else starts absent.
@@ -22,38 +21,35 @@ class QVTAppInfo {
   QVTAppInfo(const QVTAppInfo&) = delete;
   QVTAppInfo& operator=(const QVTAppInfo&) = delete;
 
-  /// Takes the app from an .ipa, which is inflated into the temporary folder, and makes it ready to
-  /// upload. Returns 0 when ready and 1 when not; a message is printed then, but for an .ipa
-  /// without an app in it. An executable that cannot be read gives a message and 0: the run goes on
-  /// without a binary, a profile and an .ipa to upload.
+  /// Unpacks the .ipa into the temporary folder and makes its app ready to upload. Returns 0 if it
+  /// is ready, else 1 after a message, which is missing only if the .ipa contains no app. An
+  /// unreadable executable gives a message and 0: the run continues without a binary, a profile and
+  /// an .ipa.
   int prepBinaryWithIPAPath(const std::string& path);
-  /// The same for the app of an Xcode archive (the path of the archive itself), which is copied to
-  /// the temporary folder first.
+  /// The same for the app of an Xcode archive, which is copied to the temporary folder.
   int prepBinaryWithArchivePath(const std::string& path);
-  /// The second half of both: signs the app at `pathToUnzippedApp` with its own profile and an
-  /// identity from the user's keychain, and packs it at `releasePath`. Without a
-  /// `pathToUnzippedApp` this is a programming fault.
+  /// The second half of both: signs the app at `pathToUnzippedApp`, which must be set, with its own
+  /// profile and an identity from the user's keychain, and packs it at `releasePath`.
   int prepBinary();
 
-  /// The folder of the built .ipa files. Throws `foundation::Exception` when there is no temporary
-  /// folder. The folder itself need not exist.
+  /// The folder of built .ipa files, which need not exist. Throws `foundation::Exception` if the
+  /// temporary folder cannot be used.
   [[nodiscard]] static std::string ipaTemporaryStoragePath();
   /// A new file name in that folder on every call.
   [[nodiscard]] static std::string pathForDistribution();
 
-  /// Removes the app folder, and the folder that was made for a copy if that is empty then, then
-  /// the built .ipa. False when app or .ipa is set and could not be removed; the .ipa is left alone
-  /// when the app folder could not be.
+  /// Removes the app folder, the then empty folder that was made for a copy, and the built .ipa.
+  /// Returns false, leaving the rest alone, at the first that cannot be removed.
   bool removeTempArchives() const;
 
-  /// Empty until a route has opened the app.
+  /// Empty until the app has been opened.
   [[nodiscard]] const std::shared_ptr<QVTCodeSignedResource>& codeSignedResource() const {
     return codeSignedResource_;
   }
   void setCodeSignedResource(std::shared_ptr<QVTCodeSignedResource> resource) {
     codeSignedResource_ = std::move(resource);
   }
-  /// The app's executable; empty when it could not be read.
+  /// The app's executable; empty if it cannot be read.
   [[nodiscard]] const std::shared_ptr<QVTMachOBinary>& binary() const { return binary_; }
   void setBinary(std::shared_ptr<QVTMachOBinary> binary) { binary_ = std::move(binary); }
 
@@ -62,28 +58,28 @@ class QVTAppInfo {
   [[nodiscard]] const std::string& apiEndpoint() const { return apiEndpoint_; }
   [[nodiscard]] const std::string& uploadEndpoint() const { return uploadEndpoint_; }
 
-  /// The app folder that is signed and packed, and removed at the end.
+  /// The app folder to sign, pack and finally remove.
   [[nodiscard]] const std::optional<std::string>& pathToUnzippedApp() const {
     return pathToUnzippedApp_;
   }
   void setPathToUnzippedApp(std::optional<std::string> path) {
     pathToUnzippedApp_ = std::move(path);
   }
-  /// The profile that is embedded in the app.
+  /// The app's embedded profile.
   [[nodiscard]] const std::shared_ptr<QVTProvisioningProfile>& provisioningProfile() const {
     return provisioningProfile_;
   }
   void setProvisioningProfile(std::shared_ptr<QVTProvisioningProfile> profile) {
     provisioningProfile_ = std::move(profile);
   }
-  /// The .ipa to upload; absent until packing has begun.
+  /// The .ipa to upload; absent until packing begins.
   [[nodiscard]] const std::optional<std::string>& releasePath() const { return releasePath_; }
 
  private:
   /// False, with a message, when the executable of the resource's bundle cannot be read.
   bool readBinary();
   bool readProfile();
-  /// One line in the system log for each reason why nobody could install the app; the run goes on.
+  /// Logs every reason why testers could not install the app.
   void warnOfProfile() const;
   bool package();
 
@@ -94,7 +90,7 @@ class QVTAppInfo {
   std::string apiEndpoint_;
   std::string uploadEndpoint_;
   std::optional<std::string> pathToUnzippedApp_;
-  /// Made for a copy of the app alone; absent in the .ipa route.
+  /// Around a copy of an archive's app.
   std::optional<std::string> folderOfCopy_;
   std::shared_ptr<QVTProvisioningProfile> provisioningProfile_;
   std::optional<std::string> releasePath_;

@@ -9,6 +9,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
       QVTProvisioningProfile::initWithPathKeychainPath(file.path(), "/proc/self/fdinfo");
   if (!profile) return 0;
   fuzz::ignore(profile->description(), profile->certWithPrivateKeyAvailable(),
-               profile->matchesBundleIdentifier("com.example.app"));
+               profile->matchesBundleIdentifier("com.example.app"),
+               profile->file().entitlementsFor("com.example.app"));
   return 0;
 }

@@ -6,8 +6,8 @@
 namespace inspect {
 
 /// path, bundleIdentifier, displayVersion, buildVersion, creationDate and provisioningProfilePath.
-/// What the app's Info.plist does not state as text is null, and so is the path of a profile that
-/// is not there; the resource has something in place of both. Its bundle must be set.
+/// Unlike in the resource, whose bundle must be set, a value that Info.plist does not have as a
+/// string is null, and so is the path of a missing profile.
 foundation::Dictionary describeIdentity(const QVTCodeSignedResource& resource);
 
 }  // namespace inspect

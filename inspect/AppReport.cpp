@@ -110,7 +110,7 @@ foundation::Result<Report> reportHandOffCheck(const Arguments& arguments) {
   if (const auto foreign = foreignInput(path)) return reportOf({*foreign});
   const auto source = AppSource::open(path);
   if (!source) return source.error();
-  // As a run, which has no option for it.
+  // Without the option, the keychain that a run would use.
   const auto named = arguments.value("--keychain");
   const auto keychain = named ? named : signingKeychain();
   const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(

@@ -33,7 +33,7 @@ std::string unzipMessage(const foundation::Error& error) {
   return words;
 }
 
-/// The app of an .ipa, which is unpacked below `folder`.
+/// Unpacks the .ipa below `folder`.
 Result<std::shared_ptr<QVTCodeSignedResource>> openIPA(const std::string& path,
                                                        const std::string& folder) {
   const std::string problem = "cannot read " + path + " as an .ipa: ";

@@ -8,8 +8,8 @@
 
 namespace inspect {
 
-/// An app opened from an .app, an .ipa or an .xcarchive. An .ipa is inflated as the tool does it,
-/// but into a folder of its own that goes with this object.
+/// An app from an .app, .ipa or .xcarchive. An .ipa is unpacked as in a run of the tool, but into a
+/// folder that this object removes.
 class AppSource {
  public:
   /// Fails with the path and what is missing there.
@@ -26,7 +26,7 @@ class AppSource {
   AppSource() = default;
   foundation::Result<> makeFolder();
 
-  /// Of an .ipa; removed with all it holds.
+  /// For an .ipa.
   std::unique_ptr<const std::string, FolderRemover> folder_;
   std::shared_ptr<QVTCodeSignedResource> resource_;
 };

@@ -30,13 +30,12 @@ bool isMacLayout(const std::string& app) {
   return exists(app, "Contents/Info.plist") && !exists(app, "Info.plist");
 }
 
-/// An archive of a framework target has no app in it.
 bool isFrameworkArchive(const std::string& archive) {
   return exists(archive, "Products/Library/Frameworks") &&
          !exists(archive, "Products/Applications");
 }
 
-/// Every text of the Info dictionary that names platforms, in lower case: "iphonesimulator".
+/// Every platform named in the Info dictionary, in lower case ("iphonesimulator").
 std::vector<std::string> namedPlatforms(const foundation::Bundle& bundle) {
   std::vector<std::string> names;
   const auto add = [&](const foundation::Value* value) {
@@ -50,7 +49,7 @@ std::vector<std::string> namedPlatforms(const foundation::Bundle& bundle) {
   return names;
 }
 
-/// Slices of the executable; empty when it cannot be read.
+/// Of the executable; empty if it cannot be read.
 std::vector<toolchain::Slice> slicesOf(const foundation::Bundle& bundle) {
   const auto code = toolchain::CodeBundle::open(bundle.bundlePath());
   if (!code) return {};
@@ -58,7 +57,7 @@ std::vector<toolchain::Slice> slicesOf(const foundation::Bundle& bundle) {
   return opened ? opened->image.slices() : std::vector<toolchain::Slice>();
 }
 
-/// Before simulators had platforms of their own, the processor told them from devices.
+/// Before simulators had their own platforms, only the processor distinguished them from devices.
 bool isForSimulator(const toolchain::Slice& slice) {
   using enum toolchain::Platform;
   constexpr std::array kSimulators{iOSSimulator, tvOSSimulator, watchOSSimulator,

@@ -82,7 +82,7 @@ Findings checkExpiry(const std::string& what, foundation::Date end, foundation::
   return {};
 }
 
-/// What codesign would say of the issuers.
+/// Finds the issuers as codesign does.
 Findings checkChain(const foundation::Certificate& certificate,
                     const std::optional<std::string>& keychainPath) {
   const auto keychains = foundation::SigningKeychains::open(keychainPath);
@@ -93,7 +93,7 @@ Findings checkChain(const foundation::Certificate& certificate,
                 "put that certificate into the keychain (docs/codesign.md)")};
 }
 
-/// The team that the profile is for. Its identifier prefix is the team's in newer accounts only.
+/// The identifier prefix is the team's identifier only in newer accounts.
 std::string teamOf(const QVTProvisioningProfile& profile) {
   const auto* teams = foundation::arrayAt(profile.file().contents, "TeamIdentifier");
   if (teams && !teams->empty() && teams->front().string()) return *teams->front().string();
@@ -152,7 +152,7 @@ bool anyHolds(const std::vector<std::shared_ptr<QVTdSYM>>& bundles, const std::s
 }  // namespace
 
 Findings checkHandOff(const HandOff& handOff) {
-  // Whatever else there is to say of it follows from that.
+  // All other findings would follow from this one.
   if (auto foreign = foreignApp(*handOff.resource.bundle())) return {*std::move(foreign)};
   Findings all = checkTools();
   append(all, checkVersions(*handOff.resource.bundle()));

@@ -13,29 +13,30 @@ class QVTProvisioningProfile;
 
 namespace inspect {
 
-/// One thing that would stop a hand-off, or might annoy testers later.
+/// Something that would stop a hand-off, or might annoy testers later.
 struct Finding {
   enum class Severity { failure, warning };
   Severity severity = Severity::failure;
-  /// What is wrong, with the value that is.
+  /// What is wrong, with the offending value.
   std::string problem;
   std::string advice;
 };
 using Findings = std::vector<Finding>;
 
-/// An app before its hand-off. `profile` is empty when the app has none that can be read.
+/// An app before its hand-off.
 struct HandOff {
   const QVTCodeSignedResource& resource;
+  /// Null if the app has no readable profile.
   const QVTProvisioningProfile* profile = nullptr;
   std::optional<std::string> keychainPath = {};
-  /// Where symbol bundles are, or one itself.
+  /// A symbol bundle, or a folder of them.
   std::optional<std::string> symbolsPath = {};
   foundation::Date now = {};
-  /// Whose code may be signed by another team.
+  /// Recognises the vendor's root: code below it may be signed by another team.
   toolchain::RootTest isAppleRoot = toolchain::isAppleRoot;
 };
 
-/// Everything below, in the order of a run. Nothing is changed or sent.
+/// Runs all checks below in the order of a run of the tool, changing and sending nothing.
 Findings checkHandOff(const HandOff& handOff);
 
 Findings checkTools();

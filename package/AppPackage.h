@@ -21,8 +21,7 @@ class AppPackage {
   [[nodiscard]] std::string infoPlistPath() const;
   [[nodiscard]] std::string profilePath() const;
 
-  /// The folder as a bundle, which finds the executable. Empty and throws as
-  /// `Bundle::bundleWithPath` does.
+  /// The folder as a bundle, which finds the executable; see `Bundle::bundleWithPath`.
   [[nodiscard]] std::shared_ptr<foundation::Bundle> bundle() const;
   /// Absent when Info.plist is missing, unreadable, not a dictionary, or a link out of the app,
   /// which the system log names.

@@ -29,20 +29,19 @@ bool isReadableFile(const std::string& path) {
   return ::access(path.c_str(), R_OK) == 0 && !FileManager::isDirectoryAtPath(path);
 }
 
-/// `unzip` quietly takes "A.zip" where "A" cannot be opened: somebody else's build.
+/// If "A" cannot be opened, `unzip` silently takes "A.zip", which is another build.
 bool wouldUnpackAnother(const std::string& archive) {
   return !isReadableFile(archive) && (FileManager::fileExistsAtPath(archive + ".zip") ||
                                       FileManager::fileExistsAtPath(archive + ".ZIP"));
 }
 
-/// `unzip` would wait for a pipe's writer for ever, and can use neither kind.
+/// `unzip` can use neither, and would wait for a pipe's writer forever.
 bool isPipeOrDevice(const std::string& path) {
   struct stat details {};
   return ::stat(path.c_str(), &details) == 0 && !S_ISREG(details.st_mode) &&
          !S_ISDIR(details.st_mode);
 }
 
-/// Makes the folder into which the archive is to be unpacked.
 Result<std::string> makeFolder(const std::string& archive,
                                const std::optional<std::string>& ownParent) {
   const Result<std::string> parent =
@@ -60,7 +59,7 @@ Result<std::string> makeFolder(const std::string& archive,
       .map([&] { return folder; });
 }
 
-// ---- What the archive says about itself
+// ---- What the archive declares
 
 struct Contents {
   std::uint64_t archiveSize = 0;
@@ -78,7 +77,7 @@ Contents readContents(const std::string& archive) {
   if (!directory) return contents;
   contents.declaredSize = directory->uncompressedSize();
   contents.paths.emplace(*directory);
-  // What was read of a file that was truncated meanwhile counts for nothing.
+  // Do not rely on what was read from a file that has been truncated meanwhile.
   if (!foundation::MappingGuard::checkAll()) contents.paths.reset();
   return contents;
 }
@@ -94,13 +93,12 @@ Result<> checkSize(const std::string& archive, std::uint64_t archiveSize, std::u
                                    ", more than is allowed");
 }
 
-// ---- What is there before
+// ---- What is in the folder
 
-/// Of a folder, at some moment.
 struct Survey {
-  /// Paths relative to the folder.
+  /// Relative to the folder.
   std::vector<std::string> links;
-  /// The bytes of its files.
+  /// Of all files, in bytes.
   std::uint64_t size = 0;
 };
 
@@ -114,7 +112,7 @@ bool isInApp(const std::string& path, const std::set<std::string>& apps) {
   return end != path.npos && apps.contains(path.substr(start, end - start));
 }
 
-/// Leaves out what is in these items of "Payload".
+/// Skips the contents of these items of "Payload".
 Result<Survey> survey(const std::string& folder, const std::set<std::string>& withoutApps = {}) {
   const auto paths = FileManager::subpathsOfDirectoryAtPath(folder);
   if (!paths) return paths.error();
@@ -130,7 +128,7 @@ Result<Survey> survey(const std::string& folder, const std::set<std::string>& wi
   return survey;
 }
 
-/// The archive's own apps that are in the folder already, by name.
+/// Names of the archive's apps that are already in the folder.
 std::set<std::string> appsToReplace(const std::string& folder, const Contents& contents) {
   std::set<std::string> names;
   const std::string payload = foundation::appendingPathComponent(folder, kPayload);
@@ -142,8 +140,8 @@ std::set<std::string> appsToReplace(const std::string& folder, const Contents& c
   return names;
 }
 
-/// `unzip` follows links to folders, and replaces other links. One that the archive has as well is
-/// most likely its own, from a run before this one.
+/// `unzip` follows links to folders and replaces other links. A link that the archive contains too
+/// is most likely its own, from an earlier run.
 Result<> checkLinks(const std::string& folder, const std::vector<std::string>& links,
                     const Contents& contents) {
   const bool mayReachAll = !contents.paths || !contents.paths->areCertain();
@@ -167,7 +165,7 @@ Result<> removeApps(const std::string& folder, const std::set<std::string>& name
   return {};
 }
 
-/// Makes the folder ready for `unzip`; returns the size of what stays in it.
+/// Returns the size of what stays in the folder.
 Result<std::uint64_t> prepareFolder(const std::string& folder, const Contents& contents) {
   const std::set<std::string> replaced = appsToReplace(folder, contents);
   const auto before = survey(folder, replaced);
@@ -188,7 +186,7 @@ Result<> unzip(const std::string& archive, const std::string& folder) {
   const std::string tool = QVTFileSystemUtils::pathForRequiredShellTool("unzip").value_or("");
   const std::vector<std::string> arguments{"-qo", unzipPatternForPath(archive), "-d", folder};
   Result<> outcome;
-  // On a full disk unzip asks whether to go on.
+  // On a full disk, unzip asks whether to continue.
   QVTTask::launchWithoutInput(
       tool, arguments,
       [&](const foundation::Data& errorData, const foundation::Data& outputData,

@@ -7,12 +7,10 @@
 
 #include "foundation/base/Result.h"
 
-/// How large an unpacked archive may be, in bytes: at most `most`, and beyond `always` at most
-/// `timesArchive` times as large as the archive.
-///
-/// The sizes that the archive declares are compared with it before anything is unpacked, and what
-/// has been written once `unzip` has ended. Until then only the disk bounds an archive that
-/// declares less than it holds.
+/// How large an unpacked archive may be, in bytes: at most `most`, and above `always` at most
+/// `timesArchive` times the archive's own size. Checked against the declared sizes before anything
+/// is unpacked, and against the files once `unzip` has ended; while it runs, only the disk limits
+/// an archive that declares less than it holds.
 struct InflationLimits {
   std::uint64_t most = std::uint64_t{20} << 30;
   std::uint64_t always = std::uint64_t{1} << 30;
@@ -20,9 +18,8 @@ struct InflationLimits {
 };
 
 struct InflationOptions {
-  /// The folder, ending in "/", in which the archive's is made; the caller's own. Absent: the
-  /// temporary directory, in which the archive's folder is this process's until its claims are
-  /// released (see TemporaryItems.h); while it is another's this waits.
+  /// The caller's own folder to unpack below, ending in "/". Absent: the temporary directory, after
+  /// waiting until no other process claims the archive's folder there (see TemporaryItems.h).
   std::optional<std::string> parent = std::nullopt;
   InflationLimits limits = {};
 };
@@ -31,20 +28,20 @@ struct InflationOptions {
 struct Inflation {
   /// Ends in "/".
   std::string folder;
-  /// Names of the items of the folder's "Payload" that end in ".app", as the file system lists
-  /// them. The archive names them all, and not one was there before.
+  /// Names ending in ".app" in the folder's "Payload" that came with this archive, in the file
+  /// system's order.
   std::vector<std::string> apps;
-  /// Those that were there before, or that the archive does not name.
+  /// Those that did not: they were there before, or the archive does not name them.
   std::vector<std::string> otherApps;
 };
 
-/// Unpacks the archive with `unzip` into a folder that is named like it, less the extension, over
-/// what is there already. Of that only apps in "Payload" are removed before which the archive
-/// brings, too: what an earlier archive had in them is not to become a part of this one's.
+/// Unpacks the archive with `unzip` into a folder of the same name without the extension, over
+/// whatever is there. Apps in "Payload" that the archive replaces are removed first, so that files
+/// of an earlier build do not end up in this one.
 ///
-/// Fails when a link in the folder would be followed, or replaced by anything but a link of the
-/// archive's, when the archive is larger than the limits, and with an error of
-/// QVTFileSystemUtilsErrorDomain when `unzip` fails. An archive whose directory cannot be read is
-/// left to `unzip`, but then no link at all may be in the folder, and nothing is removed before.
+/// Fails when a link in the folder would be followed, or replaced by anything but a link, when the
+/// archive exceeds the limits, and in QVTFileSystemUtilsErrorDomain when `unzip` fails. If the
+/// archive's directory cannot be read, the folder may contain no link at all and nothing is removed
+/// first.
 foundation::Result<Inflation> inflateArchive(const std::string& archive,
                                              const InflationOptions& options = {});

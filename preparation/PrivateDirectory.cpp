@@ -19,7 +19,7 @@ foundation::Error refusal(const std::string& path, int error, const std::string&
                                "cannot use " + path + ": it " + why);
 }
 
-/// What is not there, or is no folder, is left to whoever makes it.
+/// A missing folder, or a file in its place, is left to the function that makes folders.
 Result<> checkFolder(const std::string& path) {
   struct stat details {};
   if (::lstat(path.c_str(), &details) != 0) return {};
@@ -30,7 +30,7 @@ Result<> checkFolder(const std::string& path) {
   return {};
 }
 
-/// Every folder from below `outer`, which ends in a slash, down to the path.
+/// Checks every folder on the way from `outer`, which ends in a slash, to the path.
 Result<> checkFoldersBelow(const std::string& outer, const std::string& path) {
   for (auto slash = outer.size(); slash < path.size(); ++slash) {
     slash = std::min(path.find('/', slash), path.size());
@@ -46,8 +46,7 @@ Result<> PrivateDirectory::make(const std::string& path) {
   const auto temporary = FileManager::temporaryDirectory();
   if (!temporary) return temporary.error();
   if (!path.starts_with(*temporary)) return FileManager::createDirectoryWithIntermediates(path);
-  // Once before anything is made, so that nothing is made elsewhere; once after, for what came
-  // in between.
+  // Before, so that nothing is made behind a link; after, in case one was planted in between.
   if (auto checked = checkFoldersBelow(*temporary, path); !checked) return checked;
   const auto made = FileManager::createDirectoryWithIntermediates(path);
   return made ? checkFoldersBelow(*temporary, path) : made;

@@ -4,10 +4,10 @@
 
 #include "foundation/base/Result.h"
 
-/// Folders of a run below the temporary folder. Others may share that one and can guess the names.
+/// Folders below the temporary folder, which other users may share and whose names they can guess.
 namespace PrivateDirectory {
 
-/// Makes the folder with its missing parents. Fails when it, or a parent of it that is below the
+/// Makes the folder and its missing parents. Fails if the folder, or a parent of it below the
 /// temporary folder, is a link or belongs to another user.
 foundation::Result<> make(const std::string& path);
 

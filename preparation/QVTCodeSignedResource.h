@@ -8,16 +8,16 @@
 #include "foundation/app/Bundle.h"
 #include "foundation/base/Value.h"
 
-/// A signed app as it is passed around: where it is and what its Info.plist says. Every property
-/// may be absent. Not for several threads at once.
+/// A signed app: where it is and what its Info.plist says. Every property may be absent. Not
+/// thread-safe.
 class QVTCodeSignedResource {
  public:
   QVTCodeSignedResource() = default;
   virtual ~QVTCodeSignedResource() = default;
 
-  /// Fills in all but the creation date from the app in this folder. What its Info.plist does not
-  /// say has the defaults of `QVTInfoPlist`, and the bundle is empty if it is not a folder. Throws
-  /// as `foundation::Bundle::bundleWithPath` does.
+  /// Sets everything but the creation date from the app's folder, with the defaults of
+  /// `QVTInfoPlist`. The bundle is empty if there is no such folder. Throws what
+  /// `foundation::Bundle::bundleWithPath` throws.
   void readApp(const std::string& path);
 
   /// The app's folder.
@@ -30,12 +30,12 @@ class QVTCodeSignedResource {
   [[nodiscard]] const std::optional<foundation::Date>& creationDate() const {
     return creationDate_;
   }
-  /// Where the embedded profile is, whether or not there is one.
+  /// Where the embedded profile belongs, whether or not it exists.
   [[nodiscard]] const std::optional<std::string>& provisioningProfilePath() const {
     return provisioningProfilePath_;
   }
-  /// The same, absent when no profile is there or a link leads out of the app, of which the system
-  /// log tells: it would put somebody else's file into the app.
+  /// The same, but absent if there is no profile, or only a link out of the app, which would put a
+  /// foreign file into it; the system log names that link.
   [[nodiscard]] std::optional<std::string> usableProvisioningProfilePath() const;
   [[nodiscard]] const std::shared_ptr<foundation::Bundle>& bundle() const { return bundle_; }
 
@@ -56,8 +56,8 @@ class QVTCodeSignedResource {
   [[nodiscard]] const std::optional<foundation::Date>& displayDate() const { return creationDate_; }
   /// "<CLASS: ADDRESS IDENTIFIER DISPLAY-VERSION BUILD-VERSION CREATION-DATE>".
   [[nodiscard]] std::string description() const;
-  /// Same creation date, path and bundle identifier. Absent values are never the same, so a record
-  /// without a creation date is not equal even to itself.
+  /// Compares creation date, path and bundle identifier. Absent values are never equal, so a record
+  /// without a creation date does not even equal itself.
   [[nodiscard]] bool isEqual(const QVTCodeSignedResource& other) const;
 
  protected:

@@ -30,7 +30,7 @@ namespace {
 const std::string kWhich = "/usr/bin/which";
 
 struct Answer {
-  /// Standard output, less white space at both ends; absent when it is not text.
+  /// Trimmed standard output; absent if it is not UTF-8.
   std::optional<std::string> text;
   std::int32_t status = 0;
 };
@@ -55,7 +55,7 @@ Answer whichAnswer(const std::string& name) {
   return answerOf(kWhich, {name});
 }
 
-/// For answers without room for the error.
+/// For callers that cannot return the error.
 bool okOrLogged(const Result<>& result) {
   if (!result) foundation::systemLog("%@", result.error().localizedDescription());
   return result.ok();
@@ -67,7 +67,7 @@ Result<std::string> appStorage() {
   return appendingPathComponent(*temporary, "com.quorvantile.mac/apps");
 }
 
-/// What a link points to; anything else as it is.
+/// The target of a link; anything else as is.
 std::string behindLinks(const std::string& path) {
   std::error_code problem;
   const auto real = std::filesystem::canonical(path, problem);
@@ -82,15 +82,13 @@ Result<std::string> copyToNewFolder(const std::string& path) {
   const std::string destination = appendingPathComponent(folder, lastPathComponent(path));
   TemporaryItems::claimNew(folder);
   if (const Result<> made = PrivateDirectory::make(folder); !made) return made.error();
-  // The copy of a link would still be the original, which is not to be changed.
+  // The copy of a link would still lead to the original, which must not change.
   const Result<> copied = FileManager::copyItemAtPath(behindLinks(path), destination);
   if (copied) return destination;
-  // Half an app is of no use to anybody.
   okOrLogged(FileManager::removeItemAtPath(folder));
   return copied.error();
 }
 
-/// The value, or none and the error in the slot.
 template <class T>
 std::optional<T> valueOrStore(Result<T> result, ErrorSlot error) {
   if (result) return *std::move(result);
@@ -98,7 +96,7 @@ std::optional<T> valueOrStore(Result<T> result, ErrorSlot error) {
   return std::nullopt;
 }
 
-/// Platform code of a URL from which files cannot be listed.
+/// The platform's code for a URL that does not name a file.
 constexpr long kUnsupportedScheme = 262;
 
 Result<std::vector<foundation::URL>> dateSortedContents(const std::string& text) {
@@ -117,7 +115,7 @@ Result<std::vector<foundation::URL>> dateSortedContents(const std::string& text)
   std::vector<Entry> entries;
   for (const std::string& name : *names) {
     const std::string path = appendingPathComponent(folder, name);
-    // An entry that went away meanwhile counts as older than all others.
+    // An entry that has disappeared meanwhile counts as the oldest.
     entries.push_back(
         {FileManager::creationDateOfItemAtPath(path).value_or(foundation::Date::min()),
          foundation::URL::fileURLWithPath(path)});
@@ -138,14 +136,13 @@ std::optional<std::string> QVTFileSystemUtils::pathForShellTool(const std::strin
 
 std::optional<std::string> QVTFileSystemUtils::pathForRequiredShellTool(const std::string& name) {
   const Answer answer = whichAnswer(name);
-  // A `which` that was ended by a signal says nothing about the tool.
+  // If a signal ended `which`, nothing is known about the tool.
   if (answer.status == 1) foundation::systemLogOnce(name + " is not in PATH");
   return answer.text;
 }
 
 std::optional<std::string> QVTFileSystemUtils::pathForXcTool(const std::string& name) {
   auto finder = pathForRequiredShellTool("xcrun");
-  // Without xcrun there is nothing to launch, and no tool has been found.
   if (!finder || finder->empty()) return finder;
   return answerOf(*finder, {"--find", name}).text;
 }
@@ -171,8 +168,8 @@ bool QVTFileSystemUtils::copyItemToDirectory(const std::optional<std::string>& i
 
 bool QVTFileSystemUtils::removeItemAtPathIfPresent(const std::string& path) {
   struct stat details {};
-  // Asked twice, since the first question may have failed for another reason; a link to nothing
-  // counts as nothing.
+  // The first test may fail for another reason than a missing item. A dangling link counts as
+  // missing.
   const bool isThere = FileManager::fileExistsAtPath(path) ||
                        (::lstat(path.c_str(), &details) == 0 && !S_ISLNK(details.st_mode));
   return !isThere || okOrLogged(FileManager::removeItemAtPath(path));

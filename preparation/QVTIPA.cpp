@@ -12,14 +12,14 @@ using foundation::Result;
 
 namespace {
 
-void tellOfOtherApps(const Inflation& inflation, const std::string& payload) {
+void logOtherApps(const Inflation& inflation, const std::string& payload) {
   if (inflation.otherApps.empty()) return;
   foundation::systemLog("ignoring what did not come with this archive in %@: %@", payload,
                         foundation::joined(inflation.otherApps, ", "));
 }
 
-/// An archive may hold links, and what is behind one is not the archive's: signing would change it,
-/// and the end of the run remove it.
+/// What a link leads to is not the archive's: signing would change it, and the end of the run would
+/// remove it.
 Result<> checkNoLink(const std::string& path) {
   std::error_code problem;
   if (!std::filesystem::is_symlink(path, problem)) return {};
@@ -27,11 +27,10 @@ Result<> checkNoLink(const std::string& path) {
                                path + " is a link, which is not followed");
 }
 
-/// The app folder inside the inflated archive.
 Result<std::string> appPathIn(const Inflation& inflation) {
   const std::string payload = inflation.folder + "Payload";
   if (auto checked = checkNoLink(payload); !checked) return std::move(checked.error());
-  tellOfOtherApps(inflation, payload);
+  logOtherApps(inflation, payload);
   if (inflation.apps.empty()) {
     std::optional<foundation::Error> unlistable;
     QVTFileSystemUtils::findPathsToAppsInDirectory(payload, &unlistable);
@@ -66,7 +65,7 @@ std::shared_ptr<QVTIPA> QVTIPA::initWithPath(const std::string& path) {
   }
   auto ipa = withInflation(*inflation);
   if (ipa) return *std::move(ipa);
-  // An archive without apps needs no words but the caller's.
+  // The caller reports an archive without apps.
   if (ipa.error().code != ENOENT) {
     foundation::systemLog("%@", ipa.error().localizedDescription());
   }

@@ -7,17 +7,15 @@
 #include "preparation/Inflation.h"
 #include "preparation/QVTCodeSignedResource.h"
 
-/// An .ipa archive: inflated on creation, with the first app that it brings into its "Payload"
-/// folder as the resource. It has no creation date.
+/// An .ipa archive, unpacked on creation. The resource is the first app in its "Payload" folder,
+/// without a creation date.
 class QVTIPA : public QVTCodeSignedResource {
  public:
-  /// Inflates the archive into the temporary directory, where it stays. Empty on any failure; one
-  /// to inflate it is told on the console, a missing app is not, and one that is only a link is
-  /// told in the system log.
+  /// Unpacks the archive into the temporary directory, where it stays. Empty on any failure. The
+  /// console reports a failure to unpack, the system log any other except a missing app.
   static std::shared_ptr<QVTIPA> initWithPath(const std::string& path);
-  /// The first app that the archive has brought. Fails when there is none (code ENOENT), when it or
-  /// its "Payload" is a link, and when it cannot be opened; the system log names the apps that are
-  /// passed over since they are not the archive's.
+  /// The first app that came with the archive. Fails if there is none (code ENOENT), if it or
+  /// "Payload" is a link, and if it cannot be opened. The system log names apps from elsewhere.
   static foundation::Result<std::shared_ptr<QVTIPA>> withInflation(const Inflation& inflation);
 
  protected:

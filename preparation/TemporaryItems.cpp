@@ -28,9 +28,7 @@ using foundation::Result;
 
 namespace {
 
-/// Begins the names of the tool's own folders.
 constexpr std::string_view kOwnPrefix = "com.quorvantile.";
-/// Where the items of unique names are made.
 constexpr std::array<std::string_view, 3> kSharedFolders = {
     "com.quorvantile.mac/apps", "com.quorvantile.mac/distributions", "com.quorvantile.ipas"};
 
@@ -41,7 +39,7 @@ std::string claimsFolder(const std::string& temporary) {
   return temporary + std::string(kOwnPrefix) + "claims-" + std::to_string(::geteuid());
 }
 
-/// A name of fixed length for a claim, whatever the item's is.
+/// Of fixed length, however long the item's name is.
 std::string claimName(std::string_view item) {
   return foundation::lowercaseHex(foundation::sha1(foundation::bytesOf(item)));
 }
@@ -67,12 +65,11 @@ std::vector<std::string> namesIn(const std::string& folder) {
   return names ? *std::move(names) : std::vector<std::string>();
 }
 
-/// Where an archive's apps land in its folder.
 std::string payloadOf(const std::string& folder) {
   return appendingPathComponent(folder, "Payload");
 }
 
-/// Somebody else may be at the same work, or a child that is about to end may still write.
+/// Another process may be removing it too, or a dying child may still write.
 void removeWhateverIsThere(const std::string& path) {
   constexpr int attempts = 5;
   for (int attempt = 0; attempt < attempts && isThere(path); ++attempt) {
@@ -85,15 +82,13 @@ void removeWhateverIsThere(const std::string& path) {
 struct Item {
   std::string path;
   LockFile claim;
-  /// For a folder that was there before: what its Payload held, if it had one. Else all of the item
-  /// is this run's.
+  /// What the Payload of a folder that existed before contained, if it had one.
   bool wasThere = false;
   std::optional<std::set<std::string>> payloadBefore = std::nullopt;
-  /// False for the tool's shared folders, and for what is no folder.
+  /// False for the tool's shared folders, and for a file in a folder's place.
   bool mayBeRemoved = true;
 };
 
-/// Looks at what is there when a folder is claimed.
 void rememberWhatWasThere(Item& item) {
   item.wasThere = isThere(item.path);
   if (!item.wasThere) return;
@@ -117,22 +112,22 @@ void removeItem(const Item& item) {
   }
 }
 
-/// The form of the names under which `zip` begins an archive beside its final place.
-bool isNameOfAHalfArchive(std::string_view name) {
+/// `zip` writes an archive under such a name, beside its final place.
+bool isPartialArchiveName(std::string_view name) {
   constexpr std::size_t length = 8;
   return name.size() == length && name.starts_with("zi") &&
          std::ranges::all_of(name, [](unsigned char letter) { return std::isalnum(letter); });
 }
 
-/// Half archives in the item's folder that are no older than its claim.
-std::vector<std::string> halfArchivesBeside(const Item& item) {
+/// Those not older than the item's claim.
+std::vector<std::string> partialArchivesBeside(const Item& item) {
   std::vector<std::string> found;
   if (!item.path.ends_with(".ipa") || !item.claim) return found;
   const std::string folder = foundation::deletingLastPathComponent(item.path);
   for (const std::string& name : namesIn(folder)) {
     const std::string path = appendingPathComponent(folder, name);
     const auto written = FileManager::modificationDateOfItemAtPath(path);
-    if (isNameOfAHalfArchive(name) && written && *written >= item.claim.lastWritten()) {
+    if (isPartialArchiveName(name) && written && *written >= item.claim.lastWritten()) {
       found.push_back(path);
     }
   }
@@ -155,7 +150,7 @@ class Claims {
     const std::lock_guard lock(mutex_);
     items_.push_back(std::move(item));
   }
-  /// Calls `work` with the item, if it is claimed.
+  /// Does nothing for a path that is not claimed.
   template <class Work>
   void with(const std::string& path, const Work& work) {
     const std::lock_guard lock(mutex_);
@@ -170,17 +165,17 @@ class Claims {
   void remove() {
     const std::lock_guard lock(mutex_);
     std::ranges::for_each(items_, removeItem);
-    removeHalfArchives();
+    removePartialArchives();
     for (Item& item : items_) item.claim.remove();
     items_.clear();
   }
 
  private:
-  /// A `zip` that had to be killed leaves its half of an archive, under a name that does not say
-  /// whose it is: another run's is left alone, which has a claim from before it to after it.
-  void removeHalfArchives() const {
+  /// What a killed `zip` leaves has a name that does not say whose it is. Another run that may be
+  /// writing one has a claim.
+  void removePartialArchives() const {
     for (const Item& item : items_) {
-      const std::vector<std::string> paths = halfArchivesBeside(item);
+      const std::vector<std::string> paths = partialArchivesBeside(item);
       if (paths.empty() || othersHaveClaims(item.claim.folder())) continue;
       std::ranges::for_each(paths, removeWhateverIsThere);
     }
@@ -199,7 +194,6 @@ class Claims {
   std::vector<Item> items_;
 };
 
-/// Waits until no other process has the claim.
 Result<LockFile> waitForClaim(const std::string& temporary, const std::string& relative) {
   for (bool hasSaidSo = false;; hasSaidSo = true) {
     auto claim = LockFile::take(claimsFolder(temporary), claimName(relative));
@@ -212,7 +206,7 @@ Result<LockFile> waitForClaim(const std::string& temporary, const std::string& r
   }
 }
 
-// ---- What others left
+// ---- What killed processes left
 
 bool isOld(foundation::Date written) {
   return std::chrono::system_clock::now() - written > kLeftoverAge;
@@ -223,8 +217,7 @@ bool isPlainName(std::string_view name) {
          name.find('/') == name.npos;
 }
 
-/// True for what a claim may name: an entry of a shared folder, or of the temporary folder itself
-/// unless it is one of the tool's own.
+/// An entry of a shared folder, or of the temporary folder unless it is one of the tool's own.
 bool isPathOfAnItem(const std::string& relative) {
   const auto slash = relative.rfind('/');
   if (slash == relative.npos) return isPlainName(relative) && !relative.starts_with(kOwnPrefix);
@@ -238,7 +231,7 @@ bool isOwnAndNoLink(const std::string& path, struct stat& details) {
          details.st_uid == ::geteuid();
 }
 
-/// True for an item, below own folders only, that nobody has changed for a day.
+/// The folders around the item must be this user's, too.
 bool isOwnOldItem(const std::string& temporary, const std::string& relative) {
   struct stat details {};
   for (auto slash = relative.find('/'); slash != relative.npos;
@@ -256,7 +249,7 @@ void removeLeftover(const std::string& temporary, const std::string& name) {
   auto claim = LockFile::take(claimsFolder(temporary), name, LockFile::Missing::leave);
   if (!claim || !*claim || !claim->isExclusive() || !isOld(claim->lastWritten())) return;
   const std::string relative = claim->content();
-  // Without a content it was about a folder that was there before.
+  // An empty claim is for a folder that existed before.
   if (!relative.empty()) {
     if (!isPathOfAnItem(relative) || claimName(relative) != name) return;
     const std::string path = temporary + relative;

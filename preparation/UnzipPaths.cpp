@@ -23,12 +23,12 @@ bool isASCII(std::string_view text) {
 
 bool isDigit(unsigned char character) { return std::isdigit(character) != 0; }
 
-/// True for a character that `unzip` keeps.
+/// `unzip` drops the others.
 bool isKept(unsigned char character) {
   return character >= 0x20 && character != 0x7f && character != 0xff;
 }
 
-/// A name whose components all become names on the disk as they are, or are dropped.
+/// `unzip` uses each component of such a name as is, or drops it.
 bool isCertain(std::string_view name) {
   if (name.size() > kLongestPath || !std::ranges::all_of(name, isKept)) return false;
   const std::string_view last = name.substr(name.rfind('/') + 1);
@@ -45,7 +45,7 @@ bool isCertainUTF8(std::string_view name) {
   return isCertain(name) && foundation::stringFromUTF8(foundation::bytesOf(name));
 }
 
-/// `unzip` prefers the Unicode path, except to a name that is declared to be UTF-8.
+/// `unzip` prefers the Unicode path unless the name is declared to be UTF-8.
 bool isCertain(const ZipEntry& entry) {
   if (entry.unicodeName && !isCertainUTF8(*entry.unicodeName)) return false;
   if (entry.unicodeName && !entry.isUTF8) return true;
@@ -56,7 +56,7 @@ bool isCertain(const ZipEntry& entry) {
   return isCertain(entry.name);
 }
 
-/// The name in a locale that has ASCII only.
+/// As `unzip` writes the name in an ASCII locale.
 std::string escaped(std::string_view name) {
   std::string text;
   while (const auto character = foundation::firstCodePoint(name)) {
@@ -90,7 +90,7 @@ bool isPattern(std::string_view argument) {
 }  // namespace
 
 std::string unzipPatternForPath(std::string_view path) {
-  const std::size_t nameStart = path.rfind('/') + 1;  // 0 without a slash
+  const std::size_t nameStart = path.rfind('/') + 1;  // 0 if there is no slash
   const std::string_view name = path.substr(nameStart);
   if (name.find_first_of(kWildcards) == name.npos && !isPattern(path)) return std::string(path);
   std::string pattern(path.substr(0, nameStart));
@@ -130,7 +130,7 @@ void UnzipPaths::add(std::string_view name, Kind kind) {
         path.substr(kPayload.size(), path.find('/', kPayload.size()) - kPayload.size());
     if (item.ends_with(".app")) apps_.insert(item);
   }
-  // Whatever its kind, `unzip` makes a folder for such a name.
+  // `unzip` makes a folder for such a name, whatever its declared type.
   if (name.ends_with('/')) kind = Kind::other;
   Kind& known = paths_.try_emplace(std::move(path), kind).first->second;
   if (kind == Kind::other) known = kind;

@@ -42,7 +42,7 @@ foundation::Error problem(std::string text) {
 
 std::string text(std::uint64_t number) { return std::to_string(number); }
 
-/// A little-endian number; only within a record whose bounds have been checked.
+/// Little-endian; the record's bounds must have been checked.
 template <class Number>
 Number numberAt(Bytes record, std::uint64_t offset) {
   static_assert(std::endian::native == std::endian::little);
@@ -61,7 +61,6 @@ std::uint32_t crc32(Bytes bytes) {
 
 // ---- The records at the end
 
-/// Where the directory is, in bytes, and how many entries it has.
 struct Location {
   std::uint64_t offset = 0;
   std::uint64_t size = 0;
@@ -70,7 +69,7 @@ struct Location {
   std::uint64_t end = 0;
 };
 
-/// The offset of the last end record.
+/// Of the last end record.
 Result<std::uint64_t> findEnd(Bytes archive) {
   if (archive.size() < kEndSize) {
     return problem("archive of " + text(archive.size()) + " bytes: no end record");
@@ -87,13 +86,12 @@ Result<std::uint64_t> findEnd(Bytes archive) {
   return problem("archive of " + text(archive.size()) + " bytes: no end record");
 }
 
-/// Whether `small` may stand for `large` in the older record.
+/// The older record repeats a Zip64 number, or has the largest value in its place.
 template <class Number>
 bool agrees(Number small, std::uint64_t large) {
   return small == std::numeric_limits<Number>::max() || small == large;
 }
 
-/// Replaces what the end record says by what the Zip64 one says, which has room for it.
 Result<Location> readEnd64(Bytes archive, std::uint64_t locatorOffset, const Location& small) {
   const Bytes locator = *foundation::slice(archive, locatorOffset, kLocator64Size);
   const auto offset = numberAt<std::uint64_t>(locator, 8);
@@ -150,8 +148,7 @@ Result<Location> locate(Bytes archive) {
 
 // ---- Entries
 
-/// The sizes and the offset of an entry as its header has them; the largest numbers stand for those
-/// in the Zip64 field.
+/// An entry's numbers before Zip64: the largest value refers to the Zip64 field.
 struct SmallNumbers {
   std::uint32_t compressedSize;
   std::uint32_t uncompressedSize;
@@ -177,7 +174,7 @@ Result<> readZip64Field(Bytes field, const SmallNumbers& small, ZipEntry& entry)
   return {};
 }
 
-/// Only the name that the field was made for counts, by its checksum.
+/// Ignored if its checksum is not that of the entry's name.
 Result<> readUnicodePath(Bytes field, ZipEntry& entry) {
   constexpr std::uint64_t headSize = 5;
   if (field.size() <= headSize) {
@@ -192,8 +189,8 @@ Result<> readUnicodePath(Bytes field, ZipEntry& entry) {
   return {};
 }
 
-/// A remainder that is too short for a field is padding. Of two Unicode paths some readers use the
-/// first, others the last.
+/// A remainder too short for a field is padding. Readers disagree on which of two Unicode paths
+/// counts.
 Result<> readExtra(Bytes extra, const SmallNumbers& small, ZipEntry& entry) {
   bool needsZip64 = small.compressedSize == kSaturated32 ||
                     small.uncompressedSize == kSaturated32 || small.headerOffset == kSaturated32;
@@ -221,7 +218,7 @@ Result<> readExtra(Bytes extra, const SmallNumbers& small, ZipEntry& entry) {
   return {};
 }
 
-/// `dataEnd`: where the directory begins; the entry's data is before it.
+/// `dataEnd`: where the directory begins, after all data.
 Result<> checkEntry(const ZipEntry& entry, const SmallNumbers& small, std::uint64_t dataEnd) {
   if (entry.name.empty()) return problem("no name");
   if (entry.name.find('\0') != entry.name.npos) return problem("name with a NUL");
@@ -240,7 +237,7 @@ Result<> checkEntry(const ZipEntry& entry, const SmallNumbers& small, std::uint6
   return {};
 }
 
-/// Takes one entry off the front of `directory`.
+/// Consumes one entry from the front of `directory`.
 Result<ZipEntry> takeEntry(Bytes& directory, std::uint64_t dataEnd) {
   const auto header = foundation::slice(directory, 0, kEntrySize);
   if (!header) {

@@ -28,7 +28,7 @@ bool fail(ErrorSlot slot, Error error) {
   return false;
 }
 
-/// The first lines of what a failed run said, on one; or its status when it said nothing.
+/// The first lines of a failed run's output, joined; its exit status if there was no output.
 std::string firstLines(const foundation::Dictionary& run) {
   constexpr std::size_t kMost = 3;
   std::vector<std::string> lines;
@@ -160,7 +160,7 @@ bool QVTCodeSigner::exportAppEntitlementsToPathResourceRulesToPath(
     const std::string& appPath, const std::string& entitlementsPath,
     const std::string& resourceRulesPath) const {
   log("Exporting entitlements and resources from %@", appPath);
-  // The colon asks for the property list alone, without the header of its signature blob.
+  // The colon asks for the bare property list, without the blob header.
   std::optional<Error> failure;
   if (launchCodeSignWithArgumentsErrorCode(
           {"--display", "--resource-rules", resourceRulesPath, "--entitlements",
@@ -172,7 +172,7 @@ bool QVTCodeSigner::exportAppEntitlementsToPathResourceRulesToPath(
       foundation::FileManager::fileExistsAtPath(resourceRulesPath)) {
     return true;
   }
-  // The caller's error has no room for it.
+  // The caller's error cannot carry it.
   foundation::systemLog("Exporting entitlements: %@ ended with status %@: %@", toolPath_,
                         find(failure->userInfo, "status"), find(failure->userInfo, "stderr"));
   return false;

@@ -12,15 +12,18 @@
 
 inline constexpr std::string_view QVTCodeSignerErrorDomain = "QVTCodeSignerErrorDomain";
 
-/// Re-signs an app with `codesign`, which `xcrun` finds. Blocks for every run of the tool. A tool
-/// that is there but cannot be launched is a `foundation::Exception`.
+/// Re-signs an app with the `codesign` that `xcrun` finds. Blocks while the tool runs. Throws
+/// `foundation::Exception` when an existing tool cannot be launched.
+///
+/// Errors are of QVTCodeSignerErrorDomain. One about a run of the tool has, as its user info,
+/// `QVTTask::descriptionOfRun` with "environment".
 class QVTCodeSigner {
  public:
-  /// Takes one line of text, already formatted.
+  /// Takes one formatted line.
   using LogFunction = std::function<void(const std::string& line)>;
 
-  /// Empty when looking for a tool gives no answer at all; a tool that is merely not found leaves
-  /// an empty path, which `checkToolPathsWithError` reports.
+  /// Empty only if the search for a tool printed no text. A tool that was not found has an empty
+  /// path, which `checkToolPathsWithError` reports.
   static std::shared_ptr<QVTCodeSigner> initWithDeveloperCertificate(
       std::shared_ptr<QVTDeveloperCertificate> developerCertificate);
 
@@ -30,43 +33,43 @@ class QVTCodeSigner {
     return developerCertificate_;
   }
 
-  /// The profile that is copied into the app before it is signed.
+  /// The profile to copy into the app before signing.
   [[nodiscard]] const std::optional<std::string>& embeddedProfilePath() const {
     return embeddedProfilePath_;
   }
   void setEmbeddedProfilePath(std::optional<std::string> path) {
     embeddedProfilePath_ = std::move(path);
   }
-  /// The entitlements to sign with, unless the file is empty. Deleted after a successful signing.
+  /// The entitlements to sign with; an empty file counts as none. Deleted after successful signing.
   [[nodiscard]] const std::optional<std::string>& entitlementsPath() const {
     return entitlementsPath_;
   }
   void setEntitlementsPath(std::optional<std::string> path) { entitlementsPath_ = std::move(path); }
-  /// Never given to the tool, only deleted after a successful signing.
+  /// Not given to the tool. Deleted after successful signing.
   [[nodiscard]] const std::optional<std::string>& resourceRulesPath() const {
     return resourceRulesPath_;
   }
   void setResourceRulesPath(std::optional<std::string> path) {
     resourceRulesPath_ = std::move(path);
   }
-  /// Unset: nothing is logged.
+  /// Optional.
   [[nodiscard]] const LogFunction& logFunc() const { return logFunc_; }
   void setLogFunc(LogFunction function) { logFunc_ = std::move(function); }
 
-  /// -4 when `codesign` was not found, -5 when `codesign_allocate` was not.
+  /// Fails with -4 without `codesign`, with -5 without `codesign_allocate`.
   bool checkToolPathsWithError(foundation::ErrorSlot error) const;
-  /// Runs the tool, with CODESIGN_ALLOCATE as its whole environment. True for status 0; else the
-  /// error has the given code and tells the run with its output.
+  /// Runs the tool with CODESIGN_ALLOCATE as its only environment variable. Fails with `code`
+  /// unless it exits with status 0.
   bool launchCodeSignWithArgumentsErrorCode(const std::vector<std::string>& arguments, long code,
                                             foundation::ErrorSlot error = nullptr) const;
-  /// -1 without an app or with a missing profile, -2 when the run failed, or the file manager's
-  /// error when the profile could not be put into the app.
+  /// Fails with -1 without an app or if the profile is missing, with -2 if the tool failed, and
+  /// with the file manager's error if the profile or the entitlements cannot be read or copied.
   bool sign(const std::optional<std::string>& appPath, foundation::ErrorSlot error = nullptr) const;
-  /// Always true and the slot always empty: a failed verification is only logged, and the system
-  /// log gets the first lines of what the tool said.
+  /// Always true, with an empty slot: a failed verification is only logged, in the system log with
+  /// the first lines of the tool's output.
   bool verifyCodeSigningForBundleAtPath(const std::string& path,
                                         foundation::ErrorSlot error = nullptr) const;
-  /// True when the run succeeded, or when it failed but left both files.
+  /// True if the tool succeeded, or failed but wrote both files.
   bool exportAppEntitlementsToPathResourceRulesToPath(const std::string& appPath,
                                                       const std::string& entitlementsPath,
                                                       const std::string& resourceRulesPath) const;
@@ -75,7 +78,7 @@ class QVTCodeSigner {
   QVTCodeSigner() = default;
   template <class... Arguments>
   void log(std::string_view text, const Arguments&... arguments) const;
-  /// `state`, for the log: how the app is now.
+  /// `state` describes the app in the log.
   void verify(const std::string& path, std::string_view state) const;
   [[nodiscard]] foundation::Result<> installProfile(const std::string& appPath) const;
   [[nodiscard]] foundation::Result<bool> hasEntitlements() const;

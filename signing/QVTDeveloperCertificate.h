@@ -7,14 +7,14 @@
 #include "foundation/base/Data.h"
 #include "foundation/crypto/Certificate.h"
 
-/// One signing certificate, and whether the user's keychain holds its private key. Everything is
-/// read once, by the constructor.
+/// A signing certificate, and whether the user's keychain has its private key. Both are read once,
+/// on creation; later changes of the keychain do not show.
 class QVTDeveloperCertificate {
  public:
-  /// Searches the default keychains.
+  /// Searches the default keychains for the private key.
   static std::shared_ptr<QVTDeveloperCertificate> initWithData(const foundation::Data& data);
-  /// `data` is a DER certificate, else the pointer is empty. Searches the keychain at
-  /// `keychainPath` alone; one that cannot be opened holds no key.
+  /// Empty unless `data` is a DER certificate. Searches only the keychain at `keychainPath`; one
+  /// that cannot be opened has no keys.
   static std::shared_ptr<QVTDeveloperCertificate> initWithDataKeychainPath(
       const foundation::Data& data, std::optional<std::string> keychainPath);
 
@@ -22,25 +22,25 @@ class QVTDeveloperCertificate {
   [[nodiscard]] const std::optional<std::string>& commonName() const { return commonName_; }
   [[nodiscard]] const std::optional<std::string>& subjectSummary() const { return subjectSummary_; }
   [[nodiscard]] bool isPrivateKeyAvailable() const { return isPrivateKeyAvailable_; }
-  /// The certificate's SHA-1 digest in 40 upper-case digits; absent without its private key.
+  /// The certificate's SHA-1 digest as 40 upper-case hex digits; absent without the private key.
   [[nodiscard]] const std::optional<std::string>& signingIdentity() const {
     return signingIdentity_;
   }
-  /// The first organisation of the subject.
+  /// The first of the subject's organizations.
   [[nodiscard]] const std::optional<std::string>& organizationName() const {
     return organizationName_;
   }
   [[nodiscard]] std::string description() const;
 
-  // Each fills one field and answers whether it did.
+  // Each sets one field, or returns false if the certificate has no such value.
   bool copyCommonName(const foundation::Certificate& certificate);
   bool copySubjectSummary(const foundation::Certificate& certificate);
-  /// Fills `signingIdentity` and `isPrivateKeyAvailable`.
+  /// Sets `signingIdentity` and `isPrivateKeyAvailable` if the keychain has the private key.
   bool copySigningIdentityCertificate(const std::optional<std::string>& keychainPath,
                                       const foundation::Certificate& certificate);
   bool copyOrganizationName(const foundation::Certificate& certificate);
 
-  /// Two upper-case digits for each byte, in order.
+  /// Two upper-case hex digits per byte.
   static std::string hexStringFromData(const foundation::Data& data);
 
  private:
@@ -54,5 +54,5 @@ class QVTDeveloperCertificate {
   std::optional<std::string> organizationName_;
 };
 
-/// The SHA-1 digest of the bytes: exactly 20 bytes.
+/// The 20 bytes of the SHA-1 digest.
 foundation::Data QVTIPASHA1DigestCreate(foundation::Bytes bytes);

@@ -26,15 +26,14 @@ constexpr const char* kDistributionMark = "QuorvantileSignedForDistribution";
 constexpr const char* kBetaReports = "beta-reports-active";
 constexpr const char* kPayload = "Payload";
 
-/// A file that was named without a folder has the current one as its parent, which is there.
+/// A bare file name has the current folder as its parent, which exists.
 Result<> makeParentOf(const std::string& path) {
   const std::string parent = foundation::deletingLastPathComponent(path);
   if (parent.empty()) return {};
   return PrivateDirectory::make(parent);
 }
 
-/// False, and a line in the system log, when the list could not be written; the errors that follow
-/// have no room for it.
+/// Logs a failure, which the caller's error cannot carry.
 bool rewrite(foundation::Dictionary list, const std::string& path) {
   const Result<> written = PropertyList::writeToFileAtomically(std::move(list), path);
   if (!written) foundation::systemLog("%@", written.error().localizedDescription());
@@ -118,10 +117,10 @@ Result<> QVTIPABuilder::resign(const std::string& app, const std::string& payloa
   signer_->setEntitlementsPath(entitlements);
   signer_->setResourceRulesPath(resourceRules);
   signer_->setEmbeddedProfilePath(profile_->path());
-  // The mark comes before the signature, which covers it.
+  // Before signing, since the signature covers the mark.
   if (!markInfoPlistForDistributionAtAppPath(app)) return failureOf(kMarkingInfoPlist);
   if (auto signedApp = signApp(app); !signedApp) return signedApp;
-  // The signer has removed them, or could not; what is in this folder goes into the .ipa.
+  // In case the signer could not: everything in this folder ends up in the .ipa.
   for (const std::string& path : {entitlements, resourceRules}) {
     if (!QVTFileSystemUtils::removeItemAtPathIfPresent(path)) return failureOf(kPreparingFolders);
   }

@@ -12,10 +12,10 @@
 
 inline constexpr std::string_view QVTIPABuilderErrorDomain = "QVTIPABuilderErrorDomain";
 
-/// Packs an app into an .ipa, re-signed and marked for distribution.
+/// Re-signs an app, marks it for distribution and packs it into an .ipa.
 class QVTIPABuilder {
  public:
-  /// Which step of packaging failed. Numbers -3 and -4 are not used.
+  /// The step that failed. -3 and -4 are not used.
   enum ErrorCode : long {
     kPreparingFolders = -1,
     kCopyingApp = -2,
@@ -30,30 +30,30 @@ class QVTIPABuilder {
     kRepairingEntitlements = -13
   };
 
-  /// Empty when no signer can be made for the certificate.
+  /// Empty if there is no `QVTCodeSigner` for the certificate.
   static std::shared_ptr<QVTIPABuilder> initWithProvisioningProfileDeveloperCertificate(
       std::shared_ptr<QVTProvisioningProfile> profile,
       std::shared_ptr<QVTDeveloperCertificate> developerCertificate);
 
   [[nodiscard]] const std::shared_ptr<QVTProvisioningProfile>& profile() const { return profile_; }
   [[nodiscard]] const std::shared_ptr<QVTCodeSigner>& signer() const { return signer_; }
-  /// A new folder name on every call; nothing is made there. Throws `foundation::Exception` when
-  /// the user has no temporary folder.
+  /// A new path on every call; no folder is made. Throws `foundation::Exception` when the temporary
+  /// folder cannot be used.
   [[nodiscard]] std::string workDirectory() const;
 
-  /// Copies the app at `source` into a new work folder, signs it there unless it bears the
-  /// distribution mark, and zips it to `destination`; an archive that is there is added to, and a
-  /// relative path is taken from the work folder. The error has an `ErrorCode`, the work folder as
-  /// "SourcePath", and the failing step's own error as "UnderlyingError". The work folder is
-  /// removed after success only.
+  /// Copies the app into a new work folder, signs it there unless it is already marked, and zips
+  /// it. An existing archive at `destination` is added to; a relative path starts at the work
+  /// folder. The error has an `ErrorCode`, the work folder as "SourcePath" and the error of the
+  /// failed step as "UnderlyingError", or `QVTTask::descriptionOfRun` for `zip`. The work folder is
+  /// removed only on success. Throws what `workDirectory` and `QVTTask` throw.
   bool packageSourceToDestinationPath(const std::string& source, const std::string& destination,
                                       foundation::ErrorSlot error = nullptr) const;
 
-  /// Takes the right to beta reports out of an entitlements file. False when the file holds no
-  /// dictionary or cannot be written.
+  /// Removes the entitlement to beta reports from the file. False if the file is not a dictionary
+  /// or cannot be written.
   bool repairEntitlements(const std::string& path) const;
   [[nodiscard]] bool infoPlistAlreadyHasDistribution(const std::string& appPath) const;
-  /// False when there is no dictionary in the app's Info.plist or it cannot be written.
+  /// False if the app's Info.plist is not a dictionary, leads out of the app, or cannot be written.
   bool markInfoPlistForDistributionAtAppPath(const std::string& appPath) const;
 
  private:

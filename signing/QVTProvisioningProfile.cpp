@@ -59,7 +59,7 @@ std::shared_ptr<QVTProvisioningProfile> QVTProvisioningProfile::initWithPathKeyc
   return profile;
 }
 
-/// False when there is a list of prefixes without a first one.
+/// False if the list of prefixes exists but is empty.
 bool QVTProvisioningProfile::readPrefix() {
   if (const auto* prefixes = arrayAt(file_.contents, "ApplicationIdentifierPrefix")) {
     if (prefixes->empty()) return false;
@@ -100,7 +100,7 @@ std::optional<Dictionary> QVTProvisioningProfile::dictionaryForMobileProvisionAt
   }
   auto profile = package::ProvisioningProfile::parse(message->bytes());
   if (profile) return std::move(profile->contents);
-  // What the property-list reader says; a file without a list is not worth a line.
+  // Log only what the property-list reader says.
   if (profile.error().domain == foundation::kCocoaErrorDomain) {
     foundation::systemLog("Error serializing provision data %@", profile.error());
   }

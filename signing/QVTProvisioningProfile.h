@@ -15,24 +15,24 @@
 inline constexpr std::string_view QVTProvisioningProfileErrorDomain =
     "QVTProvisioningProfileErrorDomain";
 
-/// A provisioning profile: who may run which app, signed with which certificates. A field whose key
-/// is missing, or whose value is of another type, is absent.
+/// A provisioning profile: which devices may run which app, signed with which certificates. A value
+/// that is missing or of another type is absent.
 class QVTProvisioningProfile {
  public:
   using Certificates = std::vector<std::shared_ptr<QVTDeveloperCertificate>>;
 
-  /// Looks for private keys in the default keychains.
+  /// Searches the default keychains for private keys.
   static std::shared_ptr<QVTProvisioningProfile> initWithPath(
       const std::optional<std::string>& path);
-  /// Empty when there is no file, when it yields no dictionary, and when its list of identifier
-  /// prefixes is there but empty.
+  /// Empty if `dictionaryForMobileProvisionAtPath` is absent, or the list of identifier prefixes
+  /// exists but is empty.
   static std::shared_ptr<QVTProvisioningProfile> initWithPathKeychainPath(
       const std::optional<std::string>& path, const std::optional<std::string>& keychainPath);
 
   [[nodiscard]] const std::string& path() const { return path_; }
-  /// What the file says, read once.
+  /// The file's contents, read once.
   [[nodiscard]] const package::ProvisioningProfile& file() const { return file_; }
-  /// In the file's order, without those that cannot be read.
+  /// In the file's order, without entries that are not certificates.
   [[nodiscard]] const Certificates& developerCertificates() const { return developerCertificates_; }
   [[nodiscard]] const std::optional<std::string>& bundleIdentifier() const {
     return bundleIdentifier_;
@@ -41,7 +41,7 @@ class QVTProvisioningProfile {
     return bundleIdentifierWithAppIdPrefix_;
   }
   [[nodiscard]] bool getTaskAllow() const { return getTaskAllow_; }
-  /// True for an iOS profile, by the file's name.
+  /// Whether it is an iOS profile, by its file name.
   [[nodiscard]] bool mobile() const { return mobile_; }
   [[nodiscard]] const std::optional<foundation::Date>& expirationDate() const {
     return expirationDate_;
@@ -63,34 +63,33 @@ class QVTProvisioningProfile {
     return creationDate_;
   }
 
-  /// The profile's property list. Absent when `package::ProvisioningProfile` cannot be read from
-  /// the file; the system log says so of a file or a list that cannot be read.
+  /// The property list that `package::ProvisioningProfile` finds; absent if there is none. The
+  /// system log says why a file or a list cannot be read.
   static std::optional<foundation::Dictionary> dictionaryForMobileProvisionAtPath(
       const std::string& path);
-  /// Entries that are no certificates are left out.
+  /// Skips entries that are not certificates.
   static Certificates parseDeveloperCertificatesKeychainPath(
       const foundation::Array& certificates, const std::optional<std::string>& keychainPath);
 
-  /// The first certificate with exactly this signing identity; empty without one.
+  /// The first certificate with exactly this signing identity; empty if there is none.
   [[nodiscard]] std::shared_ptr<QVTDeveloperCertificate> certForCodeSignIdentity(
       const std::optional<std::string>& identity) const;
-  /// The first certificate whose private key is at hand; without one the error is -1, and its
-  /// "Details" name every certificate.
+  /// The first certificate with a private key, else `noPrivateKeyError`.
   std::shared_ptr<QVTDeveloperCertificate> certWithPrivateKeyAvailableOrError(
       foundation::ErrorSlot error) const;
   [[nodiscard]] std::shared_ptr<QVTDeveloperCertificate> certWithPrivateKeyAvailable() const;
-  /// That error.
+  /// Code -1; "Details" has every certificate's common name, one per line.
   [[nodiscard]] foundation::Error noPrivateKeyError() const;
 
-  /// Compares component by component; "*" stands for any one. Components beyond this profile's are
-  /// not looked at, so a profile for com.example also matches com.example.app.
+  /// Compares component by component; "*" matches any. Further components are ignored, so a profile
+  /// for com.example also matches com.example.app.
   [[nodiscard]] bool matchesBundleIdentifier(
       const std::optional<std::string>& bundleIdentifier) const;
-  /// The newest installed profile of the same name, kind and identifier that is newer than this
-  /// one; empty without one.
+  /// The newest installed profile with the same name, kind and identifier that was made after this
+  /// one; empty if there is none.
   [[nodiscard]] std::shared_ptr<QVTProvisioningProfile> findNewerMatchForProvisioningProfile()
       const;
-  /// The same among these, for who asks it of many and has read the installed ones once.
+  /// The same among these, for callers that ask about many profiles.
   [[nodiscard]] std::shared_ptr<QVTProvisioningProfile> newestMatchAmong(
       std::vector<std::shared_ptr<QVTProvisioningProfile>> profiles) const;
 
@@ -99,7 +98,7 @@ class QVTProvisioningProfile {
   static std::shared_ptr<QVTProvisioningProfile> mobileProfileWithUUID(
       const std::optional<std::string>& uuid);
 
-  /// A copy of every field but the UUID, which the copy has not.
+  /// A copy without the UUID.
   [[nodiscard]] std::shared_ptr<QVTProvisioningProfile> copyWithZone() const;
   [[nodiscard]] std::string description() const;
 

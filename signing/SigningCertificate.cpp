@@ -29,7 +29,7 @@ std::string placeOf(const std::optional<std::string>& keychainPath) {
       foundation::FileManager::homeDirectory(), "Library/Keychains"));
 }
 
-/// Whose the private keys are, as far as their certificates are there too.
+/// Names the owners of the private keys whose certificates are in the keychain, too.
 std::string holdings(const foundation::Keychain& keychain) {
   const auto count = keychain.privateKeys().size();
   if (count == 0) return "no private key";

@@ -21,12 +21,12 @@ std::string withoutTrailingSlashes(std::string_view path) {
   return std::string(path);
 }
 
-/// True for errors that tell of the machine and nothing about the file.
+/// Not about the file itself.
 bool isOfTheMachine(long error) {
   return error == EIO || error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
-/// Whoever took a bundle for one without information would go on with a half-described app.
+/// Throws rather than let callers continue with a half-described app.
 Dictionary infoOfBundle(const std::string& path) {
   for (const char* const name : {"Info.plist", "Contents/Info.plist"}) {
     const std::string file = appendingPathComponent(path, name);
