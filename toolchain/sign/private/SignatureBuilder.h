@@ -7,6 +7,7 @@
 #include "foundation/base/Value.h"
 #include "toolchain/bundle/IdentitySelection.h"
 #include "toolchain/common/Messages.h"
+#include "toolchain/image/MachOFile.h"
 #include "toolchain/signature/CodeDirectory.h"
 #include "toolchain/signature/Entitlements.h"
 #include "toolchain/signature/Hashing.h"
