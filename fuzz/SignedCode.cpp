@@ -11,9 +11,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (!image) return 0;
   for (const toolchain::Slice& slice : image->slices()) {
     const foundation::Bytes code = image->bytesOf(slice);
-    if (slice.embeddedInfoPlist) {
-      fuzz::ignore(foundation::PropertyList::parse(
-          code.subspan(slice.embeddedInfoPlist->offset, slice.embeddedInfoPlist->size)));
+    if (const auto list = image->embeddedInfoPlist(slice)) {
+      fuzz::ignore(foundation::PropertyList::parse(*list));
     }
     fuzz::ignore(toolchain::checkSegments(slice));
     if (!slice.signature) continue;

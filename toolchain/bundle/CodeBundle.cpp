@@ -96,10 +96,9 @@ std::string embeddedIdentifier(const fs::path& file) {
   if (!mapped) return {};
   const auto image = MachOFile::parse(mapped->bytes());
   if (!image) return {};
-  const Slice& slice = chosenSlice(*image, SlicePolicy::first);
-  if (!slice.embeddedInfoPlist) return {};
-  const auto value = foundation::PropertyList::parse(image->bytesOf(slice).subspan(
-      slice.embeddedInfoPlist->offset, slice.embeddedInfoPlist->size));
+  const auto embedded = image->embeddedInfoPlist(chosenSlice(*image, SlicePolicy::first));
+  if (!embedded) return {};
+  const auto value = foundation::PropertyList::parse(*embedded);
   if (!value || !value->dictionary()) return {};
   return foundation::stringAt(*value->dictionary(), "CFBundleIdentifier").value_or("");
 }

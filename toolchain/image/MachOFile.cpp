@@ -126,6 +126,11 @@ Bytes MachOFile::signatureArea(const Slice& slice) const {
   return bytesOf(slice).subspan(slice.signature->data.offset, slice.signature->data.size);
 }
 
+std::optional<Bytes> MachOFile::embeddedInfoPlist(const Slice& slice) const {
+  if (!slice.embeddedInfoPlist) return std::nullopt;
+  return bytesOf(slice).subspan(slice.embeddedInfoPlist->offset, slice.embeddedInfoPlist->size);
+}
+
 bool MachOFile::isSigned() const {
   return std::any_of(slices_.begin(), slices_.end(),
                      [](const Slice& slice) { return slice.signature.has_value(); });

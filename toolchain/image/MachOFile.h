@@ -101,6 +101,8 @@ class MachOFile {
   }
   /// What LC_CODE_SIGNATURE points to; empty for an unsigned slice.
   [[nodiscard]] Bytes signatureArea(const Slice& slice) const;
+  /// The content of __TEXT,__info_plist; absent without it.
+  [[nodiscard]] std::optional<Bytes> embeddedInfoPlist(const Slice& slice) const;
   /// True if any slice has LC_CODE_SIGNATURE.
   [[nodiscard]] bool isSigned() const;
 

@@ -20,10 +20,7 @@ void FileSigner::cover(std::optional<Bytes> infoPlist, std::optional<Bytes> reso
 /// A loose file's Info.plist is embedded in each slice.
 SignatureContent FileSigner::contentFor(const Slice& slice) const {
   SignatureContent content = content_;
-  if (!content.infoPlist && slice.embeddedInfoPlist) {
-    content.infoPlist = image_.bytesOf(slice).subspan(slice.embeddedInfoPlist->offset,
-                                                      slice.embeddedInfoPlist->size);
-  }
+  if (!content.infoPlist) content.infoPlist = image_.embeddedInfoPlist(slice);
   return content;
 }
 

@@ -78,14 +78,11 @@ std::optional<Complaint> checkCoverage(const MachOFile& image) {
 }
 
 /// The property list in a loose file, if its signature covers one.
-std::optional<Bytes> embeddedInfoPlist(const MachOFile& image, const Slice& slice) {
-  if (!slice.embeddedInfoPlist) return std::nullopt;
+std::optional<Bytes> coveredInfoPlist(const MachOFile& image, const Slice& slice) {
   const auto signature = EmbeddedSignature::parse(image.signatureArea(slice));
-  if (!signature || foundation::isZero(signature->primary().specialHash(slot::kInfoPlist))) {
-    return std::nullopt;
-  }
-  return foundation::slice(image.bytesOf(slice), slice.embeddedInfoPlist->offset,
-                           slice.embeddedInfoPlist->size);
+  const bool isCovered =
+      signature && !foundation::isZero(signature->primary().specialHash(slot::kInfoPlist));
+  return isCovered ? image.embeddedInfoPlist(slice) : std::nullopt;
 }
 
 std::string quoted(const std::string& text) { return '"' + text + '"'; }
@@ -202,7 +199,7 @@ class Verifier {
       SliceEvidence evidence{slice, image.signatureArea(slice), {}, {}, {}, {}};
       evidence.code = {bytes.first(slice.signature->data.offset)};
       evidence.infoPlist =
-          code.infoPlist ? std::optional(code.infoPlist->bytes()) : embeddedInfoPlist(image, slice);
+          code.infoPlist ? std::optional(code.infoPlist->bytes()) : coveredInfoPlist(image, slice);
       evidence.resources = seal;
       auto result = checkSignature(evidence);
       if (!result) {
