@@ -35,6 +35,10 @@ Error posixError(int errnoValue, std::string what, std::string_view path) {
   return error;
 }
 
+Error fileError(int errnoValue, std::string_view action, const std::string& path) {
+  return posixError(errnoValue, "cannot " + std::string(action) + ' ' + path, path);
+}
+
 Error makeError(std::string_view domain, long code, std::string description) {
   Error error{std::string(domain), code, {}};
   error.userInfo.emplace(kDescriptionKey, std::move(description));

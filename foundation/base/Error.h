@@ -29,6 +29,8 @@ inline constexpr std::string_view kURLErrorDomain = "NSURLErrorDomain";
 /// "`what`: <system's text>", and "NSFilePath" unless `path` is empty. `what` is, for example,
 /// "cannot open /a/b".
 Error posixError(int errnoValue, std::string what, std::string_view path = {});
+/// The same for "cannot `action` `path`".
+Error fileError(int errnoValue, std::string_view action, const std::string& path);
 
 /// An error whose user info has only a description.
 Error makeError(std::string_view domain, long code, std::string description);

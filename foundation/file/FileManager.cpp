@@ -5,13 +5,12 @@
 #include <cstdio>
 #include <new>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
 
-#include "foundation/base/Handle.h"
-#include "foundation/base/Path.h"
+#include "foundation/file/DirectoryWalk.h"
+#include "foundation/file/private/FileItems.h"
 #include "foundation/host/Host.h"
 #include "foundation/process/Interruption.h"
 #include "foundation/process/ProcessInfo.h"
@@ -22,12 +21,6 @@ namespace foundation::FileManager {
 namespace fs = std::filesystem;
 
 namespace {
-
-using DirectoryHandle = Handle<DIR, ::closedir>;
-
-Error failure(const char* what, const fs::path& path, int error) {
-  return posixError(error, std::string("cannot ") + what + " " + path.string(), path.native());
-}
 
 /// Fills `buffer` from the file until it is full or the file ends; the bytes read, or -1 with
 /// errno.
@@ -53,7 +46,7 @@ Result<Data> readUntilEnd(int file, const fs::path& path) {
     const std::size_t before = bytes.size();
     bytes.resize(before + chunk);
     const ssize_t count = readFully(file, std::span(bytes).subspan(before));
-    if (count < 0) return failure("read", path, errno);
+    if (count < 0) return fileError(errno, "read", path);
     bytes.resize(before + static_cast<std::size_t>(count));
     if (static_cast<std::size_t>(count) < chunk) return Data(std::move(bytes));
   }
@@ -62,7 +55,7 @@ Result<Data> readUntilEnd(int file, const fs::path& path) {
 Result<Data> readSized(int file, std::size_t size, const fs::path& path) {
   std::shared_ptr<std::byte[]> buffer = std::make_shared_for_overwrite<std::byte[]>(size);
   const ssize_t count = readFully(file, {buffer.get(), size});
-  if (count < 0) return failure("read", path, errno);
+  if (count < 0) return fileError(errno, "read", path);
   const Bytes bytes(buffer.get(), static_cast<std::size_t>(count));
   return Data(std::move(buffer), bytes);
 }
@@ -76,10 +69,10 @@ struct OpenFile {
 /// Does not wait for a pipe's writer.
 Result<OpenFile> openToRead(const fs::path& path, Links links = Links::followed) {
   FileDescriptor file = openFile(path, O_RDONLY | O_NONBLOCK, links);
-  if (!file) return failure("open", path, errno);
+  if (!file) return fileError(errno, "open", path);
   struct stat details {};
-  if (::fstat(file.get(), &details) != 0) return failure("examine", path, errno);
-  if (S_ISDIR(details.st_mode)) return failure("read", path, EISDIR);
+  if (::fstat(file.get(), &details) != 0) return fileError(errno, "examine", path);
+  if (S_ISDIR(details.st_mode)) return fileError(EISDIR, "read", path);
   return OpenFile{std::move(file), details.st_mode, static_cast<std::size_t>(details.st_size)};
 }
 
@@ -88,7 +81,7 @@ Result<Data> readRegular(const OpenFile& open, const fs::path& path) {
     if (open.size == 0) return readUntilEnd(open.file.get(), path);
     return readSized(open.file.get(), open.size, path);
   } catch (const std::bad_alloc&) {
-    return failure("read", path, ENOMEM);
+    return fileError(ENOMEM, "read", path);
   }
 }
 
@@ -112,7 +105,7 @@ Result<Data> readPiped(int file, const fs::path& path) {
     if (count > 0) {
       filled += static_cast<std::size_t>(count);
     } else if (errno != EINTR && errno != EAGAIN) {
-      return failure("read", path, errno);
+      return fileError(errno, "read", path);
     }
   }
   return makeError(kPOSIXErrorDomain, EFBIG, path.string() + " is longer than 1 MiB");
@@ -137,7 +130,7 @@ int takePermissionsOf(const fs::path& path, int file) {
   if (::lstat(path.c_str(), &old) != 0 || !S_ISREG(old.st_mode)) return 0;
   // Only root may give files away; for everybody else the new owner is the right one anyway.
   if (old.st_uid != ::geteuid() && ::fchown(file, old.st_uid, old.st_gid) != 0) errno = 0;
-  return ::fchmod(file, old.st_mode & 07777) == 0 ? 0 : errno;
+  return ::fchmod(file, old.st_mode & kPermissions) == 0 ? 0 : errno;
 }
 
 /// The whole content on disk, or an errno value.
@@ -145,8 +138,6 @@ int writeAndSync(int file, Bytes bytes) {
   if (const int error = writeFully(file, bytes)) return error;
   return ::fsync(file) == 0 ? 0 : errno;
 }
-
-bool isDotOrDotDot(std::string_view name) { return name == "." || name == ".."; }
 
 }  // namespace
 
@@ -182,7 +173,7 @@ bool isUsableInsideDirectory(const fs::path& item, const fs::path& folder) {
 Result<Data> contentsOfFile(const fs::path& path, Links links) {
   const auto open = openToRead(path, links);
   if (!open) return open.error();
-  if (!S_ISREG(open->mode)) return failure("read a pipe or device,", path, EINVAL);
+  if (!S_ISREG(open->mode)) return fileError(EINVAL, "read a pipe or device,", path);
   return readRegular(*open, path);
 }
 
@@ -196,23 +187,19 @@ Result<Data> contentsOfFileOrPipe(const fs::path& path) {
 Result<> createDirectoryWithIntermediates(const fs::path& path) {
   std::error_code problem;
   fs::create_directories(path, problem);
-  if (problem) return failure("make folder", path, problem.value());
-  if (!isDirectoryAtPath(path)) return failure("make folder", path, path.empty() ? ENOENT : EEXIST);
+  if (problem) return fileError(problem.value(), "make folder", path);
+  if (!isDirectoryAtPath(path))
+    return fileError(path.empty() ? ENOENT : EEXIST, "make folder", path);
   return {};
 }
 
 Result<std::vector<std::string>> contentsOfDirectoryAtPath(const fs::path& path) {
-  const DirectoryHandle folder(::opendir(path.c_str()));
-  if (!folder) return failure("list folder", path, errno);
-  std::vector<std::string> names;
-  for (;;) {
-    errno = 0;
-    const dirent* const entry = ::readdir(folder.get());
-    if (!entry) break;
-    if (!isDotOrDotDot(entry->d_name)) names.emplace_back(entry->d_name);
-  }
-  if (errno != 0) return failure("list folder", path, errno);
-  return names;
+  return entriesOf(openFile(path, O_RDONLY | O_DIRECTORY), path)
+      .map([](std::vector<DirectoryEntry> entries) {
+        std::vector<std::string> names;
+        for (DirectoryEntry& entry : entries) names.push_back(std::move(entry.path));
+        return names;
+      });
 }
 
 Result<std::vector<std::string>> visibleContentsOfDirectoryAtPath(const fs::path& path) {
@@ -222,26 +209,14 @@ Result<std::vector<std::string>> visibleContentsOfDirectoryAtPath(const fs::path
 }
 
 Result<std::vector<std::string>> subpathsOfDirectoryAtPath(const fs::path& path) {
-  Result<std::vector<std::string>> top = contentsOfDirectoryAtPath(path);
-  if (!top) return top.error();
   std::vector<std::string> found;
-  std::vector<std::string> waiting(top->rbegin(), top->rend());
-  while (!waiting.empty()) {
-    std::string subpath = std::move(waiting.back());
-    waiting.pop_back();
-    struct stat details {};
-    const bool isFolder =
-        ::lstat((path / subpath).c_str(), &details) == 0 && S_ISDIR(details.st_mode);
-    if (isFolder) {
-      if (const auto names = contentsOfDirectoryAtPath(path / subpath)) {
-        for (auto name = names->rbegin(); name != names->rend(); ++name) {
-          waiting.push_back(appendingPathComponent(subpath, *name));
-        }
-      }
-    }
-    found.push_back(std::move(subpath));
-  }
-  return found;
+  const auto add = [&](const DirectoryEntry& entry, int) {
+    found.push_back(entry.path);
+    return true;
+  };
+  return walkDirectory(path, Links::followed, add, Unreadable::skipped).map([&] {
+    return std::move(found);
+  });
 }
 
 std::optional<Date> creationDateOfItemAtPath(const fs::path& path) {
@@ -260,14 +235,14 @@ Result<> writeAtomically(Bytes bytes, const fs::path& path) {
   const fs::path beside =
       path.parent_path() / (".sendoff-" + ProcessInfo::globallyUniqueString() + ".tmp");
   FileDescriptor file(::open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-  if (!file) return failure("write", path, errno);
+  if (!file) return fileError(errno, "write", path);
   int error = takePermissionsOf(path, file.get());
   if (!error) error = writeAndSync(file.get(), bytes);
   if (::close(file.release()) != 0 && !error) error = errno;
   if (!error && std::rename(beside.c_str(), path.c_str()) != 0) error = errno;
   if (!error) return {};
   ::unlink(beside.c_str());
-  return failure("write", path, error);
+  return fileError(error, "write", path);
 }
 
 }  // namespace foundation::FileManager

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include "foundation/base/Path.h"
+#include "foundation/file/private/FileItems.h"
 #include "foundation/host/Host.h"
 
 namespace foundation {
@@ -15,10 +16,6 @@ namespace foundation {
 namespace {
 
 constexpr std::size_t kLongestContent = 4096;
-
-Error lockFailure(const std::string& path, int error) {
-  return posixError(error, "cannot lock " + path, path);
-}
 
 /// True when the item is this user's own and of this type.
 bool isOwn(int descriptor, mode_t type, struct stat& details) {
@@ -74,8 +71,7 @@ bool isStillThere(int folder, const std::string& name, int file) {
   struct stat named {};
   struct stat opened {};
   return ::fstatat(folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-         ::fstat(file, &opened) == 0 && named.st_dev == opened.st_dev &&
-         named.st_ino == opened.st_ino;
+         ::fstat(file, &opened) == 0 && isSameItem(named, opened);
 }
 
 }  // namespace
@@ -89,13 +85,13 @@ Result<LockFile> LockFile::take(const std::string& folder, const std::string& na
   for (;;) {
     // Nobody removes the parent, so this failure is final.
     if (missing == Missing::make && ::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-      return lockFailure(folder, errno);
+      return fileError(errno, "lock", folder);
     }
     taken.folder_ = openFolder(folder);
     if (taken.folder_) taken.file_ = openFile(taken.folder_.get(), name, missing);
     if (!taken.folder_ || !taken.file_) {
       if (errno != ENOENT) {
-        Error failure = lockFailure(appendingPathComponent(folder, name), errno);
+        Error failure = fileError(errno, "lock", appendingPathComponent(folder, name));
         // Where it has been made just now; one with entries stays.
         if (missing == Missing::make) ::rmdir(folder.c_str());
         return failure;
@@ -104,7 +100,7 @@ Result<LockFile> LockFile::take(const std::string& folder, const std::string& na
       continue;
     }
     const std::optional<Lock> lock = tryLock(taken.file_.get());
-    if (!lock) return lockFailure(appendingPathComponent(folder, name), errno);
+    if (!lock) return fileError(errno, "lock", appendingPathComponent(folder, name));
     if (*lock == Lock::held) return LockFile();
     taken.isExclusive_ = *lock == Lock::taken;
     if (isStillThere(taken.folder_.get(), name, taken.file_.get())) return taken;

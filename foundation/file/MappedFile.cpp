@@ -18,24 +18,21 @@ Result<MappedFile> MappedFile::open(const std::filesystem::path& path, Links lin
 
 Result<MappedFile> MappedFile::open(const std::filesystem::path& path, FileDescriptor& file,
                                     Links links) {
-  const auto failed = [&path](const char* what, int error) {
-    return posixError(error, std::string("cannot ") + what + " " + path.string(), path.native());
-  };
   // Without O_NONBLOCK a pipe would keep the call waiting for a writer.
   file = openFile(path, O_RDONLY | O_NONBLOCK, links);
-  if (!file) return failed("open", errno);
+  if (!file) return fileError(errno, "open", path);
   struct stat details {};
-  if (::fstat(file.get(), &details) != 0) return failed("examine", errno);
-  if (S_ISDIR(details.st_mode)) return failed("map", EISDIR);
-  if (!S_ISREG(details.st_mode)) return failed("map", EINVAL);
+  if (::fstat(file.get(), &details) != 0) return fileError(errno, "examine", path);
+  if (S_ISDIR(details.st_mode)) return fileError(EISDIR, "map", path);
+  if (!S_ISREG(details.st_mode)) return fileError(EINVAL, "map", path);
   MappedFile mapped;
   if (details.st_size == 0) return Result<MappedFile>(std::move(mapped));
   if (static_cast<std::uintmax_t>(details.st_size) > std::numeric_limits<std::size_t>::max()) {
-    return failed("map", EFBIG);
+    return fileError(EFBIG, "map", path);
   }
   const auto size = static_cast<std::size_t>(details.st_size);
   void* const address = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.get(), 0);
-  if (address == MAP_FAILED) return failed("map", errno);
+  if (address == MAP_FAILED) return fileError(errno, "map", path);
   mapped.bytes_ = {static_cast<const std::byte*>(address), size};
   mapped.guard_ = MappingGuard(mapped.bytes_, path);
   return Result<MappedFile>(std::move(mapped));

@@ -40,7 +40,7 @@ Result<std::string> substituteFor(const std::string& taken, uid_t owner) {
   if (path.empty()) {
     std::string made = taken + "-XXXXXX";
     if (!::mkdtemp(made.data())) {
-      return posixError(errno, "cannot make temporary folder " + made, made);
+      return fileError(errno, "make temporary folder", made);
     }
     path = made;
     static const int registered = std::atexit(removeSubstituteIfEmpty);
@@ -54,11 +54,11 @@ Result<std::string> substituteFor(const std::string& taken, uid_t owner) {
 /// The folder, made for this user alone where there is none.
 Result<std::string> privateFolder(const std::string& path) {
   if (::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-    return posixError(errno, "cannot make temporary folder " + path, path);
+    return fileError(errno, "make temporary folder", path);
   }
   struct stat details {};
   if (::lstat(path.c_str(), &details) != 0) {
-    return posixError(errno, "cannot examine temporary folder " + path, path);
+    return fileError(errno, "examine temporary folder", path);
   }
   if (details.st_uid != ::geteuid()) return substituteFor(path, details.st_uid);
   if (!S_ISDIR(details.st_mode)) {
@@ -100,8 +100,7 @@ Result<std::string> temporaryDirectory() {
     // Some tools run in another folder.
     std::error_code problem;
     std::string folder = std::filesystem::absolute(*given, problem);
-    if (problem)
-      return posixError(problem.value(), "cannot use temporary folder " + *given, *given);
+    if (problem) return fileError(problem.value(), "use temporary folder", *given);
     if (folder.back() != '/') folder += '/';
     return folder;
   }

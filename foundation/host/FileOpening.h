@@ -18,6 +18,9 @@ enum class Links {
 FileDescriptor openFile(const std::filesystem::path& path, int flags,
                         Links links = Links::followed);
 
+/// The same for something below an open folder, without following links.
+FileDescriptor openFileIn(int folder, const std::filesystem::path& path, int flags);
+
 /// Opens a folder for calls that name items in it; it need not be readable.
 FileDescriptor openFolder(const std::filesystem::path& path, Links links = Links::followed);
 

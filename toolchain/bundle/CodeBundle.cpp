@@ -5,9 +5,9 @@
 
 #include "foundation/base/Path.h"
 #include "foundation/base/Text.h"
+#include "foundation/file/DirectoryWalk.h"
 #include "foundation/file/FileManager.h"
 #include "foundation/format/PropertyList.h"
-#include "toolchain/common/BundleWalk.h"
 #include "toolchain/common/Messages.h"
 #include "toolchain/common/SignatureFault.h"
 #include "toolchain/signature/EmbeddedSignature.h"
@@ -15,6 +15,7 @@
 namespace toolchain {
 
 namespace fs = std::filesystem;
+using foundation::DirectoryEntry;
 using foundation::Links;
 
 namespace {
@@ -223,15 +224,16 @@ std::size_t FolderSet::countAround(const std::string& path) const {
 
 Result<std::vector<fs::path>> nestedBundles(const CodeBundle& bundle) {
   std::vector<fs::path> found;
-  const auto walked = walkFolder(bundle.base, [&](const FolderEntry& entry) {
-    if (entry.kind != FolderEntry::Kind::folder) return false;
-    const std::string extension = foundation::pathExtension(entry.path);
-    if (extension == "dSYM") return false;
-    if (!extension.empty() && isCodeBundle(bundle.base / entry.path)) {
-      found.push_back(bundle.base / entry.path);
-    }
-    return true;
-  });
+  const auto walked =
+      foundation::walkDirectory(bundle.base, Links::refused, [&](const DirectoryEntry& entry, int) {
+        if (entry.kind != DirectoryEntry::Kind::folder) return false;
+        const std::string extension = foundation::pathExtension(entry.path);
+        if (extension == "dSYM") return false;
+        if (!extension.empty() && isCodeBundle(bundle.base / entry.path)) {
+          found.push_back(bundle.base / entry.path);
+        }
+        return true;
+      });
   if (!walked) return walked.error();
   const FolderSet bundles(found);
   for (const fs::path& path : found) {
@@ -257,17 +259,18 @@ Result<std::vector<fs::path>> nestedCode(const CodeBundle& bundle) {
   }
   std::sort(executables.begin(), executables.end());
   std::vector<fs::path> loose;
-  const auto walked = walkFolder(bundle.base, [&](const FolderEntry& entry) {
-    if (entry.kind == FolderEntry::Kind::folder) {
-      return foundation::pathExtension(entry.path) != "dSYM";
-    }
-    const fs::path path = bundle.base / entry.path;
-    if (entry.kind == FolderEntry::Kind::file && isLooseCode(path) &&
-        !std::binary_search(executables.begin(), executables.end(), path)) {
-      loose.push_back(path);
-    }
-    return false;
-  });
+  const auto walked =
+      foundation::walkDirectory(bundle.base, Links::refused, [&](const DirectoryEntry& entry, int) {
+        if (entry.kind == DirectoryEntry::Kind::folder) {
+          return foundation::pathExtension(entry.path) != "dSYM";
+        }
+        const fs::path path = bundle.base / entry.path;
+        if (entry.kind == DirectoryEntry::Kind::file && isLooseCode(path) &&
+            !std::binary_search(executables.begin(), executables.end(), path)) {
+          loose.push_back(path);
+        }
+        return false;
+      });
   if (!walked) return walked.error();
   std::sort(loose.begin(), loose.end());
   loose.insert(loose.end(), found->begin(), found->end());

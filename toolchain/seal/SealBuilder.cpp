@@ -6,8 +6,8 @@
 
 #include "foundation/base/Path.h"
 #include "foundation/base/Text.h"
+#include "foundation/file/DirectoryWalk.h"
 #include "foundation/host/FileOpening.h"
-#include "toolchain/common/BundleWalk.h"
 #include "toolchain/common/Messages.h"
 #include "toolchain/seal/ResourceSeal.h"
 
@@ -16,7 +16,8 @@ namespace toolchain {
 namespace {
 
 namespace fs = std::filesystem;
-using Kind = FolderEntry::Kind;
+using foundation::DirectoryEntry;
+using Kind = DirectoryEntry::Kind;
 
 Result<std::string> linkTarget(const fs::path& link) {
   const auto folder = foundation::openFolder(link.parent_path(), foundation::Links::refused);
@@ -24,9 +25,7 @@ Result<std::string> linkTarget(const fs::path& link) {
   const ssize_t size =
       folder ? ::readlinkat(folder.get(), link.filename().c_str(), target.data(), target.size())
              : -1;
-  if (size < 0) {
-    return foundation::posixError(errno, "cannot read link " + link.string(), link.native());
-  }
+  if (size < 0) return foundation::fileError(errno, "read link", link);
   target.resize(static_cast<std::size_t>(size));
   return target;
 }
@@ -47,14 +46,14 @@ class SealContents::Collector {
                                     [](const ResourceRule& rule) { return rule.nested; })) {}
 
   Result<> collect() {
-    std::optional<foundation::Error> refusal;
-    const auto walked = walkFolder(bundle_.base, [&](const FolderEntry& entry) {
+    const auto takeSealed = [&](const DirectoryEntry& entry, int) -> Result<bool> {
       if (isAlwaysExcluded(entry)) return false;
       if (options_.ignore && options_.ignore(absolute(entry.path))) return false;
-      return take(entry, refusal);
-    });
-    if (!walked) return walked.error();
-    if (refusal) return *refusal;
+      return take(entry);
+    };
+    const auto walked =
+        foundation::walkDirectory(bundle_.base, foundation::Links::refused, takeSealed);
+    if (!walked) return walked;
     std::sort(files_.begin(), files_.end());
     std::sort(nestedFiles_.begin(), nestedFiles_.end());
     return {};
@@ -93,7 +92,7 @@ class SealContents::Collector {
 
   /// What is never sealed, whatever the rules say: executable and seal, a notarisation ticket, the
   /// receipt of a store. Code has no business in the last two.
-  [[nodiscard]] bool isAlwaysExcluded(const FolderEntry& entry) const {
+  [[nodiscard]] bool isAlwaysExcluded(const DirectoryEntry& entry) const {
     if (entry.path == executable_) return true;
     if (entry.kind == Kind::folder) return entry.path == "_CodeSignature";
     if (entry.path != "CodeResources" && !entry.path.starts_with("_MASReceipt/")) return false;
@@ -101,7 +100,7 @@ class SealContents::Collector {
   }
 
   /// Files one entry; true for a folder that is to be entered.
-  bool take(const FolderEntry& entry, std::optional<foundation::Error>& refusal) {
+  Result<bool> take(const DirectoryEntry& entry) {
     if (entry.kind == Kind::folder) {
       if (!isNestedBundle(entry.path)) return true;
       nestedBundles_.push_back(entry.path);
@@ -109,15 +108,12 @@ class SealContents::Collector {
     }
     const bool isLink = entry.kind == Kind::link;
     if (!foundation::isUTF8(entry.path)) {
-      refusal = failure("the name " + absolute(entry.path) + " is not UTF-8");
-      return false;
+      return failure("the name " + absolute(entry.path) + " is not UTF-8");
     }
     if (entry.kind == Kind::other ||
         (isLink && foundation::lastPathComponent(entry.path) == ".DS_Store")) {
-      refusal =
-          failure("unsupported resource found (something not a directory, file or symlink): " +
-                  absolute(entry.path));
-      return false;
+      return failure("unsupported resource found (something not a directory, file or symlink): " +
+                     absolute(entry.path));
     }
     if (!isLink && isNestedFile(entry.path)) {
       nestedFiles_.push_back(entry.path);

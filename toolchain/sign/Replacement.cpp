@@ -23,7 +23,7 @@ namespace toolchain {
 
 namespace fs = std::filesystem;
 using foundation::FileDescriptor;
-using foundation::posixError;
+using foundation::fileError;
 
 namespace {
 
@@ -86,10 +86,6 @@ void removeQuietly(const fs::path& item) {
   static_cast<void>(removed);
 }
 
-foundation::Error cannot(std::string_view what, const fs::path& path, int error) {
-  return posixError(error, "cannot " + std::string(what) + ' ' + path.string(), path.native());
-}
-
 }  // namespace
 
 Result<> NewFile::write(std::uint64_t offset, const Pieces& content,
@@ -98,7 +94,7 @@ Result<> NewFile::write(std::uint64_t offset, const Pieces& content,
     for (std::size_t done = 0; done < piece.size(); done += kStep) {
       const Bytes step = piece.subspan(done, std::min(kStep, piece.size() - done));
       if (const int error = takeOver(file_.get(), offset + done, step, source)) {
-        return cannot("write", target_, error);
+        return fileError(error, "write", target_);
       }
       if (step.size() == kStep) foundation::beginFlush(file_.get(), offset + done, kStep);
     }
@@ -108,7 +104,7 @@ Result<> NewFile::write(std::uint64_t offset, const Pieces& content,
 }
 
 Result<> NewFile::flush() const {
-  return ::fsync(file_.get()) == 0 ? Result<>() : cannot("write", target_, errno);
+  return ::fsync(file_.get()) == 0 ? Result<>() : fileError(errno, "write", target_);
 }
 
 Replacement::~Replacement() {
@@ -146,7 +142,7 @@ Result<> Replacement::makeFolder(const fs::path& folder) {
   const Place place(folder);
   constexpr mode_t kNewFolder = 0777;
   if (!place || ::mkdirat(place.folder(), place.name(), kNewFolder) != 0) {
-    return cannot("make folder", folder, errno);
+    return fileError(errno, "make folder", folder);
   }
   madeFolders_.push_back(folder);
   return {};
@@ -159,12 +155,12 @@ Result<NewFile> Replacement::prepare(const fs::path& target, std::uint64_t size,
   if (!place && (errno == ENOTDIR || errno == ELOOP)) {
     return failure(target.parent_path().string() + " is not a folder");
   }
-  if (!place) return cannot("write beside", target, errno);
+  if (!place) return fileError(errno, "write beside", target);
   const fs::path temporary = besides(target);
   constexpr mode_t kNewFile = 0666;
   FileDescriptor file(::openat(place.folder(), temporary.filename().c_str(),
                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kNewFile));
-  if (!file) return cannot("write beside", target, errno);
+  if (!file) return fileError(errno, "write beside", target);
   prepared_.push_back({target, temporary});
   // Opening a pipe without O_NONBLOCK would wait for a writer.
   constexpr int kReading = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
@@ -175,7 +171,8 @@ Result<NewFile> Replacement::prepare(const fs::path& target, std::uint64_t size,
     const auto copied = foundation::copyAttributes(old.get(), file.get(), like.native());
     if (!copied) return copied.error();
   }
-  if (::ftruncate(file.get(), static_cast<off_t>(size)) != 0) return cannot("write", target, errno);
+  if (::ftruncate(file.get(), static_cast<off_t>(size)) != 0)
+    return fileError(errno, "write", target);
   return NewFile(target, temporary, std::move(file));
 }
 
@@ -191,7 +188,7 @@ Result<NewFile> Replacement::prepare(const fs::path& target, const Pieces& conte
 /// A second name for the old file, so that it can be restored; empty when there is no old file.
 Result<fs::path> Replacement::keepOld(const fs::path& target) {
   const Place place(target);
-  if (!place) return cannot("keep", target, errno);
+  if (!place) return fileError(errno, "keep", target);
   const fs::path backup = besides(target);
   const std::string name = backup.filename();
   if (::linkat(place.folder(), place.name(), place.folder(), name.c_str(), 0) == 0) return backup;
@@ -201,7 +198,7 @@ Result<fs::path> Replacement::keepOld(const fs::path& target) {
   }
   // Not every file system has hard links.
   if (place.rename(place.name(), name)) return backup;
-  return cannot("keep", target, errno);
+  return fileError(errno, "keep", target);
 }
 
 Result<> Replacement::commit(const std::vector<fs::path>& targets) {
@@ -219,7 +216,7 @@ Result<> Replacement::commit(const std::vector<fs::path>& targets) {
     const bool isMoved = place && place.rename(one->temporary.filename(), place.name());
     const int error = errno;
     done_.push_back({target, std::move(*backup)});
-    if (!isMoved) return cannot("replace", target, error);
+    if (!isMoved) return fileError(error, "replace", target);
     own_.erase(one->temporary.native());
     prepared_.erase(one);
   }
@@ -230,7 +227,7 @@ Result<> Replacement::remove(const fs::path& target) {
   const fs::path backup = besides(target);
   const Place place(target);
   if (!place || !place.rename(place.name(), backup.filename())) {
-    return cannot("remove", target, errno);
+    return fileError(errno, "remove", target);
   }
   done_.push_back({target, backup});
   return {};

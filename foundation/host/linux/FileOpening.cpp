@@ -13,8 +13,9 @@ namespace foundation {
 namespace {
 
 /// For kernels before 5.6, and sandboxes that do not know the call: folder by folder.
-FileDescriptor openStepByStep(const std::filesystem::path& path, int flags) {
-  FileDescriptor folder(::open(path.is_absolute() ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+FileDescriptor openStepByStep(int base, const std::filesystem::path& path, int flags) {
+  FileDescriptor folder(
+      ::openat(base, path.is_absolute() ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   std::filesystem::path last = ".";
   for (const auto& part : path.relative_path()) {
     if (!folder) return folder;
@@ -36,13 +37,17 @@ FileDescriptor openStepByStep(const std::filesystem::path& path, int flags) {
 
 FileDescriptor openFile(const std::filesystem::path& path, int flags, Links links) {
   if (links == Links::followed) return FileDescriptor(::open(path.c_str(), flags | O_CLOEXEC));
+  return openFileIn(AT_FDCWD, path, flags);
+}
+
+FileDescriptor openFileIn(int folder, const std::filesystem::path& path, int flags) {
   open_how how{};
   how.flags = static_cast<decltype(how.flags)>(flags | O_CLOEXEC);
   how.resolve = RESOLVE_NO_SYMLINKS;
-  const long opened = ::syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how);
+  const long opened = ::syscall(SYS_openat2, folder, path.c_str(), &how, sizeof how);
   if (opened >= 0) return FileDescriptor(static_cast<int>(opened));
   if (errno != ENOSYS && errno != EPERM) return {};
-  return openStepByStep(path, flags);
+  return openStepByStep(folder, path, flags);
 }
 
 FileDescriptor openFolder(const std::filesystem::path& path, Links links) {

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+
+#include <sys/stat.h>
+
+#include "foundation/file/DirectoryWalk.h"
+
+namespace foundation {
+
+/// The permission bits of a mode, set-id and sticky bits included.
+inline constexpr mode_t kPermissions = 07777;
+
+/// With a trailing slash the system would follow a link.
+inline std::string withoutTrailingSlashes(std::string path) {
+  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
+  return path;
+}
+
+inline bool isSameItem(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+inline DirectoryEntry::Kind kindOf(mode_t mode) {
+  using Kind = DirectoryEntry::Kind;
+  if (S_ISREG(mode)) return Kind::file;
+  if (S_ISLNK(mode)) return Kind::link;
+  return S_ISDIR(mode) ? Kind::folder : Kind::other;
+}
+
+}  // namespace foundation
