@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "foundation/base/Text.h"
+#include "foundation/base/WriteAll.h"
 #include "foundation/format/JSON.h"
 #include "foundation/process/Interruption.h"
 #include "foundation/queue/NotificationCenter.h"
@@ -56,8 +57,8 @@ class ArchivesWatch {
         options_.asJSON
             ? foundation::JSON::encode(foundation::Dictionary{{"event", event}, {"path", path}})
             : sentence(event) + foundation::escapingControlCharacters(path);
-    const std::string bytes = line + "\n";
-    if (::write(STDOUT_FILENO, bytes.data(), bytes.size()) < 0) std::exit(1);
+    const int error = foundation::writeAll(STDOUT_FILENO, line + "\n");
+    if (error != 0) std::exit(1);
   }
 
  private:

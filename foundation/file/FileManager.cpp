@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <sys/stat.h>
 
+#include "foundation/base/WriteAll.h"
 #include "foundation/file/DirectoryWalk.h"
 #include "foundation/file/private/FileItems.h"
 #include "foundation/host/Host.h"
@@ -111,18 +112,6 @@ Result<Data> readPiped(int file, const fs::path& path) {
   return makeError(kPOSIXErrorDomain, EFBIG, path.string() + " is longer than 1 MiB");
 }
 
-int writeFully(int file, Bytes bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(file, bytes.data(), bytes.size());
-    if (count >= 0) {
-      bytes = bytes.subspan(static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      return errno;
-    }
-  }
-  return 0;
-}
-
 /// Gives a new file the permissions, and as far as this user may the owner, of the one that it is
 /// to replace.
 int takePermissionsOf(const fs::path& path, int file) {
@@ -131,12 +120,6 @@ int takePermissionsOf(const fs::path& path, int file) {
   // Only root may give files away; for everybody else the new owner is the right one anyway.
   if (old.st_uid != ::geteuid() && ::fchown(file, old.st_uid, old.st_gid) != 0) errno = 0;
   return ::fchmod(file, old.st_mode & kPermissions) == 0 ? 0 : errno;
-}
-
-/// The whole content on disk, or an errno value.
-int writeAndSync(int file, Bytes bytes) {
-  if (const int error = writeFully(file, bytes)) return error;
-  return ::fsync(file) == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -237,7 +220,8 @@ Result<> writeAtomically(Bytes bytes, const fs::path& path) {
   FileDescriptor file(::open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (!file) return fileError(errno, "write", path);
   int error = takePermissionsOf(path, file.get());
-  if (!error) error = writeAndSync(file.get(), bytes);
+  if (!error) error = writeAll(file.get(), bytes);
+  if (!error && ::fsync(file.get()) != 0) error = errno;
   if (::close(file.release()) != 0 && !error) error = errno;
   if (!error && std::rename(beside.c_str(), path.c_str()) != 0) error = errno;
   if (!error) return {};

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include "foundation/base/Path.h"
+#include "foundation/base/WriteAll.h"
 #include "foundation/file/private/FileItems.h"
 #include "foundation/host/Host.h"
 
@@ -123,7 +124,7 @@ std::string LockFile::content() const {
 
 void LockFile::write(const std::string& content) {
   if (::ftruncate(file_.get(), 0) != 0) return;
-  [[maybe_unused]] const ssize_t written = ::pwrite(file_.get(), content.data(), content.size(), 0);
+  writeAllAt(file_.get(), 0, bytesOf(content));
   // An empty content sets no time by itself.
   ::futimens(file_.get(), nullptr);
 }

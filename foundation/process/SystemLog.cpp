@@ -1,6 +1,5 @@
 #include "foundation/process/SystemLog.h"
 
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -15,23 +14,12 @@
 #include "foundation/base/Assertion.h"
 #include "foundation/base/Path.h"
 #include "foundation/base/Text.h"
+#include "foundation/base/WriteAll.h"
 #include "foundation/process/ProcessInfo.h"
 
 namespace foundation {
 
 namespace {
-
-/// One `write`, repeated only when it was interrupted or took a part; errors are ignored.
-void writeToStandardError(std::string_view line) {
-  while (!line.empty()) {
-    const ssize_t count = ::write(STDERR_FILENO, line.data(), line.size());
-    if (count > 0) {
-      line.remove_prefix(static_cast<std::size_t>(count));
-    } else if (count == 0 || errno != EINTR) {
-      return;
-    }
-  }
-}
 
 const std::string& programName() {
   static const std::string name = [] {
@@ -79,7 +67,7 @@ void systemLogText(std::string_view text) {
   const std::string line = localTimeStamp(now) + " " + programName() + "[" +
                            std::to_string(::getpid()) + "] " + escapingControlCharacters(text) +
                            "\n";
-  if (!isHeld(line)) writeToStandardError(line);
+  if (!isHeld(line)) writeAll(STDERR_FILENO, line);
 }
 
 void systemLogOnce(const std::string& line) {

@@ -27,7 +27,4 @@ class LineOutput {
   std::size_t leftOut_ = 0;
 };
 
-/// False when not all bytes could be written.
-bool writeAll(int descriptor, std::string_view bytes);
-
 }  // namespace toolchain::codesign

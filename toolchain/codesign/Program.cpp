@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "foundation/base/Text.h"
+#include "foundation/base/WriteAll.h"
 #include "foundation/crypto/Keychain.h"
 #include "foundation/file/FileManager.h"
 #include "foundation/file/MappingGuard.h"
@@ -142,8 +143,9 @@ class Run {
     if (path != kStandardOutput) {
       return foundation::FileManager::writeAtomically(foundation::bytesOf(text), path);
     }
-    if (writeAll(STDOUT_FILENO, text)) return {};
-    return foundation::posixError(errno, "cannot write to standard output");
+    const int error = foundation::writeAll(STDOUT_FILENO, text);
+    if (error == 0) return {};
+    return foundation::posixError(error, "cannot write to standard output");
   }
 
   const Options& options_;
@@ -162,7 +164,7 @@ int run(const std::vector<std::string>& arguments) {
     return kWrongCommandLine;
   }
   if (options->operation == Operation::help) {
-    return writeAll(STDOUT_FILENO, usage()) ? 0 : kFailed;
+    return foundation::writeAll(STDOUT_FILENO, usage()) == 0 ? 0 : kFailed;
   }
   const foundation::KeychainSession keychains;
   return Run(*options).all();

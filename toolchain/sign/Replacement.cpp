@@ -11,6 +11,7 @@
 
 #include "foundation/base/Assertion.h"
 #include "foundation/base/Handle.h"
+#include "foundation/base/WriteAll.h"
 #include "foundation/file/FileManager.h"
 #include "foundation/file/MappingGuard.h"
 #include "foundation/host/FileAttributes.h"
@@ -31,30 +32,18 @@ namespace {
 /// prepared.
 constexpr std::size_t kStep = std::size_t{8} << 20;
 
-/// 0, or the system's error number.
-int writeAll(int file, std::uint64_t offset, Bytes content) {
-  while (!content.empty()) {
-    const ssize_t written =
-        ::pwrite(file, content.data(), content.size(), static_cast<off_t>(offset));
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return errno;
-    content = content.subspan(static_cast<std::size_t>(written));
-    offset += static_cast<std::uint64_t>(written);
-  }
-  return 0;
-}
-
-/// The same; the kernel copies what lies in the source.
+/// Writes the content; the kernel copies what lies in the source. 0, or an errno value.
 int takeOver(int file, std::uint64_t offset, Bytes content, const MappedSource& source) {
   const std::byte* const start = source.bytes.data();
   const std::byte* const end = start + source.bytes.size();
   const bool isInSource = source.file >= 0 && std::greater_equal()(content.data(), start) &&
                           std::less_equal()(content.data() + content.size(), end);
-  if (!isInSource) return writeAll(file, offset, content);
+  if (!isInSource) return foundation::writeAllAt(file, offset, content);
   const auto at = static_cast<std::uint64_t>(content.data() - start);
   int error = 0;
   const auto taken = foundation::copyRange(source.file, at, file, offset, content.size(), error);
-  return error != 0 ? error : writeAll(file, offset + taken, content.subspan(taken));
+  if (error != 0) return error;
+  return foundation::writeAllAt(file, offset + taken, content.subspan(taken));
 }
 
 /// An item as its open folder and its name there. The folder was opened without following symlinks,
