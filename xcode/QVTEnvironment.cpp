@@ -1,16 +1,89 @@
 #include "xcode/QVTEnvironment.h"
 
 #include <algorithm>
+#include <climits>
+#include <string_view>
+#include <unordered_map>
 
 #include <sys/stat.h>
 
 #include "QVTSharedUtils/QVTTask.h"
+#include "foundation/base/Path.h"
 #include "foundation/base/Text.h"
-#include "xcode/SearchPathCandidate.h"
 
 namespace {
 
 using Paths = std::vector<std::string>;
+
+constexpr std::string_view kRecursiveMarker = "**";
+
+/// The longest path that the system takes; its limit counts the terminating zero.
+constexpr std::size_t kLongestPath = PATH_MAX - 1;
+
+/// A run of backslashes is halved (rounded up), then loses one to a space after it.
+std::string unescaped(std::string_view text) {
+  std::string plain;
+  for (;;) {
+    const std::size_t start = std::min(text.find('\\'), text.size());
+    const std::size_t end = std::min(text.find_first_not_of('\\', start), text.size());
+    plain += text.substr(0, start);
+    if (start == text.size()) return plain;
+    plain.append((end - start + 1) / 2 - (text.substr(end).starts_with(' ') ? 1 : 0), '\\');
+    text.remove_prefix(end);
+  }
+}
+
+/// True when this is longer than any path once it is unquoted and unescaped, and so is whatever it
+/// grows to by a space and more pieces.
+bool isTooLong(const std::string& candidate) {
+  constexpr std::size_t kLongest = kLongestPath + std::string_view("\"\"").size();
+  return candidate.size() > kLongest && unescaped(candidate).size() > kLongest;
+}
+
+/// The questions of one parse. Answers are remembered until they take too much memory.
+class SearchPathQuestions {
+ public:
+  SearchPathQuestions(std::string_view workingDirectory, const QVTDirectoryQuestion& isDirectory)
+      : workingDirectory_(workingDirectory), isDirectory_(isDirectory) {}
+
+  /// Of a path as it is written.
+  bool isValid(std::string path) {
+    if (path.empty()) return false;
+    if (!foundation::isAbsolutePath(path)) {
+      path = foundation::appendingPathComponent(workingDirectory_, path);
+    }
+    if (foundation::lastPathComponent(path) == kRecursiveMarker) {
+      path = foundation::deletingLastPathComponent(path);
+    }
+    return path.size() <= kLongestPath && ask(std::move(path));
+  }
+
+  bool isValidUnquoted(std::string_view path) {
+    auto unquoted = QVTEnvironment::unquotedAndUnescapedPathForPath(path);
+    return unquoted && isValid(*std::move(unquoted));
+  }
+
+ private:
+  bool ask(std::string place) {
+    const auto known = answers_.find(place);
+    if (known != answers_.end()) return known->second;
+    const bool answer = isDirectory_(place);
+    constexpr std::size_t kMostRemembered = std::size_t{16} << 20;
+    constexpr std::size_t kPerAnswer = 100;
+    remembered_ += place.size() + kPerAnswer;
+    if (remembered_ > kMostRemembered) {
+      answers_.clear();
+      remembered_ = 0;
+    }
+    answers_.emplace(std::move(place), answer);
+    return answer;
+  }
+
+  std::string_view workingDirectory_;
+  const QVTDirectoryQuestion& isDirectory_;
+  std::unordered_map<std::string, bool> answers_;
+  std::size_t remembered_ = 0;
+};
 
 std::optional<Paths> wellFormed(std::string_view value, SearchPathQuestions& questions) {
   auto tokens = QVTTask::parsedArgumentsFromString(value);
@@ -40,12 +113,11 @@ class Mender {
   std::optional<std::size_t> placeFrom(std::size_t piece) {
     std::string before;
     for (std::size_t kept = found_.size();; --kept) {
-      SearchPathCandidate candidate(questions_.workingDirectory());
-      candidate.append(before);
-      if (candidate.isTooLong()) return std::nullopt;
+      std::string candidate = before;
+      if (isTooLong(candidate)) return std::nullopt;
       if (const auto last = extend(candidate, piece)) {
         found_.resize(kept);
-        found_.push_back(candidate.raw());
+        found_.push_back(std::move(candidate));
         return last;
       }
       if (kept == 0) return std::nullopt;
@@ -54,10 +126,10 @@ class Mender {
   }
 
   /// Adds pieces to the candidate until it is a path.
-  std::optional<std::size_t> extend(SearchPathCandidate& candidate, std::size_t piece) {
-    for (std::size_t last = piece; last < pieces_.size() && !candidate.isTooLong(); ++last) {
-      if (last > piece) candidate.append(" ");
-      candidate.append(pieces_[last]);
+  std::optional<std::size_t> extend(std::string& candidate, std::size_t piece) {
+    for (std::size_t last = piece; last < pieces_.size() && !isTooLong(candidate); ++last) {
+      if (last > piece) candidate += ' ';
+      candidate += pieces_[last];
       if (questions_.isValidUnquoted(candidate)) return last;
     }
     return std::nullopt;
@@ -72,17 +144,6 @@ class Mender {
   SearchPathQuestions& questions_;
   Paths found_;
 };
-
-std::string replacingAll(std::string_view text, std::string_view from, char to) {
-  std::string out;
-  for (std::size_t place = text.find(from); place != std::string_view::npos;
-       place = text.find(from)) {
-    out += text.substr(0, place);
-    out += to;
-    text.remove_prefix(place + from.size());
-  }
-  return out += text;
-}
 
 }  // namespace
 
@@ -131,7 +192,7 @@ QVTEnvironment::parseMangledFrameworkSearchPathsFromStringWorkingDirectoryUsingF
 bool QVTEnvironment::isValidFrameworkSearchPathWithWorkingDirectoryUsingFileManager(
     std::string_view path, std::string_view workingDirectory,
     const QVTDirectoryQuestion& isDirectory) {
-  return SearchPathQuestions(workingDirectory, isDirectory).isValid(path);
+  return SearchPathQuestions(workingDirectory, isDirectory).isValid(std::string(path));
 }
 
 std::optional<std::string> QVTEnvironment::unquotedAndUnescapedPathForPath(std::string_view path) {
@@ -139,5 +200,5 @@ std::optional<std::string> QVTEnvironment::unquotedAndUnescapedPathForPath(std::
     if (path.size() < 2) return std::nullopt;
     return std::string(path.substr(1, path.size() - 2));
   }
-  return replacingAll(replacingAll(path, "\\\\", '\\'), "\\ ", ' ');
+  return unescaped(path);
 }

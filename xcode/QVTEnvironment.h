@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-/// The one question that is asked of a file system: whether there is a directory at a path. It is
-/// never asked about a path that is longer than the system allows.
+/// Whether there is a directory at a path. Never called with a path that is longer than the system
+/// allows.
 using QVTDirectoryQuestion = std::function<bool(const std::string& path)>;
 
 /// Asks the host; follows links.
@@ -16,10 +16,10 @@ bool QVTIsDirectoryOnHost(const std::string& path);
 /// Turns the value of a framework-search-paths build setting into a list of directories.
 ///
 /// A well-formed value quotes or escapes what holds spaces. One that has lost its quoting is put
-/// together again from its pieces, with the file system as the judge of what is a path. Within one
-/// parse a path is asked about once (again only after a million others), so the file system should
-/// not change meanwhile. The time grows with the value's length, up to thousands of questions per
-/// piece. Nothing is kept between calls; safe from any thread as far as `isDirectory` is.
+/// together again from its pieces, and the file system decides what is a path. One parse asks about
+/// a path once (again only after 16 MiB of other answers), so the file system should not change
+/// meanwhile. The time is proportional to the value's length, with up to thousands of questions per
+/// piece. Nothing is kept between calls; as thread-safe as `isDirectory`.
 class QVTEnvironment {
  public:
   /// The well-formed reading where there is one, else the mangled one.
@@ -31,15 +31,14 @@ class QVTEnvironment {
   /// Relative paths are taken from the process's current directory.
   static std::vector<std::string> parseFrameworkSearchPathsFromRootInString(std::string_view value);
 
-  /// The tokens of the value; absent when one is no valid path, or a quote does not end.
+  /// The tokens of the value; absent when one is not a valid path or a quote is not closed.
   static std::optional<std::vector<std::string>>
   parseWellFormedFrameworkSearchPathsFromStringWorkingDirectoryUsingFileManager(
       std::string_view value, std::string_view workingDirectory,
       const QVTDirectoryQuestion& isDirectory);
 
   /// Joins neighbouring pieces until they name directories; pieces that name none in any way are
-  /// dropped. The number of questions can grow with the cube of the number of pieces, the memory
-  /// with some twenty bytes for each.
+  /// dropped. The number of questions can grow with the cube of the number of pieces.
   static std::vector<std::string>
   parseMangledFrameworkSearchPathsFromStringWorkingDirectoryUsingFileManager(
       std::string_view value, std::string_view workingDirectory,
@@ -51,7 +50,7 @@ class QVTEnvironment {
       std::string_view path, std::string_view workingDirectory,
       const QVTDirectoryQuestion& isDirectory);
 
-  /// The text between two double quotes as it stands; without such quotes, the text with its
-  /// escaped backslashes, then its escaped spaces, made plain. Absent for one lone quote.
+  /// The text between two double quotes as is. Without such quotes, the text with `\\` replaced by
+  /// `\`, then `\ ` by a space. Absent for a single quote character.
   static std::optional<std::string> unquotedAndUnescapedPathForPath(std::string_view path);
 };

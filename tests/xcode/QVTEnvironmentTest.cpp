@@ -220,19 +220,19 @@ TEST(QVTEnvironment, NeverAsksAboutPathsThatAreTooLong) {
   EXPECT_EQ(parse("/" + std::string(PATH_MAX - 2, 'x'), atLimit).size(), 1U);
 }
 
-/// Answers are forgotten when there are too many of them to remember.
-TEST(QVTEnvironment, MendsWhatAsksAMillionQuestions) {
+/// The paths take more memory than answers may.
+TEST(QVTEnvironment, MendsAlthoughAnswersAreForgotten) {
   std::string value;
-  for (int i = 0; i < 2000; ++i) value += "/p" + std::to_string(i) + ' ';
+  for (int i = 0; i < 300; ++i) value += "/p" + std::to_string(i) + ' ';
   std::size_t asked = 0;
   const auto isDirectory = [&](const std::string& path) {
-    ++asked;
+    asked += path.size();
     return path == "/A B" || path == "/A";
   };
   EXPECT_EQ(QVTEnvironment::parseFrameworkSearchPathsFromStringWorkingDirectoryFileManager(
                 value + "/A B /A", "", isDirectory),
             (Paths{"/A B", "/A"}));
-  EXPECT_GT(asked, std::size_t{1} << 20);
+  EXPECT_GT(asked, std::size_t{20} << 20);
 }
 
 TEST(QVTEnvironment, AsksTheHost) {
