@@ -16,7 +16,7 @@ std::string proxyFor(const TransportFailure& failure) {
   return "the proxy " + failure.proxy + " for " + failure.place;
 }
 
-/// The library tells the host and port that it has tried.
+/// The library's error text contains the host and port that it has tried.
 bool hasTriedProxy(const TransportFailure& failure) {
   return !failure.proxy.empty() &&
          failure.detail.find(failure.proxy + " ") != std::string_view::npos;
@@ -41,7 +41,7 @@ Error tunnelRefused(const TransportFailure& failure) {
 
 Error connectionLost(const TransportFailure& failure) {
   if (failure.tunnelStatus >= 300) return tunnelRefused(failure);
-  // The library has one code for a broken connection and for broken chunks.
+  // The library uses one code for a broken connection and for broken chunks.
   if (failure.detail.find("chunk") != std::string_view::npos) {
     return urlError(kURLErrorBadServerResponse,
                     failure.place + " sent a body whose chunks are broken");
@@ -90,12 +90,13 @@ Error transportError(const TransportFailure& failure) {
       return urlError(kURLErrorSecureConnectionFailed,
                       withDetail("no secure connection to " + place, failure.detail));
     case CURLE_OK:
-    case CURLE_UNSUPPORTED_PROTOCOL:  // the answer's, since the request's was checked
+    case CURLE_UNSUPPORTED_PROTOCOL:  // the response's, since the request's was checked
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_WRITE_ERROR:
     case CURLE_BAD_CONTENT_ENCODING:
-    case CURLE_OUT_OF_MEMORY:  // the library's word for a field that is too long for it
-      return urlError(kURLErrorBadServerResponse, "the answer of " + place + " is no proper HTTP");
+    case CURLE_OUT_OF_MEMORY:  // how the library reports a field that is too long for it
+      return urlError(kURLErrorBadServerResponse,
+                      "the response of " + place + " is not valid HTTP");
     default:
       return urlError(kURLErrorUnknown, withDetail("the exchange with " + place + " failed",
                                                    curl_easy_strerror(failure.result)));

@@ -1,10 +1,12 @@
+#include "foundation/net/private/CurlLibrary.h"
+
 #include <array>
 #include <map>
 #include <mutex>
-#include <new>
+#include <string>
 
+#include "foundation/base/Text.h"
 #include "foundation/net/private/CurlErrors.h"
-#include "foundation/net/private/CurlTransfer.h"
 
 namespace foundation {
 

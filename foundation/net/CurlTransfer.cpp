@@ -7,6 +7,7 @@
 #include "foundation/host/SocketActivity.h"
 #include "foundation/net/Proxy.h"
 #include "foundation/net/private/CurlErrors.h"
+#include "foundation/net/private/CurlRequest.h"
 #include "foundation/net/private/EarlyResponse.h"
 #include "foundation/net/private/HTTPRedirect.h"
 #include "foundation/net/private/OpenSockets.h"
@@ -15,7 +16,7 @@ namespace foundation {
 
 namespace {
 
-/// Most bytes of a followed redirect's own body that are read so that its connection can be kept.
+/// Most bytes of a redirect's own body that are read in order to reuse its connection.
 constexpr std::size_t kMaximumUnwanted = std::size_t{64} * 1024;
 
 }  // namespace
@@ -31,15 +32,15 @@ std::chrono::milliseconds IdleClock::interval() const {
   return std::clamp(limit_ / 8, milliseconds(1), milliseconds(250));
 }
 
-/// What the library calls back. Exceptions (memory running out) must not pass through it.
+/// Called by the library, through which no exception (memory running out) may pass.
 struct CurlTransfer::Callbacks {
-  static std::size_t head(char* data, std::size_t, std::size_t size, void* self) noexcept {
+  static std::size_t header(char* data, std::size_t, std::size_t size, void* self) noexcept {
     auto& transfer = *static_cast<CurlTransfer*>(self);
     long status = 0;
     curl_easy_getinfo(transfer.easy(), CURLINFO_RESPONSE_CODE, &status);
-    const bool hadHead = transfer.answer_.hasHead();
-    if (transfer.abandoned_ || !transfer.answer_.addHeadLine({data, size}, status)) return 0;
-    if (transfer.answer_.hasHead() && !hadHead) transfer.lookForRedirect();
+    const bool hadHeader = transfer.collector_.hasHeader();
+    if (transfer.abandoned_ || !transfer.collector_.addHeaderLine({data, size}, status)) return 0;
+    if (transfer.collector_.hasHeader() && !hadHeader) transfer.lookForRedirect();
     return size;
   }
 
@@ -50,7 +51,7 @@ struct CurlTransfer::Callbacks {
       transfer.unwanted_ += size;
       return transfer.unwanted_ <= kMaximumUnwanted ? size : 0;
     }
-    return transfer.answer_.addBody(bytesOf({data, size})) ? size : 0;
+    return transfer.collector_.addBody(bytesOf({data, size})) ? size : 0;
   }
 
   static std::size_t read(char* out, std::size_t, std::size_t size, void* self) noexcept {
@@ -93,7 +94,7 @@ struct CurlTransfer::Callbacks {
 
   static CURLcode beforeTLS(CURL* easy, void*, void* self) noexcept {
     auto& transfer = *static_cast<CurlTransfer*>(self);
-    // The connection stands: from here on bytes can move, and only the idle clock counts.
+    // Bytes can move from here on, so only the idle clock counts.
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, 0x7fffffffL);
     const bool goesOn = !transfer.beforeTLS_ || transfer.beforeTLS_();
     transfer.idle_.restart();
@@ -111,31 +112,41 @@ CurlTransfer::CurlTransfer(URLRequest request, BeforeTLS beforeTLS)
 
 CurlTransfer::~CurlTransfer() = default;
 
-void CurlTransfer::setUpCallbacks() {
-  CURL* const handle = easy();
-  curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorText_.get());
-  curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &Callbacks::head);
-  curl_easy_setopt(handle, CURLOPT_HEADERDATA, this);
-  curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Callbacks::body);
-  curl_easy_setopt(handle, CURLOPT_WRITEDATA, this);
-  curl_easy_setopt(handle, CURLOPT_READFUNCTION, &Callbacks::read);
-  curl_easy_setopt(handle, CURLOPT_READDATA, this);
-  curl_easy_setopt(handle, CURLOPT_SEEKFUNCTION, &Callbacks::seek);
-  curl_easy_setopt(handle, CURLOPT_SEEKDATA, this);
-  curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &Callbacks::progress);
-  curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
-  curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
-  curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, &Callbacks::openSocket);
-  curl_easy_setopt(handle, CURLOPT_OPENSOCKETDATA, this);
-  curl_easy_setopt(handle, CURLOPT_CLOSESOCKETFUNCTION, &Callbacks::closeSocket);
-  curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, &Callbacks::beforeRequest);
-  curl_easy_setopt(handle, CURLOPT_PREREQDATA, this);
-  curl_easy_setopt(handle, CURLOPT_SSL_CTX_FUNCTION, &Callbacks::beforeTLS);
-  curl_easy_setopt(handle, CURLOPT_SSL_CTX_DATA, this);
+Result<std::unique_ptr<CurlTransfer>> CurlTransfer::make(URLRequest request, BeforeTLS beforeTLS) {
+  if (auto error = whyNotSendable(request)) return *std::move(error);
+  std::unique_ptr<CurlTransfer> transfer(
+      new CurlTransfer(std::move(request), std::move(beforeTLS)));
+  if (!transfer->easy()) throw std::bad_alloc();
+  transfer->headers_ = setOptions(transfer->easy(), transfer->request_);
+  transfer->setCallbacks();
+  return transfer;
 }
 
-/// Where the system counts a connection's bytes, its word is the better one: what was handed to it
-/// has not moved yet, and single bytes of a head have.
+void CurlTransfer::setCallbacks() {
+  CURL* const handle = easy();
+  setOption(handle, CURLOPT_ERRORBUFFER, errorText_.get());
+  setOption(handle, CURLOPT_HEADERFUNCTION, &Callbacks::header);
+  setOption(handle, CURLOPT_HEADERDATA, this);
+  setOption(handle, CURLOPT_WRITEFUNCTION, &Callbacks::body);
+  setOption(handle, CURLOPT_WRITEDATA, this);
+  setOption(handle, CURLOPT_READFUNCTION, &Callbacks::read);
+  setOption(handle, CURLOPT_READDATA, this);
+  setOption(handle, CURLOPT_SEEKFUNCTION, &Callbacks::seek);
+  setOption(handle, CURLOPT_SEEKDATA, this);
+  setOption(handle, CURLOPT_XFERINFOFUNCTION, &Callbacks::progress);
+  setOption(handle, CURLOPT_XFERINFODATA, this);
+  setOption(handle, CURLOPT_NOPROGRESS, 0L);
+  setOption(handle, CURLOPT_OPENSOCKETFUNCTION, &Callbacks::openSocket);
+  setOption(handle, CURLOPT_OPENSOCKETDATA, this);
+  setOption(handle, CURLOPT_CLOSESOCKETFUNCTION, &Callbacks::closeSocket);
+  setOption(handle, CURLOPT_PREREQFUNCTION, &Callbacks::beforeRequest);
+  setOption(handle, CURLOPT_PREREQDATA, this);
+  setOption(handle, CURLOPT_SSL_CTX_FUNCTION, &Callbacks::beforeTLS);
+  setOption(handle, CURLOPT_SSL_CTX_DATA, this);
+}
+
+/// The system's count is better where there is one: bytes in its buffers have not moved yet, and a
+/// part of a header line has.
 void CurlTransfer::sampleActivity() {
   const std::uint64_t system = socket_ < 0 ? 0 : socketActivity(socket_);
   idle_.sample(system != 0 ? system : transferred_);
@@ -147,7 +158,7 @@ bool CurlTransfer::isIdle() {
 }
 
 void CurlTransfer::lookForRedirect() {
-  nextHop_ = requestAfterRedirect(request_, answer_.response());
+  nextHop_ = requestAfterRedirect(request_, collector_.response());
 }
 
 void CurlTransfer::prepareForEarlyResponse() {
@@ -156,40 +167,40 @@ void CurlTransfer::prepareForEarlyResponse() {
   if (session && session->backend == CURLSSLBACKEND_OPENSSL && session->internals) {
     hideFailedWrites(static_cast<SSL*>(session->internals), socket_);
   } else if (socket_ >= 0) {
-    secondHandle_.reset(fcntl(socket_, F_DUPFD_CLOEXEC, 0));
+    duplicate_.reset(fcntl(socket_, F_DUPFD_CLOEXEC, 0));
   }
 }
 
 std::optional<Error> CurlTransfer::conclude(CURLcode result) {
-  if (result == CURLE_SEND_ERROR && secondHandle_ && !answer_.hasHead()) {
-    rescueAnswer(secondHandle_.get(), answer_);
-    if (answer_.hasHead()) lookForRedirect();
+  if (result == CURLE_SEND_ERROR && duplicate_ && !collector_.hasHeader()) {
+    rescueResponse(duplicate_.get(), collector_);
+    if (collector_.hasHeader()) lookForRedirect();
   }
-  secondHandle_.reset();
+  duplicate_.reset();
   return problem(result);
 }
 
 std::optional<Error> CurlTransfer::problem(CURLcode result) const {
   const std::string place = placeOf(*request_.url);
-  switch (answer_.refusal()) {
-    case ResponseCollector::Refusal::headTooLong:
-      return urlError(kURLErrorBadServerResponse, place + " sent a head without end");
+  switch (collector_.refusal()) {
+    case ResponseCollector::Refusal::headerTooLong:
+      return urlError(kURLErrorBadServerResponse, place + " sent headers without end");
     case ResponseCollector::Refusal::bodyTooLong:
       return urlError(kURLErrorDataLengthExceedsMaximum,
                       place + " sent a body of more than 16 MiB");
     case ResponseCollector::Refusal::noMemory:
       return urlError(kURLErrorDataLengthExceedsMaximum,
-                      place + " sent a longer body than fits into memory");
+                      place + " sent a body that does not fit into memory");
     case ResponseCollector::Refusal::none:
       break;
   }
-  if (answerStandsDespite(result)) return std::nullopt;
+  if (isComplete(result)) return std::nullopt;
   return errorFor(result);
 }
 
-/// Once the head is there, a failure to send the rest of the body is no failure of the exchange.
-bool CurlTransfer::answerStandsDespite(CURLcode result) const {
-  if (!answer_.hasHead()) return false;
+/// Once the headers have arrived, failing to send the rest of the body does not matter.
+bool CurlTransfer::isComplete(CURLcode result) const {
+  if (!collector_.hasHeader()) return false;
   if (result == CURLE_OK || result == CURLE_SEND_ERROR) return true;
   curl_off_t sent = 0;
   curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);

@@ -12,11 +12,11 @@ namespace foundation {
 
 namespace {
 
-/// Most bytes of a rescued answer.
+/// Most bytes of a rescued response.
 constexpr std::size_t kMaximumRescue = std::size_t{1} << 20;
 
 /// False once the other side's last byte has been read.
-bool mayHoldAnAnswer(int socket) {
+bool mayHoldResponse(int socket) {
   if (socket < 0) return true;
   char byte;
   const ssize_t count = recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
@@ -28,8 +28,8 @@ int writeOrWait(BIO* self, const char* bytes, std::size_t size, std::size_t* wri
   const int result = BIO_write_ex(below, bytes, size, written);
   const auto socket = static_cast<int>(reinterpret_cast<std::intptr_t>(BIO_get_data(self)));
   BIO_clear_retry_flags(self);
-  // The library stops reading at the end of the answers, and would then wait for ever.
-  if (result <= 0 && (BIO_should_retry(below) || mayHoldAnAnswer(socket))) {
+  // At the end of the input the library stops reading, and would then wait for ever.
+  if (result <= 0 && (BIO_should_retry(below) || mayHoldResponse(socket))) {
     BIO_set_retry_write(self);
   }
   return result;
@@ -96,21 +96,21 @@ void hideFailedWrites(SSL* session, int socket) {
   SSL_set0_wbio(session, BIO_push(waiting, below));
 }
 
-void rescueAnswer(int socket, ResponseCollector& answer) {
+void rescueResponse(int socket, ResponseCollector& collector) {
   const std::string all = readAll(socket);
   std::string_view left = all;
   long status = 0;
-  while (!answer.hasHead()) {
+  while (!collector.hasHeader()) {
     const std::size_t end = left.find('\n');
     if (end == std::string_view::npos) return;
     const std::string_view line = left.substr(0, end + 1);
     left.remove_prefix(line.size());
     if (line.starts_with("HTTP/")) status = statusIn(line);
-    if (!answer.addHeadLine(line, status)) return;
+    if (!collector.addHeaderLine(line, status)) return;
   }
-  const auto& headers = answer.response().headers;
+  const auto& headers = collector.response().headers;
   if (headers.contains("Transfer-Encoding") || headers.contains("Content-Encoding")) return;
-  (void)answer.addBody(bytesOf(left));
+  (void)collector.addBody(bytesOf(left));
 }
 
 }  // namespace foundation

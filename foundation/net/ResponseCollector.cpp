@@ -5,13 +5,13 @@
 
 namespace foundation {
 
-bool ResponseCollector::addHeadLine(std::string_view line, long statusCode) {
-  if (line.size() > kMaximumHead - headSize_) {
-    refusal_ = Refusal::headTooLong;
+bool ResponseCollector::addHeaderLine(std::string_view line, long statusCode) {
+  if (line.size() > kMaximumHeader - headerSize_) {
+    refusal_ = Refusal::headerTooLong;
     return false;
   }
-  headSize_ += line.size();
-  if (hasHead_) return true;  // fields behind a chunked body
+  headerSize_ += line.size();
+  if (hasHeader_) return true;  // a trailer
   if (line.starts_with("HTTP/")) {
     response_ = {};
     lastField_.clear();
@@ -22,12 +22,12 @@ bool ResponseCollector::addHeadLine(std::string_view line, long statusCode) {
     return true;
   }
   response_.statusCode = statusCode;
-  hasHead_ = statusCode >= 200;
+  hasHeader_ = statusCode >= 200;
   return true;
 }
 
 void ResponseCollector::addField(std::string_view line) {
-  if (line.front() == ' ' || line.front() == '\t') {  // goes on with the field before
+  if (line.front() == ' ' || line.front() == '\t') {  // continues the previous field
     const auto field = response_.headers.find(lastField_);
     if (field != response_.headers.end()) field->second.append(" ").append(trimmed(line));
     return;

@@ -9,7 +9,7 @@ namespace foundation {
 
 namespace {
 
-/// The library's word on a transfer that has ended; absent while it goes on.
+/// The library's result for the only transfer; absent until it has ended.
 std::optional<CURLcode> resultOf(CURLM* multi) {
   int left = 0;
   while (const CURLMsg* message = curl_multi_info_read(multi, &left)) {
@@ -18,13 +18,13 @@ std::optional<CURLcode> resultOf(CURLM* multi) {
   return std::nullopt;
 }
 
-/// Puts a transfer under a multi handle for a scope.
+/// Adds a transfer to a multi handle for a scope.
 class Addition {
  public:
   Addition(CURLM* multi, CURL* easy)
       : multi_(multi), easy_(easy), wasAdded_(curl_multi_add_handle(multi, easy) == CURLM_OK) {}
   ~Addition() {
-    // Else the library would wait for a host's name that is being looked up.
+    // Otherwise the library would wait for a name lookup to end.
     if (isInterrupted()) curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);
     if (wasAdded_) curl_multi_remove_handle(multi_, easy_);
   }
@@ -37,7 +37,7 @@ class Addition {
   bool wasAdded_;
 };
 
-/// Returns when something has moved, when the run is interrupted or when the time is over.
+/// Returns when something has moved, on an interruption of the run, or after the limit.
 void wait(CURLM* multi, std::chrono::milliseconds limit) {
   curl_waitfd interruption{
       .fd = interruptionDescriptor(), .events = CURL_WAIT_POLLIN, .revents = 0};
@@ -64,9 +64,7 @@ std::optional<Error> run(CURLM* multi, CurlTransfer& transfer) {
 }
 
 URLConnection::Exchange failed(Error error) {
-  URLConnection::Exchange exchange;
-  exchange.error = std::move(error);
-  return exchange;
+  return {std::nullopt, std::nullopt, std::move(error)};
 }
 
 }  // namespace
@@ -81,7 +79,7 @@ URLConnection::Exchange URLConnection::sendSynchronousRequest(const URLRequest& 
     auto error = run(multi.get(), transfer);
     if (!transfer.nextHop()) {
       if (error) return failed(*std::move(error));
-      return {transfer.answer().response(), Data(transfer.answer().takeBody()), std::nullopt};
+      return {transfer.collector().response(), Data(transfer.collector().takeBody()), std::nullopt};
     }
     if (hop == kMaximumRedirects) return failed(tooManyRedirects(*request.url));
     current = *transfer.nextHop();

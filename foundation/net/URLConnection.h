@@ -24,8 +24,8 @@ struct ProtectionSpace {
 /// One HTTP exchange over libcurl.
 ///
 /// Redirects are followed within the same scheme, host and port only, at most 16; any other
-/// redirect is the answer. Certificate and host are always verified, before anything is sent.
-/// Answers in gzip and deflate are decoded. Cookies live in one jar of the process, by origin,
+/// redirect is the response. Certificate and host are always verified, before anything is sent.
+/// Responses in gzip and deflate are decoded. Cookies live in one jar of the process, by origin,
 /// never on disk. `http_proxy`, `https_proxy`, `no_proxy`, `SSL_CERT_FILE` and `SSL_CERT_DIR` are
 /// honoured. Errors are in "NSURLErrorDomain" with the platform's codes (-1001 timed out, -1002
 /// unsupported URL, -1003 host not found, -1004 cannot connect, -1005 connection lost, -1007 too
@@ -40,13 +40,13 @@ class URLConnection {
     std::optional<Error> error;
   };
 
-  /// Blocks until the exchange has ended. An answer that is an HTTP error is no error here. An
-  /// interruption of the run ends it at once, with `Interrupted`.
+  /// Blocks until the exchange has ended. An HTTP error status is a response, not an error. An
+  /// interruption of the run ends it at once: throws `Interrupted`.
   static Exchange sendSynchronousRequest(const URLRequest& request);
 
   /// Callbacks of an asynchronous exchange; all run on the main run loop's thread. The connection
-  /// that they are given stands for the exchange and lives for the call; it need not be the object
-  /// that was started.
+  /// passed to them represents the exchange and lives for the call; it need not be the object that
+  /// was started.
   class Delegate {
    public:
     virtual ~Delegate() = default;
@@ -56,8 +56,8 @@ class URLConnection {
     /// The last call of an exchange is one of these two.
     virtual void connectionDidFailWithError(URLConnection& connection, const Error& error) = 0;
     virtual void connectionDidFinishLoading(URLConnection& connection) = 0;
-    /// Asked once per TLS connection, and for an answer 401 or 407 that carries a challenge. The
-    /// answer never weakens certificate verification.
+    /// Asked once per TLS connection, and for a 401 or 407 response with a challenge. The return
+    /// value never weakens certificate verification.
     virtual bool connectionCanAuthenticateAgainstProtectionSpace(URLConnection& connection,
                                                                  const ProtectionSpace& space) = 0;
   };

@@ -42,7 +42,8 @@ void URLConnection::Transfer::begin(URLRequest request) {
   TransferLoop::main().add(shared_from_this());
 }
 
-/// Inside the library nothing may be taken from it: there the hop is only told to end.
+/// Handles cannot be removed from inside a callback of the library: there the hop is only told to
+/// end.
 void URLConnection::Transfer::drop() {
   if (current_ && TransferLoop::main().isInsideLibrary()) {
     current_->abandon();
@@ -63,22 +64,22 @@ void URLConnection::Transfer::tell(const Call& call) {
 }
 
 void URLConnection::Transfer::deliver() {
-  if (!current_ || current_->nextHop() || !current_->answer().hasHead()) return;
+  if (!current_ || current_->nextHop() || !current_->collector().hasHeader()) return;
   const auto self = shared_from_this();
-  if (!std::exchange(headWasDelivered_, true)) deliverHead(current_->answer().response());
+  if (!std::exchange(headerWasDelivered_, true)) deliverHeader(current_->collector().response());
   if (!current_) return;
-  const std::string body = current_->answer().takeBody();
+  const std::string body = current_->collector().takeBody();
   if (body.empty()) return;
   tell([&](Delegate& delegate, URLConnection& connection) {
     delegate.connectionDidReceiveData(connection, bytesOf(body));
   });
 }
 
-void URLConnection::Transfer::deliverHead(const HTTPResponse& response) {
-  const HTTPResponse head = response;  // a delegate that cancels ends the original
-  if (const auto space = challengeOf(*current_->request().url, head)) ask(*space);
+void URLConnection::Transfer::deliverHeader(const HTTPResponse& response) {
+  const HTTPResponse copy = response;  // a delegate that cancels destroys the original
+  if (const auto space = challengeOf(*current_->request().url, copy)) ask(*space);
   tell([&](Delegate& delegate, URLConnection& connection) {
-    delegate.connectionDidReceiveResponse(connection, head);
+    delegate.connectionDidReceiveResponse(connection, copy);
   });
 }
 

@@ -22,8 +22,8 @@ struct HeaderNameLess {
 };
 using HeaderFields = std::map<std::string, std::string, HeaderNameLess>;
 
-/// The bytes of a request body as a list of pieces that are shared, never joined: a file that is in
-/// memory already is sent from where it lies. Its size is known, so nothing is chunked, and it can
+/// A request body as a list of pieces that are shared, never joined: a file that is in memory
+/// already is sent without another copy. The size is known, so nothing is chunked, and the body can
 /// be read again from the start.
 class RequestBody {
  public:
@@ -55,19 +55,19 @@ class RequestBodyReader {
   std::size_t offset_ = 0;
 };
 
-/// A request as the transport takes it. Cached answers are never used.
+/// A request as the transport takes it. Cached responses are never used.
 struct URLRequest {
   /// Absent: the exchange ends at once with the platform's "unsupported URL" error.
   std::optional<URL> url;
   std::string method = "GET";
   HeaderFields headers;
   std::optional<RequestBody> body;
-  /// Longest time without any byte moving in either direction (connecting and waiting for the
-  /// answer included); never a limit on the whole exchange.
+  /// Longest time without any byte moving in either direction, while connecting and waiting for
+  /// the response too; never a limit on the whole exchange.
   std::chrono::milliseconds idleTimeout{15000};
 };
 
-/// An answer's first part. Repeated fields are joined with ", ".
+/// Status and headers of a response. Repeated fields are joined with ", ".
 struct HTTPResponse {
   long statusCode = 0;
   HeaderFields headers;

@@ -26,7 +26,7 @@ inline constexpr long kURLErrorServerCertificateUntrusted = -1202;
 
 Error urlError(long code, std::string description);
 
-/// "HOST port N": all that an error's text tells of a URL, since the rest may hold a secret.
+/// "HOST port N": the only part of a URL that error texts show, since the rest may hold a secret.
 std::string placeOf(const URL& url);
 
 struct TransportFailure {
@@ -36,9 +36,9 @@ struct TransportFailure {
   CURLcode result = CURLE_OK;
   /// errno of a failed connection attempt; 0 when there is none.
   int systemError = 0;
-  /// A proxy's answer to CONNECT; 0 without one.
+  /// The status of a proxy's response to CONNECT; 0 without one.
   long tunnelStatus = 0;
-  /// The library's own text.
+  /// The library's error text.
   std::string_view detail;
 };
 

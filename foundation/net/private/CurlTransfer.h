@@ -4,29 +4,15 @@
 #include <functional>
 #include <memory>
 
-#include <curl/curl.h>
-
 #include "foundation/base/Handle.h"
 #include "foundation/base/Result.h"
 #include "foundation/net/URLRequest.h"
+#include "foundation/net/private/CurlLibrary.h"
 #include "foundation/net/private/ResponseCollector.h"
-
-// How this folder uses libcurl; for its own sources only.
 
 namespace foundation {
 
-using CurlEasy = Handle<CURL, curl_easy_cleanup>;
-using CurlMulti = Handle<CURLM, curl_multi_cleanup>;
-using CurlList = Handle<curl_slist, curl_slist_free_all>;
-
-/// A new multi handle; initialises the library on first use. Throws when memory runs out.
-CurlMulti makeCurlMulti();
-
-/// The process's cookies for the origin of `url`, in memory, safe to use from several threads at
-/// once. Lives as long as the process.
-CURLSH* cookieJarFor(const URL& url);
-
-/// Bytes that moved, and how long none did.
+/// Tells how long no byte has moved.
 class IdleClock {
  public:
   using Clock = std::chrono::steady_clock;
@@ -45,36 +31,35 @@ class IdleClock {
   std::uint64_t total_ = 0;
 };
 
-/// One request and its answer (a single hop of an exchange) as an easy handle that some multi
-/// handle drives. Used by one thread; must not move while it is added to a multi handle, and is
-/// removed from it before it is destroyed.
+/// One request and its response (a single hop of an exchange) as an easy handle that a multi handle
+/// drives. Used by one thread; must be removed from the multi handle before it is destroyed.
 class CurlTransfer {
  public:
   /// Called before each new TLS connection's handshake; false ends the transfer.
   using BeforeTLS = std::function<bool()>;
 
-  /// Fails for a request that cannot be sent: without URL, of another scheme than http and https,
-  /// with a line break in its method or a header field.
+  /// Fails for a request that cannot be sent; see `whyNotSendable`.
   static Result<std::unique_ptr<CurlTransfer>> make(URLRequest request, BeforeTLS beforeTLS = {});
   ~CurlTransfer();
   CurlTransfer(const CurlTransfer&) = delete;
 
   [[nodiscard]] CURL* easy() const { return easy_.get(); }
   [[nodiscard]] const URLRequest& request() const { return request_; }
-  [[nodiscard]] ResponseCollector& answer() { return answer_; }
-  /// The request that the answer's head redirects to; absent when the answer is to be delivered.
+  [[nodiscard]] ResponseCollector& collector() { return collector_; }
+  /// The request that the response redirects to; absent when the response is to be delivered.
   [[nodiscard]] const std::optional<URLRequest>& nextHop() const { return nextHop_; }
-  /// Set by those who drive it: no more bytes are wanted.
+  /// Ends the transfer at the library's next callback.
   void abandon() { abandoned_ = true; }
 
   /// To be called when it is added to a multi handle: time counts from here.
   void begin() { idle_.restart(); }
-  /// Notices what moved; true when nothing has for the request's idle timeout.
+  /// True when no byte has moved for the request's idle timeout. To be called every
+  /// `samplingInterval`.
   bool isIdle();
   [[nodiscard]] std::chrono::milliseconds samplingInterval() const { return idle_.interval(); }
 
-  /// To be called once, at the end, with the library's word: why there is no answer; absent when
-  /// there is one. May still find an answer, and so a next hop.
+  /// To be called once, at the end, with the library's result. Says why there is no response;
+  /// absent when there is one. May still find an early response, and with it a next hop.
   [[nodiscard]] std::optional<Error> conclude(CURLcode result);
   [[nodiscard]] Error idleError() const;
   /// True when a proxy refused a tunnel because it wants a user name and password.
@@ -84,28 +69,24 @@ class CurlTransfer {
   CurlTransfer(URLRequest request, BeforeTLS beforeTLS);
 
   struct Callbacks;
-  void setUp();
-  void setUpTrust();
-  void setUpBody();
-  void setUpHeaders();
-  void setUpCallbacks();
+  void setCallbacks();
   void sampleActivity();
   void lookForRedirect();
   void prepareForEarlyResponse();
   [[nodiscard]] std::optional<Error> problem(CURLcode result) const;
-  [[nodiscard]] bool answerStandsDespite(CURLcode result) const;
+  [[nodiscard]] bool isComplete(CURLcode result) const;
   [[nodiscard]] Error errorFor(CURLcode result) const;
 
   URLRequest request_;
   BeforeTLS beforeTLS_;
   RequestBodyReader reader_;
-  ResponseCollector answer_;
+  ResponseCollector collector_;
   std::optional<URLRequest> nextHop_;
   std::size_t unwanted_ = 0;
   std::uint64_t transferred_ = 0;
   int socket_ = -1;
-  /// The same connection once more, which outlives the library's own handle.
-  FileDescriptor secondHandle_;
+  /// The same connection once more, open after the library has closed it.
+  FileDescriptor duplicate_;
   bool abandoned_ = false;
   IdleClock idle_;
   std::unique_ptr<char[]> errorText_;

@@ -5,10 +5,10 @@
 namespace foundation::OpenSockets {
 
 // The sockets that this folder has opened for transfers. The library tells a transfer the addresses
-// of the connection that it has, which may be one that an earlier transfer opened, but not its
-// socket. All functions are safe from any thread.
+// of its connection, which an earlier transfer may have opened, but not its socket. All functions
+// are safe from any thread.
 
-/// A new close-on-exec socket; -1 with errno when the system has none to give.
+/// A new close-on-exec socket; -1 with errno set on failure.
 int open(int family, int type, int protocol);
 /// Closes it; 0 or -1 as the system's own call.
 int close(int socket);

@@ -7,27 +7,27 @@
 
 namespace foundation {
 
-/// Collects an HTTP answer from the pieces that the transport hands over. Bounds what a hostile
-/// server can make it hold.
+/// Assembles an HTTP response from what the transport delivers, and bounds the memory that a
+/// hostile server can make it use.
 class ResponseCollector {
  public:
-  /// Most bytes that the head of one exchange may have, interim answers (1xx) included.
-  static constexpr std::size_t kMaximumHead = std::size_t{256} * 1024;
-  /// Most bytes of a body, after decompression: no answer of a service is near it.
+  /// Most header bytes of one exchange, interim responses (1xx) included.
+  static constexpr std::size_t kMaximumHeader = std::size_t{256} * 1024;
+  /// Most bytes of a body after decompression; real services stay far below.
   static constexpr std::size_t kMaximumBody = std::size_t{16} << 20;
 
-  enum class Refusal { none, headTooLong, bodyTooLong, noMemory };
+  enum class Refusal { none, headerTooLong, bodyTooLong, noMemory };
 
-  /// Takes one line of a head with its line end. False when the exchange must not go on.
-  bool addHeadLine(std::string_view line, long statusCode);
+  /// Takes one header line with its line end. False when the exchange must not go on.
+  bool addHeaderLine(std::string_view line, long statusCode);
   /// Takes decoded bytes of the body. False when the exchange must not go on.
   bool addBody(Bytes bytes);
 
-  /// True once the head of a final answer (200 or more) is complete.
-  [[nodiscard]] bool hasHead() const { return hasHead_; }
+  /// True once the headers of a final response (200 or more) are complete.
+  [[nodiscard]] bool hasHeader() const { return hasHeader_; }
   [[nodiscard]] const HTTPResponse& response() const { return response_; }
   [[nodiscard]] Refusal refusal() const { return refusal_; }
-  /// The bytes that have come since the last call.
+  /// The bytes that have arrived since the last call.
   std::string takeBody();
 
  private:
@@ -36,9 +36,9 @@ class ResponseCollector {
   HTTPResponse response_;
   std::string lastField_;
   std::string body_;
-  std::size_t headSize_ = 0;
+  std::size_t headerSize_ = 0;
   std::size_t bodySize_ = 0;
-  bool hasHead_ = false;
+  bool hasHeader_ = false;
   Refusal refusal_ = Refusal::none;
 };
 

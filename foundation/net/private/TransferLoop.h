@@ -17,11 +17,11 @@ class TransferLoop final : public RunLoopSource {
  public:
   using Transfer = URLConnection::Transfer;
 
-  /// Transfers that may have a connection at the same time; more wait for their turn, so that
+  /// Most transfers that have a connection at the same time; others wait for their turn, so that
   /// hundreds of them do not use up the process's descriptors.
   static constexpr std::size_t kMaximumActive = 200;
 
-  /// Becomes the main run loop's source when it is first asked for. Never destroyed.
+  /// Becomes the main run loop's source on the first call. Never destroyed.
   static TransferLoop& main();
 
   void add(std::shared_ptr<Transfer> transfer);

@@ -9,8 +9,8 @@
 
 namespace foundation {
 
-/// An asynchronous exchange. Lives until it has ended, whatever becomes of the connection object.
-/// All but `start` and `cancel` belongs to the main run loop's thread.
+/// An asynchronous exchange. Lives until it has ended, even if the connection object does not. All
+/// but `start` and `cancel` belongs to the main run loop's thread.
 struct URLConnection::Transfer : std::enable_shared_from_this<URLConnection::Transfer> {
   Transfer(URLRequest request, std::shared_ptr<Delegate> delegate)
       : request_(std::move(request)), delegate_(std::move(delegate)) {}
@@ -18,17 +18,17 @@ struct URLConnection::Transfer : std::enable_shared_from_this<URLConnection::Tra
   void start();
   void cancel();
 
-  /// The hop that is under way; null before the start and after the end.
+  /// The current hop; null before the start and after the end.
   [[nodiscard]] CurlTransfer* current() const { return current_.get(); }
-  /// Tells the delegate what has come since the last call.
+  /// Tells the delegate what has arrived since the last call.
   void deliver();
-  /// The hop has ended with the library's word, or, without one, since nothing moved any more.
+  /// The hop has ended, with the library's result or, absent, by its idle timeout.
   void finish(std::optional<CURLcode> result);
 
  private:
   void begin(URLRequest request);
   void drop();
-  void deliverHead(const HTTPResponse& response);
+  void deliverHeader(const HTTPResponse& response);
   bool askAboutTrust();
   void ask(const ProtectionSpace& space);
   void followRedirect();
@@ -41,7 +41,7 @@ struct URLConnection::Transfer : std::enable_shared_from_this<URLConnection::Tra
   std::shared_ptr<Delegate> delegate_;
   std::unique_ptr<CurlTransfer> current_;
   int redirects_ = 0;
-  bool headWasDelivered_ = false;
+  bool headerWasDelivered_ = false;
   std::atomic<bool> wasStarted_ = false;
   std::atomic<bool> wasCancelled_ = false;
 };
