@@ -144,32 +144,13 @@ std::string dayOf(Date date) {
 }
 
 std::string className(const Value* value) {
-  if (!value) return "(null)";
-  switch (value->type()) {
-    case Value::Type::null:
-      return "NSNull";
-    case Value::Type::boolean:
-      return "__NSCFBoolean";
-    case Value::Type::integer:
-    case Value::Type::unsignedInteger:
-    case Value::Type::real:
-      return "__NSCFNumber";
-    case Value::Type::string:
-      return "__NSCFString";
-    case Value::Type::date:
-      return "__NSTaggedDate";
-    case Value::Type::data:
-      return "NSConcreteData";
-    case Value::Type::uid:
-      return "__NSCFType";
-    case Value::Type::array:
-      return "__NSArrayM";
-    case Value::Type::dictionary:
-      return "__NSDictionaryM";
-    case Value::Type::error:
-      return "NSError";
-  }
-  return {};
+  // In the order of `Value::Type`.
+  constexpr std::array<const char*, 12> kNames{"NSNull",         "__NSCFBoolean",   "__NSCFNumber",
+                                               "__NSCFNumber",   "__NSCFNumber",    "__NSCFString",
+                                               "__NSTaggedDate", "NSConcreteData",  "__NSCFType",
+                                               "__NSArrayM",     "__NSDictionaryM", "NSError"};
+  static_assert(kNames.size() == static_cast<std::size_t>(Value::Type::error) + 1);
+  return value ? kNames[static_cast<std::size_t>(value->type())] : "(null)";
 }
 
 }  // namespace foundation
