@@ -14,6 +14,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::ignore(foundation::format("%@", *value));
   // Characters that XML cannot hold have no written form.
   const auto written = PropertyList::xml(*value);
-  if (written) fuzz::require(PropertyList::parseXML(foundation::bytesOf(*written)).ok());
+  if (written) fuzz::require(PropertyList::parse(foundation::bytesOf(*written)).ok());
   return 0;
 }

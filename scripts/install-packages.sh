@@ -5,11 +5,11 @@ set -euo pipefail
 
 packages=(
   cmake ninja-build g++ pkg-config ccache git
-  libcurl4-openssl-dev libssl-dev libplist-dev nlohmann-json3-dev
+  libcurl4-openssl-dev libssl-dev libexpat1-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang lld llvm libclang-rt-14-dev
   clang-format clang-tidy codespell
-  zip unzip debianutils openssl curl ca-certificates python3 strace
+  zip unzip debianutils openssl curl ca-certificates python3 strace libplist-utils
 )
 
 missing=()

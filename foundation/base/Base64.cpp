@@ -35,26 +35,25 @@ void appendBase64(std::string& out, Bytes bytes) {
   }
 }
 
-bool decodeBase64(std::string_view text, std::span<std::byte> out) {
-  if (text.size() != (out.size() + 2) / 3 * 4) return false;
-  for (std::size_t i = 0; i * 3 < out.size(); ++i) {
-    const std::size_t left = out.size() - i * 3;
-    std::uint32_t group = 0;
-    for (std::size_t digit = 0; digit < 4; ++digit) {
-      const char c = text[i * 4 + digit];
-      // NOLINTNEXTLINE(bugprone-signed-char-misuse): an index, not a character; -1 for none
-      const int value = kValues[static_cast<unsigned char>(c)];
-      if (digit > left ? c != '=' : value < 0) return false;
-      group = group << 6 | (digit > left ? 0U : static_cast<std::uint32_t>(value));
-    }
-    for (std::size_t j = 0; j < 3; ++j) {
-      const auto byte = static_cast<std::byte>(group >> (16 - 8 * j));
-      if (j < left) out[i * 3 + j] = byte;
-      // Unused bits must be zero, so that each byte string has exactly one encoding.
-      if (j >= left && byte != std::byte{0}) return false;
-    }
+std::string decodeBase64(std::string_view text) {
+  std::string out;
+  out.reserve(text.size() / 4 * 3);
+  std::uint32_t group = 0;
+  int digits = 0;
+  int padding = 0;
+  for (const char c : text) {
+    // NOLINTNEXTLINE(bugprone-signed-char-misuse): an index, not a character; -1 for none
+    const int value = kValues[static_cast<unsigned char>(c)];
+    if (value < 0 && c != '=') continue;
+    group = group << 6 | (value < 0 ? 0U : static_cast<std::uint32_t>(value));
+    padding += c == '=' ? 1 : 0;
+    if (++digits < 4) continue;
+    for (int i = 0; i < 3 - padding; ++i) out += static_cast<char>(group >> (16 - 8 * i));
+    group = 0;
+    digits = 0;
+    padding = 0;
   }
-  return true;
+  return out;
 }
 
 }  // namespace foundation

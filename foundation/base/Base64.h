@@ -1,6 +1,5 @@
 #pragma once
 
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -11,7 +10,8 @@ namespace foundation {
 /// RFC 4648 text with padding, on one line; appended to `out`.
 void appendBase64(std::string& out, Bytes bytes);
 
-/// Fills `out`; false unless `text` is exactly what `appendBase64` makes of `out.size()` bytes.
-bool decodeBase64(std::string_view text, std::span<std::byte> out);
+/// Characters of other kinds are passed over, and so are digits at the end that make no group of
+/// four.
+std::string decodeBase64(std::string_view text);
 
 }  // namespace foundation

@@ -5,6 +5,7 @@
 #include "foundation/base/Format.h"
 #include "foundation/base/Text.h"
 #include "foundation/base/UnicodeText.h"
+#include "foundation/format/PropertyListErrors.h"
 
 namespace foundation::JSON {
 
@@ -13,7 +14,7 @@ namespace {
 using Native = nlohmann::json;
 
 Error jsonError(const std::string& what) {
-  return makeError(kCocoaErrorDomain, 3840, "JSON: " + what);
+  return makeError(kCocoaErrorDomain, kPropertyListReadCorrupt, "JSON: " + what);
 }
 
 /// Takes the parser's events and builds values, without any recursion.

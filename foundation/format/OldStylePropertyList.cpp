@@ -1,14 +1,11 @@
-#include "foundation/format/private/OldStylePropertyList.h"
-
 #include <algorithm>
 #include <array>
 
 #include "foundation/base/Format.h"
 #include "foundation/base/Text.h"
-#include "foundation/format/PropertyList.h"
-#include "foundation/format/private/DictionaryFilling.h"
+#include "foundation/format/private/PropertyListReaders.h"
 
-namespace foundation {
+namespace foundation::PropertyList {
 
 namespace {
 
@@ -66,7 +63,6 @@ class Parser {
   bool data(Value& out);
   bool array(Value& out);
   bool dictionary(Value& out);
-  bool completed(Dictionary& out);
   bool pairs(Dictionary& out);
   bool pair(Dictionary& out);
 
@@ -86,15 +82,12 @@ class Parser {
   std::string_view text_;
   std::size_t position_ = 0;
   int depth_ = 0;
-  DictionaryFilling filling_;
   std::optional<Error> error_;
 };
 
 bool Parser::failAt(std::size_t place, std::string_view complaint) {
   if (error_) return false;
-  const auto line = 1 + std::ranges::count(text_.substr(0, place), '\n');
-  error_ = makeError(kCocoaErrorDomain, 3840,
-                     format("property list in the old text form, line %ld: %@", line, complaint));
+  error_ = readErrorAt("property list in the old text form", text_, place, complaint);
   return false;
 }
 
@@ -154,8 +147,8 @@ bool Parser::value(Value& out) {
 }
 
 bool Parser::container(Value& out) {
-  if (depth_ == PropertyList::kMaximumDepth) {
-    return fail(format("nested deeper than %d levels", PropertyList::kMaximumDepth));
+  if (depth_ == kMaximumDepth) {
+    return fail(format("nested deeper than %d levels", kMaximumDepth));
   }
   ++depth_;
   const bool isRead = isAt('(') ? array(out) : dictionary(out);
@@ -282,12 +275,7 @@ bool Parser::array(Value& out) {
 bool Parser::dictionary(Value& out) {
   ++position_;
   out = Value(Dictionary());
-  return completed(*out.dictionary()) && expect('}', "a dictionary");
-}
-
-bool Parser::completed(Dictionary& out) {
-  if (!pairs(out)) return false;
-  return filling_.add(out) || fail(DictionaryFilling::complaint(out.size()));
+  return pairs(*out.dictionary()) && expect('}', "a dictionary");
 }
 
 /// Reads up to a closing brace or the end of the text.
@@ -308,7 +296,7 @@ bool Parser::pair(Dictionary& out) {
   } else if (!expect('=', "a dictionary") || !value(entry) || !expect(';', "a dictionary")) {
     return false;
   }
-  out.insert_or_assign(out.end(), std::move(key), std::move(entry));
+  set(out, std::move(key), std::move(entry));
   return true;
 }
 
@@ -320,7 +308,7 @@ Result<Value> Parser::parse() {
     if (isRead && !atEnd() && top.string()) {
       position_ = 0;
       top = Dictionary();
-      isRead = completed(*top.dictionary());
+      isRead = pairs(*top.dictionary());
     }
   }
   if (isRead && !atEnd()) fail(found() + " stands behind the end of the list");
@@ -330,6 +318,6 @@ Result<Value> Parser::parse() {
 
 }  // namespace
 
-Result<Value> parseOldStylePropertyList(std::string_view text) { return Parser(text).parse(); }
+Result<Value> parseOldStyle(std::string_view text) { return Parser(text).parse(); }
 
-}  // namespace foundation
+}  // namespace foundation::PropertyList

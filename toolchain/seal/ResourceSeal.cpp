@@ -1,14 +1,11 @@
 #include "toolchain/seal/ResourceSeal.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <cmath>
 
-#include "foundation/base/Base64.h"
 #include "foundation/format/PropertyList.h"
+#include "foundation/format/XMLWriter.h"
 #include "toolchain/common/Messages.h"
-#include "toolchain/seal/private/SealScanner.h"
 
 namespace toolchain {
 
@@ -17,131 +14,41 @@ namespace {
 using foundation::Dictionary;
 using foundation::Value;
 
-/// Writes the property list the way the platform's own tool does, to the byte.
-class SealWriter {
- public:
-  explicit SealWriter(std::size_t itemCount) {
-    constexpr std::size_t kBytesPerItem = 320;
-    out_.reserve(itemCount * kBytesPerItem + 4096);
-    out_ += kSealHeader;
-  }
+using foundation::PropertyList::XMLWriter;
 
-  void items(std::string_view name, const SealedItems& items, bool bareHashes) {
-    key(1, name);
-    if (items.empty()) return line(1, "<dict/>");
-    line(1, "<dict>");
-    for (const auto& [path, item] : items) {
-      key(2, path);
-      if (bareHashes && item.sha1 && !item.optional) {
-        data(2, *item.sha1);
-      } else {
-        this->item(item);
-      }
-    }
-    line(1, "</dict>");
-  }
+Value dataOf(Bytes bytes) { return foundation::Data(nullptr, bytes); }
 
-  void rules(std::string_view name, std::vector<ResourceRule> rules) {
-    key(1, name);
-    if (rules.empty()) return line(1, "<dict/>");
-    std::sort(rules.begin(), rules.end(),
-              [](const ResourceRule& a, const ResourceRule& b) { return a.pattern < b.pattern; });
-    line(1, "<dict>");
-    for (const ResourceRule& one : rules) rule(one);
-    line(1, "</dict>");
-  }
+/// Keys in byte order, as everywhere.
+void write(XMLWriter& out, const SealedItem& item) {
+  const auto entry = [&out](std::string_view key, const Value& value) {
+    out.key(key);
+    out.value(value);
+  };
+  out.beginDictionary();
+  if (item.cdHash) entry("cdhash", dataOf(foundation::bytesOf(*item.cdHash)));
+  if (item.sha1) entry("hash", dataOf(*item.sha1));
+  if (item.sha256) entry("hash2", dataOf(*item.sha256));
+  if (item.optional) entry("optional", true);
+  if (item.cdHash) entry("requirement", item.requirement);
+  if (item.linkTarget) entry("symlink", *item.linkTarget);
+  out.endDictionary();
+}
 
-  std::string finish() {
-    out_ += "</dict>\n</plist>\n";
-    return std::move(out_);
-  }
+enum class BareHashes { allowed, never };
 
- private:
-  void indent(std::size_t depth) { out_.append(depth, '\t'); }
-  void line(std::size_t depth, std::string_view text) {
-    indent(depth);
-    out_ += text;
-    out_ += '\n';
-  }
-  void escaped(std::string_view text) {
-    for (const char c : text) {
-      if (c == '&') {
-        out_ += "&amp;";
-      } else if (c == '<') {
-        out_ += "&lt;";
-      } else if (c == '>') {
-        out_ += "&gt;";
-      } else {
-        out_ += c;
-      }
+void write(XMLWriter& out, std::string_view name, const SealedItems& items, BareHashes bareHashes) {
+  out.key(name);
+  out.beginDictionary();
+  for (const auto& [path, item] : items) {
+    out.key(path);
+    if (bareHashes == BareHashes::allowed && item.sha1 && !item.optional) {
+      out.value(dataOf(*item.sha1));
+    } else {
+      write(out, item);
     }
   }
-  void element(std::size_t depth, std::string_view name, std::string_view text) {
-    indent(depth);
-    out_.append("<").append(name).append(">");
-    escaped(text);
-    out_.append("</").append(name).append(">\n");
-  }
-  void key(std::size_t depth, std::string_view text) { element(depth, "key", text); }
-  void data(std::size_t depth, Bytes bytes) {
-    line(depth, "<data>");
-    indent(depth);
-    foundation::appendBase64(out_, bytes);
-    out_ += '\n';
-    line(depth, "</data>");
-  }
-
-  /// Keys in byte order: cdhash, hash, hash2, optional, requirement, symlink.
-  void item(const SealedItem& item) {
-    line(2, "<dict>");
-    if (item.cdHash) {
-      key(3, "cdhash");
-      data(3, foundation::bytesOf(*item.cdHash));
-    }
-    if (item.sha1) {
-      key(3, "hash");
-      data(3, *item.sha1);
-    }
-    if (item.sha256) {
-      key(3, "hash2");
-      data(3, *item.sha256);
-    }
-    if (item.optional) flag("optional");
-    if (item.cdHash) {
-      key(3, "requirement");
-      element(3, "string", item.requirement);
-    }
-    if (item.linkTarget) {
-      key(3, "symlink");
-      element(3, "string", *item.linkTarget);
-    }
-    line(2, "</dict>");
-  }
-
-  void flag(std::string_view name) {
-    key(3, name);
-    line(3, "<true/>");
-  }
-
-  void rule(const ResourceRule& rule) {
-    key(2, rule.pattern);
-    const bool isPlain = rule.weight == 1 && !rule.optional && !rule.nested;
-    if (isPlain) return line(2, rule.omitted ? "<false/>" : "<true/>");
-    line(2, "<dict>");
-    if (rule.nested) flag("nested");
-    if (rule.omitted) flag("omit");
-    if (rule.optional) flag("optional");
-    if (rule.weight != 1) {
-      std::array<char, 32> digits{};
-      const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), rule.weight).ptr;
-      key(3, "weight");
-      element(3, "real", {digits.data(), end});
-    }
-    line(2, "</dict>");
-  }
-
-  std::string out_;
-};
+  out.endDictionary();
+}
 
 Result<double> weightOf(const Value& value) {
   if (const double* real = value.real(); real && std::isfinite(*real)) return *real;
@@ -207,19 +114,6 @@ Result<SealedItem> parseItem(const Value& value) {
   return item;
 }
 
-Result<SealedItems> parseItems(const Dictionary& top, std::string_view key) {
-  SealedItems items;
-  const Value* value = foundation::find(top, key);
-  if (!value) return items;
-  if (!value->dictionary()) return failure(std::string(key) + " is no dictionary");
-  for (const auto& [path, entry] : *value->dictionary()) {
-    auto item = parseItem(entry);
-    if (!item) return within(std::string(key) + ": " + path, item.error());
-    items.emplace_hint(items.end(), path, std::move(*item));
-  }
-  return items;
-}
-
 Result<std::vector<ResourceRule>> rulesAt(const Dictionary& top, std::string_view key) {
   const Value* value = foundation::find(top, key);
   if (!value) return std::vector<ResourceRule>();
@@ -228,40 +122,50 @@ Result<std::vector<ResourceRule>> rulesAt(const Dictionary& top, std::string_vie
   return rules;
 }
 
-Result<ResourceSeal> sealFrom(const Dictionary& top) {
-  auto files = parseItems(top, "files");
-  if (!files) return files.error();
-  auto files2 = parseItems(top, "files2");
-  if (!files2) return files2.error();
-  auto rules = rulesAt(top, "rules");
-  if (!rules) return rules.error();
-  auto rules2 = rulesAt(top, "rules2");
-  if (!rules2) return rules2.error();
-  return ResourceSeal{
-      std::move(*files), std::move(*files2), {std::move(*rules), std::move(*rules2)}};
-}
-
 }  // namespace
 
-std::string text(const ResourceSeal& seal) {
-  SealWriter writer(seal.files.size() + seal.files2.size());
-  writer.items("files", seal.files, true);
-  writer.items("files2", seal.files2, false);
-  writer.rules("rules", seal.rules.rules);
-  writer.rules("rules2", seal.rules.rules2);
-  return writer.finish();
+Result<std::string> text(const ResourceSeal& seal) {
+  XMLWriter out;
+  out.beginDictionary();
+  write(out, "files", seal.files, BareHashes::allowed);
+  write(out, "files2", seal.files2, BareHashes::never);
+  out.key("rules");
+  out.value(value(seal.rules.rules));
+  out.key("rules2");
+  out.value(value(seal.rules.rules2));
+  out.endDictionary();
+  return out.finish();
 }
 
 Result<ResourceSeal> parseResourceSeal(Bytes file) {
-  // The lists are long and nearly always laid out in one way; the rest is small.
-  ScannedSeal scanned = scanSeal(foundation::textOf(file));
-  const auto value = foundation::PropertyList::parseUnambiguous(foundation::bytesOf(scanned.rest));
-  if (!value) return within("CodeResources", value.error());
-  if (!value->dictionary()) return failure("CodeResources: the top is no dictionary");
-  auto seal = sealFrom(*value->dictionary());
-  if (!seal) return within("CodeResources", seal.error());
-  if (scanned.files) seal->files = std::move(*scanned.files);
-  if (scanned.files2) seal->files2 = std::move(*scanned.files2);
+  ResourceSeal seal;
+  std::optional<foundation::Error> wrong;
+  // The lists are long, so their entries are taken as they come.
+  const auto taker = [&wrong](std::string_view list, SealedItems& items) {
+    return [&wrong, list, &items](std::string path, const Value& value) {
+      auto item = parseItem(value);
+      if (!item && !wrong) wrong = within(std::string(list) + ": " + path, item.error());
+      const std::size_t before = items.size();
+      items.try_emplace(items.end(), std::move(path), item ? *std::move(item) : SealedItem());
+      return items.size() != before;
+    };
+  };
+  const auto fail = [](const foundation::Error& error) { return within("CodeResources", error); };
+  const auto top = foundation::PropertyList::parseUnambiguous(
+      file, {{"files", taker("files", seal.files)}, {"files2", taker("files2", seal.files2)}});
+  if (!top) return fail(top.error());
+  if (!top->dictionary()) return failure("CodeResources: the top is no dictionary");
+  for (const char* list : {"files", "files2"}) {
+    const Value* value = top->find(list);
+    if (value && !value->dictionary())
+      return fail(failure(std::string(list) + " is no dictionary"));
+  }
+  if (wrong) return fail(*wrong);
+  auto rules = rulesAt(*top->dictionary(), "rules");
+  if (!rules) return fail(rules.error());
+  auto rules2 = rulesAt(*top->dictionary(), "rules2");
+  if (!rules2) return fail(rules2.error());
+  seal.rules = {*std::move(rules), *std::move(rules2)};
   return seal;
 }
 

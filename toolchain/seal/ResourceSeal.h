@@ -76,8 +76,9 @@ struct ResourceSeal {
   ResourceRules rules;
 };
 
-/// The property list as the platform's tool lays it out.
-std::string text(const ResourceSeal& seal);
+/// The property list as the platform's tool lays it out. Fails for a path or link with characters
+/// that XML cannot hold.
+Result<std::string> text(const ResourceSeal& seal);
 /// Accepts every seal of the platform's tool, also one without the second generation.
 Result<ResourceSeal> parseResourceSeal(Bytes file);
 /// A rules dictionary as a property list value, and back.

@@ -239,7 +239,7 @@ toolchain::ResourceSeal sealWithEveryKind() {
 
 TEST(ResourceSeal, IsReadAsItWasWritten) {
   const auto seal = sealWithEveryKind();
-  const auto read = toolchain::parseResourceSeal(foundation::bytesOf(toolchain::text(seal)));
+  const auto read = toolchain::parseResourceSeal(foundation::bytesOf(*toolchain::text(seal)));
   ASSERT_TRUE(read) << read.error().localizedDescription();
   EXPECT_TRUE(read->files == seal.files);
   EXPECT_TRUE(read->files2 == seal.files2);
@@ -253,7 +253,7 @@ TEST(ResourceSeal, IsReadInAnyLayout) {
   auto seal = sealWithEveryKind();
   for (const bool hasNested : {true, false}) {
     if (!hasNested) seal.files2.erase("nested");
-    const std::string usual = toolchain::text(seal);
+    const std::string usual = *toolchain::text(seal);
     for (const auto& [from, to] : std::vector<std::pair<std::string, std::string>>{
              {"<dict>", "<!-- said otherwise --><dict>"},
              {"\t\t<key>both</key>", "\t <key>both</key>"},
@@ -270,7 +270,7 @@ TEST(ResourceSeal, IsReadInAnyLayout) {
 TEST(ResourceSeal, OnlyTheTopHasItsLists) {
   auto seal = sealWithEveryKind();
   seal.files2.erase("nested");
-  std::string nested = toolchain::text(seal);
+  std::string nested = *toolchain::text(seal);
   const auto replace = [&](const std::string& from, const std::string& to) {
     nested.replace(nested.find(from), from.size(), to);
   };
@@ -282,7 +282,7 @@ TEST(ResourceSeal, OnlyTheTopHasItsLists) {
 }
 
 TEST(ResourceSeal, DamageIsNamed) {
-  const std::string good = toolchain::text(sealWithEveryKind());
+  const std::string good = *toolchain::text(sealWithEveryKind());
   struct Case {
     std::string from;
     std::string to;

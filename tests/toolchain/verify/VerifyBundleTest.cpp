@@ -89,7 +89,7 @@ TEST_F(VerifyBundleTest, ChangesInTheBundleAreNoticed) {
        },
        kSealedResource,
        {"file added: /CodeResources", "file added: /_MASReceipt/receipt"}},
-      {"byte of Info.plist", [](auto& app) { flip(app / "Info.plist", 60); }, kInvalidInfo, {}},
+      {"byte of Info.plist", [](auto& app) { flip(app / "Info.plist", 120); }, kInvalidInfo, {}},
       {"other Info.plist",
        [](auto& app) {
          writePlist(app / "Info.plist", {{"CFBundleExecutable", "Example"}});
