@@ -74,6 +74,8 @@ struct ResourceSeal {
   SealedItems files;
   SealedItems files2;
   ResourceRules rules;
+  /// Those of the files that begin as Mach-O does; empty in a seal that was read.
+  std::vector<std::string> machOFiles;
 };
 
 /// The property list as the platform's tool lays it out. Fails for a path or link with characters

@@ -136,18 +136,25 @@ class SealContents::Collector {
     return isUnderNestedRule(path) && isLooseCode(absolute(path));
   }
 
+  static bool isSealedBy(const ResourceRule* rule) { return rule && !rule->omitted; }
+
   void sealFile(const std::string& path, const FileDigests& digests, ResourceSeal& seal) const {
-    if (const ResourceRule* rule = rules_.match(path); rule && !rule->omitted) {
+    const ResourceRule* const rule = rules_.match(path);
+    const ResourceRule* const rule2 = rules2_.match(path);
+    if (digests.looksLikeMachO && isSealedBy(options_.rules.rules2.empty() ? rule : rule2)) {
+      seal.machOFiles.push_back(path);
+    }
+    if (isSealedBy(rule)) {
       SealedItem item;
       item.sha1 = digests.sha1;
       item.optional = rule->optional;
       seal.files.emplace_hint(seal.files.end(), path, std::move(item));
     }
-    if (const ResourceRule* rule = rules2_.match(path); rule && !rule->omitted) {
+    if (isSealedBy(rule2)) {
       SealedItem item;
       if (options_.sha1InFiles2) item.sha1 = digests.sha1;
       item.sha256 = digests.sha256;
-      item.optional = rule->optional;
+      item.optional = rule2->optional;
       seal.files2.emplace_hint(seal.files2.end(), path, std::move(item));
     }
   }

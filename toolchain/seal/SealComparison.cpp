@@ -82,23 +82,6 @@ Result<ResourceSeal> sealedIn(const CodeBundle& bundle, const std::optional<Byte
   return sealed;
 }
 
-/// The digests are known already, so nothing is read for this.
-Result<std::vector<std::string>> machOFilesOf(const CodeBundle& bundle, const ResourceSeal& present,
-                                              FileHasher& hasher) {
-  const SealedItems& items = present.rules.rules2.empty() ? present.files : present.files2;
-  std::vector<std::string> paths;
-  for (const auto& [path, item] : items) {
-    if (item.sha1 || item.sha256) paths.push_back((bundle.base / path).string());
-  }
-  const auto digests = hasher.digests(paths);
-  if (!digests) return digests.error();
-  std::vector<std::string> found;
-  for (std::size_t i = 0; i < paths.size(); ++i) {
-    if ((*digests)[i].looksLikeMachO) found.push_back(std::move(paths[i]));
-  }
-  return found;
-}
-
 }  // namespace
 
 SealDifferences compareSeals(const ResourceSeal& sealed, const ResourceSeal& present) {
@@ -106,16 +89,23 @@ SealDifferences compareSeals(const ResourceSeal& sealed, const ResourceSeal& pre
   const SealedItems& expected = second ? sealed.files2 : sealed.files;
   const SealedItems& found = second ? present.files2 : present.files;
   SealDifferences differences;
-  for (const auto& [path, item] : found) {
-    const auto at = expected.find(path);
-    if (at == expected.end()) {
-      differences.added.push_back(path);
-    } else if (!isAsSealed(at->second, item)) {
-      differences.modified.push_back(path);
+  // Both are in the order of their paths.
+  auto sealedAt = expected.begin();
+  auto foundAt = found.begin();
+  while (sealedAt != expected.end() || foundAt != found.end()) {
+    if (foundAt == found.end() ||
+        (sealedAt != expected.end() && sealedAt->first < foundAt->first)) {
+      if (!sealedAt->second.optional) differences.missing.push_back(sealedAt->first);
+      ++sealedAt;
+    } else if (sealedAt == expected.end() || foundAt->first < sealedAt->first) {
+      differences.added.push_back((foundAt++)->first);
+    } else {
+      if (!isAsSealed(sealedAt->second, foundAt->second)) {
+        differences.modified.push_back(foundAt->first);
+      }
+      ++sealedAt;
+      ++foundAt;
     }
-  }
-  for (const auto& [path, item] : expected) {
-    if (!item.optional && !found.contains(path)) differences.missing.push_back(path);
   }
   return differences;
 }
@@ -127,16 +117,22 @@ Result<SealDifferences> compareWithSeal(const CodeBundle& bundle, const std::opt
   SealOptions options;
   options.rules = sealed->rules;
   options.sha1InFiles2 = true;
+  if (!options.rules.rules2.empty()) {
+    // The first generation says nothing then, but its rules must be sound.
+    const auto compiled = RuleMatcher::compile(options.rules.rules);
+    if (!compiled) {
+      return faultError(Fault::sealedResource, compiled.error().localizedDescription());
+    }
+    options.rules.rules.clear();
+  }
   const auto present = makeResourceSeal(bundle, options, hasher);
   if (!present) {
     return faultError(Fault::sealedResource, present.error().localizedDescription());
   }
   auto differences = compareSeals(*sealed, *present);
-  auto machOFiles = machOFilesOf(bundle, *present, hasher);
-  if (!machOFiles) {
-    return faultError(Fault::sealedResource, machOFiles.error().localizedDescription());
+  for (const auto& path : present->machOFiles) {
+    differences.machOFiles.push_back((bundle.base / path).string());
   }
-  differences.machOFiles = *std::move(machOFiles);
   for (const auto& [path, item] : present->files2) {
     if (item.cdHash) differences.codeByHash.push_back((bundle.base / path).string());
   }
