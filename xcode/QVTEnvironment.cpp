@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <map>
 #include <string_view>
-#include <unordered_map>
 
 #include <sys/stat.h>
 
@@ -17,7 +17,7 @@ using Paths = std::vector<std::string>;
 
 constexpr std::string_view kRecursiveMarker = "**";
 
-/// The longest path that the system takes; its limit counts the terminating zero.
+/// The longest path that the system accepts; its limit counts the terminating zero.
 constexpr std::size_t kLongestPath = PATH_MAX - 1;
 
 /// A run of backslashes is halved (rounded up), then loses one to a space after it.
@@ -33,12 +33,19 @@ std::string unescaped(std::string_view text) {
   }
 }
 
-/// True when this is longer than any path once it is unquoted and unescaped, and so is whatever it
-/// grows to by a space and more pieces.
+/// True when the candidate, unquoted and unescaped, is longer than any path, and stays so whatever
+/// is appended after a space.
 bool isTooLong(const std::string& candidate) {
   constexpr std::size_t kLongest = kLongestPath + std::string_view("\"\"").size();
   return candidate.size() > kLongest && unescaped(candidate).size() > kLongest;
 }
+
+/// Most candidates differ in length, which makes comparing long ones cheap.
+struct ShorterFirst {
+  bool operator()(const std::string& a, const std::string& b) const {
+    return a.size() != b.size() ? a.size() < b.size() : a < b;
+  }
+};
 
 /// The questions of one parse. Answers are remembered until they take too much memory.
 class SearchPathQuestions {
@@ -46,13 +53,14 @@ class SearchPathQuestions {
   SearchPathQuestions(std::string_view workingDirectory, const QVTDirectoryQuestion& isDirectory)
       : workingDirectory_(workingDirectory), isDirectory_(isDirectory) {}
 
-  /// Of a path as it is written.
+  /// Takes the path as written.
   bool isValid(std::string path) {
     if (path.empty()) return false;
     if (!foundation::isAbsolutePath(path)) {
       path = foundation::appendingPathComponent(workingDirectory_, path);
     }
-    if (foundation::lastPathComponent(path) == kRecursiveMarker) {
+    const bool mayBeRecursive = path.ends_with('*') || path.ends_with('/');  // saves a search
+    if (mayBeRecursive && foundation::lastPathComponent(path) == kRecursiveMarker) {
       path = foundation::deletingLastPathComponent(path);
     }
     return path.size() <= kLongestPath && ask(std::move(path));
@@ -81,7 +89,7 @@ class SearchPathQuestions {
 
   std::string_view workingDirectory_;
   const QVTDirectoryQuestion& isDirectory_;
-  std::unordered_map<std::string, bool> answers_;
+  std::map<std::string, bool, ShorterFirst> answers_;
   std::size_t remembered_ = 0;
 };
 
@@ -93,7 +101,7 @@ std::optional<Paths> wellFormed(std::string_view value, SearchPathQuestions& que
   return areValid ? std::move(tokens) : std::nullopt;
 }
 
-/// Puts a value together again whose paths have fallen apart at their spaces.
+/// Rebuilds paths that were split at their spaces.
 class Mender {
  public:
   Mender(std::string_view value, SearchPathQuestions& questions)
@@ -108,8 +116,8 @@ class Mender {
   }
 
  private:
-  /// Finds a path that begins at the piece, or one that begins at the paths found last and goes on
-  /// with the piece. Returns the last piece of it.
+  /// Finds a path that begins with the piece, or with the last paths found followed by the piece.
+  /// Returns the index of its last piece.
   std::optional<std::size_t> placeFrom(std::size_t piece) {
     std::string before;
     for (std::size_t kept = found_.size();; --kept) {
