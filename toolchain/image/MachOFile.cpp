@@ -37,8 +37,7 @@ Result<std::vector<macho::FatEntry>> fatEntries(Bytes file, const macho::FatTabl
 Result<> checkDisjoint(const std::vector<macho::FatEntry>& entries, std::uint64_t tableEnd) {
   std::vector<Extent> extents = {{0, tableEnd}};
   for (const auto& entry : entries) extents.push_back({entry.offset, entry.size});
-  std::sort(extents.begin(), extents.end(),
-            [](const Extent& a, const Extent& b) { return a.offset < b.offset; });
+  std::ranges::sort(extents, {}, &Extent::offset);
   for (std::size_t i = 1; i < extents.size(); ++i) {
     const Extent& before = extents[i - 1];
     if (extents[i].offset - before.offset < before.size) {
@@ -63,12 +62,9 @@ Result<std::vector<macho::FatEntry>> readFatTable(Bytes file, const macho::FatTa
     return failure("not a Mach-O file: its universal header counts " +
                    std::to_string(table.count()) + " slices");
   }
-  auto entries = fatEntries(file, table);
-  if (!entries) return entries;
-  if (const auto disjoint = checkDisjoint(*entries, table.size()); !disjoint) {
-    return disjoint.error();
-  }
-  return entries;
+  return fatEntries(file, table).andThen([&](std::vector<macho::FatEntry> entries) {
+    return checkDisjoint(entries, table.size()).map([&] { return std::move(entries); });
+  });
 }
 
 Result<Slice> readFatSlice(Bytes file, const macho::FatEntry& entry) {
@@ -80,10 +76,9 @@ Result<Slice> readFatSlice(Bytes file, const macho::FatEntry& entry) {
     return failure(name + ": offset " + std::to_string(entry.offset) + " is not a multiple of 2^" +
                    std::to_string(entry.alignment));
   }
-  auto slice = readSlice(file, {entry.offset, entry.size});
-  if (!slice) return within(name, slice.error());
+  auto slice = readSlice(file, {entry.offset, entry.size}).mapError(within(name));
   // Capability bits may differ.
-  if (slice->architecture != name) {
+  if (slice && slice->architecture != name) {
     return failure(name + ": the slice's own header names " + slice->architecture);
   }
   return slice;
@@ -99,10 +94,10 @@ Result<MachOFile> MachOFile::parse(Bytes file) {
   MachOFile image;
   image.file_ = file;
   if (!isUniversalMagic(*magic)) {
-    auto slice = readSlice(file, {0, file.size()});
-    if (!slice) return slice.error();
-    image.slices_.push_back(std::move(*slice));
-    return image;
+    return readSlice(file, {0, file.size()}).map([&](Slice slice) {
+      image.slices_.push_back(std::move(slice));
+      return std::move(image);
+    });
   }
   const macho::FatTable table(file);
   const auto entries = readFatTable(file, table);
@@ -111,10 +106,8 @@ Result<MachOFile> MachOFile::parse(Bytes file) {
   for (const macho::FatEntry& entry : *entries) {
     auto slice = readFatSlice(file, entry);
     if (!slice) return slice.error();
-    for (const Slice& other : image.slices_) {
-      if (other.architecture == slice->architecture) {
-        return failure("two slices are named " + other.architecture);
-      }
+    if (std::ranges::count(image.slices_, slice->architecture, &Slice::architecture) > 0) {
+      return failure("two slices are named " + slice->architecture);
     }
     image.slices_.push_back(std::move(*slice));
   }
@@ -129,11 +122,6 @@ Bytes MachOFile::signatureArea(const Slice& slice) const {
 std::optional<Bytes> MachOFile::embeddedInfoPlist(const Slice& slice) const {
   if (!slice.embeddedInfoPlist) return std::nullopt;
   return bytesOf(slice).subspan(slice.embeddedInfoPlist->offset, slice.embeddedInfoPlist->size);
-}
-
-bool MachOFile::isSigned() const {
-  return std::any_of(slices_.begin(), slices_.end(),
-                     [](const Slice& slice) { return slice.signature.has_value(); });
 }
 
 bool looksLikeMachO(Bytes start) {

@@ -36,7 +36,6 @@ struct Segment {
   std::string name;
   std::uint64_t commandOffset = 0;
   Extent file;
-  std::uint64_t memorySize = 0;
 };
 
 /// LC_CODE_SIGNATURE; both offsets count from the start of the slice.
@@ -103,8 +102,6 @@ class MachOFile {
   [[nodiscard]] Bytes signatureArea(const Slice& slice) const;
   /// The content of __TEXT,__info_plist; absent without it.
   [[nodiscard]] std::optional<Bytes> embeddedInfoPlist(const Slice& slice) const;
-  /// True if any slice has LC_CODE_SIGNATURE.
-  [[nodiscard]] bool isSigned() const;
 
  private:
   Bytes file_;

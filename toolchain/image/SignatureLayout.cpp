@@ -94,13 +94,10 @@ void resizeLinkEdit(std::vector<std::byte>& head, std::uint64_t offset, std::uin
   put(head, offset, record);
 }
 
-void resizeLinkEdit(std::vector<std::byte>& head, const Slice& slice, std::uint64_t commandOffset,
-                    std::uint64_t sliceSize) {
-  if (slice.is64Bit) {
-    resizeLinkEdit<macho::segment_command_64>(head, commandOffset, sliceSize);
-  } else {
-    resizeLinkEdit<macho::segment_command>(head, commandOffset, sliceSize);
-  }
+void resizeLinkEdit(std::vector<std::byte>& head, const Slice& slice, std::uint64_t sliceSize) {
+  const auto resize = slice.is64Bit ? resizeLinkEdit<macho::segment_command_64>
+                                    : resizeLinkEdit<macho::segment_command>;
+  resize(head, slice.linkEdit->commandOffset, sliceSize);
 }
 
 std::vector<std::byte> headOf(Bytes slice, std::uint64_t size) {
@@ -131,10 +128,6 @@ void dropSignatureCommand(SliceLayout& layout, const Slice& slice) {
   std::move(at + kSize, layout.head.end(), at);
   std::fill(layout.head.end() - kSize, layout.head.end(), std::byte{0});
   countCommand(layout.head, -1);
-}
-
-std::uint64_t placedAt(std::uint64_t offset, bool isUniversal) {
-  return isUniversal ? roundedUp(offset, kSliceAlignment) : 0;
 }
 
 std::vector<std::byte> universalHeader(const MachOFile& image,
@@ -212,7 +205,7 @@ Result<SliceLayout> layOut(const MachOFile& image, const Slice& slice, std::uint
   command.dataoff = static_cast<std::uint32_t>(*offset);
   command.datasize = static_cast<std::uint32_t>(room);
   put(layout.head, commandOffset, command);
-  resizeLinkEdit(layout.head, slice, slice.linkEdit->commandOffset, layout.size());
+  resizeLinkEdit(layout.head, slice, layout.size());
   const std::uint64_t kept = std::min<std::uint64_t>(bytes.size(), *offset);
   layout.rest = bytes.subspan(headSize, kept - headSize);
   layout.fill.resize(*offset - kept);
@@ -228,7 +221,7 @@ Result<SliceLayout> layOutUnsigned(const MachOFile& image, const Slice& slice) {
     const auto offset = signatureOffset(image, slice);
     if (!offset) return offset.error();
     layout.codeLimit = unsignedEnd(slice);
-    resizeLinkEdit(layout.head, slice, slice.linkEdit->commandOffset, layout.codeLimit);
+    resizeLinkEdit(layout.head, slice, layout.codeLimit);
     dropSignatureCommand(layout, slice);
   }
   layout.rest = bytes.subspan(layout.head.size(), layout.codeLimit - layout.head.size());
@@ -236,16 +229,16 @@ Result<SliceLayout> layOutUnsigned(const MachOFile& image, const Slice& slice) {
 }
 
 Result<FileLayout> layOutFile(const MachOFile& image, std::vector<SliceLayout> slices) {
-  FileLayout layout;
-  std::uint64_t end = image.isUniversal() ? kSliceAlignment : 0;
+  if (!image.isUniversal()) return FileLayout{std::move(slices), {}};
+  std::uint64_t end = kSliceAlignment;
   for (SliceLayout& slice : slices) {
-    slice.fileOffset = placedAt(end, image.isUniversal());
+    slice.fileOffset = roundedUp(end, kSliceAlignment);
     end = slice.fileOffset + slice.size();
   }
-  if (const auto fits = checkFits32(image.isUniversal() ? end : 0); !fits) return fits.error();
-  if (image.isUniversal()) layout.header = universalHeader(image, slices);
-  layout.slices = std::move(slices);
-  return layout;
+  return checkFits32(end).map([&] {
+    auto header = universalHeader(image, slices);
+    return FileLayout{std::move(slices), std::move(header)};
+  });
 }
 
 std::uint64_t fileSize(const FileLayout& layout) {
