@@ -1,7 +1,6 @@
 #include "toolchain/signature/Blobs.h"
 
 #include <algorithm>
-#include <bit>
 
 #include "foundation/base/Assertion.h"
 #include "toolchain/common/Messages.h"
@@ -15,10 +14,11 @@ constexpr std::size_t kSuperBlobHeaderSize = 12;
 constexpr std::size_t kIndexEntrySize = 8;
 
 template <class T>
-T fromBigEndian(Bytes bytes) {
+std::optional<T> bigEndianAt(Bytes bytes, std::uint64_t offset) {
+  const auto window = foundation::slice(bytes, offset, sizeof(T));
+  if (!window) return std::nullopt;
   T value = 0;
-  for (const std::byte byte : bytes)
-    value = static_cast<T>((value << 8) | std::to_integer<T>(byte));
+  for (const std::byte byte : *window) value = (value << 8) | std::to_integer<T>(byte);
   return value;
 }
 
@@ -31,15 +31,11 @@ std::uint32_t length32(std::size_t size) {
 }  // namespace
 
 std::optional<std::uint32_t> bigEndian32At(Bytes bytes, std::uint64_t offset) {
-  const auto window = foundation::slice(bytes, offset, 4);
-  if (!window) return std::nullopt;
-  return fromBigEndian<std::uint32_t>(*window);
+  return bigEndianAt<std::uint32_t>(bytes, offset);
 }
 
 std::optional<std::uint64_t> bigEndian64At(Bytes bytes, std::uint64_t offset) {
-  const auto window = foundation::slice(bytes, offset, 8);
-  if (!window) return std::nullopt;
-  return fromBigEndian<std::uint64_t>(*window);
+  return bigEndianAt<std::uint64_t>(bytes, offset);
 }
 
 void ByteWriter::u8(std::uint8_t value) { bytes_.push_back(std::byte{value}); }
@@ -85,8 +81,7 @@ Result<Bytes> blobPayload(Bytes blob, std::uint32_t magic) {
 }
 
 std::vector<std::byte> makeSuperBlob(std::uint32_t magic, std::vector<BlobEntry> entries) {
-  std::sort(entries.begin(), entries.end(),
-            [](const BlobEntry& a, const BlobEntry& b) { return a.slot < b.slot; });
+  std::ranges::sort(entries, {}, &BlobEntry::slot);
   std::size_t offset = kSuperBlobHeaderSize + entries.size() * kIndexEntrySize;
   ByteWriter out;
   out.u32(magic);
@@ -150,8 +145,7 @@ Result<SuperBlob> SuperBlob::parse(Bytes area, std::uint32_t magic, Gaps gaps) {
 }
 
 const BlobEntry* SuperBlob::find(std::uint32_t slot) const {
-  const auto at = std::find_if(entries_.begin(), entries_.end(),
-                               [slot](const BlobEntry& entry) { return entry.slot == slot; });
+  const auto at = std::ranges::find(entries_, slot, &BlobEntry::slot);
   return at == entries_.end() ? nullptr : &*at;
 }
 

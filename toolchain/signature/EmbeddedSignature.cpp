@@ -23,8 +23,7 @@ constexpr std::array<std::string_view, 5> kDeveloperMarks = {
     "1.2.840.113635.100.6.1.12", "1.2.840.113635.100.6.1.13"};
 
 const Attribute* attribute(const Signer& signer, std::string_view oid) {
-  const auto at = std::find_if(signer.signedAttributes.begin(), signer.signedAttributes.end(),
-                               [oid](const Attribute& each) { return each.oid == oid; });
+  const auto at = std::ranges::find(signer.signedAttributes, oid, &Attribute::oid);
   return at == signer.signedAttributes.end() ? nullptr : &*at;
 }
 
@@ -33,16 +32,15 @@ Result<> checkCDHashList(const Attribute& list, const std::vector<CodeDirectory>
                           ? DER::single(list.values[0].bytes(), DER::kOctetString)
                           : std::nullopt;
   if (!octets) return failure("the list of cdhashes is not an octet string");
-  const auto plist =
-      foundation::PropertyList::parse(octets->content).mapError(within("the list of cdhashes"));
-  if (!plist) return plist.error();
-  const auto* hashes = plist->find("cdhashes");
-  if (!hashes || !hashes->array()) return failure("the list of cdhashes has no \"cdhashes\"");
-  if (*hashes != foundation::Value(cdHashList(directories))) {
-    return failure("the list of cdhashes is not that of the " + std::to_string(directories.size()) +
-                   " CodeDirectories");
-  }
-  return {};
+  return foundation::PropertyList::parse(octets->content)
+      .mapError(within("the list of cdhashes"))
+      .andThen([&](const foundation::Value& plist) -> Result<> {
+        const auto* hashes = plist.find("cdhashes");
+        if (!hashes || !hashes->array()) return failure("the list of cdhashes has no \"cdhashes\"");
+        if (*hashes == foundation::Value(cdHashList(directories))) return {};
+        return failure("the list of cdhashes is not that of the " +
+                       std::to_string(directories.size()) + " CodeDirectories");
+      });
 }
 
 /// The values of a set come in any order.
@@ -50,13 +48,11 @@ Result<> checkDigestList(const Attribute& list, const std::vector<CodeDirectory>
   auto expected = digestList(directories);
   std::vector<std::string> found;
   for (const auto& value : list.values) found.emplace_back(value.text());
-  std::sort(expected.begin(), expected.end());
-  std::sort(found.begin(), found.end());
-  if (found != expected) {
-    return failure("the list of full digests is not that of the " +
-                   std::to_string(directories.size()) + " CodeDirectories");
-  }
-  return {};
+  std::ranges::sort(expected);
+  std::ranges::sort(found);
+  if (found == expected) return {};
+  return failure("the list of full digests is not that of the " +
+                 std::to_string(directories.size()) + " CodeDirectories");
 }
 
 Result<> checkHashLists(const Signer& signer, const std::vector<CodeDirectory>& directories) {
@@ -212,11 +208,11 @@ Result<std::optional<Signer>> EmbeddedSignature::checkedSigner() const {
   }
   if (isAdHoc) return std::optional<Signer>();
 
-  auto signer = foundation::CMS::verifyDetached(*payload, primary().blob);
-  if (!signer) return signer.error();
-  return checkHashLists(*signer, directories)
-      .andThen([&] { return checkTeam(*signer, directories); })
-      .map([&] { return std::optional(*std::move(signer)); });
+  return foundation::CMS::verifyDetached(*payload, primary().blob).andThen([this](Signer signer) {
+    return checkHashLists(signer, directories)
+        .andThen([&] { return checkTeam(signer, directories); })
+        .map([&] { return std::optional(std::move(signer)); });
+  });
 }
 
 Result<std::optional<requirement::Expression>> EmbeddedSignature::designatedRequirement() const {

@@ -1,9 +1,8 @@
 #include "toolchain/signature/Hashing.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
-#include <unordered_map>
+#include <memory>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -121,21 +120,12 @@ std::vector<PageHashes> hashPages(const Pieces& code, std::uint8_t pageShift,
   return result;
 }
 
-struct FileHasher::Cache {
-  std::unordered_map<std::string, FileDigests> digests;
-};
-
-FileHasher::FileHasher() : cache_(std::make_unique<Cache>()) {}
-FileHasher::~FileHasher() = default;
-
-void FileHasher::forget(const std::string& path) { cache_->digests.erase(path); }
-
 Result<std::vector<FileDigests>> FileHasher::digests(std::span<const std::string> paths) {
   std::vector<FileDigests> result(paths.size());
   std::vector<std::size_t> unread;
   for (std::size_t i = 0; i < paths.size(); ++i) {
-    const auto known = cache_->digests.find(paths[i]);
-    if (known == cache_->digests.end()) {
+    const auto known = known_.find(paths[i]);
+    if (known == known_.end()) {
       unread.push_back(i);
     } else {
       result[i] = known->second;
@@ -152,7 +142,7 @@ Result<std::vector<FileDigests>> FileHasher::digests(std::span<const std::string
   for (std::size_t i = 0; i < unread.size(); ++i) {
     const std::string& path = paths[unread[i]];
     if (errors[i] != 0) return foundation::posixError(errors[i], "cannot read " + path, path);
-    cache_->digests.emplace(path, result[unread[i]]);
+    known_.emplace(path, result[unread[i]]);
   }
   return result;
 }

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <memory>
-#include <optional>
 #include <span>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "foundation/crypto/Digest.h"
@@ -37,19 +36,14 @@ struct FileDigests {
 /// Not thread-safe; uses several threads itself.
 class FileHasher {
  public:
-  FileHasher();
-  ~FileHasher();
-  FileHasher(const FileHasher&) = delete;
-
   /// Digests in the order of `paths`, which must be absolute. Fails with the path and the system's
   /// text for the first file that cannot be read.
   Result<std::vector<FileDigests>> digests(std::span<const std::string> paths);
   /// Forgets a file that has been replaced.
-  void forget(const std::string& path);
+  void forget(const std::string& path) { known_.erase(path); }
 
  private:
-  struct Cache;
-  std::unique_ptr<Cache> cache_;
+  std::unordered_map<std::string, FileDigests> known_;
 };
 
 }  // namespace toolchain

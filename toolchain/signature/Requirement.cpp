@@ -63,15 +63,70 @@ class ExpressionReader {
  public:
   explicit ExpressionReader(Bytes bytes) : bytes_(bytes) {}
 
-  Result<Expression> read(int depth);
+  Result<Expression> read(int depth) {
+    if (depth > kMaximumDepth) return failure("requirement is nested too deeply");
+    return number().andThen([&](std::uint32_t operation) {
+      Expression expression{.operation = static_cast<Operation>(operation)};
+      return readDetails(expression, depth).map([&] { return std::move(expression); });
+    });
+  }
   [[nodiscard]] bool atEnd() const { return offset_ == bytes_.size(); }
   [[nodiscard]] std::uint64_t offset() const { return offset_; }
 
  private:
-  Result<std::uint32_t> number();
-  Result<> readText(std::string& out);
-  Result<> readMatch(Expression& expression);
-  Result<> readDetails(Expression& expression, int depth);
+  Result<std::uint32_t> number() {
+    const auto value = bigEndian32At(bytes_, offset_);
+    if (!value) return truncated();
+    offset_ += 4;
+    return *value;
+  }
+
+  Result<> readText(std::string& out) {
+    return number().andThen([&](std::uint32_t length) -> Result<> {
+      const std::uint64_t padded = (std::uint64_t{length} + 3) / 4 * 4;
+      const auto window = foundation::slice(bytes_, offset_, padded);
+      if (!window) return truncated();
+      out = foundation::textOf(window->first(length));
+      offset_ += padded;
+      return {};
+    });
+  }
+
+  Result<> readMatch(Expression& expression) {
+    const auto kind = number();
+    if (!kind) return kind.error();
+    expression.match = static_cast<Match>(*kind);
+    if (!hasValue(expression.match)) return {};
+    if (expression.match > Match::greaterEqual) {
+      return failure("requirement: match " + std::to_string(*kind) + " is unknown");
+    }
+    return readText(expression.matchValue);
+  }
+
+  Result<> readDetails(Expression& expression, int depth) {
+    const Shape* shape = shapeOf(expression.operation);
+    if (!shape) {
+      return failure("requirement: operation " +
+                     std::to_string(static_cast<std::uint32_t>(expression.operation)) +
+                     " is unknown");
+    }
+    Result<> done;
+    for (int i = 0; done && i < shape->operands; ++i) {
+      done = read(depth + 1).map(
+          [&](Expression operand) { expression.operands.push_back(std::move(operand)); });
+    }
+    if (shape->hasCertificate) {
+      done = number().map([&](std::uint32_t position) {
+        expression.certificate = static_cast<std::int32_t>(position);
+      });
+    }
+    if (done && shape->hasData) done = readText(expression.data);
+    if (done && shape->hasKeyAndMatch) {
+      done = readText(expression.key).andThen([&] { return readMatch(expression); });
+    }
+    return done;
+  }
+
   [[nodiscard]] foundation::Error truncated() const {
     return failure("requirement is truncated at byte " + std::to_string(offset_));
   }
@@ -79,67 +134,6 @@ class ExpressionReader {
   Bytes bytes_;
   std::uint64_t offset_ = 0;
 };
-
-Result<std::uint32_t> ExpressionReader::number() {
-  const auto value = bigEndian32At(bytes_, offset_);
-  if (!value) return truncated();
-  offset_ += 4;
-  return *value;
-}
-
-Result<> ExpressionReader::readText(std::string& out) {
-  const auto length = number();
-  if (!length) return length.error();
-  const std::uint64_t padded = (std::uint64_t{*length} + 3) / 4 * 4;
-  const auto window = foundation::slice(bytes_, offset_, padded);
-  if (!window) return truncated();
-  out = foundation::textOf(window->first(*length));
-  offset_ += padded;
-  return {};
-}
-
-Result<> ExpressionReader::readMatch(Expression& expression) {
-  const auto kind = number();
-  if (!kind) return kind.error();
-  expression.match = static_cast<Match>(*kind);
-  if (!hasValue(expression.match)) return {};
-  if (expression.match > Match::greaterEqual) {
-    return failure("requirement: match " + std::to_string(*kind) + " is unknown");
-  }
-  return readText(expression.matchValue);
-}
-
-Result<> ExpressionReader::readDetails(Expression& expression, int depth) {
-  const Shape* shape = shapeOf(expression.operation);
-  if (!shape) {
-    return failure("requirement: operation " +
-                   std::to_string(static_cast<std::uint32_t>(expression.operation)) +
-                   " is unknown");
-  }
-  Result<> done;
-  for (int i = 0; done && i < shape->operands; ++i) {
-    done = read(depth + 1).map(
-        [&](Expression operand) { expression.operands.push_back(std::move(operand)); });
-  }
-  if (shape->hasCertificate) {
-    done = number().map([&](std::uint32_t position) {
-      expression.certificate = static_cast<std::int32_t>(position);
-    });
-  }
-  if (done && shape->hasData) done = readText(expression.data);
-  if (done && shape->hasKeyAndMatch) {
-    done = readText(expression.key).andThen([&] { return readMatch(expression); });
-  }
-  return done;
-}
-
-Result<Expression> ExpressionReader::read(int depth) {
-  if (depth > kMaximumDepth) return failure("requirement is nested too deeply");
-  const auto operation = number();
-  if (!operation) return operation.error();
-  Expression expression{.operation = static_cast<Operation>(*operation)};
-  return readDetails(expression, depth).map([&] { return std::move(expression); });
-}
 
 void writeText(ByteWriter& out, std::string_view text) {
   out.u32(static_cast<std::uint32_t>(text.size()));

@@ -15,11 +15,8 @@
 namespace toolchain {
 
 namespace requirement {
-inline constexpr std::uint32_t kHost = 1;
-inline constexpr std::uint32_t kGuest = 2;
+/// The type of requirement that says which other code counts as this code.
 inline constexpr std::uint32_t kDesignated = 3;
-inline constexpr std::uint32_t kLibrary = 4;
-inline constexpr std::uint32_t kPlugin = 5;
 
 enum class Operation : std::uint32_t {
   never = 0,
