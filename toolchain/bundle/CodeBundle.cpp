@@ -17,6 +17,7 @@ namespace toolchain {
 namespace fs = std::filesystem;
 using foundation::DirectoryEntry;
 using foundation::Links;
+using foundation::FileManager::isRealDirectory;
 
 namespace {
 
@@ -25,18 +26,13 @@ bool isRegularFile(const fs::path& path) {
   return fs::is_regular_file(fs::symlink_status(path, failed));
 }
 
-bool isFolder(const fs::path& path) {
-  std::error_code failed;
-  return fs::is_directory(fs::symlink_status(path, failed));
-}
-
 foundation::Error unsuitable(const std::string& why) {
   return faultError(Fault::bundleFormat, why);
 }
 
 /// The target of a link is not the bundle's, neither to read nor to sign.
 bool isRegularFileInFolder(const fs::path& path) {
-  return isFolder(path.parent_path()) && isRegularFile(path);
+  return isRealDirectory(path.parent_path()) && isRegularFile(path);
 }
 
 /// The folder in which the bundle keeps its Info.plist; empty without one.
@@ -48,8 +44,8 @@ fs::path baseOf(const fs::path& bundle) {
 }
 
 /// Where the executable of this name belongs.
-fs::path executablePath(const fs::path& bundle, const fs::path& base, const std::string& name) {
-  return (base == bundle ? base : base / "MacOS") / name;
+fs::path executablePath(const CodeBundle& code, const std::string& name) {
+  return (code.base == code.path ? code.base : code.base / "MacOS") / name;
 }
 
 /// True for the name of an entry of a folder, nothing above or below it.
@@ -64,7 +60,7 @@ Result<fs::path> executableOf(const CodeBundle& code) {
   if (!isPlainName(*name)) {
     return unsuitable("CFBundleExecutable \"" + *name + "\" is not the name of a file");
   }
-  const fs::path executable = executablePath(code.path, code.base, *name);
+  const fs::path executable = executablePath(code, *name);
   if (!isRegularFileInFolder(executable)) {
     return unsuitable("the executable " + executable.string() +
                       " is missing or not a regular file");
@@ -72,23 +68,28 @@ Result<fs::path> executableOf(const CodeBundle& code) {
   return executable;
 }
 
-Result<CodeBundle> openBundle(CodeBundle code) {
+/// Finds and reads the bundle's Info.plist.
+Result<> readInfo(CodeBundle& code) {
   code.base = baseOf(code.path);
   if (code.base.empty()) return unsuitable("no Info.plist in " + code.path.string());
-  const fs::path infoPath = code.base / "Info.plist";
-  auto info = foundation::FileManager::contentsOfFile(infoPath, Links::refused);
-  if (!info) return info.error();
-  auto value = foundation::PropertyList::parse(info->bytes());
-  if (!value) return unsuitable(infoPath.string() + ": " + value.error().localizedDescription());
-  if (!value->dictionary()) return unsuitable(infoPath.string() + " is not a dictionary");
+  const fs::path path = code.base / "Info.plist";
+  auto file = foundation::FileManager::contentsOfFile(path, Links::refused);
+  if (!file) return file.error();
+  auto value = foundation::PropertyList::parse(file->bytes());
+  if (!value) return unsuitable(path.string() + ": " + value.error().localizedDescription());
+  if (!value->dictionary()) return unsuitable(path.string() + " is not a dictionary");
   code.info = std::move(*value->dictionary());
-  code.infoPlist = std::move(*info);
-  auto executable = executableOf(code);
-  if (!executable) return executable.error();
-  code.executable = std::move(*executable);
-  code.identifier = foundation::stringAt(code.info, "CFBundleIdentifier").value_or("");
-  if (code.identifier.empty()) code.identifier = identifierFromFileName(code.executable);
-  return code;
+  code.infoPlist = std::move(*file);
+  return {};
+}
+
+Result<CodeBundle> openBundle(CodeBundle code) {
+  return readInfo(code).andThen([&] { return executableOf(code); }).map([&](fs::path executable) {
+    code.executable = std::move(executable);
+    code.identifier = foundation::stringAt(code.info, "CFBundleIdentifier").value_or("");
+    if (code.identifier.empty()) code.identifier = identifierFromFileName(code.executable);
+    return std::move(code);
+  });
 }
 
 /// CFBundleIdentifier of the property list inside the file; empty without one.
@@ -124,18 +125,16 @@ bool isDigits(std::string_view text) {
          std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-bool isSignableFile(const fs::path& path) {
-  const auto mapped = foundation::MappedFile::open(path, Links::refused);
-  return mapped && looksLikeMachO(mapped->bytes()) && MachOFile::parse(mapped->bytes()).ok();
+Result<CodeBundle> openResolved(CodeBundle code) {
+  if (isRealDirectory(code.path)) return openBundle(std::move(code));
+  if (isRegularFile(code.path)) return openFile(std::move(code));
+  return failure("neither a folder nor a regular file");
 }
 
 /// Each bundle is sealed again in every bundle around it, so the cost of signing grows with depth.
 constexpr int kDeepestNesting = 16;
 
-std::size_t depthOf(const fs::path& path) {
-  return static_cast<std::size_t>(
-      std::count(path.native().begin(), path.native().end(), fs::path::preferred_separator));
-}
+std::ptrdiff_t depthOf(const fs::path& path) { return std::ranges::count(path.native(), '/'); }
 
 }  // namespace
 
@@ -155,12 +154,6 @@ Result<CodeBundle> CodeBundle::openInside(const fs::path& path) {
   return openResolved(std::move(code));
 }
 
-Result<CodeBundle> CodeBundle::openResolved(CodeBundle code) {
-  if (isFolder(code.path)) return openBundle(std::move(code));
-  if (isRegularFile(code.path)) return openFile(std::move(code));
-  return failure("neither a folder nor a regular file");
-}
-
 fs::path CodeBundle::sealPath() const {
   return isBundle() ? base / "_CodeSignature" / "CodeResources" : fs::path();
 }
@@ -169,7 +162,9 @@ std::string CodeBundle::relativeExecutable() const {
   return isBundle() ? executable.native().substr(base.native().size() + 1) : std::string();
 }
 
-bool CodeBundle::hasResourcesFolder() const { return isBundle() && isFolder(base / "Resources"); }
+bool CodeBundle::hasResourcesFolder() const {
+  return isBundle() && isRealDirectory(base / "Resources");
+}
 
 std::string identifierFromFileName(const fs::path& path) {
   std::string name = foundation::lastPathComponent(path.native());
@@ -191,16 +186,13 @@ std::string identifierFromFileName(const fs::path& path) {
 }
 
 bool isCodeBundle(const fs::path& folder) {
-  const fs::path base = baseOf(folder);
-  if (base.empty()) return false;
-  const auto file = foundation::FileManager::contentsOfFile(base / "Info.plist", Links::refused);
-  if (!file) return false;
-  const auto info = foundation::PropertyList::parse(file->bytes());
-  if (!info || !info->dictionary()) return false;
-  const auto name = foundation::stringAt(*info->dictionary(), "CFBundleExecutable");
+  CodeBundle code;
+  code.path = folder;
+  if (!readInfo(code)) return false;
+  const auto name = foundation::stringAt(code.info, "CFBundleExecutable");
   if (!name) return false;
   // Opening the bundle says what is wrong with a name that leads out of it.
-  return !isPlainName(*name) || isRegularFileInFolder(executablePath(folder, base, *name));
+  return !isPlainName(*name) || isRegularFileInFolder(executablePath(code, *name));
 }
 
 bool beginsLikeMachO(const fs::path& file) {
@@ -208,7 +200,11 @@ bool beginsLikeMachO(const fs::path& file) {
   return mapped && looksLikeMachO(mapped->bytes());
 }
 
-bool isLooseCode(const fs::path& file) { return isRegularFile(file) && isSignableFile(file); }
+bool isLooseCode(const fs::path& file) {
+  if (!isRegularFile(file)) return false;
+  const auto mapped = foundation::MappedFile::open(file, Links::refused);
+  return mapped && looksLikeMachO(mapped->bytes()) && MachOFile::parse(mapped->bytes()).ok();
+}
 
 FolderSet::FolderSet(const std::vector<fs::path>& folders) {
   for (const fs::path& folder : folders) folders_.insert(folder.native());
@@ -241,11 +237,8 @@ Result<std::vector<fs::path>> nestedBundles(const CodeBundle& bundle) {
     return unsuitable(path.string() + " is nested more than " + std::to_string(kDeepestNesting) +
                       " bundles deep");
   }
-  std::sort(found.begin(), found.end(), [](const fs::path& a, const fs::path& b) {
-    const std::size_t depthA = depthOf(a);
-    const std::size_t depthB = depthOf(b);
-    return depthA != depthB ? depthA > depthB : a.native() < b.native();
-  });
+  std::ranges::sort(found, {},
+                    [](const fs::path& path) { return std::pair(-depthOf(path), path.native()); });
   return found;
 }
 
@@ -289,23 +282,22 @@ Result<OpenedImage> openImage(const CodeBundle& code) {
 }
 
 Result<NestedIdentity> nestedIdentity(const fs::path& path) {
-  const auto inPath = [&](const foundation::Error& error) { return within(path.string(), error); };
-  const auto code = CodeBundle::openInside(path).mapError(inPath);
-  if (!code) return code.error();
-  const auto opened = openImage(*code);
+  const auto inPath = within(path.string());
+  const auto opened = CodeBundle::openInside(path).mapError(inPath).andThen(openImage);
   if (!opened) return opened.error();
   // The seal has room for one hash only; the first slice's stands for all.
   const Slice& slice = chosenSlice(opened->image, SlicePolicy::first);
   if (!slice.signature) return inPath(faultError(Fault::unsignedCode));
-  const auto signature =
-      EmbeddedSignature::parse(opened->image.signatureArea(slice)).mapError(inPath);
-  if (!signature) return signature.error();
-  const auto designated = signature->designatedRequirement().mapError(inPath);
-  if (!designated) return designated.error();
-  const auto hash = signature->strongest().cdHash();
-  return NestedIdentity{
-      std::string(foundation::textOf(hash)),
-      *designated ? text(**designated) : "cdhash H\"" + foundation::lowercaseHex(hash) + '"'};
+  return EmbeddedSignature::parse(opened->image.signatureArea(slice))
+      .andThen([](const EmbeddedSignature& signature) {
+        return signature.designatedRequirement().map([&](const auto& designated) {
+          const auto hash = signature.strongest().cdHash();
+          return NestedIdentity{
+              std::string(foundation::textOf(hash)),
+              designated ? text(*designated) : "cdhash H\"" + foundation::lowercaseHex(hash) + '"'};
+        });
+      })
+      .mapError(inPath);
 }
 
 }  // namespace toolchain

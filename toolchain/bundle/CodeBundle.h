@@ -46,9 +46,6 @@ struct CodeBundle {
   [[nodiscard]] std::string relativeExecutable() const;
   /// True when the bundle keeps its resources in a Resources folder.
   [[nodiscard]] bool hasResourcesFolder() const;
-
- private:
-  static Result<CodeBundle> openResolved(CodeBundle code);
 };
 
 /// "libfoo" for "/a/libfoo.dylib": without folders, the last extension (unless it begins with a

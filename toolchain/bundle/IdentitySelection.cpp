@@ -1,7 +1,7 @@
 #include "toolchain/bundle/IdentitySelection.h"
 
-#include <algorithm>
 #include <chrono>
+#include <functional>
 
 #include "foundation/base/Format.h"
 #include "foundation/base/Text.h"
@@ -20,16 +20,13 @@ std::string hashText(const Certificate& certificate) {
 }
 
 bool isHash(std::string_view name) {
-  return name.size() == 40 && std::all_of(name.begin(), name.end(), [](char c) {
-           return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-         });
+  return name.size() == 40 && name.find_first_not_of("0123456789abcdefABCDEF") == name.npos;
 }
 
 template <class Matches>
-std::vector<Identity> filtered(const std::vector<Identity>& identities, const Matches& matches) {
-  std::vector<Identity> result;
-  std::copy_if(identities.begin(), identities.end(), std::back_inserter(result), matches);
-  return result;
+std::vector<Identity> filtered(std::vector<Identity> identities, const Matches& matches) {
+  std::erase_if(identities, std::not_fn(matches));
+  return identities;
 }
 
 /// By hash, else by whole common name, else by a part of it.
@@ -38,8 +35,8 @@ std::vector<Identity> named(const std::vector<Identity>& identities, const std::
     return one.certificate.commonName().value_or("");
   };
   if (isHash(name)) {
-    return filtered(identities, [&](const Identity& one) {
-      return foundation::lowercased(hashText(one.certificate)) == foundation::lowercased(name);
+    return filtered(identities, [hash = foundation::lowercased(name)](const Identity& one) {
+      return foundation::lowercaseHex(one.certificate.sha1()) == hash;
     });
   }
   auto exact = filtered(identities, [&](const Identity& one) { return commonName(one) == name; });
@@ -109,10 +106,11 @@ Result<SigningIdentity> findIdentity(const IdentityQuery& query) {
   }
   auto identity = theOnly(found, query.name, keychains->name());
   if (!identity) return identity.error();
-  if (const auto valid = checkValid(identity->certificate, now); !valid) return valid.error();
-  return keychains->chainOf(identity->certificate).map([&](std::vector<Certificate> chain) {
-    return SigningIdentity{*std::move(identity), std::move(chain)};
-  });
+  return checkValid(identity->certificate, now)
+      .andThen([&] { return keychains->chainOf(identity->certificate); })
+      .map([&](std::vector<Certificate> chain) {
+        return SigningIdentity{*std::move(identity), std::move(chain)};
+      });
 }
 
 }  // namespace toolchain
