@@ -17,4 +17,10 @@ inline std::uint64_t sizeOf(const Pieces& pieces) {
   return size;
 }
 
+/// What a file holds from `offset` on.
+struct FilePart {
+  std::uint64_t offset = 0;
+  Pieces content;
+};
+
 }  // namespace toolchain

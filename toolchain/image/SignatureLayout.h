@@ -57,12 +57,7 @@ Result<FileLayout> layOutFile(const MachOFile& image, std::vector<SliceLayout> s
 /// Bytes of the whole file.
 std::uint64_t fileSize(const FileLayout& layout);
 
-/// What no part covers is zero. Refers to the layout.
-struct FilePart {
-  std::uint64_t offset = 0;
-  Pieces content;
-};
-/// Everything but the signatures.
+/// Everything but the signatures; what no part covers is zero. Refers to the layout.
 std::vector<FilePart> codeParts(const FileLayout& layout);
 
 }  // namespace toolchain

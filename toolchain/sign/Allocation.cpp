@@ -10,24 +10,15 @@ namespace toolchain {
 
 namespace {
 
-const SliceRoom* roomFor(const Slice& slice, const std::vector<SliceRoom>& rooms) {
-  for (const SliceRoom& room : rooms) {
-    if (room.architecture == slice.architecture) return &room;
-  }
-  return nullptr;
-}
-
 Result<> checkRooms(const MachOFile& image, const std::vector<SliceRoom>& rooms) {
   for (const SliceRoom& room : rooms) {
     const std::string& name = room.architecture;
     if (room.size == 0 || room.size % 16 != 0) {
       return failure(name + ": size " + std::to_string(room.size) + " is not a multiple of 16");
     }
-    const auto& slices = image.slices();
-    const bool isThere = std::any_of(slices.begin(), slices.end(), [&](const Slice& slice) {
-      return slice.architecture == name;
-    });
-    if (!isThere) return failure("no slice is named " + name);
+    if (std::ranges::count(image.slices(), name, &Slice::architecture) == 0) {
+      return failure("no slice is named " + name);
+    }
   }
   return {};
 }
@@ -35,11 +26,11 @@ Result<> checkRooms(const MachOFile& image, const std::vector<SliceRoom>& rooms)
 Result<SliceLayout> layOutSlice(const MachOFile& image, const Slice& slice,
                                 const AllocateOptions& options) {
   if (options.remove) return layOutUnsigned(image, slice);
-  const SliceRoom* room = roomFor(slice, options.rooms);
-  if (!room) return failure("no size was given for slice " + slice.architecture);
-  auto layout = layOut(image, slice, room->size);
-  if (!layout) return within(slice.architecture, layout.error());
-  return layout;
+  const auto room = std::ranges::find(options.rooms, slice.architecture, &SliceRoom::architecture);
+  if (room == options.rooms.end()) {
+    return failure("no size was given for slice " + slice.architecture);
+  }
+  return layOut(image, slice, room->size).mapError(within(slice.architecture));
 }
 
 Result<> allocate(const MachOFile& image, const AllocateOptions& options) {
@@ -62,15 +53,11 @@ Result<> allocate(const MachOFile& image, const AllocateOptions& options) {
   }
   const auto output = folder / options.output.filename();
   Replacement replacement;
-  const auto written = replacement.prepare(output, fileSize(*file), options.input);
-  if (!written) return written.error();
-  for (const FilePart& part : codeParts(*file)) {
-    if (auto done = written->write(part.offset, part.content); !done) return done;
-  }
-  if (auto done = written->flush(); !done) return done;
-  auto committed = replacement.commit({output});
-  if (committed) replacement.finish();
-  return committed;
+  auto done = replacement.prepare(output, fileSize(*file), options.input)
+                  .andThen([&](const NewFile& written) { return written.write(codeParts(*file)); })
+                  .andThen([&] { return replacement.commit({output}); });
+  if (done) replacement.finish();
+  return done;
 }
 
 }  // namespace
@@ -78,10 +65,9 @@ Result<> allocate(const MachOFile& image, const AllocateOptions& options) {
 Result<> allocate(const AllocateOptions& options) {
   const auto file = foundation::MappedFile::open(options.input);
   if (!file) return file.error();
-  const auto image = MachOFile::parse(file->bytes());
-  if (!image) return within(options.input.string(), image.error());
-  const auto done = allocate(*image, options);
-  return done ? done : within(options.input.string(), done.error());
+  return MachOFile::parse(file->bytes())
+      .andThen([&](const MachOFile& image) { return allocate(image, options); })
+      .mapError(within(options.input.string()));
 }
 
 }  // namespace toolchain

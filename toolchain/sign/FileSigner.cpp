@@ -30,9 +30,8 @@ Result<> FileSigner::layOut() {
     auto layout = signatureOffset(image_, slice)
                       .andThen([&](std::uint64_t codeLimit) {
                         const SignatureContent content = contentFor(slice);
-                        const std::uint64_t room =
-                            SignatureBuilder(content, slice, codeLimit).room();
-                        return toolchain::layOut(image_, slice, room);
+                        const SignatureBuilder builder(content, slice, codeLimit);
+                        return toolchain::layOut(image_, slice, builder.room());
                       })
                       .mapError(withinSlice(image_, slice));
     if (!layout) return layout.error();
@@ -47,12 +46,8 @@ Result<> FileSigner::writeCode(const std::filesystem::path& executable, Replacem
   auto file = replacement.prepare(executable, fileSize(layout_));
   if (!file) return file.error();
   file_ = std::move(*file);
-  writing_ = std::async(std::launch::async, [this]() -> Result<> {
-    for (const FilePart& part : codeParts(layout_)) {
-      if (auto written = file_->write(part.offset, part.content, source_); !written) return written;
-    }
-    return file_->flush();
-  });
+  writing_ =
+      std::async(std::launch::async, [this] { return file_->write(codeParts(layout_), source_); });
   for (std::size_t i = 0; i < image_.slices().size(); ++i) {
     hashes_.push_back(
         hashPages(layout_.slices[i].code(), pageShiftFor(image_.slices()[i]), content_.hashTypes));
@@ -77,14 +72,14 @@ Result<std::vector<std::vector<std::byte>>> FileSigner::signatures() const {
 Result<> FileSigner::writeSignatures() {
   const auto made = signatures();
   if (!made) return made.error();
-  if (auto written = writing_.get(); !written) return written;
+  std::vector<FilePart> parts;
   for (std::size_t i = 0; i < made->size(); ++i) {
     const SliceLayout& slice = layout_.slices[i];
-    auto written = file_->write(slice.fileOffset + slice.codeLimit, {(*made)[i]});
-    if (!written) return written;
+    parts.push_back({slice.fileOffset + slice.codeLimit, {(*made)[i]}});
   }
-  if (auto flushed = file_->flush(); !flushed) return flushed;
-  return check(file_->path());
+  return writing_.get().andThen([&] { return file_->write(parts); }).andThen([this] {
+    return check(file_->path());
+  });
 }
 
 Result<> FileSigner::check(const std::filesystem::path& written) const {

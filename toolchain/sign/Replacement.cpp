@@ -69,30 +69,32 @@ class Place {
 };
 
 void removeQuietly(const fs::path& item) {
-  const Place place(item);
-  if (!place) return;
-  const auto removed = foundation::FileManager::removeItemInFolder(place.folder(), place.name());
-  static_cast<void>(removed);
+  if (const Place place(item); place) {
+    static_cast<void>(foundation::FileManager::removeItemInFolder(place.folder(), place.name()));
+  }
 }
 
 }  // namespace
 
-Result<> NewFile::write(std::uint64_t offset, const Pieces& content,
-                        const MappedSource& source) const {
-  for (const Bytes& piece : content) {
-    for (std::size_t done = 0; done < piece.size(); done += kStep) {
-      const Bytes step = piece.subspan(done, std::min(kStep, piece.size() - done));
-      if (const int error = takeOver(file_.get(), offset + done, step, source)) {
-        return fileError(error, "write", target_);
-      }
-      if (step.size() == kStep) foundation::beginFlush(file_.get(), offset + done, kStep);
+Result<> NewFile::write(std::uint64_t offset, Bytes bytes, const MappedSource& source) const {
+  for (std::size_t done = 0; done < bytes.size(); done += kStep) {
+    const Bytes step = bytes.subspan(done, std::min(kStep, bytes.size() - done));
+    if (const int error = takeOver(file_.get(), offset + done, step, source)) {
+      return fileError(error, "write", target_);
     }
-    offset += piece.size();
+    if (step.size() == kStep) foundation::beginFlush(file_.get(), offset + done, kStep);
   }
   return {};
 }
 
-Result<> NewFile::flush() const {
+Result<> NewFile::write(const std::vector<FilePart>& parts, const MappedSource& source) const {
+  for (const FilePart& part : parts) {
+    std::uint64_t offset = part.offset;
+    for (const Bytes piece : part.content) {
+      if (auto written = write(offset, piece, source); !written) return written;
+      offset += piece.size();
+    }
+  }
   return ::fsync(file_.get()) == 0 ? Result<>() : fileError(errno, "write", target_);
 }
 
@@ -167,11 +169,9 @@ Result<NewFile> Replacement::prepare(const fs::path& target, std::uint64_t size,
 
 Result<NewFile> Replacement::prepare(const fs::path& target, const Pieces& content,
                                      const fs::path& model) {
-  auto file = prepare(target, sizeOf(content), model);
-  if (!file) return file;
-  if (const auto written = file->write(0, content); !written) return written.error();
-  if (const auto flushed = file->flush(); !flushed) return flushed.error();
-  return file;
+  return prepare(target, sizeOf(content), model).andThen([&](NewFile file) {
+    return file.write({{0, content}}).map([&] { return std::move(file); });
+  });
 }
 
 /// A second name for the old file, so that it can be restored; empty when there is no old file.
@@ -194,9 +194,7 @@ Result<> Replacement::commit(const std::vector<fs::path>& targets) {
   // What was prepared may come from a mapped file that was truncated meanwhile.
   if (auto intact = foundation::MappingGuard::checkAll(); !intact) return intact;
   for (const fs::path& target : targets) {
-    const auto one =
-        std::find_if(prepared_.begin(), prepared_.end(),
-                     [&](const Prepared& prepared) { return prepared.target == target; });
+    const auto one = std::ranges::find(prepared_, target, &Prepared::target);
     foundation::assertThat(one != prepared_.end(), "the target was prepared",
                            {__func__, "Replacement.cpp", __LINE__});
     auto backup = keepOld(target);

@@ -47,13 +47,13 @@ Result<std::vector<foundation::CMS::Attribute>> hashLists(
     const std::vector<CodeDirectory>& directories) {
   using foundation::Data;
   const foundation::Dictionary top = {{"cdhashes", cdHashList(directories)}};
-  const auto text = foundation::PropertyList::xml(top);
-  if (!text) return text.error();
-  std::vector<Data> digests;
-  for (const std::string& element : digestList(directories)) digests.emplace_back(element);
-  return std::vector<foundation::CMS::Attribute>{
-      {std::string(kCDHashListOID), {Data(der::element(der::kOctetString, *text))}},
-      {std::string(kDigestListOID), std::move(digests)}};
+  return foundation::PropertyList::xml(top).map([&](const std::string& text) {
+    std::vector<Data> digests;
+    for (const std::string& element : digestList(directories)) digests.emplace_back(element);
+    return std::vector<foundation::CMS::Attribute>{
+        {std::string(kCDHashListOID), {Data(der::element(der::kOctetString, text))}},
+        {std::string(kDigestListOID), std::move(digests)}};
+  });
 }
 
 std::vector<std::byte> requirementsFor(const SignatureContent& content) {
@@ -72,11 +72,8 @@ std::uint64_t signatureRoom(const SignatureContent& content) {
 }  // namespace
 
 std::vector<HashType> hashTypesFor(const MachOFile& image) {
-  const auto& slices = image.slices();
-  if (std::any_of(slices.begin(), slices.end(), knowsOnlySHA1)) {
-    return {HashType::sha1, HashType::sha256};
-  }
-  return {HashType::sha256};
+  if (std::ranges::none_of(image.slices(), knowsOnlySHA1)) return {HashType::sha256};
+  return {HashType::sha1, HashType::sha256};
 }
 
 std::uint8_t pageShiftFor(const Slice& slice) {
@@ -133,8 +130,7 @@ std::vector<std::vector<std::byte>> SignatureBuilder::directories(
     const std::vector<PageHashes>& pages) const {
   std::vector<std::vector<std::byte>> result;
   for (const HashType type : content_.hashTypes) {
-    const auto hashes = std::find_if(pages.begin(), pages.end(),
-                                     [&](const PageHashes& one) { return one.type == type; });
+    const auto hashes = std::ranges::find(pages, type, &PageHashes::type);
     foundation::assertThat(hashes != pages.end() && hashes->pageShift == fields_.pageShift,
                            "every hash type was taken",
                            {__func__, "SignatureBuilder.cpp", __LINE__});

@@ -30,7 +30,7 @@ bool isLinkerSigned(const MachOFile& image, const Slice& slice) {
 
 /// True when any slice carries a signature that is not the linker's.
 bool isSigned(const MachOFile& image) {
-  return std::any_of(image.slices().begin(), image.slices().end(), [&](const Slice& slice) {
+  return std::ranges::any_of(image.slices(), [&](const Slice& slice) {
     return slice.signature && !isLinkerSigned(image, slice);
   });
 }
@@ -89,10 +89,10 @@ class Signer {
 
   Result<> readEntitlements(const MachOFile& image) {
     if (!options_.entitlements || !isMainExecutable(image)) return {};
-    const auto file = foundation::FileManager::contentsOfFile(*options_.entitlements);
-    if (!file) return file.error();
-    return parseEntitlements(file->bytes())
-        .mapError(within(options_.entitlements->string()))
+    return foundation::FileManager::contentsOfFile(*options_.entitlements)
+        .andThen([this](const foundation::Data& file) {
+          return parseEntitlements(file.bytes()).mapError(within(options_.entitlements->string()));
+        })
         .map([this](Entitlements entitlements) { entitlements_ = std::move(entitlements); });
   }
 
@@ -140,12 +140,12 @@ class Signer {
   Result<> signNestedBundle(const fs::path& path) {
     const auto code = CodeBundle::openInside(path);
     if (!code) return code.error();
-    const auto opened = openImage(*code);
-    if (!opened) return opened.error();
-    noteNested(path, opened->image);
-    const auto entitlements = entitlementsOfNested(*code, opened->image);
-    if (!entitlements) return entitlements.error();
-    return signUnit(*code, *entitlements);
+    return openImage(*code)
+        .andThen([&](const OpenedImage& opened) {
+          noteNested(path, opened.image);
+          return entitlementsOfNested(*code, opened.image);
+        })
+        .andThen([&](const auto& entitlements) { return signUnit(*code, entitlements); });
   }
 
   void noteNested(const fs::path& path, const MachOFile& image) {
@@ -155,12 +155,14 @@ class Signer {
 
   static Result<std::optional<Entitlements>> entitlementsOfNested(const CodeBundle& code,
                                                                   const MachOFile& image) {
-    if (!isMainExecutable(image)) return std::optional<Entitlements>();
-    const auto profile = package::AppPackage(code.base).profile();
-    if (!profile) return profile.error();
-    if (!*profile) return std::optional<Entitlements>();
-    return makeEntitlements((*profile)->entitlementsFor(code.identifier))
-        .map([](Entitlements entitlements) { return std::optional(std::move(entitlements)); });
+    using Made = std::optional<Entitlements>;
+    if (!isMainExecutable(image)) return Made();
+    return package::AppPackage(code.base).profile().andThen([&](const auto& profile) {
+      if (!profile) return Result(Made());
+      return makeEntitlements(profile->entitlementsFor(code.identifier)).map([](Entitlements made) {
+        return Made(std::move(made));
+      });
+    });
   }
 
   [[nodiscard]] SignatureContent contentOf(const CodeBundle& code,

@@ -55,7 +55,7 @@ TEST(Replacement, PiecesOfAnOpenFileAndOthersMakeOneFile) {
     toolchain::Replacement replacement;
     const auto made = replacement.prepare(folder / "new", toolchain::sizeOf(pieces));
     ASSERT_TRUE(made);
-    ASSERT_TRUE(made->write(0, pieces, {file.get(), bytes}));
+    ASSERT_TRUE(made->write({{0, pieces}}, {file.get(), bytes}));
     ASSERT_TRUE(replacement.commit({folder / "new"}));
     EXPECT_TRUE(contentsOf(folder / "new") ==
                 "head" + large.substr(4) + large.substr(0, 10) + large.substr(0, 3));

@@ -25,14 +25,13 @@ class NewFile {
 
   /// Its path until it replaces its target.
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-  /// Bytes never written are zero. May run on several threads for different offsets. The kernel
+  /// Writes the parts and waits until they are on disk; bytes never written are zero. The kernel
   /// copies pieces that lie in `source` from file to file.
-  Result<> write(std::uint64_t offset, const Pieces& content,
-                 const MappedSource& source = {}) const;
-  /// Waits until everything written so far is on disk.
-  Result<> flush() const;
+  Result<> write(const std::vector<FilePart>& parts, const MappedSource& source = {}) const;
 
  private:
+  Result<> write(std::uint64_t offset, Bytes bytes, const MappedSource& source) const;
+
   std::filesystem::path target_;
   std::filesystem::path path_;
   foundation::FileDescriptor file_;
