@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <string_view>
 
 #include "toolchain/common/Messages.h"
@@ -13,27 +12,40 @@ namespace {
 
 using foundation::Result;
 
+/// The command line as read, before it is known what to do.
+struct Given : Options {
+  std::optional<std::string> sign;
+  bool verify = false;
+  bool display = false;
+  bool help = false;
+};
+
 struct Known {
   std::string_view name;
   /// 0: it has no letter.
-  char letter;
-  enum class Value { none, required, optional } value;
+  char letter = 0;
+  /// Where the value of an option goes that needs one; null for any other.
+  std::optional<std::string> Given::*value = nullptr;
+  /// What an option without a value turns on; null for one that only confirms the default.
+  bool Given::*flag = nullptr;
 };
+/// The one option whose value may be left out.
+constexpr std::string_view kVerbose = "verbose";
 
 constexpr std::array<Known, 13> kOptions{{
-    {"sign", 's', Known::Value::required},
-    {"verify", 0, Known::Value::none},
-    {"display", 'd', Known::Value::none},
-    {"help", 0, Known::Value::none},
-    {"verbose", 'v', Known::Value::optional},
-    {"force", 'f', Known::Value::none},
-    {"deep", 0, Known::Value::none},
-    {"strict", 0, Known::Value::none},
-    {"all-architectures", 0, Known::Value::none},
-    {"keychain", 0, Known::Value::required},
-    {"entitlements", 0, Known::Value::required},
-    {"resource-rules", 0, Known::Value::required},
-    {"requirements", 'r', Known::Value::required},
+    {"sign", 's', &Given::sign},
+    {"verify", 0, nullptr, &Given::verify},
+    {"display", 'd', nullptr, &Given::display},
+    {"help", 0, nullptr, &Given::help},
+    {kVerbose, 'v'},
+    {"force", 'f', nullptr, &Given::force},
+    {"deep", 0, nullptr, &Given::deep},
+    {"strict"},
+    {"all-architectures"},
+    {"keychain", 0, &Given::keychain},
+    {"entitlements", 0, &Given::entitlements},
+    {"resource-rules", 0, &Given::resourceRules},
+    {"requirements", 'r', &Given::requirements},
 }};
 
 class Parser {
@@ -42,140 +54,94 @@ class Parser {
 
   Result<Options> run() {
     while (next_ < arguments_.size()) {
-      const std::string& argument = arguments_[next_++];
+      const std::string_view argument = arguments_[next_++];
+      Result<> read;
       if (argument == "--") {
-        for (; next_ < arguments_.size(); ++next_) addOperand(arguments_[next_]);
+        for (; next_ < arguments_.size(); ++next_) given_.operands.push_back(arguments_[next_]);
       } else if (argument.starts_with("--")) {
-        if (auto read = longOption(std::string_view(argument).substr(2)); !read) {
-          return read.error();
-        }
+        read = longOption(argument.substr(2));
       } else if (argument.size() > 1 && argument[0] == '-') {
-        if (auto read = letters(std::string_view(argument).substr(1)); !read) return read.error();
+        read = letters(argument.substr(1));
       } else {
-        addOperand(argument);
+        given_.operands.emplace_back(argument);
       }
+      if (!read) return read.error();
     }
     return finished();
   }
 
  private:
-  void addOperand(const std::string& operand) { options_.operands.push_back(operand); }
-
   Result<> longOption(std::string_view text) {
     const auto equals = text.find('=');
     const std::string_view name = text.substr(0, equals);
-    const auto known = std::find_if(kOptions.begin(), kOptions.end(),
-                                    [name](const Known& each) { return each.name == name; });
+    const auto* known = std::ranges::find(kOptions, name, &Known::name);
     if (known == kOptions.end())
       return failure("unrecognized option \"--" + std::string(name) + "\"");
-    std::optional<std::string> value;
-    if (equals != std::string_view::npos) value = text.substr(equals + 1);
-    if (value && known->value == Known::Value::none) {
+    if (equals == std::string_view::npos) return take(*known, std::nullopt);
+    if (!known->value && name != kVerbose) {
       return failure("option \"--" + std::string(name) + "\" takes no value");
     }
-    return take(*known, std::move(value));
+    return take(*known, std::string(text.substr(equals + 1)));
   }
 
   /// What follows a letter that needs a value is its value.
   Result<> letters(std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
-      const auto known = std::find_if(kOptions.begin(), kOptions.end(),
-                                      [&](const Known& each) { return each.letter == text[i]; });
+      const auto* known = std::ranges::find(kOptions, text[i], &Known::letter);
       if (known == kOptions.end()) {
         return failure("unrecognized option \"-" + std::string(1, text[i]) + "\"");
       }
-      if (known->value != Known::Value::required) {
-        if (auto taken = take(*known, std::nullopt); !taken) return taken;
-        continue;
-      }
-      std::optional<std::string> value;
-      if (i + 1 < text.size()) value = text.substr(i + 1);
-      return take(*known, std::move(value));
+      if (known->value && i + 1 < text.size()) return take(*known, std::string(text.substr(i + 1)));
+      if (auto taken = take(*known, std::nullopt); !taken) return taken;
     }
     return {};
   }
 
   Result<> take(const Known& known, std::optional<std::string> value) {
-    if (known.value == Known::Value::required && !value) {
+    if (known.value && !value) {
       if (next_ == arguments_.size()) {
         return failure("option \"--" + std::string(known.name) + "\" needs a value");
       }
       value = arguments_[next_++];
     }
-    if (known.name == "verbose") return addVerbosity(value);
-    if (value) {
-      textOf(known.name) = *std::move(value);
-    } else if (bool* flag = flagOf(known.name)) {
-      *flag = true;
-    }
+    if (known.name == kVerbose) return addVerbosity(value);
+    if (known.value) given_.*known.value = std::move(value);
+    if (known.flag) given_.*known.flag = true;
     return {};
   }
 
   Result<> addVerbosity(const std::optional<std::string>& value) {
-    int amount = 1;
-    if (value) {
-      const auto [end, status] =
-          std::from_chars(value->data(), value->data() + value->size(), amount);
-      if (status != std::errc() || end != value->data() + value->size() || amount < 0) {
-        return failure("option \"--verbose\": \"" + *value + "\" is not a number");
-      }
+    const auto amount = value ? wholeNumber<int>(*value) : 1;
+    if (!amount || *amount < 0) {
+      return failure("option \"--verbose\": \"" + *value + "\" is not a number");
     }
-    verbose_ = std::min(verbose_ + std::min(amount, 9), 9);
+    given_.verbosity = std::min(given_.verbosity + std::min(*amount, 9), 9);
     return {};
   }
 
-  std::optional<std::string>& textOf(std::string_view name) {
-    if (name == "sign") return identity_;
-    if (name == "keychain") return options_.keychain;
-    if (name == "entitlements") return options_.entitlements;
-    if (name == "resource-rules") return options_.resourceRules;
-    return options_.requirements;
-  }
-
-  /// Null for an option that only confirms the default.
-  bool* flagOf(std::string_view name) {
-    if (name == "verify") return &verify_;
-    if (name == "display") return &display_;
-    if (name == "help") return &help_;
-    if (name == "force") return &options_.force;
-    if (name == "deep") return &options_.deep;
-    return nullptr;
-  }
-
   Result<Options> finished() {
-    if (help_) return Options{};
-    const int count = (identity_ ? 1 : 0) + (verify_ ? 1 : 0) + (display_ ? 1 : 0);
+    if (given_.help) return Options{};
+    const int count = (given_.sign ? 1 : 0) + (given_.verify ? 1 : 0) + (given_.display ? 1 : 0);
     if (count > 1) return failure("only one of --sign, --verify and --display can be done at once");
-    if (count == 0 && verbose_ == 0)
+    if (count == 0 && given_.verbosity == 0)
       return failure("nothing to do: no --sign, --verify or --display");
-    options_.verbosity = verbose_;
-    if (identity_) {
-      options_.operation = Operation::sign;
-      options_.identity = *identity_;
-    } else if (display_) {
-      options_.operation = Operation::display;
-    } else {
-      options_.operation = Operation::verify;
-      if (!verify_) --options_.verbosity;
-    }
-    if (options_.operation != Operation::display) {
-      if (options_.resourceRules)
+    given_.operation = given_.sign      ? Operation::sign
+                       : given_.display ? Operation::display
+                                        : Operation::verify;
+    given_.identity = given_.sign.value_or("");
+    if (count == 0) --given_.verbosity;
+    if (!given_.display) {
+      if (given_.resourceRules)
         return failure("option \"--resource-rules\" goes with --display only");
-      if (options_.requirements)
-        return failure("option \"--requirements\" goes with --display only");
+      if (given_.requirements) return failure("option \"--requirements\" goes with --display only");
     }
-    if (options_.operands.empty()) return failure("no code given");
-    return std::move(options_);
+    if (given_.operands.empty()) return failure("no code given");
+    return Options(std::move(given_));
   }
 
   const std::vector<std::string>& arguments_;
   std::size_t next_ = 0;
-  Options options_;
-  std::optional<std::string> identity_;
-  int verbose_ = 0;
-  bool verify_ = false;
-  bool display_ = false;
-  bool help_ = false;
+  Given given_;
 };
 
 }  // namespace

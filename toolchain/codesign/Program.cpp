@@ -62,22 +62,21 @@ class Run {
     return kFailed;
   }
 
+  int statusOf(const std::string& code, const foundation::Result<>& done) {
+    return done ? 0 : failed(code, done.error());
+  }
+
   int sign(const std::string& code) {
-    const auto time = sourceDateEpoch();
-    if (!time) {
-      errors_.line(time.error().localizedDescription());
-      return kFailed;
-    }
-    SignOptions request;
-    request.code = code;
-    request.identity = options_.identity;
-    if (options_.keychain) request.keychain = *options_.keychain;
-    if (options_.entitlements) request.entitlements = *options_.entitlements;
-    request.force = options_.force;
-    request.deep = options_.deep;
-    request.signingTime = *time;
-    request.note = [this](const std::string& text) { errors_.line(text); };
-    const auto done = toolchain::sign(request);
+    const auto done = sourceDateEpoch().andThen([&](const auto& time) {
+      return toolchain::sign({.code = code,
+                              .identity = options_.identity,
+                              .keychain = options_.keychain,
+                              .entitlements = options_.entitlements,
+                              .force = options_.force,
+                              .deep = options_.deep,
+                              .signingTime = time,
+                              .note = [this](const std::string& text) { errors_.line(text); }});
+    });
     if (done) return 0;
     errors_.line(done.error().localizedDescription());
     return kFailed;
@@ -108,11 +107,9 @@ class Run {
   }
 
   int displayRequirements(const std::string& code) {
-    const auto lines = requirementsReport(code);
-    if (!lines) return failed(code, lines.error());
-    const std::string text = foundation::joined(*lines, "\n") + "\n";
-    const auto done = save(text, *options_.requirements);
-    return done ? 0 : failed(code, done.error());
+    return statusOf(code, requirementsReport(code).andThen([this](const auto& lines) {
+      return save(foundation::joined(lines, "\n") + "\n", *options_.requirements);
+    }));
   }
 
   /// Unsigned code has both files too. `isDescribed` is false when its fault was already printed.
@@ -120,23 +117,20 @@ class Run {
     const auto inputs = signingInputs(code);
     if (!inputs) return isDescribed ? failed(code, inputs.error()) : kFailed;
     // A signature will be made from what is saved here.
-    if (const auto intact = foundation::MappingGuard::checkAll(); !intact) {
-      return failed(code, intact.error());
-    }
-    if (options_.resourceRules) {
-      const auto done = save(inputs->resourceRules, *options_.resourceRules);
-      if (!done) return failed(code, done.error());
-    }
-    if (!options_.entitlements) return 0;
-    std::string target = *options_.entitlements;
-    std::string text = inputs->entitlements;
-    if (target.starts_with(':')) {
-      target.erase(0, 1);
-    } else {
-      text = foundation::textOf(makeBlob(magic::kEntitlements, foundation::bytesOf(text)));
-    }
-    const auto done = save(text, target);
-    return done ? 0 : failed(code, done.error());
+    const auto saved = foundation::MappingGuard::checkAll().andThen([&] {
+      return options_.resourceRules ? save(inputs->resourceRules, *options_.resourceRules)
+                                    : foundation::Result<>();
+    });
+    return statusOf(code, saved.andThen([&] {
+      return options_.entitlements ? saveEntitlements(inputs->entitlements, *options_.entitlements)
+                                   : foundation::Result<>();
+    }));
+  }
+
+  static foundation::Result<> saveEntitlements(std::string_view text, const std::string& target) {
+    if (target.starts_with(':')) return save(text, target.substr(1));
+    return save(foundation::textOf(makeBlob(magic::kEntitlements, foundation::bytesOf(text))),
+                target);
   }
 
   static foundation::Result<> save(std::string_view text, const std::string& path) {

@@ -1,6 +1,5 @@
 #include "toolchain/codesign_allocate/Program.h"
 
-#include <charconv>
 #include <cstdio>
 
 #include "foundation/base/Text.h"
@@ -24,21 +23,13 @@ constexpr char kUsage[] =
     "          every slice of the input needs one\n"
     "  -r      take signatures away instead\n";
 
-Result<std::uint32_t> number(const std::string& text) {
-  std::uint32_t value = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, problem] = std::from_chars(text.data(), end, value);
-  if (problem != std::errc() || stop != end) return failure("\"" + text + "\" is not a number");
-  return value;
-}
-
 class CommandLine {
  public:
   explicit CommandLine(const std::vector<std::string>& arguments) : arguments_(arguments) {}
 
   Result<AllocateOptions> read() {
     while (next_ < arguments_.size()) {
-      if (const auto taken = takeOption(); !taken) return taken.error();
+      if (const auto taken = take(arguments_[next_++]); !taken) return taken.error();
     }
     if (options_.input.empty()) return failure("no input file, -i");
     if (options_.output.empty()) return failure("no output file, -o");
@@ -49,59 +40,47 @@ class CommandLine {
   }
 
  private:
-  Result<> takeOption() {
-    const std::string& option = arguments_[next_++];
+  Result<> take(const std::string& option) {
     if (option == "-r") {
       options_.remove = true;
       return {};
     }
-    if (option == "-i" || option == "-o") return takeFile(option);
-    if (option == "-a") return takeNamed();
-    if (option == "-A") return takeNumbered();
+    if (option == "-i" || option == "-o") {
+      auto& file = option == "-i" ? options_.input : options_.output;
+      return value(option).map([&](const std::string& path) { file = path; });
+    }
+    if (option == "-a") {
+      return value(option).andThen([&](const std::string& name) -> Result<> {
+        if (macho::architectureNamed(name)) return takeSize(option, name);
+        return failure("unknown architecture \"" + name + "\"");
+      });
+    }
+    if (option == "-A") {
+      return number(option).andThen([&](std::uint32_t cpuType) {
+        return number(option).andThen([&](std::uint32_t cpuSubtype) {
+          return takeSize(option, architectureName(cpuType, cpuSubtype));
+        });
+      });
+    }
     return failure("unknown option \"" + option + "\"");
+  }
+
+  Result<> takeSize(const std::string& option, const std::string& architecture) {
+    return number(option).map([&](std::uint32_t size) {
+      options_.rooms.push_back({architecture, size});
+    });
+  }
+
+  Result<std::uint32_t> number(const std::string& option) {
+    return value(option).andThen([](const std::string& text) -> Result<std::uint32_t> {
+      if (const auto number = wholeNumber<std::uint32_t>(text)) return *number;
+      return failure("\"" + text + "\" is not a number");
+    });
   }
 
   Result<std::string> value(const std::string& option) {
     if (next_ == arguments_.size()) return failure(option + " lacks a value");
     return arguments_[next_++];
-  }
-
-  Result<> takeFile(const std::string& option) {
-    auto path = value(option);
-    if (!path) return path.error();
-    (option == "-i" ? options_.input : options_.output) = std::move(*path);
-    return {};
-  }
-
-  Result<> takeNamed() {
-    const auto name = value("-a");
-    if (!name) return name.error();
-    if (!macho::architectureNamed(*name)) {
-      return failure("unknown architecture \"" + *name + "\"");
-    }
-    return takeSize("-a", *name);
-  }
-
-  Result<> takeNumbered() {
-    std::uint32_t cpuType = 0;
-    std::uint32_t cpuSubtype = 0;
-    for (std::uint32_t* part : {&cpuType, &cpuSubtype}) {
-      const auto text = value("-A");
-      if (!text) return text.error();
-      const auto parsed = number(*text);
-      if (!parsed) return parsed.error();
-      *part = *parsed;
-    }
-    return takeSize("-A", architectureName(cpuType, cpuSubtype));
-  }
-
-  Result<> takeSize(const std::string& option, const std::string& architecture) {
-    const auto text = value(option);
-    if (!text) return text.error();
-    const auto size = number(*text);
-    if (!size) return size.error();
-    options_.rooms.push_back({architecture, *size});
-    return {};
   }
 
   const std::vector<std::string>& arguments_;

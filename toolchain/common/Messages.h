@@ -1,6 +1,9 @@
 #pragma once
 
+#include <charconv>
+#include <concepts>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -28,5 +31,14 @@ inline auto within(std::string where) {
 }
 /// "0xfade0cc0".
 std::string hex(std::uint64_t value);
+
+/// The number that `text` is, in decimal; absent when it is anything else or does not fit.
+template <std::integral T>
+std::optional<T> wholeNumber(std::string_view text) {
+  T value = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, problem] = std::from_chars(text.data(), end, value);
+  return problem == std::errc() && stop == end ? std::optional(value) : std::nullopt;
+}
 
 }  // namespace toolchain

@@ -1,7 +1,6 @@
 #include "toolchain/sign/Signing.h"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 
 #include "foundation/file/FileManager.h"
@@ -290,14 +289,12 @@ Result<> sign(const SignOptions& options) { return Signer(options).run(); }
 Result<std::optional<foundation::Date>> sourceDateEpoch() {
   const auto text = foundation::ProcessInfo::environmentValue("SOURCE_DATE_EPOCH");
   if (!text) return std::optional<foundation::Date>();
-  std::int64_t seconds = 0;
-  const char* end = text->data() + text->size();
-  const auto [stop, problem] = std::from_chars(text->data(), end, seconds);
+  const auto seconds = wholeNumber<std::int64_t>(*text);
   constexpr std::int64_t kLast = 253402300799;  // the last second of the year 9999
-  if (problem != std::errc() || stop != end || seconds < 0 || seconds > kLast) {
+  if (!seconds || *seconds < 0 || *seconds > kLast) {
     return failure("SOURCE_DATE_EPOCH: \"" + *text + "\" is not a number of seconds");
   }
-  return std::optional<foundation::Date>(std::chrono::sys_seconds(std::chrono::seconds(seconds)));
+  return std::optional<foundation::Date>(std::chrono::sys_seconds(std::chrono::seconds(*seconds)));
 }
 
 }  // namespace toolchain
