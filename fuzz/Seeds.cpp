@@ -187,10 +187,8 @@ void addSignatures(const Corpus& corpus) {
   const auto area = image->signatureArea(image->slices().front());
   const auto signature = toolchain::SuperBlob::parse(area, toolchain::magic::kEmbeddedSignature);
   corpus.add("SignatureBlobs", "signed", signature->bytes());
-  corpus.add("SignatureBlobs", "directory",
-             signature->find(toolchain::slot::kCodeDirectory)->bytes);
-  corpus.add("SignatureBlobs", "requirements",
-             signature->find(toolchain::slot::kRequirements)->bytes);
+  corpus.add("SignatureBlobs", "directory", *signature->find(toolchain::slot::kCodeDirectory));
+  corpus.add("SignatureBlobs", "requirements", *signature->find(toolchain::slot::kRequirements));
   const fs::path loose = folder / "loose";
   test::writeFile(loose, smallSignable());
   corpus.add("SignedCode", "unsigned", test::contentsOf(loose));

@@ -16,10 +16,8 @@ namespace toolchain {
 
 namespace {
 
-using foundation::CMS::Signer;
+using foundation::lowercaseHex;
 using Lines = std::vector<std::string>;
-
-std::string number(std::uint64_t value) { return std::to_string(value); }
 
 std::string formatText(const SignedCode& code) {
   std::vector<std::string> architectures;
@@ -45,69 +43,73 @@ std::string flagsText(std::uint32_t flags) {
   return hex(flags) + "(" + foundation::joined(names, ",") + ")";
 }
 
-std::string hexText(const std::vector<std::byte>& bytes) { return foundation::lowercaseHex(bytes); }
-
 void addDirectory(Lines& lines, const CodeDirectory& directory) {
   const auto& fields = directory.fields;
-  lines.push_back("CodeDirectory v=" + hex(fields.version).substr(2) +
-                  " size=" + number(directory.blob.size()) + " flags=" + flagsText(fields.flags) +
-                  " hashes=" + number(directory.codeSlotCount) + "+" +
-                  number(directory.specialSlotCount) + " location=embedded");
+  lines.push_back("CodeDirectory v=" + hex(fields.version).substr(2) + " size=" +
+                  std::to_string(directory.blob.size()) + " flags=" + flagsText(fields.flags) +
+                  " hashes=" + std::to_string(directory.codeSlotCount) + "+" +
+                  std::to_string(directory.specialSlotCount) + " location=embedded");
 }
 
 void addHashes(Lines& lines, const SignedCode& code) {
   const CodeDirectory& best = code.signature->strongest();
   lines.push_back("Hash type=" + std::string(hashName(best.fields.hashType)) +
-                  " size=" + number(hashSize(best.fields.hashType)));
+                  " size=" + std::to_string(hashSize(best.fields.hashType)));
   std::vector<std::string> choices;
   for (const auto& directory : code.signature->directories) {
     const std::string name(hashName(directory.fields.hashType));
     choices.push_back(name);
-    lines.push_back("CandidateCDHash " + name + "=" + hexText(directory.cdHash()));
-    lines.push_back("CandidateCDHashFull " + name + "=" + hexText(directory.fullHash()));
+    lines.push_back("CandidateCDHash " + name + "=" + lowercaseHex(directory.cdHash()));
+    lines.push_back("CandidateCDHashFull " + name + "=" + lowercaseHex(directory.fullHash()));
   }
   lines.push_back("Hash choices=" + foundation::joined(choices, ","));
-  lines.push_back("CMSDigest=" + hexText(code.signature->primary().fullHash()));
-  lines.push_back("CMSDigestType=" +
-                  number(static_cast<std::uint64_t>(code.signature->primary().fields.hashType)));
+  lines.push_back("CMSDigest=" + lowercaseHex(code.signature->primary().fullHash()));
+  lines.push_back("CMSDigestType=" + std::to_string(static_cast<std::uint64_t>(
+                                         code.signature->primary().fields.hashType)));
   if (best.fields.version >= 0x20400) {
-    lines.push_back("Executable Segment base=" + number(best.fields.execSegmentBase));
-    lines.push_back("Executable Segment limit=" + number(best.fields.execSegmentLimit));
+    lines.push_back("Executable Segment base=" + std::to_string(best.fields.execSegmentBase));
+    lines.push_back("Executable Segment limit=" + std::to_string(best.fields.execSegmentLimit));
     lines.push_back("Executable Segment flags=" + hex(best.fields.execSegmentFlags));
   }
-  lines.push_back("Page size=" + number(std::uint64_t{1} << best.fields.pageShift));
-  lines.push_back("CDHash=" + hexText(best.cdHash()));
-}
-
-void addAuthorities(Lines& lines, const Signer& signer) {
-  for (const auto& certificate : signer.chain) {
-    lines.push_back("Authority=" + certificate.subjectSummary().value_or("(unnamed)"));
-  }
+  lines.push_back("Page size=" + std::to_string(std::uint64_t{1} << best.fields.pageShift));
+  lines.push_back("CDHash=" + lowercaseHex(best.cdHash()));
 }
 
 void addSigner(Lines& lines, const SignedCode& code, int verbosity) {
-  const auto* entry = code.signature->blobs.find(slot::kSignature);
-  if (!entry || entry->bytes.size() <= 8) {
+  const auto wrapper = code.signature->blobs.find(slot::kSignature);
+  if (!wrapper || wrapper->size() <= 8) {
     lines.emplace_back("Signature=adhoc");
     return;
   }
-  const Bytes message = entry->bytes.subspan(8);
-  lines.push_back("Signature size=" + number(message.size()));
+  const Bytes message = wrapper->subspan(8);
+  lines.push_back("Signature size=" + std::to_string(message.size()));
   const auto signer = foundation::CMS::verifyDetached(message, code.signature->primary().blob);
   if (!signer) {
     lines.emplace_back("Authority=(unavailable)");
     return;
   }
-  if (verbosity >= 2) addAuthorities(lines, *signer);
+  if (verbosity >= 2) {
+    for (const auto& certificate : signer->chain) {
+      lines.push_back("Authority=" + certificate.subjectSummary().value_or("(unnamed)"));
+    }
+  }
   if (signer->signingTime) {
     lines.push_back("Signed Time=" + foundation::description(*signer->signingTime));
   }
 }
 
+/// None without a blob of requirements.
+Result<std::vector<TypedRequirement>> requirementsOf(const SignedCode& code) {
+  const auto blob = code.signature->blobs.find(slot::kRequirements);
+  if (!blob) return std::vector<TypedRequirement>();
+  return parseRequirementSet(*blob).mapError(asFault(Fault::invalidSignature));
+}
+
 Result<> addContent(Lines& lines, const SignedCode& code) {
   const auto& primary = code.signature->primary();
-  lines.push_back(code.code.infoPlist ? "Info.plist entries=" + number(code.code.info.size())
-                                      : "Info.plist=not bound");
+  lines.push_back(code.code.infoPlist
+                      ? "Info.plist entries=" + std::to_string(code.code.info.size())
+                      : "Info.plist=not bound");
   lines.push_back("TeamIdentifier=" + (primary.fields.teamIdentifier.empty()
                                            ? "not set"
                                            : primary.fields.teamIdentifier));
@@ -119,19 +121,15 @@ Result<> addContent(Lines& lines, const SignedCode& code) {
     const bool second = !(*seal)->rules.rules2.empty();
     const auto& rules = second ? (*seal)->rules.rules2 : (*seal)->rules.rules;
     const auto& files = second ? (*seal)->files2 : (*seal)->files;
-    lines.push_back(std::string("Sealed Resources version=") + (second ? "2" : "1") +
-                    " rules=" + number(rules.size()) + " files=" + number(files.size()));
+    lines.push_back(std::string("Sealed Resources version=") + (second ? "2" : "1") + " rules=" +
+                    std::to_string(rules.size()) + " files=" + std::to_string(files.size()));
   }
-  const auto* entry = code.signature->blobs.find(slot::kRequirements);
-  if (!entry) {
-    lines.emplace_back("Internal requirements=none");
-    return {};
-  }
-  const auto set = parseRequirementSet(entry->bytes).mapError(asFault(Fault::invalidSignature));
-  if (!set) return set.error();
-  lines.push_back("Internal requirements count=" + number(set->size()) +
-                  " size=" + number(entry->bytes.size()));
-  return {};
+  return requirementsOf(code).map([&](const auto& set) {
+    const auto blob = code.signature->blobs.find(slot::kRequirements);
+    lines.push_back(blob ? "Internal requirements count=" + std::to_string(set.size()) +
+                               " size=" + std::to_string(blob->size())
+                         : "Internal requirements=none");
+  });
 }
 
 std::string_view typeName(std::uint32_t type) {
@@ -158,29 +156,23 @@ Result<Lines> signatureReport(const ReportOptions& options) {
   addDirectory(lines, code->signature->strongest());
   if (options.verbosity >= 3) addHashes(lines, *code);
   addSigner(lines, *code, options.verbosity);
-  if (const auto added = addContent(lines, *code); !added) return added.error();
-  return lines;
+  return addContent(lines, *code).map([&] { return std::move(lines); });
 }
 
 Result<Lines> requirementsReport(const std::filesystem::path& path) {
   const auto code = openSigned(path);
   if (!code) return code.error();
+  const auto set = requirementsOf(*code);
+  if (!set) return set.error();
   Lines lines;
-  bool hasDesignated = false;
-  if (const auto* entry = code->signature->blobs.find(slot::kRequirements)) {
-    const auto set = parseRequirementSet(entry->bytes).mapError(asFault(Fault::invalidSignature));
-    if (!set) return set.error();
-    for (const auto& each : *set) {
-      const auto expression =
-          parseRequirement(each.blob).mapError(asFault(Fault::invalidSignature));
-      if (!expression) return expression.error();
-      hasDesignated = hasDesignated || each.type == requirement::kDesignated;
-      lines.push_back(std::string(typeName(each.type)) + " => " + text(*expression));
-    }
+  for (const auto& each : *set) {
+    const auto expression = parseRequirement(each.blob).mapError(asFault(Fault::invalidSignature));
+    if (!expression) return expression.error();
+    lines.push_back(std::string(typeName(each.type)) + " => " + text(*expression));
   }
-  if (!hasDesignated) {
-    lines.push_back("# designated => cdhash H\"" + hexText(code->signature->strongest().cdHash()) +
-                    "\"");
+  if (std::ranges::count(*set, requirement::kDesignated, &TypedRequirement::type) == 0) {
+    lines.push_back("# designated => cdhash H\"" +
+                    lowercaseHex(code->signature->strongest().cdHash()) + "\"");
   }
   return lines;
 }

@@ -25,10 +25,10 @@ Result<std::optional<ResourceSeal>> SignedCode::seal() const {
   if (!code.isBundle() || !foundation::FileManager::fileExistsAtPath(code.sealPath())) {
     return std::optional<ResourceSeal>();
   }
-  const auto file = foundation::FileManager::contentsOfFile(code.sealPath());
-  if (!file) return file.error();
-  return parseResourceSeal(file->bytes())
-      .mapError(asFault(Fault::invalidResourceDirectory))
+  return foundation::FileManager::contentsOfFile(code.sealPath())
+      .andThen([](const foundation::Data& file) {
+        return parseResourceSeal(file.bytes()).mapError(asFault(Fault::invalidResourceDirectory));
+      })
       .map([](ResourceSeal seal) { return std::optional(std::move(seal)); });
 }
 

@@ -11,11 +11,6 @@ namespace {
 
 using foundation::Dictionary;
 
-/// True for a signature that determines rules and entitlements.
-bool isSignedByPeople(const SignedCode& code) {
-  return code.signature && !code.signature->isLinkerSigned();
-}
-
 Result<std::string> rulesText(const ResourceRules& rules) {
   Dictionary dictionary;
   if (!rules.rules.empty()) dictionary.emplace("rules", value(rules.rules));
@@ -30,10 +25,10 @@ ResourceRules defaultRulesFor(const CodeBundle& code) {
 
 Result<std::string> profileEntitlements(const CodeBundle& code) {
   if (!code.isBundle()) return foundation::PropertyList::xml(Dictionary());
-  const auto profile = package::AppPackage(code.base).profile();
-  if (!profile) return profile.error();
-  return foundation::PropertyList::xml(*profile ? (*profile)->entitlementsFor(code.identifier)
-                                                : Dictionary());
+  return package::AppPackage(code.base).profile().andThen([&](const auto& profile) {
+    return foundation::PropertyList::xml(profile ? profile->entitlementsFor(code.identifier)
+                                                 : Dictionary());
+  });
 }
 
 }  // namespace
@@ -41,9 +36,8 @@ Result<std::string> profileEntitlements(const CodeBundle& code) {
 Result<SigningInputs> signingInputs(const std::filesystem::path& path) {
   const auto code = SignedCode::open(path);
   if (!code) return code.error();
-  SigningInputs inputs;
-  inputs.isSigned = code->signature.has_value();
-  const bool speaks = isSignedByPeople(*code);
+  // Only such a signature says anything about rules and entitlements.
+  const bool speaks = code->signature && !code->signature->isLinkerSigned();
   const auto seal = code->seal();
   if (speaks && !seal) return seal.error();
   const bool hasRules = speaks && seal->has_value();
@@ -53,9 +47,7 @@ Result<SigningInputs> signingInputs(const std::filesystem::path& path) {
       speaks ? code->signature->entitlementsText().mapError(asFault(Fault::invalidSignature))
              : profileEntitlements(code->code);
   if (!entitlements) return entitlements.error();
-  inputs.resourceRules = *std::move(rules);
-  inputs.entitlements = *std::move(entitlements);
-  return inputs;
+  return SigningInputs{code->signature.has_value(), *std::move(rules), *std::move(entitlements)};
 }
 
 }  // namespace toolchain

@@ -144,9 +144,9 @@ Result<SuperBlob> SuperBlob::parse(Bytes area, std::uint32_t magic, Gaps gaps) {
   return result;
 }
 
-const BlobEntry* SuperBlob::find(std::uint32_t slot) const {
+std::optional<Bytes> SuperBlob::find(std::uint32_t slot) const {
   const auto at = std::ranges::find(entries_, slot, &BlobEntry::slot);
-  return at == entries_.end() ? nullptr : &*at;
+  return at == entries_.end() ? std::nullopt : std::optional(at->bytes);
 }
 
 }  // namespace toolchain

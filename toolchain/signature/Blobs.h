@@ -85,8 +85,8 @@ class SuperBlob {
   static Result<SuperBlob> parse(Bytes area, std::uint32_t magic, Gaps gaps = Gaps::refused);
 
   [[nodiscard]] const std::vector<BlobEntry>& entries() const { return entries_; }
-  /// The blob in this slot; null without one.
-  [[nodiscard]] const BlobEntry* find(std::uint32_t slot) const;
+  /// The whole blob in this slot; absent without one.
+  [[nodiscard]] std::optional<Bytes> find(std::uint32_t slot) const;
   /// The superblob without the rest of its area.
   [[nodiscard]] Bytes bytes() const { return bytes_; }
 

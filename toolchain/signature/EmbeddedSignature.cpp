@@ -90,8 +90,8 @@ Result<> checkTeam(const Signer& signer, const std::vector<CodeDirectory>& direc
   return {};
 }
 
-Result<foundation::Dictionary> xmlEntitlements(const BlobEntry& entry) {
-  const auto payload = blobPayload(entry.bytes, magic::kEntitlements);
+Result<foundation::Dictionary> xmlEntitlements(Bytes blob) {
+  const auto payload = blobPayload(blob, magic::kEntitlements);
   if (!payload) return payload.error();
   if (foundation::textOf(*payload).starts_with("bplist")) return failure("they are not XML");
   auto value = foundation::PropertyList::parseUnambiguous(*payload);
@@ -100,8 +100,8 @@ Result<foundation::Dictionary> xmlEntitlements(const BlobEntry& entry) {
   return *value->dictionary();
 }
 
-Result<foundation::Dictionary> derEntitlements(const BlobEntry& entry) {
-  return blobPayload(entry.bytes, magic::kEntitlementsDER).andThen(decodeEntitlements);
+Result<foundation::Dictionary> derEntitlements(Bytes blob) {
+  return blobPayload(blob, magic::kEntitlementsDER).andThen(decodeEntitlements);
 }
 
 Result<std::vector<CodeDirectory>> codeDirectories(const SuperBlob& signature) {
@@ -170,21 +170,21 @@ bool EmbeddedSignature::isLinkerSigned() const {
 }
 
 Result<std::string> EmbeddedSignature::entitlementsText() const {
-  if (const auto* entry = blobs.find(slot::kEntitlements)) {
-    return blobPayload(entry->bytes, magic::kEntitlements).map([](Bytes payload) {
+  if (const auto xml = blobs.find(slot::kEntitlements)) {
+    return blobPayload(*xml, magic::kEntitlements).map([](Bytes payload) {
       return std::string(foundation::textOf(payload));
     });
   }
-  const auto* entry = blobs.find(slot::kEntitlementsDER);
-  return (entry ? derEntitlements(*entry) : foundation::Dictionary())
+  const auto der = blobs.find(slot::kEntitlementsDER);
+  return (der ? derEntitlements(*der) : foundation::Dictionary())
       .andThen([](const foundation::Dictionary& dictionary) {
         return foundation::PropertyList::xml(dictionary);
       });
 }
 
 Result<foundation::Dictionary> EmbeddedSignature::checkedEntitlements() const {
-  const auto* xml = blobs.find(slot::kEntitlements);
-  const auto* der = blobs.find(slot::kEntitlementsDER);
+  const auto xml = blobs.find(slot::kEntitlements);
+  const auto der = blobs.find(slot::kEntitlementsDER);
   auto fromXML =
       (xml ? xmlEntitlements(*xml) : foundation::Dictionary()).mapError(within("entitlements"));
   if (!fromXML || !der) return fromXML;
@@ -197,10 +197,10 @@ Result<foundation::Dictionary> EmbeddedSignature::checkedEntitlements() const {
 
 Result<std::optional<Signer>> EmbeddedSignature::checkedSigner() const {
   const bool isAdHoc = (primary().fields.flags & codeflag::kAdHoc) != 0;
-  const auto* entry = blobs.find(slot::kSignature);
-  if (!entry && isAdHoc) return std::optional<Signer>();
-  if (!entry) return failure("there is no CMS signature, and the code is not signed ad hoc");
-  const auto payload = blobPayload(entry->bytes, magic::kWrapper).mapError(within("CMS"));
+  const auto wrapper = blobs.find(slot::kSignature);
+  if (!wrapper && isAdHoc) return std::optional<Signer>();
+  if (!wrapper) return failure("there is no CMS signature, and the code is not signed ad hoc");
+  const auto payload = blobPayload(*wrapper, magic::kWrapper).mapError(within("CMS"));
   if (!payload) return payload.error();
   if (payload->empty() != isAdHoc) {
     return failure(isAdHoc ? "code signed ad hoc has a CMS signature"
@@ -217,9 +217,9 @@ Result<std::optional<Signer>> EmbeddedSignature::checkedSigner() const {
 
 Result<std::optional<requirement::Expression>> EmbeddedSignature::designatedRequirement() const {
   std::optional<requirement::Expression> designated;
-  const auto* entry = blobs.find(slot::kRequirements);
-  if (!entry) return designated;
-  const auto set = parseRequirementSet(entry->bytes).mapError(within("requirements"));
+  const auto blob = blobs.find(slot::kRequirements);
+  if (!blob) return designated;
+  const auto set = parseRequirementSet(*blob).mapError(within("requirements"));
   if (!set) return set.error();
   for (const auto& each : *set) {
     auto expression = parseRequirement(each.blob).mapError(within("requirements"));

@@ -32,9 +32,7 @@ foundation::Error invalid(const std::string& detail) {
   return faultError(Fault::invalidSignature, detail);
 }
 
-foundation::Error invalid(const foundation::Error& error) {
-  return invalid(error.localizedDescription());
-}
+const auto asInvalid = asFault(Fault::invalidSignature);
 
 bool isEqual(Bytes a, Bytes b) { return foundation::textOf(a) == foundation::textOf(b); }
 
@@ -60,8 +58,8 @@ Result<> checkAgreement(const std::vector<CodeDirectory>& directories) {
 
 Result<> checkLayout(const CodeDirectory& directory, const Slice& slice) {
   const auto& fields = directory.fields;
-  auto unused = checkUnused(directory).mapError(within("CodeDirectory"));
-  if (!unused) return invalid(unused.error());
+  auto unused = checkUnused(directory).mapError(within("CodeDirectory")).mapError(asInvalid);
+  if (!unused) return unused;
   if (fields.identifier.empty()) return invalid(named(directory) + " has no identifier");
   if (fields.pageShift != 12 && fields.pageShift != 14) {
     return invalid(named(directory) + ": page size 2^" + std::to_string(fields.pageShift) +
@@ -95,42 +93,26 @@ Result<> checkExecSegment(const CodeDirectory& directory, const Slice& slice,
   return {};
 }
 
-/// Hashes of the slice's code as this directory stores them.
-class PageHashSource {
- public:
-  explicit PageHashSource(const SliceEvidence& evidence) : evidence_(evidence) {}
-
-  /// Computes missing hashes for all `directories` of one page size, so that code is read once.
-  Bytes hashesFor(const CodeDirectory& directory, const std::vector<CodeDirectory>& directories) {
-    if (const auto* known = find(evidence_.takenHashes, directory)) return known->hashes;
-    if (const auto* known = find(computed_, directory)) return known->hashes;
-    std::vector<HashType> types;
-    for (const auto& other : directories) {
-      if (other.fields.pageShift == directory.fields.pageShift) {
-        types.push_back(other.fields.hashType);
-      }
-    }
-    auto more = hashPages(evidence_.code, directory.fields.pageShift, types);
-    std::move(more.begin(), more.end(), std::back_inserter(computed_));
-    return find(computed_, directory)->hashes;
+/// The hashes of the slice's code as this directory stores them. Adds what is missing to `known`,
+/// for all `directories` of one page size together, so that code is read once.
+Bytes pageHashes(const CodeDirectory& directory, const std::vector<CodeDirectory>& directories,
+                 const Pieces& code, std::vector<PageHashes>& known) {
+  const auto pageShift = directory.fields.pageShift;
+  for (const PageHashes& each : known) {
+    if (each.type == directory.fields.hashType && each.pageShift == pageShift) return each.hashes;
   }
-
- private:
-  static const PageHashes* find(std::span<const PageHashes> all, const CodeDirectory& directory) {
-    const auto at = std::find_if(all.begin(), all.end(), [&](const PageHashes& each) {
-      return each.type == directory.fields.hashType && each.pageShift == directory.fields.pageShift;
-    });
-    return at == all.end() ? nullptr : &*at;
+  std::vector<HashType> types;
+  for (const auto& other : directories) {
+    if (other.fields.pageShift == pageShift) types.push_back(other.fields.hashType);
   }
-
-  const SliceEvidence& evidence_;
-  std::vector<PageHashes> computed_;
-};
+  std::ranges::move(hashPages(code, pageShift, types), std::back_inserter(known));
+  return pageHashes(directory, directories, code, known);
+}
 
 Result<> checkPages(const std::vector<CodeDirectory>& directories, const SliceEvidence& evidence) {
-  PageHashSource source(evidence);
+  std::vector<PageHashes> known(evidence.takenHashes.begin(), evidence.takenHashes.end());
   for (const auto& directory : directories) {
-    const Bytes hashes = source.hashesFor(directory, directories);
+    const Bytes hashes = pageHashes(directory, directories, evidence.code, known);
     const std::size_t size = hashSize(directory.fields.hashType);
     if (hashes.size() / size != directory.codeSlotCount) {
       return invalid(named(directory) + ": " + std::to_string(directory.codeSlotCount) +
@@ -168,19 +150,15 @@ Result<> checkSpecialSlots(const CodeDirectory& directory, const SuperBlob& sign
       evidence.resources ? Fault::invalidResourceDirectory : Fault::missingResources;
   const std::uint32_t last = std::max(directory.specialSlotCount, slot::kLibraryConstraint);
   for (std::uint32_t number = 1; number <= last; ++number) {
-    Result<> checked;
-    if (number == slot::kInfoPlist) {
-      checked = checkSpecialSlot(directory, number, evidence.infoPlist, Fault::invalidInfoPlist,
-                                 "Info.plist");
-    } else if (number == slot::kResources) {
-      checked =
-          checkSpecialSlot(directory, number, evidence.resources, resources, "the resource seal");
-    } else {
-      const auto* entry = signature.find(number);
-      checked =
-          checkSpecialSlot(directory, number, entry ? std::optional(entry->bytes) : std::nullopt,
-                           Fault::invalidSignature, "slot " + std::to_string(number));
-    }
+    const auto check = [&](const auto& content, Fault fault, const std::string& what) {
+      return checkSpecialSlot(directory, number, content, fault, what);
+    };
+    auto checked = number == slot::kInfoPlist
+                       ? check(evidence.infoPlist, Fault::invalidInfoPlist, "Info.plist")
+                   : number == slot::kResources
+                       ? check(evidence.resources, resources, "the resource seal")
+                       : check(signature.find(number), Fault::invalidSignature,
+                               "slot " + std::to_string(number));
     if (!checked) return checked;
   }
   return {};
@@ -201,7 +179,7 @@ Result<> checkSlots(const SuperBlob& signature) {
     }
     if (const std::uint32_t expected = expectedMagic(entry.slot)) {
       if (const auto payload = blobPayload(entry.bytes, expected); !payload) {
-        return invalid(within("slot " + std::to_string(entry.slot), payload.error()));
+        return asInvalid(within("slot " + std::to_string(entry.slot), payload.error()));
       }
     }
     constexpr std::size_t kHeader = 8;
@@ -252,21 +230,21 @@ bool CheckedSignature::meetsRequirementOf(const CheckedSignature& other) const {
 
 Result<CheckedSignature> checkSignature(const SliceEvidence& evidence) {
   if (!evidence.slice.signature) return faultError(Fault::unsignedCode);
-  auto signature = EmbeddedSignature::parse(evidence.signature);
-  if (!signature) return invalid(signature.error());
-  if (auto checked = checkSlots(signature->blobs); !checked) return checked.error();
-  if (auto checked = checkDirectories(*signature, evidence); !checked) return checked.error();
-  auto entitlements = signature->checkedEntitlements();
-  if (!entitlements) return invalid(entitlements.error());
+  auto signature = EmbeddedSignature::parse(evidence.signature).mapError(asInvalid);
+  if (!signature) return signature.error();
+  auto entitlements =
+      checkSlots(signature->blobs)
+          .andThen([&] { return checkDirectories(*signature, evidence); })
+          .andThen([&] { return signature->checkedEntitlements().mapError(asInvalid); });
+  if (!entitlements) return entitlements.error();
   for (const auto& directory : signature->directories) {
-    if (auto checked = checkExecSegment(directory, evidence.slice, *entitlements); !checked) {
-      return checked.error();
-    }
+    auto checked = checkExecSegment(directory, evidence.slice, *entitlements);
+    if (!checked) return checked.error();
   }
-  auto signer = signature->checkedSigner();
-  if (!signer) return invalid(signer.error());
-  auto requirement = signature->designatedRequirement();
-  if (!requirement) return invalid(requirement.error());
+  auto signer = signature->checkedSigner().mapError(asInvalid);
+  if (!signer) return signer.error();
+  auto requirement = signature->designatedRequirement().mapError(asInvalid);
+  if (!requirement) return requirement.error();
   CheckedSignature result{*std::move(signature), *std::move(signer), *std::move(requirement), {}};
   result.subject = subjectOf(result, evidence, *std::move(entitlements));
   return result;

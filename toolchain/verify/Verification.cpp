@@ -63,8 +63,7 @@ std::optional<Complaint> checkCoverage(const MachOFile& image) {
     extents.push_back(slice.file);
   }
   if (!image.isUniversal()) return std::nullopt;
-  std::sort(extents.begin(), extents.end(),
-            [](const Extent& a, const Extent& b) { return a.offset < b.offset; });
+  std::ranges::sort(extents, {}, &Extent::offset);
   std::uint64_t end = image.tableEnd();
   extents.push_back({image.file().size(), 0});
   for (const auto& next : extents) {
@@ -127,9 +126,6 @@ class Verifier {
  public:
   explicit Verifier(const VerifyOptions& options) : options_(options) {}
 
-  std::optional<Complaint> run() { return checkTree(options_.code); }
-
- private:
   /// A piece of code and all that is nested in it.
   std::optional<Complaint> checkTree(const fs::path& path) {
     const auto code = CodeBundle::open(path);
@@ -149,8 +145,9 @@ class Verifier {
     return std::nullopt;
   }
 
+ private:
   static bool contains(const std::vector<std::string>& paths, const fs::path& path) {
-    return std::find(paths.begin(), paths.end(), path.native()) != paths.end();
+    return std::ranges::find(paths, path.native()) != paths.end();
   }
 
   /// Executable, seal and requirement of one piece of code, in this order; `found` gets what the
@@ -178,9 +175,9 @@ class Verifier {
     if (!code.isBundle() || !fs::exists(fs::symlink_status(code.sealPath(), failed))) {
       return std::optional<MappedFile>();
     }
-    auto file = MappedFile::open(code.sealPath());
-    if (!file) return file.error();
-    return std::optional(*std::move(file));
+    return MappedFile::open(code.sealPath()).map([](MappedFile file) {
+      return std::optional(std::move(file));
+    });
   }
 
   static std::optional<Complaint> checkIsSigned(const MachOFile& image) {
@@ -196,12 +193,14 @@ class Verifier {
     std::vector<CheckedSignature> checked;
     for (const auto& slice : image.slices()) {
       const Bytes bytes = image.bytesOf(slice);
-      SliceEvidence evidence{slice, image.signatureArea(slice), {}, {}, {}, {}};
-      evidence.code = {bytes.first(slice.signature->data.offset)};
-      evidence.infoPlist =
+      const auto infoPlist =
           code.infoPlist ? std::optional(code.infoPlist->bytes()) : coveredInfoPlist(image, slice);
-      evidence.resources = seal;
-      auto result = checkSignature(evidence);
+      auto result = checkSignature({.slice = slice,
+                                    .signature = image.signatureArea(slice),
+                                    .code = {bytes.first(slice.signature->data.offset)},
+                                    .takenHashes = {},
+                                    .infoPlist = infoPlist,
+                                    .resources = seal});
       if (!result) {
         return complaint(result.error(), Fault::invalidSignature, slice.architecture);
       }
@@ -258,10 +257,9 @@ class Verifier {
     }
     nested.insert(nested.end(), found.codeByHash.begin(), found.codeByHash.end());
     for (const auto& path : *bundles) {
-      const bool isElsewhere = std::any_of(
-          found.codeByHash.begin(), found.codeByHash.end(), [&](const std::string& other) {
-            return path == other || path.native().starts_with(other + '/');
-          });
+      const bool isElsewhere = std::ranges::any_of(found.codeByHash, [&](const std::string& other) {
+        return path == other || path.native().starts_with(other + '/');
+      });
       if (!isElsewhere) nested.push_back(path);
     }
     return nested;
@@ -293,7 +291,7 @@ Verdict verify(const VerifyOptions& options) {
   if (!fs::exists(options.code, failed)) {
     return {kFailed, {name + ": No such file or directory"}, {}};
   }
-  Verdict verdict = verdictOn(name, Verifier(options).run());
+  Verdict verdict = verdictOn(name, Verifier(options).checkTree(options.code));
   const auto intact = foundation::MappingGuard::checkAll();
   if (!intact) return {kFailed, {name + ": " + intact.error().localizedDescription()}, {}};
   return verdict;

@@ -73,7 +73,7 @@ TEST_F(CoverageTest, EveryByteOfASignatureIsCovered) {
   const auto area = image->slices()[0].signature->data;
   const auto signature = toolchain::SuperBlob::parse(image->signatureArea(image->slices()[0]),
                                                      toolchain::magic::kEmbeddedSignature);
-  const auto wrapper = signature->find(toolchain::slot::kSignature)->bytes.size();
+  const auto wrapper = signature->find(toolchain::slot::kSignature)->size();
   for (std::size_t i = 0; i < signature->bytes().size() - wrapper + 8; ++i) {
     flip(library, area.offset + i);
     EXPECT_EQ(toolchain::verify({.code = library}).status, 1) << "byte " << i;

@@ -15,8 +15,8 @@ TEST(SuperBlob, DamageIsNamed) {
   const auto good = makeSuperBlob(magic::kEmbeddedSignature, {{5, second}, {2, first}});
   const auto parsed = SuperBlob::parse(good, magic::kEmbeddedSignature);
   ASSERT_TRUE(parsed);
-  EXPECT_EQ(foundation::textOf(parsed->find(2)->bytes.subspan(8)), "one");
-  EXPECT_EQ(parsed->find(3), nullptr);
+  EXPECT_EQ(foundation::textOf(parsed->find(2)->subspan(8)), "one");
+  EXPECT_FALSE(parsed->find(3));
   struct Case {
     std::string name;
     std::size_t offset;

@@ -105,11 +105,11 @@ SignatureParts takeApart(const std::filesystem::path& executable, std::size_t sl
       files.emplace(number, std::vector<std::byte>(hash.begin(), hash.end()));
     }
   }
-  const auto* wrapper = signature.blobs.find(slot::kSignature);
-  if (!wrapper || wrapper->bytes.size() <= 8) return parts;
-  const auto primary = signature.blobs.find(slot::kCodeDirectory)->bytes;
+  const auto wrapper = signature.blobs.find(slot::kSignature);
+  if (!wrapper || wrapper->size() <= 8) return parts;
+  const auto primary = *signature.blobs.find(slot::kCodeDirectory);
   parts.certificates =
-      required(foundation::CMS::verifyDetached(wrapper->bytes.subspan(8), primary)).chain;
+      required(foundation::CMS::verifyDetached(wrapper->subspan(8), primary)).chain;
   return parts;
 }
 
