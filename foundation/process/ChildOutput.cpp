@@ -1,4 +1,4 @@
-// What a child writes: taken while it runs, and read to the end after it.
+// A child's output, read while it runs and after it has ended.
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -16,14 +16,14 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kLongestWaitForPipes{2};
 constexpr std::size_t kMostTaken = std::size_t{1} << 20;
-/// How often a child whose streams a grandchild holds open is asked whether it has ended.
+/// How often to check whether the child has ended, since a grandchild may hold its streams open.
 constexpr std::chrono::milliseconds kPollInterval{100};
 
 void stopBlocking(const FileDescriptor& pipe) {
   ::fcntl(pipe.get(), F_SETFL, ::fcntl(pipe.get(), F_GETFL) | O_NONBLOCK);
 }
 
-/// Takes what is there; false at the end of the pipe.
+/// Reads what is available; false at the end of the pipe.
 bool takeAvailable(int pipe, std::string& taken) {
   std::array<char, std::size_t{16} * 1024> buffer;
   for (;;) {
@@ -49,7 +49,7 @@ void ChildProcess::takeOutputWhileRunning() {
     stopBlocking(streams[i].pipe);
     waiting[i] = {.fd = streams[i].pipe.get(), .events = POLLIN, .revents = 0};
   }
-  // A negative descriptor is none to `poll`.
+  // `poll` ignores negative descriptors.
   const auto isOpen = [](const pollfd& stream) { return stream.fd >= 0; };
   while (std::ranges::any_of(waiting, isOpen) && !hasEndedUnreaped()) {
     if (::poll(waiting.data(), waiting.size(), static_cast<int>(kPollInterval.count())) <= 0)
@@ -74,7 +74,7 @@ Data ChildProcess::readToEnd(const FileDescriptor& pipe, std::string text) {
   if (!readingEnds_) readingEnds_ = Clock::now() + kLongestWaitForPipes;
   stopBlocking(pipe);
   std::vector<char> buffer(std::size_t{64} * 1024);
-  // What is there is taken even when the time is over, but a grandchild may write without end.
+  // Available bytes are read even when time is up, but a grandchild may write forever.
   constexpr std::size_t enough = std::size_t{64} << 20;
   for (;;) {
     const ssize_t count = ::read(pipe.get(), buffer.data(), buffer.size());

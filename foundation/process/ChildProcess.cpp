@@ -21,14 +21,14 @@ namespace foundation {
 
 namespace {
 
-// ---- The children that run
+// ---- Running children
 
-/// Read by signal handlers, so of fixed size and without locks. A child that finds no room in it
-/// runs all the same.
+/// Read by signal handlers, so of fixed size and lock-free. A child for which there is no room runs
+/// all the same.
 std::array<std::atomic<pid_t>, 256> runningChildren;
 static_assert(std::atomic<pid_t>::is_always_lock_free);
 
-/// Counts the calls of `terminateRunningChildren`, so that a launch notices one in its midst.
+/// Counts the calls of `terminateRunningChildren`, so that a launch notices a concurrent one.
 std::atomic<unsigned> terminationRound{0};
 std::atomic<int> terminationSignal{0};
 
@@ -39,7 +39,7 @@ void remember(pid_t child) {
   }
 }
 
-/// Must come before the child is reaped: afterwards its number may be another process's.
+/// To be called before the child is reaped: afterwards another process may get its number.
 void forget(pid_t child) {
   for (auto& slot : runningChildren) {
     pid_t expected = child;
@@ -47,7 +47,7 @@ void forget(pid_t child) {
   }
 }
 
-/// True when the child has ended; it is left to be reaped. With WNOHANG in `flags` never blocks.
+/// True when the child has ended; does not reap it. Never blocks with WNOHANG in `flags`.
 bool hasEnded(pid_t child, int flags) {
   siginfo_t info{};
   int status;
@@ -55,11 +55,11 @@ bool hasEnded(pid_t child, int flags) {
     info.si_pid = 0;
     status = ::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT | flags);
   } while (status != 0 && errno == EINTR);
-  // An error says that there is no such child any more.
+  // An error means that the child no longer exists.
   return status != 0 || info.si_pid == child;
 }
 
-/// Takes the status of a child that has ended; absent when somebody else has reaped it.
+/// Absent when the child has already been reaped elsewhere.
 std::optional<Termination> reap(pid_t child) {
   forget(child);
   int status = 0;
@@ -68,13 +68,11 @@ std::optional<Termination> reap(pid_t child) {
     reaped = ::waitpid(child, &status, 0);
   } while (reaped < 0 && errno == EINTR);
   if (reaped != child) return std::nullopt;
-  if (WIFSIGNALED(status)) {
-    return Termination{Termination::Reason::signalled, WTERMSIG(status)};
-  }
+  if (WIFSIGNALED(status)) return Termination{Termination::Reason::signalled, WTERMSIG(status)};
   return Termination{Termination::Reason::exited, WEXITSTATUS(status)};
 }
 
-/// Children whose owner went before them; they are reaped when the next one is launched.
+/// Children that outlived their owner; they are reaped when the next child is launched.
 class Abandoned {
  public:
   void add(pid_t child) {
@@ -102,7 +100,8 @@ Abandoned& abandoned() {
 
 // ---- Launching
 
-/// Keeps the descriptor clear of the standard streams, which the child's are put upon.
+/// Moves the descriptor above the standard streams, which the child's pipes replace. Returns 0 or
+/// an errno value.
 int aboveStandardStreams(FileDescriptor& descriptor) {
   if (descriptor.get() > STDERR_FILENO) return 0;
   const int moved = ::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
@@ -122,14 +121,14 @@ int openPipe(StandardPipes::Pipe& pipe) {
   return 0;
 }
 
-/// What a launch hands to the system: C arrays over strings that live as long as this.
+/// A null-terminated array of C strings; they live as long as this object.
 class CStrings {
  public:
   void add(std::string text) {
     hasNul_ = hasNul_ || text.find('\0') != text.npos;
     texts_.push_back(std::move(text));
   }
-  /// True when a text could not be handed over whole.
+  /// True when a text contains a zero byte, and so cannot be passed on whole.
   [[nodiscard]] bool hasNul() const { return hasNul_; }
   char* const* pointers() {
     pointers_.clear();
@@ -144,7 +143,7 @@ class CStrings {
   bool hasNul_ = false;
 };
 
-/// The attributes and actions of one launch; the first error is kept and stops the rest.
+/// The attributes and actions of one launch. The first error is kept, and makes `run` fail.
 class SpawnPlan {
  public:
   SpawnPlan() {
@@ -164,7 +163,7 @@ class SpawnPlan {
   void setWorkingDirectory(const std::filesystem::path& folder) {
     check(::posix_spawn_file_actions_addchdir_np(&actions_, folder.c_str()));
   }
-  /// A session of its own, default signals, none of them blocked, no other descriptors.
+  /// Own session, default signal dispositions, no blocked signals, no other descriptors.
   void isolate() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -177,7 +176,7 @@ class SpawnPlan {
     check(host::closeOtherDescriptors(actions_, flags));
     check(::posix_spawnattr_setflags(&attributes_, flags));
   }
-  /// Starts the program; 0 or an errno value, that of the program's own failed start included.
+  /// Returns 0 or an errno value, including that of a failed exec.
   int run(const std::filesystem::path& executable, char* const* arguments, char* const* environment,
           pid_t& child) {
     if (error_) return error_;
@@ -194,8 +193,7 @@ class SpawnPlan {
   int error_ = 0;
 };
 
-/// Where SIGCHLD is ignored, as some launchers leave it, the system throws the status of every
-/// child away.
+/// While SIGCHLD is ignored, as some launchers leave it, the system discards every child's status.
 void keepStatusOfChildren() {
   struct sigaction action {};
   if (::sigaction(SIGCHLD, nullptr, &action) != 0 || action.sa_handler != SIG_IGN) return;
@@ -203,21 +201,18 @@ void keepStatusOfChildren() {
   ::sigaction(SIGCHLD, &action, nullptr);
 }
 
-bool isFolder(const std::filesystem::path& path) {
-  std::error_code ignored;
-  return std::filesystem::is_directory(path, ignored);
-}
-
 Error launchFailure(const ChildProcess::Launch& launch, int error) {
   const std::string path = launch.executable.string();
-  if (launch.workingDirectory && !isFolder(*launch.workingDirectory)) {
+  std::error_code ignored;
+  if (launch.workingDirectory &&
+      !std::filesystem::is_directory(*launch.workingDirectory, ignored)) {
     const std::string folder = launch.workingDirectory->string();
     return posixError(error, "cannot launch " + path + " in working directory " + folder, folder);
   }
   return posixError(error, "cannot launch " + path, path);
 }
 
-/// Registers the child, and passes on a termination that came between its start and now.
+/// Registers the child, and passes on a termination that was requested since its start.
 void registerLaunched(pid_t child, unsigned roundBefore) {
   remember(child);
   if (terminationRound.load() != roundBefore) ::kill(-child, terminationSignal.load());
@@ -230,7 +225,7 @@ void terminateRunningChildren(int signal) {
   terminationSignal.store(signal);
   terminationRound.fetch_add(1);
   for (const auto& slot : runningChildren) {
-    // A child leads a session, and so a process group of its own number.
+    // A child leads its session, and so a process group with its own number.
     if (const pid_t child = slot.load()) ::kill(-child, signal);
   }
   errno = before;
@@ -303,7 +298,7 @@ ChildProcess::~ChildProcess() {
 }
 
 Termination ChildProcess::takeTermination() {
-  // A status that somebody else took is not known; it must not pass for a success.
+  // An unknown status must not pass for a success.
   if (!termination_) {
     termination_ = reap(pid_).value_or(Termination{Termination::Reason::exited, -1});
   }
@@ -320,13 +315,13 @@ bool ChildProcess::isRunning() {
 }
 
 void ChildProcess::terminate() {
-  // Not reaped yet, so the number is still this child's.
+  // Not reaped yet, so the number still belongs to this child.
   if (isRunning()) ::kill(pid_, SIGTERM);
 }
 
 Termination ChildProcess::waitUntilExit() {
   if (!termination_) hasEnded(pid_, 0);
-  // What the child has started shares its group, whose number is free only after the reaping.
+  // Its descendants share its group, whose number stays taken until the child is reaped.
   if (!termination_ && isInterrupted()) ::kill(-pid_, SIGKILL);
   const Termination termination = takeTermination();
   throwIfInterrupted();

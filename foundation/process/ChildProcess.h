@@ -23,7 +23,7 @@ struct Termination {
   int status = 0;
 };
 
-/// Pipes for the three standard streams of one child, above descriptor 2 and close-on-exec.
+/// Pipes for the three standard streams of a child, close-on-exec and above descriptor 2.
 struct StandardPipes {
   struct Pipe {
     FileDescriptor readEnd = {};
@@ -39,15 +39,16 @@ struct StandardPipes {
 
 /// A running program with pipes on its three standard streams.
 ///
-/// Children run in a session of their own (so that none asks on the terminal), with default signal
-/// dispositions and only their three streams open. Nothing is ever written to standard input, and
-/// its pipe stays open as long as this object: a child that reads it waits. Output is read only
-/// after the end; the pipes are made as large as the system allows. Launching and waiting are check
-/// points of an interrupted run (see Interruption.h).
+/// Children run in their own session (so that none prompts on the terminal), with default signal
+/// dispositions and no other open descriptors. Nothing is ever written to standard input, whose
+/// pipe stays open as long as this object: a child that reads it waits. Unless
+/// `takeOutputWhileRunning` is called, output is read only after the child has ended, so a child
+/// that writes more than a pipe holds never ends; pipes are made as large as the system allows.
+/// Launching and waiting throw `Interrupted` in an interrupted run (see Interruption.h).
 class ChildProcess {
  public:
   struct Launch {
-    /// Used as it stands: no look-up in PATH, no shell.
+    /// Used as is: no look-up in PATH, no shell.
     std::filesystem::path executable = {};
     std::vector<std::string> arguments = {};
     /// Absent: the caller's.
@@ -56,46 +57,46 @@ class ChildProcess {
     std::optional<Environment> environment = {};
   };
 
-  /// Fails with the path and the system's text when the program cannot be started (missing, not
-  /// executable, of no known format, working directory missing).
+  /// Fails with the path and the system's error text when the program cannot be started (missing,
+  /// not executable, unknown format, working directory missing).
   static Result<ChildProcess> launch(const Launch& launch, StandardPipes pipes);
-  /// The same with pipes of its own; fails, too, when there are none.
+  /// The same with new pipes; also fails when they cannot be made.
   static Result<ChildProcess> launch(const Launch& launch);
 
   ChildProcess(ChildProcess&&) noexcept;
   ChildProcess& operator=(ChildProcess&&) = delete;
-  /// A child that still runs is left to itself and reaped when it ends, at the latest by the
-  /// system.
+  /// A child that is still running is left alone; a later launch reaps it, or else the system does.
   ~ChildProcess();
 
   [[nodiscard]] pid_t processIdentifier() const { return pid_; }
-  /// Ends the child's standard input: from now on a child that reads it finds the end.
+  /// From now on a child that reads its standard input finds the end.
   void closeStandardInput() { standardInput_.reset(); }
   /// True until the child has ended; never blocks.
   bool isRunning();
-  /// Asks the child to terminate (SIGTERM); nothing happens once it has ended.
+  /// Sends SIGTERM; does nothing once the child has ended.
   void terminate();
-  /// Blocks until the child has ended.
+  /// Blocks until the child has ended. If another part of this process has reaped it, the status is
+  /// unknown and reported as an exit with -1.
   Termination waitUntilExit();
-  /// Takes what the child writes while it runs, so that one with much to say ends like any other:
-  /// the first megabyte of each stream is kept, the rest dropped. Returns once the child has ended
-  /// or has closed both streams; `waitUntilExit` comes next.
+  /// Reads the output while the child runs, so that one that writes more than a pipe holds can end.
+  /// Keeps the first megabyte of each stream and drops the rest. Returns once the child has ended
+  /// or has closed both streams; call `waitUntilExit` next.
   void takeOutputWhileRunning();
 
-  /// Call after the end. Everything the child wrote; both together wait at most two seconds for the
-  /// end of the pipes, since a grandchild may hold them open.
+  /// Everything the child wrote; to be called after it has ended. Both calls together wait at most
+  /// two seconds for the ends of the pipes, which a grandchild may hold open.
   Data readStandardErrorToEnd();
   Data readStandardOutputToEnd();
 
  private:
   ChildProcess() = default;
   Termination takeTermination();
-  /// Never blocks, and leaves the child to be reaped.
+  /// Never blocks, and does not reap the child.
   [[nodiscard]] bool hasEndedUnreaped() const;
   Data readToEnd(const FileDescriptor& pipe, std::string text);
   pid_t pid_ = -1;
   std::optional<Termination> termination_;
-  /// Until when the pipes are read, set by the first reading.
+  /// When reading the pipes ends; set by the first read.
   std::optional<std::chrono::steady_clock::time_point> readingEnds_;
   FileDescriptor standardInput_;
   FileDescriptor standardOutput_;
@@ -104,8 +105,8 @@ class ChildProcess {
   std::string takenError_;
 };
 
-/// Sends the signal to every running child of this process and to what those have started. Safe in
-/// a signal handler. A child that is being launched at this moment gets it as well.
+/// Sends the signal to every running child of this process, and to the processes in its group. Safe
+/// in a signal handler. A child that is just being launched gets it too.
 void terminateRunningChildren(int signal);
 
 }  // namespace foundation

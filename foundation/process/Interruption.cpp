@@ -19,16 +19,16 @@ namespace {
 
 constexpr std::array kInterruptingSignals = {SIGINT, SIGTERM, SIGHUP};
 
-// ---- What the signal handler shares with the rest
+// ---- Shared with the signal handler
 
 constexpr int kNone = 0;
-/// The run's outcome stands, or none is being watched.
+/// The run's outcome is settled, or no run is being watched.
 constexpr int kClosed = -1;
 
-/// The signal that has interrupted the run, or one of the two above.
+/// The signal that interrupted the run, or one of the two above.
 std::atomic<int> takenSignal{kClosed};
-/// The two ends of a pipe into which the first signal writes; it is never emptied. Made with the
-/// first watch and kept, since a handler may come late.
+/// A pipe to which the first signal writes, and which is never read. Kept open after the watch,
+/// since a handler may run late.
 std::atomic<int> noticeReadEnd{-1};
 std::atomic<int> noticeWriteEnd{-1};
 static_assert(std::atomic<int>::is_always_lock_free);
@@ -48,12 +48,12 @@ void onSignal(int signal) {
 // ---- The run
 
 std::atomic<std::thread::id> runThread{};
-/// Set when the run has come to a check point, and is on its way to its end.
+/// Set once the run has noticed the interruption and is unwinding.
 std::atomic<bool> isUnwinding{false};
 
 using PipeEnds = std::pair<FileDescriptor, FileDescriptor>;
 
-/// Read end and write end; without, when there are no descriptors left.
+/// Read end and write end; absent when no descriptors are left.
 std::optional<PipeEnds> openPipe() {
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return std::nullopt;
@@ -63,7 +63,7 @@ std::optional<PipeEnds> openPipe() {
 void setAction(int signal, void (*handler)(int)) {
   struct sigaction action {};
   action.sa_handler = handler;
-  // What the run waits for goes on; it is told by other means.
+  // The run's system calls go on; it notices the interruption by other means.
   action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   ::sigaction(signal, &action, nullptr);
@@ -87,7 +87,7 @@ void takeSignals() {
   }
 }
 
-/// The signal that came before, if one did. Signals that come later do nothing.
+/// The signal that has arrived, if any. If none has, signals do nothing from now on.
 std::optional<int> closeRun() {
   int expected = kNone;
   if (!takenSignal.compare_exchange_strong(expected, kClosed) && expected != kClosed) {
@@ -97,7 +97,7 @@ std::optional<int> closeRun() {
   return std::nullopt;
 }
 
-/// True when the descriptor became readable; false when the time was over before.
+/// True when a descriptor became readable; false on timeout.
 bool waitFor(std::span<pollfd> descriptors, int milliseconds) {
   int ready;
   do {
@@ -119,8 +119,8 @@ InterruptionWatch::InterruptionWatch(Options options) : options_(std::move(optio
   runThread = std::this_thread::get_id();
   isUnwinding = false;
   takenSignal = kNone;
-  // Only the thread made here takes the signals: this one, and those that come from it, go on with
-  // what they wait for.
+  // Only the thread made here takes the signals; this one and those that it starts are not
+  // disturbed.
   setBlocked(SIG_BLOCK, kInterruptingSignals);
   try {
     thread_ = std::thread([this] { watch(); });
@@ -139,9 +139,9 @@ std::optional<int> InterruptionWatch::finish() {
   if (!finished_) return std::nullopt;
   const std::optional<int> signal = closeRun();
   finishedWriteEnd_.reset();
-  // Where the other thread has taken over, this does not return.
+  // Does not return if the other thread has taken over.
   if (thread_.joinable()) thread_.join();
-  // A second signal is taken from now on by this thread.
+  // From now on this thread takes a second signal.
   setBlocked(SIG_UNBLOCK, kInterruptingSignals);
   return signal;
 }
@@ -166,8 +166,8 @@ void InterruptionWatch::watch() {
   endChildren();
   if (isFinishedWithin(options_.patienceWithRun)) return;
   if (isUnwinding) {
-    constexpr std::chrono::milliseconds withoutLimit{-1};
-    [[maybe_unused]] const bool isFinished = isFinishedWithin(withoutLimit);
+    constexpr std::chrono::milliseconds kForever{-1};
+    static_cast<void>(isFinishedWithin(kForever));
     return;
   }
   const int signal = takenSignal;
@@ -200,7 +200,7 @@ void endBySignal(int signal) {
   ::sigaction(signal, &action, nullptr);
   setBlocked(SIG_UNBLOCK, {&signal, 1});
   ::raise(signal);
-  // The first process of a container outlives its own signals.
+  // Reached by the first process of a container, which signals do not end.
   constexpr int shellsNumberForSignals = 128;
   ::_exit(shellsNumberForSignals + signal);
 }

@@ -37,6 +37,11 @@ std::optional<std::string> environmentValue(const std::string& name) {
   return std::string(value);
 }
 
+std::optional<std::string> nonEmptyEnvironmentValue(const std::string& name) {
+  auto value = environmentValue(name);
+  return value && !value->empty() ? value : std::nullopt;
+}
+
 std::string globallyUniqueString() {
   static std::atomic<std::uint64_t> counter{0};
   char suffix[48];
@@ -66,11 +71,10 @@ std::string uuidString(const unsigned char (&bytes)[16]) {
 
 namespace foundation {
 
-/// Taking the process from the debuggers of its own user would hide its environment too, in which
-/// children look for HOME.
+/// PR_SET_DUMPABLE would hide the environment as well, where children look for HOME.
 void keepSecretsInMemory() {
-  // Linux ignores a limit of 0 where it pipes dumps to a program. 1 stops those too, and is less
-  // than the smallest dump in a file.
+  // Linux ignores a limit of 0 when it pipes dumps to a program. A limit of 1 stops those too, and
+  // no dump fits into a file of that size.
   const rlimit smallest = {.rlim_cur = 1, .rlim_max = 1};
   const rlimit none = {.rlim_cur = 0, .rlim_max = 0};
   if (::setrlimit(RLIMIT_CORE, &smallest) != 0) ::setrlimit(RLIMIT_CORE, &none);

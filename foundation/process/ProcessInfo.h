@@ -16,21 +16,23 @@ namespace ProcessInfo {
 Environment environment();
 /// One variable; absent when it is not set (an empty one is set).
 std::optional<std::string> environmentValue(const std::string& name);
+/// The same, but absent for an empty variable too.
+std::optional<std::string> nonEmptyEnvironmentValue(const std::string& name);
 
-/// A new text on every call, unlike any other made on this or another machine; safe in file names.
+/// A new text on every call, unique across machines; safe in file names.
 std::string globallyUniqueString();
 /// A random UUID in its 36-character upper-case form.
 std::string newUUIDString();
-/// The standard text of these 16 bytes: upper case, dashed 8-4-4-4-12.
+/// These 16 bytes in upper-case hexadecimal, dashed 8-4-4-4-12.
 std::string uuidString(const unsigned char (&bytes)[16]);
 
-/// Path of the running program, links resolved; empty when the system does not tell.
+/// Path of the running program, links resolved; empty when unknown.
 std::string executablePath();
 
 }  // namespace ProcessInfo
 
-/// For the start of a program that holds secrets, before it has other threads: from here on this
-/// process and its children leave no core dump, and no TLS library writes the keys of a connection
+/// To be called at the start of a program that holds secrets, before it has other threads. From
+/// then on this process and its children leave no core dump, and no TLS library writes session keys
 /// to the file that `SSLKEYLOGFILE` names.
 void keepSecretsInMemory();
 

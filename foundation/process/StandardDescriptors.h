@@ -2,8 +2,8 @@
 
 namespace foundation {
 
-/// Opens /dev/null on each of the descriptors 0 to 2 that is closed; otherwise the next file opened
-/// would get that number, and the log lines with it.
+/// Opens /dev/null on each closed descriptor from 0 to 2. Otherwise the next file opened would get
+/// that number, and with it the log lines.
 void openMissingStandardDescriptors();
 
 }  // namespace foundation

@@ -29,13 +29,13 @@ const std::string& programName() {
   return name;
 }
 
-/// The lines that a hold keeps; absent while there is none.
 struct HeldLines {
   std::mutex mutex;
+  /// Absent while there is no hold.
   std::optional<std::string> text;
 };
 
-/// Never destroyed: lines may come until the process ends.
+/// Never destroyed, since lines may arrive until the process ends.
 HeldLines& heldLines() {
   static auto& shared = *new HeldLines;
   return shared;
@@ -48,8 +48,7 @@ bool isHeld(const std::string& line) {
   return true;
 }
 
-/// The time in the current zone. A lock of our own, since thread checkers do not see the one inside
-/// the C library that guards its copy of TZ.
+/// The C library guards its copy of TZ, but thread checkers do not see its lock; hence our own.
 struct tm localParts(std::time_t time) {
   static std::mutex mutex;
   const std::lock_guard lock(mutex);

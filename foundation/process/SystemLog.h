@@ -7,9 +7,9 @@
 
 namespace foundation {
 
-/// Writes one line `YYYY-MM-DD HH:MM:SS.mmm program[pid] text` (local time) to standard error, in
-/// one write; control characters in the text are escaped (`escapingControlCharacters`). Failures
-/// are ignored. Safe from any thread.
+/// Writes one line `YYYY-MM-DD HH:MM:SS.mmm program[pid] text` (local time) to standard error in a
+/// single write, with control characters in the text escaped (`escapingControlCharacters`).
+/// Failures are ignored. Safe from any thread.
 void systemLogText(std::string_view text);
 
 template <class... Arguments>
@@ -17,15 +17,15 @@ void systemLog(std::string_view text, const Arguments&... arguments) {
   systemLogText(format(text, arguments...));
 }
 
-/// A line that is written once in the life of the process, however often it is asked for.
+/// Writes the line the first time it is called with it in this process, and never again.
 void systemLogOnce(const std::string& line);
 
-/// While it lives, the lines of this process are kept in it instead of going to standard error: for
-/// a program whose failures are to be one line of its own. One at a time.
+/// While it lives, it keeps the lines of this process instead of writing them to standard error:
+/// for a program that reports a failure in one line of its own. Only one at a time.
 class SystemLogHold {
  public:
   SystemLogHold();
-  /// Lines that nobody took are dropped.
+  /// Drops the lines that were not taken.
   ~SystemLogHold();
   SystemLogHold(const SystemLogHold&) = delete;
   SystemLogHold& operator=(const SystemLogHold&) = delete;

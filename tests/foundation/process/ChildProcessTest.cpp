@@ -41,8 +41,7 @@ ChildProcess::Launch shell(const std::string& script) {
   return {.executable = "/bin/sh", .arguments = {"-c", script}};
 }
 
-/// True once the process has ended, though nobody may have waited for it; false when it does not
-/// within ten seconds.
+/// True once the process has ended, even if not reaped; false if it does not within ten seconds.
 bool ends(pid_t process) {
   const auto limit = Clock::now() + std::chrono::seconds(10);
   for (;;) {
@@ -112,7 +111,7 @@ TEST(ChildProcess, LeadsASessionOfItsOwnWithDefaultSignals) {
         .output;
   });
   EXPECT_THAT(seen, HasSubstr("SigBlk:\t0000000000000000\n"));
-  // Above the 31 classic signals the C library keeps two for itself, which it may ignore.
+  // The C library reserves two signals above the 31 classic ones, and may ignore them.
   const auto ignored = std::stoull(seen.substr(seen.find("SigIgn:\t") + 8), nullptr, 16);
   EXPECT_EQ(ignored & 0x7fffffff, 0U);
   std::istringstream fields(seen);
@@ -128,7 +127,7 @@ TEST(ChildProcess, InheritsOnlyItsThreeStreams) {
   const Outcome outcome = run({.executable = "/bin/ls", .arguments = {"/proc/self/fd"}});
   ::close(leaked);
   ::close(far);
-  EXPECT_EQ(outcome.output, "0\n1\n2\n3\n");  // 3 is the listing's own
+  EXPECT_EQ(outcome.output, "0\n1\n2\n3\n");  // 3 belongs to the listing
 }
 
 TEST(ChildProcess, WorksWhateverItsOwnLauncherDid) {
