@@ -6,9 +6,9 @@
 
 namespace foundation {
 
-/// Gives an open file the permissions, extended attributes and, where this user may, the owner of
-/// another. Attributes that the target's file system cannot hold are left out. `path` is for the
-/// message.
+/// Copies permissions, extended attributes and, where this user may, the owner from one open file
+/// to another. Attributes that the target's file system cannot store are left out. `path` is for
+/// the error text.
 Result<> copyAttributes(int source, int target, std::string_view path);
 
 }  // namespace foundation

@@ -11,36 +11,36 @@
 #include "foundation/base/Handle.h"
 #include "foundation/base/Value.h"
 
-/// What each host answers in its own way. Only foundation's own sources include this; every folder
-/// below host/ defines all of it, and all that the headers beside this one declare.
+/// What each host does in its own way. Only foundation's own sources include this; every folder
+/// below host/ defines all of it, and everything declared in the other headers here.
 namespace foundation::host {
 
-/// The property list that the build put into this executable; empty without one. It lives as long
-/// as the process.
+/// The property list embedded in this executable by the build; empty if there is none. Lives as
+/// long as the process.
 Bytes embeddedInfo();
 
-/// Makes the new file `name` in `folder` with the content of the regular file `source`, sharing
-/// its blocks where the file system can. Returns it open for writing, owner-accessible; permissions
-/// and times are the caller's business. Empty with errno set on failure (EEXIST when there is one
-/// already; a file that was begun is removed).
+/// Creates the file `name` in `folder` with the content of the regular file `source`, sharing its
+/// blocks where the file system can. Returns it open for writing and accessible to its owner only;
+/// permissions and times are left to the caller. Empty with errno set on failure (EEXIST if the
+/// name is taken); a partial copy is removed.
 FileDescriptor copyFile(int source, int folder, const char* name);
 
-/// The birth time of the item itself, links not followed; absent where the file system keeps none.
+/// Does not follow links; absent where the file system records no birth time.
 std::optional<Date> birthTime(const char* path);
 struct timespec accessTime(const struct stat& details);
 struct timespec modificationTime(const struct stat& details);
 
-/// Path of the running program, links resolved; empty when the system does not tell.
+/// Path of the running program, links resolved; empty when unknown.
 std::string executablePath();
 
-/// HOME in the environment of the parent process; absent when that process is another user's, has
-/// none or cannot be read.
+/// HOME in the environment of the parent process; absent if that runs as another user, has no HOME
+/// or cannot be read.
 std::optional<std::string> parentHome();
 
-/// Makes the pipe as large as the system allows this user; failures leave it as it is.
+/// Makes the pipe as large as the system allows this user; failures are ignored.
 void enlargePipe(int pipe);
 
-/// Has the child close all but its three standard streams. Returns 0 or an errno value.
+/// Makes the child close everything except its three standard streams. Returns 0 or an errno value.
 int closeOtherDescriptors(posix_spawn_file_actions_t& actions, short& flags);
 
 }  // namespace foundation::host

@@ -15,13 +15,13 @@ struct ProcessRecord {
   std::string commandName;
 };
 
-/// Reads the record of one process. A process that is gone gives an empty record, as the kernel's
-/// own query does, and id 0 has an empty record; absent only when reading failed.
+/// Empty for a process that does not exist or that this user may not see, and for id 0. Absent only
+/// when reading failed.
 std::optional<ProcessRecord> processRecord(pid_t processIdentifier);
 
-/// Sets a descriptor aside with which `processRecord` reads when all others are in use. From then
-/// on it never fails for want of descriptors, so that asking until it succeeds comes to an end:
-/// where not even this one was to be had, a record is empty.
+/// Sets a descriptor aside for `processRecord` to use when all others are taken. From then on it
+/// never fails for lack of descriptors, so that retrying until it succeeds terminates: if even this
+/// one is not available, the record is empty.
 void reserveDescriptorForProcessRecords();
 
 }  // namespace foundation

@@ -14,14 +14,14 @@ namespace {
 
 constexpr std::size_t kChunk = std::size_t{1} << 30;
 
-/// The errors by which a system says that it has no such call for these two files.
+/// True for the errors that mean that the call does not work for these two files.
 bool isUnsupported(int error) {
   return error == EXDEV || error == ENOSYS || error == EINVAL || error == EOPNOTSUPP ||
          error == EPERM || error == EBADF || error == ETXTBSY;
 }
 
-/// Repeats a call that moves bytes from the files' own positions until the end of the source.
-/// False with errno when it fails; `moved` tells whether bytes have been written already.
+/// Repeats a call that copies bytes at the files' current positions until the source ends. False
+/// with errno set when it fails; sets `moved` once any bytes have been written.
 template <class Call>
 bool moveAll(Call call, bool& moved) {
   for (;;) {
@@ -43,7 +43,7 @@ bool copyContent(int source, int target) {
     return ::copy_file_range(source, nullptr, target, nullptr, kChunk, 0);
   };
   if (moveAll(byRange, moved)) {
-    // Some file systems (/proc among them) answer "nothing to copy" for files that do hold bytes.
+    // Some file systems (/proc is one) report the end at once for files that do contain bytes.
     if (moved) return true;
   } else if (moved || !isUnsupported(errno)) {
     return false;

@@ -1,5 +1,5 @@
-// File events through inotify(7): one descriptor and one thread for all watches of the process, as
-// long as there are any.
+// File events through inotify(7). All watches of the process share one descriptor and one thread,
+// which last as long as there are any watches.
 #include "foundation/host/FileEvents.h"
 
 #include <algorithm>
@@ -29,7 +29,7 @@ namespace {
 constexpr std::uint32_t kFolderWrites = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
 constexpr std::uint32_t kFileWrites = IN_MODIFY;
 
-/// Signals of the process are for its other threads.
+/// The new thread takes none of the process's signals.
 std::thread startWithSignalsBlocked(std::function<void()> body) {
   sigset_t all;
   sigset_t before;
@@ -42,14 +42,13 @@ std::thread startWithSignalsBlocked(std::function<void()> body) {
   return std::thread(std::move(body));
 }
 
-/// Reads the events of one inotify descriptor and hands them to the watches. The kernel keeps one
-/// watch per inode, so those of several sources on one folder share it; it is removed with the
-/// last of them.
+/// Reads the events of one inotify descriptor and passes them to the watches. The kernel keeps one
+/// watch per inode, which all of ours on one folder share; it is removed with the last of them.
 class EventReader {
  public:
   using Callback = std::function<void()>;
 
-  /// The one that serves the watches of this process; empty with errno set on failure.
+  /// The reader that all watches share; empty with errno set on failure.
   static std::shared_ptr<EventReader> shared() {
     static auto& mutex = *new std::mutex;
     static auto& current = *new std::weak_ptr<EventReader>;
@@ -65,13 +64,13 @@ class EventReader {
   EventReader(const EventReader&) = delete;
   EventReader& operator=(const EventReader&) = delete;
 
-  /// Nobody destroys a watch from a callback, so this is never the reading thread.
+  /// No watch is destroyed from a callback, so this never runs on the reading thread.
   ~EventReader() {
     ::eventfd_write(stop_.get(), 1);
     if (thread_.joinable()) thread_.join();
   }
 
-  /// The number of the kernel's watch, or -1 with errno set.
+  /// Returns the kernel's watch descriptor, or -1 with errno set.
   int add(const FileDescriptor& target, Callback callback, const void* owner) {
     struct stat details {};
     if (::fstat(target.get(), &details) != 0) return -1;
@@ -137,7 +136,7 @@ class EventReader {
     }
   }
 
-  /// Calls outside the lock, so that a callback can be waited for by who adds or removes a watch.
+  /// Calls without the lock, so that a thread that adds or removes a watch may wait for a callback.
   template <class Predicate>
   void tell(Predicate isMeant) {
     std::vector<Callback> callbacks;

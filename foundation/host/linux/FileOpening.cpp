@@ -12,7 +12,7 @@ namespace foundation {
 
 namespace {
 
-/// For kernels before 5.6, and sandboxes that do not know the call: folder by folder.
+/// Opens folder by folder: for kernels before 5.6, and sandboxes that do not know openat2.
 FileDescriptor openStepByStep(int base, const std::filesystem::path& path, int flags) {
   FileDescriptor folder(
       ::openat(base, path.is_absolute() ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));

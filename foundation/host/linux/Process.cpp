@@ -7,6 +7,7 @@
 #include <limits.h>
 #include <sys/stat.h>
 
+#include "foundation/base/Text.h"
 #include "foundation/host/Host.h"
 #include "foundation/host/ProcessTable.h"
 
@@ -16,8 +17,7 @@ namespace {
 
 constexpr std::size_t kLongestCommandName = 16;
 
-/// A file below /proc, whose size is not known beforehand; absent with errno when it cannot be
-/// read.
+/// Reads a file in /proc, which does not report its size. Absent with errno set on failure.
 std::optional<std::string> contentsOf(int file) {
   std::string text;
   char buffer[4096];
@@ -32,7 +32,7 @@ std::optional<std::string> contentsOf(int file) {
   }
 }
 
-/// The descriptor that is set aside.
+/// The descriptor set aside by `reserveDescriptorForProcessRecords`.
 class Reserve {
  public:
   void fill() {
@@ -40,7 +40,7 @@ class Reserve {
     isWanted_ = true;
     refill();
   }
-  /// Calls `read` once more, with one descriptor more, when it failed for want of descriptors.
+  /// Calls `read`, and once more with the reserve closed if it failed for lack of descriptors.
   template <class Read>
   auto support(Read read) {
     auto result = read();
@@ -76,13 +76,13 @@ FileDescriptor openRecord(pid_t process, const char* name) {
   return FileDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
 }
 
-/// A process that is gone, or that this user may not see (a /proc mounted with hidepid), where
-/// asking again would never give another answer.
+/// True for a process that is gone, or that this user may not see (a /proc mounted with hidepid):
+/// reading again would not help.
 bool meansNoRecord(int error) {
   return error == ENOENT || error == ESRCH || error == EPERM || error == EACCES;
 }
 
-/// proc(5): "pid (command) state ppid …"; the command may hold blanks and parentheses.
+/// proc(5): "pid (command) state ppid …"; the command may contain spaces and parentheses.
 std::optional<ProcessRecord> parseRecord(pid_t process, std::string_view text) {
   const auto open = text.find('(');
   const auto close = text.rfind(')');
@@ -133,13 +133,8 @@ std::optional<std::string> parentHome() {
   const std::optional<std::string> text = contentsOf(file.get());
   if (!text) return std::nullopt;
   constexpr std::string_view name = "HOME=";
-  for (std::size_t start = 0; start < text->size();) {
-    const std::size_t end = std::min(text->find('\0', start), text->size());
-    const auto variable = std::string_view(*text).substr(start, end - start);
-    if (variable.starts_with(name) && variable.size() > name.size()) {
-      return std::string(variable.substr(name.size()));
-    }
-    start = end + 1;
+  for (const std::string& variable : split(*text, '\0')) {
+    if (variable.starts_with(name) && variable != name) return variable.substr(name.size());
   }
   return std::nullopt;
 }

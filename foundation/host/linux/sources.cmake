@@ -1,5 +1,4 @@
-# What only this host can tell: the process table, embedded Info dictionaries, cheap copies, file
-# events.
+# The process table, embedded Info dictionaries, cheap copies and file events on Linux.
 set(host_sources
   linux/EmbeddedInfo.cpp
   linux/FileAttributes.cpp
