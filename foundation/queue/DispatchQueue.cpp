@@ -15,10 +15,10 @@ namespace {
 
 using Work = DispatchQueue::Work;
 
-/// The queues whose pieces the current thread is running, the innermost first.
 struct Frame;
 thread_local const Frame* innermostFrame = nullptr;
 
+/// The calling thread runs a piece of the queue while this lives.
 struct Frame {
   explicit Frame(const DispatchQueue::State* running) : state(running), outer(innermostFrame) {
     innermostFrame = this;
@@ -72,7 +72,7 @@ class SerialState final : public DispatchQueue::State {
   }
 
  private:
-  /// A thread that waits in `sync` for its turn.
+  /// A thread that waits for its turn in `sync`.
   struct Waiter {
     std::condition_variable turn;
     bool hasTurn = false;
@@ -82,7 +82,7 @@ class SerialState final : public DispatchQueue::State {
     Waiter* waiter;
   };
 
-  /// Waits until all that was queued before has run; then the calling thread holds the queue.
+  /// Waits until everything queued before has run; then the calling thread holds the queue.
   void hold() {
     std::unique_lock lock(mutex_);
     if (!std::exchange(isHeld_, true)) return;
@@ -92,7 +92,7 @@ class SerialState final : public DispatchQueue::State {
     waiter.turn.wait(lock, [&] { return waiter.hasTurn; });
   }
 
-  /// Gives the held queue to whom or what comes next.
+  /// Hands the held queue to the next waiting thread or piece.
   void passOn() {
     const std::lock_guard lock(mutex_);
     if (pending_.empty()) {
@@ -102,7 +102,7 @@ class SerialState final : public DispatchQueue::State {
     }
   }
 
-  /// True when a waiting thread is next; it holds the queue from now on.
+  /// True when a waiting thread is next, which then holds the queue.
   bool handToWaiter() {
     Waiter* const next = pending_.front().waiter;
     if (!next) return false;
@@ -112,7 +112,7 @@ class SerialState final : public DispatchQueue::State {
     return true;
   }
 
-  /// The piece of pool work refers to this state, which keeps the queue alive until it is empty.
+  /// The pool's piece owns this state, which keeps the queue alive until it is empty.
   void drainOnPool() {
     ThreadPool::shared().addTurn(
         [self = std::static_pointer_cast<SerialState>(shared_from_this())] { self->drain(); });
@@ -131,7 +131,7 @@ class SerialState final : public DispatchQueue::State {
         work = std::move(pending_.front().work);
         pending_.pop_front();
       }
-      // What the piece owned is destroyed inside the frame, as part of the piece.
+      // What the piece owns is destroyed inside the frame, as part of the piece.
       const Frame frame(this);
       runToEnd(std::exchange(work, nullptr));
     }

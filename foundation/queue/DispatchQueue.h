@@ -11,8 +11,8 @@ namespace foundation {
 /// concurrently on a pool of threads; the main queue runs them on the thread that runs
 /// `RunLoop::main()`.
 ///
-/// Copies refer to the same queue. A queue lives until its last piece has run, even when every
-/// handle to it is gone. All operations are safe from any thread.
+/// Copies refer to the same queue. A queue lives until its last piece has run, even without any
+/// handle to it. Safe from any thread.
 class DispatchQueue {
  public:
   using Work = std::function<void()>;
@@ -24,11 +24,11 @@ class DispatchQueue {
 
   [[nodiscard]] const std::string& label() const;
 
-  /// Runs `work` on the calling thread while the queue is held, after all that was queued before;
-  /// returns when it has run, and lets its exception through. From inside the same serial queue
-  /// this would wait on itself: a programming fault that stops the process. Not for the main queue.
+  /// Runs `work` on the calling thread after everything queued before, while the queue waits.
+  /// Returns when it has run; passes on its exceptions. Calling it from inside the same serial
+  /// queue, which would deadlock, or on the main queue stops the process.
   void sync(const Work& work) const;
-  /// Returns at once. An exception that leaves `work` ends the process.
+  /// Returns at once. An exception that escapes from `work` ends the process.
   void async(Work work) const;
   void asyncAfter(std::chrono::milliseconds delay, Work work) const;
 
@@ -36,8 +36,8 @@ class DispatchQueue {
   /// queue.
   [[nodiscard]] bool isCurrent() const;
 
-  /// For destructors: `sync`, but run in place when called from inside this queue, since an object
-  /// destroyed on its own queue must not wait on itself.
+  /// For destructors of objects that may be destroyed on their own queue: `sync`, or a direct call
+  /// when already inside this queue.
   void syncOrInline(const Work& work) const;
 
   struct State;

@@ -10,7 +10,7 @@
 
 namespace foundation {
 
-/// One observation. Whoever posts holds it for the length of the call.
+/// One observation. A posting thread keeps it alive during the call.
 struct NotificationCenter::Token::State {
   State(std::string_view observed, Observer called) : name(observed), observer(std::move(called)) {}
 
@@ -19,7 +19,7 @@ struct NotificationCenter::Token::State {
     if (running.isAllowed) observer(notification);
   }
 
-  /// Returns when no other thread is inside the observer; none enters it any more.
+  /// Returns when no other thread is inside the observer; none enters it afterwards.
   void end() {
     registry().remove(*this);
     std::unique_lock lock(mutex);
@@ -61,7 +61,7 @@ struct NotificationCenter::Token::State {
     std::vector<std::shared_ptr<State>> observations_;
   };
 
-  /// Never destroyed: notifications may be posted until the process ends.
+  /// Never destroyed, since notifications may be posted until the process ends.
   static Registry& registry() {
     static auto& shared = *new Registry;
     return shared;

@@ -10,7 +10,7 @@
 namespace foundation {
 
 /// Process-wide notifications by name. Observers are called on the posting thread, in the order of
-/// their registration; registering and removing are safe from any thread, also from an observer.
+/// their registration. All operations are safe from any thread, including from an observer.
 class NotificationCenter {
  public:
   struct Notification {
@@ -19,7 +19,8 @@ class NotificationCenter {
   };
   using Observer = std::function<void(const Notification&)>;
 
-  /// Ends its observation when destroyed; a call that is running on another thread is waited for.
+  /// Ends its observation when destroyed, after waiting for calls that are running on other
+  /// threads.
   class Token {
    public:
     Token() = default;

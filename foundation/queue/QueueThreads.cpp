@@ -9,20 +9,20 @@ namespace foundation {
 
 namespace {
 
-/// How long nothing may end, with pieces pending, before the pool grows beyond its limit.
+/// How long no piece may end, while some are pending, before the pool grows beyond its limit.
 constexpr std::chrono::milliseconds kStall{50};
-/// Most threads that one stall adds; their number doubles from 1 while the stall lasts.
+/// Most threads added at once; the number doubles from 1 while a stall lasts.
 constexpr std::size_t kMostThreadsPerStall = 16;
-/// How long a thread waits for something to do before it ends.
+/// How long an idle thread waits before it ends.
 constexpr std::chrono::seconds kIdleTime{1};
-/// How many turns may go ahead of a piece that is pending.
+/// How many turns may overtake a pending piece.
 constexpr int kMostTurnsInARow = 16;
 
 thread_local bool isPoolThread = false;
 
 }  // namespace
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): taken over so that it ends in here
+// NOLINTNEXTLINE(performance-unnecessary-value-param): owned, so that it is destroyed here
 void runToEnd(std::function<void()> work) noexcept { work(); }
 
 ThreadPool& ThreadPool::shared() {
@@ -30,7 +30,7 @@ ThreadPool& ThreadPool::shared() {
   return *pool;
 }
 
-/// The timer may be wanted when no more threads can be had, its own included.
+/// Starts the timer now: when it is needed, no more threads may be available.
 ThreadPool::ThreadPool() { Timer::shared(); }
 
 void ThreadPool::add(Work work) { enqueue(pieces_, std::move(work)); }
@@ -43,7 +43,7 @@ void ThreadPool::enqueue(std::deque<Work>& queue, Work work) {
   provideThread();
 }
 
-/// Makes sure that somebody comes for what is pending.
+/// Makes sure that a thread will run what is pending.
 void ThreadPool::provideThread() {
   if (pendingCount() == 0) return;
   if (pendingCount() <= idle_) {
@@ -61,7 +61,7 @@ void ThreadPool::startThread() {
     ++threads_;
   } catch (const std::system_error&) {
     if (threads_ == 0) throw;
-    watchForStall();  // the threads that there are go on, and more may be had later
+    watchForStall();  // the existing threads go on, and more may be available later
   }
 }
 
@@ -94,7 +94,7 @@ void ThreadPool::serve() {
   }
 }
 
-/// Empty when there was nothing to do for a while: the calling thread ends.
+/// Empty after an idle while: the calling thread should end.
 ThreadPool::Work ThreadPool::next() {
   std::unique_lock lock(mutex_);
   ++idle_;

@@ -16,7 +16,7 @@ namespace {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-/// Longest wait of a loop that nothing limits; it is woken for all that it has to do.
+/// Longest wait of a loop without a limit; it is woken whenever there is something to do.
 constexpr milliseconds kLongWait{60'000};
 
 struct State {
@@ -28,14 +28,14 @@ struct State {
   RunLoopSource* source = nullptr;
   std::deque<std::function<void()>> work;
   std::thread::id runner;
-  /// How many calls that run the loop are nested on that thread.
+  /// The number of nested calls that run the loop on that thread.
   int depth = 0;
-  /// How many of them are `run`, and whether the innermost is to return.
+  /// How many of those are `run`, and whether the innermost `run` should return.
   int runs = 0;
   bool stopIsWanted = false;
 };
 
-/// Never destroyed: work may be handed in until the process ends.
+/// Never destroyed, since work may arrive until the process ends.
 State& state() {
   static auto& shared = *new State;
   return shared;
@@ -71,7 +71,7 @@ std::size_t workCount() {
   return state().work.size();
 }
 
-/// Runs what is there now; work that adds work does not keep the transfers waiting.
+/// Runs only the work present now, so that work that adds work does not hold up the source.
 bool runWork(const std::function<bool()>& isDone) {
   for (std::size_t left = workCount(); left > 0; --left) {
     if (const auto work = nextWork()) work();

@@ -12,21 +12,20 @@
 
 namespace foundation {
 
-/// Runs a piece and destroys it; an exception ends the process.
+/// Runs and destroys a piece; an exception ends the process.
 void runToEnd(std::function<void()> work) noexcept;
 
-/// Threads for the global queue and for the serial queues' turns. All operations are safe from any
-/// thread.
+/// Threads for the global queue and for the turns of serial queues. Safe from any thread.
 ///
-/// About `kMostThreads` run at a time, but no limit ever makes two pieces wait for each other: a
-/// thread that waits for a serial queue does not count, a serial queue's turn goes ahead of the
-/// global queue's pieces, and when nothing at all ends for a while, since all threads wait for
-/// something else, the limit gives way. Threads that find nothing to do end.
+/// About `kMostThreads` run at a time, but the limit never causes a deadlock: a thread that waits
+/// for a serial queue does not count, a serial queue's turn goes ahead of the global queue's
+/// pieces, and when no piece ends for a while, because all threads wait for something else, the
+/// limit is raised. Idle threads end.
 class ThreadPool {
  public:
   using Work = std::function<void()>;
 
-  /// Never destroyed: its threads may run until the very end of the process.
+  /// Never destroyed, since its threads may run until the process ends.
   static ThreadPool& shared();
 
   /// A piece of the global queue.
@@ -34,7 +33,7 @@ class ThreadPool {
   /// A serial queue's turn to run.
   void addTurn(Work work);
 
-  /// The calling thread waits for a serial queue while this lives.
+  /// Marks the calling thread as waiting for a serial queue while this lives.
   class Waiting {
    public:
     Waiting();
@@ -71,7 +70,7 @@ class ThreadPool {
   std::size_t threadsPerStall_ = 1;
 };
 
-/// Hands work over when its time has come, on a thread of its own: for short pieces.
+/// Runs short pieces at a given time, all on one thread of its own.
 class Timer {
  public:
   using Clock = std::chrono::steady_clock;

@@ -103,7 +103,7 @@ TEST(DispatchQueue, AQueueOutlivesItsHandles) {
 
 TEST(DispatchQueue, TheGlobalQueueRunsPiecesSideBySide) {
   constexpr int pieces = 10;
-  // Shared, since a piece may still be leaving it when the test has gone on.
+  // Shared, since a piece may still be leaving it when the test goes on.
   const auto meeting = std::make_shared<std::barrier<>>(pieces + 1);
   for (int i = 0; i < pieces; ++i) {
     DispatchQueue::global().async([meeting] { meeting->arrive_and_wait(); });
@@ -117,7 +117,7 @@ std::size_t threadCount() {
   return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
 }
 
-/// 300 pieces that wait for each other, in several ways; `done` is to be called once by each.
+/// 300 pieces that wait for each other in several ways; each calls `done` once.
 using Waits = std::function<void(const DispatchQueue& shared, std::function<void()> done)>;
 constexpr int kPieces = 300;
 
@@ -167,7 +167,7 @@ TEST(DispatchQueue, NoNumberOfPiecesThatWaitForEachOtherIsTooLarge) {
 TEST(DispatchQueueDeathTest, GoesOnWithTheThreadsThatCanBeHad) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto runWithFewThreads = [] {
-    // Stacks are what there is no room for: the heap gets some beforehand.
+    // Only stacks are to find no room, so the heap gets some beforehand.
     ::mallopt(M_ARENA_MAX, 1);
     ::mallopt(M_MMAP_THRESHOLD, 1 << 24);
     ::mallopt(M_TRIM_THRESHOLD, 1 << 24);
