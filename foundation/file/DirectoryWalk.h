@@ -22,8 +22,8 @@ struct DirectoryEntry {
 };
 
 /// The entries of a folder, unsorted, without "." and "..". `folder` must be open for reading and
-/// not have been listed before; `path` is for error texts. If opening `folder` has just failed,
-/// errno gives the error.
+/// must not have been listed before; `path` is for error texts. If `folder` is empty because
+/// opening it has just failed, the error is that of errno.
 Result<std::vector<DirectoryEntry>> entriesOf(const FileDescriptor& folder,
                                               const std::string& path);
 
@@ -31,14 +31,15 @@ Result<std::vector<DirectoryEntry>> entriesOf(const FileDescriptor& folder,
 /// entered if the answer is true; an error ends the walk.
 using DirectoryVisit = std::function<Result<bool>(const DirectoryEntry& entry, int folder)>;
 
-/// What a walk does about a folder below its root that cannot be read.
+/// What a walk does when it cannot read a folder below its root.
 enum class Unreadable { failed, skipped };
 
-/// Visits everything below a folder: a folder before its own entries, all entries of one folder in
-/// a row, otherwise in no particular order. `links` is for the path of the root: below it no link
-/// is followed, even if one replaces a folder during the walk. Depth costs no descriptors.
+/// Visits everything below a folder: a folder before its entries, and all entries of one folder in
+/// a row, otherwise in no particular order. `links` applies to the path of the root; below it no
+/// link is followed, even if one replaces a folder during the walk. The number of open descriptors
+/// does not grow with depth.
 ///
-/// Fails with the path of a folder that cannot be read, or with the visitor's error.
+/// Fails with the path of the unreadable folder, or with the visitor's error.
 Result<> walkDirectory(const std::filesystem::path& root, Links links, const DirectoryVisit& visit,
                        Unreadable unreadable = Unreadable::failed);
 /// The same with an open root; see `entriesOf`.

@@ -19,9 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
-/// Access and modification time, as the system takes them.
+/// Access and modification time for utimensat(2).
 struct Times {
   explicit Times(const struct stat& details)
       : values{host::accessTime(details), host::modificationTime(details)} {}
@@ -39,7 +37,7 @@ Result<> copyLink(Place from, Place to, const std::string& path) {
   if (::fstatat(from.folder, from.name, &details, AT_SYMLINK_NOFOLLOW) != 0) {
     return fileError(errno, "examine", path);
   }
-  // A link's size is unknown on some file systems, so the buffer takes the longest.
+  // Some file systems do not report a link's size, so the buffer holds the longest link.
   std::string content(65536, '\0');
   const ssize_t length = ::readlinkat(from.folder, from.name, content.data(), content.size());
   if (length < 0) return fileError(errno, "read link", path);
@@ -76,7 +74,6 @@ Result<> copyItem(DirectoryEntry::Kind kind, Place from, Place to, const std::st
   return fileError(EINVAL, "copy what is neither file, folder nor link:", path);
 }
 
-/// Copies a folder with everything below it.
 class TreeCopier {
  public:
   TreeCopier(std::string source, std::string target)
@@ -88,20 +85,15 @@ class TreeCopier {
     if (!root || ::fstat(root.get(), &details) != 0) {
       return fileError(errno, "open folder", source_);
     }
-    if (Result<> begun = beginFolder({AT_FDCWD, target_.c_str()}, "", details); !begun) {
-      return begun;
-    }
-    root_.reset(::open(target_.c_str(), kOpenFolder));
-    if (!root_ || ::fstat(root_.get(), &rootDetails_) != 0) {
-      return fileError(errno, "open folder", target_);
-    }
     const auto copyNext = [&](const DirectoryEntry& entry, int from) {
       throwIfInterrupted();
       return copyEntry(entry, from).map([] { return true; });
     };
-    return enter("").andThen([&] { return walkDirectory(root, source_, copyNext); }).andThen([&] {
-      return finishFolders();
-    });
+    return beginFolder({AT_FDCWD, target_.c_str()}, "", details)
+        .andThen([&] { return openTargetRoot(); })
+        .andThen([&] { return enter(""); })
+        .andThen([&] { return walkDirectory(root, source_, copyNext); })
+        .andThen([&] { return finishFolders(); });
   }
 
  private:
@@ -109,6 +101,12 @@ class TreeCopier {
     std::string subpath;
     struct stat details;
   };
+
+  Result<> openTargetRoot() {
+    root_.reset(::open(target_.c_str(), kOpenFolder));
+    if (root_ && ::fstat(root_.get(), &rootDetails_) == 0) return {};
+    return fileError(errno, "open folder", target_);
+  }
 
   [[nodiscard]] std::string targetPath(const std::string& subpath) const {
     return appendingPathComponent(target_, subpath);
@@ -144,8 +142,8 @@ class TreeCopier {
     return folder_ ? Result<>() : fileError(errno, "open folder", targetPath(subpath));
   }
 
-  /// Makes the folder for its owner only; its own permissions and times come last, since a folder
-  /// may be read-only and every entry made in it changes its time.
+  /// Makes the folder accessible to its owner only. Its own permissions and times are set last,
+  /// since it may be read-only, and every entry made in it changes its times.
   Result<> beginFolder(Place to, const std::string& subpath, const struct stat& details) {
     if (::mkdirat(to.folder, to.name, S_IRWXU) != 0) {
       return fileError(errno, "make folder", targetPath(subpath));
@@ -154,7 +152,7 @@ class TreeCopier {
     return {};
   }
 
-  /// The inner folders first, as long as the outer ones can still be entered.
+  /// Inner folders first, while the outer ones can still be entered.
   [[nodiscard]] Result<> finishFolders() const {
     for (auto folder = folders_.rbegin(); folder != folders_.rend(); ++folder) {
       const FileDescriptor made = openTarget(folder->subpath);
@@ -170,7 +168,7 @@ class TreeCopier {
   std::string target_;
   FileDescriptor root_;
   struct stat rootDetails_ {};
-  /// The folder of the target in which entries are being made.
+  /// The target's folder in which entries are being made, and its subpath.
   FileDescriptor folder_;
   std::string folderPath_;
   std::vector<Folder> folders_;

@@ -7,9 +7,9 @@
 
 namespace foundation {
 
-/// At most one piece of work of a source is on its queue at any time; it looks at what there is to
-/// do when its turn comes. So events merge, handlers never overlap, whatever the queue, and the
-/// cancel handler comes last.
+/// A source has at most one piece of work on its queue, which looks for what to do when its turn
+/// comes. So events merge, handlers never overlap on any kind of queue, and the cancel handler runs
+/// last.
 struct FileEventSource::State : std::enable_shared_from_this<FileEventSource::State> {
   State(DispatchQueue target, std::function<void()> write, std::function<void()> cancelled)
       : queue(std::move(target)), onWrite(std::move(write)), onCancel(std::move(cancelled)) {}
@@ -57,7 +57,7 @@ struct FileEventSource::State : std::enable_shared_from_this<FileEventSource::St
     if (eventWaits) schedule();
   }
 
-  /// The last piece of work. What the handlers own goes here, on the target queue.
+  /// The last piece of work. What the handlers own is destroyed here, on the target queue.
   void finish() {
     onWrite = nullptr;
     if (const auto last = std::exchange(onCancel, nullptr)) last();

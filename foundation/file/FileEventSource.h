@@ -8,16 +8,15 @@
 
 namespace foundation {
 
-/// Watches one file or folder for writes: entries made, removed or moved in a folder, content
-/// changed in a file.
+/// Watches one file or folder for writes: entries created, removed or moved in a folder, or a
+/// file's content changed.
 ///
-/// Events that arrive while a handler runs merge: n writes give 1 to n calls. What was opened is
-/// what is watched, even when the path is moved or made again. Handlers run on the target queue;
-/// none starts after `cancel`, and the cancel handler runs last, there too.
+/// Events that arrive while a handler runs merge: n writes give 1 to n calls. The item that was
+/// opened stays the one watched, even if it is moved or its path is reused. Handlers run on the
+/// target queue; none starts after `cancel`, except for the cancel handler, which runs last.
 class FileEventSource {
  public:
-  /// Opens `path` for events only; empty when that fails or the source cannot be made. `onWrite`
-  /// may be called as soon as this returns.
+  /// Empty when `path` cannot be opened or watched. `onWrite` may be called before this returns.
   static std::shared_ptr<FileEventSource> watchWrites(const std::filesystem::path& path,
                                                       DispatchQueue queue,
                                                       std::function<void()> onWrite,

@@ -23,8 +23,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Fills `buffer` from the file until it is full or the file ends; the bytes read, or -1 with
-/// errno.
+/// Reads until `buffer` is full or the file ends. Returns the number of bytes read, or -1 with
+/// errno set.
 ssize_t readFully(int file, std::span<std::byte> buffer) {
   std::size_t filled = 0;
   while (filled < buffer.size()) {
@@ -39,7 +39,7 @@ ssize_t readFully(int file, std::span<std::byte> buffer) {
   return static_cast<ssize_t>(filled);
 }
 
-/// For files that do not tell their size, such as those of /proc.
+/// For files that do not report their size, such as those in /proc.
 Result<Data> readUntilEnd(int file, const fs::path& path) {
   constexpr std::size_t chunk = std::size_t{64} * 1024;
   std::vector<std::byte> bytes;
@@ -67,7 +67,7 @@ struct OpenFile {
   std::size_t size = 0;
 };
 
-/// Does not wait for a pipe's writer.
+/// Does not wait for a writer if the file is a pipe.
 Result<OpenFile> openToRead(const fs::path& path, Links links = Links::followed) {
   FileDescriptor file = openFile(path, O_RDONLY | O_NONBLOCK, links);
   if (!file) return fileError(errno, "open", path);
@@ -112,12 +112,12 @@ Result<Data> readPiped(int file, const fs::path& path) {
   return makeError(kPOSIXErrorDomain, EFBIG, path.string() + " is longer than 1 MiB");
 }
 
-/// Gives a new file the permissions, and as far as this user may the owner, of the one that it is
-/// to replace.
+/// Gives a new file the permissions and, where this user may, the owner of the file that it
+/// replaces. Returns 0 or an errno value.
 int takePermissionsOf(const fs::path& path, int file) {
   struct stat old {};
   if (::lstat(path.c_str(), &old) != 0 || !S_ISREG(old.st_mode)) return 0;
-  // Only root may give files away; for everybody else the new owner is the right one anyway.
+  // Only root may give files away; for anyone else the new owner is right anyway.
   if (old.st_uid != ::geteuid() && ::fchown(file, old.st_uid, old.st_gid) != 0) errno = 0;
   return ::fchmod(file, old.st_mode & kPermissions) == 0 ? 0 : errno;
 }
@@ -137,12 +137,12 @@ bool isRealDirectory(const fs::path& path) {
 }
 
 bool isItemInsideDirectory(const fs::path& item, const fs::path& folder) {
-  std::error_code failed;
-  const fs::path outer = fs::canonical(folder, failed);
-  if (failed) return false;
-  const fs::path inner = fs::canonical(item, failed);
-  if (failed) return false;
-  return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+  std::error_code noFolder;
+  std::error_code noItem;
+  const fs::path outer = fs::canonical(folder, noFolder);
+  const fs::path inner = fs::canonical(item, noItem);
+  return !noFolder && !noItem &&
+         std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
 }
 
 bool isUsableInsideDirectory(const fs::path& item, const fs::path& folder) {
@@ -161,10 +161,9 @@ Result<Data> contentsOfFile(const fs::path& path, Links links) {
 }
 
 Result<Data> contentsOfFileOrPipe(const fs::path& path) {
-  const auto open = openToRead(path);
-  if (!open) return open.error();
-  if (S_ISREG(open->mode)) return readRegular(*open, path);
-  return readPiped(open->file.get(), path);
+  return openToRead(path).andThen([&](const OpenFile& open) {
+    return S_ISREG(open.mode) ? readRegular(open, path) : readPiped(open.file.get(), path);
+  });
 }
 
 Result<> createDirectoryWithIntermediates(const fs::path& path) {
@@ -210,8 +209,7 @@ std::optional<Date> creationDateOfItemAtPath(const fs::path& path) {
 std::optional<Date> modificationDateOfItemAtPath(const fs::path& path) {
   struct stat details {};
   if (::lstat(path.c_str(), &details) != 0) return std::nullopt;
-  const struct timespec time = host::modificationTime(details);
-  return Date(std::chrono::seconds(time.tv_sec)) + std::chrono::microseconds(time.tv_nsec / 1000);
+  return modificationDate(details);
 }
 
 Result<> writeAtomically(Bytes bytes, const fs::path& path) {

@@ -10,7 +10,7 @@
 #include "foundation/base/Value.h"
 #include "foundation/host/FileOpening.h"
 
-/// Files and folders. Every error names the path and carries the system's text.
+/// Files and folders. Every error contains the path and the system's error text.
 namespace foundation::FileManager {
 
 /// Follows links: a dangling link does not exist.
@@ -20,35 +20,35 @@ bool isDirectoryAtPath(const std::filesystem::path& path);
 /// The same, but false for a link.
 bool isRealDirectory(const std::filesystem::path& path);
 
-/// True when there is an item and, every link on the way followed, it is the folder or lies in it.
+/// True when the item exists and, with all links resolved, is the folder or lies in it.
 bool isItemInsideDirectory(const std::filesystem::path& item, const std::filesystem::path& folder);
-/// The same; the system log tells once of an item that there is, but elsewhere.
+/// The same; an item that exists but lies elsewhere is reported once in the system log.
 bool isUsableInsideDirectory(const std::filesystem::path& item,
                              const std::filesystem::path& folder);
 
-/// The whole file in memory. Fails for anything but a regular file (a folder, a pipe, a device),
-/// and when memory runs out.
+/// The whole file in memory. Fails for anything other than a regular file, and when memory runs
+/// out.
 Result<Data> contentsOfFile(const std::filesystem::path& path, Links links = Links::followed);
 
-/// Most bytes that a pipe or device may hold for `contentsOfFileOrPipe`: 1 MiB.
+/// Most bytes that `contentsOfFileOrPipe` reads from a pipe or device: 1 MiB.
 inline constexpr std::size_t kMostPiped = std::size_t{1} << 20;
-/// For a file that the user names: the same, but a pipe or device (`/dev/stdin`) is read to its
-/// end, however long it takes its writer; one with more than `kMostPiped` bytes fails. An
-/// interruption of the run ends the wait, with `Interrupted`.
+/// The same for a file that the user names, which may also be a pipe or device (`/dev/stdin`). That
+/// is read to its end, however long its writer takes; more than `kMostPiped` bytes are an error.
+/// Throws `Interrupted` when the run is interrupted during the wait.
 Result<Data> contentsOfFileOrPipe(const std::filesystem::path& path);
 
-/// Makes the folder and every missing parent; an existing folder is success, an existing file is
-/// not.
+/// Makes the folder and every missing parent. An existing folder is a success, an existing file an
+/// error.
 Result<> createDirectoryWithIntermediates(const std::filesystem::path& path);
 
-/// Copies a file, a link (as a link) or a whole folder with permissions, links and modification
-/// times; an existing target is an error. Uses the file system's own cheap copy where it has one. A
-/// pipe, socket or device inside is an error. After a failure what was copied so far stays. Every
-/// entry is a check point of an interrupted run.
+/// Copies a file, a link (as a link) or a whole folder with permissions, links, access and
+/// modification times, sharing blocks where the file system can. An existing target is an error,
+/// and so is a pipe, socket or device inside the folder. After a failure, what was copied so far
+/// stays. Throws `Interrupted` before an entry when the run has been interrupted.
 Result<> copyItemAtPath(const std::filesystem::path& source, const std::filesystem::path& target);
 
-/// Removes the item itself, never what a link points to; folders with all they hold, including
-/// those without write permission that this user owns. Nothing at the path is an error.
+/// Removes the item itself, never what a link points to. Folders are removed with their contents,
+/// including read-only ones that this user owns. A missing item is an error.
 Result<> removeItemAtPath(const std::filesystem::path& path);
 /// The same for an item of an open folder.
 Result<> removeItemInFolder(int folder, const std::string& name);
@@ -58,16 +58,16 @@ Result<std::vector<std::string>> contentsOfDirectoryAtPath(const std::filesystem
 /// The same without names that begin with a dot.
 Result<std::vector<std::string>> visibleContentsOfDirectoryAtPath(
     const std::filesystem::path& path);
-/// Relative paths of everything below the folder, a folder before its entries; links are not
-/// followed. Entries that cannot be read are left out.
+/// Relative paths of everything below the folder, a folder before its entries. Links are not
+/// followed; the contents of unreadable folders are left out.
 Result<std::vector<std::string>> subpathsOfDirectoryAtPath(const std::filesystem::path& path);
 
-/// The birth time where the file system keeps one, else the modification time; absent when there is
-/// nothing at the path.
+/// The birth time if the file system records one, else the modification time. Absent when nothing
+/// is at the path.
 std::optional<Date> creationDateOfItemAtPath(const std::filesystem::path& path);
 std::optional<Date> modificationDateOfItemAtPath(const std::filesystem::path& path);
 
-/// Writes beside the file and renames it over the file; an existing file's permissions are kept.
+/// Writes a new file next to the old one and renames it over that; keeps the old one's permissions.
 Result<> writeAtomically(Bytes bytes, const std::filesystem::path& path);
 
 }  // namespace foundation::FileManager

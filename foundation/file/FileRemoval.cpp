@@ -16,35 +16,33 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
-/// Removes one tree, one folder open at a time: it goes down by name without following links, and
-/// up by "..", making sure that this leads back to where it came from.
+/// Removes one tree with one folder open at a time. Goes down by name without following links, and
+/// up by "..", checking that this leads back to the folder it came from.
 class TreeRemover {
  public:
   TreeRemover(int root, std::string path) : root_(root), path_(std::move(path)) {}
 
   Result<> remove() {
-    if (Result<> entered = enter(root_, path_); !entered) return entered;
-    while (!levels_.empty()) {
-      Level& level = levels_.back();
-      if (level.folders.empty()) {
-        if (Result<> left = leave(); !left) return left;
+    Result<> done = enter(root_, path_);
+    while (done && !levels_.empty()) {
+      std::vector<std::string>& folders = levels_.back().folders;
+      if (folders.empty()) {
+        done = leave();
         continue;
       }
-      const std::string name = std::move(level.folders.back());
-      level.folders.pop_back();
-      if (Result<> entered = enter(current_.get(), name); !entered) return entered;
+      const std::string name = std::move(folders.back());
+      folders.pop_back();
+      done = enter(current_.get(), name);
     }
-    return {};
+    return done;
   }
 
  private:
   struct Level {
     std::string name;
     struct stat details {};
-    /// Folders in this one that are still there.
-    std::vector<std::string> folders;
+    /// Subfolders that are still to be removed.
+    std::vector<std::string> folders = {};
   };
 
   std::string describe() const {
@@ -53,7 +51,7 @@ class TreeRemover {
     return text;
   }
 
-  /// Opens the folder, giving its owner the right to list and change it where that is missing.
+  /// Opens the folder, first granting its owner any missing right to list and change it.
   static FileDescriptor openForRemoval(int parent, const std::string& name, struct stat& details) {
     FileDescriptor folder(::openat(parent, name.c_str(), kOpenFolder));
     if (!folder && errno == EACCES &&
@@ -61,20 +59,17 @@ class TreeRemover {
       folder.reset(::openat(parent, name.c_str(), kOpenFolder));
     }
     if (!folder || ::fstat(folder.get(), &details) != 0) return FileDescriptor();
-    if ((details.st_mode & S_IRWXU) != S_IRWXU) {
-      // A failure shows at the first entry that cannot be removed.
-      if (::fchmod(folder.get(), S_IRWXU) != 0) errno = 0;
+    if ((details.st_mode & S_IRWXU) != S_IRWXU && ::fchmod(folder.get(), S_IRWXU) != 0) {
+      errno = 0;  // shows at the first entry that cannot be removed
     }
     return folder;
   }
 
-  /// Goes into the folder and removes everything in it but its folders.
+  /// Goes into the folder and removes everything in it except its subfolders.
   Result<> enter(int parent, const std::string& name) {
-    Level level;
-    level.name = name;
-    FileDescriptor folder = openForRemoval(parent, name, level.details);
+    levels_.push_back({.name = name});
+    FileDescriptor folder = openForRemoval(parent, name, levels_.back().details);
     const int error = errno;
-    levels_.push_back(std::move(level));
     if (!folder) return fileError(error, "remove", describe());
     current_ = std::move(folder);
     auto entries = entriesOf(current_, path_);
@@ -90,7 +85,7 @@ class TreeRemover {
     return {};
   }
 
-  /// Goes back to the folder above and removes the one just emptied.
+  /// Goes back to the parent folder and removes the folder just emptied.
   Result<> leave() {
     const std::string path = describe();
     const std::string name = std::move(levels_.back().name);

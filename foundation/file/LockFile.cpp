@@ -10,7 +10,6 @@
 #include "foundation/base/Path.h"
 #include "foundation/base/WriteAll.h"
 #include "foundation/file/private/FileItems.h"
-#include "foundation/host/Host.h"
 
 namespace foundation {
 
@@ -18,7 +17,7 @@ namespace {
 
 constexpr std::size_t kLongestContent = 4096;
 
-/// True when the item is this user's own and of this type.
+/// True when the item is of this type and belongs to this user.
 bool isOwn(int descriptor, mode_t type, struct stat& details) {
   return ::fstat(descriptor, &details) == 0 && (details.st_mode & S_IFMT) == type &&
          details.st_uid == ::geteuid();
@@ -26,8 +25,7 @@ bool isOwn(int descriptor, mode_t type, struct stat& details) {
 
 /// Empty with errno on failure.
 FileDescriptor openFolder(const std::string& path) {
-  FileDescriptor folder(
-      ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  FileDescriptor folder(::open(path.c_str(), kOpenFolder | O_NONBLOCK));
   struct stat details {};
   if (folder && !isOwn(folder.get(), S_IFDIR, details)) {
     folder.reset();
@@ -36,14 +34,14 @@ FileDescriptor openFolder(const std::string& path) {
   return folder;
 }
 
-/// The file itself. Empty with errno on failure.
+/// Empty with errno on failure.
 FileDescriptor openFile(int folder, const std::string& name, LockFile::Missing missing) {
   const int make = missing == LockFile::Missing::make ? O_CREAT : 0;
   FileDescriptor file(::openat(folder, name.c_str(),
                                O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | make,
                                S_IRUSR | S_IWUSR));
   struct stat details {};
-  // A second name would let the content land in another file.
+  // With a second name, writing would change another file.
   if (file && (!isOwn(file.get(), S_IFREG, details) || details.st_nlink > 1)) {
     file.reset();
     errno = EPERM;
@@ -67,7 +65,7 @@ std::optional<Lock> tryLock(int file) {
   return std::nullopt;
 }
 
-/// False when somebody has removed or replaced the file since it was opened.
+/// False when the file has been removed or replaced since it was opened.
 bool isStillThere(int folder, const std::string& name, int file) {
   struct stat named {};
   struct stat opened {};
@@ -82,9 +80,9 @@ Result<LockFile> LockFile::take(const std::string& folder, const std::string& na
   LockFile taken;
   taken.folderPath_ = folder;
   taken.name_ = name;
-  // Whoever had the lock may remove file and folder at any time; then it begins anew.
+  // The previous owner may remove file and folder at any time; then this starts over.
   for (;;) {
-    // Nobody removes the parent, so this failure is final.
+    // The parent is never removed, so this failure is final.
     if (missing == Missing::make && ::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
       return fileError(errno, "lock", folder);
     }
@@ -93,7 +91,7 @@ Result<LockFile> LockFile::take(const std::string& folder, const std::string& na
     if (!taken.folder_ || !taken.file_) {
       if (errno != ENOENT) {
         Error failure = fileError(errno, "lock", appendingPathComponent(folder, name));
-        // Where it has been made just now; one with entries stays.
+        // In case it has just been made; one with entries stays.
         if (missing == Missing::make) ::rmdir(folder.c_str());
         return failure;
       }
@@ -111,8 +109,7 @@ Result<LockFile> LockFile::take(const std::string& folder, const std::string& na
 Date LockFile::lastWritten() const {
   struct stat details {};
   if (::fstat(file_.get(), &details) != 0) return Date::max();
-  const struct timespec time = host::modificationTime(details);
-  return Date(std::chrono::seconds(time.tv_sec)) + std::chrono::microseconds(time.tv_nsec / 1000);
+  return modificationDate(details);
 }
 
 std::string LockFile::content() const {
@@ -125,7 +122,7 @@ std::string LockFile::content() const {
 void LockFile::write(const std::string& content) {
   if (::ftruncate(file_.get(), 0) != 0) return;
   writeAllAt(file_.get(), 0, bytesOf(content));
-  // An empty content sets no time by itself.
+  // Writing nothing does not change the time.
   ::futimens(file_.get(), nullptr);
 }
 

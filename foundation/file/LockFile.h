@@ -8,17 +8,18 @@
 
 namespace foundation {
 
-/// A small file by which one process at a time says that it uses something. The lock goes with the
-/// process, however that ends; the file stays, unless it is removed, and then tells of a process
-/// that had no time to.
+/// A small file with which a process marks something as in use; one process at a time holds it. The
+/// lock ends with the process, however that ends. A file that was not removed shows that its
+/// process had no time to.
 ///
-/// The folder must be this user's own and no link, and so must the file; others are an error. Both
-/// are made for this user alone. Where the file system knows no locks, everybody has the file.
+/// Folder and file must belong to this user and must not be links; otherwise taking the lock fails.
+/// Both are made accessible to this user only. On a file system without locks, every process gets
+/// the file.
 class LockFile {
  public:
   enum class Missing { make, leave };
 
-  /// An empty handle when another process has it, or when there is none and none is to be made.
+  /// An empty handle when another process holds it, or when it is missing and is to be left so.
   static Result<LockFile> take(const std::string& folder, const std::string& name,
                                Missing missing = Missing::make);
 
@@ -28,15 +29,15 @@ class LockFile {
   explicit operator bool() const { return static_cast<bool>(file_); }
   [[nodiscard]] const std::string& folder() const { return folderPath_; }
   [[nodiscard]] const std::string& name() const { return name_; }
-  /// False where the file system knows no locks.
+  /// False on a file system without locks.
   [[nodiscard]] bool isExclusive() const { return isExclusive_; }
-  /// When the file was last written; the lock's last owner did that, at its start.
+  /// When the file was last written, which the lock's previous owner did at its start.
   [[nodiscard]] Date lastWritten() const;
   /// At most 4 KB; empty when it cannot be read.
   [[nodiscard]] std::string content() const;
-  /// Replaces the content. A failure (a full disk) leaves less of it, and the lock as it is.
+  /// Replaces the content. A failure (a full disk) leaves part of it, and the lock is kept.
   void write(const std::string& content);
-  /// Removes the file, and its folder when that is empty then, and gives up the lock.
+  /// Removes the file, and its folder if that is then empty, and releases the lock.
   void remove();
 
  private:

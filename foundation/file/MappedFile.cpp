@@ -18,13 +18,14 @@ Result<MappedFile> MappedFile::open(const std::filesystem::path& path, Links lin
 
 Result<MappedFile> MappedFile::open(const std::filesystem::path& path, FileDescriptor& file,
                                     Links links) {
-  // Without O_NONBLOCK a pipe would keep the call waiting for a writer.
+  // Without O_NONBLOCK, opening a pipe would wait for a writer.
   file = openFile(path, O_RDONLY | O_NONBLOCK, links);
   if (!file) return fileError(errno, "open", path);
   struct stat details {};
   if (::fstat(file.get(), &details) != 0) return fileError(errno, "examine", path);
-  if (S_ISDIR(details.st_mode)) return fileError(EISDIR, "map", path);
-  if (!S_ISREG(details.st_mode)) return fileError(EINVAL, "map", path);
+  if (!S_ISREG(details.st_mode)) {
+    return fileError(S_ISDIR(details.st_mode) ? EISDIR : EINVAL, "map", path);
+  }
   MappedFile mapped;
   if (details.st_size == 0) return Result<MappedFile>(std::move(mapped));
   if (static_cast<std::uintmax_t>(details.st_size) > std::numeric_limits<std::size_t>::max()) {

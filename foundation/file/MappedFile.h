@@ -13,14 +13,14 @@ namespace foundation {
 /// Read-only view of a whole file.
 ///
 /// The bytes live as long as this object; moving it does not move them. If another process
-/// truncates the file meanwhile, what is lost reads as zeros: ask `MappingGuard::checkAll` before
-/// anything that was read is used.
+/// truncates the file meanwhile, the lost part reads as zeros: call `MappingGuard::checkAll` before
+/// using anything that was read.
 class MappedFile {
  public:
   /// An empty file gives an empty view. Fails with the path and the system's text when the file
   /// cannot be opened or mapped, or is not a regular file.
   static Result<MappedFile> open(const std::filesystem::path& path, Links links = Links::followed);
-  /// The same; `file` becomes the open file, which the view itself does not need.
+  /// The same; also hands the open file to the caller. The view itself does not need it.
   static Result<MappedFile> open(const std::filesystem::path& path, FileDescriptor& file,
                                  Links links = Links::followed);
 

@@ -12,23 +12,23 @@
 
 namespace foundation {
 
-/// One place in the list that the signal's handler walks. Never freed: it is used again.
+/// An entry of the list that the signal handler walks. Reused, never freed.
 struct MappingGuard::Watch {
   std::atomic<std::uintptr_t> start{0};
   std::atomic<std::uintptr_t> end{0};
-  std::atomic<bool> isCutShort{false};
+  std::atomic<bool> isTruncated{false};
   bool isInUse = false;
   std::string path;
   Watch* next = nullptr;
 };
 
-/// All of it is either constant, or atomic, or out of the handler's sight.
+/// What the signal handler uses is constant or atomic.
 struct MappingWatches {
   using Watch = MappingGuard::Watch;
 
   static inline std::mutex mutex;
   static inline std::atomic<Watch*> first{nullptr};
-  static inline std::atomic<Watch*> cutShort{nullptr};
+  static inline std::atomic<Watch*> lastTruncated{nullptr};
   static inline std::uintptr_t pageSize = 0;
   static inline struct sigaction before {};
 
@@ -41,10 +41,10 @@ struct MappingWatches {
     ::sigaction(SIGBUS, &action, &before);
   }
 
-  /// A place that is free; one whose mapping was cut short keeps its path for `checkAll`.
+  /// A free entry; one whose mapping was truncated keeps its path for `checkAll`.
   static Watch* take() {
     for (Watch* watch = first.load(); watch; watch = watch->next) {
-      if (!watch->isInUse && !watch->isCutShort) return watch;
+      if (!watch->isInUse && !watch->isTruncated) return watch;
     }
     auto* const made = new Watch;
     made->next = first.load();
@@ -52,7 +52,7 @@ struct MappingWatches {
     return made;
   }
 
-  /// Nothing but system calls and atomic values.
+  /// Uses nothing but system calls and atomic values.
   static void onBusError(int signal, siginfo_t* info, void*) {
     const int error = errno;
     const bool isSentByProcess = info->si_code <= 0;
@@ -60,19 +60,19 @@ struct MappingWatches {
     for (Watch* watch = isSentByProcess ? nullptr : first.load(); watch; watch = watch->next) {
       if (address < watch->start || address >= watch->end) continue;
       if (!replaceWithZeros(address, watch->end)) break;
-      watch->isCutShort = true;
-      cutShort = watch;
+      watch->isTruncated = true;
+      lastTruncated = watch;
       errno = error;
       return;
     }
-    // The same access happens again and finds the handler that was there before.
+    // The access is repeated, and finds the previous handler.
     ::sigaction(signal, &before, nullptr);
     if (isSentByProcess) ::raise(signal);
   }
 
   static bool replaceWithZeros(std::uintptr_t address, std::uintptr_t end) {
     const std::uintptr_t page = address & ~(pageSize - 1);
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel tells the place as a number
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel gives the address as a number
     void* const start = reinterpret_cast<void*>(page);
     return ::mmap(start, end - page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) !=
            MAP_FAILED;
@@ -81,8 +81,8 @@ struct MappingWatches {
 
 namespace {
 
-Error cutShortError(const std::string& path) {
-  return posixError(EIO, path + " was cut short by another program while it was read", path);
+Error truncationError(const std::string& path) {
+  return posixError(EIO, path + " was truncated by another program while it was read", path);
 }
 
 }  // namespace
@@ -116,13 +116,13 @@ MappingGuard::~MappingGuard() {
 }
 
 Result<> MappingGuard::check() const {
-  if (watch_ && watch_->isCutShort) return cutShortError(watch_->path);
+  if (watch_ && watch_->isTruncated) return truncationError(watch_->path);
   return {};
 }
 
 Result<> MappingGuard::checkAll() {
-  const Watch* const cut = MappingWatches::cutShort;
-  if (cut) return cutShortError(cut->path);
+  const Watch* const watch = MappingWatches::lastTruncated;
+  if (watch) return truncationError(watch->path);
   return {};
 }
 

@@ -7,17 +7,16 @@
 
 namespace foundation {
 
-/// Watches a mapped file for being cut short by somebody else while it is read.
+/// Guards a mapped file against truncation by another process while it is read.
 ///
-/// The system answers a touch of pages that the file has lost with SIGBUS, which ends a process.
-/// For a watched mapping the lost part, up to the mapping's end, is replaced by zeros instead, and
-/// the reader goes on to its end: it must ask afterwards, and must not use what it has read. The
-/// same holds for pages that cannot be read from their medium. The signal's handler is installed
-/// with the first guard; whatever is no watched mapping is left to the handler before it. Safe from
-/// several threads.
+/// Touching pages that the file has lost, or that cannot be read from disk, raises SIGBUS, which
+/// kills the process. In a guarded mapping the rest of the mapping, from that page on, is replaced
+/// by zeros instead and the reader carries on. It must call `check` afterwards and discard what it
+/// has read if that fails. The first guard installs the signal handler; faults outside guarded
+/// mappings go to the previous handler. Safe from any thread.
 class MappingGuard {
  public:
-  /// Watches nothing.
+  /// Guards nothing.
   MappingGuard() = default;
   /// The mapping must outlive the guard.
   MappingGuard(Bytes mapping, const std::filesystem::path& path);
@@ -25,10 +24,10 @@ class MappingGuard {
   MappingGuard& operator=(MappingGuard&& other) noexcept;
   ~MappingGuard();
 
-  /// Fails, naming the file, when a part of the mapping that was touched was lost.
+  /// Fails with the file's path when a lost part of the mapping has been touched.
   [[nodiscard]] Result<> check() const;
 
-  /// The same for every mapping that this process has ever watched.
+  /// The same for every mapping that this process has ever guarded.
   [[nodiscard]] static Result<> checkAll();
 
  private:

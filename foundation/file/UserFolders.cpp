@@ -21,10 +21,10 @@ namespace foundation::FileManager {
 
 namespace {
 
-/// A folder with a name that nobody could guess, for the life of this process. Never destroyed.
+/// A folder with an unguessable name, used until the process ends. Never destroyed.
 struct Substitute {
   std::mutex mutex;
-  /// Empty until it is needed.
+  /// Empty until needed.
   std::string path;
 };
 
@@ -33,15 +33,13 @@ Substitute& substitute() {
   return shared;
 }
 
-/// Makes the folder that is used in place of `taken`, which is another user's.
+/// Makes the folder that is used instead of `taken`, which belongs to another user.
 Result<std::string> substituteFor(const std::string& taken, uid_t owner) {
   const std::lock_guard lock(substitute().mutex);
   std::string& path = substitute().path;
   if (path.empty()) {
     std::string made = taken + "-XXXXXX";
-    if (!::mkdtemp(made.data())) {
-      return fileError(errno, "make temporary folder", made);
-    }
+    if (!::mkdtemp(made.data())) return fileError(errno, "make temporary folder", made);
     path = made;
     static const int registered = std::atexit(removeSubstituteIfEmpty);
     static_cast<void>(registered);
@@ -51,7 +49,7 @@ Result<std::string> substituteFor(const std::string& taken, uid_t owner) {
   return path;
 }
 
-/// The folder, made for this user alone where there is none.
+/// The folder; if missing, it is made accessible to this user only.
 Result<std::string> privateFolder(const std::string& path) {
   if (::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
     return fileError(errno, "make temporary folder", path);
@@ -64,7 +62,7 @@ Result<std::string> privateFolder(const std::string& path) {
   if (!S_ISDIR(details.st_mode)) {
     return posixError(ENOTDIR, "temporary folder " + path + " is refused", path);
   }
-  // Whatever is in it may be somebody else's.
+  // Anything in it may come from another user.
   if ((details.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
     return posixError(EPERM, "temporary folder " + path + " is refused: others may write to it",
                       path);
@@ -73,12 +71,6 @@ Result<std::string> privateFolder(const std::string& path) {
     return posixError(errno, "cannot make temporary folder " + path + " private", path);
   }
   return path;
-}
-
-std::optional<std::string> nonEmptyEnvironmentValue(const std::string& name) {
-  std::optional<std::string> value = ProcessInfo::environmentValue(name);
-  if (value && value->empty()) return std::nullopt;
-  return value;
 }
 
 std::string homeInUserDatabase() {
@@ -96,17 +88,16 @@ std::string homeInUserDatabase() {
 }  // namespace
 
 Result<std::string> temporaryDirectory() {
-  if (const std::optional<std::string> given = nonEmptyEnvironmentValue("TMPDIR")) {
-    // Some tools run in another folder.
+  if (const auto given = ProcessInfo::nonEmptyEnvironmentValue("TMPDIR")) {
+    // Absolute, since some tools run in another working directory.
     std::error_code problem;
     std::string folder = std::filesystem::absolute(*given, problem);
     if (problem) return fileError(problem.value(), "use temporary folder", *given);
     if (folder.back() != '/') folder += '/';
     return folder;
   }
-  auto own = privateFolder("/tmp/sendoff-" + std::to_string(::geteuid()));
-  if (own) *own += '/';
-  return own;
+  return privateFolder("/tmp/sendoff-" + std::to_string(::geteuid()))
+      .map([](const std::string& own) { return own + '/'; });
 }
 
 void removeSubstituteIfEmpty() {
@@ -122,8 +113,8 @@ void removeSubstituteIfEmpty() {
 }
 
 std::string homeDirectory() {
-  if (std::optional<std::string> home = nonEmptyEnvironmentValue("HOME")) return *std::move(home);
-  if (std::optional<std::string> home = host::parentHome()) return *std::move(home);
+  if (auto home = ProcessInfo::nonEmptyEnvironmentValue("HOME")) return *std::move(home);
+  if (auto home = host::parentHome()) return *std::move(home);
   return homeInUserDatabase();
 }
 

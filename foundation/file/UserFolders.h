@@ -8,20 +8,20 @@
 /// The folders that belong to the user who runs the program.
 namespace foundation::FileManager {
 
-/// The user's temporary folder, absolute and ending in "/": `TMPDIR` if set, else a folder of this
-/// user's own below the system's, which is made on first use and refused when it is a link, or when
-/// others may write to it. Where another user has taken its name, a new folder of a name that
-/// nobody can guess is used until this process ends, and the system log tells of it.
+/// The user's temporary folder, absolute and ending in "/": `TMPDIR` if set, else a folder in /tmp
+/// named after the user. That is made on first use; it is an error if it is a link or if others may
+/// write to it. If it belongs to another user, a new folder with an unguessable name is used until
+/// this process ends, which the system log reports.
 Result<std::string> temporaryDirectory();
-/// Removes the folder with a name that nobody can guess, if there is nothing but empty folders in
-/// it. The end of the process does the same, unless a signal or a call like `_exit` ends it.
+/// Removes the folder with the unguessable name if it contains nothing but empty folders. `exit`
+/// does the same; a signal or `_exit` does not.
 void removeSubstituteIfEmpty();
 
-/// The user's home: `HOME`; without it the parent process's, if that is the same user's; else the
-/// user database's.
+/// `HOME` of this process, or else of its parent if that runs as the same user, or else the home in
+/// the user database.
 std::string homeDirectory();
 
-/// "~" and "~/…" with the user's home in place of the tilde; other texts unchanged.
+/// Replaces the tilde in "~" and "~/…" by the user's home; other paths stay as they are.
 std::string expandingTilde(std::string_view path);
 
 }  // namespace foundation::FileManager

@@ -449,7 +449,7 @@ TEST_F(BadInputTest, AnExecutableThatIsCutShortWhileItIsRead) {
   const auto lines = result.messages();
   ASSERT_EQ(lines.size(), 4u) << result.output << result.errors;
   EXPECT_THAT(lines[2], testing::AllOf(StartsWith("Unexpected error: "),
-                                       HasSubstr("Example.app/Example was cut short")));
+                                       HasSubstr("Example.app/Example was truncated")));
   EXPECT_EQ(lines[3], "status 1");
   expectCleanedUp();
 }

@@ -40,7 +40,7 @@ TEST(CutShort, TheSlicesThatAreLeftAreReadAndTheRestIsEmpty) {
   EXPECT_EQ(commands, 0);
   const auto intact = macho::checkMapping(file.mappedFile);
   ASSERT_FALSE(intact);
-  EXPECT_THAT(intact.error().localizedDescription(), HasSubstr("file was cut short"));
+  EXPECT_THAT(intact.error().localizedDescription(), HasSubstr("file was truncated"));
   const void* const start = file.mappedFile;
   macho::QVTMachOFileDestroy(&file);
   // Whatever comes to lie there next is neither blamed for it nor taken for this file.
@@ -66,7 +66,7 @@ TEST(CutShort, ABinaryIsNotMadeOfWhatIsLost) {
     QVTMachOBinary::MachOBinaryWithPath((mounted / "code").string());
     ADD_FAILURE() << "no exception";
   } catch (const foundation::Exception& exception) {
-    EXPECT_THAT(exception.what(), HasSubstr("code was cut short"));
+    EXPECT_THAT(exception.what(), HasSubstr("code was truncated"));
   }
   test::runCommand({"umount", mounted.string()});
 }

@@ -2,14 +2,19 @@
 
 #include <string>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
+#include "foundation/base/Value.h"
 #include "foundation/file/DirectoryWalk.h"
+#include "foundation/host/Host.h"
 
 namespace foundation {
 
 /// The permission bits of a mode, set-id and sticky bits included.
 inline constexpr mode_t kPermissions = 07777;
+
+inline constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 /// With a trailing slash the system would follow a link.
 inline std::string withoutTrailingSlashes(std::string path) {
@@ -19,6 +24,11 @@ inline std::string withoutTrailingSlashes(std::string path) {
 
 inline bool isSameItem(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+inline Date modificationDate(const struct stat& details) {
+  const struct timespec time = host::modificationTime(details);
+  return Date(std::chrono::seconds(time.tv_sec)) + std::chrono::microseconds(time.tv_nsec / 1000);
 }
 
 inline DirectoryEntry::Kind kindOf(mode_t mode) {

@@ -42,7 +42,7 @@ class FileEventSourceTest : public testing::Test {
     return FileEventSource::watchWrites(path, queue_, [this] { ++calls_; });
   }
 
-  /// True when `write` brings at least one call.
+  /// True when `write` causes at least one call.
   bool isNoticed(const std::function<void()>& write) {
     if (!settles()) return false;
     const int before = calls_;
@@ -50,7 +50,7 @@ class FileEventSourceTest : public testing::Test {
     return waitUntil([&] { return calls_ > before; });
   }
 
-  /// True when `write` brings none.
+  /// True when `write` causes no call.
   bool isPassedOver(const std::function<void()>& write) {
     if (!settles()) return false;
     const int before = calls_;
@@ -58,8 +58,8 @@ class FileEventSourceTest : public testing::Test {
     return settles() && calls_ == before;
   }
 
-  /// True when all calls for what was done so far have come: a marker in another folder, watched
-  /// on the same queue, is the last.
+  /// True when all calls for previous writes have arrived: the call for a marker in another folder,
+  /// watched on the same queue, comes last.
   bool settles() {
     std::atomic<bool> seen = false;
     const auto marker = FileEventSource::watchWrites(marked_.path(), queue_, [&] { seen = true; });

@@ -48,8 +48,8 @@ std::string problemOf(const foundation::Result<T>& result) {
   return result ? "none" : result.error().localizedDescription();
 }
 
-/// A chain of folders, one in the other, with a file in the last; made level by level, since its
-/// path may be longer than the system takes.
+/// A chain of nested folders with a file in the innermost; made level by level, since its path may
+/// be longer than the system accepts.
 void makeChain(const fs::path& top, int levels, const std::string& name) {
   fs::create_directory(top);
   int folder = ::open(top.c_str(), O_RDONLY | O_DIRECTORY);
@@ -87,7 +87,7 @@ TEST_F(FileManagerTest, ReadsAPipeToItsEndUpToAMebibyte) {
        {std::size_t{0}, FileManager::kMostPiped, FileManager::kMostPiped + 1}) {
     const std::string content(size, 'x');
     std::thread writer([&] {
-      // The writer comes when the reader is there; two writes, and so at least two reads.
+      // Opening waits for the reader; two writes, and so at least two reads.
       const foundation::FileDescriptor end(::open(pipe.c_str(), O_WRONLY));
       for (const std::string& part : {content.substr(0, size / 2), content.substr(size / 2)}) {
         EXPECT_EQ(::write(end.get(), part.data(), part.size()), ssize_t(part.size()));
@@ -304,7 +304,7 @@ TEST_F(FileManagerTest, AFailedWriteLeavesTheOldFileAndNothingElse) {
               UnorderedElementsAre("file"));
 }
 
-/// As the user whose folder somebody else has: what goes wrong, or nothing.
+/// Run as a user whose folder belongs to someone else. Returns what is wrong, or nothing.
 std::string problemWithSubstitute(const std::string& taken) {
   testing::internal::CaptureStderr();
   const auto first = FileManager::temporaryDirectory();
@@ -393,7 +393,7 @@ TEST(UserFolders, WithoutHomeTheParentsIsTakenIfTheUserIsTheSame) {
   }
 }
 
-/// From now on this process has no openat2, as on an older kernel.
+/// From now on openat2 fails in this process as on an older kernel.
 bool giveUpOpenat2() {
   sock_filter program[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),

@@ -20,7 +20,7 @@ std::size_t countOf(foundation::Bytes bytes, char wanted) {
   return static_cast<std::size_t>(std::ranges::count(foundation::textOf(bytes), wanted));
 }
 
-/// In a process of its own: what was lost is remembered until the end.
+/// Run in a separate process, since a truncation is remembered until the process ends.
 TEST(MappingGuardDeathTest, WhatAFileLosesReadsAsZerosAndIsReported) {
   const test::TemporaryFolder folder;
   const fs::path path = folder.write("file", std::string(kSize, 'x'));
@@ -37,7 +37,7 @@ TEST(MappingGuardDeathTest, WhatAFileLosesReadsAsZerosAndIsReported) {
     std::exit(5);
   };
   EXPECT_EXIT(check(), testing::ExitedWithCode(5),
-              "file was cut short by another program while it was read");
+              "file was truncated by another program while it was read");
 }
 
 TEST(MappingGuardDeathTest, OtherBusErrorsStayFatal) {
