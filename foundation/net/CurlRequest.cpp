@@ -1,6 +1,5 @@
 #include "foundation/net/private/CurlRequest.h"
 
-#include <algorithm>
 #include <new>
 
 #include "foundation/net/private/CurlErrors.h"
@@ -11,17 +10,14 @@ namespace foundation {
 namespace {
 
 bool isLineText(std::string_view text) {
-  return std::none_of(text.begin(), text.end(),
-                      [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
+  return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
 }
 
-/// RFC 9110's token: what a method and a field name may hold.
+/// True for a token (RFC 9110, 5.6.2), as a method and a field name must be.
 bool isToken(std::string_view text) {
-  constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
-  return !text.empty() && std::all_of(text.begin(), text.end(), [&](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-           kMarks.find(c) != std::string_view::npos;
-  });
+  constexpr std::string_view kAllowed =
+      "!#$%&'*+-.^_`|~0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+  return !text.empty() && text.find_first_not_of(kAllowed) == std::string_view::npos;
 }
 
 /// Only the transport knows these values, so a caller's are never sent.
@@ -48,8 +44,8 @@ bool carriesLength(const std::string& method) {
 
 void setFromEnvironment(CURL* easy, const char* variable,
                         std::initializer_list<CURLoption> options) {
-  const auto path = ProcessInfo::environmentValue(variable);
-  if (!path || path->empty()) return;
+  const auto path = ProcessInfo::nonEmptyEnvironmentValue(variable);
+  if (!path) return;
   for (const CURLoption option : options) setOption(easy, option, path->c_str());
 }
 

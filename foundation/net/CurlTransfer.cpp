@@ -147,13 +147,9 @@ void CurlTransfer::setCallbacks() {
 
 /// The system's count is better where there is one: bytes in its buffers have not moved yet, and a
 /// part of a header line has.
-void CurlTransfer::sampleActivity() {
+bool CurlTransfer::isIdle() {
   const std::uint64_t system = socket_ < 0 ? 0 : socketActivity(socket_);
   idle_.sample(system != 0 ? system : transferred_);
-}
-
-bool CurlTransfer::isIdle() {
-  sampleActivity();
   return idle_.isOver();
 }
 

@@ -1,5 +1,7 @@
 #include "foundation/net/Proxy.h"
 
+#include <vector>
+
 #include <curl/curl.h>
 
 #include "foundation/base/Handle.h"
@@ -13,20 +15,15 @@ namespace {
 using CurlURL = Handle<CURLU, curl_url_cleanup>;
 using CurlText = Handle<char, curl_free>;
 
-std::optional<std::string> variable(const std::string& name) {
-  auto value = ProcessInfo::environmentValue(name);
-  return value && !value->empty() ? value : std::nullopt;
-}
-
-/// The variables in libcurl's order. `HTTP_PROXY` is none of them: a web server sets it from a
+/// The variables in libcurl's order. `HTTP_PROXY` is not one of them: a web server sets it from a
 /// header of the request.
 std::optional<std::string> proxyInEnvironment(const std::string& scheme) {
-  if (auto value = variable(scheme + "_proxy")) return value;
-  if (scheme == "https") {
-    if (auto value = variable("HTTPS_PROXY")) return value;
+  std::vector<std::string> names{scheme + "_proxy", "all_proxy", "ALL_PROXY"};
+  if (scheme == "https") names.insert(names.begin() + 1, "HTTPS_PROXY");
+  for (const std::string& name : names) {
+    if (auto value = ProcessInfo::nonEmptyEnvironmentValue(name)) return value;
   }
-  if (auto value = variable("all_proxy")) return value;
-  return variable("ALL_PROXY");
+  return std::nullopt;
 }
 
 std::optional<std::string> partOf(const CurlURL& url, CURLUPart part) {

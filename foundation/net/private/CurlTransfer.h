@@ -70,7 +70,6 @@ class CurlTransfer {
 
   struct Callbacks;
   void setCallbacks();
-  void sampleActivity();
   void lookForRedirect();
   void prepareForEarlyResponse();
   [[nodiscard]] std::optional<Error> problem(CURLcode result) const;
