@@ -12,40 +12,27 @@ namespace {
 
 constexpr std::string_view kSource = "foundation/Digest.cpp";
 
+constexpr char kSHA1[] = "SHA1";
+constexpr char kSHA256[] = "SHA256";
+constexpr char kSHA384[] = "SHA384";
+constexpr char kMD5[] = "MD5";
+
 /// Looked up once and never freed: a lookup costs more than hashing a page.
-const EVP_MD* fetched(const char* name) {
-  if (const EVP_MD* algorithm = EVP_MD_fetch(nullptr, name, nullptr)) return algorithm;
+template <const char* name>
+const EVP_MD* fetched() {
+  static const EVP_MD* const algorithm = EVP_MD_fetch(nullptr, name, nullptr);
+  if (algorithm) return algorithm;
   throw Exception("the system's crypto library offers no " + std::string(name) + " digest");
-}
-
-const EVP_MD* sha1Algorithm() {
-  static const EVP_MD* const algorithm = fetched("SHA1");
-  return algorithm;
-}
-
-const EVP_MD* sha256Algorithm() {
-  static const EVP_MD* const algorithm = fetched("SHA256");
-  return algorithm;
-}
-
-const EVP_MD* sha384Algorithm() {
-  static const EVP_MD* const algorithm = fetched("SHA384");
-  return algorithm;
-}
-
-const EVP_MD* md5Algorithm() {
-  static const EVP_MD* const algorithm = fetched("MD5");
-  return algorithm;
 }
 
 const EVP_MD* algorithmOf(DigestKind kind) {
   switch (kind) {
     case DigestKind::sha1:
-      return sha1Algorithm();
+      return fetched<kSHA1>();
     case DigestKind::sha256:
-      return sha256Algorithm();
+      return fetched<kSHA256>();
     case DigestKind::sha384:
-      return sha384Algorithm();
+      return fetched<kSHA384>();
   }
   assertionFailed("known digest kind", {"foundation::Digest", kSource, __LINE__});
 }
@@ -62,11 +49,11 @@ Result oneShot(const EVP_MD* algorithm, Bytes bytes) {
 
 }  // namespace
 
-SHA1Digest sha1(Bytes bytes) { return oneShot<SHA1Digest>(sha1Algorithm(), bytes); }
+SHA1Digest sha1(Bytes bytes) { return oneShot<SHA1Digest>(fetched<kSHA1>(), bytes); }
 
-SHA256Digest sha256(Bytes bytes) { return oneShot<SHA256Digest>(sha256Algorithm(), bytes); }
+SHA256Digest sha256(Bytes bytes) { return oneShot<SHA256Digest>(fetched<kSHA256>(), bytes); }
 
-MD5Digest md5(Bytes bytes) { return oneShot<MD5Digest>(md5Algorithm(), bytes); }
+MD5Digest md5(Bytes bytes) { return oneShot<MD5Digest>(fetched<kMD5>(), bytes); }
 
 struct Digest::State {
   const EVP_MD* algorithm = nullptr;
