@@ -1,5 +1,4 @@
 #include <chrono>
-#include <cstdio>
 
 #include <openssl/core_names.h>
 
@@ -35,18 +34,9 @@ std::string digestAlgorithm() {
 
 /// UTCTime through 2049, GeneralizedTime after that (RFC 5652, 11.3).
 std::string encodedTime(Date time) {
-  const auto day = std::chrono::floor<std::chrono::days>(time);
-  const std::chrono::year_month_day date(day);
-  const std::chrono::hh_mm_ss clock(std::chrono::floor<std::chrono::seconds>(time - day));
-  const int year = static_cast<int>(date.year());
-  const bool isShort = year >= 1950 && year < 2050;
-  char text[32];
-  std::snprintf(
-      text, sizeof text, isShort ? "%02d%02u%02u%02d%02d%02dZ" : "%04d%02u%02u%02d%02d%02dZ",
-      isShort ? year % 100 : year, static_cast<unsigned>(date.month()),
-      static_cast<unsigned>(date.day()), static_cast<int>(clock.hours().count()),
-      static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()));
-  return DER::element(isShort ? DER::kUTCTime : DER::kGeneralizedTime, text);
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count();
+  const Handle<ASN1_TIME, ASN1_TIME_free> native(ASN1_TIME_set(nullptr, seconds));
+  return encoded(native.get(), i2d_ASN1_TIME);
 }
 
 std::string encodedAttribute(std::string_view oid, std::vector<std::string> values) {
@@ -92,10 +82,7 @@ Result<std::string> signatureOver(std::string_view bytes, EVP_PKEY* key) {
   }
   askForDeterministicNonce(keyContext);
   const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
-  std::size_t size = 0;
-  if (EVP_DigestSign(context.get(), nullptr, &size, data, bytes.size()) != 1) {
-    return cmsError("the private key cannot be used for signing");
-  }
+  auto size = static_cast<std::size_t>(EVP_PKEY_get_size(key));
   std::string signature(size, '\0');
   if (EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(signature.data()), &size, data,
                      bytes.size()) != 1) {

@@ -17,8 +17,6 @@ inline constexpr std::uint8_t kInteger = 0x02;
 inline constexpr std::uint8_t kOctetString = 0x04;
 inline constexpr std::uint8_t kNull = 0x05;
 inline constexpr std::uint8_t kObjectIdentifier = 0x06;
-inline constexpr std::uint8_t kUTCTime = 0x17;
-inline constexpr std::uint8_t kGeneralizedTime = 0x18;
 inline constexpr std::uint8_t kSequence = 0x30;
 inline constexpr std::uint8_t kSet = 0x31;
 /// Context-specific, constructed.
