@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <cstring>
+#include <span>
 
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
@@ -27,11 +27,11 @@ using SignatureHandle = Handle<ECDSA_SIG, ECDSA_SIG_free>;
 constexpr std::size_t kSize = 32;
 /// One attempt in 2^32 fails, so more than a few mean that something is broken.
 constexpr int kMostAttempts = 16;
-using Block = std::array<unsigned char, kSize>;
 
 /// Wiped when destroyed.
+template <std::size_t size = kSize>
 struct Secret {
-  Block bytes{};
+  std::array<unsigned char, size> bytes{};
   ~Secret() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
 };
 
@@ -50,48 +50,41 @@ bool isOnP256(EVP_PKEY* key) {
 /// The generator of RFC 6979, section 3.2; "key" and "value" are its K and V.
 class NonceGenerator {
  public:
-  /// `secret` is the private key, `digest` the message's digest reduced by the group's order.
-  NonceGenerator(const Block& secret, const Block& digest) {
+  /// `seed`: the private key, then the message's digest reduced by the group's order.
+  explicit NonceGenerator(const Secret<2 * kSize>& seed) {
     value_.bytes.fill(1);
-    for (const auto step : {std::uint8_t{0}, std::uint8_t{1}}) {
-      std::array<unsigned char, kSize + 1 + 2 * kSize> input{};
-      std::copy(value_.bytes.begin(), value_.bytes.end(), input.begin());
-      input[kSize] = step;
-      std::copy(secret.begin(), secret.end(), input.begin() + kSize + 1);
-      std::copy(digest.begin(), digest.end(), input.begin() + 2 * kSize + 1);
-      isGood_ = isGood_ && hmac(input.data(), input.size(), key_.bytes);
-      OPENSSL_cleanse(input.data(), input.size());
-      isGood_ = isGood_ && hmac(value_.bytes.data(), kSize, value_.bytes);
-    }
+    update(0, seed.bytes);
+    update(1, seed.bytes);
   }
 
   /// The next candidate; null if OpenSSL fails.
   Number next() {
-    isGood_ = isGood_ && hmac(value_.bytes.data(), kSize, value_.bytes);
+    hmac(value_.bytes, value_);
     return isGood_ ? numberFrom(value_.bytes.data()) : nullptr;
   }
 
   /// Rejects the last candidate.
-  void skip() {
-    std::array<unsigned char, kSize + 1> input{};
-    std::copy(value_.bytes.begin(), value_.bytes.end(), input.begin());
-    isGood_ = isGood_ && hmac(input.data(), input.size(), key_.bytes) &&
-              hmac(value_.bytes.data(), kSize, value_.bytes);
-  }
+  void skip() { update(0, {}); }
 
  private:
-  bool hmac(const unsigned char* data, std::size_t size, Block& out) {
-    Secret result;
-    if (!HMAC(EVP_sha256(), key_.bytes.data(), static_cast<int>(kSize), data, size,
-              result.bytes.data(), nullptr)) {
-      return false;
-    }
-    out = result.bytes;
-    return true;
+  void update(unsigned char step, std::span<const unsigned char> seed) {
+    Secret<kSize + 1 + 2 * kSize> input;
+    std::ranges::copy(value_.bytes, input.bytes.begin());
+    input.bytes[kSize] = step;
+    std::ranges::copy(seed, input.bytes.begin() + kSize + 1);
+    hmac(std::span(input.bytes).first(kSize + 1 + seed.size()), key_);
+    hmac(value_.bytes, value_);
   }
 
-  Secret key_;
-  Secret value_;
+  void hmac(std::span<const unsigned char> data, Secret<>& out) {
+    Secret result;
+    isGood_ = isGood_ && HMAC(EVP_sha256(), key_.bytes.data(), static_cast<int>(kSize), data.data(),
+                              data.size(), result.bytes.data(), nullptr);
+    out = result;
+  }
+
+  Secret<> key_;
+  Secret<> value_;
   bool isGood_ = true;
 };
 
@@ -148,19 +141,18 @@ std::optional<std::string> deterministicSignature(const SHA256Digest& digest, EV
   if (!isOnP256(key) || EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_PRIV_KEY, &raw) != 1) {
     return std::nullopt;
   }
-  Secret secret;
+  Secret<2 * kSize> seed;
   Number scalar(raw);
-  if (BN_bn2binpad(raw, secret.bytes.data(), static_cast<int>(kSize)) < 0) return std::nullopt;
+  if (BN_bn2binpad(raw, seed.bytes.data(), static_cast<int>(kSize)) < 0) return std::nullopt;
   Number message = numberFrom(reinterpret_cast<const unsigned char*>(digest.data()));
   Signer signer(std::move(scalar), Number(message ? BN_dup(message.get()) : nullptr));
   if (!signer.isReady()) return std::nullopt;
   // The order has as many bits as the digest, so one subtraction reduces it.
-  Block reduced{};
   if (BN_cmp(message.get(), signer.order()) >= 0) {
     BN_sub(message.get(), message.get(), signer.order());
   }
-  BN_bn2binpad(message.get(), reduced.data(), static_cast<int>(kSize));
-  NonceGenerator nonces(secret.bytes, reduced);
+  BN_bn2binpad(message.get(), seed.bytes.data() + kSize, static_cast<int>(kSize));
+  NonceGenerator nonces(seed);
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
     const Number nonce = nonces.next();
     if (!nonce) break;
