@@ -70,17 +70,6 @@ Result<KeychainContents> readFolder(const fs::path& folder, FileReader& reader) 
   return all;
 }
 
-std::vector<Certificate> eachOnce(std::vector<Certificate> certificates) {
-  std::set<std::string_view> seen;
-  std::vector<Certificate> unique;
-  for (Certificate& certificate : certificates) {
-    if (seen.insert(certificate.der().text()).second) unique.push_back(std::move(certificate));
-  }
-  return unique;
-}
-
-constexpr std::uint64_t kMaximumIterations = KeychainSession::Options().maximumIterations;
-
 }  // namespace
 
 KeychainSession::KeychainSession() : KeychainSession(Options()) {}
@@ -95,12 +84,17 @@ KeychainSession::~KeychainSession() {
 
 Result<Keychain> Keychain::open(const fs::path& path) {
   std::optional<FileReader> own;
-  FileReader& reader = sessionReader() ? *sessionReader() : own.emplace(kMaximumIterations);
+  FileReader& reader = sessionReader() ? *sessionReader()
+                                       : own.emplace(KeychainSession::Options().maximumIterations);
   auto contents =
       FileManager::isDirectoryAtPath(path) ? readFolder(path, reader) : reader.read(path);
   return std::move(contents).map([](KeychainContents all) {
+    std::set<std::string_view> seen;
+    std::erase_if(all.certificates, [&](const Certificate& certificate) {
+      return !seen.insert(certificate.der().text()).second;
+    });
     Keychain keychain;
-    keychain.certificates_ = eachOnce(std::move(all.certificates));
+    keychain.certificates_ = std::move(all.certificates);
     keychain.keys_ = std::move(all.keys);
     return keychain;
   });

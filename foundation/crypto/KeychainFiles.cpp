@@ -54,13 +54,8 @@ int givePassphrase(char* out, int size, int /*forWriting*/, void* context) {
   return static_cast<int>(text.size());
 }
 
-Error blockError(const Block& block, std::size_t number, std::string_view problem) {
-  return keychainError("block " + std::to_string(number) + " (" + std::string(block.label) + ") " +
-                       std::string(problem));
-}
-
-std::string withReason(const std::string& problem) {
-  return problem + ": " + OpenSSLErrorScope::reason();
+Error withReason(const std::string& problem) {
+  return keychainError(problem + ": " + OpenSSLErrorScope::reason());
 }
 
 bool isCertificateLabel(std::string_view label) {
@@ -100,40 +95,31 @@ bool isAffordable(const Block& block, KeyDerivationBudget& budget) {
   return budget.charge(algorithm);
 }
 
-Result<> addBlock(const Block& block, std::size_t number,
-                  const std::optional<Passphrase>& passphrase, KeyDerivationBudget& budget,
-                  KeychainContents& contents) {
+Result<> addBlock(const Block& block, const std::optional<Passphrase>& passphrase,
+                  KeyDerivationBudget& budget, KeychainContents& contents) {
   const BIOHandle reader = memoryReader(bytesOf(block.text));
   void* context = const_cast<std::optional<Passphrase>*>(&passphrase);
   if (isCertificateLabel(block.label)) {
     X509* certificate = PEM_read_bio_X509_AUX(reader.get(), nullptr, givePassphrase, context);
-    if (!certificate) return blockError(block, number, withReason("is no certificate"));
+    if (!certificate) return withReason("is no certificate");
     contents.certificates.push_back(Certificate::adopt(certificate));
   } else if (block.label.ends_with("PRIVATE KEY")) {
-    if (!isAffordable(block, budget)) {
-      return blockError(block, number, budget.error()->localizedDescription());
-    }
+    if (!isAffordable(block, budget)) return *budget.error();
     const PKeyHandle decoded(PEM_read_bio_PrivateKey_ex(reader.get(), nullptr, givePassphrase,
                                                         context, legacyLibrary(), nullptr));
     EVP_PKEY* key = decoded ? inDefaultLibrary(decoded.get()) : nullptr;
-    if (!key && isEncrypted(block)) {
-      return blockError(block, number, lockedError(passphrase).localizedDescription());
-    }
-    if (!key) return blockError(block, number, withReason("cannot be read as a private key"));
+    if (!key && isEncrypted(block)) return lockedError(passphrase);
+    if (!key) return withReason("cannot be read as a private key");
     contents.keys.push_back(PrivateKey::adopt(key));
   }
   return {};
 }
 
-bool canBeReadByOthers(const fs::path& path) {
+void warnIfReadableByOthers(const fs::path& path, std::string_view holds) {
+  constexpr fs::perms kOthers = fs::perms::group_read | fs::perms::others_read;
   std::error_code failure;
   const auto permissions = fs::status(path, failure).permissions();
-  return !failure &&
-         (permissions & (fs::perms::group_read | fs::perms::others_read)) != fs::perms::none;
-}
-
-void warnIfReadableByOthers(const fs::path& path, std::string_view holds) {
-  if (!canBeReadByOthers(path)) return;
+  if (failure || (permissions & kOthers) == fs::perms::none) return;
   systemLogOnce(path.string() + " holds " + std::string(holds) +
                 " and can be read by other users of this computer");
 }
@@ -217,10 +203,11 @@ Result<KeychainContents> readPEM(std::string_view text, const std::optional<Pass
   const OpenSSLErrorScope errors;
   KeychainContents contents;
   KeyDerivationBudget budget(iterationsLeft);
-  std::size_t number = 0;
-  while (const auto block = takeBlock(text)) {
-    const auto added = addBlock(*block, ++number, passphrase, budget, contents);
-    if (!added) return added.error();
+  for (std::size_t number = 1; const auto block = takeBlock(text); ++number) {
+    if (const auto added = addBlock(*block, passphrase, budget, contents); !added) {
+      return keychainError("block " + std::to_string(number) + " (" + std::string(block->label) +
+                           ") " + added.error().localizedDescription());
+    }
   }
   return contents;
 }

@@ -27,10 +27,6 @@ struct PassphraseView {
   int size = 0;
 };
 
-PassphraseView viewOf(const Passphrase& passphrase) {
-  return {passphrase.text().c_str(), static_cast<int>(passphrase.text().size())};
-}
-
 class BagReader {
  public:
   BagReader(PassphraseView passphrase, KeyDerivationBudget& budget)
@@ -153,11 +149,12 @@ Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>
                                     std::uint64_t& iterationsLeft) {
   const OpenSSLErrorScope errors;
   const PKCS12Handle file = decoded(bytes);
-  if (!file) {
-    return keychainError("not a PKCS #12 file: " + OpenSSLErrorScope::reason());
-  }
+  if (!file) return keychainError("not a PKCS #12 file: " + OpenSSLErrorScope::reason());
   std::vector<PassphraseView> tries{{}, {"", 0}};
-  if (passphrase) tries = {viewOf(*passphrase)};
+  if (passphrase) {
+    const std::string& text = passphrase->text();
+    tries = {PassphraseView{text.c_str(), static_cast<int>(text.size())}};
+  }
   for (const PassphraseView tried : tries) {
     KeyDerivationBudget budget(iterationsLeft);
     if (auto contents = unlocked(file.get(), tried, budget)) return *std::move(contents);
