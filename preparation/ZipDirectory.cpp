@@ -148,28 +148,15 @@ Result<Location> locate(Bytes archive) {
 
 // ---- Entries
 
-/// An entry's numbers before Zip64: the largest value refers to the Zip64 field.
-struct SmallNumbers {
-  std::uint32_t compressedSize;
-  std::uint32_t uncompressedSize;
-  std::uint32_t headerOffset;
-  std::uint16_t disk;
-};
-
-Result<> readZip64Field(Bytes field, const SmallNumbers& small, ZipEntry& entry) {
+/// Replaces the entry's saturated numbers, in the field's order.
+Result<> readZip64Field(Bytes field, ZipEntry& entry) {
   std::uint64_t used = 0;
-  const auto take = [&](std::uint32_t number, std::uint64_t& target) {
-    if (number != kSaturated32) return true;
+  for (auto* number : {&entry.uncompressedSize, &entry.compressedSize, &entry.headerOffset}) {
+    if (*number != kSaturated32) continue;
     const auto large = foundation::readAt<std::uint64_t>(field, used);
-    if (!large) return false;
-    target = *large;
+    if (!large) return problem("Zip64 field of " + text(field.size()) + " bytes is too short");
+    *number = *large;
     used += sizeof *large;
-    return true;
-  };
-  if (!take(small.uncompressedSize, entry.uncompressedSize) ||
-      !take(small.compressedSize, entry.compressedSize) ||
-      !take(small.headerOffset, entry.headerOffset)) {
-    return problem("Zip64 field of " + text(field.size()) + " bytes is too short");
   }
   return {};
 }
@@ -191,9 +178,9 @@ Result<> readUnicodePath(Bytes field, ZipEntry& entry) {
 
 /// A remainder too short for a field is padding. Readers disagree on which of two Unicode paths
 /// counts.
-Result<> readExtra(Bytes extra, const SmallNumbers& small, ZipEntry& entry) {
-  bool needsZip64 = small.compressedSize == kSaturated32 ||
-                    small.uncompressedSize == kSaturated32 || small.headerOffset == kSaturated32;
+Result<> readExtra(Bytes extra, ZipEntry& entry) {
+  bool needsZip64 = entry.compressedSize == kSaturated32 ||
+                    entry.uncompressedSize == kSaturated32 || entry.headerOffset == kSaturated32;
   bool hasUnicodePath = false;
   while (extra.size() >= kExtraHeaderSize) {
     const auto kind = numberAt<std::uint16_t>(extra, 0);
@@ -205,7 +192,7 @@ Result<> readExtra(Bytes extra, const SmallNumbers& small, ZipEntry& entry) {
     }
     Result<> read;
     if (kind == kZip64Field && needsZip64) {
-      read = readZip64Field(*field, small, entry);
+      read = readZip64Field(*field, entry);
       needsZip64 = false;
     } else if (kind == kUnicodePathField) {
       if (std::exchange(hasUnicodePath, true)) return problem("a second Unicode path");
@@ -219,12 +206,10 @@ Result<> readExtra(Bytes extra, const SmallNumbers& small, ZipEntry& entry) {
 }
 
 /// `dataEnd`: where the directory begins, after all data.
-Result<> checkEntry(const ZipEntry& entry, const SmallNumbers& small, std::uint64_t dataEnd) {
+Result<> checkEntry(const ZipEntry& entry, std::uint16_t disk, std::uint64_t dataEnd) {
   if (entry.name.empty()) return problem("no name");
   if (entry.name.find('\0') != entry.name.npos) return problem("name with a NUL");
-  if (small.disk != 0 && small.disk != kSaturated16) {
-    return problem("on disk " + text(small.disk));
-  }
+  if (disk != 0 && disk != kSaturated16) return problem("on disk " + text(disk));
   if (entry.headerOffset > dataEnd || dataEnd - entry.headerOffset < kLocalHeaderSize) {
     return problem("header at " + text(entry.headerOffset) + ", the directory is at " +
                    text(dataEnd));
@@ -237,7 +222,8 @@ Result<> checkEntry(const ZipEntry& entry, const SmallNumbers& small, std::uint6
   return {};
 }
 
-/// Consumes one entry from the front of `directory`.
+/// Consumes one entry from the front of `directory`. Zip64 numbers replace the largest values of
+/// the older ones.
 Result<ZipEntry> takeEntry(Bytes& directory, std::uint64_t dataEnd) {
   const auto header = foundation::slice(directory, 0, kEntrySize);
   if (!header) {
@@ -252,25 +238,21 @@ Result<ZipEntry> takeEntry(Bytes& directory, std::uint64_t dataEnd) {
   if (size > directory.size()) {
     return problem("size " + text(size) + ", " + text(directory.size()) + " left");
   }
-  const SmallNumbers small{.compressedSize = numberAt<std::uint32_t>(*header, 20),
-                           .uncompressedSize = numberAt<std::uint32_t>(*header, 24),
-                           .headerOffset = numberAt<std::uint32_t>(*header, 42),
-                           .disk = numberAt<std::uint16_t>(*header, 34)};
   ZipEntry entry{.name = foundation::textOf(directory.subspan(kEntrySize, nameSize)),
                  .isUTF8 = (numberAt<std::uint16_t>(*header, 8) & kUTF8Flag) != 0,
                  .method = numberAt<std::uint16_t>(*header, 10),
-                 .compressedSize = small.compressedSize,
-                 .uncompressedSize = small.uncompressedSize,
-                 .headerOffset = small.headerOffset};
+                 .compressedSize = numberAt<std::uint32_t>(*header, 20),
+                 .uncompressedSize = numberAt<std::uint32_t>(*header, 24),
+                 .headerOffset = numberAt<std::uint32_t>(*header, 42)};
   const auto host = numberAt<std::uint16_t>(*header, 4) >> 8;
   if (host == kUnixHost || host == kDarwinHost) {
     entry.unixMode = numberAt<std::uint32_t>(*header, 38) >> 16;
   }
-  auto read = readExtra(directory.subspan(kEntrySize + nameSize, extraSize), small, entry);
-  if (read) read = checkEntry(entry, small, dataEnd);
-  if (!read) return std::move(read.error());
+  const Bytes extra = directory.subspan(kEntrySize + nameSize, extraSize);
   directory = directory.subspan(static_cast<std::size_t>(size));
-  return entry;
+  return readExtra(extra, entry)
+      .andThen([&] { return checkEntry(entry, numberAt<std::uint16_t>(*header, 34), dataEnd); })
+      .map([&] { return entry; });
 }
 
 }  // namespace
