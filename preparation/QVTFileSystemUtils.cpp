@@ -1,7 +1,7 @@
 #include "preparation/QVTFileSystemUtils.h"
 
-#include <algorithm>
 #include <filesystem>
+#include <map>
 #include <utility>
 
 #include <sys/stat.h>
@@ -62,9 +62,9 @@ bool okOrLogged(const Result<>& result) {
 }
 
 Result<std::string> appStorage() {
-  Result<std::string> temporary = FileManager::temporaryDirectory();
-  if (!temporary) return temporary.error();
-  return appendingPathComponent(*temporary, "com.quorvantile.mac/apps");
+  return FileManager::temporaryDirectory().map([](const std::string& temporary) {
+    return appendingPathComponent(temporary, "com.quorvantile.mac/apps");
+  });
 }
 
 /// The target of a link; anything else as is.
@@ -84,16 +84,14 @@ Result<std::string> copyToNewFolder(const std::string& path) {
   if (const Result<> made = PrivateDirectory::make(folder); !made) return made.error();
   // The copy of a link would still lead to the original, which must not change.
   const Result<> copied = FileManager::copyItemAtPath(behindLinks(path), destination);
-  if (copied) return destination;
-  okOrLogged(FileManager::removeItemAtPath(folder));
-  return copied.error();
+  if (!copied) okOrLogged(FileManager::removeItemAtPath(folder));
+  return copied.map([&] { return destination; });
 }
 
 template <class T>
 std::optional<T> valueOrStore(Result<T> result, ErrorSlot error) {
-  if (result) return *std::move(result);
-  store(error, std::move(result.error()));
-  return std::nullopt;
+  if (!result) store(error, result.error());
+  return std::move(result).value();
 }
 
 /// The platform's code for a URL that does not name a file.
@@ -108,23 +106,15 @@ Result<std::vector<foundation::URL>> dateSortedContents(const std::string& text)
   const std::string folder = url->path();
   const auto names = FileManager::visibleContentsOfDirectoryAtPath(folder);
   if (!names) return names.error();
-  struct Entry {
-    foundation::Date created;
-    foundation::URL url;
-  };
-  std::vector<Entry> entries;
+  std::multimap<foundation::Date, foundation::URL> byDate;
   for (const std::string& name : *names) {
     const std::string path = appendingPathComponent(folder, name);
     // An entry that has disappeared meanwhile counts as the oldest.
-    entries.push_back(
-        {FileManager::creationDateOfItemAtPath(path).value_or(foundation::Date::min()),
-         foundation::URL::fileURLWithPath(path)});
+    byDate.emplace(FileManager::creationDateOfItemAtPath(path).value_or(foundation::Date::min()),
+                   foundation::URL::fileURLWithPath(path));
   }
-  std::stable_sort(entries.begin(), entries.end(),
-                   [](const Entry& a, const Entry& b) { return a.created < b.created; });
   std::vector<foundation::URL> urls;
-  urls.reserve(entries.size());
-  for (Entry& entry : entries) urls.push_back(std::move(entry.url));
+  for (auto& [date, entry] : byDate) urls.push_back(std::move(entry));
   return urls;
 }
 
@@ -182,10 +172,7 @@ bool QVTFileSystemUtils::isZeroByteFile(const std::string& path) {
 
 std::optional<std::string> QVTFileSystemUtils::inflateToTemporaryPathArchive(
     const std::string& archive, ErrorSlot error) {
-  Result<Inflation> inflation = inflateArchive(archive);
-  if (inflation) return std::move(inflation->folder);
-  store(error, std::move(inflation.error()));
-  return std::nullopt;
+  return valueOrStore(inflateArchive(archive).map(&Inflation::folder), error);
 }
 
 std::optional<std::vector<std::string>> QVTFileSystemUtils::findPathsToAppsInDirectory(

@@ -12,12 +12,6 @@ using foundation::Result;
 
 namespace {
 
-void logOtherApps(const Inflation& inflation, const std::string& payload) {
-  if (inflation.otherApps.empty()) return;
-  foundation::systemLog("ignoring what did not come with this archive in %@: %@", payload,
-                        foundation::joined(inflation.otherApps, ", "));
-}
-
 /// What a link leads to is not the archive's: signing would change it, and the end of the run would
 /// remove it.
 Result<> checkNoLink(const std::string& path) {
@@ -29,17 +23,19 @@ Result<> checkNoLink(const std::string& path) {
 
 Result<std::string> appPathIn(const Inflation& inflation) {
   const std::string payload = inflation.folder + "Payload";
-  if (auto checked = checkNoLink(payload); !checked) return std::move(checked.error());
-  logOtherApps(inflation, payload);
+  if (const auto checked = checkNoLink(payload); !checked) return checked.error();
+  if (!inflation.otherApps.empty()) {
+    foundation::systemLog("ignoring what did not come with this archive in %@: %@", payload,
+                          foundation::joined(inflation.otherApps, ", "));
+  }
   if (inflation.apps.empty()) {
     std::optional<foundation::Error> unlistable;
     QVTFileSystemUtils::findPathsToAppsInDirectory(payload, &unlistable);
     if (unlistable) foundation::systemLog("%@", unlistable->localizedDescription());
     return foundation::makeError(foundation::kPOSIXErrorDomain, ENOENT, "no app in its Payload");
   }
-  std::string app = payload + "/" + inflation.apps.front();
-  if (auto checked = checkNoLink(app); !checked) return std::move(checked.error());
-  return app;
+  const std::string app = payload + "/" + inflation.apps.front();
+  return checkNoLink(app).map([&] { return app; });
 }
 
 }  // namespace

@@ -61,8 +61,8 @@ bool isThere(const std::string& path) {
 }
 
 std::vector<std::string> namesIn(const std::string& folder) {
-  auto names = FileManager::contentsOfDirectoryAtPath(folder);
-  return names ? *std::move(names) : std::vector<std::string>();
+  return FileManager::contentsOfDirectoryAtPath(folder).value().value_or(
+      std::vector<std::string>());
 }
 
 std::string payloadOf(const std::string& folder) {
@@ -270,17 +270,15 @@ Result<> TemporaryItems::claimFolder(const std::string& path) {
   const std::string relative = relativePath(*temporary, path);
   Item item{.path = *temporary + relative, .claim = {}};
   if (Claims::ofThisProcess().has(item.path)) return {};
-  if (const auto made = FileManager::createDirectoryWithIntermediates(*temporary); !made) {
-    return made.error();
-  }
-  auto claim = waitForClaim(*temporary, relative);
-  if (!claim) return claim.error();
-  item.claim = *std::move(claim);
-  item.mayBeRemoved = isPathOfAnItem(relative);
-  rememberWhatWasThere(item);
-  item.claim.write(item.wasThere || !item.mayBeRemoved ? "" : relative);
-  Claims::ofThisProcess().add(std::move(item));
-  return {};
+  return FileManager::createDirectoryWithIntermediates(*temporary)
+      .andThen([&] { return waitForClaim(*temporary, relative); })
+      .map([&](LockFile claim) {
+        item.claim = std::move(claim);
+        item.mayBeRemoved = isPathOfAnItem(relative);
+        rememberWhatWasThere(item);
+        item.claim.write(item.wasThere || !item.mayBeRemoved ? "" : relative);
+        Claims::ofThisProcess().add(std::move(item));
+      });
 }
 
 void TemporaryItems::claimNew(const std::string& path) {
