@@ -90,8 +90,8 @@ int QVTAppInfo::prepBinaryWithArchivePath(const std::string& path) {
 
 bool QVTAppInfo::readBinary() {
   const auto bundle = codeSignedResource_->bundle();
-  const auto executable = bundle ? bundle->executableURL() : std::nullopt;
-  binary_ = executable ? QVTMachOBinary::initWithURL(*executable) : nullptr;
+  const auto executable = bundle ? bundle->executablePath() : std::nullopt;
+  binary_ = executable ? QVTMachOBinary::MachOBinaryWithPath(*executable) : nullptr;
   // Deliberately not an error: without a binary, the run ends at the upload.
   if (!binary_) QVTCLUtilLog("Unable to read Mach-O binary.");
   return binary_ != nullptr;

@@ -96,10 +96,4 @@ std::optional<std::string> Bundle::executablePath() const {
   return std::nullopt;
 }
 
-std::optional<URL> Bundle::executableURL() const {
-  const std::optional<std::string> path = executablePath();
-  if (!path) return std::nullopt;
-  return URL::fileURLWithPath(*path);
-}
-
 }  // namespace foundation

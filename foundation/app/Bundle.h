@@ -5,7 +5,6 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/base/URL.h"
 #include "foundation/base/Value.h"
 
 namespace foundation {
@@ -32,7 +31,6 @@ class Bundle {
   /// The file named by CFBundleExecutable or, without that key, named like the folder without its
   /// extension; absent if it does not exist.
   [[nodiscard]] std::optional<std::string> executablePath() const;
-  [[nodiscard]] std::optional<URL> executableURL() const;
 
  private:
   Bundle() = default;

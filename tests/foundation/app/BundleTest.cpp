@@ -73,8 +73,6 @@ TEST(Bundle, FindsItsExecutable) {
     ASSERT_TRUE(bundle);
     const auto expected = c.expected ? std::optional(app + "/" + c.expected) : std::nullopt;
     EXPECT_EQ(bundle->executablePath(), expected);
-    const auto url = bundle->executableURL();
-    EXPECT_EQ(url ? std::optional(url->path()) : std::nullopt, expected);
   }
 }
 
