@@ -1,28 +1,12 @@
 #include "macho/QVTMachOBinary.h"
 
 #include <algorithm>
-#include <utility>
+#include <map>
 
 #include "foundation/base/Error.h"
 #include "foundation/base/Format.h"
 #include "macho/Hashing.h"
 #include "macho/private/Mappings.h"
-
-namespace {
-
-/// Architecture names in ascending order, each with its place in the file; equal ones in file
-/// order.
-std::vector<std::pair<std::string, std::size_t>> sortedNames(
-    const std::vector<std::shared_ptr<QVTMachOSlice>>& slices) {
-  std::vector<std::pair<std::string, std::size_t>> names;
-  for (std::size_t i = 0; i < slices.size(); ++i) {
-    names.emplace_back(slices[i]->architectureName(), i);
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-}  // namespace
 
 std::shared_ptr<QVTMachOBinary> QVTMachOBinary::MachOBinaryWithPath(std::string_view path) {
   return initWithURL(foundation::URL::fileURLWithPath(path));
@@ -49,8 +33,13 @@ void QVTMachOBinary::readSlices() {
 
 const std::string& QVTMachOBinary::instanceIdentifier() const {
   if (instanceIdentifier_) return *instanceIdentifier_;
+  // Equal names stay in file order.
+  std::multimap<std::string, std::size_t> places;
+  for (std::size_t i = 0; i < slices_.size(); ++i) {
+    places.emplace(slices_[i]->architectureName(), i);
+  }
   std::string text;
-  for (const auto& [name, index] : sortedNames(slices_)) {
+  for (const auto& [name, index] : places) {
     const auto& uuid = slices_[index]->uuid();
     if (!uuid) {
       throw foundation::Exception(foundation::format(

@@ -6,8 +6,6 @@
 #include "foundation/base/Path.h"
 #include "foundation/file/FileManager.h"
 
-using foundation::FileManager::subpathsOfDirectoryAtPath;
-
 namespace {
 
 constexpr std::string_view kIdentifierPrefix = "com.apple.xcode.dsym.";
@@ -28,7 +26,7 @@ std::shared_ptr<QVTdSYM> QVTdSYM::initWithURL(const foundation::URL& url) {
   if (!bundle) return nullptr;
   const std::string folder = foundation::appendingPathComponent(path, "Contents/Resources/DWARF");
   if (!foundation::FileManager::isDirectoryAtPath(folder)) return nullptr;
-  const auto entries = subpathsOfDirectoryAtPath(folder);
+  const auto entries = foundation::FileManager::subpathsOfDirectoryAtPath(folder);
   if (!entries || entries->empty()) return nullptr;
   auto binary = QVTMachOBinary::initWithURL(foundation::URL::fileURLWithPath(
       foundation::appendingPathComponent(folder, entries->front())));

@@ -14,7 +14,6 @@ namespace macho {
 
 inline constexpr std::uint32_t FAT_MAGIC = 0xcafebabe;
 inline constexpr std::uint32_t FAT_CIGAM = 0xbebafeca;
-inline constexpr std::uint32_t FAT_MAGIC_64 = 0xcafebabf;
 inline constexpr std::uint32_t FAT_CIGAM_64 = 0xbfbafeca;
 
 struct fat_header {
@@ -256,21 +255,13 @@ struct linkedit_data_command {
   std::uint32_t datasize;
 };
 
+/// LC_ENCRYPTION_INFO_64 adds four bytes of padding.
 struct encryption_info_command {
   std::uint32_t cmd;
   std::uint32_t cmdsize;
   std::uint32_t cryptoff;
   std::uint32_t cryptsize;
   std::uint32_t cryptid;  ///< 0: not encrypted
-};
-
-struct encryption_info_command_64 {
-  std::uint32_t cmd;
-  std::uint32_t cmdsize;
-  std::uint32_t cryptoff;
-  std::uint32_t cryptsize;
-  std::uint32_t cryptid;
-  std::uint32_t pad;
 };
 
 inline constexpr char SEG_TEXT[] = "__TEXT";

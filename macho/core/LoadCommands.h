@@ -71,9 +71,6 @@ struct SegmentCommand {
   std::uint64_t fileSize = 0;
   std::uint32_t sectionCount = 0;  ///< as claimed
 };
-constexpr bool isSegment(std::uint32_t command) {
-  return command == LC_SEGMENT || command == LC_SEGMENT_64;
-}
 /// Bytes of a segment command without its sections, and of each section.
 std::size_t segmentSize(std::uint32_t command);
 std::size_t sectionSize(std::uint32_t command);

@@ -92,13 +92,11 @@ MachOImage& MachOImage::dylib(std::string_view path, std::uint32_t cmd) {
 }
 
 MachOImage& MachOImage::encryption(std::uint32_t cryptid) {
-  if (is64Bit()) {
-    return command(recordBytes(macho::encryption_info_command_64{
-        macho::LC_ENCRYPTION_INFO_64, sizeof(macho::encryption_info_command_64), 0, 0, cryptid,
-        0}));
-  }
-  return command(recordBytes(macho::encryption_info_command{
-      macho::LC_ENCRYPTION_INFO, sizeof(macho::encryption_info_command), 0, 0, cryptid}));
+  const std::string padding(is64Bit() ? 4 : 0, '\0');
+  const macho::encryption_info_command record{
+      is64Bit() ? macho::LC_ENCRYPTION_INFO_64 : macho::LC_ENCRYPTION_INFO,
+      size32(sizeof record + padding.size()), 0, 0, cryptid};
+  return command(recordBytes(record) + padding);
 }
 
 MachOImage& MachOImage::segment(std::string_view name, std::uint64_t address, std::uint64_t size,
