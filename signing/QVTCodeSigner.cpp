@@ -161,15 +161,13 @@ bool QVTCodeSigner::exportAppEntitlementsToPathResourceRulesToPath(
     const std::string& resourceRulesPath) const {
   log("Exporting entitlements and resources from %@", appPath);
   // The colon asks for the bare property list, without the blob header.
+  const std::vector<std::string> arguments{
+      "--display",      "--resource-rules",     resourceRulesPath,
+      "--entitlements", ":" + entitlementsPath, appPath};
   std::optional<Error> failure;
-  if (launchCodeSignWithArgumentsErrorCode(
-          {"--display", "--resource-rules", resourceRulesPath, "--entitlements",
-           foundation::format(":%@", entitlementsPath), appPath},
-          0, &failure)) {
-    return true;
-  }
-  if (foundation::FileManager::fileExistsAtPath(entitlementsPath) &&
-      foundation::FileManager::fileExistsAtPath(resourceRulesPath)) {
+  if (launchCodeSignWithArgumentsErrorCode(arguments, 0, &failure) ||
+      (foundation::FileManager::fileExistsAtPath(entitlementsPath) &&
+       foundation::FileManager::fileExistsAtPath(resourceRulesPath))) {
     return true;
   }
   // The caller's error cannot carry it.

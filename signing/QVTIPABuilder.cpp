@@ -26,13 +26,6 @@ constexpr const char* kDistributionMark = "QuorvantileSignedForDistribution";
 constexpr const char* kBetaReports = "beta-reports-active";
 constexpr const char* kPayload = "Payload";
 
-/// A bare file name has the current folder as its parent, which exists.
-Result<> makeParentOf(const std::string& path) {
-  const std::string parent = foundation::deletingLastPathComponent(path);
-  if (parent.empty()) return {};
-  return PrivateDirectory::make(parent);
-}
-
 /// Logs a failure, which the caller's error cannot carry.
 bool rewrite(foundation::Dictionary list, const std::string& path) {
   const Result<> written = PropertyList::writeToFileAtomically(std::move(list), path);
@@ -98,10 +91,10 @@ Result<> QVTIPABuilder::package(const std::string& source, const std::string& de
   if (!infoPlistAlreadyHasDistribution(app)) {
     if (auto resigned = resign(app, payload); !resigned) return resigned;
   }
-  if (const auto made = makeParentOf(destination); !made) {
-    return failureOf(kPreparingFolders, made.error());
-  }
-  return zip(destination, workFolder);
+  // A bare file name has the current folder as its parent, which exists.
+  const std::string parent = foundation::deletingLastPathComponent(destination);
+  const auto made = parent.empty() ? Result<>() : PrivateDirectory::make(parent);
+  return made ? zip(destination, workFolder) : failureOf(kPreparingFolders, made.error());
 }
 
 Result<> QVTIPABuilder::resign(const std::string& app, const std::string& payload) const {

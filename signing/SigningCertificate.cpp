@@ -12,21 +12,12 @@ using foundation::SigningKeychains;
 
 namespace {
 
-foundation::Error missing(std::string why) {
-  return foundation::makeError(QVTProvisioningProfileErrorDomain, -1, std::move(why));
-}
-
 std::string nameOf(const Certificate& certificate) {
   return certificate.subjectSummary().value_or(foundation::uppercaseHex(certificate.sha1()));
 }
 
 std::string listOf(const std::vector<std::string>& names) {
   return "\"" + foundation::joined(names, "\", \"") + "\"";
-}
-
-std::string placeOf(const std::optional<std::string>& keychainPath) {
-  return keychainPath.value_or(foundation::appendingPathComponent(
-      foundation::FileManager::homeDirectory(), "Library/Keychains"));
 }
 
 /// Names the owners of the private keys whose certificates are in the keychain, too.
@@ -42,7 +33,8 @@ std::string holdings(const foundation::Keychain& keychain) {
 
 std::string whyNone(const QVTProvisioningProfile& profile, const SigningKeychains& keychains,
                     const std::optional<std::string>& keychainPath) {
-  const std::string place = placeOf(keychainPath);
+  const std::string place = keychainPath.value_or(foundation::appendingPathComponent(
+      foundation::FileManager::homeDirectory(), "Library/Keychains"));
   if (!keychainPath && !foundation::FileManager::isDirectoryAtPath(place)) {
     return "no keychain was named, and there is no folder " + place;
   }
@@ -74,5 +66,6 @@ foundation::Result<std::shared_ptr<QVTDeveloperCertificate>> certificateToSignWi
     refusal = admitted.error();
   }
   if (refusal) return *refusal;
-  return missing(whyNone(profile, *keychains, keychainPath));
+  return foundation::makeError(QVTProvisioningProfileErrorDomain, -1,
+                               whyNone(profile, *keychains, keychainPath));
 }
