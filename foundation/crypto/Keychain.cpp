@@ -72,10 +72,8 @@ Result<KeychainContents> readFolder(const fs::path& folder, FileReader& reader) 
 
 }  // namespace
 
-KeychainSession::KeychainSession() : KeychainSession(Options()) {}
-
-KeychainSession::KeychainSession(const Options& options) : isOutermost_(!sessionReader()) {
-  if (isOutermost_) sessionReader().emplace(options.maximumIterations);
+KeychainSession::KeychainSession(std::uint64_t maximumIterations) : isOutermost_(!sessionReader()) {
+  if (isOutermost_) sessionReader().emplace(maximumIterations);
 }
 
 KeychainSession::~KeychainSession() {
@@ -84,8 +82,8 @@ KeychainSession::~KeychainSession() {
 
 Result<Keychain> Keychain::open(const fs::path& path) {
   std::optional<FileReader> own;
-  FileReader& reader = sessionReader() ? *sessionReader()
-                                       : own.emplace(KeychainSession::Options().maximumIterations);
+  FileReader& reader =
+      sessionReader() ? *sessionReader() : own.emplace(KeychainSession::kMaximumIterations);
   auto contents =
       FileManager::isDirectoryAtPath(path) ? readFolder(path, reader) : reader.read(path);
   return std::move(contents).map([](KeychainContents all) {

@@ -48,12 +48,10 @@ class Keychain {
 /// any thread, but not while a session begins or ends.
 class KeychainSession {
  public:
-  struct Options {
-    /// Of key derivation, for all files together.
-    std::uint64_t maximumIterations = 50'000'000;
-  };
-  KeychainSession();
-  explicit KeychainSession(const Options& options);
+  /// Of key derivation, for all files together.
+  static constexpr std::uint64_t kMaximumIterations = 50'000'000;
+
+  explicit KeychainSession(std::uint64_t maximumIterations = kMaximumIterations);
   ~KeychainSession();
   KeychainSession(const KeychainSession&) = delete;
   KeychainSession& operator=(const KeychainSession&) = delete;

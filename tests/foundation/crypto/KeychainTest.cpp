@@ -190,7 +190,7 @@ TEST_F(KeychainTest, ASessionReadsEachFileOnce) {
 }
 
 TEST_F(KeychainTest, TheIterationsOfASessionAreBounded) {
-  const KeychainSession session({.maximumIterations = 10'000});
+  const KeychainSession session(10'000);
   const auto problemOfNext = [&](const std::string& name) {
     return problemOf(write(name, test::makeSlowKeyFile(test::SlowPart::keyInPEM, 4096)));
   };
