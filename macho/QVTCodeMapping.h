@@ -22,12 +22,11 @@ class QVTCodeMapping {
   [[nodiscard]] std::int32_t source() const { return source_; }
   void setSource(std::int32_t source) { source_ = source; }
   /// Always absent: nothing in this library names a source.
-  [[nodiscard]] const std::optional<std::string>& sourceName() const { return sourceName_; }
+  [[nodiscard]] std::optional<std::string> sourceName() const { return std::nullopt; }
 
  private:
   explicit QVTCodeMapping(const foundation::URL& url) : url_(url) {}
 
   foundation::URL url_;
   std::int32_t source_ = 0;
-  std::optional<std::string> sourceName_;
 };

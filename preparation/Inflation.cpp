@@ -25,14 +25,12 @@ namespace {
 
 constexpr std::string_view kPayload = "Payload";
 
-bool isReadableFile(const std::string& path) {
-  return ::access(path.c_str(), R_OK) == 0 && !FileManager::isDirectoryAtPath(path);
-}
-
 /// If "A" cannot be opened, `unzip` silently takes "A.zip", which is another build.
 bool wouldUnpackAnother(const std::string& archive) {
-  return !isReadableFile(archive) && (FileManager::fileExistsAtPath(archive + ".zip") ||
-                                      FileManager::fileExistsAtPath(archive + ".ZIP"));
+  const bool isReadable =
+      ::access(archive.c_str(), R_OK) == 0 && !FileManager::isDirectoryAtPath(archive);
+  return !isReadable && (FileManager::fileExistsAtPath(archive + ".zip") ||
+                         FileManager::fileExistsAtPath(archive + ".ZIP"));
 }
 
 /// `unzip` can use neither, and would wait for a pipe's writer forever.
@@ -224,15 +222,17 @@ Result<Inflation> inflateArchive(const std::string& archive, const InflationOpti
     return foundation::posixError(ENOENT, "cannot read archive " + archive, archive);
   }
   const Contents contents = readContents(archive);
-  auto checked = checkSize(archive, contents.archiveSize, contents.declaredSize, options.limits);
-  if (!checked) return checked.error();
-  const auto sizeBefore = prepareFolder(*folder, contents);
+  const auto sizeBefore =
+      checkSize(archive, contents.archiveSize, contents.declaredSize, options.limits).andThen([&] {
+        return prepareFolder(*folder, contents);
+      });
   if (!sizeBefore) return sizeBefore.error();
   const std::string payload = *folder + std::string(kPayload);
   const std::set<std::string> before = appsIn(payload);
-  if (const auto unpacked = unzip(archive, *folder); !unpacked) return unpacked.error();
-  checked = checkSizeOnDisk(archive, *folder, contents, *sizeBefore, options.limits);
-  if (!checked) return checked.error();
+  const auto unpacked = unzip(archive, *folder).andThen([&] {
+    return checkSizeOnDisk(archive, *folder, contents, *sizeBefore, options.limits);
+  });
+  if (!unpacked) return unpacked.error();
   Inflation inflation{.folder = *folder, .apps = {}, .otherApps = {}};
   const auto names = QVTFileSystemUtils::findPathsToAppsInDirectory(payload);
   for (const std::string& name : names.value_or(std::vector<std::string>())) {

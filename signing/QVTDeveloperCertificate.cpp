@@ -12,11 +12,9 @@ using foundation::Keychain;
 namespace {
 
 bool holdsKeyOf(const std::optional<std::string>& keychainPath, const Certificate& certificate) {
-  if (!keychainPath) {
-    return Keychain::defaultSearchList().identityForCertificate(certificate).has_value();
-  }
-  const auto keychain = Keychain::open(*keychainPath);
-  return keychain && keychain->identityForCertificate(certificate).has_value();
+  const auto keychain =
+      keychainPath ? Keychain::open(*keychainPath) : Keychain::defaultSearchList();
+  return keychain && keychain->identityForCertificate(certificate);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include "foundation/app/UserDefaults.h"
 
 #include <algorithm>
-#include <mutex>
 
 #include "foundation/base/Path.h"
 #include "foundation/file/FileManager.h"
@@ -11,12 +10,6 @@
 namespace foundation {
 
 namespace {
-
-/// Guards every settings object; look-ups are rare and short.
-std::mutex& settingsMutex() {
-  static std::mutex mutex;
-  return mutex;
-}
 
 bool isOption(const std::string& element) { return element.starts_with('-'); }
 
@@ -33,17 +26,17 @@ void UserDefaults::setArguments(const std::vector<std::string>& arguments) {
     if (!isOption(arguments[i]) || arguments[i].size() == 1 || isOption(arguments[i + 1])) continue;
     pairs.insert_or_assign(arguments[i].substr(1), Value(arguments[i + 1]));
   }
-  const std::lock_guard lock(settingsMutex());
+  const std::lock_guard lock(mutex_);
   arguments_ = std::move(pairs);
 }
 
 void UserDefaults::addSuiteNamed(std::string_view name) {
-  const std::lock_guard lock(settingsMutex());
+  const std::lock_guard lock(mutex_);
   if (std::find(suites_.begin(), suites_.end(), name) == suites_.end()) suites_.emplace_back(name);
 }
 
 std::optional<Value> UserDefaults::objectForKey(std::string_view key) const {
-  const std::lock_guard lock(settingsMutex());
+  const std::lock_guard lock(mutex_);
   if (const Value* const argument = find(arguments_, key)) return *argument;
   for (const std::string& suite : suites_) {
     const std::string folder =

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,6 +32,7 @@ class UserDefaults {
   [[nodiscard]] std::optional<std::string> stringForKey(std::string_view key) const;
 
  private:
+  mutable std::mutex mutex_;
   Dictionary arguments_;
   std::vector<std::string> suites_;
 };

@@ -73,12 +73,11 @@ std::optional<std::string> Certificate::subjectValue(std::string_view oid) const
 }
 
 std::optional<std::string> Certificate::commonName() const {
-  const auto parts = subject();
-  const auto found = std::find_if(parts.rbegin(), parts.rend(), [](const NamePart& part) {
-    return part.label == kOIDCommonName;
-  });
-  if (found == parts.rend()) return std::nullopt;
-  return found->value;
+  std::optional<std::string> last;
+  for (const NamePart& part : subject()) {
+    if (part.label == kOIDCommonName) last = part.value;
+  }
+  return last;
 }
 
 std::optional<std::string> Certificate::subjectSummary() const {
