@@ -62,10 +62,9 @@ ReadingBudget::ReadingBudget(const void* address)
 
 SliceContents readContents(const QVTMachOSlice& slice, ReadingBudget& budget) {
   SliceContents contents;
-  QVTMachOSlice copy = slice;
-  const void* firstCommand = nullptr;
-  QVTMachOHeaderValues(&copy, &firstCommand, nullptr);
-  contents.hasHeader = firstCommand != nullptr;
+  const foundation::Bytes bytes = readableFrom(slice.startAddress);
+  const auto header = headerOf(bytes);
+  contents.hasHeader = header && header->size <= bytes.size();
   if (budget.commands == 0) return contents;
   walkLoadCommands(slice, [&](std::uint32_t cmd, std::uint32_t, const void* command) {
     readCommand(cmd, command, contents, budget.textBytes);

@@ -1,6 +1,5 @@
 #include "preparation/Inflation.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <set>
 
@@ -9,7 +8,6 @@
 
 #include "QVTSharedUtils/QVTTask.h"
 #include "foundation/base/Path.h"
-#include "foundation/base/Text.h"
 #include "foundation/file/FileManager.h"
 #include "foundation/file/MappedFile.h"
 #include "foundation/file/UserFolders.h"

@@ -7,8 +7,6 @@
 #include "foundation/process/SystemLog.h"
 #include "package/AppPackage.h"
 
-using foundation::appendingPathComponent;
-
 namespace {
 
 /// `what` begins the log lines ("Build version").
@@ -45,7 +43,7 @@ std::shared_ptr<QVTInfoPlist> QVTInfoPlist::initWithAppDirectory(std::string_vie
 
 std::shared_ptr<QVTInfoPlist> QVTInfoPlist::initWithFrameworkDirectory(std::string_view path) {
   for (const char* name : {"Resources/Info.plist", "Info.plist"}) {
-    const std::string file = appendingPathComponent(path, name);
+    const std::string file = foundation::appendingPathComponent(path, name);
     if (foundation::FileManager::fileExistsAtPath(file)) return initWithContentsOfFile(file);
   }
   return nullptr;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <map>
 #include <mutex>
 #include <set>
 #include <thread>

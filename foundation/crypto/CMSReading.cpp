@@ -4,7 +4,6 @@
 
 #include <openssl/cms.h>
 
-#include "foundation/base/Text.h"
 #include "foundation/crypto/CMS.h"
 #include "foundation/crypto/CertificateChain.h"
 #include "foundation/crypto/DER.h"

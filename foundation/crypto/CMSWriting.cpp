@@ -2,7 +2,6 @@
 
 #include <openssl/core_names.h>
 
-#include "foundation/base/Text.h"
 #include "foundation/crypto/CMS.h"
 #include "foundation/crypto/DER.h"
 #include "foundation/crypto/OpenSSL.h"

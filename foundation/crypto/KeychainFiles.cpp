@@ -1,12 +1,10 @@
 #include "foundation/crypto/private/KeychainFiles.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include <openssl/crypto.h>
 #include <openssl/pem.h>
 
-#include "foundation/base/Text.h"
 #include "foundation/crypto/OpenSSL.h"
 #include "foundation/crypto/private/KeyDerivationBudget.h"
 #include "foundation/file/FileManager.h"

@@ -27,100 +27,92 @@ struct PassphraseView {
   int size = 0;
 };
 
-class BagReader {
+/// Reads a file with one passphrase. Wherever that fails, the reason is in the budget or in
+/// OpenSSL's error queue.
+class PKCS12Reader {
  public:
-  BagReader(PassphraseView passphrase, KeyDerivationBudget& budget)
+  PKCS12Reader(PassphraseView passphrase, KeyDerivationBudget& budget)
       : passphrase_(passphrase), budget_(budget) {}
 
-  /// False if any bag cannot be read; the reason is in the budget or in OpenSSL's error queue.
-  bool read(const STACK_OF(PKCS12_SAFEBAG) * bags, int depth);
-  KeychainContents contents;
+  /// Absent for a wrong passphrase, a damaged file, or an exceeded budget.
+  std::optional<KeychainContents> read(PKCS12* file) {
+    if (!isWhole(file)) return std::nullopt;
+    const ContentsHandle contents(PKCS12_unpack_authsafes(file));
+    if (!contents) return std::nullopt;
+    for (int i = 0; i < sk_PKCS7_num(contents.get()); ++i) {
+      const BagsHandle bags = bagsOf(sk_PKCS7_value(contents.get(), i));
+      if (!addBags(bags.get(), 0)) return std::nullopt;
+    }
+    return std::move(found_);
+  }
 
  private:
-  bool readBag(const PKCS12_SAFEBAG* bag, int depth);
-  bool addKey(const PKCS8_PRIV_KEY_INFO* encoded);
-  bool addEncryptedKey(const PKCS12_SAFEBAG* bag);
-  bool addCertificate(const PKCS12_SAFEBAG* bag);
+  bool isWhole(PKCS12* file) {
+    if (!PKCS12_mac_present(file)) return true;
+    const ASN1_INTEGER* iterations = nullptr;
+    PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, file);
+    // Absent means one iteration.
+    if (iterations && !budget_.charge(iterations)) return false;
+    return PKCS12_verify_mac(file, passphrase_.text, passphrase_.size) == 1;
+  }
+
+  /// The bags of plain or encrypted content.
+  BagsHandle bagsOf(PKCS7* content) {
+    if (PKCS7_type_is_data(content)) return BagsHandle(PKCS12_unpack_p7data(content));
+    if (!PKCS7_type_is_encrypted(content)) return nullptr;
+    const PKCS7_ENCRYPT* encrypted = content->d.encrypted;
+    if (!encrypted || !budget_.charge(encrypted->enc_data->algorithm)) return nullptr;
+    return BagsHandle(PKCS12_unpack_p7encdata(content, passphrase_.text, passphrase_.size));
+  }
+
+  bool addBags(const STACK_OF(PKCS12_SAFEBAG) * bags, int depth) {
+    if (!bags || depth > kMaximumNesting) return false;
+    for (int i = 0; i < sk_PKCS12_SAFEBAG_num(bags); ++i) {
+      if (!addBag(sk_PKCS12_SAFEBAG_value(bags, i), depth)) return false;
+    }
+    return true;
+  }
+
+  bool addBag(const PKCS12_SAFEBAG* bag, int depth) {
+    switch (PKCS12_SAFEBAG_get_nid(bag)) {
+      case NID_keyBag:
+        return addKey(PKCS12_SAFEBAG_get0_p8inf(bag));
+      case NID_pkcs8ShroudedKeyBag:
+        return addEncryptedKey(bag);
+      case NID_certBag:
+        return PKCS12_SAFEBAG_get_bag_nid(bag) != NID_x509Certificate || addCertificate(bag);
+      case NID_safeContentsBag:
+        return addBags(PKCS12_SAFEBAG_get0_safes(bag), depth + 1);
+      default:
+        return true;
+    }
+  }
+
+  bool addKey(const PKCS8_PRIV_KEY_INFO* encoded) {
+    EVP_PKEY* key = encoded ? EVP_PKCS82PKEY(encoded) : nullptr;
+    if (key) found_.keys.push_back(PrivateKey::adopt(key));
+    return key != nullptr;
+  }
+
+  bool addEncryptedKey(const PKCS12_SAFEBAG* bag) {
+    const X509_ALGOR* algorithm = nullptr;
+    X509_SIG_get0(PKCS12_SAFEBAG_get0_pkcs8(bag), &algorithm, nullptr);
+    if (!budget_.charge(algorithm)) return false;
+    const PKCS8Handle encoded(
+        PKCS12_decrypt_skey_ex(bag, passphrase_.text, passphrase_.size, legacyLibrary(), nullptr));
+    return addKey(encoded.get());
+  }
+
+  bool addCertificate(const PKCS12_SAFEBAG* bag) {
+    X509* certificate = PKCS12_SAFEBAG_get1_cert(bag);
+    if (certificate) found_.certificates.push_back(Certificate::adopt(certificate));
+    return certificate != nullptr;
+  }
 
   PassphraseView passphrase_;
   KeyDerivationBudget& budget_;
+  KeychainContents found_;
 };
-
-bool BagReader::read(const STACK_OF(PKCS12_SAFEBAG) * bags, int depth) {
-  if (!bags || depth > kMaximumNesting) return false;
-  for (int i = 0; i < sk_PKCS12_SAFEBAG_num(bags); ++i) {
-    if (!readBag(sk_PKCS12_SAFEBAG_value(bags, i), depth)) return false;
-  }
-  return true;
-}
-
-bool BagReader::readBag(const PKCS12_SAFEBAG* bag, int depth) {
-  switch (PKCS12_SAFEBAG_get_nid(bag)) {
-    case NID_keyBag:
-      return addKey(PKCS12_SAFEBAG_get0_p8inf(bag));
-    case NID_pkcs8ShroudedKeyBag:
-      return addEncryptedKey(bag);
-    case NID_certBag:
-      return PKCS12_SAFEBAG_get_bag_nid(bag) != NID_x509Certificate || addCertificate(bag);
-    case NID_safeContentsBag:
-      return read(PKCS12_SAFEBAG_get0_safes(bag), depth + 1);
-    default:
-      return true;
-  }
-}
-
-bool BagReader::addKey(const PKCS8_PRIV_KEY_INFO* encoded) {
-  EVP_PKEY* key = encoded ? EVP_PKCS82PKEY(encoded) : nullptr;
-  if (key) contents.keys.push_back(PrivateKey::adopt(key));
-  return key != nullptr;
-}
-
-bool BagReader::addEncryptedKey(const PKCS12_SAFEBAG* bag) {
-  const X509_ALGOR* algorithm = nullptr;
-  X509_SIG_get0(PKCS12_SAFEBAG_get0_pkcs8(bag), &algorithm, nullptr);
-  if (!budget_.charge(algorithm)) return false;
-  const PKCS8Handle encoded(
-      PKCS12_decrypt_skey_ex(bag, passphrase_.text, passphrase_.size, legacyLibrary(), nullptr));
-  return addKey(encoded.get());
-}
-
-bool BagReader::addCertificate(const PKCS12_SAFEBAG* bag) {
-  X509* certificate = PKCS12_SAFEBAG_get1_cert(bag);
-  if (certificate) contents.certificates.push_back(Certificate::adopt(certificate));
-  return certificate != nullptr;
-}
-
-/// The bags of plain or encrypted content; null if they cannot be read.
-BagsHandle bagsOf(PKCS7* content, PassphraseView passphrase, KeyDerivationBudget& budget) {
-  if (PKCS7_type_is_data(content)) return BagsHandle(PKCS12_unpack_p7data(content));
-  if (!PKCS7_type_is_encrypted(content)) return nullptr;
-  const PKCS7_ENCRYPT* encrypted = content->d.encrypted;
-  if (!encrypted || !budget.charge(encrypted->enc_data->algorithm)) return nullptr;
-  return BagsHandle(PKCS12_unpack_p7encdata(content, passphrase.text, passphrase.size));
-}
-
-bool isWhole(PKCS12* file, PassphraseView passphrase, KeyDerivationBudget& budget) {
-  if (!PKCS12_mac_present(file)) return true;
-  const ASN1_INTEGER* iterations = nullptr;
-  PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, file);
-  // Absent means one iteration.
-  if (iterations && !budget.charge(iterations)) return false;
-  return PKCS12_verify_mac(file, passphrase.text, passphrase.size) == 1;
-}
-
-/// Absent for a wrong passphrase, a damaged file, or an exceeded budget.
-std::optional<KeychainContents> unlocked(PKCS12* file, PassphraseView passphrase,
-                                         KeyDerivationBudget& budget) {
-  if (!isWhole(file, passphrase, budget)) return std::nullopt;
-  const ContentsHandle contents(PKCS12_unpack_authsafes(file));
-  if (!contents) return std::nullopt;
-  BagReader reader(passphrase, budget);
-  for (int i = 0; i < sk_PKCS7_num(contents.get()); ++i) {
-    const BagsHandle bags = bagsOf(sk_PKCS7_value(contents.get(), i), passphrase, budget);
-    if (!bags || !reader.read(bags.get(), 0)) return std::nullopt;
-  }
-  return std::move(reader.contents);
-}
 
 PKCS12Handle decoded(Bytes bytes) {
   const unsigned char* position = openSSLBytes(bytes);
@@ -157,7 +149,7 @@ Result<KeychainContents> readPKCS12(Bytes bytes, const std::optional<Passphrase>
   }
   for (const PassphraseView tried : tries) {
     KeyDerivationBudget budget(iterationsLeft);
-    if (auto contents = unlocked(file.get(), tried, budget)) return *std::move(contents);
+    if (auto contents = PKCS12Reader(tried, budget).read(file.get())) return *std::move(contents);
     if (budget.error()) return *budget.error();
   }
   return lockedError(passphrase);
