@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "foundation/base/Text.h"
-#include "macho/MachOSlice.h"
 #include "macho/core/LoadCommands.h"
 #include "macho/private/LoadCommandWalk.h"
 #include "macho/private/Mappings.h"

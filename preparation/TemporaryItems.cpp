@@ -43,15 +43,10 @@ std::string claimName(std::string_view item) {
   return foundation::lowercaseHex(foundation::sha1(foundation::bytesOf(item)));
 }
 
-std::string withoutFinalSlash(std::string_view path) {
-  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  return std::string(path);
-}
-
 /// The item's path relative to the temporary folder, without a final slash.
 std::string relativePath(const std::string& temporary, std::string_view path) {
   if (path.starts_with(temporary)) path.remove_prefix(temporary.size());
-  return withoutFinalSlash(path);
+  return std::string(foundation::withoutTrailingSlashes(path));
 }
 
 bool isThere(const std::string& path) {
@@ -151,7 +146,7 @@ class Claims {
   }
   /// Does nothing for a path that is not claimed.
   template <class Work>
-  void with(const std::string& path, const Work& work) {
+  void with(std::string_view path, const Work& work) {
     const std::lock_guard lock(mutex_);
     const auto item = std::ranges::find(items_, path, &Item::path);
     if (item != items_.end()) work(*item);
@@ -295,13 +290,13 @@ void TemporaryItems::claimNew(const std::string& path) {
 }
 
 void TemporaryItems::ownFromPayload(const std::string& folder, const std::string& name) {
-  Claims::ofThisProcess().with(withoutFinalSlash(folder), [&](Item& item) {
+  Claims::ofThisProcess().with(foundation::withoutTrailingSlashes(folder), [&](Item& item) {
     if (item.payloadBefore) item.payloadBefore->erase(name);
   });
 }
 
 void TemporaryItems::removeOwn(const std::string& folder) {
-  Claims::ofThisProcess().with(withoutFinalSlash(folder), removeItem);
+  Claims::ofThisProcess().with(foundation::withoutTrailingSlashes(folder), removeItem);
 }
 
 void TemporaryItems::releaseAll() {

@@ -15,12 +15,6 @@ namespace foundation {
 
 namespace {
 
-/// "/a/b" for "/a/b//", "/" for "/".
-std::string withoutTrailingSlashes(std::string_view path) {
-  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  return std::string(path);
-}
-
 /// Not about the file itself.
 bool isOfTheMachine(long error) {
   return error == EIO || error == EMFILE || error == ENFILE || error == ENOMEM;

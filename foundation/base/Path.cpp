@@ -2,15 +2,10 @@
 
 namespace foundation {
 
-namespace {
-
-/// Keeps one slash of a path that is only slashes.
 std::string_view withoutTrailingSlashes(std::string_view path) {
   while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
   return path;
 }
-
-}  // namespace
 
 std::string lastPathComponent(std::string_view path) {
   path = withoutTrailingSlashes(path);

@@ -7,6 +7,8 @@
 /// normalised.
 namespace foundation {
 
+/// A view of "/a/b" for "/a/b//", of "/" for "//".
+std::string_view withoutTrailingSlashes(std::string_view path);
 /// "b" for both "/a/b" and "/a/b/"; "/" for "/"; "" for "".
 std::string lastPathComponent(std::string_view path);
 /// "/a" for both "/a/b" and "/a/b/"; "/" for "/a" and "/"; "" for "a" and "".

@@ -177,8 +177,9 @@ class TreeCopier {
 }  // namespace
 
 Result<> copyItemAtPath(const fs::path& from, const fs::path& to) {
-  const std::string source = withoutTrailingSlashes(from.native());
-  const std::string target = withoutTrailingSlashes(to.native());
+  // With a trailing slash the system would follow a link.
+  const std::string source(withoutTrailingSlashes(from.native()));
+  const std::string target(withoutTrailingSlashes(to.native()));
   struct stat details {};
   if (::lstat(source.c_str(), &details) != 0) return fileError(errno, "copy", source);
   struct stat existing {};

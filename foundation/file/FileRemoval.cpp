@@ -118,7 +118,8 @@ class TreeRemover {
 }  // namespace
 
 Result<> removeItemAtPath(const fs::path& path) {
-  return removeItemInFolder(AT_FDCWD, withoutTrailingSlashes(path.native()));
+  // With a trailing slash the system would follow a link.
+  return removeItemInFolder(AT_FDCWD, std::string(withoutTrailingSlashes(path.native())));
 }
 
 Result<> removeItemInFolder(int folder, const std::string& item) {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -15,12 +13,6 @@ namespace foundation {
 inline constexpr mode_t kPermissions = 07777;
 
 inline constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
-/// With a trailing slash the system would follow a link.
-inline std::string withoutTrailingSlashes(std::string path) {
-  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
-  return path;
-}
 
 inline bool isSameItem(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
