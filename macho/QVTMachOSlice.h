@@ -27,7 +27,7 @@ class QVTMachOSlice {
   /// Of the last version-min command; 0.0.0 without one, even if there is a build-version command.
   [[nodiscard]] macho::QVTMachOVersion minimumOSVersion() const;
   [[nodiscard]] macho::QVTMachOVersion linkedSDKVersion() const;
-  /// Everything that was read, for those to whom the above is not enough.
+  /// Everything that was read.
   [[nodiscard]] const macho::SliceContents& contents() const { return contents_; }
 
  private:

@@ -19,8 +19,8 @@ foundation::Error unreadable(const char* why) {
   return foundation::makeError(foundation::kPOSIXErrorDomain, EINVAL, why);
 }
 
-/// The slice that is searched for the end of the list begins at the list and is as long as what
-/// precedes the last "</plist>": that bounds how much of the signature is looked at.
+/// The end is searched in as many bytes from the list's start as precede the last "</plist>", which
+/// bounds how much of the signature is read.
 std::optional<std::string_view> propertyListIn(std::string_view file) {
   constexpr std::string_view kStart = "<?xml";
   constexpr std::string_view kEnd = "</plist>";

@@ -17,7 +17,7 @@ struct ZipEntry {
   std::string_view name;
   /// From the Unicode-path extra field, unless its checksum is that of another name.
   std::optional<std::string_view> unicodeName = std::nullopt;
-  /// What the entry declares of `name`.
+  /// Whether `name` is declared to be UTF-8.
   bool isUTF8 = false;
   /// The compression method: 0 is stored, 8 is deflated.
   std::uint16_t method = 0;
