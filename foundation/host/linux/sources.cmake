@@ -2,7 +2,6 @@
 set(host_sources
   linux/EmbeddedInfo.cpp
   linux/FileAttributes.cpp
-  linux/FileCloning.cpp
   linux/FileCopying.cpp
   linux/FileEvents.cpp
   linux/FileOpening.cpp
