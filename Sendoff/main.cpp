@@ -6,7 +6,6 @@
 #include "console/QVTCLUtilLog.h"
 #include "foundation/base/Text.h"
 #include "foundation/process/ProcessInfo.h"
-#include "foundation/process/StandardDescriptors.h"
 #include "startup/SigningToolPath.h"
 
 namespace {

@@ -7,12 +7,14 @@
 #include <cstring>
 #include <string_view>
 
+#include <fcntl.h>
 #include <sys/random.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include "foundation/base/Assertion.h"
 #include "foundation/base/Bytes.h"
+#include "foundation/base/Handle.h"
 #include "foundation/base/Text.h"
 #include "foundation/host/Host.h"
 
@@ -79,6 +81,14 @@ void keepSecretsInMemory() {
   const rlimit none = {.rlim_cur = 0, .rlim_max = 0};
   if (::setrlimit(RLIMIT_CORE, &smallest) != 0) ::setrlimit(RLIMIT_CORE, &none);
   ::unsetenv("SSLKEYLOGFILE");
+}
+
+void openMissingStandardDescriptors() {
+  // open() returns the lowest free descriptor, so the gaps fill in order.
+  for (FileDescriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC)); null && null.get() <= 2;
+       null.reset(::open("/dev/null", O_RDWR | O_CLOEXEC))) {
+    ::fcntl(null.release(), F_SETFD, 0);
+  }
 }
 
 }  // namespace foundation

@@ -36,4 +36,8 @@ std::string executablePath();
 /// to the file that `SSLKEYLOGFILE` names.
 void keepSecretsInMemory();
 
+/// Opens /dev/null on each closed descriptor from 0 to 2. Otherwise the next file opened would get
+/// that number, and with it the log lines.
+void openMissingStandardDescriptors();
+
 }  // namespace foundation

@@ -1,5 +1,4 @@
 #include "foundation/process/ProcessInfo.h"
-#include "foundation/process/StandardDescriptors.h"
 #include "toolchain/codesign/Program.h"
 #include "toolchain/common/ToolMain.h"
 
