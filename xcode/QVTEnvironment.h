@@ -15,7 +15,7 @@ bool QVTIsDirectoryOnHost(const std::string& path);
 
 /// Turns the value of a framework-search-paths build setting into a list of directories.
 ///
-/// A well-formed value quotes or escapes what holds spaces. One that has lost its quoting is
+/// A well-formed value quotes or escapes paths with spaces. One that has lost its quoting is
 /// rebuilt from its pieces, and the file system decides what is a path. One parse asks about a path
 /// once (again only after 16 MiB of other answers), so the file system should not change meanwhile.
 /// The time is proportional to the value's length, with up to thousands of questions per piece.

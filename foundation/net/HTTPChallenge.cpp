@@ -11,8 +11,8 @@ std::string methodOf(std::string_view challenge) {
   return "NSURLAuthenticationMethodDefault";
 }
 
-/// The text between the quotation marks at the start of `text`; a backslash makes the next
-/// character stand for itself.
+/// The text between the quotation marks at the start of `text`; a backslash escapes the next
+/// character.
 std::string unquoted(std::string_view text) {
   std::string value;
   for (std::size_t i = 1; i < text.size() && text[i] != '"'; ++i) {

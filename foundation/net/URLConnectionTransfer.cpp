@@ -42,8 +42,7 @@ void URLConnection::Transfer::begin(URLRequest request) {
   TransferLoop::main().add(shared_from_this());
 }
 
-/// Handles cannot be removed from inside a callback of the library: there the hop is only told to
-/// end.
+/// Handles cannot be removed inside a callback of the library; there the hop is only marked to end.
 void URLConnection::Transfer::drop() {
   if (current_ && TransferLoop::main().isInsideLibrary()) {
     current_->abandon();

@@ -41,7 +41,7 @@ HeldLines& heldLines() {
   return shared;
 }
 
-bool isHeld(const std::string& line) {
+bool keepIfHeld(const std::string& line) {
   const std::lock_guard lock(heldLines().mutex);
   if (!heldLines().text) return false;
   *heldLines().text += line;
@@ -66,7 +66,7 @@ void systemLogText(std::string_view text) {
   const std::string line = localTimeStamp(now) + " " + programName() + "[" +
                            std::to_string(::getpid()) + "] " + escapingControlCharacters(text) +
                            "\n";
-  if (!isHeld(line)) writeAll(STDERR_FILENO, line);
+  if (!keepIfHeld(line)) writeAll(STDERR_FILENO, line);
 }
 
 void systemLogOnce(const std::string& line) {

@@ -4,9 +4,9 @@
 
 namespace foundation::OpenSockets {
 
-// The sockets that this folder has opened for transfers. The library tells a transfer the addresses
-// of its connection, which an earlier transfer may have opened, but not its socket. All functions
-// are safe from any thread.
+// The sockets that this folder has opened for transfers. The library gives a transfer the
+// addresses of its connection, which an earlier transfer may have opened, but not its socket. All
+// functions are safe from any thread.
 
 /// A new close-on-exec socket; -1 with errno set on failure.
 int open(int family, int type, int protocol);

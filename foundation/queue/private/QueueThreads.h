@@ -8,7 +8,7 @@
 #include <map>
 #include <mutex>
 
-// The threads behind the queues; for this folder's own sources only.
+// The threads that run the queues; for this folder's own sources only.
 
 namespace foundation {
 

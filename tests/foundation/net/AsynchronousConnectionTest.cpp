@@ -9,7 +9,7 @@ namespace foundation {
 namespace {
 
 using namespace std::chrono_literals;
-/// Writes down what it is told.
+/// Records its calls.
 struct Recorder : URLConnection::Delegate {
   std::vector<std::string> calls;
   std::string body;
