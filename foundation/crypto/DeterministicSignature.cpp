@@ -91,17 +91,15 @@ class NonceGenerator {
 /// Signs with a given nonce.
 class Signer {
  public:
-  Signer(Number secret, Number message) : secret_(std::move(secret)), message_(std::move(message)) {
-    if (secret_) BN_set_flags(secret_.get(), BN_FLG_CONSTTIME);
+  explicit Signer(Number secret) : secret_(std::move(secret)) {
+    BN_set_flags(secret_.get(), BN_FLG_CONSTTIME);
   }
 
-  [[nodiscard]] bool isReady() const {
-    return group_ && context_ && secret_ && message_ && order() != nullptr;
-  }
+  [[nodiscard]] bool isReady() const { return group_ && context_ && order() != nullptr; }
   [[nodiscard]] const BIGNUM* order() const { return EC_GROUP_get0_order(group_.get()); }
 
   /// Null for a nonce that gives no signature.
-  SignatureHandle sign(BIGNUM* nonce) {
+  SignatureHandle sign(const BIGNUM* message, BIGNUM* nonce) {
     BN_set_flags(nonce, BN_FLG_CONSTTIME);
     const Point point(EC_POINT_new(group_.get()));
     Number r(BN_new());
@@ -115,7 +113,7 @@ class Signer {
         BN_nnmod(r.get(), r.get(), order(), context_.get()) == 1 &&
         BN_mod_inverse(inverse.get(), nonce, order(), context_.get()) != nullptr &&
         BN_mod_mul(s.get(), r.get(), secret_.get(), order(), context_.get()) == 1 &&
-        BN_mod_add(s.get(), s.get(), message_.get(), order(), context_.get()) == 1 &&
+        BN_mod_add(s.get(), s.get(), message, order(), context_.get()) == 1 &&
         BN_mod_mul(s.get(), s.get(), inverse.get(), order(), context_.get()) == 1;
     if (!done || BN_is_zero(r.get()) || BN_is_zero(s.get())) return nullptr;
     SignatureHandle signature(ECDSA_SIG_new());
@@ -131,7 +129,6 @@ class Signer {
   Group group_{EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1)};
   Context context_{BN_CTX_secure_new()};
   Number secret_;
-  Number message_;
 };
 
 }  // namespace
@@ -144,9 +141,9 @@ std::optional<std::string> deterministicSignature(const SHA256Digest& digest, EV
   Secret<2 * kSize> seed;
   Number scalar(raw);
   if (BN_bn2binpad(raw, seed.bytes.data(), static_cast<int>(kSize)) < 0) return std::nullopt;
-  Number message = numberFrom(reinterpret_cast<const unsigned char*>(digest.data()));
-  Signer signer(std::move(scalar), Number(message ? BN_dup(message.get()) : nullptr));
-  if (!signer.isReady()) return std::nullopt;
+  const Number message = numberFrom(reinterpret_cast<const unsigned char*>(digest.data()));
+  Signer signer(std::move(scalar));
+  if (!message || !signer.isReady()) return std::nullopt;
   // The order has as many bits as the digest, so one subtraction reduces it.
   if (BN_cmp(message.get(), signer.order()) >= 0) {
     BN_sub(message.get(), message.get(), signer.order());
@@ -158,7 +155,7 @@ std::optional<std::string> deterministicSignature(const SHA256Digest& digest, EV
     if (!nonce) break;
     const bool isInRange = !BN_is_zero(nonce.get()) && BN_cmp(nonce.get(), signer.order()) < 0;
     if (isInRange) {
-      if (const auto signature = signer.sign(nonce.get())) {
+      if (const auto signature = signer.sign(message.get(), nonce.get())) {
         auto bytes = encoded(signature.get(), i2d_ECDSA_SIG);
         return bytes.empty() ? std::nullopt : std::optional(std::move(bytes));
       }
