@@ -250,7 +250,7 @@ Result<std::vector<fs::path>> nestedCode(const CodeBundle& bundle) {
     const auto code = CodeBundle::openInside(path);
     if (code) executables.push_back(code->executable);
   }
-  std::sort(executables.begin(), executables.end());
+  std::ranges::sort(executables);
   std::vector<fs::path> loose;
   const auto walked =
       foundation::walkDirectory(bundle.base, Links::refused, [&](const DirectoryEntry& entry, int) {
@@ -265,7 +265,7 @@ Result<std::vector<fs::path>> nestedCode(const CodeBundle& bundle) {
         return false;
       });
   if (!walked) return walked.error();
-  std::sort(loose.begin(), loose.end());
+  std::ranges::sort(loose);
   loose.insert(loose.end(), found->begin(), found->end());
   return loose;
 }

@@ -8,15 +8,6 @@
 
 namespace toolchain {
 
-namespace {
-
-bool isApplesOwn(const EmbeddedSignature& signature, RootTest isAppleRoot) {
-  const auto signer = signature.checkedSigner();
-  return signer && *signer && isAppleOwn((*signer)->chain, isAppleRoot);
-}
-
-}  // namespace
-
 Result<SignatureFacts> signatureFacts(const std::filesystem::path& code, RootTest isAppleRoot) {
   const auto opened = CodeBundle::open(code).andThen(openImage);
   if (!opened) return opened.error();
@@ -28,7 +19,8 @@ Result<SignatureFacts> signatureFacts(const std::filesystem::path& code, RootTes
   const auto signature = EmbeddedSignature::parse(opened->image.signatureArea(slice));
   if (!signature) return signature.error();
   facts.isSigned = true;
-  facts.isApplesOwn = isApplesOwn(*signature, isAppleRoot);
+  const auto signer = signature->checkedSigner();
+  facts.isApplesOwn = signer && *signer && isAppleOwn((*signer)->chain, isAppleRoot);
   facts.teamIdentifier = signature->primary().fields.teamIdentifier;
   const auto text = signature->entitlementsText();
   if (!text) return text.error();

@@ -122,11 +122,6 @@ fs::path Replacement::besides(const fs::path& target) {
   return path;
 }
 
-void Replacement::discard(const fs::path& own) {
-  removeQuietly(own);
-  own_.erase(own.native());
-}
-
 /// A seal's folder may not exist yet.
 Result<> Replacement::makeFolder(const fs::path& folder) {
   if (foundation::openFolder(folder, foundation::Links::refused) || errno != ENOENT) return {};
@@ -222,7 +217,8 @@ Result<> Replacement::remove(const fs::path& target) {
 
 void Replacement::finish() {
   for (const Step& step : done_) {
-    if (!step.backup.empty()) discard(step.backup);
+    if (!step.backup.empty()) removeQuietly(step.backup);
+    own_.erase(step.backup.native());
   }
   done_.clear();
   madeFolders_.clear();

@@ -22,10 +22,7 @@ constexpr std::uint8_t kDictionaryTag = 0xb0;  // [CONTEXT 16] constructed
 constexpr std::uint8_t kTextTag = 0x0c;        // UTF8String
 constexpr std::uint64_t kFormVersion = 1;
 
-struct FlaggedKey {
-  std::string_view key;
-  std::uint64_t flag;
-};
+using FlaggedKey = std::pair<std::string_view, std::uint64_t>;
 constexpr std::array kFlaggedKeys = {
     FlaggedKey{"get-task-allow", execseg::kAllowUnsigned},
     FlaggedKey{"run-unsigned-code", execseg::kAllowUnsigned},
@@ -189,13 +186,11 @@ Result<Dictionary> decodeDictionary(Bytes content, int depth) {
   return dictionary;
 }
 
-/// XML is signed as given, byte for byte.
-bool isXMLText(std::string_view text) { return foundation::trimmed(text).starts_with('<'); }
-
 }  // namespace
 
 Result<Entitlements> parseEntitlements(Bytes file) {
-  const bool isXML = isXMLText(foundation::textOf(file));
+  // XML is signed as given, byte for byte.
+  const bool isXML = foundation::trimmed(foundation::textOf(file)).starts_with('<');
   auto value = (isXML ? foundation::PropertyList::parseUnambiguous(file)
                       : foundation::PropertyList::parse(file))
                    .mapError(within("entitlements"));
@@ -249,10 +244,9 @@ Result<Dictionary> decodeEntitlements(Bytes bytes) {
 
 std::uint64_t executableSegmentFlags(const Dictionary& entitlements) {
   std::uint64_t flags = 0;
-  for (const FlaggedKey& row : kFlaggedKeys) {
-    const Value* value = foundation::find(entitlements, row.key);
-    const bool* flag = value ? value->boolean() : nullptr;
-    if (flag && *flag) flags |= row.flag;
+  for (const auto& [key, flag] : kFlaggedKeys) {
+    const Value* value = foundation::find(entitlements, key);
+    if (value && *value == Value(true)) flags |= flag;
   }
   return flags;
 }

@@ -23,7 +23,8 @@ using requirement::Operation;
 constexpr std::string_view kCertificatePolicies = "2.5.29.32";
 
 /// Field names of the requirement language and their object identifiers.
-constexpr std::array<std::pair<std::string_view, std::string_view>, 9> kSubjectFields{
+using Field = std::pair<std::string_view, std::string_view>;
+constexpr std::array<Field, 9> kSubjectFields{
     {{"subject.C", "2.5.4.6"},
      {"subject.D", "2.5.4.13"},
      {"subject.L", "2.5.4.7"},
@@ -125,7 +126,7 @@ bool matchesValue(const Value* value, const Expression& expression, Budget& budg
   if (!isThere) return false;
   if (expression.match == Match::exists) return true;
   if (const auto* array = value->array()) {
-    return std::any_of(array->begin(), array->end(), [&](const Value& each) {
+    return std::ranges::any_of(*array, [&](const Value& each) {
       return budget.spend(1) && each.string() &&
              matchesText(*each.string(), expression.match, expression.matchValue, budget);
     });
@@ -150,11 +151,9 @@ bool matchesField(const Certificate* certificate, const Expression& expression, 
   if (expression.key == "subject.CN") {
     return matchesText(certificate->commonName(), expression, budget);
   }
-  for (const auto& [name, oid] : kSubjectFields) {
-    if (expression.key != name) continue;
-    return matchesText(certificate->subjectValue(oid), expression, budget);
-  }
-  return false;
+  const auto* field = std::ranges::find(kSubjectFields, expression.key, &Field::first);
+  return field != kSubjectFields.end() &&
+         matchesText(certificate->subjectValue(field->second), expression, budget);
 }
 
 bool matchesExtension(const Certificate* certificate, const Expression& expression,
@@ -181,27 +180,14 @@ bool hasPolicy(const Certificate* certificate, std::string_view policyOID) {
   return false;
 }
 
-bool matchesPolicy(const Certificate* certificate, const Expression& expression) {
-  return hasPolicy(certificate, expression.key) == (expression.match != Match::absent);
-}
-
-bool hasCDHash(const RequirementSubject& subject, std::string_view hash) {
-  return std::any_of(subject.cdHashes.begin(), subject.cdHashes.end(),
-                     [&](const auto& each) { return textOf(each) == hash; });
-}
-
-bool hasHash(const Certificate* certificate, std::string_view hash) {
-  return certificate && textOf(certificate->sha1()) == hash;
-}
-
 bool meets(const RequirementSubject& subject, const Expression& expression, Budget& budget) {
   const Certificate* certificate = certificateAt(subject, expression.certificate);
   const auto operand = [&](std::size_t index) {
     return meets(subject, expression.operands.at(index), budget);
   };
   const auto spendOnChain = [&] {
-    return std::all_of(subject.chain.begin(), subject.chain.end(),
-                       [&](const Certificate& each) { return budget.spendOn(&each); });
+    return std::ranges::all_of(subject.chain,
+                               [&](const Certificate& each) { return budget.spendOn(&each); });
   };
   if (!budget.spend(1)) return false;
   switch (expression.operation) {
@@ -216,7 +202,8 @@ bool meets(const RequirementSubject& subject, const Expression& expression, Budg
     case Operation::anchorAppleGeneric:
       return spendOnChain() && endsInAppleRoot(subject.chain, subject.isAppleRoot);
     case Operation::anchorHash:
-      return budget.spendOn(certificate) && hasHash(certificate, expression.data);
+      return budget.spendOn(certificate) && certificate &&
+             textOf(certificate->sha1()) == expression.data;
     case Operation::conjunction:
       return operand(0) && operand(1);
     case Operation::disjunction:
@@ -224,7 +211,8 @@ bool meets(const RequirementSubject& subject, const Expression& expression, Budg
     case Operation::negation:
       return !operand(0);
     case Operation::cdHash:
-      return hasCDHash(subject, expression.data);
+      return std::ranges::any_of(subject.cdHashes,
+                                 [&](const auto& each) { return textOf(each) == expression.data; });
     case Operation::infoKey:
       return matchesValue(foundation::find(subject.info, expression.key), expression, budget);
     case Operation::entitlement:
@@ -235,7 +223,8 @@ bool meets(const RequirementSubject& subject, const Expression& expression, Budg
     case Operation::certificateOID:
       return budget.spendOn(certificate) && matchesExtension(certificate, expression, budget);
     case Operation::certificatePolicy:
-      return budget.spendOn(certificate) && matchesPolicy(certificate, expression);
+      return budget.spendOn(certificate) &&
+             hasPolicy(certificate, expression.key) == (expression.match != Match::absent);
   }
   return false;
 }

@@ -21,7 +21,7 @@ bool isKeyword(std::string_view word) {
       "always",    "true",   "never",       "false",   "identifier", "cdhash",      "platform",
       "notarized", "legacy", "anchor",      "apple",   "generic",    "certificate", "cert",
       "trusted",   "info",   "entitlement", "exists",  "absent",     "leaf",        "root"};
-  return std::find(kKeywords.begin(), kKeywords.end(), word) != kKeywords.end();
+  return std::ranges::find(kKeywords, word) != kKeywords.end();
 }
 
 bool isLetterOrDigit(char c) {
@@ -63,30 +63,24 @@ std::string certificateText(std::int32_t position) {
 }
 
 std::string matchText(const Expression& expression) {
-  const std::string value = operandText(expression.matchValue);
-  switch (expression.match) {
-    case Match::exists:
-      return " /* exists */";
-    case Match::absent:
-      return " absent";
-    case Match::equal:
-      return " = " + value;
-    case Match::contains:
-      return " ~ " + value;
-    case Match::beginsWith:
-      return " = " + value + "*";
-    case Match::endsWith:
-      return " = *" + value;
-    case Match::less:
-      return " < " + value;
-    case Match::greater:
-      return " > " + value;
-    case Match::lessEqual:
-      return " <= " + value;
-    case Match::greaterEqual:
-      return " >= " + value;
-  }
-  return {};
+  if (expression.match == Match::exists) return " /* exists */";
+  if (expression.match == Match::absent) return " absent";
+  struct Row {
+    Match match;
+    std::string_view before;
+    std::string_view after = "";
+  };
+  constexpr std::array<Row, 8> kRows = {{{Match::equal, " = "},
+                                         {Match::contains, " ~ "},
+                                         {Match::beginsWith, " = ", "*"},
+                                         {Match::endsWith, " = *"},
+                                         {Match::less, " < "},
+                                         {Match::greater, " > "},
+                                         {Match::lessEqual, " <= "},
+                                         {Match::greaterEqual, " >= "}}};
+  const auto* row = std::ranges::find(kRows, expression.match, &Row::match);
+  if (row == kRows.end()) return {};
+  return std::string(row->before) + operandText(expression.matchValue) + std::string(row->after);
 }
 
 std::string textOf(const Expression& expression, Binding around);

@@ -79,7 +79,6 @@ class Replacement {
   Result<> makeFolder(const std::filesystem::path& folder);
   Result<std::filesystem::path> keepOld(const std::filesystem::path& target);
   std::filesystem::path besides(const std::filesystem::path& target);
-  void discard(const std::filesystem::path& own);
 
   std::vector<Prepared> prepared_;
   std::vector<Step> done_;
