@@ -14,18 +14,11 @@ constexpr std::uint64_t kSignatureAlignment = 16;
 constexpr std::uint64_t kSegmentAlignment = 0x4000;
 constexpr std::uint32_t kSliceAlignmentShift = 14;
 constexpr std::uint64_t kSliceAlignment = std::uint64_t{1} << kSliceAlignmentShift;
-/// The platform's own tools leave up to this many zero bytes after a signature.
-constexpr std::uint64_t kMaximumTail = 15;
 /// Most padding that linkers put between the string table and the signature.
 constexpr std::uint64_t kMaximumStringTail = 12;
 
 std::uint64_t roundedUp(std::uint64_t value, std::uint64_t to) {
   return (value + to - 1) / to * to;
-}
-
-/// True if nothing but a few zero bytes follows `end`.
-bool endsSlice(Bytes slice, std::uint64_t end) {
-  return slice.size() - end <= kMaximumTail && foundation::isZero(slice.subspan(end));
 }
 
 template <class Record>
@@ -147,6 +140,11 @@ std::vector<std::byte> universalHeader(const MachOFile& image,
 }
 
 }  // namespace
+
+bool endsSlice(Bytes slice, std::uint64_t end) {
+  constexpr std::uint64_t kMaximumTail = 15;
+  return slice.size() - end <= kMaximumTail && foundation::isZero(slice.subspan(end));
+}
 
 Result<> checkSegments(const Slice& slice) {
   const Segment* last = nullptr;

@@ -35,6 +35,10 @@ struct SliceLayout {
 /// must be able to rely on this.
 Result<> checkSegments(const Slice& slice);
 
+/// True if nothing follows `end` but the few zero bytes that the platform's own tools leave after a
+/// signature.
+bool endsSlice(Bytes slice, std::uint64_t end);
+
 /// Where the signature of this slice will begin: where the old one does, else at the aligned end of
 /// the slice. Fails if there is no room for a load command, `__LINKEDIT` is missing or not last, an
 /// old signature is followed by more bytes, or the slice is encrypted.

@@ -1,6 +1,7 @@
 #include "toolchain/verify/Verification.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "foundation/base/Text.h"
@@ -19,8 +20,6 @@ using foundation::MappedFile;
 
 constexpr int kFailed = 1;
 constexpr int kRequirementNotMet = 3;
-/// The platform's own tool leaves up to this many zero bytes after a signature.
-constexpr std::uint64_t kMaximumTail = 15;
 
 /// Why one piece of code does not verify.
 struct Complaint {
@@ -54,10 +53,10 @@ std::optional<Complaint> checkCoverage(const MachOFile& image) {
                        slice.architecture);
     }
     const auto& data = slice.signature->data;
-    const Bytes tail = image.bytesOf(slice).subspan(data.offset + data.size);
-    if (tail.size() > kMaximumTail || !foundation::isZero(tail)) {
+    const std::uint64_t end = data.offset + data.size;
+    if (!endsSlice(image.bytesOf(slice), end)) {
       return complaint(Fault::strictValidation,
-                       std::to_string(tail.size()) + " bytes lie after the signature",
+                       std::to_string(slice.file.size - end) + " bytes lie after the signature",
                        slice.architecture);
     }
     extents.push_back(slice.file);
@@ -86,31 +85,23 @@ std::optional<Bytes> coveredInfoPlist(const MachOFile& image, const Slice& slice
 
 std::string quoted(const std::string& text) { return '"' + text + '"'; }
 
-/// What a slice says about itself, for comparison with others.
-struct Origin {
-  std::string identifier;
-  std::string team;
-  /// The SHA-1 of the signer's certificate.
-  std::string signer;
-
-  explicit Origin(const CheckedSignature& slice)
-      : identifier(quoted(slice.signature.primary().fields.identifier)),
-        team(quoted(slice.signature.primary().fields.teamIdentifier)),
-        signer(slice.signer ? foundation::uppercaseHex(slice.signer->certificate.sha1())
-                            : "none, being signed ad hoc") {}
-};
+/// What a slice says about itself, for comparison with others; each with its plural.
+std::array<std::pair<std::string, std::string>, 3> originOf(const CheckedSignature& slice) {
+  const auto& fields = slice.signature.primary().fields;
+  return {{{"identifiers", quoted(fields.identifier)},
+           {"teams", quoted(fields.teamIdentifier)},
+           {"signers", slice.signer ? foundation::uppercaseHex(slice.signer->certificate.sha1())
+                                    : "none, being signed ad hoc"}}};
+}
 
 /// All slices are the same code by the same people.
 std::optional<Complaint> checkSameCode(const std::vector<CheckedSignature>& slices) {
-  const Origin first(slices.front());
+  const auto first = originOf(slices.front());
   for (const auto& slice : slices) {
-    const Origin other(slice);
-    for (const auto& [what, member] :
-         {std::pair("identifiers", &Origin::identifier), std::pair("teams", &Origin::team),
-          std::pair("signers", &Origin::signer)}) {
-      if (first.*member == other.*member) continue;
-      return complaint(Fault::invalidSignature, std::string("the slices have ") + what + " " +
-                                                    first.*member + " and " + other.*member);
+    const auto other = originOf(slice);
+    if (const auto [a, b] = std::ranges::mismatch(first, other); a != first.end()) {
+      return complaint(Fault::invalidSignature,
+                       "the slices have " + a->first + " " + a->second + " and " + b->second);
     }
     // A first slice that does not meet its own requirement has a status of its own.
     if (!slice.meetsRequirementOf(slices.front()) &&
