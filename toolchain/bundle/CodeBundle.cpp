@@ -125,7 +125,10 @@ bool isDigits(std::string_view text) {
          std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-Result<CodeBundle> openResolved(CodeBundle code) {
+Result<CodeBundle> openResolved(const std::string& name, const fs::path& path) {
+  CodeBundle code;
+  code.name = name;
+  code.path = path;
   if (isRealDirectory(code.path)) return openBundle(std::move(code));
   if (isRegularFile(code.path)) return openFile(std::move(code));
   return failure("neither a folder nor a regular file");
@@ -139,19 +142,14 @@ std::ptrdiff_t depthOf(const fs::path& path) { return std::ranges::count(path.na
 }  // namespace
 
 Result<CodeBundle> CodeBundle::open(const fs::path& path) {
-  CodeBundle code;
-  code.name = path.string();
   std::error_code failed;
-  code.path = fs::canonical(path, failed);
+  const fs::path resolved = fs::canonical(path, failed);
   if (failed) return failure(failed.message());
-  return openResolved(std::move(code));
+  return openResolved(path.string(), resolved);
 }
 
 Result<CodeBundle> CodeBundle::openInside(const fs::path& path) {
-  CodeBundle code;
-  code.name = path.string();
-  code.path = path;
-  return openResolved(std::move(code));
+  return openResolved(path.string(), path);
 }
 
 fs::path CodeBundle::sealPath() const {
@@ -162,8 +160,9 @@ std::string CodeBundle::relativeExecutable() const {
   return isBundle() ? executable.native().substr(base.native().size() + 1) : std::string();
 }
 
-bool CodeBundle::hasResourcesFolder() const {
-  return isBundle() && isRealDirectory(base / "Resources");
+BundleShape CodeBundle::shape() const {
+  return isBundle() && isRealDirectory(base / "Resources") ? BundleShape::withResources
+                                                           : BundleShape::flat;
 }
 
 std::string identifierFromFileName(const fs::path& path) {

@@ -14,6 +14,9 @@
 
 namespace toolchain {
 
+/// Whether a bundle keeps its resources in a Resources folder.
+enum class BundleShape { flat, withResources };
+
 /// Something that can be signed: a bundle with an executable (app, extension, framework), or a
 /// loose Mach-O file.
 struct CodeBundle {
@@ -44,8 +47,7 @@ struct CodeBundle {
   [[nodiscard]] std::filesystem::path sealPath() const;
   /// The executable's path relative to `base`.
   [[nodiscard]] std::string relativeExecutable() const;
-  /// True when the bundle keeps its resources in a Resources folder.
-  [[nodiscard]] bool hasResourcesFolder() const;
+  [[nodiscard]] BundleShape shape() const;
 };
 
 /// "libfoo" for "/a/libfoo.dylib": without folders, the last extension (unless it begins with a

@@ -18,11 +18,6 @@ Result<std::string> rulesText(const ResourceRules& rules) {
   return foundation::PropertyList::xml(dictionary);
 }
 
-ResourceRules defaultRulesFor(const CodeBundle& code) {
-  return defaultResourceRules(code.hasResourcesFolder() ? BundleShape::withResources
-                                                        : BundleShape::flat);
-}
-
 Result<std::string> profileEntitlements(const CodeBundle& code) {
   if (!code.isBundle()) return foundation::PropertyList::xml(Dictionary());
   return package::AppPackage(code.base).profile().andThen([&](const auto& profile) {
@@ -41,7 +36,7 @@ Result<SigningInputs> signingInputs(const std::filesystem::path& path) {
   const auto seal = code->seal();
   if (speaks && !seal) return seal.error();
   const bool hasRules = speaks && seal->has_value();
-  auto rules = rulesText(hasRules ? (*seal)->rules : defaultRulesFor(code->code));
+  auto rules = rulesText(hasRules ? (*seal)->rules : defaultResourceRules(code->code.shape()));
   if (!rules) return rules.error();
   auto entitlements =
       speaks ? code->signature->entitlementsText().mapError(asFault(Fault::invalidSignature))

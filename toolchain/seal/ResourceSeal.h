@@ -32,7 +32,6 @@ struct ResourceRules {
   friend bool operator==(const ResourceRules&, const ResourceRules&) = default;
 };
 
-enum class BundleShape { flat, withResources };
 /// What the platform's tool writes for an iOS bundle.
 ResourceRules defaultResourceRules(BundleShape shape);
 

@@ -68,8 +68,7 @@ Result<std::vector<std::string>> besidesContents(const CodeBundle& bundle) {
 Result<ResourceSeal> sealedIn(const CodeBundle& bundle, const std::optional<Bytes>& seal) {
   if (!seal) {
     ResourceSeal nothing;
-    nothing.rules = defaultResourceRules(bundle.hasResourcesFolder() ? BundleShape::withResources
-                                                                     : BundleShape::flat);
+    nothing.rules = defaultResourceRules(bundle.shape());
     return nothing;
   }
   auto sealed = parseResourceSeal(*seal);

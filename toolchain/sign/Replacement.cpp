@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <functional>
-#include <system_error>
 
 #include <fcntl.h>
 #include <sys/stat.h>

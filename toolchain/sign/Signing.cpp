@@ -82,8 +82,7 @@ class Signer {
       if (!options_.force) return failure("is already signed");
       note(code.name + ": replacing existing signature");
     }
-    if (auto read = readEntitlements(opened->image); !read) return read;
-    return selectIdentity(code);
+    return readEntitlements(opened->image).andThen([&] { return selectIdentity(code); });
   }
 
   Result<> readEntitlements(const MachOFile& image) {
@@ -227,8 +226,7 @@ class Signer {
 
   Result<std::string> sealOf(const CodeBundle& code, const MachOFile& image) {
     SealOptions options;
-    options.rules = defaultResourceRules(code.hasResourcesFolder() ? BundleShape::withResources
-                                                                   : BundleShape::flat);
+    options.rules = defaultResourceRules(code.shape());
     options.sha1InFiles2 = hashTypesFor(image).front() == HashType::sha1;
     options.ignore = [this](const std::string& path) { return replacement_.owns(path); };
     const auto contents = SealContents::collect(code, options);
