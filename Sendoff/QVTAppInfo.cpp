@@ -1,6 +1,5 @@
 #include "Sendoff/QVTAppInfo.h"
 
-#include <chrono>
 #include <utility>
 
 #include <unistd.h>
@@ -124,9 +123,8 @@ bool QVTAppInfo::readProfile() {
 }
 
 void QVTAppInfo::warnOfProfile() const {
-  const auto now =
-      std::chrono::time_point_cast<foundation::Date::duration>(std::chrono::system_clock::now());
   const auto identifier = codeSignedResource_->bundleIdentifier().value_or("");
+  const auto now = foundation::currentDate();
   for (const auto& one : profileProblems(*provisioningProfile_, identifier, now)) {
     foundation::systemLog("Warning: %@: %@", one.problem, one.advice);
   }

@@ -1,6 +1,5 @@
 #include "console/QVTCLUtilLog.h"
 
-#include <chrono>
 #include <string>
 
 #include <unistd.h>
@@ -11,8 +10,8 @@
 std::atomic<bool> debugMode{false};
 
 void writeConsoleLine(std::string_view message) {
-  const auto now = std::chrono::floor<foundation::Date::duration>(std::chrono::system_clock::now());
   const std::string line =
-      foundation::format("%@ sendoff Quorvantile: %@\n", foundation::localTimeStamp(now), message);
+      foundation::format("%@ sendoff Quorvantile: %@\n",
+                         foundation::localTimeStamp(foundation::currentDate()), message);
   foundation::writeAll(STDOUT_FILENO, line);
 }

@@ -206,17 +206,13 @@ bool isOld(foundation::Date written) {
   return std::chrono::system_clock::now() - written > kLeftoverAge;
 }
 
-bool isPlainName(std::string_view name) {
-  return !name.empty() && name != "." && name != ".." && name.find('\0') == name.npos &&
-         name.find('/') == name.npos;
-}
-
 /// An entry of a shared folder, or of the temporary folder unless it is one of the tool's own.
 bool isPathOfAnItem(const std::string& relative) {
   const auto slash = relative.rfind('/');
-  if (slash == relative.npos) return isPlainName(relative) && !relative.starts_with(kOwnPrefix);
+  if (slash == relative.npos)
+    return foundation::isPlainName(relative) && !relative.starts_with(kOwnPrefix);
   const std::string_view folder = std::string_view(relative).substr(0, slash);
-  return isPlainName(std::string_view(relative).substr(slash + 1)) &&
+  return foundation::isPlainName(std::string_view(relative).substr(slash + 1)) &&
          std::ranges::find(kSharedFolders, folder) != kSharedFolders.end();
 }
 

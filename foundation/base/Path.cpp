@@ -49,4 +49,9 @@ bool isAbsolutePath(std::string_view path) {
   return path.starts_with('/') || path.starts_with('~');
 }
 
+bool isPlainName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." &&
+         name.find_first_of(std::string_view("/\0", 2)) == name.npos;
+}
+
 }  // namespace foundation

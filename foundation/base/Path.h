@@ -22,5 +22,7 @@ std::string pathExtension(std::string_view path);
 std::string deletingPathExtension(std::string_view path);
 /// Begins with "/" or, as on the platform, "~".
 bool isAbsolutePath(std::string_view path);
+/// Names an entry of a folder, nothing above or below it.
+bool isPlainName(std::string_view name);
 
 }  // namespace foundation

@@ -120,9 +120,16 @@ std::string resolved(const Parts& base, Parts relative) {
   return textOfParts(relative, path);
 }
 
+/// The escapes are well-formed: `URL::withString` checked them.
 std::string decodedPath(std::string_view path) {
   if (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  return percentDecoded(path).value_or(std::string(path));
+  std::string out;
+  while (const auto rest = cutAt(path, '%')) {
+    out += path;
+    out += static_cast<char>(hexDigit((*rest)[0]) * 16 + hexDigit((*rest)[1]));
+    path = rest->substr(2);
+  }
+  return out += path;
 }
 
 /// Without user info.
@@ -238,20 +245,6 @@ bool isPlainPathComponent(std::string_view text) {
     text.remove_prefix(next->length);
   }
   return true;
-}
-
-std::optional<std::string> percentDecoded(std::string_view text) {
-  std::string out;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      out += text[i];
-      continue;
-    }
-    if (!isEscape(text.substr(i))) return std::nullopt;
-    out += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
-    i += 2;
-  }
-  return out;
 }
 
 }  // namespace foundation

@@ -60,7 +60,4 @@ std::string percentEscapedPathComponent(std::string_view text);
 /// space or a control character, or that is not UTF-8.
 bool isPlainPathComponent(std::string_view text);
 
-/// Absent when a percent escape is malformed.
-std::optional<std::string> percentDecoded(std::string_view text);
-
 }  // namespace foundation

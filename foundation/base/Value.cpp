@@ -34,7 +34,14 @@ std::int64_t leadingInteger(std::string_view text) {
   return number;
 }
 
+template <class T>
+std::optional<T> copyOf(const T* object) {
+  return object ? std::optional(*object) : std::nullopt;
+}
+
 }  // namespace
+
+Date currentDate() { return std::chrono::floor<Date::duration>(std::chrono::system_clock::now()); }
 
 Value::Value(std::uint64_t value) {
   if (value <= static_cast<std::uint64_t>(Integers::max())) {
@@ -83,14 +90,12 @@ const Value* find(const Dictionary& dictionary, std::string_view key) {
 
 std::optional<std::string> stringAt(const Dictionary& dictionary, std::string_view key) {
   const Value* value = find(dictionary, key);
-  const std::string* text = value ? value->string() : nullptr;
-  return text ? std::optional(*text) : std::nullopt;
+  return copyOf(value ? value->string() : nullptr);
 }
 
 std::optional<Date> dateAt(const Dictionary& dictionary, std::string_view key) {
   const Value* value = find(dictionary, key);
-  const Date* date = value ? value->date() : nullptr;
-  return date ? std::optional(*date) : std::nullopt;
+  return copyOf(value ? value->date() : nullptr);
 }
 
 const Array* arrayAt(const Dictionary& dictionary, std::string_view key) {

@@ -19,6 +19,7 @@ struct Error;
 
 /// A point in time, UTC; property lists keep fractions of a second.
 using Date = std::chrono::sys_time<std::chrono::microseconds>;
+Date currentDate();
 
 /// A property-list or JSON value. A present JSON null is a value; absence is an empty
 /// `std::optional<Value>` or a null `const Value*`, never a kind of value.

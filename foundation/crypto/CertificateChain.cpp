@@ -1,7 +1,6 @@
 #include "foundation/crypto/CertificateChain.h"
 
 #include <algorithm>
-#include <chrono>
 
 namespace foundation {
 
@@ -19,7 +18,7 @@ struct Step {
 /// Valid certificates first, then by expiry date, latest first, so that a renewed issuer is
 /// preferred to the expired one with the same name and key.
 std::vector<const Certificate*> inOrderOfPreference(const std::vector<Certificate>& candidates) {
-  const Date now = std::chrono::floor<Date::duration>(std::chrono::system_clock::now());
+  const Date now = currentDate();
   std::vector<const Certificate*> order;
   order.reserve(candidates.size());
   for (const Certificate& candidate : candidates) order.push_back(&candidate);

@@ -61,9 +61,7 @@ struct tm localParts(std::time_t time) {
 }  // namespace
 
 void systemLogText(std::string_view text) {
-  using std::chrono::floor;
-  const Date now = floor<Date::duration>(std::chrono::system_clock::now());
-  const std::string line = localTimeStamp(now) + " " + programName() + "[" +
+  const std::string line = localTimeStamp(currentDate()) + " " + programName() + "[" +
                            std::to_string(::getpid()) + "] " + escapingControlCharacters(text) +
                            "\n";
   if (!keepIfHeld(line)) writeAll(STDERR_FILENO, line);

@@ -88,8 +88,7 @@ struct Flaw {
 };
 
 TEST_F(HandOff, FlawsOfAnAppAreNamedWithAdvice) {
-  const auto now =
-      std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+  const auto now = foundation::currentDate();
   for (const auto& flaw : {
            Flaw{"warning: Info.plist has no CFBundleVersion: ", 3,
                 [](auto& o) { o.info["CFBundleVersion"] = Value(); }},

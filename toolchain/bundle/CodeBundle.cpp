@@ -48,16 +48,10 @@ fs::path executablePath(const CodeBundle& code, const std::string& name) {
   return (code.base == code.path ? code.base : code.base / "MacOS") / name;
 }
 
-/// True for the name of an entry of a folder, nothing above or below it.
-bool isPlainName(std::string_view name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos &&
-         name.find('\0') == std::string_view::npos;
-}
-
 Result<fs::path> executableOf(const CodeBundle& code) {
   const auto name = foundation::stringAt(code.info, "CFBundleExecutable");
   if (!name) return unsuitable("Info.plist has no CFBundleExecutable");
-  if (!isPlainName(*name)) {
+  if (!foundation::isPlainName(*name)) {
     return unsuitable("CFBundleExecutable \"" + *name + "\" is not the name of a file");
   }
   const fs::path executable = executablePath(code, *name);
@@ -191,7 +185,7 @@ bool isCodeBundle(const fs::path& folder) {
   const auto name = foundation::stringAt(code.info, "CFBundleExecutable");
   if (!name) return false;
   // Opening the bundle says what is wrong with a name that leads out of it.
-  return !isPlainName(*name) || isRegularFileInFolder(executablePath(code, *name));
+  return !foundation::isPlainName(*name) || isRegularFileInFolder(executablePath(code, *name));
 }
 
 bool beginsLikeMachO(const fs::path& file) {

@@ -1,6 +1,5 @@
 #include "toolchain/bundle/IdentitySelection.h"
 
-#include <chrono>
 #include <functional>
 
 #include "foundation/base/Format.h"
@@ -96,8 +95,7 @@ Result<> checkValid(const Certificate& certificate, foundation::Date now) {
 Result<SigningIdentity> findIdentity(const IdentityQuery& query) {
   const auto keychains = foundation::SigningKeychains::open(query.keychain);
   if (!keychains) return keychains.error();
-  const auto now =
-      std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+  const auto now = foundation::currentDate();
   auto found = preferringValid(named(keychains->keychain().identities(), query.name), now);
   if (found.empty()) {
     auto more = identitiesOfProfile(query, *keychains);

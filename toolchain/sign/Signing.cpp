@@ -49,10 +49,7 @@ std::uint32_t flagsFrom(const CodeBundle& code) {
 class Signer {
  public:
   explicit Signer(const SignOptions& options)
-      : options_(options),
-        signingTime_(
-            options.signingTime.value_or(std::chrono::time_point_cast<std::chrono::microseconds>(
-                std::chrono::system_clock::now()))) {}
+      : options_(options), signingTime_(options.signingTime.value_or(foundation::currentDate())) {}
 
   Result<> run() {
     auto done =

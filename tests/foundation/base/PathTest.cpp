@@ -38,5 +38,11 @@ TEST(Path, PutsTogetherWithOneSlash) {
   EXPECT_EQ(appendingPathComponent("/a/", ""), "/a");
 }
 
+TEST(Path, KnowsPlainNames) {
+  for (const char* name : {"a", ".a", "...", " "}) EXPECT_TRUE(isPlainName(name)) << name;
+  for (const std::string_view name : {"", ".", "..", "a/b", "/"}) EXPECT_FALSE(isPlainName(name));
+  EXPECT_FALSE(isPlainName(std::string_view("a\0b", 3)));
+}
+
 }  // namespace
 }  // namespace foundation
