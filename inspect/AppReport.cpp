@@ -1,6 +1,4 @@
-#include <chrono>
-
-#include "inspect/AppIdentity.h"
+#include "foundation/base/Text.h"
 #include "inspect/AppSource.h"
 #include "inspect/Commands.h"
 #include "inspect/ForeignApp.h"
@@ -17,10 +15,6 @@ using foundation::Value;
 
 namespace {
 
-foundation::Date currentTime() {
-  return std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
-}
-
 Value describeExecutable(const foundation::Bundle& bundle) {
   const auto path = bundle.executablePath();
   if (!path) return {};
@@ -28,81 +22,64 @@ Value describeExecutable(const foundation::Bundle& bundle) {
   return binary ? describeBinary(**binary) : Value();
 }
 
-Value describeResource(const QVTCodeSignedResource& resource, const QVTProvisioningProfile* profile,
+Value describeResource(const QVTCodeSignedResource& resource,
                        const std::optional<std::string>& keychain) {
+  const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(
+      resource.usableProvisioningProfilePath(), keychain);
   Dictionary document = describeIdentity(resource);
   document["macho"] = describeExecutable(*resource.bundle());
-  if (profile)
-    document["profile"] = describeProfile(*profile, ProfileSurroundings::current(keychain));
-  document.try_emplace("profile");
+  document["profile"] =
+      profile ? describeProfile(*profile, ProfileSurroundings::current(keychain)) : Value();
   return document;
 }
 
-void showApp(const Value& document, bool detailed, TextOutput& text) {
+void showApp(const Value& document, TextOutput& text) {
   text.fields(fieldsOf(document, {"path", "bundleIdentifier", "displayVersion", "buildVersion",
                                   "creationDate", "provisioningProfilePath"}));
   text.heading("macho");
   if (const Value* binary = document.find("macho"); binary->dictionary()) {
-    showBinary(*binary, {.withDylibs = detailed}, text);
+    showBinary(*binary, text);
   } else {
     text.line("no executable that can be read", TextOutput::Tone::bad);
   }
   text.heading("profile");
   if (const Value* profile = document.find("profile"); profile->dictionary()) {
-    showProfile(*profile, {.withPeople = detailed}, text);
+    showProfile(*profile, text);
   } else {
     text.line("no provisioning profile that can be read", TextOutput::Tone::bad);
   }
 }
 
-std::string_view severityName(Finding::Severity severity) {
-  return severity == Finding::Severity::failure ? "failure" : "warning";
-}
-
-int statusOf(const Findings& findings) {
-  int status = 0;
-  for (const auto& finding : findings) {
-    if (finding.severity == Finding::Severity::failure) return 1;
-    status = 3;
-  }
-  return status;
-}
-
-void showFindings(const Findings& findings, TextOutput& text) {
+void showFindings(const Value& document, TextOutput& text) {
+  const auto& findings = entriesAt(document, "findings");
   if (findings.empty())
     text.line("Nothing found that would stop this hand-off.", TextOutput::Tone::good);
   for (const auto& finding : findings) {
-    const bool isFailure = finding.severity == Finding::Severity::failure;
-    text.line(std::string(severityName(finding.severity)) + ": " + finding.problem + ": " +
-                  finding.advice,
-              isFailure ? TextOutput::Tone::bad : TextOutput::Tone::warning);
+    const auto cells = rowOf(finding, {"severity", "problem", "advice"});
+    text.line(foundation::joined(cells, ": "),
+              cells[0] == "failure" ? TextOutput::Tone::bad : TextOutput::Tone::warning);
   }
 }
 
 Report reportOf(const Findings& findings) {
   foundation::Array entries;
+  int status = 0;
   for (const auto& finding : findings) {
-    entries.push_back(Dictionary{{"severity", severityName(finding.severity)},
+    const bool isFailure = finding.severity == Finding::Severity::failure;
+    if (status != 1) status = isFailure ? 1 : 3;
+    entries.push_back(Dictionary{{"severity", isFailure ? "failure" : "warning"},
                                  {"problem", finding.problem},
                                  {"advice", finding.advice}});
   }
-  return {Dictionary{{"findings", std::move(entries)}},
-          [findings](const Value&, TextOutput& text) { showFindings(findings, text); },
-          statusOf(findings)};
+  return {Dictionary{{"findings", std::move(entries)}}, showFindings, status};
 }
 
 }  // namespace
 
 foundation::Result<Report> reportApp(const Arguments& arguments) {
-  const auto source = AppSource::open(arguments.operands()[0]);
-  if (!source) return source.error();
-  const auto keychain = arguments.value("--keychain");
-  const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(
-      source->resource().usableProvisioningProfilePath(), keychain);
-  const bool detailed = arguments.has("-v");
-  return Report{
-      describeResource(source->resource(), profile.get(), keychain),
-      [detailed](const Value& document, TextOutput& text) { showApp(document, detailed, text); }};
+  return AppSource::open(arguments.operands()[0]).map([&](const AppSource& source) {
+    return Report{describeResource(source.resource(), arguments.value("--keychain")), showApp};
+  });
 }
 
 foundation::Result<Report> reportHandOffCheck(const Arguments& arguments) {
@@ -119,7 +96,7 @@ foundation::Result<Report> reportHandOffCheck(const Arguments& arguments) {
                                 .profile = profile.get(),
                                 .keychainPath = keychain,
                                 .symbolsPath = arguments.value("--dsym"),
-                                .now = currentTime()}));
+                                .now = foundation::currentDate()}));
 }
 
 }  // namespace inspect

@@ -11,6 +11,7 @@
 #include "foundation/file/UserFolders.h"
 #include "foundation/process/Interruption.h"
 #include "inspect/Arguments.h"
+#include "inspect/Report.h"
 #include "package/AppPackage.h"
 #include "preparation/Inflation.h"
 #include "preparation/QVTFileSystemUtils.h"
@@ -89,6 +90,21 @@ Result<AppSource> AppSource::open(const std::string& path) {
   source.resource_->readApp(path);
   if (!source.resource_->bundle()) return inputError("cannot open " + path + " as an app");
   return source;
+}
+
+foundation::Dictionary describeIdentity(const QVTCodeSignedResource& resource) {
+  const auto stated = [&info = resource.bundle()->infoDictionary()](std::string_view key) {
+    return orNull(foundation::stringAt(info, key));
+  };
+  const auto& profile = resource.provisioningProfilePath();
+  const bool hasProfile = profile && foundation::FileManager::fileExistsAtPath(*profile);
+  return {
+      {"path", orNull(resource.path())},
+      {"bundleIdentifier", stated("CFBundleIdentifier")},
+      {"displayVersion", stated("CFBundleShortVersionString")},
+      {"buildVersion", stated("CFBundleVersion")},
+      {"creationDate", orNull(resource.creationDate())},
+      {"provisioningProfilePath", hasProfile ? foundation::Value(*profile) : foundation::Value()}};
 }
 
 }  // namespace inspect

@@ -31,4 +31,9 @@ class AppSource {
   std::shared_ptr<QVTCodeSignedResource> resource_;
 };
 
+/// path, bundleIdentifier, displayVersion, buildVersion, creationDate and provisioningProfilePath.
+/// Unlike in the resource, whose bundle must be set, a value that Info.plist does not have as a
+/// string is null, and so is the path of a missing profile.
+foundation::Dictionary describeIdentity(const QVTCodeSignedResource& resource);
+
 }  // namespace inspect

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "inspect/AppIdentity.h"
+#include "inspect/AppSource.h"
 #include "inspect/ArchivesWatch.h"
 #include "inspect/Commands.h"
 #include "xcode/QVTXcodeArchive.h"
@@ -35,11 +35,9 @@ std::vector<ArchivePointer> wantedArchives(const std::optional<std::string>& lat
 void showArchives(const Value& document, TextOutput& text) {
   std::vector<TextOutput::Row> rows;
   for (const auto& archive : entriesAt(document, "archives")) {
-    rows.push_back({textAt(archive, "creationDate").value_or("-"),
-                    textAt(archive, "bundleIdentifier").value_or("-"),
-                    textAt(archive, "displayVersion").value_or("-") + " (" +
-                        textAt(archive, "buildVersion").value_or("-") + ")",
-                    textAt(archive, "path").value_or("-")});
+    auto& row = rows.emplace_back(
+        rowOf(archive, {"creationDate", "bundleIdentifier", "displayVersion", "path"}));
+    row[2] += " (" + textAt(archive, "buildVersion").value_or("-") + ")";
   }
   if (rows.empty()) {
     text.line("no archive in " + textAt(document, "location").value_or("any known location"));

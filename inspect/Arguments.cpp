@@ -16,11 +16,6 @@ constexpr std::string_view kUsageDomain = "sendoff-inspect.usage";
 constexpr std::string_view kInputDomain = "sendoff-inspect.input";
 constexpr std::string_view kHelp = "--help";
 
-const OptionRule* ruleFor(const ArgumentRules& rules, std::string_view name) {
-  const auto found = std::ranges::find(rules.options, name, &OptionRule::name);
-  return found == rules.options.end() ? nullptr : &*found;
-}
-
 }  // namespace
 
 foundation::Error usageError(std::string text) {
@@ -60,8 +55,8 @@ foundation::Result<Arguments> Arguments::parse(const std::vector<std::string>& w
       result.options_[std::string(kHelp)];
       return result;
     }
-    const OptionRule* rule = ruleFor(rules, name);
-    if (!rule) {
+    const auto rule = std::ranges::find(rules.options, name, &OptionRule::name);
+    if (rule == rules.options.end()) {
       return usageError("unknown option " + std::string(name) +
                         " (write -- before an argument that begins with a dash)");
     }
@@ -86,9 +81,8 @@ foundation::Result<Arguments> Arguments::parse(const std::vector<std::string>& w
 }
 
 std::optional<std::string> Arguments::value(std::string_view option) const {
-  const auto found = options_.find(option);
-  if (found == options_.end() || found->second.empty()) return std::nullopt;
-  return found->second.back();
+  const auto all = values(option);
+  return all.empty() ? std::nullopt : std::optional(all.back());
 }
 
 std::vector<std::string> Arguments::values(std::string_view option) const {

@@ -37,12 +37,8 @@ foundation::Array matches(const QVTMachOBinary& binary, const Value& uuids) {
 void show(const Value& document, TextOutput& text) {
   text.fields(fieldsOf(
       document, {"bundleIdentifier", "bundleVersion", "shortBundleVersion", "executablePath"}));
-  std::vector<TextOutput::Row> rows;
-  for (const auto& entry : entriesAt(document, "uuids")) {
-    rows.push_back(
-        {textAt(entry, "architectureName").value_or("-"), textAt(entry, "uuid").value_or("-")});
-  }
-  text.table({"architecture", "uuid"}, rows);
+  text.table({"architecture", "uuid"},
+             rowsOf(entriesAt(document, "uuids"), {"architectureName", "uuid"}));
   for (const auto& slice : entriesAt(document, "match")) {
     const bool found = hasSymbols(slice);
     text.line(textAt(slice, "architectureName").value_or("-") + " " +

@@ -37,15 +37,13 @@ bool isFrameworkArchive(const std::string& archive) {
 
 /// Every platform named in the Info dictionary, in lower case ("iphonesimulator").
 std::vector<std::string> namedPlatforms(const foundation::Bundle& bundle) {
+  const auto& info = bundle.infoDictionary();
   std::vector<std::string> names;
-  const auto add = [&](const foundation::Value* value) {
-    const std::string* name = value ? value->string() : nullptr;
-    if (name) names.push_back(foundation::lowercased(*name));
-  };
-  add(bundle.objectForInfoDictionaryKey("DTPlatformName"));
-  const auto* supported = bundle.objectForInfoDictionaryKey("CFBundleSupportedPlatforms");
-  const foundation::Array* list = supported ? supported->array() : nullptr;
-  for (const auto& one : list ? *list : foundation::Array()) add(&one);
+  if (const auto name = foundation::stringAt(info, "DTPlatformName")) names.push_back(*name);
+  if (const auto* list = foundation::arrayAt(info, "CFBundleSupportedPlatforms")) {
+    for (const auto& one : *list) names.push_back(one.string() ? *one.string() : "");
+  }
+  std::ranges::transform(names, names.begin(), foundation::lowercased);
   return names;
 }
 

@@ -184,14 +184,14 @@ Findings checkTools() {
 
 Findings checkVersions(const foundation::Bundle& bundle) {
   Findings findings;
-  const foundation::Value* identifier = bundle.objectForInfoDictionaryKey("CFBundleIdentifier");
-  if (!identifier || !identifier->string() || identifier->string()->empty()) {
+  const auto identifier =
+      foundation::stringAt(bundle.infoDictionary(), "CFBundleIdentifier").value_or("");
+  if (identifier.empty()) {
     findings.push_back(fails("Info.plist has no CFBundleIdentifier of type string",
                              "set it; the release service finds the app by it"));
-  } else if (!foundation::isPlainPathComponent(*identifier->string())) {
+  } else if (!foundation::isPlainPathComponent(identifier)) {
     findings.push_back(
-        fails("the bundle identifier " + *identifier->string() +
-                  " cannot be part of a request to the service",
+        fails("the bundle identifier " + identifier + " cannot be part of a request to the service",
               "use letters, digits, hyphens and periods, as the developer account demands"));
   }
   for (const char* key : {"CFBundleShortVersionString", "CFBundleVersion"}) {

@@ -1,6 +1,7 @@
 #include "inspect/MachOReport.h"
 
 #include <algorithm>
+#include <array>
 
 #include "inspect/Arguments.h"
 #include "inspect/Commands.h"
@@ -18,21 +19,9 @@ Value version(const macho::QVTMachOVersion& value) {
   return orNull(macho::QVTMachOFormatVersion(&value));
 }
 
-std::string_view nameOf(macho::DylibKind kind) {
-  switch (kind) {
-    case macho::DylibKind::weak:
-      return "weak";
-    case macho::DylibKind::reexported:
-      return "re-exported";
-    case macho::DylibKind::upward:
-      return "upward";
-    case macho::DylibKind::lazy:
-      return "lazy";
-    case macho::DylibKind::plain:
-      break;
-  }
-  return "plain";
-}
+/// In the order of `macho::DylibKind`.
+constexpr std::array<std::string_view, 5> kKindNames{"plain", "weak", "re-exported", "upward",
+                                                     "lazy"};
 
 Value describeSlice(const QVTMachOSlice& slice) {
   const macho::SliceContents& contents = slice.contents();
@@ -40,17 +29,14 @@ Value describeSlice(const QVTMachOSlice& slice) {
   const auto versions = stated.value_or(macho::TargetVersions{});
   foundation::Array dylibs;
   for (const auto& [path, kind] : contents.dylibs) {
-    dylibs.push_back(Dictionary{{"path", path}, {"kind", nameOf(kind)}});
+    dylibs.push_back(
+        Dictionary{{"path", path}, {"kind", kKindNames[static_cast<std::size_t>(kind)]}});
   }
   return Dictionary{{"architectureName", slice.architectureName()},
                     {"uuid", orNull(slice.uuid())},
                     {"minimumOSVersion", version(versions.minimumOS)},
                     {"linkedSDKVersion", version(versions.sdk)},
                     {"linkedDylibs", std::move(dylibs)}};
-}
-
-bool everySliceHasUUID(const QVTMachOBinary& binary) {
-  return std::ranges::all_of(binary.slices(), [](const auto& s) { return s->uuid().has_value(); });
 }
 
 void showDylibs(const Value& slice, TextOutput& text) {
@@ -75,35 +61,30 @@ foundation::Result<std::shared_ptr<QVTMachOBinary>> openBinary(const std::string
 Value describeBinary(const QVTMachOBinary& binary) {
   foundation::Array slices;
   for (const auto& slice : binary.slices()) slices.push_back(describeSlice(*slice));
-  const bool identified = everySliceHasUUID(binary);
+  const bool identified =
+      std::ranges::all_of(binary.slices(), [](const auto& s) { return s->uuid().has_value(); });
   return Dictionary{
       {"slices", std::move(slices)},
       {"instanceIdentifier", identified ? Value(binary.instanceIdentifier()) : Value()}};
 }
 
-void showBinary(const Value& document, const BinaryTextOptions& options, TextOutput& text) {
+void showBinary(const Value& document, TextOutput& text) {
   std::vector<TextOutput::Row> rows;
   for (const auto& slice : entriesAt(document, "slices")) {
-    rows.push_back({textAt(slice, "architectureName").value_or("-"),
-                    textAt(slice, "uuid").value_or("-"),
-                    textAt(slice, "minimumOSVersion").value_or("-"),
-                    textAt(slice, "linkedSDKVersion").value_or("-"),
-                    std::to_string(entriesAt(slice, "linkedDylibs").size())});
+    auto& row = rows.emplace_back(
+        rowOf(slice, {"architectureName", "uuid", "minimumOSVersion", "linkedSDKVersion"}));
+    row.push_back(std::to_string(entriesAt(slice, "linkedDylibs").size()));
   }
   text.table({"architecture", "uuid", "min OS", "SDK", "dylibs"}, rows);
   text.fields(fieldsOf(document, {"instanceIdentifier"}));
-  if (!options.withDylibs) return;
+  if (!text.isDetailed()) return;
   for (const auto& slice : entriesAt(document, "slices")) showDylibs(slice, text);
 }
 
 foundation::Result<Report> reportMachO(const Arguments& arguments) {
-  return openBinary(arguments.operands()[0])
-      .map([&](const std::shared_ptr<QVTMachOBinary>& binary) {
-        const BinaryTextOptions options{.withDylibs = arguments.has("-v")};
-        return Report{describeBinary(*binary), [options](const Value& document, TextOutput& text) {
-                        showBinary(document, options, text);
-                      }};
-      });
+  return openBinary(arguments.operands()[0]).map([](const std::shared_ptr<QVTMachOBinary>& binary) {
+    return Report{describeBinary(*binary), showBinary};
+  });
 }
 
 }  // namespace inspect

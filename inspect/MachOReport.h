@@ -15,11 +15,7 @@ foundation::Result<std::shared_ptr<QVTMachOBinary>> openBinary(const std::string
 /// linkedDylibs with path and kind) and `instanceIdentifier`, null when a slice has no UUID.
 foundation::Value describeBinary(const QVTMachOBinary& binary);
 
-/// A table of the slices, and a list of dylibs if `withDylibs`.
-struct BinaryTextOptions {
-  bool withDylibs = false;
-};
-void showBinary(const foundation::Value& document, const BinaryTextOptions& options,
-                TextOutput& text);
+/// A table of the slices; detailed, also their dylibs.
+void showBinary(const foundation::Value& document, TextOutput& text);
 
 }  // namespace inspect

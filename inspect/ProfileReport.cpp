@@ -52,29 +52,26 @@ Value describeNewerMatch(const QVTProvisioningProfile& profile,
                     {"expirationDate", orNull(newer->expirationDate())}};
 }
 
-std::size_t withKey(const Value& document) {
-  return static_cast<std::size_t>(std::ranges::count_if(
-      entriesAt(document, "developerCertificates"),
-      [](const Value& c) { return *c.find("isPrivateKeyAvailable")->boolean(); }));
+bool hasKey(const Value& certificate) {
+  return *certificate.find("isPrivateKeyAvailable")->boolean();
 }
 
 void showCounts(const Value& document, TextOutput& text) {
-  const auto certificates = entriesAt(document, "developerCertificates").size();
-  text.fields(
-      {{"developerCertificates", counted(certificates, "certificate") + ", " +
-                                     std::to_string(withKey(document)) + " with a private key"},
-       {"provisionedDevices",
-        counted(entriesAt(document, "provisionedDevices").size(), "device")}});
+  const auto& certificates = entriesAt(document, "developerCertificates");
+  const auto withKey = std::ranges::count_if(certificates, hasKey);
+  text.fields({{"developerCertificates", counted(certificates.size(), "certificate") + ", " +
+                                             std::to_string(withKey) + " with a private key"},
+               {"provisionedDevices",
+                counted(entriesAt(document, "provisionedDevices").size(), "device")}});
 }
 
 void showPeople(const Value& document, TextOutput& text) {
   text.heading("developerCertificates");
   std::vector<TextOutput::Row> rows;
   for (const auto& certificate : entriesAt(document, "developerCertificates")) {
-    rows.push_back({textAt(certificate, "commonName").value_or("-"),
-                    textAt(certificate, "organizationName").value_or("-"),
-                    *certificate.find("isPrivateKeyAvailable")->boolean() ? "yes" : "no",
-                    textAt(certificate, "sha1").value_or("-")});
+    auto& row =
+        rows.emplace_back(rowOf(certificate, {"commonName", "organizationName", "", "sha1"}));
+    row[2] = hasKey(certificate) ? "yes" : "no";
   }
   text.table({"common name", "organization", "key", "SHA-1"}, rows);
   text.heading("provisionedDevices");
@@ -93,24 +90,18 @@ Value describeInstalled(const ProfileSurroundings& surroundings) {
   return Dictionary{{"profiles", std::move(profiles)}};
 }
 
-void showInstalledWithPeople(const Value& document, TextOutput& text) {
-  for (const auto& profile : entriesAt(document, "profiles")) {
-    text.heading(textAt(profile, "name").value_or("-"));
-    showProfile(profile, {.withPeople = true}, text);
-  }
-}
-
 void showInstalled(const Value& document, TextOutput& text) {
-  std::vector<TextOutput::Row> rows;
-  for (const auto& profile : entriesAt(document, "profiles")) {
-    rows.push_back(
-        {textAt(profile, "name").value_or("-"), textAt(profile, "bundleIdentifier").value_or("-"),
-         textAt(profile, "daysToExpiry").value_or("-"), textAt(profile, "UUID").value_or("-")});
-  }
-  if (rows.empty()) {
+  const auto& profiles = entriesAt(document, "profiles");
+  if (text.isDetailed()) {
+    for (const auto& profile : profiles) {
+      text.heading(textAt(profile, "name").value_or("-"));
+      showProfile(profile, text);
+    }
+  } else if (profiles.empty()) {
     text.line("no profile is installed in " + QVTProvisioningProfile::profileDirectories().front());
   } else {
-    text.table({"name", "bundle identifier", "days left", "UUID"}, rows);
+    text.table({"name", "bundle identifier", "days left", "UUID"},
+               rowsOf(profiles, {"name", "bundleIdentifier", "daysToExpiry", "UUID"}));
   }
 }
 
@@ -119,8 +110,7 @@ void showInstalled(const Value& document, TextOutput& text) {
 ProfileSurroundings ProfileSurroundings::current(std::optional<std::string> keychainPath) {
   return {.keychainPath = std::move(keychainPath),
           .installed = QVTProvisioningProfile::installedProfiles(),
-          .now = std::chrono::time_point_cast<std::chrono::microseconds>(
-              std::chrono::system_clock::now())};
+          .now = foundation::currentDate()};
 }
 
 Value describeProfile(const QVTProvisioningProfile& profile,
@@ -148,7 +138,7 @@ Value describeProfile(const QVTProvisioningProfile& profile,
       {"newerMatch", describeNewerMatch(profile, surroundings)}};
 }
 
-void showProfile(const Value& document, const ProfileTextOptions& options, TextOutput& text) {
+void showProfile(const Value& document, TextOutput& text) {
   text.fields(fieldsOf(
       document, {"path", "name", "UUID", "bundleIdentifier", "bundleIdentifierWithAppIdPrefix",
                  "applicationIdentifierPrefix", "applicationIdentifierPrefixWildCard",
@@ -159,7 +149,7 @@ void showProfile(const Value& document, const ProfileTextOptions& options, TextO
     text.line("a newer profile is installed: " + textAt(*newer, "path").value_or(""),
               TextOutput::Tone::warning);
   }
-  if (options.withPeople) showPeople(document, text);
+  if (text.isDetailed()) showPeople(document, text);
 }
 
 foundation::Result<Report> reportProfile(const Arguments& arguments) {
@@ -167,19 +157,14 @@ foundation::Result<Report> reportProfile(const Arguments& arguments) {
   if (installed == !arguments.operands().empty()) {
     return usageError("give either a FILE or --installed");
   }
-  const bool detailed = arguments.has("-v");
   const auto keychain = arguments.value("--keychain");
   if (installed) {
-    return Report{describeInstalled(ProfileSurroundings::current(keychain)),
-                  detailed ? showInstalledWithPeople : showInstalled};
+    return Report{describeInstalled(ProfileSurroundings::current(keychain)), showInstalled};
   }
   const std::string& path = arguments.operands()[0];
   const auto profile = QVTProvisioningProfile::initWithPathKeychainPath(path, keychain);
   if (!profile) return unreadable(path, "not a provisioning profile, or a damaged one");
-  const ProfileTextOptions options{.withPeople = detailed};
-  return Report{
-      describeProfile(*profile, ProfileSurroundings::current(keychain)),
-      [options](const Value& document, TextOutput& text) { showProfile(document, options, text); }};
+  return Report{describeProfile(*profile, ProfileSurroundings::current(keychain)), showProfile};
 }
 
 }  // namespace inspect

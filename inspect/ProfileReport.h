@@ -29,11 +29,6 @@ struct ProfileSurroundings {
 foundation::Value describeProfile(const QVTProvisioningProfile& profile,
                                   const ProfileSurroundings& surroundings);
 
-/// Devices and certificates are only counted unless `withPeople`.
-struct ProfileTextOptions {
-  bool withPeople = false;
-};
-void showProfile(const foundation::Value& document, const ProfileTextOptions& options,
-                 TextOutput& text);
+void showProfile(const foundation::Value& document, TextOutput& text);
 
 }  // namespace inspect

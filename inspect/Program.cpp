@@ -1,10 +1,16 @@
 #include "inspect/Program.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <optional>
+#include <system_error>
 
+#include <unistd.h>
+
+#include "foundation/base/Format.h"
 #include "foundation/base/Text.h"
+#include "foundation/base/WriteAll.h"
 #include "foundation/crypto/Keychain.h"
 #include "foundation/format/JSON.h"
 #include "foundation/process/SystemLog.h"
@@ -12,26 +18,26 @@
 
 namespace inspect {
 
+using foundation::format;
+using foundation::writeAll;
+
 namespace {
 
 constexpr std::string_view kProgram = "sendoff-inspect";
 
 std::string usage() {
-  std::string text = "Usage: " + std::string(kProgram) + " COMMAND ... [--json]\n\nCommands:\n";
+  std::string text = format("Usage: %@ COMMAND ... [--json]\n\nCommands:\n", kProgram);
   for (const auto& command : allCommands()) {
-    text += "  " + std::string(command.name) + " " + std::string(command.synopsis) + "\n      " +
-            std::string(command.summary) + "\n";
+    text += format("  %@ %@\n      %@\n", command.name, command.synopsis, command.summary);
   }
-  text +=
-      "\n--json prints one JSON document instead of text; COMMAND --help shows more.\n"
-      "Status: 0 done, 1 unreadable input, 2 wrong usage; `check` adds 3 for warnings only.\n";
-  return text;
+  return text +
+         "\n--json prints one JSON document instead of text; COMMAND --help shows more.\n"
+         "Status: 0 done, 1 unreadable input, 2 wrong usage; `check` adds 3 for warnings only.\n";
 }
 
 std::string usage(const Command& command) {
-  return "Usage: " + std::string(kProgram) + " " + std::string(command.name) + " " +
-         std::string(command.synopsis) + " [--json]\n" + std::string(command.summary) + "\n" +
-         std::string(command.details);
+  return format("Usage: %@ %@ %@ [--json]\n%@\n%@", kProgram, command.name, command.synopsis,
+                command.summary, command.details);
 }
 
 std::string complaint(std::string_view where, std::string_view text) {
@@ -50,8 +56,7 @@ Outcome failure(const Command& command, const foundation::Error& error) {
   return outcome;
 }
 
-Outcome runCommand(const Command& command, const std::vector<std::string>& words,
-                   const TextStyle& style) {
+Outcome runCommand(const Command& command, const std::vector<std::string>& words, TextStyle style) {
   ArgumentRules rules = command.rules;
   rules.options.push_back({"--json"});
   const auto arguments = Arguments::parse(words, rules);
@@ -70,6 +75,7 @@ Outcome runCommand(const Command& command, const std::vector<std::string>& words
   if (arguments->has("--json")) {
     outcome.standardOutput = foundation::JSON::encode(report->document, 2) + "\n";
   } else {
+    style.detailed = arguments->has("-v");
     TextOutput text(style);
     report->showText(report->document, text);
     outcome.standardOutput = text.text();
@@ -94,6 +100,18 @@ Outcome runProgram(const std::vector<std::string>& words, const TextStyle& style
   } catch (const std::exception& exception) {
     return failure(*command, inputError(exception.what()));
   }
+}
+
+int writeOutcome(const Outcome& outcome) {
+  writeAll(STDERR_FILENO, outcome.standardError);
+  const int error = writeAll(STDOUT_FILENO, outcome.standardOutput);
+  if (error == 0) return outcome.status;
+  if (error != EPIPE) {
+    const std::string line = "sendoff-inspect: cannot write to standard output: " +
+                             std::system_category().message(error) + "\n";
+    writeAll(STDERR_FILENO, line);
+  }
+  return outcome.status == 0 ? 1 : outcome.status;
 }
 
 }  // namespace inspect

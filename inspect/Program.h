@@ -19,4 +19,8 @@ struct Outcome {
 /// throws only `foundation::Interrupted`. Only `archives --watch` prints while it runs.
 Outcome runProgram(const std::vector<std::string>& words, const TextStyle& style);
 
+/// Writes what a run prints and returns its exit status, but never 0 when standard output fails.
+/// The failure is written to standard error unless the reader is gone.
+int writeOutcome(const Outcome& outcome);
+
 }  // namespace inspect

@@ -7,9 +7,7 @@ namespace inspect {
 using foundation::Value;
 
 Value arrayOf(const std::vector<std::string>& texts) {
-  foundation::Array result;
-  for (const auto& text : texts) result.emplace_back(text);
-  return result;
+  return foundation::Array(texts.begin(), texts.end());
 }
 
 std::optional<std::string> textAt(const Value& document, std::string_view key) {
@@ -30,10 +28,22 @@ const foundation::Array& entriesAt(const Value& document, std::string_view key) 
   return entries ? *entries : kNone;
 }
 
-Fields fieldsOf(const Value& document, const std::vector<std::string_view>& keys) {
-  Fields fields;
+TextOutput::Fields fieldsOf(const Value& document, const Keys& keys) {
+  TextOutput::Fields fields;
   for (const auto key : keys) fields.emplace_back(key, textAt(document, key));
   return fields;
+}
+
+TextOutput::Row rowOf(const Value& entry, const Keys& keys) {
+  TextOutput::Row row;
+  for (const auto key : keys) row.push_back(textAt(entry, key).value_or("-"));
+  return row;
+}
+
+std::vector<TextOutput::Row> rowsOf(const foundation::Array& entries, const Keys& keys) {
+  std::vector<TextOutput::Row> rows;
+  for (const auto& entry : entries) rows.push_back(rowOf(entry, keys));
+  return rows;
 }
 
 std::string counted(std::size_t count, std::string_view noun) {

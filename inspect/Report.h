@@ -3,7 +3,6 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "foundation/base/Result.h"
@@ -35,9 +34,12 @@ std::optional<std::string> textAt(const foundation::Value& document, std::string
 /// The array under `key`; empty when there is none.
 const foundation::Array& entriesAt(const foundation::Value& document, std::string_view key);
 
-using Fields = std::vector<std::pair<std::string, std::optional<std::string>>>;
+using Keys = std::vector<std::string_view>;
 /// One field per key, labelled with the key.
-Fields fieldsOf(const foundation::Value& document, const std::vector<std::string_view>& keys);
+TextOutput::Fields fieldsOf(const foundation::Value& document, const Keys& keys);
+/// One cell per key, "-" for an absent value; one row per entry.
+TextOutput::Row rowOf(const foundation::Value& entry, const Keys& keys);
+std::vector<TextOutput::Row> rowsOf(const foundation::Array& entries, const Keys& keys);
 
 /// "1 device", "3 devices".
 std::string counted(std::size_t count, std::string_view noun);

@@ -1,7 +1,5 @@
 // Reports about build settings: search paths, argument strings, platform names.
 
-#include <filesystem>
-
 #include "QVTSharedUtils/QVTTask.h"
 #include "inspect/Commands.h"
 #include "xcode/QVTEnvironment.h"
@@ -35,32 +33,23 @@ foundation::Result<Report> reportArguments(const Arguments& arguments) {
   Dictionary document{{"arguments", arrayOf(*words)}};
   const auto options = arguments.values("--option");
   if (options.empty()) return listReport(std::move(document), "arguments");
-  foundation::Array provided;
-  for (const auto& word : *words) provided.emplace_back(word);
   const auto values = QVTTask::argumentsProvidedMatchingValidArgumentsAllowingTrailingSpace(
-      provided, options, arguments.has("--glued"));
+      foundation::Array(words->begin(), words->end()), options, arguments.has("--glued"));
   document["values"] = values ? arrayOf(*values) : Value();
   return listReport(std::move(document), "values");
 }
 
 foundation::Result<Report> reportPlatform(const Arguments& arguments) {
   const std::string& name = arguments.operands()[0];
-  auto identifier = QVTPlatform::translatePlatform(name);
-  auto displayName = QVTPlatform::displayStringForPlatform(name);
-  const bool isIdentifier =
-      !identifier && QVTPlatform::platformFromString(name) != QVTPlatformType::unknown;
-  const auto type = QVTPlatform::platformFromString(identifier.value_or(name));
-  if (isIdentifier) {
-    identifier = name;
-    displayName = QVTPlatform::displayStringForPlatformType(type);
-  }
-  if (!identifier) {
+  const auto ofSDK = QVTPlatform::translatePlatform(name);
+  const auto type = QVTPlatform::platformFromString(ofSDK.value_or(name));
+  if (type == QVTPlatformType::unknown) {
     return inputError("unknown platform " + name +
                       " (try iphoneos, macosx, appletvos, watchos or ios)");
   }
-  return Report{Dictionary{{"name", isIdentifier ? Value() : Value(name)},
-                           {"identifier", orNull(identifier)},
-                           {"displayName", orNull(displayName)},
+  return Report{Dictionary{{"name", ofSDK ? Value(name) : Value()},
+                           {"identifier", orNull(QVTPlatform::stringFromPlatform(type))},
+                           {"displayName", orNull(QVTPlatform::displayStringForPlatformType(type))},
                            {"type", static_cast<std::int64_t>(type)}},
                 [](const Value& document, TextOutput& text) {
                   text.fields(fieldsOf(document, {"name", "identifier", "displayName", "type"}));

@@ -1,6 +1,7 @@
 #include "inspect/TextOutput.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <numeric>
 
@@ -18,26 +19,16 @@ namespace {
 constexpr std::size_t kGap = 2;
 constexpr std::size_t kNarrowestColumn = 8;
 
+constexpr std::string_view kBold = "\x1b[1m";
+/// In the order of `TextOutput::Tone`.
+constexpr std::array<std::string_view, 4> kColours{"", "\x1b[32m", "\x1b[33m", "\x1b[31m"};
+
 bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xc0) == 0x80; }
 
 /// Characters, not bytes; wide and combining characters count as one.
 std::size_t length(std::string_view text) {
   return static_cast<std::size_t>(
       std::ranges::count_if(text, [](char c) { return !isContinuation(c); }));
-}
-
-std::string_view colourCode(TextOutput::Tone tone) {
-  switch (tone) {
-    case TextOutput::Tone::good:
-      return "\x1b[32m";
-    case TextOutput::Tone::warning:
-      return "\x1b[33m";
-    case TextOutput::Tone::bad:
-      return "\x1b[31m";
-    case TextOutput::Tone::plain:
-      break;
-  }
-  return {};
 }
 
 /// Removes and returns the first `characters` characters.
@@ -80,25 +71,24 @@ TextStyle TextStyle::ofStandardOutput() {
 
 void TextOutput::heading(std::string_view text) {
   if (!text_.empty()) text_ += '\n';
-  if (style_.colour) text_ += "\x1b[1m";
-  text_ += escapingControlCharacters(text);
-  if (style_.colour) text_ += "\x1b[0m";
-  text_ += '\n';
+  append(escapingControlCharacters(text), kBold);
 }
 
 void TextOutput::line(std::string_view text, Tone tone) {
-  const std::string_view code = style_.colour ? colourCode(tone) : std::string_view{};
-  text_ += code;
-  text_ += escapingControlCharacters(text);
-  if (!code.empty()) text_ += "\x1b[0m";
-  text_ += '\n';
+  append(escapingControlCharacters(text), kColours[static_cast<std::size_t>(tone)]);
 }
 
-void TextOutput::fields(
-    const std::vector<std::pair<std::string, std::optional<std::string>>>& pairs) {
+void TextOutput::append(std::string_view line, std::string_view colour) {
+  const bool isColoured = style_.colour && !colour.empty();
+  if (isColoured) text_ += colour;
+  text_ += line;
+  text_ += isColoured ? "\x1b[0m\n" : "\n";
+}
+
+void TextOutput::fields(const Fields& fields) {
   std::size_t widest = 0;
-  for (const auto& [label, value] : pairs) widest = std::max(widest, length(label));
-  for (const auto& [label, value] : pairs) {
+  for (const auto& [label, value] : fields) widest = std::max(widest, length(label));
+  for (const auto& [label, value] : fields) {
     text_ += label + ": ";
     if (style_.columns) text_.append(widest - length(label), ' ');
     text_ += escapingControlCharacters(value.value_or("-")) + '\n';
@@ -122,9 +112,7 @@ void TextOutput::table(const Row& headings, std::vector<Row> rows) {
 void TextOutput::tableRow(const Row& cells, const std::vector<std::size_t>& widths,
                           bool isHeading) {
   if (!style_.columns) {
-    for (std::size_t i = 0; i < cells.size(); ++i) text_ += (i ? "\t" : "") + cells[i];
-    text_ += '\n';
-    return;
+    return append(foundation::joined(cells, "\t"), "");
   }
   std::vector<std::string_view> rest(cells.begin(), cells.end());
   do {
@@ -135,7 +123,7 @@ void TextOutput::tableRow(const Row& cells, const std::vector<std::size_t>& widt
       if (i + 1 < rest.size()) row.append(widths[i] - length(piece) + kGap, ' ');
     }
     row.erase(row.find_last_not_of(' ') + 1);
-    text_ += isHeading && style_.colour ? "\x1b[1m" + row + "\x1b[0m\n" : row + '\n';
+    append(row, isHeading ? kBold : "");
   } while (std::ranges::any_of(rest, [](std::string_view text) { return !text.empty(); }));
 }
 

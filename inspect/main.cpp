@@ -7,7 +7,6 @@
 #include "foundation/process/Interruption.h"
 #include "foundation/process/ProcessInfo.h"
 #include "foundation/queue/RunLoop.h"
-#include "inspect/Output.h"
 #include "inspect/Program.h"
 #include "startup/SigningToolPath.h"
 
