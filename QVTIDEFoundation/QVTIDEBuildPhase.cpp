@@ -20,7 +20,7 @@ std::shared_ptr<QVTIDEFile> referencedFile(const foundation::Value& buildFileId,
                                            const Dictionary& objects,
                                            const QVTIDEFilesDictionary& files) {
   const std::string* id = buildFileId.string();
-  const Dictionary* buildFile = id ? QVTIDEReading::object(objects, *id) : nullptr;
+  const Dictionary* buildFile = id ? foundation::dictionaryAt(objects, *id) : nullptr;
   const auto reference = QVTIDEReading::text(buildFile, "fileRef");
   const auto entry = reference ? files.find(*reference) : files.end();
   return entry == files.end() ? nullptr : std::dynamic_pointer_cast<QVTIDEFile>(entry->second);
@@ -44,17 +44,15 @@ QVTIDEBuildPhase::initWithBuildPhaseDictionaryObjectIdObjectsDictionaryFilesDict
   const std::string folder = projectFolderForProjectPath(projectPath);
   if (const Array* list = QVTIDEReading::array(dictionary, "files")) {
     for (const foundation::Value& id : *list) {
-      if (auto file = referencedFile(id, objects, files)) phase->append(std::move(file), folder);
+      auto file = referencedFile(id, objects, files);
+      if (!file) continue;
+      if (!phase->settingsBundle_ && isSettingsBundleFileInProjectFolder(*file, folder)) {
+        phase->settingsBundle_ = file;
+      }
+      phase->files_.push_back(std::move(file));
     }
   }
   return phase;
-}
-
-void QVTIDEBuildPhase::append(std::shared_ptr<QVTIDEFile> file, std::string_view projectFolder) {
-  if (!settingsBundle_ && isSettingsBundleFileInProjectFolder(*file, projectFolder)) {
-    settingsBundle_ = file;
-  }
-  files_.push_back(std::move(file));
 }
 
 std::string QVTIDEBuildPhase::projectFolderForProjectPath(std::string_view projectPath) {

@@ -43,7 +43,6 @@ class QVTIDEBuildPhase : public QVTIDEObject {
  private:
   QVTIDEBuildPhase(const foundation::Dictionary* dictionary, std::string objectId);
   [[nodiscard]] std::string_view className() const override { return "QVTIDEBuildPhase"; }
-  void append(std::shared_ptr<QVTIDEFile> file, std::string_view projectFolder);
 
   std::optional<std::string> buildActionMask_;
   std::optional<foundation::Array> inputPaths_;

@@ -68,7 +68,7 @@ class QVTIDEGroup::Builder {
   }
 
   std::shared_ptr<QVTIDESourceTreeObject> made(const std::string& id) {
-    const Dictionary* dictionary = QVTIDEReading::object(objects_, id);
+    const Dictionary* dictionary = foundation::dictionaryAt(objects_, id);
     const auto type = isaToType(QVTIDEReading::text(dictionary, QVTIsaKey));
     if (type == QVTIDEObjectType::fileReference) {
       return QVTIDEFile::initWithObjectDictionaryObjectId(dictionary, id);

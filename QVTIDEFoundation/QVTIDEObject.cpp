@@ -58,8 +58,4 @@ const foundation::Array* array(const foundation::Dictionary* dictionary, std::st
   return dictionary ? foundation::arrayAt(*dictionary, key) : nullptr;
 }
 
-const foundation::Dictionary* object(const foundation::Dictionary& objects, std::string_view id) {
-  return foundation::dictionaryAt(objects, id);
-}
-
 }  // namespace QVTIDEReading

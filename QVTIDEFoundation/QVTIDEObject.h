@@ -64,7 +64,5 @@ namespace QVTIDEReading {
 std::optional<std::string> text(const foundation::Dictionary* dictionary, std::string_view key);
 /// Null when the value is missing or not an array.
 const foundation::Array* array(const foundation::Dictionary* dictionary, std::string_view key);
-/// Null when the object is missing or not a dictionary.
-const foundation::Dictionary* object(const foundation::Dictionary& objects, std::string_view id);
 
 }  // namespace QVTIDEReading

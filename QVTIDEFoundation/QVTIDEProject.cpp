@@ -32,7 +32,7 @@ std::shared_ptr<QVTIDEProject> QVTIDEProject::initWithProjectPath(std::string pa
 }
 
 QVTIDEProject::QVTIDEProject(Dictionary objects, const std::string& rootId, std::string path)
-    : QVTIDEObject(QVTIDEReading::object(objects, rootId), rootId),
+    : QVTIDEObject(foundation::dictionaryAt(objects, rootId), rootId),
       objects_(std::move(objects)),
       projectFile_(std::move(path)) {
   const Dictionary* project = objectForObjectId(rootId);
@@ -63,7 +63,7 @@ void QVTIDEProject::readTargets(const Dictionary* project) {
 }
 
 const Dictionary* QVTIDEProject::objectForObjectId(std::string_view objectId) const {
-  return QVTIDEReading::object(objects_, objectId);
+  return foundation::dictionaryAt(objects_, objectId);
 }
 
 std::string QVTIDEProject::description() const {

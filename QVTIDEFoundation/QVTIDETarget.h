@@ -61,7 +61,6 @@ class QVTIDETarget : public QVTIDEObject {
  private:
   QVTIDETarget(const foundation::Dictionary* dictionary, std::string objectId);
   [[nodiscard]] std::string_view className() const override { return "QVTIDETarget"; }
-  void append(std::shared_ptr<QVTIDEBuildPhase> phase);
 
   std::optional<std::string> name_;
   std::optional<std::string> productName_;
