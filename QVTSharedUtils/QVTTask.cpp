@@ -46,15 +46,32 @@ void waitOrTerminate(ChildProcess& child, Seconds timeout) {
   }
 }
 
-void finish(ChildProcess& child, const std::string& launchPath,
-            const QVTTask::Completion& completion) {
+/// What a program left when it ended; the arguments of a completion.
+struct Outcome {
+  foundation::Data errorData;
+  foundation::Data outputData;
+  std::int32_t status = 0;
+};
+
+Outcome outcomeOf(ChildProcess child, const std::string& launchPath) {
   const foundation::Termination termination = child.waitUntilExit();
   if (termination.reason == foundation::Termination::Reason::signalled) {
     foundation::systemLog("%@ was ended by signal %d", launchPath, termination.status);
   }
-  const foundation::Data errorData = child.readStandardErrorToEnd();
-  const foundation::Data outputData = child.readStandardOutputToEnd();
-  if (completion) completion(errorData, outputData, termination.status);
+  return {child.readStandardErrorToEnd(), child.readStandardOutputToEnd(), termination.status};
+}
+
+/// In the caller's environment, without a time limit.
+Outcome run(const std::string& launchPath, const QVTTask::Arguments& arguments,
+            const std::optional<std::string>& workingDirectory = std::nullopt) {
+  return outcomeOf(launched({.executable = launchPath,
+                             .arguments = arguments.value_or(std::vector<std::string>()),
+                             .workingDirectory = workingDirectory}),
+                   launchPath);
+}
+
+void report(const Outcome& outcome, const QVTTask::Completion& completion) {
+  if (completion) completion(outcome.errorData, outcome.outputData, outcome.status);
 }
 
 }  // namespace
@@ -68,7 +85,7 @@ void QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentTimeoutCompletio
                                  .workingDirectory = workingDirectory,
                                  .environment = environment});
   if (timeout > 0) waitOrTerminate(child, Seconds(timeout));
-  finish(child, launchPath, completion);
+  report(outcomeOf(std::move(child), launchPath), completion);
 }
 
 void QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(
@@ -92,7 +109,7 @@ void QVTTask::launchWithoutInput(const std::string& launchPath, const Arguments&
       {.executable = launchPath, .arguments = arguments.value_or(std::vector<std::string>())});
   child.closeStandardInput();
   child.takeOutputWhileRunning();
-  finish(child, launchPath, completion);
+  report(outcomeOf(std::move(child), launchPath), completion);
 }
 
 foundation::Dictionary QVTTask::descriptionOfRun(const std::string& launchPath,
@@ -109,36 +126,18 @@ foundation::Dictionary QVTTask::descriptionOfRun(const std::string& launchPath,
 
 std::optional<std::string> QVTTask::stdoutWithLaunchPathArguments(const std::string& launchPath,
                                                                   const Arguments& arguments) {
-  std::optional<std::string> text;
-  launchWithPathWorkingDirectoryArgumentsCompletion(
-      launchPath, std::nullopt, arguments,
-      [&text](const foundation::Data&, const foundation::Data& outputData, std::int32_t) {
-        text = foundation::stringFromUTF8(outputData.bytes());
-      });
-  return text;
+  return foundation::stringFromUTF8(run(launchPath, arguments).outputData.bytes());
 }
 
 std::optional<std::string> QVTTask::stderrWithLaunchPathArguments(const std::string& launchPath,
                                                                   const Arguments& arguments) {
-  std::optional<std::string> text;
-  launchWithPathWorkingDirectoryArgumentsCompletion(
-      launchPath, std::nullopt, arguments,
-      [&text](const foundation::Data& errorData, const foundation::Data&, std::int32_t) {
-        text = foundation::stringFromUTF8(errorData.bytes());
-      });
-  return text;
+  return foundation::stringFromUTF8(run(launchPath, arguments).errorData.bytes());
 }
 
 bool QVTTask::runTaskWithLaunchPathCurrentDirectoryPathArguments(
     const std::string& launchPath, const std::optional<std::string>& currentDirectoryPath,
     const Arguments& arguments) {
-  bool succeeded = false;
-  launchWithPathWorkingDirectoryArgumentsCompletion(
-      launchPath, currentDirectoryPath, arguments,
-      [&succeeded](const foundation::Data&, const foundation::Data&, std::int32_t status) {
-        succeeded = status == 0;
-      });
-  return succeeded;
+  return run(launchPath, arguments, currentDirectoryPath).status == 0;
 }
 
 bool QVTTask::runTaskWithLaunchPathArguments(const std::string& launchPath,
