@@ -4,6 +4,8 @@
 #include <charconv>
 #include <cstdio>
 
+#include "foundation/base/Text.h"
+
 namespace foundation {
 
 namespace {
@@ -23,7 +25,7 @@ constexpr int kWidestField = 4096;
 
 int takeNumber(std::string_view& text) {
   int number = 0;
-  while (!text.empty() && text[0] >= '0' && text[0] <= '9') {
+  while (!text.empty() && isDigit(text[0])) {
     number = std::min(number * 10 + (text[0] - '0'), kWidestField);
     text.remove_prefix(1);
   }

@@ -178,6 +178,15 @@ std::string joined(const std::vector<std::string>& pieces, std::string_view sepa
   return out;
 }
 
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+int hexDigit(char c) {
+  if (isDigit(c)) return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+}
+
 std::string lowercased(std::string_view text) {
   std::string out(text);
   for (char& c : out) {

@@ -41,6 +41,12 @@ std::vector<std::string> split(std::string_view text, char separator);
 
 std::string joined(const std::vector<std::string>& pieces, std::string_view separator);
 
+/// Of ASCII.
+bool isDigit(char c);
+bool isLetter(char c);
+/// The value of a hexadecimal digit; -1 for any other character.
+int hexDigit(char c);
+
 /// ASCII letters only; other bytes are kept.
 std::string lowercased(std::string_view text);
 

@@ -22,15 +22,6 @@ struct Parts {
   std::optional<std::string_view> fragment;
 };
 
-bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-int hexDigit(char c) {
-  if (isDigit(c)) return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
-
 bool isEscape(std::string_view text) {
   return text.size() >= 3 && hexDigit(text[1]) >= 0 && hexDigit(text[2]) >= 0;
 }

@@ -13,8 +13,7 @@ namespace {
 enum class Layout { severalLines, oneLine };
 
 bool isPlainCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-         c == '$' || c == '.' || c == '/' || c == ':';
+  return isLetter(c) || isDigit(c) || std::string_view("_$./:").find(c) != std::string_view::npos;
 }
 
 /// A string inside an array or dictionary: quoted unless it is a plain word.

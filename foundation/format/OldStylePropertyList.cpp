@@ -36,12 +36,6 @@ constexpr std::array<bool, 256> kIsUnquoted = [] {
 bool isUnquoted(char c) { return kIsUnquoted[static_cast<unsigned char>(c)]; }
 bool isOctalDigit(char c) { return c >= '0' && c <= '7'; }
 
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
-
 class Parser {
  public:
   explicit Parser(std::string_view text) : text_(text) {}
