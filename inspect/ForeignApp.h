@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "foundation/app/Bundle.h"
 #include "inspect/HandOffCheck.h"
 
 namespace inspect {

@@ -149,22 +149,6 @@ bool anyHolds(const std::vector<std::shared_ptr<QVTdSYM>>& bundles, const std::s
   return found;
 }
 
-}  // namespace
-
-Findings checkHandOff(const HandOff& handOff) {
-  // All other findings would follow from this one.
-  if (auto foreign = foreignApp(*handOff.resource.bundle())) return {*std::move(foreign)};
-  Findings all = checkTools();
-  append(all, checkVersions(*handOff.resource.bundle()));
-  append(all, checkExecutable(*handOff.resource.bundle()));
-  append(all, checkProfile(handOff));
-  append(all, checkCertificates(handOff));
-  append(all, checkEntitlements(handOff));
-  append(all, checkNestedCode(handOff));
-  append(all, checkSymbols(handOff));
-  return all;
-}
-
 Findings checkTools() {
   Findings findings;
   for (const char* tool : {"unzip", "zip"}) {
@@ -277,24 +261,6 @@ Findings checkEntitlements(const HandOff& handOff) {
   return findings;
 }
 
-Findings checkNestedCode(const HandOff& handOff) {
-  const auto& root = handOff.resource.bundle()->bundlePath();
-  const auto bundle = toolchain::CodeBundle::open(root);
-  if (!bundle) return {};
-  const auto nested = toolchain::nestedCode(*bundle);
-  if (!nested) {
-    return {fails("nested code cannot be listed: " + nested.error().localizedDescription(),
-                  "mind the app's permissions")};
-  }
-  const std::string team = handOff.profile ? teamOf(*handOff.profile) : "";
-  Findings findings;
-  for (const auto& path : *nested) {
-    append(findings, checkNestedPiece(path, path.lexically_relative(bundle->path).string(), team,
-                                      handOff.isAppleRoot));
-  }
-  return findings;
-}
-
 Findings checkSymbols(const HandOff& handOff) {
   if (!handOff.symbolsPath) return {};
   const auto bundles = symbolBundles(*handOff.symbolsPath);
@@ -313,6 +279,40 @@ Findings checkSymbols(const HandOff& handOff) {
                              "keep the .dSYM of this very build"));
   }
   return findings;
+}
+
+}  // namespace
+
+Findings checkNestedCode(const HandOff& handOff) {
+  const auto& root = handOff.resource.bundle()->bundlePath();
+  const auto bundle = toolchain::CodeBundle::open(root);
+  if (!bundle) return {};
+  const auto nested = toolchain::nestedCode(*bundle);
+  if (!nested) {
+    return {fails("nested code cannot be listed: " + nested.error().localizedDescription(),
+                  "mind the app's permissions")};
+  }
+  const std::string team = handOff.profile ? teamOf(*handOff.profile) : "";
+  Findings findings;
+  for (const auto& path : *nested) {
+    append(findings, checkNestedPiece(path, path.lexically_relative(bundle->path).string(), team,
+                                      handOff.isAppleRoot));
+  }
+  return findings;
+}
+
+Findings checkHandOff(const HandOff& handOff) {
+  // All other findings would follow from this one.
+  if (auto foreign = foreignApp(*handOff.resource.bundle())) return {*std::move(foreign)};
+  Findings all = checkTools();
+  append(all, checkVersions(*handOff.resource.bundle()));
+  append(all, checkExecutable(*handOff.resource.bundle()));
+  append(all, checkProfile(handOff));
+  append(all, checkCertificates(handOff));
+  append(all, checkEntitlements(handOff));
+  append(all, checkNestedCode(handOff));
+  append(all, checkSymbols(handOff));
+  return all;
 }
 
 }  // namespace inspect

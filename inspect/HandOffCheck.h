@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "foundation/app/Bundle.h"
 #include "foundation/base/Value.h"
 #include "toolchain/signature/Requirement.h"
 
@@ -36,16 +35,9 @@ struct HandOff {
   toolchain::RootTest isAppleRoot = toolchain::isAppleRoot;
 };
 
-/// Runs all checks below in the order of a run of the tool, changing and sending nothing.
+/// Runs all checks in the order of a run of the tool, changing and sending nothing.
 Findings checkHandOff(const HandOff& handOff);
-
-Findings checkTools();
-Findings checkVersions(const foundation::Bundle& bundle);
-Findings checkExecutable(const foundation::Bundle& bundle);
-Findings checkProfile(const HandOff& handOff);
-Findings checkCertificates(const HandOff& handOff);
-Findings checkEntitlements(const HandOff& handOff);
+/// One of them.
 Findings checkNestedCode(const HandOff& handOff);
-Findings checkSymbols(const HandOff& handOff);
 
 }  // namespace inspect
