@@ -58,8 +58,7 @@ foundation::Result<Report> reportArchives(const Arguments& arguments) {
   const auto latest = arguments.value("--latest");
   const auto archives = wantedArchives(latest);
   if (latest && archives.empty()) return inputError("no archive of " + *latest);
-  foundation::Array entries;
-  for (const auto& archive : archives) entries.push_back(describeIdentity(*archive));
+  auto entries = listOf(archives, [](const auto& archive) { return describeIdentity(*archive); });
   return Report{Dictionary{{"location", orNull(location)}, {"archives", std::move(entries)}},
                 showArchives};
 }

@@ -22,16 +22,14 @@ Value uuidsOf(const QVTdSYM& symbols) {
 bool hasSymbols(const Value& slice) { return *slice.find("hasSymbols")->boolean(); }
 
 foundation::Array matches(const QVTMachOBinary& binary, const Value& uuids) {
-  foundation::Array result;
-  for (const auto& slice : binary.slices()) {
+  return listOf(binary.slices(), [&](const auto& slice) {
     const bool found = std::ranges::any_of(*uuids.array(), [&](const Value& entry) {
       return foundation::isEqual(textAt(entry, "uuid"), slice->uuid());
     });
-    result.push_back(Dictionary{{"architectureName", slice->architectureName()},
-                                {"uuid", orNull(slice->uuid())},
-                                {"hasSymbols", found}});
-  }
-  return result;
+    return Dictionary{{"architectureName", slice->architectureName()},
+                      {"uuid", orNull(slice->uuid())},
+                      {"hasSymbols", found}};
+  });
 }
 
 void show(const Value& document, TextOutput& text) {

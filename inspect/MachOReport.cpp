@@ -27,11 +27,10 @@ Value describeSlice(const QVTMachOSlice& slice) {
   const macho::SliceContents& contents = slice.contents();
   const auto& stated = contents.buildVersion ? contents.buildVersion : contents.versionMin;
   const auto versions = stated.value_or(macho::TargetVersions{});
-  foundation::Array dylibs;
-  for (const auto& [path, kind] : contents.dylibs) {
-    dylibs.push_back(
-        Dictionary{{"path", path}, {"kind", kKindNames[static_cast<std::size_t>(kind)]}});
-  }
+  auto dylibs = listOf(contents.dylibs, [](const macho::LinkedDylib& dylib) {
+    return Dictionary{{"path", dylib.path},
+                      {"kind", kKindNames[static_cast<std::size_t>(dylib.kind)]}};
+  });
   return Dictionary{{"architectureName", slice.architectureName()},
                     {"uuid", orNull(slice.uuid())},
                     {"minimumOSVersion", version(versions.minimumOS)},
@@ -59,8 +58,7 @@ foundation::Result<std::shared_ptr<QVTMachOBinary>> openBinary(const std::string
 }
 
 Value describeBinary(const QVTMachOBinary& binary) {
-  foundation::Array slices;
-  for (const auto& slice : binary.slices()) slices.push_back(describeSlice(*slice));
+  auto slices = listOf(binary.slices(), [](const auto& slice) { return describeSlice(*slice); });
   const bool identified =
       std::ranges::all_of(binary.slices(), [](const auto& s) { return s->uuid().has_value(); });
   return Dictionary{

@@ -32,16 +32,6 @@ Value describeCertificate(const foundation::Data& der,
                     {"sha1", foundation::uppercaseHex(foundation::sha1(der.bytes()))}};
 }
 
-/// From the file, since certificate objects without a private key have no digest.
-Value describeCertificates(const QVTProvisioningProfile& profile,
-                           const std::optional<std::string>& keychainPath) {
-  foundation::Array result;
-  for (const auto& certificate : profile.file().certificates()) {
-    result.push_back(describeCertificate(certificate.der(), keychainPath));
-  }
-  return result;
-}
-
 Value describeNewerMatch(const QVTProvisioningProfile& profile,
                          const ProfileSurroundings& surroundings) {
   const auto newer = profile.newestMatchAmong(surroundings.installed);
@@ -81,10 +71,9 @@ void showPeople(const Value& document, TextOutput& text) {
 }
 
 Value describeInstalled(const ProfileSurroundings& surroundings) {
-  foundation::Array profiles;
-  for (const auto& profile : surroundings.installed) {
-    profiles.push_back(describeProfile(*profile, surroundings));
-  }
+  auto profiles = listOf(surroundings.installed, [&](const auto& profile) {
+    return describeProfile(*profile, surroundings);
+  });
   std::ranges::stable_sort(profiles, {},
                            [](const Value& p) { return textAt(p, "name").value_or(""); });
   return Dictionary{{"profiles", std::move(profiles)}};
@@ -118,6 +107,10 @@ Value describeProfile(const QVTProvisioningProfile& profile,
   const auto& devices = profile.provisionedDevices();
   std::vector<std::string> sortedDevices(devices.begin(), devices.end());
   std::ranges::sort(sortedDevices);
+  // From the file, since certificate objects without a private key have no digest.
+  auto certificates = listOf(profile.file().certificates(), [&](const auto& certificate) {
+    return describeCertificate(certificate.der(), surroundings.keychainPath);
+  });
   return Dictionary{
       {"path", profile.path()},
       {"name", orNull(profile.name())},
@@ -134,7 +127,7 @@ Value describeProfile(const QVTProvisioningProfile& profile,
       {"expirationDate", orNull(profile.expirationDate())},
       {"daysToExpiry", daysUntil(profile.expirationDate(), surroundings.now)},
       {"provisionedDevices", arrayOf(sortedDevices)},
-      {"developerCertificates", describeCertificates(profile, surroundings.keychainPath)},
+      {"developerCertificates", std::move(certificates)},
       {"newerMatch", describeNewerMatch(profile, surroundings)}};
 }
 

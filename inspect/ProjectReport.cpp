@@ -22,67 +22,48 @@ foundation::Result<Dictionary> environmentOf(const std::vector<std::string>& pai
   return environment;
 }
 
-/// Builds the nested tree from entries in depth-first order.
-class TreeBuilder {
- public:
-  TreeBuilder(const QVTIDEProject& project, const Dictionary* environment)
-      : project_(project), environment_(environment) {}
+Value describeEntry(const QVTIDESourceTreeObject& object, const QVTIDEProject& project,
+                    const Dictionary* environment) {
+  const bool isGroup = dynamic_cast<const QVTIDEGroup*>(&object) != nullptr;
+  return Dictionary{{"objectId", object.objectId()},
+                    {"kind", isGroup ? "group" : "file"},
+                    {"name", orNull(object.name())},
+                    {"path", orNull(object.path())},
+                    {"sourceTree", orNull(object.sourceTree())},
+                    {"absolutePath", orNull(object.absolutePathWithBuildEnvironmentForProject(
+                                         environment, project))},
+                    {"children", isGroup ? Value(foundation::Array()) : Value()}};
+}
 
-  void add(const QVTIDESourceTreeObject& object, int depth) {
-    closeTo(static_cast<std::size_t>(depth));
-    open_.push_back(describe(object));
-  }
-  foundation::Array take() {
-    closeTo(0);
-    return std::move(roots_);
-  }
-
- private:
-  Dictionary describe(const QVTIDESourceTreeObject& object) const {
-    const bool isGroup = dynamic_cast<const QVTIDEGroup*>(&object) != nullptr;
-    return {{"objectId", object.objectId()},
-            {"kind", isGroup ? "group" : "file"},
-            {"name", orNull(object.name())},
-            {"path", orNull(object.path())},
-            {"sourceTree", orNull(object.sourceTree())},
-            {"absolutePath",
-             orNull(object.absolutePathWithBuildEnvironmentForProject(environment_, project_))},
-            {"children", isGroup ? Value(foundation::Array()) : Value()}};
-  }
-  /// Moves finished entries into their parents until `depth` are open.
-  void closeTo(std::size_t depth) {
-    while (open_.size() > depth) {
-      Value done = std::move(open_.back());
-      open_.pop_back();
-      // Only groups have entries below them, and a list of children.
-      auto* const siblings = open_.empty() ? &roots_ : open_.back().at("children").array();
-      if (siblings) siblings->push_back(std::move(done));
-    }
-  }
-
-  const QVTIDEProject& project_;
-  const Dictionary* environment_;
-  std::vector<Dictionary> open_;
-  foundation::Array roots_;
-};
+foundation::Array describeGroups(const QVTIDEProject& project, const Dictionary* environment) {
+  foundation::Array roots;
+  if (!project.mainGroup()) return roots;
+  // At each depth, the list of the group that was entered last; null below a file.
+  std::vector<foundation::Array*> lists{&roots};
+  project.mainGroup()->enumerateTree([&](const auto& object, int depth) {
+    lists.resize(static_cast<std::size_t>(depth) + 1);
+    Value& entry = lists.back()->emplace_back(describeEntry(object, project, environment));
+    lists.push_back(entry.dictionary()->at("children").array());
+  });
+  return roots;
+}
 
 Value describeFile(const QVTIDEFile& file) {
   return Dictionary{
       {"objectId", file.objectId()}, {"name", orNull(file.name())}, {"path", orNull(file.path())}};
 }
 
+Value describePhase(const QVTIDEBuildPhase& phase) {
+  return Dictionary{
+      {"objectId", phase.objectId()},
+      {"type", static_cast<int>(phase.type())},
+      {"files", listOf(phase.files(), [](const auto& file) { return describeFile(*file); })}};
+}
+
 Value describeTarget(const QVTIDETarget& target) {
   Value phases;
-  if (target.buildPhases()) {
-    foundation::Array list;
-    for (const auto& phase : *target.buildPhases()) {
-      foundation::Array files;
-      for (const auto& file : phase->files()) files.push_back(describeFile(*file));
-      list.push_back(Dictionary{{"objectId", phase->objectId()},
-                                {"type", static_cast<int>(phase->type())},
-                                {"files", std::move(files)}});
-    }
-    phases = std::move(list);
+  if (const auto& list = target.buildPhases()) {
+    phases = listOf(*list, [](const auto& phase) { return describePhase(*phase); });
   }
   return Dictionary{
       {"objectId", target.objectId()},
@@ -95,17 +76,11 @@ Value describeTarget(const QVTIDETarget& target) {
 }
 
 Value describeProject(const QVTIDEProject& project, const Dictionary* environment) {
-  TreeBuilder tree(project, environment);
-  if (project.mainGroup()) {
-    project.mainGroup()->enumerateTree(
-        [&](const auto& object, int depth) { tree.add(object, depth); });
-  }
-  foundation::Array targets;
-  for (const auto& target : project.targets()) targets.push_back(describeTarget(*target));
-  return Dictionary{{"projectFile", project.projectFile()},
-                    {"filesCount", static_cast<std::uint64_t>(project.filesDictionary().size())},
-                    {"targets", std::move(targets)},
-                    {"groups", tree.take()}};
+  return Dictionary{
+      {"projectFile", project.projectFile()},
+      {"filesCount", static_cast<std::uint64_t>(project.filesDictionary().size())},
+      {"targets", listOf(project.targets(), [](const auto& one) { return describeTarget(*one); })},
+      {"groups", describeGroups(project, environment)}};
 }
 
 void showTree(const foundation::Array& entries, std::size_t depth, TextOutput& text) {

@@ -28,6 +28,14 @@ foundation::Value orNull(const std::optional<T>& value) {
 
 foundation::Value arrayOf(const std::vector<std::string>& texts);
 
+/// What `describe` makes of each element.
+template <class Range, class Describe>
+foundation::Array listOf(const Range& range, Describe describe) {
+  foundation::Array list;
+  for (const auto& element : range) list.emplace_back(describe(element));
+  return list;
+}
+
 /// The value under `key` as text; absent when it is null or missing. Numbers and booleans are as in
 /// JSON, dates as ISO 8601 in UTC.
 std::optional<std::string> textAt(const foundation::Value& document, std::string_view key);
