@@ -76,16 +76,6 @@ bool check(bool isValid, std::string_view complaint, const std::string& argument
   return false;
 }
 
-bool checkKey(const std::string& key) {
-  return check(isHexadecimal(key) && key.size() == kKeyLength,
-               "First argument must be API Key, not %@", key);
-}
-
-/// The service alone checks the length.
-bool checkSecret(const std::string& secret) {
-  return check(isHexadecimal(secret), "Second argument must be build secret, not %@", secret);
-}
-
 std::optional<std::string> setting(std::string_view key) {
   return foundation::UserDefaults::standardUserDefaults().stringForKey(key);
 }
@@ -132,9 +122,15 @@ int commandLineMain(int argc, const char* const* argv) {
     QVTCLUtilLog(kUsage);
     return failure();
   }
-  if (!checkKey(arguments[1]) || !checkSecret(arguments[2])) return failure();
   settings.apiKey = arguments[1];
   settings.buildSecret = arguments[2];
+  // The service alone checks the length of the secret.
+  if (!check(isHexadecimal(settings.apiKey) && settings.apiKey.size() == kKeyLength,
+             "First argument must be API Key, not %@", settings.apiKey) ||
+      !check(isHexadecimal(settings.buildSecret), "Second argument must be build secret, not %@",
+             settings.buildSecret)) {
+    return failure();
+  }
   return runSequence(settings);
 }
 

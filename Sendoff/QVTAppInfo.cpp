@@ -109,10 +109,9 @@ int QVTAppInfo::prepBinary() {
 bool QVTAppInfo::readProfile() {
   const auto keychain = signingKeychain();
   if (keychain) foundation::systemLog("Using CODE_SIGN_KEYCHAIN: %@", *keychain);
-  const auto path = codeSignedResource_ ? codeSignedResource_->provisioningProfilePath()
-                                        : std::optional<std::string>();
-  const auto usable = codeSignedResource_ ? codeSignedResource_->usableProvisioningProfilePath()
-                                          : std::optional<std::string>();
+  const auto& resource = codeSignedResource_;
+  const auto path = resource ? resource->provisioningProfilePath() : std::nullopt;
+  const auto usable = resource ? resource->usableProvisioningProfilePath() : std::nullopt;
   provisioningProfile_ =
       usable ? QVTProvisioningProfile::initWithPathKeychainPath(*usable, keychain) : nullptr;
   if (!provisioningProfile_) {

@@ -1,6 +1,5 @@
 #include "Sendoff/RunSequence.h"
 
-#include <memory>
 #include <vector>
 
 #include "Sendoff/AppFacts.h"
@@ -45,17 +44,17 @@ Prepared prepareIPA(QVTAppInfo& appInfo, const std::string& path) {
   return appInfo.prepBinaryWithIPAPath(path);
 }
 
-Prepared prepareArchive(QVTAppInfo& appInfo, const foundation::Environment& environment) {
+Prepared prepareArchive(QVTAppInfo& appInfo) {
   debugLog("Path to IPA expected in environment");
-  const auto products = environment.find("ARCHIVE_PRODUCTS_PATH");
-  if (products == environment.end()) {
+  const auto products = foundation::ProcessInfo::environmentValue("ARCHIVE_PRODUCTS_PATH");
+  if (!products) {
     QVTCLUtilLog(
         "No archive path found in environment. Either use sendoff binary in \"After "
         "Archive\" Xcode build phase or manually provide an IPA with \"-ipaPath\"");
     return std::nullopt;
   }
   // The variable names the Products folder inside the archive.
-  return appInfo.prepBinaryWithArchivePath(foundation::deletingLastPathComponent(products->second));
+  return appInfo.prepBinaryWithArchivePath(foundation::deletingLastPathComponent(*products));
 }
 
 bool validate(const QVTAppInfo& appInfo) {
@@ -113,44 +112,39 @@ bool announce(const QVTAppInfo& appInfo, const RunSettings& settings) {
          enableTesters(appInfo, settings);
 }
 
+/// The summary line of a failed run, empty when the step that failed has printed its own; absent
+/// after success.
+std::optional<std::string_view> firstFailure(const RunSettings& settings) {
+  QVTAppInfo appInfo(settings.apiKey, settings.buildSecret, settings.apiEndpoint,
+                     settings.uploadEndpoint);
+  const Prepared prepared =
+      settings.ipaPath ? prepareIPA(appInfo, *settings.ipaPath) : prepareArchive(appInfo);
+  if (!prepared) return "";
+  if (*prepared != 0) return "Failed to prepare the binary for release";
+  if (!announce(appInfo, settings)) return "";
+  if (!uploadRelease(appInfo, settings.notifications)) return "Failed to upload binary";
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::string validationHint(const std::optional<std::string>& bundleIdentifier,
                            std::string_view settingsPage) {
   return foundation::format(
-             "Does this app belong to this org?\n We couldn't validate app with bundle ID %@ in "
-             "the selected organization, so make sure you've first added your app through the "
-             "Quorvantile app.\n You can check that your API key and build secret are correct by "
-             "going here: ",
-             foundation::escapingControlCharacters(bundleIdentifier))
-      .append(settingsPage)
-      .append(
-          "\n Then select the org and click on API key or build secret underneath the org name.");
+      "Does this app belong to this org?\n We couldn't validate app with bundle ID %@ in "
+      "the selected organization, so make sure you've first added your app through the "
+      "Quorvantile app.\n You can check that your API key and build secret are correct by "
+      "going here: %@\n Then select the org and click on API key or build secret underneath the "
+      "org name.",
+      foundation::escapingControlCharacters(bundleIdentifier), settingsPage);
 }
 
 int runSequence(const RunSettings& settings) {
-  const foundation::Environment environment = foundation::ProcessInfo::environment();
   pathToUnzippedApp.reset();
   TemporaryItems::removeLeftovers();
-  auto appInfo = std::make_unique<QVTAppInfo>(settings.apiKey, settings.buildSecret,
-                                              settings.apiEndpoint, settings.uploadEndpoint);
-
-  const Prepared prepared = settings.ipaPath ? prepareIPA(*appInfo, *settings.ipaPath)
-                                             : prepareArchive(*appInfo, environment);
-  // Releasing the app removes its temporary files. That must precede `failure()`, which may end the
-  // process.
-  if (prepared != 0) {
-    appInfo.reset();
-    if (prepared) QVTCLUtilLog("Failed to prepare the binary for release");
-    return failure();
-  }
-  if (!announce(*appInfo, settings)) {
-    appInfo.reset();
-    return failure();
-  }
-  const bool uploaded = uploadRelease(*appInfo, settings.notifications);
-  appInfo.reset();
-  if (uploaded) return 0;
-  QVTCLUtilLog("Failed to upload binary");
+  // On return the app's temporary files are gone. `failure()` may end the process.
+  const auto summary = firstFailure(settings);
+  if (!summary) return 0;
+  if (!summary->empty()) QVTCLUtilLog(*summary);
   return failure();
 }
