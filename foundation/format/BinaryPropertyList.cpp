@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <bit>
 
 #include "foundation/base/Format.h"
@@ -96,6 +97,7 @@ class BinaryReader {
     }
     if (top_ >= count_) return fail(format("the top object %llu of %llu is missing", top_, count_));
     isOpen_.resize(count_);
+    measured_.resize(count_);
     roomLimit_ = 1'000'000 + 64 * std::uint64_t{bytes_.size()};
     return true;
   }
@@ -138,7 +140,7 @@ class BinaryReader {
         isKnown = object.info == 3;
         break;
       case kUID:
-        isKnown = object.info <= 3;
+        isKnown = object.info <= 7;
         size = object.info + 1;
         break;
       case kData:
@@ -165,9 +167,14 @@ class BinaryReader {
       if (depth == kMaximumDepth) {
         return fail(format("nested deeper than %d levels", kMaximumDepth));
       }
+      if (measured_[index] > roomLimit_ - std::min(room_, roomLimit_)) {
+        return failAt(index, "repeats shared objects too often");
+      }
+      const std::uint64_t before = room_;
       isOpen_[index] = true;
       const bool isRead = container(index, *object, depth + 1, out);
       isOpen_[index] = false;
+      measured_[index] = room_ - before;
       return isRead;
     }
     const auto content = contentOf(*object);
@@ -195,10 +202,7 @@ class BinaryReader {
         out = Data::copyOf(content);
         return true;
       case kASCII:
-        // Some writers put UTF-8 here.
-        if (!isUTF8(textOf(content))) return fail("text that is not UTF-8");
-        out = textOf(content);
-        return true;
+        return narrowText(textOf(content), out);
       case kUTF16:
         out = textOfUTF16(content);
         return true;
@@ -208,6 +212,14 @@ class BinaryReader {
       default:
         return integer(content, out);
     }
+  }
+
+  /// Ends at a NUL, as on the platform. Some writers put UTF-8 here.
+  bool narrowText(std::string_view text, Value& out) {
+    text = text.substr(0, text.find('\0'));
+    if (!isUTF8(text)) return fail("text that is not UTF-8");
+    out = text;
+    return true;
   }
 
   /// Eight bytes are signed, fewer are not, and of sixteen only the lower half says anything.
@@ -275,6 +287,8 @@ class BinaryReader {
   std::uint64_t roomLimit_ = 0;
   /// The objects that contain the one being read.
   std::vector<bool> isOpen_;
+  /// What a container took when it was read last, so that one too many is not read at all.
+  std::vector<std::uint64_t> measured_;
   std::optional<Error> error_;
 };
 

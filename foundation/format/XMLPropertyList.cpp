@@ -74,6 +74,36 @@ std::optional<Date> dateOf(const std::string& text) {
   return dateAt(static_cast<double>(::timegm(&fields)));
 }
 
+/// The text with blanks in its comments: the platform's parser takes any bytes in them, among those
+/// "--"; expat does not. Line ends and all places stay.
+std::string_view withBlankComments(std::string_view text, std::string& storage) {
+  if (text.find("<!--") == std::string_view::npos) return text;
+  storage = text;
+  for (std::size_t at = text.find('<'); at != std::string_view::npos; at = text.find('<', at)) {
+    const std::string_view rest = text.substr(at);
+    const bool isComment = rest.starts_with("<!--");
+    const std::string_view end = isComment                       ? "-->"
+                                 : rest.starts_with("<![CDATA[") ? "]]>"
+                                 : rest.starts_with("<?")        ? "?>"
+                                                                 : ">";
+    // Literals and an internal subset of a DOCTYPE may hold what looks like a comment.
+    const auto tag = rest.substr(0, rest.find('>'));
+    if (tag.starts_with("<!D") && (std::ranges::count(tag, '"') % 2 != 0 ||
+                                   tag.find_first_of("['") != std::string_view::npos)) {
+      return text;
+    }
+    const std::size_t start = at + (isComment ? 4 : 1);
+    at = text.find(end, start);
+    if (at == std::string_view::npos) break;
+    if (isComment) {
+      std::replace_if(
+          storage.begin() + static_cast<std::ptrdiff_t>(start),
+          storage.begin() + static_cast<std::ptrdiff_t>(at), [](char c) { return c != '\n'; }, ' ');
+    }
+  }
+  return storage;
+}
+
 /// Builds values of the parser's events; the first thing that is wrong ends it.
 class XMLReader {
  public:
@@ -105,7 +135,7 @@ class XMLReader {
       // A piece of markup that is cut off is looked at again with the next chunk, so chunks grow.
       const std::size_t size = std::min(text_.size() - fed, std::max(kChunk, fed / 8));
       void* const buffer = XML_GetBuffer(parser_.get(), static_cast<int>(size));
-      if (!buffer) throw std::bad_alloc();
+      if (!buffer) return readError(kForm, "a piece of markup is too long");
       std::memcpy(buffer, text_.data() + fed, size);
       fed += size;
       const bool isLast = fed == text_.size();
@@ -343,7 +373,8 @@ Result<Value> parseXML(std::string_view text, Ambiguity ambiguity, const EntryTa
   if (text.size() > std::numeric_limits<std::uint32_t>::max()) {
     return readError(kForm, format("%llu bytes are too many", std::uint64_t{text.size()}));
   }
-  return XMLReader(text, ambiguity, takers).read();
+  std::string storage;
+  return XMLReader(withBlankComments(text, storage), ambiguity, takers).read();
 }
 
 }  // namespace foundation::PropertyList

@@ -37,6 +37,14 @@ bool isSpecial(char c) {
 
 }  // namespace
 
+bool XMLWriter::canWrite(std::string_view text) {
+  const auto isControl = [](unsigned char c) {
+    return c < ' ' && c != '\t' && c != '\n' && c != '\r';
+  };
+  return isUTF8(text) && std::ranges::none_of(text, isControl) &&
+         text.find("\ufffe") == text.npos && text.find("\uffff") == text.npos;
+}
+
 XMLWriter::XMLWriter() : out_(kHeader) {}
 
 void XMLWriter::beginDictionary() { begin("dict"); }

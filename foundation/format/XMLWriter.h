@@ -22,6 +22,10 @@ class XMLWriter {
   /// Every value keeps its type, but for UIDs, which become {"CF$UID": number}.
   void value(const Value& value);
 
+  /// Whether a string or key can be written: UTF-8 without characters that XML cannot hold, such as
+  /// U+0001 and U+FFFF.
+  static bool canWrite(std::string_view text);
+
   /// The text; nothing may be written after that. Fails if anything had no written form: null and
   /// error values, text that is not UTF-8 or has characters that XML cannot hold, years beyond
   /// 9999, nesting deeper than `kMaximumDepth`.

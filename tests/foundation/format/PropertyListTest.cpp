@@ -176,6 +176,9 @@ TEST(PropertyList, ReadsXMLVariants) {
        {"\xff\xfe" + widened(plist("<string>w</string>"), 2, false), "w"},
        {plist("<array><!-- <dict> --><string>a</string></array>"), Array{"a"}},
        {plist("<string><![CDATA[<dict> & ]]></string>"), "<dict> & "},
+       {plist("<!-- a -- b ------- \xff --><array><!--\n---><true/></array>"), Array{true}},
+       {plist("<string><![CDATA[<!-- a -- b]]><!-- -- -->c</string>"), "<!-- a -- bc"},
+       {"<?xml version='1.0'?><?x <!-- ?><!DOCTYPE plist SYSTEM \"<!--\"><plist><true/></plist>", true},
        {plist("<string>&#228;&#x20ac;&lt;</string>"), "\u00e4\u20ac<"},
        {plist("<string>]]&gt;<![CDATA[&amp;]]>&apos;]]&gt;<!-- &x --> &quot;</string>"),
         "]]>&amp;']]> \""},
@@ -213,6 +216,8 @@ TEST(PropertyList, RefusesDamagedXML) {
        {"crossed", plist("\n<dict></array>"),
         ", line 3: </array> closes nothing that is open here"},
        {"unfinished tag", "<plist><dict a='>", ", line 1: the tag that begins here does not end"},
+       {"a comment in an internal subset", "<!DOCTYPE plist [<!-- -- -->]><plist><true/></plist>",
+        ", line 1: not well-formed (invalid token)"},
        {"unfinished comment", "<plist><!-- ", ", line 1: the text ends inside <plist>"},
        {"no element", "<?xml version='1.0'?>", ", line 1: there is no element"},
        {"deep", nested(513), ", line 2: nested deeper than 512 levels"},
@@ -358,6 +363,8 @@ TEST(PropertyList, ReadsEveryBinaryKind) {
                              Date(std::chrono::microseconds(978307200500000)), Data("\0\xff\x01"s),
                              "xyz", "\u00e4\u20ac", Value::UID{258}, Dictionary{{"xyz", true}}}},
        {shared.bytes(), Array{Array{"x"}, Array{"x"}}},
+       {BinaryList{{"\xa2\x01\x02", "\x53z\0\xff"s, "\x84\0\0\0\0\x07"s}}.bytes(),
+        Array{"z", Value::UID{7}}},
        {BinaryList{{dateObject(63113904000)}}.bytes(), Date(std::chrono::seconds(64092211200))}});
 }
 
@@ -385,7 +392,7 @@ TEST(PropertyList, RefusesDamagedBinary) {
         "object 0 of 3 contains itself"},
        {"deep", laughs(513, 1), "nested deeper than 512 levels"},
        {"very deep", laughs(100000, 1), "nested deeper than 512 levels"},
-       {"doubled 100 times", laughs(100, 2), "object 99 of 101 repeats shared objects too often"},
+       {"doubled 100 times", laughs(100, 2), "object 85 of 101 repeats shared objects too often"},
        {"missing child", BinaryList{{"\xa1\x07"}}.bytes(),
         "object 0 of 1 refers to the missing object 7"},
        {"missing top", BinaryList{{"\x08"}, 1}.bytes(), "the top object 1 of 1 is missing"},

@@ -351,6 +351,8 @@ TEST(Sign, BadInputIsRefusedAndLeavesEverythingAsItWas) {
        "unsupported resource found"},
       {"name that is no text", [](const auto& app, auto&) { writeFile(app / "\xff.txt", ""); },
        "is not UTF-8"},
+      {"name that XML cannot hold", [](const auto& app, auto&) { writeFile(app / "a\x01", ""); },
+       "has a character that no seal can hold"},
       {".DS_Store is a link",
        [](const auto& app, auto&) { fs::create_symlink("X", app / "empty/.DS_Store"); },
        "empty/.DS_Store"},
