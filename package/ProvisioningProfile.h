@@ -15,8 +15,9 @@ struct ProvisioningProfile {
   foundation::Dictionary contents;
 
   /// Of several property lists in the file the last counts. It must lie at least eight bytes into
-  /// the file, and twice its offset must be within the file. Fails when there is no such list, when
-  /// it is not a dictionary, and with the property-list reader's own error.
+  /// the file; its offset and that of its "</plist>" must not add up to more than the file's size.
+  /// Fails when there is no such list, when it is not a dictionary, and with the property-list
+  /// reader's own error.
   static foundation::Result<ProvisioningProfile> parse(foundation::Bytes file);
 
   /// The entries of "DeveloperCertificates" that are certificates, in order.

@@ -13,7 +13,8 @@ import sys
 root = pathlib.Path(__file__).resolve().parent.parent
 ROW = re.compile(r"^\| `([\w/]+)/` \|.*\| ([^|]*) \|$")
 INCLUDE = re.compile(r'^\s*#\s*include "([^"]+)"', re.M)
-# These may include anything, private headers of other folders' rooms excepted.
+ANGLED = re.compile(r"^\s*#\s*include <([^>]+)>", re.M)
+# These may include any room; fuzz targets may use private headers too.
 OUTSIDE = ("tests", "fuzz", "bench")
 
 
@@ -73,7 +74,9 @@ def main():
             problems.append(f"{path}: the folder {room}/ is not in the table of CONTRIBUTING.md")
             continue
         seen.add(room)
-        for header in INCLUDE.findall((root / path).read_text()):
+        text = (root / path).read_text()
+        problems += [f"{path}: include {own} in quotes" for own in ANGLED.findall(text) if own in headers]
+        for header in INCLUDE.findall(text):
             if header not in headers and f"{header}.in" not in headers:
                 problems.append(f"{path}: there is no {header}")
                 continue

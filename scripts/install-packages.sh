@@ -9,7 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   clang lld llvm libclang-rt-14-dev
   clang-format clang-tidy codespell
-  zip unzip debianutils openssl curl ca-certificates python3 strace libplist-utils
+  zip unzip debianutils openssl curl ca-certificates python3 strace libplist-utils binutils
 )
 
 missing=()

@@ -33,12 +33,9 @@ std::string unescaped(std::string_view text) {
   }
 }
 
-/// True when the candidate, unquoted and unescaped, is longer than any path, and stays so whatever
-/// is appended after a space.
-bool isTooLong(const std::string& candidate) {
-  constexpr std::size_t kLongest = kLongestPath + std::string_view("\"\"").size();
-  return candidate.size() > kLongest && unescaped(candidate).size() > kLongest;
-}
+/// A candidate whose unescaped text is longer than this is longer than any path in quotes, too, and
+/// stays so whatever is appended after a space.
+constexpr std::size_t kLongestCandidate = kLongestPath + std::string_view("\"\"").size();
 
 /// Most candidates differ in length, which makes comparing long ones cheap.
 struct ShorterFirst {
@@ -122,7 +119,7 @@ class Mender {
     std::string before;
     for (std::size_t kept = found_.size();; --kept) {
       std::string candidate = before;
-      if (isTooLong(candidate)) return std::nullopt;
+      if (unescaped(candidate).size() > kLongestCandidate) return std::nullopt;
       if (const auto last = extend(candidate, piece)) {
         found_.resize(kept);
         found_.push_back(std::move(candidate));
@@ -133,12 +130,23 @@ class Mender {
     }
   }
 
-  /// Adds pieces to the candidate until it is a path.
+  /// Adds pieces to the candidate until it is a path. Unescapes each piece once: no run of
+  /// backslashes goes on beyond a space.
   std::optional<std::size_t> extend(std::string& candidate, std::size_t piece) {
-    for (std::size_t last = piece; last < pieces_.size() && !isTooLong(candidate); ++last) {
-      if (last > piece) candidate += ' ';
+    std::string plain = unescaped(candidate);
+    for (std::size_t last = piece; last < pieces_.size() && plain.size() <= kLongestCandidate;
+         ++last) {
+      if (last > piece) {
+        if (candidate.ends_with('\\')) plain.pop_back();
+        candidate += ' ';
+        plain += ' ';
+      }
       candidate += pieces_[last];
-      if (questions_.isValidUnquoted(candidate)) return last;
+      plain += unescaped(pieces_[last]);
+      if (candidate.starts_with('"') ? questions_.isValidUnquoted(candidate)
+                                     : questions_.isValid(plain)) {
+        return last;
+      }
     }
     return std::nullopt;
   }

@@ -72,7 +72,7 @@ class TreeRemover {
     const int error = errno;
     if (!folder) return fileError(error, "remove", describe());
     current_ = std::move(folder);
-    auto entries = entriesOf(current_, path_);
+    auto entries = entriesOf(current_, describe());
     if (!entries) return entries.error();
     for (DirectoryEntry& entry : *entries) {
       if (entry.kind == DirectoryEntry::Kind::folder) {

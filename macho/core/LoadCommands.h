@@ -9,8 +9,9 @@
 #include "macho/core/Definitions.h"
 
 /// Header, load commands, segments and sections of one slice, given as the bytes from its header to
-/// wherever reading has to stop. Everything is handed out as found, in the host's byte order and as
-/// far as those bytes go; what is acceptable is for the caller to decide.
+/// wherever reading has to stop. Everything is handed out as found and as far as those bytes go,
+/// read in the host's byte order even below a magic of the other order; what is acceptable is for
+/// the caller to decide.
 namespace macho {
 
 struct SliceHeader {

@@ -24,7 +24,7 @@ std::uint64_t roundedUp(std::uint64_t value, std::uint64_t to) {
 template <class Record>
 void put(std::vector<std::byte>& bytes, std::uint64_t offset, const Record& record) {
   foundation::assertThat(foundation::slice(bytes, offset, sizeof record).has_value(),
-                         "record lies in the head", {__func__, "Layout.cpp", __LINE__});
+                         "record lies in the head", {__func__, "SignatureLayout.cpp", __LINE__});
   std::memcpy(bytes.data() + offset, &record, sizeof record);
 }
 
@@ -32,7 +32,7 @@ template <class Record>
 Record get(const std::vector<std::byte>& bytes, std::uint64_t offset) {
   const auto record = foundation::readAt<Record>(bytes, offset);
   foundation::assertThat(record.has_value(), "record lies in the head",
-                         {__func__, "Layout.cpp", __LINE__});
+                         {__func__, "SignatureLayout.cpp", __LINE__});
   return *record;
 }
 
