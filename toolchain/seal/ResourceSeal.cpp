@@ -50,6 +50,18 @@ void write(XMLWriter& out, std::string_view name, const SealedItems& items, Bare
   out.endDictionary();
 }
 
+/// XML cannot hold every character of a name or a link.
+foundation::Error unwritable(const ResourceSeal& seal, const foundation::Error& error) {
+  for (const SealedItems* items : {&seal.files, &seal.files2}) {
+    for (const auto& [path, item] : *items) {
+      if (!XMLWriter::canWrite(path) || !XMLWriter::canWrite(item.linkTarget.value_or(""))) {
+        return failure(path + ": its name or link has a character that no seal can hold");
+      }
+    }
+  }
+  return error;
+}
+
 Result<double> weightOf(const Value& value) {
   if (const double* real = value.real(); real && std::isfinite(*real)) return *real;
   if (const auto* integer = value.integer()) return static_cast<double>(*integer);
@@ -134,7 +146,8 @@ Result<std::string> text(const ResourceSeal& seal) {
   out.key("rules2");
   out.value(value(seal.rules.rules2));
   out.endDictionary();
-  return out.finish();
+  return out.finish().mapError(
+      [&](const foundation::Error& error) { return unwritable(seal, error); });
 }
 
 Result<ResourceSeal> parseResourceSeal(Bytes file) {

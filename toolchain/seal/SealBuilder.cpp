@@ -7,7 +7,6 @@
 #include "foundation/base/Path.h"
 #include "foundation/base/Text.h"
 #include "foundation/file/DirectoryWalk.h"
-#include "foundation/format/XMLWriter.h"
 #include "foundation/host/FileOpening.h"
 #include "toolchain/common/Messages.h"
 #include "toolchain/seal/ResourceSeal.h"
@@ -110,9 +109,6 @@ class SealContents::Collector {
     const bool isLink = entry.kind == Kind::link;
     if (!foundation::isUTF8(entry.path)) {
       return failure("the name " + absolute(entry.path) + " is not UTF-8");
-    }
-    if (!foundation::PropertyList::XMLWriter::canWrite(entry.path)) {
-      return failure("the name " + absolute(entry.path) + " has a character that no seal can hold");
     }
     if (entry.kind == Kind::other ||
         (isLink && foundation::lastPathComponent(entry.path) == ".DS_Store")) {
