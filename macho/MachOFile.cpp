@@ -70,7 +70,7 @@ void QVTMachOEnumerateSlicesAtAddress(const void* address, const SliceCallback& 
   if (!address || !callback) return;
   const foundation::Bytes bytes = readableFrom(address);
   const auto magic = foundation::readAt<std::uint32_t>(bytes, 0);
-  if (magic == FAT_MAGIC || magic == FAT_CIGAM) {
+  if (magic && (*magic == FAT_MAGIC || *magic == FAT_CIGAM)) {
     enumerateUniversal(FatTable(bytes), bytes, callback);
     return;
   }

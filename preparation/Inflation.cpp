@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <set>
+#include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -49,10 +50,10 @@ Result<std::string> makeFolder(const std::string& archive,
   if (name.empty() || name == "." || name == ".." || name == "/") {
     return foundation::posixError(EINVAL, "cannot name a folder after " + archive, archive);
   }
-  const std::string folder = *parent + name + "/";
+  std::string folder = *parent + name + "/";
   return (ownParent ? Result<>() : TemporaryItems::claimFolder(folder))
       .andThen([&] { return PrivateDirectory::make(folder); })
-      .map([&] { return folder; });
+      .map([&] { return std::move(folder); });
 }
 
 // ---- What the archive declares

@@ -79,13 +79,13 @@ Result<std::string> copyToNewFolder(const std::string& path) {
   if (!storage) return storage.error();
   const std::string folder =
       appendingPathComponent(*storage, foundation::ProcessInfo::globallyUniqueString());
-  const std::string destination = appendingPathComponent(folder, lastPathComponent(path));
+  std::string destination = appendingPathComponent(folder, lastPathComponent(path));
   TemporaryItems::claimNew(folder);
   if (const Result<> made = PrivateDirectory::make(folder); !made) return made.error();
   // The copy of a link would still lead to the original, which must not change.
   const Result<> copied = FileManager::copyItemAtPath(behindLinks(path), destination);
   if (!copied) okOrLogged(FileManager::removeItemAtPath(folder));
-  return copied.map([&] { return destination; });
+  return copied.map([&] { return std::move(destination); });
 }
 
 template <class T>

@@ -34,8 +34,8 @@ Result<std::string> appPathIn(const Inflation& inflation) {
     if (unlistable) foundation::systemLog("%@", unlistable->localizedDescription());
     return foundation::makeError(foundation::kPOSIXErrorDomain, ENOENT, "no app in its Payload");
   }
-  const std::string app = payload + "/" + inflation.apps.front();
-  return checkNoLink(app).map([&] { return app; });
+  std::string app = payload + "/" + inflation.apps.front();
+  return checkNoLink(app).map([&] { return std::move(app); });
 }
 
 }  // namespace

@@ -32,7 +32,7 @@ Result<Certificate> Certificate::fromDER(Bytes der) {
   if (!native) {
     return makeError(kCertificateErrorDomain, kCertificateMalformed,
                      std::to_string(der.size()) +
-                         " bytes are no X.509 certificate: " + OpenSSLErrorScope::reason());
+                         " bytes are not an X.509 certificate: " + OpenSSLErrorScope::reason());
   }
   const auto left = der.size() - static_cast<std::size_t>(position - openSSLBytes(der));
   if (left != 0) {

@@ -99,7 +99,7 @@ Result<> addBlock(const Block& block, const std::optional<Passphrase>& passphras
   void* context = const_cast<std::optional<Passphrase>*>(&passphrase);
   if (isCertificateLabel(block.label)) {
     X509* certificate = PEM_read_bio_X509_AUX(reader.get(), nullptr, givePassphrase, context);
-    if (!certificate) return withReason("is no certificate");
+    if (!certificate) return withReason("is not a certificate");
     contents.certificates.push_back(Certificate::adopt(certificate));
   } else if (block.label.ends_with("PRIVATE KEY")) {
     if (!isAffordable(block, budget)) return *budget.error();

@@ -179,6 +179,7 @@ Result<std::vector<std::string>> contentsOfDirectoryAtPath(const fs::path& path)
   return entriesOf(openFile(path, O_RDONLY | O_DIRECTORY), path)
       .map([](std::vector<DirectoryEntry> entries) {
         std::vector<std::string> names;
+        names.reserve(entries.size());
         for (DirectoryEntry& entry : entries) names.push_back(std::move(entry.path));
         return names;
       });

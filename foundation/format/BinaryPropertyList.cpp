@@ -179,7 +179,7 @@ class BinaryReader {
     }
     const auto content = contentOf(*object);
     if (!content) {
-      return failAt(index, format("(marker 0x%x%x) is cut off or of no known type", object->type,
+      return failAt(index, format("(marker 0x%x%x) is truncated or of no known type", object->type,
                                   object->info));
     }
     room_ += content->size();
@@ -267,7 +267,7 @@ class BinaryReader {
     Value value;
     if (!child(index, object, number, depth, key)) return false;
     if (!key.string() || key.string()->find('\0') != std::string::npos) {
-      return failAt(index, "has a key that is no text or holds a zero character");
+      return failAt(index, "has a key that is not text or contains a NUL");
     }
     if (!child(index, object, object.count + number, depth, value)) return false;
     return set(out, *key.string(), std::move(value)) || ambiguity_ == Ambiguity::accepted ||

@@ -244,7 +244,7 @@ bool Parser::data(Value& out) {
       break;
     }
     const int digit = atEnd() ? -1 : hexDigit(text_[position_]);
-    if (digit < 0) return fail(found() + " stands in data, where only hexadecimal digits do");
+    if (digit < 0) return fail(found() + " is not a hexadecimal digit of data");
     ++position_;
     if (half >= 0) bytes += static_cast<char>(half * 16 + digit);
     half = half >= 0 ? -1 : digit;
@@ -305,7 +305,7 @@ Result<Value> Parser::parse() {
       isRead = pairs(*top.dictionary());
     }
   }
-  if (isRead && !atEnd()) fail(found() + " stands behind the end of the list");
+  if (isRead && !atEnd()) fail(found() + " follows the end of the list");
   if (error_) return *error_;
   return top;
 }

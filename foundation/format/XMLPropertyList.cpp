@@ -132,7 +132,7 @@ class XMLReader {
 
   Result<Value> read() {
     for (std::size_t fed = start_; fed < text_.size() && !isDone_ && !error_;) {
-      // A piece of markup that is cut off is looked at again with the next chunk, so chunks grow.
+      // Markup that runs past a chunk is scanned again with the next one, so chunks grow.
       const std::size_t size = std::min(text_.size() - fed, std::max(kChunk, fed / 8));
       void* const buffer = XML_GetBuffer(parser_.get(), static_cast<int>(size));
       if (!buffer) return readError(kForm, "a piece of markup is too long");

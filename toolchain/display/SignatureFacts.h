@@ -23,6 +23,6 @@ struct SignatureFacts {
 /// Of a bundle or a Mach-O file, from the slice that `signingInputs` reads too. Fails with where
 /// and what when the executable or its signature cannot be read.
 foundation::Result<SignatureFacts> signatureFacts(const std::filesystem::path& code,
-                                                  RootTest isAppleRoot = isAppleRoot);
+                                                  RootTest isAppleRoot = toolchain::isAppleRoot);
 
 }  // namespace toolchain

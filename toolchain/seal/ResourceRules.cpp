@@ -1,10 +1,15 @@
+#include "toolchain/seal/ResourceRules.h"
+
 #include <algorithm>
+#include <cmath>
 
 #include "toolchain/common/Messages.h"
-#include "toolchain/seal/ResourceSeal.h"
 #include "toolchain/seal/private/PathPattern.h"
 
 namespace toolchain {
+
+using foundation::Dictionary;
+using foundation::Value;
 
 namespace {
 
@@ -73,6 +78,32 @@ struct CompiledRule {
   PathPattern pattern;
 };
 
+Result<double> weightOf(const Value& value) {
+  if (const double* real = value.real(); real && std::isfinite(*real)) return *real;
+  if (const auto* integer = value.integer()) return static_cast<double>(*integer);
+  return failure("weight is not a number");
+}
+
+Result<ResourceRule> parseRule(const std::string& pattern, const Value& value) {
+  ResourceRule rule{.pattern = pattern};
+  if (const bool* included = value.boolean()) {
+    rule.omitted = !*included;
+    return rule;
+  }
+  const Dictionary* dictionary = value.dictionary();
+  if (!dictionary)
+    return failure("resource rule \"" + pattern + "\" is neither a boolean nor a dictionary");
+  rule.omitted = foundation::boolAt(*dictionary, "omit");
+  rule.optional = foundation::boolAt(*dictionary, "optional");
+  rule.nested = foundation::boolAt(*dictionary, "nested");
+  if (const Value* weight = foundation::find(*dictionary, "weight")) {
+    const auto number = weightOf(*weight);
+    if (!number) return within("resource rule \"" + pattern + "\"", number.error());
+    rule.weight = *number;
+  }
+  return rule;
+}
+
 }  // namespace
 
 ResourceRules defaultResourceRules(BundleShape shape) {
@@ -128,6 +159,35 @@ const ResourceRule* RuleMatcher::match(const std::string& relativePath) const {
     if (rule.pattern.matches(relativePath)) return &rule.rule;
   }
   return nullptr;
+}
+
+Value value(const std::vector<ResourceRule>& rules) {
+  Dictionary result;
+  for (const ResourceRule& rule : rules) {
+    if (rule.weight == 1 && !rule.optional && !rule.nested) {
+      result.emplace(rule.pattern, !rule.omitted);
+      continue;
+    }
+    Dictionary details;
+    if (rule.nested) details.emplace("nested", true);
+    if (rule.omitted) details.emplace("omit", true);
+    if (rule.optional) details.emplace("optional", true);
+    if (rule.weight != 1) details.emplace("weight", rule.weight);
+    result.emplace(rule.pattern, std::move(details));
+  }
+  return result;
+}
+
+Result<std::vector<ResourceRule>> parseResourceRules(const Value& value) {
+  const Dictionary* dictionary = value.dictionary();
+  if (!dictionary) return failure("resource rules are not a dictionary");
+  std::vector<ResourceRule> rules;
+  for (const auto& [pattern, entry] : *dictionary) {
+    auto rule = parseRule(pattern, entry);
+    if (!rule) return rule.error();
+    rules.push_back(std::move(*rule));
+  }
+  return rules;
 }
 
 }  // namespace toolchain

@@ -1,7 +1,6 @@
 #include "toolchain/seal/ResourceSeal.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "foundation/format/PropertyList.h"
 #include "foundation/format/XMLWriter.h"
@@ -60,31 +59,6 @@ foundation::Error unwritable(const ResourceSeal& seal, const foundation::Error& 
     }
   }
   return error;
-}
-
-Result<double> weightOf(const Value& value) {
-  if (const double* real = value.real(); real && std::isfinite(*real)) return *real;
-  if (const auto* integer = value.integer()) return static_cast<double>(*integer);
-  return failure("weight is no number");
-}
-
-Result<ResourceRule> parseRule(const std::string& pattern, const Value& value) {
-  ResourceRule rule{.pattern = pattern};
-  if (const bool* included = value.boolean()) {
-    rule.omitted = !*included;
-    return rule;
-  }
-  const Dictionary* dictionary = value.dictionary();
-  if (!dictionary) return failure("resource rule \"" + pattern + "\" is no boolean or dictionary");
-  rule.omitted = foundation::boolAt(*dictionary, "omit");
-  rule.optional = foundation::boolAt(*dictionary, "optional");
-  rule.nested = foundation::boolAt(*dictionary, "nested");
-  if (const Value* weight = foundation::find(*dictionary, "weight")) {
-    const auto number = weightOf(*weight);
-    if (!number) return within("resource rule \"" + pattern + "\"", number.error());
-    rule.weight = *number;
-  }
-  return rule;
 }
 
 template <class Digest>
@@ -167,11 +141,11 @@ Result<ResourceSeal> parseResourceSeal(Bytes file) {
   const auto top = foundation::PropertyList::parseUnambiguous(
       file, {{"files", taker("files", seal.files)}, {"files2", taker("files2", seal.files2)}});
   if (!top) return fail(top.error());
-  if (!top->dictionary()) return failure("CodeResources: the top is no dictionary");
+  if (!top->dictionary()) return failure("CodeResources: the top level is not a dictionary");
   for (const char* list : {"files", "files2"}) {
     const Value* value = top->find(list);
     if (value && !value->dictionary())
-      return fail(failure(std::string(list) + " is no dictionary"));
+      return fail(failure(std::string(list) + " is not a dictionary"));
   }
   if (wrong) return fail(*wrong);
   auto rules = rulesAt(*top->dictionary(), "rules");
@@ -180,35 +154,6 @@ Result<ResourceSeal> parseResourceSeal(Bytes file) {
   if (!rules2) return fail(rules2.error());
   seal.rules = {*std::move(rules), *std::move(rules2)};
   return seal;
-}
-
-Value value(const std::vector<ResourceRule>& rules) {
-  Dictionary result;
-  for (const ResourceRule& rule : rules) {
-    if (rule.weight == 1 && !rule.optional && !rule.nested) {
-      result.emplace(rule.pattern, !rule.omitted);
-      continue;
-    }
-    Dictionary details;
-    if (rule.nested) details.emplace("nested", true);
-    if (rule.omitted) details.emplace("omit", true);
-    if (rule.optional) details.emplace("optional", true);
-    if (rule.weight != 1) details.emplace("weight", rule.weight);
-    result.emplace(rule.pattern, std::move(details));
-  }
-  return result;
-}
-
-Result<std::vector<ResourceRule>> parseResourceRules(const Value& value) {
-  const Dictionary* dictionary = value.dictionary();
-  if (!dictionary) return failure("resource rules are no dictionary");
-  std::vector<ResourceRule> rules;
-  for (const auto& [pattern, entry] : *dictionary) {
-    auto rule = parseRule(pattern, entry);
-    if (!rule) return rule.error();
-    rules.push_back(std::move(*rule));
-  }
-  return rules;
 }
 
 }  // namespace toolchain

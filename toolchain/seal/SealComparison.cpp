@@ -6,6 +6,7 @@
 
 #include "foundation/file/FileManager.h"
 #include "toolchain/common/SignatureFault.h"
+#include "toolchain/seal/SealContents.h"
 
 namespace toolchain {
 

@@ -7,6 +7,7 @@
 #include "toolchain/bundle/CodeBundle.h"
 #include "toolchain/common/Messages.h"
 #include "toolchain/seal/ResourceSeal.h"
+#include "toolchain/signature/Hashing.h"
 
 namespace toolchain {
 

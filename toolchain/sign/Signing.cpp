@@ -10,6 +10,7 @@
 #include "toolchain/common/Messages.h"
 #include "toolchain/seal/ResourceSeal.h"
 #include "toolchain/seal/SealComparison.h"
+#include "toolchain/seal/SealContents.h"
 #include "toolchain/sign/private/FileSigner.h"
 #include "toolchain/signature/EmbeddedSignature.h"
 

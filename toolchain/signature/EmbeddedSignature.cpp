@@ -150,6 +150,7 @@ foundation::Array cdHashList(const std::vector<CodeDirectory>& directories) {
 
 std::vector<std::string> digestList(const std::vector<CodeDirectory>& directories) {
   std::vector<std::string> digests;
+  digests.reserve(directories.size());
   for (const auto& directory : directories) {
     digests.push_back(DER::element(
         DER::kSequence,

@@ -1,3 +1,5 @@
+#include "toolchain/seal/SealContents.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -9,7 +11,6 @@
 #include "foundation/file/DirectoryWalk.h"
 #include "foundation/host/FileOpening.h"
 #include "toolchain/common/Messages.h"
-#include "toolchain/seal/ResourceSeal.h"
 
 namespace toolchain {
 
@@ -51,8 +52,7 @@ class SealContents::Collector {
       if (options_.ignore && options_.ignore(absolute(entry.path))) return false;
       return take(entry);
     };
-    const auto walked =
-        foundation::walkDirectory(bundle_.base, foundation::Links::refused, takeSealed);
+    auto walked = foundation::walkDirectory(bundle_.base, foundation::Links::refused, takeSealed);
     if (!walked) return walked;
     std::sort(files_.begin(), files_.end());
     std::sort(nestedFiles_.begin(), nestedFiles_.end());
