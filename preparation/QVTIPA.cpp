@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <utility>
 
 #include "console/QVTCLUtilLog.h"
 #include "foundation/base/Text.h"
