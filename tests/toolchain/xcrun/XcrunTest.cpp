@@ -97,6 +97,9 @@ TEST_F(XcrunTest, TheProgramFindsItsNeighbours) {
 }
 
 /// What `readelf` lists as needed libraries.
+// The undefined-behaviour sanitizer refers to the type information of every class, and so to all of
+// their code.
+#ifndef __SANITIZE_ADDRESS__
 std::string librariesOf(const std::string& program) {
   const auto result =
       test::runCommand({"readelf", "--dynamic", std::string(TOOLS_FOLDER) + "/" + program});
@@ -108,8 +111,8 @@ std::string librariesOf(const std::string& program) {
 TEST(Programs, LinkOnlyWhatTheyUse) {
   using testing::HasSubstr;
   using testing::Not;
-  if (test::runCommand({"sh", "-c", "command -v readelf"}).status != 0) GTEST_SKIP();
-  for (const char* library : {"libcurl", "libssl", "libcrypto", "libplist", "libexpat"}) {
+  EXPECT_THAT(librariesOf("xcrun"), HasSubstr("libc.so"));
+  for (const char* library : {"libcurl", "libssl", "libcrypto", "libexpat"}) {
     EXPECT_THAT(librariesOf("xcrun"), Not(HasSubstr(library)));
     EXPECT_THAT(librariesOf("codesign_allocate"), Not(HasSubstr(library)));
   }
@@ -117,6 +120,7 @@ TEST(Programs, LinkOnlyWhatTheyUse) {
     EXPECT_THAT(librariesOf("codesign"), Not(HasSubstr(library)));
   }
 }
+#endif
 
 }  // namespace
 }  // namespace toolchain
