@@ -21,7 +21,7 @@ using BagsHandle = Handle<STACK_OF(PKCS12_SAFEBAG), freeBags>;
 /// Bags may contain bags; no known writer nests them deeper.
 constexpr int kMaximumNesting = 8;
 
-/// To OpenSSL, a null pointer is no passphrase, which differs from an empty one.
+/// For OpenSSL, a null pointer means "without a passphrase", which differs from an empty one.
 struct PassphraseView {
   const char* text = nullptr;
   int size = 0;
