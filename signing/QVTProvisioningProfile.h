@@ -16,7 +16,7 @@ inline constexpr std::string_view QVTProvisioningProfileErrorDomain =
     "QVTProvisioningProfileErrorDomain";
 
 /// A provisioning profile: which devices may run which app, signed with which certificates. A value
-/// that is missing or of another type is absent.
+/// that is missing or of another type is absent. Immutable, so threads may share it.
 class QVTProvisioningProfile {
  public:
   using Certificates = std::vector<std::shared_ptr<QVTDeveloperCertificate>>;
@@ -93,8 +93,12 @@ class QVTProvisioningProfile {
   [[nodiscard]] std::shared_ptr<QVTProvisioningProfile> newestMatchAmong(
       std::vector<std::shared_ptr<QVTProvisioningProfile>> profiles) const;
 
+  /// Where Xcode installs profiles, with "~" expanded; the folder need not exist.
   static std::vector<std::string> profileDirectories();
+  /// All that can be read, in no particular order. Each call reads the files again.
   static std::vector<std::shared_ptr<QVTProvisioningProfile>> installedProfiles();
+  /// The installed profile that is named after its UUID; empty if there is none or it is
+  /// unreadable.
   static std::shared_ptr<QVTProvisioningProfile> mobileProfileWithUUID(
       const std::optional<std::string>& uuid);
 

@@ -76,15 +76,21 @@ std::optional<CodePoint> firstCodePoint(std::string_view text) {
   return CodePoint{value, length};
 }
 
-bool isUTF8(std::string_view text) {
-  for (text.remove_prefix(asciiPrefix(text)); !text.empty();
-       text.remove_prefix(asciiPrefix(text))) {
-    const auto next = firstCodePoint(text);
-    if (!next) return false;
-    text.remove_prefix(next->length);
+namespace {
+
+/// The length of what is well-formed at the beginning of `text`.
+std::size_t validPrefix(std::string_view text) {
+  std::size_t end = asciiPrefix(text);
+  while (const auto next = firstCodePoint(text.substr(end))) {
+    end += next->length;
+    end += asciiPrefix(text.substr(end));
   }
-  return true;
+  return end;
 }
+
+}  // namespace
+
+bool isUTF8(std::string_view text) { return validPrefix(text) == text.size(); }
 
 std::optional<std::string> stringFromUTF8(Bytes bytes) {
   const std::string_view text = textOf(bytes);
@@ -94,10 +100,14 @@ std::optional<std::string> stringFromUTF8(Bytes bytes) {
 
 std::string lossyUTF8(Bytes bytes) {
   std::string out;
+  out.reserve(bytes.size());
   for (std::string_view text = textOf(bytes); !text.empty();) {
-    const auto next = firstCodePoint(text);
-    appendUTF8(out, next ? next->value : kReplacement);
-    text.remove_prefix(next ? next->length : 1);
+    const std::size_t valid = validPrefix(text);
+    out += text.substr(0, valid);
+    text.remove_prefix(valid);
+    if (text.empty()) break;
+    appendUTF8(out, kReplacement);
+    text.remove_prefix(1);
   }
   return out;
 }

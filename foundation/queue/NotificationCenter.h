@@ -36,7 +36,9 @@ class NotificationCenter {
 
   static NotificationCenter& defaultCenter();
 
+  /// Observes for as long as the token lives. What an observer throws passes through to `post`.
   [[nodiscard]] Token addObserver(std::string_view name, Observer observer);
+  /// Returns when all observers of `name` have been called.
   void post(std::string_view name, Value object);
 
  private:
