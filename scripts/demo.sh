@@ -43,8 +43,7 @@ show() {
 headline "Build"
 scripts/install-packages.sh
 cmake --preset dev >/dev/null
-cmake --build --preset dev \
-  --target sendoff codesign codesign_allocate xcrun stand-in-service
+cmake --build --preset dev --target sendoff codesign codesign_allocate xcrun
 sendoff=$PWD/build/bin/sendoff
 codesign=$PWD/build/libexec/sendoff/codesign
 
@@ -58,11 +57,13 @@ trap clean_up EXIT
 mkdir "$work/temporary" "$work/received"
 export TMPDIR=$work/temporary
 
+root=()
 if [ -z "$ipa" ]; then
   headline "A small app: universal executable, profile, identity, signature"
   scripts/make-demo-app.sh "$work/app" "$codesign"
   ipa=$work/app/Example.ipa
   keychain=$work/app/keychain.pem
+  root=(--root "$work/app/root.crt")
   unzip -Z1 "$ipa"
 fi
 scripts/make-demo-archive.sh "$ipa" "$work/Example.xcarchive"
@@ -71,7 +72,7 @@ printf 'Faster start.\nGrüße aus der Werkstatt.\n' >"$work/notes.txt"
 headline "A stand-in for the release service"
 key=$(openssl rand -hex 20)
 secret=$(openssl rand -hex 32)
-build/tests/bin/stand-in-service --key "$key" --secret "$secret" --save "$work/received" \
+tests/runs/service.py --key "$key" --secret "$secret" --save "$work/received" "${root[@]}" \
   >"$work/service.log" &
 service=$!
 for _ in $(seq 100); do

@@ -26,7 +26,8 @@ make_executable() {
   echo 'int main(void) { return 0; }' >"$folder/main.c"
   slice armv7
   slice arm64
-  "$llvm/llvm-lipo" -create -output "$1" "$folder/armv7" "$folder/arm64"
+  "$llvm/llvm-lipo" -create -output "$folder/universal" "$folder/armv7" "$folder/arm64"
+  cp "$folder/universal" "$1"
 }
 
 # certificate NAME SUBJECT EXTENSIONS [ISSUER]; without an issuer it signs itself.

@@ -1,0 +1,62 @@
+# Helpers for the shell commands of rows. Variables are those of Run.variables in run.py.
+
+# plist FILE KEY=VALUE...: changes a property list. See edit_plist.py.
+plist() { python3 -S -E "$RUNS/edit_plist.py" "$@"; }
+
+# profile KEY=VALUE...: changes the app's provisioning profile and signs it again.
+profile() {
+  openssl cms -verify -noverify -inform DER -in "$P" -out "$P.plist" 2>/dev/null
+  plist "$P.plist" "$@"
+  openssl cms -sign -binary -nodetach -outform DER -in "$P.plist" -signer "$MADE/leaf.crt" \
+    -inkey "$MADE/leaf.key" -out "$P"
+  rm "$P.plist"
+}
+
+# sign [OPTION...]: signs the app with the identity of its profile.
+sign() {
+  "$TOOLS/codesign" --force --sign "iPhone Distribution" --keychain "$MADE/keychain.pem" "$@" "$A"
+}
+
+# pack [NAME...]: makes $IPA of Payload and what else is named, and an archive of the app. What is
+# there already stays.
+pack() {
+  cd "$F"
+  [ -e "$IPA" ] || zip -q --symlinks -r "$IPA" Payload "$@"
+  [ -e "$ARCHIVE" ] || archive
+}
+
+archive() {
+  mkdir -p "$ARCHIVE/Products/Applications"
+  cp -a "$F"/Payload/*.app "$ARCHIVE/Products/Applications"
+  cp "$MADE/Example.xcarchive/Info.plist" "$ARCHIVE"
+}
+
+# tool NAME SCRIPT: a program that is found before all others of its name.
+tool() {
+  mkdir -p "$W/tools"
+  printf '#!/bin/sh\n%s\n' "$2" >"$W/tools/$1"
+  chmod +x "$W/tools/$1"
+}
+
+# hex DIGITS...: prints these bytes.
+hex() { python3 -S -E -c 'import sys; sys.stdout.buffer.write(bytes.fromhex(" ".join(sys.argv[1:])))' "$@"; }
+
+# noise SIZE: bytes that do not shrink, the same each time.
+noise() { openssl enc -aes-128-ctr -nosalt -K 0 -iv 0 -in /dev/zero 2>/dev/null | head -c "$1"; }
+
+# server_certificate: $FOLDER/$HOST.pem, issued by the authority beside it.
+server_certificate() {
+  mkdir -p "$FOLDER"
+  cd "$FOLDER"
+  [ -e authority.pem ] || openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes \
+    -keyout authority.key -out authority.pem -subj "/CN=sendoff test authority" -days 30 2>/dev/null
+  local names=DNS:$HOST days=30
+  [ "$HOST" != localhost ] || names+=,IP:127.0.0.1
+  [ "$HOST" != expired ] || names=DNS:localhost,IP:127.0.0.1 days=-1
+  openssl req -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout "$HOST.key" \
+    -out "$HOST.csr" -subj "/CN=server" 2>/dev/null
+  echo "subjectAltName=$names" >"$HOST.cnf"
+  openssl x509 -req -in "$HOST.csr" -CA authority.pem -CAkey authority.key -CAcreateserial \
+    -days "$days" -extfile "$HOST.cnf" -out "$HOST.crt" 2>/dev/null
+  cat "$HOST.crt" "$HOST.key" >"$HOST.pem"
+}

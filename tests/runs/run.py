@@ -1,0 +1,395 @@
+#!/usr/bin/env python3
+"""Runs rows: whole runs of the programs as lines of text.
+
+usage: run.py [-j N] [--build FOLDER] FILE.rows [NAME...]
+
+A row names a run, says what happens to the app before it and what must come out of it. A file looks so:
+
+    include: common.settings             settings of another file come first
+    columns: app | status | out          the keys of the cells after a row's name
+    @profile: Unable to read …           @profile stands for this text from here on
+    err: …                               what a row does not say itself
+
+    no profile | rm $P | 1 | @profile
+        left: Example/Payload            further keys of the row above it
+
+Cells are separated by " | ", the items of a list by "; ". "…" in an expected line is anything, and as a line
+of its own any number of lines. $F and the like (see Run.variables) are filled in everywhere. Keys:
+
+    app      shell commands in the folder of the app, a copy of the demo's; functions.sh has helpers for them
+    source   "signed" or "unsigned": which app it is
+    run      the command, in the folder of the files; {env} and {arguments} in it are keys of their own
+    routes   the ways to run it; "key.ROUTE" is the key for one of them only
+    status   the exit status; "signal N" where a signal ended it
+    first    the lines that `out` goes on from
+    out err  the lines of the two streams, without their time stamps
+    calls    the service's calls in order; `form` "[CALL] FIELD=VALUE,VALUE" of it, "-" where there is no field
+    left     patterns for what is left in the temporary folder besides plain folders
+    tree     exactly all that is left there, as a list
+    changes  what may change of the rest of the work folder: patterns
+    check    a command that must succeed afterwards; $UPLOADED is the .ipa that the service got
+    hidden   "no" where the key and the secret may show up in the output
+    limit    seconds that the run may take
+    tls      the service's certificate, as `Fixture.certificate` has it; `tunnels` makes it a proxy
+    validate notes testers upload any connect connection   how the service behaves, see service.py
+
+Nothing of what belongs to others (the folder $OUTSIDE) may change, be printed or be sent.
+"""
+import argparse
+import concurrent.futures
+import fnmatch
+import functools
+import hashlib
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import threading
+from dataclasses import dataclass
+from pathlib import Path
+
+from service import Checker, Service, output_of, values_of
+
+HERE = Path(__file__).resolve().parent
+ROOT = HERE.parent.parent
+KEY, SECRET = "0123456789abcdefABCDEF0123456789abcdef01", "5ec3e75ec3e75ec3e7"
+MARK = b"CANARY-CONTENT"
+STAMP = re.compile(r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} [\w-]+(?:\[\d+\]| Quorvantile:) ", re.MULTILINE)
+BEHAVIOURS = ("validate", "notes", "testers", "upload", "any", "connect", "connection")
+
+
+class Fixture:
+    """What all runs share, made once: the demo's app, signed and unsigned, its identity, and certificates."""
+
+    def __init__(self, folder: Path, build: Path):
+        self.folder, self.build, self.lock = folder, build, threading.Lock()
+        self.made, self.tools = folder / "made", build / "libexec/sendoff"
+        output_of(ROOT / "scripts/make-demo-app.sh", self.made, self.tools / "codesign")
+        self.signed = self.made / "Payload/Example.app"
+        self.unsigned = folder / "unsigned/Example.app"
+        shutil.copytree(self.signed, self.unsigned, symlinks=True)
+        shutil.rmtree(self.unsigned / "_CodeSignature")
+        shutil.copy(self.made / "universal", self.unsigned / "Example")
+        self.canary = folder / "outside"
+        self.shell("""
+            mkdir -p "$OUTSIDE/empty" && cp -a "$SIGNED" "$OUTSIDE/Canary.app"
+            cd "$OUTSIDE/Canary.app" && echo CANARY-CONTENT | tee ../secret.txt _CodeSignature/other >_CodeSignature/CodeResources
+            plist Info.plist CFBundleIdentifier=CANARY-CONTENT QuorvantileSignedForDistribution=true
+            profile Name=CANARY-CONTENT""", OUTSIDE=self.canary, P="embedded.mobileprovision")
+
+    def shell(self, script: str, **variables: object) -> None:
+        command = script_of(script, self.variables() | variables)
+        output_of("bash", "-e", "-c", command)
+
+    def variables(self) -> dict[str, object]:
+        return {"RUNS": HERE, "MADE": self.made, "TOOLS": self.tools, "SIGNED": self.signed,
+                "UNSIGNED": self.unsigned, "SENDOFF": self.build / "bin/sendoff",
+                "INSPECT": self.build / "bin/sendoff-inspect", "GOOD": self.made / "Example.ipa",
+                "AUTHORITY": self.folder / "tls/authority.pem", "KEY": KEY, "SECRET": SECRET}
+
+    def certificate(self, host: str) -> Path:
+        """Certificate and key of a server, issued by $AUTHORITY; of "expired" for localhost, but too old."""
+        path = self.folder / "tls" / f"{host}.pem"
+        with self.lock:
+            if not path.exists():
+                self.shell("server_certificate", FOLDER=path.parent, HOST=host)
+        return path
+
+
+def script_of(script: str, variables: dict[str, object]) -> str:
+    """The script with the variables set, unexported, and with the helpers of functions.sh."""
+    lines = [f"{name}='{str(value).replace(chr(39), chr(39) + chr(92) + chr(39) * 2)}'" for name, value in variables.items()]
+    return "\n".join([*lines, f". {HERE}/functions.sh", script])
+
+
+@dataclass
+class Result:
+    """How a run ended: its status ("signal N" for a signal), and its streams without time stamps."""
+    status: str
+    out: str
+    err: str
+
+
+class Running:
+    """A program on its way, in a session of its own; `kill` ends all of it."""
+
+    def __init__(self, command: list[object], environment: dict[str, str], folder: Path, streams: Path):
+        self.streams = streams
+        with open(streams / "out", "wb") as out, open(streams / "err", "wb") as err:
+            self.process = subprocess.Popen(
+                ["env", "--default-signal=INT,QUIT,TERM,HUP", *map(str, command)], stdin=subprocess.DEVNULL,
+                stdout=out, stderr=err, env=environment, cwd=folder, start_new_session=True)
+
+    def kill(self) -> None:
+        try:
+            os.killpg(self.process.pid, 9)
+        except ProcessLookupError:
+            pass
+
+    def wait(self, limit: float = 60) -> Result:
+        """Raises subprocess.TimeoutExpired when the end does not come within the limit."""
+        try:
+            status = self.process.wait(limit)
+        finally:
+            self.kill()
+        out, err = ((self.streams / name).read_text(errors="replace") for name in ("out", "err"))
+        return Result(str(status) if status >= 0 else f"signal {-status}", STAMP.sub("", out), STAMP.sub("", err))
+
+
+class Run:
+    """A place of its own for runs of the tool: files, home, temporary folder, what belongs to others, a service."""
+
+    def __init__(self, fixture: Fixture, source: str = "unsigned", tls: str = "", tunnels: bool = False,
+                 behaviours: dict[str, str] | None = None):
+        self.fixture, self.work = fixture, Path(tempfile.mkdtemp(prefix="run-", dir=fixture.folder))
+        self.files, self.home, self.temporary = (self.work / name for name in ("files", "home", "temporary"))
+        self.streams, self.outside = self.work / "streams", self.work / "outside"
+        for folder in (self.files / "Payload", self.home / "Library/Keychains", self.temporary, self.streams):
+            folder.mkdir(parents=True)
+        self.app, self.ipa = self.files / "Payload/Example.app", self.files / "Example.ipa"
+        shutil.copytree(getattr(fixture, source), self.app, symlinks=True)
+        shutil.copytree(fixture.canary, self.outside, symlinks=True)
+        shutil.copy(fixture.made / "keychain.pem", self.home / "Library/Keychains/identity.pem")
+        self.environment = {name: value for name, value in os.environ.items()
+                            if name == "PATH" or name.endswith("SAN_OPTIONS")}
+        self.environment |= {"HOME": str(self.home), "TMPDIR": str(self.temporary),
+                             "PATH": f"{self.work}/tools:{os.environ['PATH']}"}
+        self.service = Service(Checker(KEY, SECRET, str(fixture.made / "root.crt")), behaviours, tunnels=tunnels,
+                               tls=fixture.certificate(tls) if tls else None, run=self.shell)
+
+    def __enter__(self) -> "Run":
+        return self
+
+    def __exit__(self, *_) -> None:
+        self.service.stop()
+        output_of("chmod", "-R", "u+rwX", self.work)
+        shutil.rmtree(self.work)
+
+    def variables(self) -> dict[str, object]:
+        return self.fixture.variables() | {
+            "W": self.work, "F": self.files, "H": self.home, "T": self.temporary, "OUTSIDE": self.outside,
+            "A": self.app, "P": self.app / "embedded.mobileprovision", "IPA": self.ipa,
+            "ARCHIVE": self.files / "Example.xcarchive", "UPLOADED": self.work / "uploaded.ipa",
+            "OUT": self.streams / "out", "ERR": self.streams / "err",
+            "URL": self.service.url(), "PORT": self.service.port}
+
+    def shell(self, script: str, folder: Path | None = None) -> None:
+        """Runs commands that must succeed; raises ValueError otherwise."""
+        command = ["bash", "-e", "-c", script_of(script, self.variables())]
+        done = subprocess.run(command, cwd=folder or self.work, env=self.environment, capture_output=True,
+                              stdin=subprocess.DEVNULL, check=False)
+        if done.returncode != 0:
+            raise ValueError(f"{script.strip()}: status {done.returncode} {(done.stdout + done.stderr).decode(errors='replace')}")
+
+    def start(self, script: str) -> Running:
+        """Starts a shell command in the folder of the files."""
+        return Running(["bash", "-c", script_of(script, self.variables())], self.environment, self.files, self.streams)
+
+    def run(self, script: str, limit: float = 60) -> Result:
+        return self.start(script).wait(limit)
+
+    def leftovers(self) -> list[str]:
+        return sorted(str(path.relative_to(self.temporary)) for path in self.temporary.rglob("*"))
+
+    def snapshot(self) -> dict[str, str]:
+        """Kind, mode and content of everything that a run has no business to change, by path."""
+        found = {}
+        for root in (self.files, self.home, self.outside):
+            for path in root.rglob("*"):
+                mode = path.lstat().st_mode
+                content = os.readlink(path) if path.is_symlink() else digest_of(path) if path.is_file() else ""
+                found[str(path.relative_to(self.work))] = f"{mode:o} {content}"
+        return found
+
+    def save_upload(self) -> None:
+        form = self.service.forms.get("upload")
+        if form:
+            (self.work / "uploaded.ipa").write_bytes(form[-1].value)
+
+    def strangers_content(self) -> list[str]:
+        """What of $OUTSIDE was printed or sent."""
+        texts = {name: (self.streams / name).read_bytes() for name in ("out", "err")}
+        for request in self.service.requests:
+            texts[request.target] = request.head + request.body
+        if (self.work / "uploaded.ipa").exists():
+            unzip = ["unzip", "-p", self.work / "uploaded.ipa"]
+            texts["the .ipa"] = subprocess.run(unzip, capture_output=True, check=False).stdout
+        return [f"what belongs to others is in {name}" for name, text in texts.items() if MARK in text]
+
+
+def digest_of(path: Path) -> str:
+    with open(path, "rb") as file:
+        return hashlib.file_digest(file, "sha256").hexdigest()
+
+
+def is_plain_folder(path: Path) -> bool:
+    return path.is_dir() and not path.is_symlink() and path.suffix != ".app"
+
+
+class Rows:
+    """A file of rows: settings, macros, and for each row its keys."""
+
+    def __init__(self, path: Path):
+        self.settings: dict[str, str] = {}
+        self.macros: dict[str, str] = {}
+        self.rows: list[tuple[str, dict[str, str]]] = []
+        self.read(path)
+
+    def read(self, path: Path) -> None:
+        for number, line in enumerate(path.read_text().splitlines(), 1):
+            if not line.strip() or line.startswith("#"):
+                continue
+            setting = re.match(r"\s*(@?[a-z][\w.-]*):(?: +(.*))?$", line)
+            if line.startswith(" ") and setting and self.rows:
+                self.rows[-1][1][setting[1]] = self.expand(setting[2] or "")
+            elif " | " in line and not line.startswith(("@", "columns:", "run")):
+                self.add_row(line)
+            elif setting and not line.startswith(" "):
+                self.set(path, setting[1], self.expand(setting[2] or ""))
+            else:
+                raise SystemExit(f"{path}:{number}: not a row and not a setting: {line}")
+
+    def set(self, path: Path, key: str, value: str) -> None:
+        if key == "include":
+            self.read(path.with_name(value))
+        elif key.startswith("@"):
+            self.macros[key[1:]] = value
+        else:
+            self.settings[key] = value
+
+    def add_row(self, line: str) -> None:
+        cells = [self.expand(cell.strip()) for cell in re.split(r" \|(?: |$)", line)]
+        columns = self.settings["columns"].split(" | ")
+        if len(cells) > len(columns) + 1:
+            raise SystemExit(f"too many cells: {line}")
+        self.rows.append((cells[0], self.settings | dict(zip(columns, cells[1:]))))
+
+    def expand(self, text: str) -> str:
+        for name in sorted(self.macros, key=len, reverse=True):
+            text = text.replace("@" + name, self.macros[name])
+        return text
+
+
+def pattern_of(lines: list[str]) -> re.Pattern:
+    """Matches exactly these lines; "…" is anything within one, or any lines."""
+    parts = [r"(?:.*\n)*" if line == "…" else ".*".join(map(re.escape, line.split("…"))) + "\n" for line in lines]
+    return re.compile("".join(parts))
+
+
+def items_of(text: str) -> list[str]:
+    return text.split("; ") if text else []
+
+
+class RowRun:
+    """One row on one route."""
+
+    def __init__(self, fixture: Fixture, keys: dict[str, str], route: str):
+        self.fixture, self.keys, self.route = fixture, keys, route
+        self.problems: list[str] = []
+
+    def key(self, name: str, default: str = "") -> str:
+        return self.keys.get(f"{name}.{self.route}", self.keys.get(name, default))
+
+    def expected(self, name: str, default: str = "") -> str:
+        """The key with its variables filled in."""
+        text = self.key(name, default)
+        for variable, value in sorted(self.run.variables().items(), key=lambda pair: -len(pair[0])):
+            text = text.replace("$" + variable, str(value))
+        return text
+
+    def expect(self, what: str, wanted: str, seen: str, pattern: re.Pattern | None = None) -> None:
+        if not (pattern.fullmatch(seen) if pattern else wanted == seen):
+            shown = [text if "\n" not in text.strip() else "\n" + text for text in (wanted.strip(), seen.strip())]
+            self.problems.append(f"{what}: expected {shown[0]}\n{' ' * len(what)}  seen {shown[1]}")
+
+    def mention(self, what: str, names: list[str]) -> None:
+        if names:
+            self.problems.append(f"{what}: " + ", ".join(names[:3]) + (f" and {len(names) - 3} more" if len(names) > 3 else ""))
+
+    def execute(self) -> list[str]:
+        behaviours = {name: self.key(name) for name in BEHAVIOURS if self.key(name)}
+        with Run(self.fixture, self.key("source", "unsigned"), self.key("tls"), self.key("tunnels") == "yes", behaviours) as self.run:
+            try:
+                self.run.shell(self.key("app"), self.run.app)
+                self.run.shell(self.key("pack", "pack"), self.run.files)
+                before = self.run.snapshot()
+                command = self.key("run").replace("{env}", self.key("env")).replace("{arguments}", self.key("arguments"))
+                result = self.run.run(command, float(self.key("limit", "60")))
+                self.compare(result, before)
+            except (ValueError, OSError, subprocess.TimeoutExpired) as error:
+                self.problems.append(str(error))
+        return self.problems
+
+    def compare(self, result: Result, before: dict[str, str]) -> None:
+        self.expect("status", self.key("status", "0"), result.status)
+        for name, first in (("out", self.expected("first")), ("err", "")):
+            lines = items_of(first) + items_of(self.expected(name))
+            seen = getattr(result, name)
+            self.expect(name, "\n".join(lines), seen + ("\n" if seen and not seen.endswith("\n") else ""), pattern_of(lines))
+        if self.key("hidden") != "no" and any(text in result.out + result.err for text in (KEY, SECRET)):
+            self.problems.append("the key or the secret is in the output")
+        self.compare_service()
+        self.compare_files(before)
+        self.problems += self.run.strangers_content()
+        if self.key("check"):
+            self.run.shell(self.key("check"))
+
+    def compare_service(self) -> None:
+        complaints = items_of(self.key("complaints"))
+        self.expect("complaints", "\n".join(complaints), "".join(line + "\n" for line in self.run.service.complaints), pattern_of(complaints))
+        if "calls" in self.keys:
+            self.expect("calls", self.key("calls"), " ".join(self.run.service.calls))
+        if self.key("connects"):
+            self.expect("connects", self.key("connects"), " ".join(self.run.service.connects))
+        for item in items_of(self.expected("form")):
+            match = re.fullmatch(r"(?:(\w+) )?(.*?)=(.*)", item, re.DOTALL)
+            form = self.run.service.forms.get(match[1] or "upload", [])
+            self.expect(match[2], match[3], ",".join(values_of(form, match[2])) if any(
+                part.name == match[2] for part in form) else "-")
+
+    def compare_files(self, before: dict[str, str]) -> None:
+        self.run.save_upload()
+        after = self.run.snapshot()
+        changed = sorted(path for path in before.keys() | after.keys() if before.get(path) != after.get(path))
+        allowed = self.expected("changes").split()
+        self.mention("changed", [path for path in changed if not any(fnmatch.fnmatch(path, p) for p in allowed)])
+        if "tree" in self.keys:
+            self.expect("tree", self.key("tree"), "; ".join(self.run.leftovers()))
+        patterns = self.key("left").split()
+        left = {name: {pattern for pattern in patterns if fnmatch.fnmatch(name, pattern)}
+                for name in self.run.leftovers() if not is_plain_folder(self.run.temporary / name)}
+        self.mention("left behind", [name for name, found in left.items() if not found])
+        self.mention("not left behind", sorted(set(patterns).difference(*left.values())))
+
+
+def run_row(fixture: Fixture, keys: dict[str, str]) -> list[str]:
+    problems = []
+    for route in keys.get("routes", "run").split():
+        problems += [f"({route}) {problem}" for problem in RowRun(fixture, keys, route).execute()]
+    return problems
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(usage=__doc__[__doc__.index("usage: ") + 7:])
+    parser.add_argument("-j", type=int, default=os.cpu_count())
+    parser.add_argument("--build", type=Path, default=ROOT / "build")
+    parser.add_argument("file", type=Path)
+    parser.add_argument("names", nargs="*")
+    options = parser.parse_args()
+    rows = [row for row in Rows(options.file).rows if not options.names or row[0] in options.names]
+    failures = 0 if rows else 1
+    with tempfile.TemporaryDirectory(prefix="runs-") as folder, concurrent.futures.ThreadPoolExecutor(options.j) as pool:
+        os.chmod(folder, 0o755)
+        fixture = Fixture(Path(folder).resolve(), options.build.resolve())
+        for (name, _), problems in zip(rows, pool.map(functools.partial(run_row, fixture), (keys for _, keys in rows))):
+            if problems:
+                failures += 1
+                print(f"{name}\n" + "\n".join("    " + line for text in problems for line in text.split("\n")), flush=True)
+    print(f"{options.file.name}: {len(rows)} rows, {failures} failed")
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

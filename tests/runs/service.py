@@ -1,0 +1,788 @@
+#!/usr/bin/env python3
+"""A stand-in for the release service on loopback, stricter than any real one.
+
+Each request is compared with what this build of the app must send: method, path, headers, the form's
+exact bytes and order of fields, and the uploaded .ipa, which other programs take apart (unzip, openssl,
+LLVM's dwarfdump, check_signature.py). A right request gets the response of its call, any other 400 with
+the complaints. "(null)" in a path, from an app without a readable executable, is accepted.
+
+usage: service.py [--port N] [--key API_KEY] [--secret BUILD_SECRET] [--root PEM] [--save FOLDER]
+         prints its address, then each request; status 0 when every request was right
+       service.py --self-test CODESIGN
+         makes right requests, damages each field, header and byte once; status 0 when each is refused
+"""
+import argparse
+import functools
+import hashlib
+import json
+import os
+import plistlib
+import re
+import signal
+import socket
+import ssl
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+from dataclasses import dataclass, field, replace
+from pathlib import Path
+
+HERE = Path(__file__).resolve().parent
+CALLS = {"GET validate_project": "validate", "PUT notes": "notes", "PUT access/enable": "testers"}
+RIGHT_STATUS = {"validate": "200", "notes": "200", "testers": "200", "upload": "202"}
+HEADERS = {"User-Agent": "uploader/19", "Accept": "application/json, application/x-plist",
+           "X-QUORVANTILE-DEVELOPER-TOKEN": "389eabecb56021e9d618c5d32c6afc83b458bfdd"}
+FAMILIES = {1: "iPhone", 2: "iPad"}
+VERSIONS = ("app[display_version]", "app[build_version]")
+
+
+@dataclass
+class Request:
+    """Headers are pairs in the order and spelling of the request."""
+    method: str
+    target: str
+    headers: list[tuple[str, str]]
+    body: bytes = b""
+    head: bytes = b""
+
+    def header(self, name: str) -> str | None:
+        return next((value for key, value in self.headers if key.lower() == name.lower()), None)
+
+
+@dataclass
+class Part:
+    """A part of a form; only a file has a file name and a type."""
+    name: str
+    value: bytes
+    file_name: str | None = None
+    type: str | None = None
+
+    def __str__(self) -> str:
+        if self.file_name is not None:
+            return f"{self.name} = {self.file_name}, {self.type}, {len(self.value)} bytes"
+        text = self.value.decode(errors="replace")
+        plain = len(text) <= 200 and all(c >= " " or c == "\n" for c in text)
+        return f"{self.name} = {text if plain else f'<{len(self.value)} bytes>'}"
+
+
+def text_part(name: str, value: object) -> Part:
+    if isinstance(value, bool):
+        value = "true" if value else "false"
+    return Part(name, str(value).encode())
+
+
+def values_of(form: list[Part], name: str) -> list[str]:
+    return [part.value.decode(errors="replace") for part in form if part.name == name]
+
+
+class FormReader:
+    """Reads a form that is byte for byte as the service expects it; raises ValueError otherwise."""
+
+    def __init__(self, body: bytes):
+        self.body, self.at = body, 0
+
+    def take(self, text: bytes) -> bool:
+        found = self.body.startswith(text, self.at)
+        self.at += len(text) if found else 0
+        return found
+
+    def expect(self, text: bytes) -> None:
+        if not self.take(text):
+            raise ValueError(f"form, byte {self.at}: expected {text!r}")
+
+    def until(self, end: bytes) -> bytes:
+        found = self.body.find(end, self.at)
+        if found < 0:
+            raise ValueError(f"form, byte {self.at}: no {end!r} after this point")
+        text = self.body[self.at:found]
+        self.at = found + len(end)
+        return text
+
+    def part(self) -> Part:
+        self.expect(b'\r\nContent-Disposition: form-data; name="')
+        part = Part(self.until(b'"').decode(), b"")
+        if self.take(b'; filename="'):
+            part.file_name = self.until(b'"').decode()
+            self.expect(b"\r\nContent-Type: ")
+            part.type = self.until(b"\r\n").decode()
+            self.expect(b"Content-Transfer-Encoding: binary\r\n\r\n")
+        else:
+            self.expect(b"\r\nContent-Type: text/plain\r\n\r\n")
+        part.value = self.until(b"\r\n--AaB03x")
+        return part
+
+    def form(self) -> list[Part]:
+        parts = []
+        self.expect(b"MIME-Version: 1.0\r\n--AaB03x")
+        while not self.take(b"--\r\n"):
+            parts.append(self.part())
+        if self.at != len(self.body):
+            raise ValueError(f"form, byte {self.at}: more after the closing delimiter")
+        return parts
+
+
+def output_of(*command: object) -> bytes:
+    done = subprocess.run([str(word) for word in command], capture_output=True, check=False)
+    if done.returncode != 0:
+        raise ValueError(f"{command[0]} ended with {done.returncode}: "
+                         f"{(done.stdout + done.stderr).decode(errors='replace').strip()}")
+    return done.stdout
+
+
+@functools.cache
+def llvm(tool: str) -> Path:
+    return Path(output_of("llvm-config", "--bindir").decode().strip()) / tool
+
+
+@dataclass
+class Facts:
+    """What an .ipa holds; slices are pairs of architecture and UUID, in file order."""
+    info: dict
+    profile: dict
+    slices: list[tuple[str, str]]
+    names: list[str]
+    problems: list[str] = field(default_factory=list)
+
+    def identifier(self) -> str:
+        ordered = sorted(self.slices, key=lambda pair: pair[0])
+        return hashlib.sha1("".join(uuid for _, uuid in ordered).encode()).hexdigest()
+
+
+def slices_of(executable: Path) -> list[tuple[str, str]]:
+    lines = output_of(llvm("llvm-dwarfdump"), "--uuid", executable).decode()
+    found = re.findall(r"^UUID: (\S+) \((\S+)\)", lines, re.MULTILINE)
+    return [(architecture, uuid.replace("-", "").lower()) for uuid, architecture in found]
+
+
+def signature_problems(app: Path, root: str | None) -> list[str]:
+    """What check_signature.py says; without a root certificate the chain is not looked at."""
+    command = [sys.executable, HERE.parent / "support/check_signature.py", app]
+    done = subprocess.run(command + (["--root", root] if root else []), capture_output=True, check=False)
+    lines = (done.stdout + done.stderr).decode(errors="replace").splitlines()
+    return lines if done.returncode else []
+
+
+@functools.lru_cache(maxsize=4)
+def facts_of(ipa: bytes, root: str | None) -> Facts:
+    """Raises ValueError unless the bytes are an .ipa with one app, its profile and its executable."""
+    with tempfile.TemporaryDirectory() as folder:
+        place = Path(folder)
+        (place / "x.zip").write_bytes(ipa)
+        output_of("unzip", "-qo", place / "x.zip", "-d", place)
+        names = output_of("unzip", "-Z1", place / "x.zip").decode(errors="replace").splitlines()
+        apps = [path for path in place.glob("Payload/*") if path.suffix == ".app"]
+        if len(apps) != 1:
+            raise ValueError(f"the .ipa has {len(apps)} apps")
+        try:
+            info = plistlib.loads((apps[0] / "Info.plist").read_bytes())
+            profile = plistlib.loads(output_of("openssl", "cms", "-verify", "-noverify", "-inform", "DER",
+                                               "-in", apps[0] / "embedded.mobileprovision"))
+        except (OSError, plistlib.InvalidFileException) as error:
+            raise ValueError(str(error)) from error
+        slices = slices_of(apps[0] / info.get("CFBundleExecutable", "none"))
+        return Facts(info, profile, slices, names, signature_problems(apps[0], root))
+
+
+def is_true(value: object) -> bool:
+    """Whether the platform reads the value of a property list as true."""
+    return value.strip()[:1] in set("YyTt123456789") if isinstance(value, str) else bool(value)
+
+
+def expected_upload(facts: Facts, received: list[Part]) -> list[Part]:
+    """Devices may be in any order; the time and the notifications are the sender's choice."""
+    def text_of(name: str, key: str) -> list[Part]:
+        return [text_part(name, facts.info[key])] if isinstance(facts.info.get(key), str) else []
+
+    def sent(name: str) -> list[Part]:
+        return [text_part(name, (values_of(received, name) + ["(missing)"])[0])]
+    attributes = "distribution[platform_attributes]"
+    families = facts.info.get("UIDeviceFamily", [])
+    families = [FAMILIES.get(item, "unknown") if type(item) is int else "unknown" for item in families]
+    form = text_of(VERSIONS[0], "CFBundleShortVersionString") + text_of(VERSIONS[1], "CFBundleVersion")
+    form += [part for part in received if part.name == "distribution[devices][][udid]"]
+    form += sent("distribution[built_at]") + [
+        text_part("app[type]", "ios_app"),
+        text_part(attributes + "[enterprise]", is_true(facts.profile.get("ProvisionsAllDevices"))),
+        text_part(attributes + "[devices]", ",".join(families))]
+    form += text_of(attributes + "[min_os]", "MinimumOSVersion")
+    form += [text_part(attributes + "[newsstand]", is_true(facts.info.get("UINewsstandapp")))]
+    for architecture, uuid in facts.slices:
+        form += [text_part("app[slices][][arch]", architecture), text_part("app[slices][][uuid]", uuid)]
+    form += [text_part(attributes + "[architectures]", ",".join(name for name, _ in facts.slices)),
+             text_part("app[instance_identifier]", facts.identifier())]
+    return form + sent("send_notifications") + received[-1:]
+
+
+def difference(expected: list[Part], received: list[Part]) -> list[str]:
+    for i in range(max(len(expected), len(received))):
+        wanted, found = ((form + [None] * i)[i] for form in (expected, received))
+        if wanted != found:
+            return [f"field {i + 1} should be {wanted or 'nothing'} and is {found or 'nothing'}"]
+    return []
+
+
+@dataclass
+class Checker:
+    """Compares requests with each other and with the app they are about.
+
+    Where key or secret are None, any of the right form will do, but the same in each request. Without
+    `opens_ipa` the .ipa stays unopened, and so the fields that describe it are not checked.
+    """
+    key: str | None = None
+    secret: str | None = None
+    root: str | None = None
+    opens_ipa: bool = True
+    host: str | None = None
+    app: str = ""
+    build: str = ""
+    versions: list[Part] | None = None
+
+    def call_of(self, request: Request) -> tuple[str, str, str] | None:
+        """Call, bundle identifier, build; None when the request line is none of the calls."""
+        base = "/spi/v1/platforms/ios/apps/([^/]+)/"
+        if match := re.fullmatch(base + "distributions", request.target):
+            return ("upload", match[1], self.build) if request.method == "POST" else None
+        match = re.fullmatch(base + "releases/([^/]+)/build_server/(.+)", request.target)
+        call = CALLS.get(f"{request.method} {match[3]}") if match else None
+        return (call, match[1], match[2]) if call else None
+
+    def check(self, request: Request) -> tuple[str | None, list[Part], list[str]]:
+        """Returns the call, its form and the complaints."""
+        address = self.call_of(request)
+        if address is None:
+            return None, [], [f"no such call: {request.method} {request.target}"]
+        call, app, build = address
+        complaints = self.check_headers(request, call)
+        if call == "validate":
+            self.app, self.build, self.versions = app, build, None
+            return call, [], complaints + (["a GET with a body"] if request.body else [])
+        if (app, build) != (self.app, self.build):
+            complaints.append("not the app and build that were validated")
+        try:
+            form = FormReader(request.body).form()
+            versions = [part for part in form if part.name in VERSIONS]
+            if self.versions not in (None, versions):
+                complaints.append("not the versions of the calls before")
+            self.versions = versions
+            check = {"notes": self.check_notes, "testers": self.check_testers, "upload": self.check_upload}
+            return call, form, complaints + check[call](form)
+        except ValueError as error:
+            return call, [], complaints + [str(error)]
+
+    def check_headers(self, request: Request, call: str) -> list[str]:
+        if self.key is None and re.fullmatch("[0-9a-fA-F]{40}", request.header("X-QUORVANTILE-API-KEY") or ""):
+            self.key = request.header("X-QUORVANTILE-API-KEY")
+        if self.secret is None and re.fullmatch("[0-9a-fA-F]*", request.header("X-QUORVANTILE-BUILD-SECRET") or "-"):
+            self.secret = request.header("X-QUORVANTILE-BUILD-SECRET")
+        wanted = dict(HEADERS) | {"X-QUORVANTILE-API-KEY": self.key, "X-QUORVANTILE-BUILD-SECRET": self.secret,
+                                  "Host": self.host or request.header("Host")}
+        if call != "validate":
+            wanted |= {"Content-Type": "multipart/form-data; boundary=AaB03x",
+                       "Content-Length": str(len(request.body))}
+        if (encoding := request.header("Accept-Encoding")) is not None:
+            wanted["Accept-Encoding"] = encoding
+        found = sorted((name.lower(), value) for name, value in request.headers)
+        expected = sorted((name.lower(), value) for name, value in wanted.items())
+        return [f"header {name}: {value} is " + ("missing" if (name, value) in expected else "wrong")
+                for name, value in sorted(set(found) ^ set(expected), key=str)] + (
+            ["a header twice"] if len(set(found)) != len(found) else [])
+
+    def check_notes(self, form: list[Part]) -> list[str]:
+        body = (values_of(form, "release_notes[body]") + [""])[0]
+        return difference(self.versions + [text_part("release_notes[body]", body),
+                                           text_part("release_notes[format]", "text")], form)
+
+    def check_testers(self, form: list[Part]) -> list[str]:
+        people = [text_part(name, value) for name in ("emails[]", "group_ids[]") for value in values_of(form, name)]
+        wrong = [] if people else ["nobody to enable"]
+        wrong += [f"{part.name} has a line break" for part in people if b"\n" in part.value]
+        return wrong + difference(self.versions + [text_part("send_notifications", "false")] + people, form)
+
+    def check_upload(self, form: list[Part]) -> list[str]:
+        complaints = []
+        built_at = values_of(form, "distribution[built_at]")
+        if len(built_at) != 1 or not re.fullmatch("[0-9]+", built_at[0]) or abs(int(built_at[0]) - time.time()) > 600:
+            complaints.append("distribution[built_at] is not about now")
+        if values_of(form, "send_notifications") not in (["true"], ["suppress"]):
+            complaints.append("send_notifications is neither true nor suppress")
+        file = form[-1] if form else Part("", b"")
+        name = "[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.ipa"
+        if (file.name, file.type) != ("distribution[file]", "application/zip") or not re.fullmatch(name, file.file_name or ""):
+            return complaints + ["the last part is not distribution[file]"]
+        return complaints + (self.check_ipa(form, facts_of(file.value, self.root)) if self.opens_ipa else [])
+
+    def check_ipa(self, form: list[Part], facts: Facts) -> list[str]:
+        complaints = list(facts.problems) + difference(expected_upload(facts, form), form)
+        if sorted(values_of(form, "distribution[devices][][udid]")) != sorted(set(facts.profile.get("ProvisionedDevices", []))):
+            complaints.append("the devices are not those of the profile")
+        if facts.identifier() != self.build:
+            complaints.append(f"the .ipa is build {facts.identifier()}, the calls before were about {self.build}")
+        if facts.info.get("CFBundleIdentifier") != self.app:
+            complaints.append("the .ipa is another app than the calls before were about")
+        if not is_true(facts.info.get("QuorvantileSignedForDistribution")):
+            complaints.append("the .ipa's Info.plist is not marked for distribution")
+        return complaints
+
+
+class Connection:
+    """The server's end of a connection. Whatever goes wrong with it is the end of it."""
+
+    def __init__(self, peer: socket.socket):
+        self.socket, self.input, self.is_open = peer, b"", True
+
+    def start_tls(self, certificate: Path) -> bool:
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(certificate)
+        try:
+            self.socket = context.wrap_socket(self.socket, server_side=True, suppress_ragged_eofs=False)
+        except OSError:
+            self.is_open = False
+        return self.is_open
+
+    def fill(self) -> bool:
+        try:
+            more = self.socket.recv(1 << 16) if self.is_open else b""
+        except OSError:
+            more = b""
+        self.input += more
+        return more != b""
+
+    def until(self, end: bytes) -> bytes:
+        while end not in self.input:
+            if not self.fill():
+                return b""
+        head, _, self.input = self.input.partition(end)
+        return head + end
+
+    def take(self, size: int) -> bytes:
+        while len(self.input) < size and self.fill():
+            pass
+        taken, self.input = self.input[:size], self.input[size:]
+        return taken
+
+    def send(self, data: bytes) -> bool:
+        try:
+            self.socket.sendall(data)
+            return True
+        except OSError:
+            return False
+
+    def stall(self) -> None:
+        """Waits for the client to end the connection."""
+        while self.fill():
+            pass
+
+    def cut(self) -> None:
+        """Ends TCP without TLS's closing message."""
+        self.is_open = False
+        self.socket.close()
+
+    def reset(self) -> None:
+        """Ends with a TCP reset: unread and unsent bytes are lost."""
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+        self.cut()
+
+    def close(self) -> None:
+        """An orderly end, that of TLS included."""
+        if not self.is_open:
+            return
+        try:
+            if isinstance(self.socket, ssl.SSLSocket):
+                self.socket.settimeout(5)
+                self.socket.unwrap()
+            self.socket.shutdown(socket.SHUT_WR)
+        except (OSError, ValueError):
+            pass
+        self.cut()
+
+
+ESCAPES = {"r": "\r", "n": "\n", "t": "\t", "\\": "\\"}
+
+
+def unescaped(text: str) -> bytes:
+    r"""Resolves \r, \n, \t, \\ and \xNN, and writes "<3*ab>" out as "ababab"."""
+    text = re.sub(r"<(\d+)\*(.*?)>", lambda match: int(match[1]) * match[2], text)
+    pieces = re.split(r"(\\x[0-9a-f]{2}|\\[rnt\\])", text)
+    return b"".join(bytes([int(piece[2:], 16)]) if re.fullmatch(r"\\x..", piece) else
+                    ESCAPES[piece[1]].encode() if re.fullmatch(r"\\[rnt\\]", piece) else piece.encode()
+                    for piece in pieces)
+
+
+class Service:
+    """The service on a port of 127.0.0.1, with what it saw. Each connection has a thread.
+
+    `behaviours` says how it acts at a call ("validate", "notes", "testers", "upload"), at "any" request,
+    a proxy's "connect", or a new "connection", in steps joined by " then ":
+        STATUS [with HEADER: VALUE]... [saying BODY]
+        send BYTES | repeat BYTES | take N | run COMMAND | close | cut | reset | stall
+    BYTES and BODY are read by `unescaped`, which fills in {target} and {port} too. Steps that begin with
+    "early" come before the body is read and checked; the connection ends after them. "next" joins what is
+    done at the first request, the second and so on. With `tunnels` it is a proxy that is the end of its own
+    tunnels. `tls` is a file with certificate and key.
+    """
+
+    def __init__(self, checker: Checker | None = None, behaviours: dict[str, str] | None = None, port: int = 0,
+                 tls: Path | None = None, tunnels: bool = False, run=lambda command: None):
+        self.checker, self.behaviours, self.run = checker or Checker(), dict(behaviours or {}), run
+        self.tls, self.tunnels = tls, tunnels
+        self.calls: list[str] = []
+        self.forms: dict[str, list[Part]] = {}
+        self.requests: list[Request] = []
+        self.complaints: list[str] = []
+        self.connects: list[str] = []
+        self.observer = lambda request, form, complaints: None
+        self.lock, self.connections, self.threads, self.counts = threading.Lock(), [], [], {}
+        self.listener = socket.create_server(("127.0.0.1", port), backlog=128)
+        self.port = self.listener.getsockname()[1]
+        self.acceptor = threading.Thread(target=self.accept)
+        self.acceptor.start()
+
+    def __enter__(self) -> "Service":
+        return self
+
+    def __exit__(self, *_) -> None:
+        self.stop()
+
+    def url(self) -> str:
+        return f"https://localhost:{self.port}" if self.tls and not self.tunnels else f"http://127.0.0.1:{self.port}"
+
+    def stop(self) -> None:
+        """Ends every connection and waits for its thread."""
+        self.listener.shutdown(socket.SHUT_RDWR)
+        self.acceptor.join()
+        with self.lock:
+            for connection in self.connections:
+                try:
+                    socket.socket.shutdown(connection.socket, socket.SHUT_RDWR)
+                except OSError:
+                    pass
+        for thread in self.threads:
+            thread.join()
+        self.listener.close()
+
+    def accept(self) -> None:
+        while True:
+            try:
+                connection = Connection(self.listener.accept()[0])
+            except OSError:
+                return
+            thread = threading.Thread(target=self.serve, args=(connection,))
+            with self.lock:
+                self.connections.append(connection)
+                self.threads.append(thread)
+            thread.start()
+
+    def serve(self, connection: Connection) -> None:
+        if self.act(connection, "connection"):
+            return connection.close()
+        if self.tls and not self.tunnels:
+            connection.start_tls(self.tls)
+        while connection.is_open and self.serve_one(connection):
+            pass
+        return connection.close()
+
+    def serve_one(self, connection: Connection) -> bool:
+        """Returns whether more requests may come."""
+        head = connection.until(b"\r\n\r\n")
+        if not head:
+            return False
+        lines = head.decode("latin-1").split("\r\n")[:-2]
+        method, _, rest = lines[0].partition(" ")
+        headers = [(line.partition(":")[0], line.partition(":")[2].strip()) for line in lines[1:]]
+        request = Request(method, rest.rpartition(" ")[0], headers, head=head)
+        if method == "CONNECT" and self.tunnels:
+            with self.lock:
+                self.connects.append(request.target)
+            if self.act(connection, "connect", request):
+                return False
+            return connection.send(b"HTTP/1.1 200 OK\r\n\r\n") and connection.start_tls(self.tls)
+        if self.act(connection, "any", request) or self.is_early(connection, request):
+            return False
+        size = int(request.header("Content-Length") or 0)
+        request.body = connection.take(size)
+        if len(request.body) < size:
+            return False
+        self.answer(connection, request)
+        return True
+
+    def is_early(self, connection: Connection, request: Request) -> bool:
+        address = self.checker.call_of(request)
+        behaviour = self.behaviours.get(address[0], "") if address else ""
+        if not behaviour.startswith("early "):
+            return False
+        self.record(request, address[0], [], [])
+        self.perform(connection, behaviour.removeprefix("early "), request)
+        return True
+
+    def record(self, request: Request, call: str | None, form: list[Part], complaints: list[str]) -> None:
+        with self.lock:
+            self.requests.append(request)
+            self.calls.append(call or "none")
+            self.forms[call or "none"] = form
+            self.complaints += [f"{call or request.target}: {complaint}" for complaint in complaints]
+
+    def answer(self, connection: Connection, request: Request) -> None:
+        with self.lock:
+            call, form, complaints = self.checker.check(request)
+        self.record(request, call, form, complaints)
+        self.observer(request, form, complaints)
+        if complaints:
+            message = json.dumps({"error": {"message": "; ".join(complaints)}}).replace("\\", "\\\\")
+            self.perform(connection, "400 with Content-Type: application/json saying " + message, request)
+        elif not self.act(connection, call, request):
+            self.perform(connection, RIGHT_STATUS[call], request)
+
+    def act(self, connection: Connection, occasion: str, request: Request | None = None) -> bool:
+        """Does what is wanted on this occasion; returns whether there is anything."""
+        if occasion not in self.behaviours:
+            return False
+        choices = self.behaviours[occasion].split(" next ")
+        with self.lock:
+            count = self.counts[occasion] = self.counts.get(occasion, 0) + 1
+        self.perform(connection, choices[min(count, len(choices)) - 1], request)
+        return True
+
+    def perform(self, connection: Connection, steps: str, request: Request | None = None) -> None:
+        steps = steps.replace("{port}", str(self.port)).replace("{target}", request.target if request else "")
+        for step in steps.removeprefix("early ").split(" then "):
+            verb, _, rest = step.partition(" ")
+            if verb.isdigit():
+                connection.send(response(verb, rest))
+            elif verb == "send":
+                connection.send(unescaped(rest))
+            elif verb == "repeat":
+                while connection.send(unescaped(rest)):
+                    pass
+            elif verb == "take":
+                connection.take(int(rest))
+            elif verb == "run":
+                self.run(rest)
+            else:
+                {"close": connection.close, "cut": connection.cut, "reset": connection.reset,
+                 "stall": connection.stall}[verb]()
+
+
+def response(status: str, rest: str) -> bytes:
+    """The bytes of "STATUS [with HEADER: VALUE]... [saying BODY]"."""
+    headers, _, body = (" " + rest).partition(" saying ")
+    content = unescaped(body)
+    lines = [f"HTTP/1.1 {status} Answer", *headers.split(" with ")[1:], f"Content-Length: {len(content)}", "", ""]
+    return "\r\n".join(lines).encode() + content
+
+
+def describe(request: Request, form: list[Part], complaints: list[str]) -> str:
+    """The request for people, with credentials shortened."""
+    lines = [f"{request.method} {request.target}"]
+    for name, value in request.headers:
+        is_secret = name.startswith("X-QUORVANTILE") and len(value) > 4
+        lines.append(f"{name}: {value[:4] + '…' if is_secret else value}")
+    lines += [""] * bool(form) + [str(part) for part in form]
+    lines += [f"REFUSED: {complaint}" for complaint in complaints] or ["ACCEPTED"]
+    return "\n".join("    " + line if line else "" for line in "\n".join(lines).split("\n")) + "\n"
+
+
+def serve_until_ended(options: argparse.Namespace) -> int:
+    def observer(request: Request, form: list[Part], complaints: list[str]) -> None:
+        print(describe(request, form, complaints), flush=True)
+        if options.save and form and form[-1].file_name and not complaints:
+            (Path(options.save) / form[-1].file_name).write_bytes(form[-1].value)
+
+    signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGINT, signal.SIGTERM})
+    with Service(Checker(options.key, options.secret, options.root), port=options.port) as service:
+        service.observer = observer
+        print(f"listening on {service.url()}\n", flush=True)
+        signal.sigwait({signal.SIGINT, signal.SIGTERM})
+    return 1 if service.complaints else 0
+
+
+def body_of(form: list[Part]) -> bytes:
+    body = b"MIME-Version: 1.0\r\n"
+    for part in form:
+        body += f'--AaB03x\r\nContent-Disposition: form-data; name="{part.name}"'.encode()
+        body += (f'; filename="{part.file_name}"\r\nContent-Type: {part.type}\r\nContent-Transfer-Encoding: binary'
+                 if part.file_name is not None else "\r\nContent-Type: text/plain").encode()
+        body += b"\r\n\r\n" + part.value + b"\r\n"
+    return body + b"--AaB03x--\r\n"
+
+
+def make_request(request_line: str, form: list[Part] | None, host: str) -> Request:
+    method, target = request_line.split(" ")
+    headers = [*HEADERS.items(), ("X-QUORVANTILE-API-KEY", "0" * 40), ("X-QUORVANTILE-BUILD-SECRET", "abc1"), ("Host", host)]
+    if form is None:
+        return Request(method, target, headers)
+    body = body_of(form)
+    more = [("Content-Type", "multipart/form-data; boundary=AaB03x"), ("Content-Length", str(len(body)))]
+    return Request(method, target, headers + more, body)
+
+
+class SelfTest:
+    """Right requests of one app, and each of them with one thing wrong."""
+
+    def __init__(self, folder: Path, codesign: str):
+        self.folder, self.codesign, self.accepted, self.count = folder, codesign, [], 0
+        output_of(HERE.parent.parent / "scripts/make-demo-app.sh", folder / "made", codesign)
+        self.app, self.root = folder / "made/Payload/Example.app", str(folder / "made/root.crt")
+        self.change_plist(QuorvantileSignedForDistribution=True)
+        self.sign()
+        self.ipa = self.packed()
+        facts = facts_of(self.ipa, self.root)
+        devices = [text_part("distribution[devices][][udid]", name) for name in facts.profile["ProvisionedDevices"]]
+        choices = [text_part("distribution[built_at]", int(time.time())), text_part("send_notifications", True)]
+        file = Part("distribution[file]", self.ipa, "2D9CDC21-9F7B-4E53-92A8-4F3D0B5F1D5C.ipa", "application/zip")
+        upload = expected_upload(facts, devices + choices + [file])
+        versions = [text_part(VERSIONS[0], "1.2"), text_part(VERSIONS[1], "345")]
+        base, host = "/spi/v1/platforms/ios/apps/com.example.demo", "127.0.0.1:1"
+        early = f"{base}/releases/{facts.identifier()}/build_server"
+        people = [("send_notifications", False), ("emails[]", "a@x.org"), ("emails[]", "b@x.org"), ("group_ids[]", "g")]
+        notes = [("release_notes[body]", "new"), ("release_notes[format]", "text")]
+        self.forms = [None, versions + [text_part(*pair) for pair in notes],
+                      versions + [text_part(*pair) for pair in people], upload]
+        lines = [f"GET {early}/validate_project", f"PUT {early}/notes", f"PUT {early}/access/enable",
+                 f"POST {base}/distributions"]
+        self.right = [make_request(line, form, host) for line, form in zip(lines, self.forms)]
+
+    def change_plist(self, **changes) -> None:
+        path = self.app / "Info.plist"
+        path.write_bytes(plistlib.dumps(plistlib.loads(path.read_bytes()) | changes))
+
+    def sign(self) -> None:
+        output_of(self.codesign, "--force", "--sign", "iPhone Distribution", "--keychain",
+                  self.folder / "made/keychain.pem", self.app)
+
+    def packed(self) -> bytes:
+        output_of("sh", "-c", f"cd {self.folder}/made && rm -f x.zip && zip -q --symlinks -r x.zip Payload")
+        return (self.folder / "made/x.zip").read_bytes()
+
+    def complaints(self, requests: list[Request]) -> list[str]:
+        checker = Checker("0" * 40, "abc1", self.root, host="127.0.0.1:1")
+        return [text for request in requests for text in checker.check(request)[2]]
+
+    def refuse(self, name: str, index: int, damaged: Request) -> None:
+        self.count += 1
+        if not self.complaints(self.right[:index] + [damaged] + self.right[index + 1:]):
+            self.accepted.append(f"{damaged.target}: {name}")
+
+    def refuse_form(self, name: str, index: int, form: list[Part]) -> None:
+        line = f"{self.right[index].method} {self.right[index].target}"
+        self.refuse(name, index, make_request(line, form, "127.0.0.1:1"))
+
+    def damage_heads(self, index: int, right: Request) -> None:
+        for i, (name, value) in enumerate(right.headers):
+            rest = right.headers[:i] + right.headers[i + 1:]
+            for what, headers in {"missing": rest, "changed": rest + [(name, value + "0")],
+                                  "renamed": rest + [(name + "0", value)],
+                                  "twice": right.headers + [(name, value)]}.items():
+                self.refuse(f"header {name} {what}", index, replace(right, headers=headers))
+        self.refuse("one header more", index, replace(right, headers=right.headers + [("X-More", "1")]))
+        self.refuse("method", index, replace(right, method="PATCH"))
+        pieces = right.target.split("/")
+        for i in range(1, len(pieces)):
+            target = "/".join(pieces[:i] + [pieces[i] + "0"] + pieces[i + 1:])
+            self.refuse(f"piece {i} of the path", index, replace(right, target=target))
+
+    def damage_form(self, index: int, form: list[Part]) -> None:
+        free = ("release_notes[body]", "emails[]", "group_ids[]", "distribution[built_at]", "distribution[file]")
+        for i, part in enumerate(form):
+            # Whom to tell, and in which order, is the sender's choice.
+            if part.name not in ("emails[]", "group_ids[]"):
+                self.refuse_form(f"{part.name} missing", index, form[:i] + form[i + 1:])
+                self.refuse_form(f"{part.name} twice", index, form[:i + 1] + form[i:])
+            if part.name not in free:
+                self.refuse_form(f"{part.name} changed", index,
+                                 form[:i] + [replace(part, value=part.value + b"0")] + form[i + 1:])
+            if i > 0 and form[i - 1].name != part.name:
+                self.refuse_form(f"{part.name} too early", index,
+                                 form[:i - 1] + [part, form[i - 1]] + form[i + 1:])
+        body, at = self.right[index].body, 0
+        for part in form:
+            start = body.index(b"\r\n\r\n", body.index(part.name.encode(), at)) + 4
+            name_at = body.find((part.file_name or "?").encode(), at)
+            end = start + (len(part.value) if part.name in free else 0)
+            for i in range(at, len(body) if part is form[-1] else end):
+                if not start <= i < end and not 0 <= i - name_at < len(part.file_name or ""):
+                    flipped = body[:i] + bytes([body[i] ^ 1]) + body[i + 1:]
+                    self.refuse(f"byte {i} of the body", index, replace(self.right[index], body=flipped))
+            at = end
+
+    def damage_app(self, name: str, change) -> None:
+        """Changes a copy of the app in place of the right one."""
+        kept = self.folder / "kept"
+        output_of("cp", "-a", self.app, kept)
+        change()
+        self.refuse_form(f"app with {name}", 3, self.forms[3][:-1] + [replace(self.forms[3][-1], value=self.packed())])
+        output_of("sh", "-c", f"rm -rf {self.folder}/made/Payload/* && mv {kept} {self.app}")
+
+    def damage_file(self) -> None:
+        name = self.forms[3][-1].file_name
+        for wrong in (name.lower(), name[1:], name.replace(".ipa", ".zip"), "../" + name):
+            self.refuse_form(f"file called {wrong}", 3, self.forms[3][:-1] + [replace(self.forms[3][-1], file_name=wrong)])
+        now = int(time.time())
+        for i, part in enumerate(self.forms[3]):
+            if part.name == "distribution[built_at]":
+                for value in (b"", b"now", str(now - 700).encode(), str(now + 700).encode()):
+                    self.refuse_form(f"time {value!r}", 3, self.forms[3][:i] + [replace(part, value=value)] + self.forms[3][i + 1:])
+
+        def flip() -> None:
+            data = bytearray((self.app / "Example").read_bytes())
+            data[-40000] ^= 1
+            (self.app / "Example").write_bytes(data)
+        self.damage_app("one byte of its executable changed", flip)
+        self.damage_app("a resource changed", lambda: (self.app / "PkgInfo").write_text("APPL???!"))
+        self.damage_app("a resource more", lambda: (self.app / "more").write_text("more"))
+        self.damage_app("no signature", lambda: output_of("rm", "-r", self.app / "_CodeSignature"))
+        self.damage_app("another app beside it", lambda: output_of("cp", "-a", self.app, self.app.with_name("B.app")))
+        for change in ({"CFBundleVersion": "346"}, {"QuorvantileSignedForDistribution": False},
+                       {"CFBundleIdentifier": "com.example.other"}, {"UIDeviceFamily": [1]}):
+            self.damage_app(f"{change} signed again", lambda: (self.change_plist(**change), self.sign()))
+        self.root = str(self.folder / "made/leaf.crt")
+        self.refuse("another root", 3, self.right[3])
+
+    def over_the_wire(self) -> list[str]:
+        """Sends the right requests, then a wrong one; returns what is not as it should be."""
+        with Service(Checker("0" * 40, "abc1", self.root)) as service:
+            host = f"127.0.0.1:{service.port}"
+            statuses = []
+            with socket.create_connection(("127.0.0.1", service.port)) as connection:
+                answers = connection.makefile("rb")
+                for request in self.right + [replace(self.right[0], target="/none")]:
+                    head = "".join(f"{name}: {host if name == 'Host' else value}\r\n" for name, value in request.headers)
+                    connection.sendall(f"{request.method} {request.target} HTTP/1.1\r\n{head}\r\n".encode() + request.body)
+                    statuses.append(answers.readline().split()[1])
+                    while (line := answers.readline()) != b"\r\n":
+                        size = int(line.split()[1]) if line.startswith(b"Content-Length") else 0
+                    answers.read(size)
+        expected = [b"200", b"200", b"200", b"202", b"400"]
+        return [] if statuses == expected else [f"statuses {statuses}", *service.complaints]
+
+
+def self_test(codesign: str) -> int:
+    with tempfile.TemporaryDirectory() as folder:
+        test = SelfTest(Path(folder), codesign)
+        problems = test.complaints(test.right) + test.over_the_wire()
+        for index, (request, form) in enumerate(zip(test.right, test.forms)):
+            test.damage_heads(index, request)
+            test.damage_form(index, form or [])
+        test.damage_file()
+    for problem in problems:
+        print("a right request:", problem)
+    for name in test.accepted:
+        print("not refused:", name)
+    print(f"{test.count} damaged requests, {test.count - len(test.accepted)} refused")
+    return 1 if problems or test.accepted else 0
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(usage=__doc__[__doc__.index("usage: ") + 7:])
+    parser.add_argument("--port", type=int, default=0)
+    for name in ("--key", "--secret", "--root", "--save"):
+        parser.add_argument(name)
+    parser.add_argument("--self-test", metavar="CODESIGN")
+    options = parser.parse_args()
+    return self_test(options.self_test) if options.self_test else serve_until_ended(options)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
