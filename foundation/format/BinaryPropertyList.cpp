@@ -216,7 +216,9 @@ class BinaryReader {
 
   /// Ends at a NUL, as on the platform. Some writers put UTF-8 here.
   bool narrowText(std::string_view text, Value& out) {
-    text = text.substr(0, text.find('\0'));
+    const std::string_view whole = text;
+    text = whole.substr(0, whole.find('\0'));
+    isCutAtNUL_ = text.size() < whole.size();
     if (!isUTF8(text)) return fail("text that is not UTF-8");
     out = text;
     return true;
@@ -265,8 +267,9 @@ class BinaryReader {
              Dictionary& out) {
     Value key;
     Value value;
+    isCutAtNUL_ = false;
     if (!child(index, object, number, depth, key)) return false;
-    if (!key.string() || key.string()->find('\0') != std::string::npos) {
+    if (!key.string() || isCutAtNUL_ || key.string()->find('\0') != std::string::npos) {
       return failAt(index, "has a key that is not text or contains a NUL");
     }
     if (!child(index, object, object.count + number, depth, value)) return false;
@@ -285,6 +288,8 @@ class BinaryReader {
   /// the limit keeps time and memory linear in the size of the file.
   std::uint64_t room_ = 0;
   std::uint64_t roomLimit_ = 0;
+  /// Whether the narrow text read last went on after a NUL.
+  bool isCutAtNUL_ = false;
   /// The objects that contain the one being read.
   std::vector<bool> isOpen_;
   /// What a container took when it was read last, so that one too many is not read at all.

@@ -417,6 +417,8 @@ TEST(PropertyList, RefusesDamagedBinary) {
         "object 0 of 2 has a key that is not text or contains a NUL"},
        {"zero in a key", BinaryList{{"\xd1\x01\x01", "\x62\x00x\x00\x00"s}}.bytes(),
         "object 0 of 2 has a key that is not text or contains a NUL"},
+       {"zero in a narrow key", BinaryList{{"\xd1\x01\x01", "\x53z\0z"s}}.bytes(),
+        "object 0 of 2 has a key that is not text or contains a NUL"},
        {"offset in the trailer", badOffset, "object 1 of 2 lies outside or has no readable length"},
        {"date beyond all", BinaryList{{dateObject(1e300)}}.bytes(),
         "a date outside the years 1 to 9999"},
