@@ -1,31 +1,13 @@
 #include "tests/support/AppFixture.h"
 
-#include <fstream>
-#include <stdexcept>
-
-#include "foundation/format/PropertyList.h"
 #include "tests/support/MachOFixture.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 
 namespace test {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-void writeFile(const fs::path& path, std::string_view content) {
-  fs::create_directories(path.parent_path());
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << content;
-  file.close();
-  if (!file) throw std::runtime_error("cannot write " + path.string());
-}
-
-void writePropertyList(const fs::path& path, const foundation::Dictionary& dictionary) {
-  const auto text = foundation::PropertyList::xml(dictionary);
-  if (!text) throw std::runtime_error(text.error().localizedDescription());
-  writeFile(path, *text);
-}
 
 foundation::Dictionary infoOf(const AppOptions& options) {
   foundation::Dictionary info = {{"CFBundleIdentifier", options.profile.bundleIdentifier},
@@ -48,15 +30,6 @@ foundation::Data profileOf(ProfileOptions options) {
     options.developerCertificates = {signingFamily().leaf.der()};
   }
   return makeProvisioningProfile(options.dictionary(), signingFamily().leaf);
-}
-
-/// The folder `Payload` and its siblings, ready to be packed.
-void stage(const fs::path& folder, const fs::path& app,
-           const std::map<std::string, std::string>& besides) {
-  fs::create_directories(folder / "Payload");
-  fs::copy(app, folder / "Payload" / app.filename(),
-           fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-  for (const auto& [path, content] : besides) writeFile(folder / path, content);
 }
 
 }  // namespace
@@ -91,7 +64,7 @@ fs::path makeApp(const fs::path& parent, const AppOptions& options) {
   const fs::path app = parent / options.folderName;
   fs::create_directories(app);
   const foundation::Dictionary info = infoOf(options);
-  writePropertyList(app / "Info.plist", info);
+  writePlist(app / "Info.plist", info);
   if (const auto executable = foundation::stringAt(info, "CFBundleExecutable")) {
     fs::copy_file(universalExecutable(), app / *executable);
   }
@@ -107,22 +80,17 @@ fs::path makeApp(const fs::path& parent, const AppOptions& options) {
 fs::path packIPA(const fs::path& app, const fs::path& target,
                  const std::map<std::string, std::string>& besides) {
   const TemporaryFolder folder;
-  stage(folder / "staged", app, besides);
-  // zip adds ".zip" to a name without an extension, so the target gets its name afterwards.
-  outputOf({"sh", "-c", R"(cd "$1" && zip -q --symlinks -r ../packed.zip .)", "sh",
-            (folder / "staged").string()});
-  fs::create_directories(target.parent_path());
-  fs::copy_file(folder / "packed.zip", target, fs::copy_options::overwrite_existing);
-  return target;
+  copyTree(app, folder / "Payload" / app.filename());
+  for (const auto& [path, content] : besides) folder.write(path, content);
+  return packFolder(target, folder.path());
 }
 
 fs::path makeArchive(const fs::path& archive, const fs::path& app) {
   const fs::path products = archive / "Products";
   const fs::path inside = fs::path("Applications") / app.filename();
-  fs::create_directories(products / "Applications");
-  fs::copy(app, products / inside, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  copyTree(app, products / inside);
   const foundation::Date created = std::chrono::sys_days{std::chrono::year{2015} / 3 / 1};
-  writePropertyList(
+  writePlist(
       archive / "Info.plist",
       {{"CreationDate", created},
        {"Name", "Example"},

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "macho/core/Definitions.h"
+#include "tests/support/OtherProcess.h"
 
 namespace test {
 
@@ -90,15 +91,6 @@ std::string word(std::uint32_t value);
 void poke(std::string& bytes, std::size_t offset, std::uint32_t value);
 
 // Real files, made by clang, ld64.lld, llvm-lipo and dsymutil
-
-/// The outcome of a child process.
-struct CommandResult {
-  int status = -1;     ///< exit status, or 128 plus the number of the fatal signal
-  std::string output;  ///< standard output and standard error
-};
-CommandResult runCommand(const std::vector<std::string>& arguments);
-/// The output of a command; throws with that output unless it succeeds.
-std::string outputOf(const std::vector<std::string>& arguments);
 
 /// Path of one of LLVM's programs ("llvm-otool"), below `llvm-config --bindir`.
 std::string llvmTool(std::string_view name);

@@ -1,52 +1,14 @@
 // Real Mach-O files for tests, made by LLVM's tools.
 #include <cctype>
 #include <cstdlib>
-#include <fstream>
-#include <stdexcept>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include "foundation/base/Handle.h"
 #include "tests/support/MachOFixture.h"
-
-extern char** environ;
+#include "tests/support/TemporaryFolder.h"
 
 namespace test {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string readAll(int fd) {
-  std::string text;
-  char buffer[4096];
-  for (ssize_t n = 0; (n = ::read(fd, buffer, sizeof buffer)) > 0;) {
-    text.append(buffer, static_cast<std::size_t>(n));
-  }
-  return text;
-}
-
-pid_t spawnWithOutput(const std::vector<std::string>& arguments, int output) {
-  std::vector<char*> argv;
-  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
-  pid_t child = -1;
-  const int failed = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (failed) throw std::runtime_error("cannot start " + arguments[0]);
-  return child;
-}
-
-void writeFile(const fs::path& path, std::string_view text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
 
 /// A text-based stub of a library that exports nothing.
 fs::path makeStub(const fs::path& folder, const std::string& installName,
@@ -70,30 +32,6 @@ std::string tripleOf(const RealImageOptions& options) {
 }
 
 }  // namespace
-
-CommandResult runCommand(const std::vector<std::string>& arguments) {
-  int ends[2];
-  if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-  const foundation::FileDescriptor reading(ends[0]);
-  foundation::FileDescriptor writing(ends[1]);
-  const pid_t child = spawnWithOutput(arguments, writing.get());
-  writing.reset();
-  CommandResult result;
-  result.output = readAll(reading.get());
-  int status = 0;
-  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return result;
-}
-
-std::string outputOf(const std::vector<std::string>& arguments) {
-  CommandResult result = runCommand(arguments);
-  if (result.status == 0) return std::move(result.output);
-  std::string line;
-  for (const std::string& argument : arguments) line += argument + " ";
-  throw std::runtime_error(line + "ended with " + std::to_string(result.status) + ": " +
-                           result.output);
-}
 
 std::string llvmTool(std::string_view name) {
   static const std::string folder = [] {

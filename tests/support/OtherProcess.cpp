@@ -1,35 +1,111 @@
 #include "tests/support/OtherProcess.h"
 
 #include <cerrno>
+#include <filesystem>
+#include <stdexcept>
 #include <system_error>
+#include <utility>
 
+#include <fcntl.h>
 #include <grp.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "foundation/base/Handle.h"
+
+extern char** environ;
+
 namespace test {
 
+namespace {
+
+using foundation::FileDescriptor;
+
+std::pair<FileDescriptor, FileDescriptor> makePipe() {
+  int ends[2];
+  if (::pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category());
+  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+std::string readAll(const FileDescriptor& end) {
+  std::string text;
+  char buffer[4096];
+  for (ssize_t count; (count = ::read(end.get(), buffer, sizeof buffer)) > 0;) {
+    text.append(buffer, static_cast<std::size_t>(count));
+  }
+  return text;
+}
+
+/// The exit status, or 128 plus the number of the fatal signal.
+int statusOf(pid_t child) {
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+pid_t spawnWithOutput(const std::vector<std::string>& arguments, int output) {
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
+  pid_t child = -1;
+  const int failed = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (failed) throw std::runtime_error("cannot start " + arguments[0]);
+  return child;
+}
+
+std::size_t entriesOf(const char* folder) {
+  using Entries = std::filesystem::directory_iterator;
+  return static_cast<std::size_t>(std::distance(Entries(folder), Entries()));
+}
+
+/// Ends the process: nothing of the parent's, such as its remaining tests, may run in it.
+[[noreturn]] void answer(const std::function<std::string()>& work, int output) {
+  std::string text;
+  try {
+    text = work();
+  } catch (const std::exception& exception) {
+    text = std::string("exception: ") + exception.what();
+  }
+  const bool isSent = ::write(output, text.data(), text.size()) == ssize_t(text.size());
+  ::_exit(isSent ? 0 : 99);
+}
+
+}  // namespace
+
+CommandResult runCommand(const std::vector<std::string>& arguments) {
+  auto [reading, writing] = makePipe();
+  const pid_t child = spawnWithOutput(arguments, writing.get());
+  writing.reset();
+  std::string output = readAll(reading);
+  return {statusOf(child), std::move(output)};
+}
+
+std::string outputOf(const std::vector<std::string>& arguments) {
+  CommandResult result = runCommand(arguments);
+  if (result.status == 0) return std::move(result.output);
+  std::string line;
+  for (const std::string& argument : arguments) line += argument + " ";
+  throw std::runtime_error(line + "ended with " + std::to_string(result.status) + ": " +
+                           result.output);
+}
+
 std::string inChildProcess(const std::function<std::string()>& work) {
-  int pipe[2];
-  if (::pipe(pipe) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
+  auto [reading, writing] = makePipe();
   const pid_t child = ::fork();
   if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
   if (child == 0) {
-    ::close(pipe[0]);
-    const std::string text = work();
-    const bool sent =
-        ::write(pipe[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    ::_exit(sent ? 0 : 99);
+    reading.reset();
+    answer(work, writing.get());
   }
-  ::close(pipe[1]);
-  std::string text;
-  char buffer[4096];
-  for (ssize_t count; (count = ::read(pipe[0], buffer, sizeof buffer)) > 0;) {
-    text.append(buffer, static_cast<std::size_t>(count));
-  }
-  ::close(pipe[0]);
-  int status = 0;
-  ::waitpid(child, &status, 0);
+  writing.reset();
+  std::string text = readAll(reading);
+  const int status = statusOf(child);
   return status == 0 ? text : "child ended with status " + std::to_string(status);
 }
 
@@ -42,5 +118,8 @@ std::string asUnprivilegedUser(const std::function<std::string()>& work) {
     return work();
   });
 }
+
+std::size_t openDescriptors() { return entriesOf("/proc/self/fd"); }
+std::size_t threadCount() { return entriesOf("/proc/self/task"); }
 
 }  // namespace test

@@ -2,10 +2,20 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include <sys/types.h>
 
 namespace test {
+
+/// How a program ended.
+struct CommandResult {
+  int status = -1;     ///< exit status, or 128 plus the number of the fatal signal
+  std::string output;  ///< standard output and standard error
+};
+CommandResult runCommand(const std::vector<std::string>& arguments);
+/// The output of a command; throws with that output unless it succeeds.
+std::string outputOf(const std::vector<std::string>& arguments);
 
 /// Runs `work` in a forked child and returns its text, or "child ended with status N". Expectations
 /// in the child are not seen; return what is to be checked.
@@ -17,5 +27,9 @@ inline constexpr uid_t kUnprivilegedUser = 54321;
 /// The same as that user, since tests may run as root, who is never denied a permission. If this
 /// process may not change its user, the child runs as the current one.
 std::string asUnprivilegedUser(const std::function<std::string()>& work);
+
+/// How many descriptors and threads this process has.
+std::size_t openDescriptors();
+std::size_t threadCount();
 
 }  // namespace test

@@ -1,8 +1,10 @@
 #include "tests/support/TemporaryFolder.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <system_error>
 
 #include <gtest/gtest.h>
@@ -23,19 +25,56 @@ TemporaryFolder::~TemporaryFolder() {
 }
 
 fs::path TemporaryFolder::write(const fs::path& name, std::string_view content) const {
-  const fs::path target = path_ / name;
-  fs::create_directories(target.parent_path());
-  std::ofstream file(target, std::ios::binary | std::ios::trunc);
+  return writeFile(path_ / name, content);
+}
+
+fs::path writeFile(const fs::path& path, std::string_view content) {
+  fs::create_directories(path.parent_path());
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << content;
-  file.flush();
-  EXPECT_TRUE(file.good()) << "cannot write " << target;
-  return target;
+  file.close();
+  if (!file) throw std::runtime_error("cannot write " + path.string());
+  return path;
+}
+
+fs::path writeProgram(const fs::path& path, std::string_view content) {
+  fs::permissions(writeFile(path, content), fs::perms(0755));
+  return path;
 }
 
 std::string contentsOf(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   EXPECT_TRUE(file.is_open()) << "cannot open " << path;
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+void copyTree(const fs::path& from, const fs::path& to) {
+  fs::create_directories(to.parent_path());
+  fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+}
+
+std::vector<std::string> pathsBelow(const fs::path& folder) {
+  std::vector<std::string> paths;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    paths.push_back(entry.path().lexically_relative(folder));
+  }
+  std::ranges::sort(paths);
+  return paths;
+}
+
+std::map<std::string, std::string> snapshot(const fs::path& folder) {
+  std::map<std::string, std::string> result;
+  for (const std::string& path : pathsBelow(folder)) {
+    const auto status = fs::symlink_status(folder / path);
+    std::string& text = result[path];
+    text = std::to_string(static_cast<unsigned>(status.permissions())) + ' ';
+    if (fs::is_symlink(status)) text += fs::read_symlink(folder / path).string();
+    if (fs::is_regular_file(status) &&
+        (status.permissions() & fs::perms::owner_read) != fs::perms::none) {
+      text += contentsOf(folder / path);
+    }
+  }
+  return result;
 }
 
 ScopedEnvironment::ScopedEnvironment(std::string name, const char* value) : name_(std::move(name)) {

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace test {
 
@@ -17,15 +19,28 @@ class TemporaryFolder {
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
   std::filesystem::path operator/(const std::filesystem::path& name) const { return path_ / name; }
 
-  /// Writes a file below the folder, creating parents; returns its path.
+  /// `writeFile` below the folder.
   std::filesystem::path write(const std::filesystem::path& name, std::string_view content) const;
 
  private:
   std::filesystem::path path_;
 };
 
+/// Writes a file, creating parents; returns its path. Throws when it cannot.
+std::filesystem::path writeFile(const std::filesystem::path& path, std::string_view content);
+/// The same for a program or script, which everyone may run.
+std::filesystem::path writeProgram(const std::filesystem::path& path, std::string_view content);
+
 /// The whole file; fails the test when it cannot be read.
 std::string contentsOf(const std::filesystem::path& path);
+
+/// Copies a folder with everything in it, links as links.
+void copyTree(const std::filesystem::path& from, const std::filesystem::path& to);
+
+/// The paths of everything below a folder, relative to it and sorted.
+std::vector<std::string> pathsBelow(const std::filesystem::path& folder);
+/// The same with each item's mode, and its content or link target.
+std::map<std::string, std::string> snapshot(const std::filesystem::path& folder);
 
 /// Sets an environment variable for a scope (nullptr unsets it), then restores it.
 class ScopedEnvironment {

@@ -1,13 +1,6 @@
 #include "tests/toolchain/support/CodeFixture.h"
 
-#include <fstream>
-
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include "foundation/format/PropertyList.h"
 #include "tests/support/MachOFixture.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace test {
 
@@ -54,20 +47,6 @@ const std::string& machO(Kind kind) {
   return known != made.end() ? known->second : made.emplace(kind, linked(kind)).first->second;
 }
 
-void writeFile(const fs::path& path, std::string_view content) {
-  fs::create_directories(path.parent_path());
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << content;
-  file.flush();
-  ASSERT_TRUE(file.good()) << path;
-}
-
-void writePlist(const fs::path& path, const foundation::Dictionary& dictionary) {
-  const auto text = foundation::PropertyList::xml(dictionary);
-  ASSERT_TRUE(text);
-  writeFile(path, *text);
-}
-
 fs::path writeBundle(const fs::path& path, const std::string& identifier, Kind kind) {
   const std::string name = path.stem();
   writeFile(path / name, machO(kind));
@@ -89,21 +68,6 @@ fs::path writeApp(const fs::path& folder, Kind kind) {
   fs::create_symlink("deep/er", app / "link");
   fs::create_symlink("nowhere", app / "en.lproj/dangling");
   return app;
-}
-
-std::map<std::string, std::string> snapshot(const fs::path& folder) {
-  std::map<std::string, std::string> result;
-  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-    const auto status = entry.symlink_status();
-    std::string& text = result[entry.path().lexically_relative(folder)];
-    text = std::to_string(static_cast<unsigned>(status.permissions())) + ' ';
-    if (fs::is_symlink(status)) text += fs::read_symlink(entry.path()).string();
-    if (fs::is_regular_file(status) &&
-        (status.permissions() & fs::perms::owner_read) != fs::perms::none) {
-      text += contentsOf(entry.path());
-    }
-  }
-  return result;
 }
 
 const TestKeychain& testKeychain(KeyKind kind) {

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <filesystem>
-#include <map>
 #include <string>
 #include <vector>
 
-#include "foundation/base/Value.h"
 #include "tests/support/Identities.h"
+#include "tests/support/Test.h"
 #include "toolchain/sign/Signing.h"
 
 /// Code made with a real compiler and linker, and what tests of signing do with it.
@@ -30,12 +29,6 @@ std::filesystem::path writeBundle(const std::filesystem::path& path, const std::
                                   Kind kind);
 /// An app with resources of every kind that the rules know, links and awkward names.
 std::filesystem::path writeApp(const std::filesystem::path& folder, Kind kind = Kind::arm64);
-void writeFile(const std::filesystem::path& path, std::string_view content);
-/// A property list in XML.
-void writePlist(const std::filesystem::path& path, const foundation::Dictionary& dictionary);
-
-/// Path to content, mode and link target, for everything below a folder.
-std::map<std::string, std::string> snapshot(const std::filesystem::path& folder);
 
 /// Leaf, intermediate and root in a folder that serves as keychain, and the root alone for openssl.
 struct TestKeychain {
