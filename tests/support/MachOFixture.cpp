@@ -20,23 +20,30 @@ void setName(char (&field)[N], std::string_view name) {
 
 std::uint32_t size32(std::size_t size) { return static_cast<std::uint32_t>(size); }
 
+/// `from` as a record of either width, and its sections.
 template <class SegmentCommand, class Section>
-std::string segmentBytes(std::uint32_t cmd, std::string_view name, std::uint64_t address,
-                         std::uint64_t size, const std::vector<MachOSectionSpec>& sections) {
+std::string segmentBytes(const macho::segment_command_64& from,
+                         const std::vector<MachOSectionSpec>& sections) {
+  const auto narrowed = []<class T>(T& field, std::uint64_t value) {
+    field = static_cast<T>(value);
+  };
   SegmentCommand segment{};
-  segment.cmd = cmd;
+  segment.cmd = sizeof(SegmentCommand) == sizeof from ? macho::LC_SEGMENT_64 : macho::LC_SEGMENT;
   segment.cmdsize = size32(sizeof segment + sections.size() * sizeof(Section));
-  setName(segment.segname, name);
-  segment.vmaddr = static_cast<decltype(segment.vmaddr)>(address);
-  segment.vmsize = static_cast<decltype(segment.vmsize)>(size);
+  std::ranges::copy(from.segname, segment.segname);
+  narrowed(segment.vmaddr, from.vmaddr);
+  narrowed(segment.vmsize, from.vmsize);
+  narrowed(segment.fileoff, from.fileoff);
+  narrowed(segment.filesize, from.filesize);
   segment.nsects = size32(sections.size());
   std::string bytes = recordBytes(segment);
   for (const MachOSectionSpec& spec : sections) {
     Section section{};
     setName(section.sectname, spec.name);
-    setName(section.segname, name);
-    section.addr = static_cast<decltype(section.addr)>(spec.address);
-    section.size = static_cast<decltype(section.size)>(spec.bytes.size());
+    std::ranges::copy(from.segname, section.segname);
+    narrowed(section.addr, spec.address);
+    narrowed(section.size, spec.bytes.size());
+    section.offset = spec.offset.value_or(0);
     section.flags = spec.flags;
     bytes += recordBytes(section);
   }
@@ -101,13 +108,35 @@ MachOImage& MachOImage::encryption(std::uint32_t cryptid) {
 
 MachOImage& MachOImage::segment(std::string_view name, std::uint64_t address, std::uint64_t size,
                                 std::vector<MachOSectionSpec> sections) {
-  segments_.push_back({commands_.size(), sections});
-  if (is64Bit()) {
-    return command(segmentBytes<macho::segment_command_64, macho::section_64>(
-        macho::LC_SEGMENT_64, name, address, size, sections));
-  }
-  return command(segmentBytes<macho::segment_command, macho::section>(macho::LC_SEGMENT, name,
-                                                                      address, size, sections));
+  macho::segment_command_64 segment{};
+  setName(segment.segname, name);
+  segment.vmaddr = address;
+  segment.vmsize = size;
+  return addSegment(segment, std::move(sections));
+}
+
+MachOImage& MachOImage::fileSegment(std::string_view name, std::uint64_t offset, std::uint64_t size,
+                                    std::vector<MachOSectionSpec> sections) {
+  macho::segment_command_64 segment{};
+  setName(segment.segname, name);
+  segment.vmsize = segment.filesize = size;
+  segment.fileoff = offset;
+  return addSegment(segment, std::move(sections));
+}
+
+MachOImage& MachOImage::addSegment(const macho::segment_command_64& segment,
+                                   std::vector<MachOSectionSpec> sections) {
+  std::string bytes =
+      is64Bit() ? segmentBytes<macho::segment_command_64, macho::section_64>(segment, sections)
+                : segmentBytes<macho::segment_command, macho::section>(segment, sections);
+  segments_.push_back({commands_.size(), std::move(sections)});
+  return command(std::move(bytes));
+}
+
+MachOImage& MachOImage::signature(std::uint64_t offset, std::uint64_t size) {
+  const macho::linkedit_data_command record{macho::LC_CODE_SIGNATURE, sizeof record, size32(offset),
+                                            size32(size)};
+  return command(recordBytes(record));
 }
 
 MachOImage& MachOImage::magic(std::uint32_t value) {
@@ -117,6 +146,11 @@ MachOImage& MachOImage::magic(std::uint32_t value) {
 
 MachOImage& MachOImage::commandCount(std::uint32_t count) {
   count_ = count;
+  return *this;
+}
+
+MachOImage& MachOImage::paddedTo(std::size_t size) {
+  leastSize_ = size;
   return *this;
 }
 
@@ -134,6 +168,7 @@ std::string MachOImage::bytes() const {
       0};
   std::string image = recordBytes(header).substr(0, headerSize()) + commands;
   appendSections(image);
+  image.resize(std::max(image.size(), leastSize_));
   return image;
 }
 
@@ -145,8 +180,10 @@ void MachOImage::appendSections(std::string& out) const {
     for (const MachOSectionSpec& spec : segment.sections) {
       const std::size_t field =
           is64Bit() ? offsetof(macho::section_64, offset) : offsetof(macho::section, offset);
-      poke(out, at + field, size32(out.size()));
-      out += spec.bytes;
+      if (!spec.offset) {
+        poke(out, at + field, size32(out.size()));
+        out += spec.bytes;
+      }
       at += is64Bit() ? sizeof(macho::section_64) : sizeof(macho::section);
     }
   }

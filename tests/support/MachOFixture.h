@@ -12,12 +12,14 @@
 
 namespace test {
 
-/// One section of a built segment. Its bytes follow the load commands of the image.
+/// One section of a built segment. Its bytes follow the load commands of the image, unless it has
+/// an offset: then they only give its size.
 struct MachOSectionSpec {
   std::string name;
   std::string bytes;
   std::uint64_t address = 0;
   std::uint32_t flags = 0;
+  std::optional<std::uint32_t> offset = std::nullopt;
 };
 
 /// A thin Mach-O image, built in memory command by command, so that each part can be as malformed
@@ -38,6 +40,11 @@ class MachOImage {
   MachOImage& encryption(std::uint32_t cryptid);
   MachOImage& segment(std::string_view name, std::uint64_t address, std::uint64_t size,
                       std::vector<MachOSectionSpec> sections = {});
+  /// A segment that takes up these bytes of the file, at address 0.
+  MachOImage& fileSegment(std::string_view name, std::uint64_t offset, std::uint64_t size,
+                          std::vector<MachOSectionSpec> sections = {});
+  /// LC_CODE_SIGNATURE.
+  MachOImage& signature(std::uint64_t offset, std::uint64_t size);
   /// A command's bytes as is, including `cmd` and `cmdsize`.
   MachOImage& command(std::string bytes);
   /// Only `cmd` and `cmdsize`.
@@ -46,6 +53,8 @@ class MachOImage {
   MachOImage& magic(std::uint32_t value);
   /// Overrides the count in the header.
   MachOImage& commandCount(std::uint32_t count);
+  /// Zeros at the end make the image this long.
+  MachOImage& paddedTo(std::size_t size);
 
   [[nodiscard]] std::int32_t cpuType() const { return cpuType_; }
   [[nodiscard]] std::int32_t cpuSubtype() const { return cpuSubtype_; }
@@ -56,6 +65,8 @@ class MachOImage {
     std::size_t command;
     std::vector<MachOSectionSpec> sections;
   };
+  MachOImage& addSegment(const macho::segment_command_64& segment,
+                         std::vector<MachOSectionSpec> sections);
   [[nodiscard]] bool is64Bit() const { return (cpuType_ & macho::CPU_ARCH_ABI64) != 0; }
   [[nodiscard]] std::size_t headerSize() const { return is64Bit() ? 32 : 28; }
   void appendSections(std::string& out) const;
@@ -65,6 +76,7 @@ class MachOImage {
   std::uint32_t fileType_;
   std::optional<std::uint32_t> magic_;
   std::optional<std::uint32_t> count_;
+  std::size_t leastSize_ = 0;
   std::vector<std::string> commands_;
   std::vector<Segment> segments_;
 };

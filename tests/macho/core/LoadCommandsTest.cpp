@@ -1,0 +1,107 @@
+#include "macho/core/LoadCommands.h"
+#include "tests/support/MachOFixture.h"
+#include "tests/support/Test.h"
+
+namespace {
+
+TEST(LoadCommandsTest, TheMagicTellsTheHeadersSize) {
+  struct Row {
+    std::uint32_t magic;
+    std::uint32_t size;
+  };
+  for (const auto& [magic, size] :
+       {Row{macho::MH_MAGIC, 28}, Row{macho::MH_CIGAM, 28}, Row{macho::MH_MAGIC_64, 32},
+        Row{macho::MH_CIGAM_64, 32}, Row{macho::FAT_MAGIC, 0}, Row{0, 0}}) {
+    const std::string bytes = MachOImage(7, 3).magic(magic).bytes();
+    const auto header = macho::headerOf(bytesOf(bytes));
+    ASSERT_EQ(header.has_value(), size != 0) << magic;
+    if (!header) continue;
+    EXPECT_EQ(header->size, size);
+    EXPECT_EQ(header->is64Bit, size == 32);
+    EXPECT_EQ(header->fields.cputype, 7);
+    EXPECT_EQ(header->fields.filetype, macho::MH_EXECUTE);
+    // What the bytes do not reach is 0.
+    EXPECT_EQ(macho::headerOf(bytesOf(bytes).first(8))->fields.cputype, 7);
+    EXPECT_EQ(macho::headerOf(bytesOf(bytes).first(8))->fields.filetype, 0U);
+    EXPECT_FALSE(macho::headerOf(bytesOf(bytes).first(3)));
+  }
+}
+
+TEST(LoadCommandsTest, TheCursorStopsAtTheCountAndAtTheEnd) {
+  const struct {
+    const char* name;
+    std::string bytes;
+    std::vector<std::uint64_t> offsets;
+  } rows[] = {
+      {"none", MachOImage::arm64().bytes(), {}},
+      {"as counted", MachOImage::arm64().bareCommand(1, 8).bareCommand(2, 8).bytes(), {32, 40}},
+      {"fewer counted",
+       MachOImage::arm64().bareCommand(1, 8).command("?").commandCount(1).bytes(),
+       {32}},
+      {"more counted", MachOImage::arm64().bareCommand(1, 8).commandCount(9).bytes(), {32}},
+      {"half of a command", MachOImage::arm64().bareCommand(1, 8).command("1234567").bytes(), {32}},
+      {"size 0 repeats",
+       MachOImage::arm64().bareCommand(1, 0).commandCount(3).bytes(),
+       {32, 32, 32}},
+      {"size beyond the end",
+       MachOImage::arm64().bareCommand(1, 0xffffffff).commandCount(3).bytes(),
+       {32}},
+  };
+  for (const auto& row : rows) {
+    macho::LoadCommandCursor cursor(bytesOf(row.bytes), *macho::headerOf(bytesOf(row.bytes)));
+    std::vector<std::uint64_t> offsets;
+    while (const auto command = cursor.next()) offsets.push_back(command->offset);
+    EXPECT_EQ(offsets, row.offsets) << row.name;
+    EXPECT_EQ(cursor.index(), row.offsets.size()) << row.name;
+  }
+}
+
+TEST(LoadCommandsTest, SegmentsAndSectionsOfBothWidthsAreRead) {
+  for (MachOImage image : {MachOImage::arm64(), MachOImage::armv7()}) {
+    const bool isWide = image.cpuType() == macho::CPU_TYPE_ARM64;
+    const std::uint32_t cmd = isWide ? macho::LC_SEGMENT_64 : macho::LC_SEGMENT;
+    image.fileSegment(
+        "__A_16_LETTERS__", 0x4000, 0x100,
+        {{"__first", "", 1, 0, {}}, {"__second", "four", 2, macho::S_ZEROFILL, 0x40}});
+    const std::string bytes = image.bytes();
+    const Bytes command = bytesOf(bytes).subspan(isWide ? 32 : 28);
+    const auto segment = macho::segmentOf(command);
+    ASSERT_TRUE(segment);
+    EXPECT_EQ(macho::textOf(segment->name), "__A_16_LETTERS__");
+    EXPECT_EQ(segment->memorySize, 0x100U);
+    EXPECT_EQ(segment->fileOffset, 0x4000U);
+    EXPECT_EQ(segment->fileSize, 0x100U);
+    EXPECT_EQ(segment->sectionCount, 2U);
+    EXPECT_EQ(command.size(), macho::segmentSize(cmd) + 2 * macho::sectionSize(cmd));
+    const auto section = macho::sectionOf(command, 1);
+    ASSERT_TRUE(section);
+    EXPECT_EQ(macho::textOf(section->name), "__second");
+    EXPECT_EQ(macho::textOf(section->segmentName), "__A_16_LETTERS__");
+    EXPECT_EQ(section->address, 2U);
+    EXPECT_EQ(section->size, 4U);
+    EXPECT_EQ(section->offset, 0x40U);
+    EXPECT_TRUE(section->isZeroFilled());
+    EXPECT_FALSE(macho::sectionOf(command, 0)->isZeroFilled());
+    EXPECT_FALSE(macho::sectionOf(command, 2)) << "beyond the bytes";
+    EXPECT_FALSE(macho::segmentOf(command.first(macho::segmentSize(cmd) - 1)));
+  }
+  EXPECT_FALSE(macho::segmentOf(bytesOf(std::string(100, '\0')))) << "another command";
+}
+
+TEST(LoadCommandsTest, ThreeKindsOfSectionHaveNoBytes) {
+  for (const std::uint32_t type :
+       {macho::S_ZEROFILL, macho::S_GB_ZEROFILL, macho::S_THREAD_LOCAL_ZEROFILL}) {
+    EXPECT_TRUE((macho::Section{{}, {}, 0, 0, 0, type | 0x80000000}).isZeroFilled()) << type;
+  }
+  EXPECT_FALSE((macho::Section{{}, {}, 0, 0, 0, 0x80000000}).isZeroFilled());
+}
+
+TEST(LoadCommandsTest, AVersionMinCommandImpliesItsPlatform) {
+  EXPECT_EQ(macho::platformOfVersionMin(macho::LC_VERSION_MIN_MACOSX), macho::PLATFORM_MACOS);
+  EXPECT_EQ(macho::platformOfVersionMin(macho::LC_VERSION_MIN_IPHONEOS), macho::PLATFORM_IOS);
+  EXPECT_EQ(macho::platformOfVersionMin(macho::LC_VERSION_MIN_TVOS), macho::PLATFORM_TVOS);
+  EXPECT_EQ(macho::platformOfVersionMin(macho::LC_VERSION_MIN_WATCHOS), macho::PLATFORM_WATCHOS);
+  EXPECT_FALSE(macho::platformOfVersionMin(macho::LC_BUILD_VERSION));
+}
+
+}  // namespace
