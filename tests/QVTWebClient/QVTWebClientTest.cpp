@@ -1,70 +1,54 @@
-#include <atomic>
-#include <mutex>
-#include <thread>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "QVTWebClient/QVTWebAPIClientEndpoints.h"
 #include "QVTWebClient/QVTWebClient.h"
-#include "foundation/queue/RunLoop.h"
 #include "tests/support/LoopbackServer.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 
 namespace {
 
 using foundation::RunLoop;
 using foundation::URL;
-using test::alwaysAnswer;
-using test::httpAnswer;
-using test::LoopbackServer;
-using test::Peer;
-using test::ReceivedRequest;
+using Completion = QVTWebClient::Completion;
 using Response = std::shared_ptr<QVTWebResponse>;
+
+const Completion kIgnore = [](const Response&) {};
 
 std::shared_ptr<QVTWebClient> clientFor(const std::string& url) {
   return QVTWebClient::initWithURL(URL::withString(url));
 }
 
-bool runUntil(const std::function<bool()>& isDone) {
-  return RunLoop::main().runUntil(isDone, std::chrono::seconds(60));
+std::shared_ptr<QVTWebRequest> getRequest(const std::string& path = "/") {
+  return QVTWebRequest::requestWithMethodPath("GET", path);
 }
 
-/// Calls `start` with a completion and runs the loop until that was called.
-Response responseOf(const std::function<void(QVTWebClient::Completion)>& start) {
+/// Calls `start` with a completion and runs the loop until that was called, on another thread.
+Response responseOf(const std::function<void(Completion)>& start) {
   Response result;
-  bool done = false;
   const auto main = std::this_thread::get_id();
   start([&](const Response& response) {
     EXPECT_NE(std::this_thread::get_id(), main);
-    RunLoop::main().perform([&, response] {
-      result = response;
-      done = true;
-    });
+    RunLoop::main().perform([&, response] { result = response; });
   });
-  EXPECT_TRUE(runUntil([&] { return done; }));
+  EXPECT_TRUE(eventuallyOnMainLoop([&] { return result != nullptr; }));
   return result;
 }
 
 TEST(QVTWebClient, ResolvesPathsAgainstItsBase) {
   const LoopbackServer server(alwaysAnswer(httpAnswer(200)));
-  struct Case {
+  const struct {
     const char* base;
     const char* path;
     const char* target;
-  };
-  for (const Case& c :
-       {Case{"/v1/", "api/items", "/v1/api/items"}, Case{"/v1/", "/items", "/items"},
-        Case{"/v1", "items?q=1", "/items?q=1"}, Case{"", "/spi/v1", "/spi/v1"}}) {
-    SCOPED_TRACE(c.target);
-    const auto client = clientFor(server.url(c.base));
-    client->syncStartRequestCompletion(QVTWebRequest::requestWithMethodPath("GET", c.path),
-                                       [](const Response&) {});
+  } cases[] = {{"/v1/", "api/items", "/v1/api/items"},
+               {"/v1/", "/items", "/items"},
+               {"/v1", "items?q=1", "/items?q=1"},
+               {"", "/spi/v1", "/spi/v1"}};
+  for (const auto& c : cases) {
+    clientFor(server.url(c.base))->syncStartRequestCompletion(getRequest(c.path), kIgnore);
     EXPECT_EQ(server.requests().back()->target, c.target);
   }
-  const auto request = QVTWebRequest::requestWithMethodPath("GET", "ignored");
+  const auto request = getRequest("ignored");
   request->setURL(URL::withString(server.url("/own")));
-  clientFor("http://other.invalid/")->syncStartRequestCompletion(request, [](const Response&) {});
+  clientFor("http://other.invalid/")->syncStartRequestCompletion(request, kIgnore);
   EXPECT_EQ(server.requests().back()->target, "/own");
 }
 
@@ -74,67 +58,67 @@ TEST(QVTWebClient, AddsItsHeadersWhereTheRequestHasNone) {
   client->addValueForHeader("client", "X-Both");
   client->addValueForHeader("first", "X-Client");
   client->addValueForHeader("second", "X-Client");
-  const auto request = QVTWebRequest::requestWithMethodPath("GET", "/");
-  request->addValueForHTTPHeaderField("request", "x-both");
-  client->syncStartRequestCompletion(request, [](const Response&) {});
-  EXPECT_EQ(server.requests().at(0)->header("Accept"), "application/json, application/x-plist");
-  EXPECT_EQ(server.requests().at(0)->header("X-Both"), "request");
-  EXPECT_EQ(server.requests().at(0)->header("X-Client"), "second");
-  const auto own = QVTWebRequest::requestWithMethodPath("GET", "/");
-  own->addValueForHTTPHeaderField("text/html", "Accept");
-  client->syncStartRequestCompletion(own, [](const Response&) {});
-  EXPECT_EQ(server.requests().at(1)->header("Accept"), "text/html");
+  const auto plain = getRequest();
+  plain->addValueForHTTPHeaderField("request", "x-both");
+  const auto accepting = getRequest();
+  accepting->addValueForHTTPHeaderField("text/html", "Accept");
+  for (const auto& request : {plain, accepting}) {
+    client->syncStartRequestCompletion(request, kIgnore);
+  }
+  const auto received = server.requests();
+  EXPECT_EQ(received.at(0)->header("Accept"), "application/json, application/x-plist");
+  EXPECT_EQ(received.at(0)->header("X-Both"), "request");
+  EXPECT_EQ(received.at(0)->header("X-Client"), "second");
+  EXPECT_EQ(received.at(1)->header("Accept"), "text/html");
 }
 
 TEST(QVTWebClient, ChecksTheExpectedStatus) {
   const LoopbackServer server(alwaysAnswer(httpAnswer(201)));
   const auto client = clientFor(server.url());
-  const auto request = [] { return QVTWebRequest::requestWithMethodPath("GET", "/"); };
-  std::vector<Response> unexpected, expected;
-  client->syncStartRequestExpectingResponseCompletion(
-      request(), 200, [&](const Response& response) { unexpected.push_back(response); });
-  client->syncStartRequestExpectingResponseCompletion(
-      request(), 201, [&](const Response& response) { expected.push_back(response); });
-  unexpected.push_back(responseOf([&](QVTWebClient::Completion completion) {
-    client->startRequestExpectingResponseCompletion(request(), 200, std::move(completion));
-  }));
-  expected.push_back(responseOf([&](QVTWebClient::Completion completion) {
-    client->startRequestExpectingResponseCompletion(request(), 201, std::move(completion));
-  }));
-  for (const Response& response : unexpected) {
-    ASSERT_TRUE(response->error());
-    EXPECT_EQ(response->error()->domain, "QVTWebClientErrorDomain");
-    EXPECT_EQ(response->error()->code, -1);
-    EXPECT_TRUE(response->error()->userInfo.empty());
-    EXPECT_FALSE(response->wasSuccessful());
+  for (const unsigned expected : {200U, 201U}) {
+    std::vector<Response> responses;
+    client->syncStartRequestExpectingResponseCompletion(
+        getRequest(), expected, [&](const Response& response) { responses.push_back(response); });
+    responses.push_back(responseOf([&](Completion completion) {
+      client->startRequestExpectingResponseCompletion(getRequest(), expected, completion);
+    }));
+    for (const Response& response : responses) {
+      EXPECT_EQ(response->wasSuccessful(), expected == 201);
+      ASSERT_EQ(response->error().has_value(), expected == 200);
+      if (expected == 201) continue;
+      EXPECT_EQ(response->error()->domain, "QVTWebClientErrorDomain");
+      EXPECT_EQ(response->error()->code, -1);
+      EXPECT_THAT(response->error()->userInfo, IsEmpty());
+    }
   }
-  for (const Response& response : expected) EXPECT_TRUE(response->wasSuccessful());
-  client->syncStartRequestExpectingResponseCompletion(request(), 200, nullptr);
+  client->syncStartRequestExpectingResponseCompletion(getRequest(), 200, nullptr);
   clientFor("ftp://a.invalid")
-      ->syncStartRequestExpectingResponseCompletion(
-          request(), 200, [](const Response& r) { EXPECT_EQ(r->error()->code, -1002); });
+      ->syncStartRequestExpectingResponseCompletion(getRequest(), 200, [](const Response& r) {
+        EXPECT_EQ(r->error()->code, -1002) << "an earlier error stays";
+      });
 }
 
 TEST(QVTWebClient, GetsAndPosts) {
   const LoopbackServer server(alwaysAnswer(httpAnswer(200, "[]")));
   const auto client = clientFor(server.url("/v1/"));
-  responseOf([&](auto completion) { client->getPathCompletion("items", completion); });
-  responseOf([&](auto completion) {
+  responseOf([&](Completion completion) { client->getPathCompletion("items", completion); });
+  responseOf([&](Completion completion) {
     client->getURLCompletion(*URL::withString(server.url("/else?x=1")), completion);
   });
-  responseOf([&](auto completion) {
+  responseOf([&](Completion completion) {
     client->postFormDataToPathCompletion({{"a", "1"}}, "form", completion);
   });
-  const auto requests = server.requests();
-  ASSERT_EQ(requests.size(), 3u);
-  EXPECT_EQ(requests[0]->method + " " + requests[0]->target, "GET /v1/items");
-  EXPECT_EQ(requests[1]->method + " " + requests[1]->target, "GET /else?x=1");
-  EXPECT_EQ(requests[2]->method + " " + requests[2]->target, "POST /v1/form");
-  EXPECT_THAT(std::string(requests[2]->body()), testing::HasSubstr("name=\"a\""));
-  EXPECT_EQ(requests[0]->header("Accept"), requests[2]->header("Accept"));
+  std::vector<std::string> lines;
+  for (const auto& request : server.requests()) {
+    lines.push_back(request->method + " " + request->target + " " + *request->header("Accept"));
+  }
+  const std::string accept = " application/json, application/x-plist";
+  EXPECT_THAT(lines, ElementsAre("GET /v1/items" + accept, "GET /else?x=1" + accept,
+                                 "POST /v1/form" + accept));
+  EXPECT_THAT(server.requests().back()->body(), HasSubstr("name=\"a\""));
 }
 
-TEST(QVTWebClient, CompletesHundredsAtOnceOnceEach) {
+TEST(QVTWebClient, CompletesHundredsAtOnceOnceEachAndMayBeUsedMeanwhile) {
   constexpr std::size_t kCount = 300;
   const LoopbackServer server([](const ReceivedRequest& request, Peer& peer) {
     if (request.target.ends_with("7")) return peer.reset();
@@ -142,51 +126,28 @@ TEST(QVTWebClient, CompletesHundredsAtOnceOnceEach) {
         httpAnswer(200, "[\"" + request.target + "\"]", "Content-Type: application/json\r\n"));
   });
   auto client = clientFor(server.url());
-  std::vector<std::atomic<int>> calls(kCount);
-  std::atomic<std::size_t> done = 0;
-  const auto main = std::this_thread::get_id();
+  std::array<std::atomic<int>, kCount> calls{};
   for (std::size_t i = 0; i < kCount; ++i) {
     const std::string path = "/" + std::to_string(i);
-    client->getPathCompletion(path, [&, i, path](const Response& response) {
-      EXPECT_NE(std::this_thread::get_id(), main);
-      EXPECT_EQ(response->wasSuccessful(), i % 10 != 7);
-      const auto expected =
-          i % 10 == 7 ? std::nullopt : std::optional(foundation::Value(foundation::Array{path}));
-      EXPECT_EQ(response->body(), expected);
-      ++calls[i];
-      ++done;
-      RunLoop::main().perform([] {});
+    client->getPathCompletion(path, [&, i, path, same = client.get()](const Response& response) {
+      const bool fails = i % 10 == 7;
+      EXPECT_EQ(response->wasSuccessful(), !fails);
+      EXPECT_EQ(response->body(), fails ? std::nullopt : std::optional(Value(Array{path})));
+      same->addValueForHeader("1", "X");
+      same->syncStartRequestCompletion(getRequest("/again"), [&](const Response& second) {
+        EXPECT_TRUE(second->wasSuccessful());
+        ++calls[i];
+      });
     });
   }
   // The exchanges keep the client; the last of them destroys it, on its own queue.
   const std::weak_ptr<QVTWebClient> gone = client;
   client.reset();
-  EXPECT_TRUE(runUntil([&] { return done == kCount; }));
-  EXPECT_TRUE(runUntil([&] {
+  EXPECT_TRUE(eventuallyOnMainLoop([&] {
     if (!gone.expired()) RunLoop::main().perform([] {});
     return gone.expired();
   }));
   for (const auto& count : calls) EXPECT_EQ(count, 1);
-}
-
-TEST(QVTWebClient, CompletionsMayUseTheClientHoweverManyThereAre) {
-  constexpr int kCount = 300;
-  const LoopbackServer server(alwaysAnswer(httpAnswer(200)));
-  const auto client = clientFor(server.url());
-  std::atomic<int> done = 0;
-  for (int i = 0; i < kCount; ++i) {
-    client->getPathCompletion("/first", [&](const Response&) {
-      client->addValueForHeader("1", "X");
-      client->syncStartRequestCompletion(QVTWebRequest::requestWithMethodPath("GET", "/second"),
-                                         [&](const Response& response) {
-                                           EXPECT_TRUE(response->wasSuccessful());
-                                           ++done;
-                                         });
-      RunLoop::main().perform([] {});
-    });
-  }
-  EXPECT_TRUE(runUntil([&] { return done == kCount; })) << done;
-  EXPECT_EQ(server.requests().size(), 2u * kCount);
 }
 
 TEST(QVTWebClient, ASynchronousStartHoldsTheClientOnTheCallersThread) {
@@ -195,48 +156,40 @@ TEST(QVTWebClient, ASynchronousStartHoldsTheClientOnTheCallersThread) {
   const auto caller = std::this_thread::get_id();
   std::vector<std::string> order;
   std::thread other;
-  client->syncStartRequestCompletion(
-      QVTWebRequest::requestWithMethodPath("GET", "/"), [&](const Response& response) {
-        EXPECT_EQ(std::this_thread::get_id(), caller);
-        EXPECT_EQ(response->body(), foundation::Value(foundation::Data(std::string("raw"))));
-        std::atomic<bool> isAtIt = false;
-        other = std::thread([&] {
-          isAtIt = true;
-          client->addValueForHeader("1", "X");
-          order.emplace_back("header");
-        });
-        while (!isAtIt) std::this_thread::yield();
-        order.emplace_back("completion");
-      });
+  client->syncStartRequestCompletion(getRequest(), [&](const Response& response) {
+    EXPECT_EQ(std::this_thread::get_id(), caller);
+    EXPECT_EQ(response->body(), Value(Data(std::string("raw"))));
+    std::atomic<bool> isAtIt = false;
+    other = std::thread([&] {
+      isAtIt = true;
+      client->addValueForHeader("1", "X");
+      order.emplace_back("header");
+    });
+    while (!isAtIt) std::this_thread::yield();
+    order.emplace_back("completion");
+  });
   other.join();
-  EXPECT_THAT(order, testing::ElementsAre("completion", "header"));
+  EXPECT_THAT(order, ElementsAre("completion", "header"));
 }
 
 TEST(QVTWebClientDeathTest, StopsForFaultsOfTheProgram) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(QVTWebClient::encodeJSON(foundation::Value(1)),
-               "0 && \"encodeJSON: isn't implemented yet\"");
-  EXPECT_DEATH(
-      clientFor("http://a/")
-          ->syncStartRequestCompletion(QVTWebRequest::requestWithMethodPath("GET", "/"), nullptr),
-      "Assertion failed");
+  EXPECT_DEATH(QVTWebClient::encodeJSON(Value(1)), "0 && \"encodeJSON: isn't implemented yet\"");
+  EXPECT_DEATH(clientFor("http://a/")->syncStartRequestCompletion(getRequest(), nullptr),
+               "Assertion failed: \\(completion\\)");
 }
 
 TEST(QVTWebAPIClientEndpoints, TakesTheEnvironmentsWord) {
-  const test::ScopedEnvironment none("QuorvantileAPIEndpoint", nullptr);
-  const test::ScopedEnvironment noKits("GantryKitsEndpoint", nullptr);
-  const std::string api = QVTWebAPIClientEndpoints::APIEndpoint();
-  const std::string kits = QVTWebAPIClientEndpoints::gantryKitsEndpoint();
-  EXPECT_THAT(api, testing::StartsWith("https://"));
-  EXPECT_NE(api, QVTWebAPIClientEndpoints::CMEndpoint());
-  EXPECT_NE(api, kits);
-  const test::ScopedEnvironment override("QuorvantileAPIEndpoint", "http://127.0.0.1:1");
-  EXPECT_EQ(QVTWebAPIClientEndpoints::APIEndpoint(), "http://127.0.0.1:1");
-  EXPECT_EQ(QVTWebAPIClientEndpoints::CMEndpoint(), "http://127.0.0.1:1");
-  EXPECT_EQ(QVTWebAPIClientEndpoints::gantryKitsEndpoint(), kits);
-}
-
-TEST(QVTNetworkConstants, NamesTheMacApp) {
+  using Endpoints = QVTWebAPIClientEndpoints;
+  const ScopedEnvironment none("QuorvantileAPIEndpoint", nullptr);
+  const ScopedEnvironment noKits("GantryKitsEndpoint", nullptr);
+  const std::set<std::string> endpoints = {Endpoints::APIEndpoint(), Endpoints::CMEndpoint(),
+                                           Endpoints::gantryKitsEndpoint()};
+  EXPECT_THAT(endpoints, AllOf(SizeIs(3), Each(StartsWith("https://"))));
+  const ScopedEnvironment override("QuorvantileAPIEndpoint", "http://127.0.0.1:1");
+  EXPECT_EQ(Endpoints::APIEndpoint(), "http://127.0.0.1:1");
+  EXPECT_EQ(Endpoints::CMEndpoint(), "http://127.0.0.1:1");
+  EXPECT_TRUE(endpoints.contains(Endpoints::gantryKitsEndpoint()));
   EXPECT_EQ(QVTNetworkConstants::userAgentMacApp(), "Quorvantile for Mac/(null)");
 }
 

@@ -1,31 +1,16 @@
-#include <atomic>
-#include <thread>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "QVTWebClient/QVTWebClientTransaction.h"
-#include "foundation/queue/RunLoop.h"
 #include "tests/support/LoopbackServer.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 
 namespace {
 
 using foundation::ProtectionSpace;
 using foundation::RunLoop;
 using foundation::URL;
-using foundation::Value;
-using test::alwaysAnswer;
-using test::httpAnswer;
-using test::LoopbackServer;
 
-constexpr std::string_view kPropertyList =
-    "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\"><dict><key>a</key>"
-    "<integer>1</integer></dict></plist>";
-
-std::shared_ptr<QVTWebRequest> requestFor(const std::string& url) {
+std::shared_ptr<QVTWebRequest> requestFor(const std::optional<std::string>& url) {
   auto request = QVTWebRequest::requestWithMethodPath("GET", "unused");
-  request->setURL(URL::withString(url));
+  if (url) request->setURL(URL::withString(*url));
   return request;
 }
 
@@ -41,7 +26,7 @@ std::shared_ptr<QVTWebResponse> asynchronously(const std::shared_ptr<QVTWebReque
     result = response;
     RunLoop::main().perform([&] { ++calls; });
   });
-  EXPECT_TRUE(RunLoop::main().runUntil([&] { return calls > 0; }, std::chrono::seconds(30)));
+  EXPECT_TRUE(eventuallyOnMainLoop([&] { return calls > 0; }));
   transaction->queue().sync([] {});
   EXPECT_FALSE(transaction->completionHandler());
   EXPECT_EQ(calls, 1);
@@ -59,33 +44,34 @@ std::shared_ptr<QVTWebResponse> synchronously(const std::shared_ptr<QVTWebReques
   return result;
 }
 
+Value rawBody(std::string_view text) { return Data(std::string(text)); }
+
 TEST(QVTWebClientTransaction, DecodesTheBodyOfAnAsynchronousAnswer) {
-  const Value decoded = foundation::Dictionary{{"a", 1}};
-  const auto raw = [](std::string_view text) { return Value(foundation::Data(std::string(text))); };
-  struct Case {
-    const char* type;
-    std::string_view body;
+  const Value decoded = Dictionary{{"a", 1}};
+  const std::string list = plist({{"a", 1}});
+  const struct {
+    std::string type;
+    std::string body;
     std::optional<Value> expected;
-    bool fails;
-  };
-  for (const Case& c :
-       {Case{"application/json; charset=utf-8", "{\"a\":1}", decoded, false},
-        Case{"application/x-plist", kPropertyList, decoded, false},
-        Case{"application/json, application/x-plist", kPropertyList, decoded, false},
-        Case{"text/html", "{\"a\":1}", raw("{\"a\":1}"), false},
-        Case{"application/json", "{\"a\":", std::nullopt, false},
-        Case{"application/json", "\"text\"", std::nullopt, false},
-        Case{"application/x-plist", "<plist><dict>", std::nullopt, true},
-        Case{"application/json", "", std::nullopt, false}}) {
-    SCOPED_TRACE(std::string(c.type) + ": " + std::string(c.body));
-    const std::string field = "Content-Type: " + std::string(c.type) + "\r\n";
-    const LoopbackServer server(alwaysAnswer(httpAnswer(200, c.body, field)));
+    bool fails = false;
+  } cases[] = {{"application/json; charset=utf-8", "{\"a\":1}", decoded},
+               {"application/x-plist", list, decoded},
+               {"application/json, application/x-plist", list, decoded},
+               {"text/html", "{\"a\":1}", rawBody("{\"a\":1}")},
+               {"application/json", "{\"a\":", std::nullopt},
+               {"application/json", "\"text\"", std::nullopt},
+               {"application/x-plist", "<plist><dict>", std::nullopt, true},
+               {"application/json", "", std::nullopt}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.type + ": " + c.body);
+    const LoopbackServer server(
+        alwaysAnswer(httpAnswer(200, c.body, "Content-Type: " + c.type + "\r\n")));
     const auto response = asynchronously(requestFor(server.url("/")));
     ASSERT_TRUE(response);
     EXPECT_EQ(response->body(), c.expected);
     EXPECT_EQ(response->error().has_value(), c.fails);
     EXPECT_EQ(response->wasSuccessful(), !c.fails);
-    EXPECT_EQ(foundation::textOf(response->responseData()), c.body);
+    EXPECT_EQ(textOf(response->responseData()), c.body);
     EXPECT_EQ(response->responseHeaders()->at("content-type"), c.type);
   }
 }
@@ -98,31 +84,24 @@ TEST(QVTWebClientTransaction, ASynchronousBodyIsRaw) {
   const auto response = synchronously(request);
   ASSERT_TRUE(response);
   EXPECT_EQ(response->statusCode(), 404u);
-  EXPECT_EQ(response->body(), Value(foundation::Data(std::string("{\"a\":1}"))));
+  EXPECT_EQ(response->body(), rawBody("{\"a\":1}"));
   EXPECT_FALSE(response->error());
   EXPECT_FALSE(response->wasSuccessful());
   EXPECT_EQ(response->requestURL()->absoluteString(), server.url("/?q=a%20b"));
 }
 
-TEST(QVTWebClientTransaction, TransportErrorsReachTheHandlerOnce) {
-  const auto request = QVTWebRequest::requestWithMethodPath("GET", "nowhere");
-  for (const auto& response : {asynchronously(request), synchronously(request)}) {
-    ASSERT_TRUE(response && response->error());
-    EXPECT_EQ(response->error()->code, -1002);
-    EXPECT_EQ(response->statusCode(), 0u);
-    EXPECT_FALSE(response->body());
-    EXPECT_FALSE(response->requestURL());
-  }
-}
-
-TEST(QVTWebClientTransaction, SendsNoFormThatWouldBeReadAsAnother) {
+TEST(QVTWebClientTransaction, WhatIsNotSentReachesTheHandlerOnce) {
   const LoopbackServer server(alwaysAnswer(httpAnswer(200)));
-  const auto request = requestFor(server.url("/"));
-  request->addValueForFormField("\r\n--AaB03x", "a");
-  for (const auto& response : {asynchronously(request), synchronously(request)}) {
-    ASSERT_TRUE(response && response->error());
-    EXPECT_EQ(response->error()->code, -3);
-    EXPECT_EQ(response->statusCode(), 0u);
+  const auto withoutURL = requestFor(std::nullopt);
+  const auto ambiguous = requestFor(server.url("/"));
+  ambiguous->addValueForFormField("\r\n--AaB03x", "a");
+  for (const auto& [request, code] : {std::pair(withoutURL, -1002), std::pair(ambiguous, -3)}) {
+    for (const auto& response : {asynchronously(request), synchronously(request)}) {
+      ASSERT_TRUE(response && response->error());
+      EXPECT_EQ(response->error()->code, code);
+      EXPECT_EQ(response->statusCode(), 0u);
+      EXPECT_FALSE(response->body());
+    }
   }
   EXPECT_EQ(server.connectionCount(), 0u);
 }
@@ -142,11 +121,11 @@ TEST(QVTWebClientTransaction, AChallengeEndsAnAsynchronousExchange) {
 }
 
 TEST(QVTWebClientTransaction, AsksTheRequestsHandlerAboutTrust) {
-  const test::TemporaryFolder folder;
-  const test::TLSAuthority authority;
-  const std::string trusted = folder.write("trusted.pem", authority.certificate()).string();
-  const test::ScopedEnvironment trust("SSL_CERT_FILE", trusted.c_str());
-  test::ServerOptions options;
+  const TemporaryFolder folder;
+  const TLSAuthority authority;
+  const auto trusted = folder.write("trusted.pem", authority.certificate());
+  const ScopedEnvironment trust("SSL_CERT_FILE", trusted.c_str());
+  ServerOptions options;
   options.identity = authority.issue();
   for (const bool answer : {true, false}) {
     const LoopbackServer server(alwaysAnswer(httpAnswer(200, "safe")), options);
@@ -171,32 +150,20 @@ TEST(QVTWebResponse, CountsAsSuccessOnlyFrom200To299WithoutError) {
     QVTWebResponse response;
     response.setStatusCode(code);
     EXPECT_EQ(response.wasSuccessful(), expected) << code;
-    response.setError(foundation::Error{.domain = "d", .code = 0, .userInfo = {}});
+    response.setError(Error{.domain = "d", .code = 0, .userInfo = {}});
     EXPECT_FALSE(response.wasSuccessful());
   }
 }
 
 TEST(QVTWebClientTransactionDeathTest, StopsForASecondStartAndForNoHandler) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const auto transaction = QVTWebClientTransaction::transactionWithRequest(requestFor("http://a/"));
-  EXPECT_DEATH(transaction->complete(), "\\(_completionHandler\\)");
-  EXPECT_DEATH(
-      {
-        transaction->startConnection();
-        transaction->startConnection();
-      },
-      "\\(_connection == nil\\)");
-  EXPECT_DEATH(
-      {
-        transaction->startConnection();
-        transaction->syncStartWithCompletionHandler([](const auto&) {});
-      },
-      "\\(!_connection\\)");
-  const auto twice = QVTWebClientTransaction::transactionWithRequest(
-      QVTWebRequest::requestWithMethodPath("GET", "no URL"));
-  twice->syncStartWithCompletionHandler([](const auto&) {});
-  EXPECT_DEATH(twice->syncStartWithCompletionHandler([](const auto&) {}), "\\(!_connection\\)");
+  const auto ignore = [](const auto&) {};
+  const auto twice = QVTWebClientTransaction::transactionWithRequest(requestFor(std::nullopt));
+  EXPECT_DEATH(twice->complete(), "\\(_completionHandler\\)");
+  twice->syncStartWithCompletionHandler(ignore);
+  EXPECT_DEATH(twice->syncStartWithCompletionHandler(ignore), "\\(!_connection\\)");
   EXPECT_DEATH(twice->syncStartConnection(), "\\(_connection == nil\\)");
+  EXPECT_DEATH(twice->startConnection(), "\\(_connection == nil\\)");
 }
 
 }  // namespace
