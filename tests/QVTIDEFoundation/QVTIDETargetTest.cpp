@@ -1,84 +1,58 @@
-#include <gtest/gtest.h>
-
 #include "QVTIDEFoundation/QVTIDETarget.h"
+#include "tests/support/Test.h"
 
 namespace {
 
-using foundation::Array;
-using foundation::Dictionary;
-using foundation::Value;
 using Type = QVTIDETargetAppType;
 
-std::shared_ptr<QVTIDETarget> make(const Dictionary& objects, std::string_view root = "P") {
+std::shared_ptr<QVTIDETarget> make(const Dictionary& objects) {
   return QVTIDETarget::initWithTargetIdObjectsDictionaryFilesDictionaryRootObjectKeyProjectPath(
-      "T", objects, {}, root, "/p/App.xcodeproj/project.pbxproj");
+      "T", objects, {}, "P", "/p/App.xcodeproj/project.pbxproj");
 }
 
+Dictionary configurations(Value value) { return {{"buildConfigurations", std::move(value)}}; }
+Dictionary settings(Value value) { return {{"buildSettings", std::move(value)}}; }
+
 TEST(QVTIDETarget, LogsTheStepThatFailed) {
-  const Dictionary list{{"buildConfigurations", Array{"C"}}};
-  const auto objectsWith = [&list](Value configuration) {
-    return Dictionary{{"L", list}, {"C", std::move(configuration)}};
-  };
-  struct Case {
-    Dictionary target;
-    Dictionary objects;
+  const Dictionary list = configurations(Array{"C"});
+  const struct {
     const char* step;
+    Dictionary objects;
+  } cases[] = {
+      {"QVTBuildConfigurationList", {{"T", Dictionary{{"name", "App"}}}}},
+      {"QVTBuildConfigurationList String Check",
+       {{"T", Dictionary{{"name", "App"}, {"buildConfigurationList", 1}}}}},
+      {"QVTBuildConfigurationList Keys Check", {}},
+      {"BuildConfigurationList Dictionary Check", {{"L", "x"}}},
+      {"BuildConfigurationList Key Check", {{"L", Dictionary{}}}},
+      {"BuildConfigurations Array Check", {{"L", configurations("C")}}},
+      {"BuildConfigurations Array Count Check", {{"L", configurations(Array{})}}},
+      {"FirstBuildConfigurations String Check", {{"L", configurations(Array{1})}}},
+      {"FirstBuildConfigurations Key Check", {{"L", list}}},
+      {"DictionaryOfFirstBuildConfigurations Dictionary Check", {{"L", list}, {"C", "x"}}},
+      {"QVTBuildSettings Check", {{"L", list}, {"C", Dictionary{}}}},
+      {"QVTBuildSettings Dictionary Check", {{"L", list}, {"C", settings("x")}}},
   };
-  const Dictionary refers{{"buildConfigurationList", "L"}};
-  for (const Case& c : {
-           Case{{}, {}, "QVTBuildConfigurationList"},
-           Case{{{"buildConfigurationList", 1}}, {}, "QVTBuildConfigurationList String Check"},
-           Case{refers, {}, "QVTBuildConfigurationList Keys Check"},
-           Case{refers, {{"L", "x"}}, "BuildConfigurationList Dictionary Check"},
-           Case{refers, {{"L", Dictionary{}}}, "BuildConfigurationList Key Check"},
-           Case{refers,
-                {{"L", Dictionary{{"buildConfigurations", "C"}}}},
-                "BuildConfigurations Array Check"},
-           Case{refers,
-                {{"L", Dictionary{{"buildConfigurations", Array{}}}}},
-                "BuildConfigurations Array Count Check"},
-           Case{refers,
-                {{"L", Dictionary{{"buildConfigurations", Array{1}}}}},
-                "FirstBuildConfigurations String Check"},
-           Case{refers, {{"L", list}}, "FirstBuildConfigurations Key Check"},
-           Case{refers, objectsWith("x"), "DictionaryOfFirstBuildConfigurations Dictionary Check"},
-           Case{refers, objectsWith(Dictionary{}), "QVTBuildSettings Check"},
-           Case{refers, objectsWith(Dictionary{{"buildSettings", "x"}}),
-                "QVTBuildSettings Dictionary Check"},
-       }) {
-    SCOPED_TRACE(c.step);
+  for (const auto& c : cases) {
     Dictionary objects = c.objects;
-    Dictionary target = c.target;
-    target.emplace("name", "App");
-    objects.emplace("T", target);
-    testing::internal::CaptureStderr();
-    const auto made = make(objects);
-    const std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(log.ends_with(" XCode Project Target Parsing failed: " + std::string(c.step) +
-                              " for Target:App\n"))
-        << log;
-    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1);
-    EXPECT_EQ(made->targetAppType(), Type::unknown);
+    objects.emplace("T", Dictionary{{"name", "App"}, {"buildConfigurationList", "L"}});
+    const auto log = logOf([&] { EXPECT_EQ(make(objects)->targetAppType(), Type::unknown); });
+    EXPECT_THAT(log, EndsWith(" XCode Project Target Parsing failed: " + std::string(c.step) +
+                              " for Target:App\n"));
+    EXPECT_EQ(std::ranges::count(log, '\n'), 1) << log;
   }
 }
 
 TEST(QVTIDETarget, TakesTheSDKOfItsOwnSettingsBeforeTheProjects) {
-  const auto owner = [](const char* list) { return Dictionary{{"buildConfigurationList", list}}; };
-  const auto list = [](const char* first) {
-    return Dictionary{{"buildConfigurations", Array{first, "MAC"}}};
-  };
-  const auto settings = [](Dictionary values) {
-    return Dictionary{{"buildSettings", std::move(values)}};
-  };
-  const auto typeOf = [&](const char* own, const char* project) {
-    return make({{"T", owner("TL")},
-                 {"P", owner("PL")},
-                 {"TL", list(own)},
-                 {"PL", list(project)},
-                 {"MAC", settings({{"SDKROOT", "macosx"}})},
-                 {"IOS", settings({{"SDKROOT", "iphoneos"}})},
-                 {"ODD", settings({{"SDKROOT", Array{}}})},
-                 {"NONE", settings({})}})
+  const auto typeOf = [](const char* own, const char* project) {
+    return make({{"T", Dictionary{{"buildConfigurationList", "TL"}}},
+                 {"P", Dictionary{{"buildConfigurationList", "PL"}}},
+                 {"TL", configurations(Array{own, "MAC"})},
+                 {"PL", configurations(Array{project, "MAC"})},
+                 {"MAC", settings(Dictionary{{"SDKROOT", "macosx"}})},
+                 {"IOS", settings(Dictionary{{"SDKROOT", "iphoneos"}})},
+                 {"ODD", settings(Dictionary{{"SDKROOT", Array{}}})},
+                 {"NONE", settings(Dictionary{})}})
         ->targetAppType();
   };
   EXPECT_EQ(typeOf("IOS", "MAC"), Type::iphone);
@@ -89,26 +63,23 @@ TEST(QVTIDETarget, TakesTheSDKOfItsOwnSettingsBeforeTheProjects) {
 }
 
 TEST(QVTIDEBuildPhase, TellsSettingsBundlesByName) {
-  struct Case {
-    Dictionary file;
-    bool isBundle;
+  const std::pair<Dictionary, bool> cases[] = {
+      {{{"name", "SeTTings.BUNDLE"}}, true},
+      {{{"path", "a/Settings.bundle"}}, true},
+      {{{"name", "Other"}, {"path", "a/Settings.bundle"}}, false},
+      {{{"path", "Settings.bundle/Root.plist"}}, false},
+      {{}, false},
   };
-  for (const Case& c : {
-           Case{{{"name", "SeTTings.BUNDLE"}}, true},
-           Case{{{"path", "a/Settings.bundle"}}, true},
-           Case{{{"name", "Other"}, {"path", "a/Settings.bundle"}}, false},
-           Case{{{"path", "Settings.bundle/Root.plist"}}, false},
-           Case{{}, false},
-       }) {
-    const auto file = QVTIDEFile::initWithObjectDictionaryObjectId(&c.file, "F");
-    EXPECT_EQ(QVTIDEBuildPhase::isSettingsBundleFileInProjectFolder(*file, "/p"), c.isBundle);
+  for (const auto& [dictionary, isBundle] : cases) {
+    const auto file = QVTIDEFile::initWithObjectDictionaryObjectId(&dictionary, "F");
+    EXPECT_EQ(QVTIDEBuildPhase::isSettingsBundleFileInProjectFolder(*file, "/p"), isBundle);
   }
 }
 
 TEST(QVTIDEBuildPhase, FindsTheProjectFolder) {
-  EXPECT_EQ(QVTIDEBuildPhase::projectFolderForProjectPath("/p/App.xcodeproj/project.pbxproj"),
-            "/p");
-  EXPECT_EQ(QVTIDEBuildPhase::projectFolderForProjectPath("/p/App/project.pbxproj"), "/p/App");
+  const auto folderOf = QVTIDEBuildPhase::projectFolderForProjectPath;
+  EXPECT_EQ(folderOf("/p/App.xcodeproj/project.pbxproj"), "/p");
+  EXPECT_EQ(folderOf("/p/App/project.pbxproj"), "/p/App");
 }
 
 }  // namespace
