@@ -1,61 +1,47 @@
-#include <chrono>
-#include <csignal>
-#include <thread>
-#include <tuple>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-
 #include "QVTSharedUtils/QVTTask.h"
-#include "foundation/base/Error.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 
 namespace {
 
-using foundation::Data;
 using foundation::Environment;
-using testing::HasSubstr;
-using Clock = std::chrono::steady_clock;
+using foundation::Exception;
 
 const std::string kShell = "/bin/sh";
 
 std::vector<std::string> script(const std::string& text) { return {"-c", text}; }
 
-struct Outcome {
+/// What a completion was given: standard output, standard error and the status.
+using Outcome = std::tuple<std::string, std::string, std::int32_t>;
+
+Outcome outcomeOf(const std::function<void(const QVTTask::Completion&)>& launch) {
   int calls = 0;
-  std::string error;
-  std::string output;
-  std::int32_t status = -1;
-  std::thread::id thread;
-
-  QVTTask::Completion completion() {
-    return [this](const Data& errorData, const Data& outputData, std::int32_t code) {
-      ++calls;
-      error = errorData.text();
-      output = outputData.text();
-      status = code;
-      thread = std::this_thread::get_id();
-    };
-  }
-};
-
-TEST(Task, HandsOverBothOutputsAndTheStatusBeforeItReturns) {
   Outcome outcome;
-  QVTTask::launchWithPathWorkingDirectoryArgumentsCompletion(
-      kShell, std::nullopt, script("echo abc; echo problem >&2; exit 3"), outcome.completion());
-  EXPECT_EQ(outcome.calls, 1);
-  EXPECT_EQ(outcome.output, "abc\n");
-  EXPECT_EQ(outcome.error, "problem\n");
-  EXPECT_EQ(outcome.status, 3);
-  EXPECT_EQ(outcome.thread, std::this_thread::get_id());
+  const auto caller = std::this_thread::get_id();
+  launch([&](const Data& error, const Data& output, std::int32_t status) {
+    EXPECT_EQ(std::this_thread::get_id(), caller);
+    ++calls;
+    outcome = {std::string(output.text()), std::string(error.text()), status};
+  });
+  EXPECT_EQ(calls, 1) << "it is called before the launch returns";
+  return outcome;
 }
 
-TEST(Task, ASignalsNumberIsTheStatus) {
-  Outcome outcome;
-  QVTTask::launchWithPathWorkingDirectoryArgumentsCompletion(
-      kShell, std::nullopt, script("kill -KILL $$"), outcome.completion());
-  EXPECT_EQ(outcome.status, SIGKILL);
+struct Place {
+  std::optional<std::string> directory = {};
+  std::optional<Environment> environment = {};
+  double timeout = 0;
+};
+Outcome ran(const std::string& text, const Place& place = {}) {
+  return outcomeOf([&](const QVTTask::Completion& completion) {
+    QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentTimeoutCompletion(
+        kShell, place.directory, script(text), place.environment, place.timeout, completion);
+  });
+}
+
+TEST(Task, HandsOverBothOutputsAndTheStatus) {
+  EXPECT_EQ(ran("echo abc; echo problem >&2; exit 3"), Outcome("abc\n", "problem\n", 3));
+  const auto log = logOf([] { EXPECT_EQ(ran("kill -KILL $$"), Outcome("", "", SIGKILL)); });
+  EXPECT_THAT(log, HasSubstr("/bin/sh was ended by signal 9"));
   EXPECT_FALSE(QVTTask::runTaskWithLaunchPathArguments(kShell, script("kill -KILL $$")));
 }
 
@@ -63,67 +49,47 @@ TEST(Task, TextsAreUntrimmedAndMustBeUTF8) {
   EXPECT_EQ(QVTTask::stdoutWithLaunchPathArguments(kShell, script("echo abc; exit 1")), "abc\n");
   EXPECT_EQ(QVTTask::stderrWithLaunchPathArguments(kShell, script("echo abc >&2")), "abc\n");
   EXPECT_EQ(QVTTask::stdoutWithLaunchPathArguments(kShell, script("printf '\\377'")), std::nullopt);
-  EXPECT_EQ(QVTTask::stdoutWithLaunchPathArguments("/bin/true", std::nullopt), "");
   EXPECT_EQ(QVTTask::stdoutWithLaunchPathArguments("/bin/echo", std::nullopt), "\n");
 }
 
 TEST(Task, RunsInAFolderAndAnEnvironment) {
-  const test::TemporaryFolder folder;
-  const test::ScopedEnvironment inherited("SENDOFF_TEST", "inherited");
+  const TemporaryFolder folder;
+  const ScopedEnvironment inherited("SENDOFF_TEST", "inherited");
   const std::string show = "pwd; echo ${SENDOFF_TEST-none} ${ONLY-none}";
-  const auto run = [&](const std::optional<std::string>& directory,
-                       const std::optional<Environment>& environment) {
-    Outcome outcome;
-    QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentCompletion(
-        kShell, directory, script(show), environment, outcome.completion());
-    return outcome.output;
-  };
-  const std::string here = std::filesystem::current_path().string();
-  EXPECT_EQ(run(std::nullopt, std::nullopt), here + "\ninherited none\n");
-  EXPECT_EQ(run(folder.path(), Environment{{"ONLY", "me"}}),
-            folder.path().string() + "\nnone me\n");
-  EXPECT_EQ(run(std::nullopt, Environment{}), here + "\nnone none\n");
+  const std::string here = fs::current_path();
+  const std::string there = folder.path();
+  EXPECT_EQ(ran(show), Outcome(here + "\ninherited none\n", "", 0));
+  EXPECT_EQ(ran(show, {there, Environment{{"ONLY", "me"}}}), Outcome(there + "\nnone me\n", "", 0));
+  EXPECT_EQ(ran(show, {.environment = Environment{}}), Outcome(here + "\nnone none\n", "", 0));
   EXPECT_TRUE(QVTTask::runTaskWithLaunchPathCurrentDirectoryPathArguments(
-      kShell, folder.path(), script("test \"$PWD\" = " + folder.path().string())));
+      kShell, there, script("test \"$PWD\" = " + there)));
 }
 
-TEST(Task, AProgramThatOverstaysIsTerminated) {
-  Outcome outcome;
-  const auto start = Clock::now();
-  QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentTimeoutCompletion(
-      kShell, std::nullopt, script("echo begun; exec sleep 60"), std::nullopt, 0.3,
-      outcome.completion());
-  EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(300));
-  EXPECT_LT(Clock::now() - start, std::chrono::seconds(20));
-  EXPECT_EQ(outcome.output, "begun\n");
-  EXPECT_EQ(outcome.status, SIGTERM);
-}
-
-TEST(Task, AProgramThatEndsInTimeIsLeftAlone) {
-  Outcome outcome;
+TEST(Task, OnlyAProgramThatOverstaysIsTerminated) {
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(ran("echo begun; exec sleep 60", {.timeout = 0.3}), Outcome("begun\n", "", SIGTERM));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 300ms);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
   for (const double timeout : {-1.0, 0.0, 60.0, 1e300}) {
-    QVTTask::launchWithPathWorkingDirectoryArgumentsEnvironmentTimeoutCompletion(
-        kShell, std::nullopt, script("exit 4"), std::nullopt, timeout, outcome.completion());
-    EXPECT_EQ(outcome.status, 4) << timeout;
+    EXPECT_EQ(ran("exit 4", {.timeout = timeout}), Outcome("", "", 4)) << timeout;
   }
 }
 
 TEST(Task, WhatCannotBeLaunchedIsAnExceptionThatNamesIt) {
-  Outcome outcome;
-  for (const auto& [path, directory, complaint] :
-       {std::tuple<const char*, std::optional<std::string>, const char*>{
-            "/nowhere/tool", std::nullopt, "/nowhere/tool"},
-        {"", std::nullopt, "cannot launch"},
-        {"/bin/sh", "/nowhere/folder", "/nowhere/folder"}}) {
-    try {
-      QVTTask::launchWithPathWorkingDirectoryArgumentsCompletion(path, directory, std::nullopt,
-                                                                 outcome.completion());
-      ADD_FAILURE() << complaint;
-    } catch (const foundation::Exception& exception) {
-      EXPECT_THAT(exception.what(), HasSubstr(complaint));
-    }
+  const struct {
+    const char* path;
+    std::optional<std::string> directory;
+    const char* complaint;
+  } cases[] = {{"/nowhere/tool", {}, "/nowhere/tool"},
+               {"", {}, "cannot launch"},
+               {"/bin/sh", "/nowhere/folder", "/nowhere/folder"}};
+  for (const auto& c : cases) {
+    const auto launch = [&] {
+      QVTTask::launchWithPathWorkingDirectoryArgumentsCompletion(
+          c.path, c.directory, {}, [](const auto&...) { ADD_FAILURE() << "nothing has run"; });
+    };
+    EXPECT_THAT(launch, testing::ThrowsMessage<Exception>(HasSubstr(c.complaint)));
   }
-  EXPECT_EQ(outcome.calls, 0);
 }
 
 void runWithFewDescriptors() {
@@ -132,8 +98,8 @@ void runWithFewDescriptors() {
   const struct rlimit few = {.rlim_cur = 4, .rlim_max = usual.rlim_max};
   ::setrlimit(RLIMIT_NOFILE, &few);
   try {
-    QVTTask::runTaskWithLaunchPathArguments("/bin/true", std::nullopt);
-  } catch (const foundation::Exception& exception) {
+    QVTTask::runTaskWithLaunchPathArguments("/bin/true", {});
+  } catch (const Exception& exception) {
     ::setrlimit(RLIMIT_NOFILE, &usual);  // a sanitizer looks at the exception through a pipe
     std::fputs(exception.what(), stderr);
     std::_Exit(7);
@@ -146,29 +112,27 @@ TEST(TaskDeathTest, WithoutPipesTheAssertionIsToldAndTheRunEnds) {
 }
 
 TEST(Task, WithoutInputAProgramMayAskAndSayAsMuchAsItLikes) {
-  constexpr std::size_t kept = 1 << 20;
-  struct Case {
+  const struct {
     const char* name;
     const char* script;
     std::size_t output;
     std::size_t error;
     std::int32_t status;
+  } cases[] = {
+      {"asks", "read answer; exit 3", 0, 0, 3},
+      {"a little", "echo abc; echo d >&2", 4, 2, 0},
+      {"much to both", "yes | head -c 9000000; yes | head -c 9000000 >&2; exit 2", 1 << 20, 1 << 20,
+       2},
+      {"closes its streams first", "echo abc; exec >&- 2>&-; exit 4", 4, 0, 4},
+      {"a grandchild keeps them", "sleep 600 & echo abc", 4, 0, 0},
   };
-  for (const Case& c : {
-           Case{"asks", "read answer; exit 3", 0, 0, 3},
-           Case{"a little", "echo abc; echo d >&2", 4, 2, 0},
-           Case{"much to both", "yes | head -c 9000000; yes | head -c 9000000 >&2; exit 2", kept,
-                kept, 2},
-           Case{"closes its streams first", "echo abc; exec >&- 2>&-; sleep 0.2; exit 4", 4, 0, 4},
-           Case{"a grandchild keeps them", "sleep 600 & echo abc", 4, 0, 0},
-       }) {
-    SCOPED_TRACE(c.name);
-    Outcome outcome;
-    QVTTask::launchWithoutInput(kShell, script(c.script), outcome.completion());
-    EXPECT_EQ(outcome.calls, 1);
-    EXPECT_EQ(outcome.status, c.status);
-    EXPECT_EQ(outcome.output.size(), c.output);
-    EXPECT_EQ(outcome.error.size(), c.error);
+  for (const auto& c : cases) {
+    const auto [output, error, status] = outcomeOf([&](const QVTTask::Completion& completion) {
+      QVTTask::launchWithoutInput(kShell, script(c.script), completion);
+    });
+    EXPECT_EQ(std::tuple(output.size(), error.size(), status),
+              std::tuple(c.output, c.error, c.status))
+        << c.name;
   }
 }
 
