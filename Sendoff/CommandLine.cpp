@@ -65,7 +65,7 @@ const std::string* firstUnknownOption(const Arguments& arguments) {
 }
 
 bool isHexadecimal(std::string_view text) {
-  return text.find_first_not_of("0123456789ABCDEFabcdef") == std::string_view::npos;
+  return std::ranges::all_of(text, [](char c) { return foundation::hexDigit(c) >= 0; });
 }
 
 /// Prints `complaint` with the argument unless it is valid; one that is not UTF-8 shows as absent.

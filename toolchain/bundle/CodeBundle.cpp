@@ -115,8 +115,7 @@ Result<CodeBundle> openFile(CodeBundle code) {
 }
 
 bool isDigits(std::string_view text) {
-  return !text.empty() &&
-         std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+  return !text.empty() && std::ranges::all_of(text, foundation::isDigit);
 }
 
 Result<CodeBundle> openResolved(const std::string& name, const fs::path& path) {
@@ -162,7 +161,7 @@ BundleShape CodeBundle::shape() const {
 std::string identifierFromFileName(const fs::path& path) {
   std::string name = foundation::lastPathComponent(path.native());
   const std::string extension = foundation::pathExtension(name);
-  const bool isVersion = !extension.empty() && extension[0] >= '0' && extension[0] <= '9';
+  const bool isVersion = !extension.empty() && foundation::isDigit(extension[0]);
   if (!extension.empty() && !isVersion) name.resize(name.size() - extension.size() - 1);
   // Of a numeric tail like .2.3.4 only the first number is kept.
   auto dot = name.rfind('.');

@@ -1,5 +1,6 @@
 #include "toolchain/bundle/IdentitySelection.h"
 
+#include <algorithm>
 #include <functional>
 
 #include "foundation/base/Format.h"
@@ -19,7 +20,8 @@ std::string hashText(const Certificate& certificate) {
 }
 
 bool isHash(std::string_view name) {
-  return name.size() == 40 && name.find_first_not_of("0123456789abcdefABCDEF") == name.npos;
+  return name.size() == 40 &&
+         std::ranges::all_of(name, [](char c) { return foundation::hexDigit(c) >= 0; });
 }
 
 template <class Matches>

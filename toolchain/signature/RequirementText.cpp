@@ -24,14 +24,11 @@ bool isKeyword(std::string_view word) {
   return std::ranges::find(kKeywords, word) != kKeywords.end();
 }
 
-bool isLetterOrDigit(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
+bool isLetterOrDigit(char c) { return foundation::isLetter(c) || foundation::isDigit(c); }
 
 std::string operandText(std::string_view operand) {
-  const bool isWord = !operand.empty() && !(operand[0] >= '0' && operand[0] <= '9') &&
-                      std::all_of(operand.begin(), operand.end(), isLetterOrDigit) &&
-                      !isKeyword(operand);
+  const bool isWord = !operand.empty() && !foundation::isDigit(operand[0]) &&
+                      std::ranges::all_of(operand, isLetterOrDigit) && !isKeyword(operand);
   if (isWord) return std::string(operand);
   const bool isPrintable =
       std::all_of(operand.begin(), operand.end(), [](char c) { return c >= ' ' && c <= '~'; });
