@@ -10,7 +10,7 @@ namespace foundation {
 
 namespace {
 
-constexpr std::string_view kSource = "foundation/Digest.cpp";
+constexpr std::string_view kSource = "foundation/crypto/Digest.cpp";
 
 constexpr char kSHA1[] = "SHA1";
 constexpr char kSHA256[] = "SHA256";
