@@ -19,8 +19,8 @@ foundation::Error unreadable(const char* why) {
   return foundation::makeError(foundation::kPOSIXErrorDomain, EINVAL, why);
 }
 
-/// The end is searched in as many bytes from the list's start as precede the last "</plist>", which
-/// bounds how much of the signature is read.
+/// From the last "<?xml" to the first "</plist>" after it. The search for that covers as many bytes
+/// as precede the last "</plist>" of the file, which bounds how much of the signature is read.
 std::optional<std::string_view> propertyListIn(std::string_view file) {
   constexpr std::string_view kStart = "<?xml";
   constexpr std::string_view kEnd = "</plist>";
