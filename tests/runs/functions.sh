@@ -31,10 +31,10 @@ archive() {
   cp "$MADE/Example.xcarchive/Info.plist" "$ARCHIVE"
 }
 
-# tool NAME SCRIPT: a program that is found before all others of its name.
+# tool NAME SCRIPT: a program that is found before all others of its name. It knows $TOOLS and $W.
 tool() {
   mkdir -p "$W/tools"
-  printf '#!/bin/sh\n%s\n' "$2" >"$W/tools/$1"
+  printf '#!/bin/sh\nTOOLS=%s\nW=%s\n%s\n' "$TOOLS" "$W" "$2" >"$W/tools/$1"
   chmod +x "$W/tools/$1"
 }
 
@@ -59,4 +59,12 @@ server_certificate() {
   openssl x509 -req -in "$HOST.csr" -CA authority.pem -CAkey authority.key -CAcreateserial \
     -days "$days" -extfile "$HOST.cnf" -out "$HOST.crt" 2>/dev/null
   cat "$HOST.crt" "$HOST.key" >"$HOST.pem"
+}
+
+# as USER COMMAND...: runs it as this user, for whom permissions count. Only root can; for others they
+# count anyway.
+as() {
+  local user=$1
+  shift
+  if [ "$(id -u)" -ne 0 ]; then "$@"; else setpriv --reuid "$user" --regid "$user" --clear-groups "$@"; fi
 }

@@ -29,6 +29,7 @@ of its own any number of lines. $F and the like (see Run.variables) are filled i
     changes  what may change of the rest of the work folder: patterns
     check    a command that must succeed afterwards; $UPLOADED is the .ipa that the service got
     hidden   "no" where the key and the secret may show up in the output
+    needs    a command without whose success the row is skipped
     limit    seconds that the run may take
     tls      the service's certificate, as `Fixture.certificate` has it; `tunnels` makes it a proxy
     validate notes testers upload any connect connection   how the service behaves, see service.py
@@ -243,7 +244,7 @@ class Rows:
                 continue
             setting = re.match(r"\s*(@?[a-z][\w.-]*):(?: +(.*))?$", line)
             if line.startswith(" ") and setting and self.rows:
-                self.rows[-1][1][setting[1]] = self.expand(setting[2] or "")
+                assign(self.rows[-1][1], setting[1], self.expand(setting[2] or ""))
             elif " | " in line and not line.startswith(("@", "columns:", "run")):
                 self.add_row(line)
             elif setting and not line.startswith(" "):
@@ -257,19 +258,29 @@ class Rows:
         elif key.startswith("@"):
             self.macros[key[1:]] = value
         else:
-            self.settings[key] = value
+            assign(self.settings, key, value)
 
     def add_row(self, line: str) -> None:
-        cells = [self.expand(cell.strip()) for cell in re.split(r" \|(?: |$)", line)]
+        cells = [self.expand(cell.strip()) for cell in re.split(r"(?<= )\|(?= |$)", line)]
         columns = self.settings["columns"].split(" | ")
         if len(cells) > len(columns) + 1:
             raise SystemExit(f"too many cells: {line}")
-        self.rows.append((cells[0], self.settings | dict(zip(columns, cells[1:]))))
+        keys = dict(self.settings)
+        for column, cell in zip(columns, cells[1:]):
+            assign(keys, column, cell)
+        self.rows.append((cells[0], keys))
 
     def expand(self, text: str) -> str:
         for name in sorted(self.macros, key=len, reverse=True):
             text = text.replace("@" + name, self.macros[name])
         return text
+
+
+def assign(keys: dict[str, str], key: str, value: str) -> None:
+    """Sets a key. What was set for one of the routes only goes."""
+    for name in [name for name in keys if name.startswith(key + ".")]:
+        del keys[name]
+    keys[key] = value
 
 
 def pattern_of(lines: list[str]) -> re.Pattern:
@@ -312,6 +323,8 @@ class RowRun:
         behaviours = {name: self.key(name) for name in BEHAVIOURS if self.key(name)}
         with Run(self.fixture, self.key("source", "unsigned"), self.key("tls"), self.key("tunnels") == "yes", behaviours) as self.run:
             try:
+                if not self.has_needs():
+                    return []
                 self.run.shell(self.key("app"), self.run.app)
                 self.run.shell(self.key("pack", "pack"), self.run.files)
                 before = self.run.snapshot()
@@ -321,6 +334,15 @@ class RowRun:
             except (ValueError, OSError, subprocess.TimeoutExpired) as error:
                 self.problems.append(str(error))
         return self.problems
+
+    def has_needs(self) -> bool:
+        """Whether this machine has what the row needs; says so if not."""
+        try:
+            self.run.shell(self.key("needs"))
+        except ValueError as error:
+            print(f"skipped: a row that needs {error}")
+            return False
+        return True
 
     def compare(self, result: Result, before: dict[str, str]) -> None:
         self.expect("status", self.key("status", "0"), result.status)

@@ -27,6 +27,7 @@ import sys
 import tempfile
 import threading
 import time
+import urllib.parse
 from dataclasses import dataclass, field, replace
 from pathlib import Path
 
@@ -244,10 +245,10 @@ class Checker:
         """Call, bundle identifier, build; None when the request line is none of the calls."""
         base = "/spi/v1/platforms/ios/apps/([^/]+)/"
         if match := re.fullmatch(base + "distributions", request.target):
-            return ("upload", match[1], self.build) if request.method == "POST" else None
+            return ("upload", urllib.parse.unquote(match[1]), self.build) if request.method == "POST" else None
         match = re.fullmatch(base + "releases/([^/]+)/build_server/(.+)", request.target)
         call = CALLS.get(f"{request.method} {match[3]}") if match else None
-        return (call, match[1], match[2]) if call else None
+        return (call, urllib.parse.unquote(match[1]), match[2]) if call else None
 
     def check(self, request: Request) -> tuple[str | None, list[Part], list[str]]:
         """Returns the call, its form and the complaints."""
