@@ -30,32 +30,6 @@ make_executable() {
   cp "$folder/universal" "$1"
 }
 
-# certificate NAME SUBJECT EXTENSIONS [ISSUER]; without an issuer it signs itself.
-certificate() {
-  local name=$1 subject=$2 extensions=$3 issuer=${4:-$1}
-  openssl ecparam -name prime256v1 -genkey -noout -out "$folder/$name.key"
-  openssl req -new -utf8 -key "$folder/$name.key" -subj "$subject" -out "$folder/$name.csr"
-  printf '%b' "$extensions" >"$folder/$name.cnf"
-  local signer=(-CA "$folder/$issuer.crt" -CAkey "$folder/$issuer.key" -CAcreateserial)
-  [ "$issuer" != "$name" ] || signer=(-signkey "$folder/$name.key")
-  openssl x509 -req -days 365 -sha256 -in "$folder/$name.csr" -extfile "$folder/$name.cnf" \
-    "${signer[@]}" -out "$folder/$name.crt" 2>/dev/null
-}
-
-make_identity() {
-  local authority='basicConstraints=critical,CA:TRUE\nkeyUsage=critical,keyCertSign\n'
-  certificate root "/CN=Demo Root CA/O=Example Corp" "${authority}subjectKeyIdentifier=hash\n"
-  certificate issuer "/CN=Demo Developer Relations CA/O=Example Corp" \
-    "${authority}1.2.840.113635.100.6.2.1=ASN1:NULL\n" root
-  certificate leaf "/CN=iPhone Distribution: Example Corp ($team)/OU=$team/O=Example Corp" \
-    "keyUsage=critical,digitalSignature\nextendedKeyUsage=critical,codeSigning\n1.2.840.113635.100.6.1.4=ASN1:NULL\n" \
-    issuer
-  (
-    umask 077
-    cat "$folder"/leaf.{key,crt} "$folder"/{issuer,root}.crt >"$folder/keychain.pem"
-  )
-}
-
 plist_head='<?xml version="1.0" encoding="UTF-8"?>
 <!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
 <plist version="1.0">'
@@ -82,7 +56,7 @@ $plist_head
 <string>aa6f0cc904d137be2e1730235f5664094b8311aa</string>
 </array>
 <key>DeveloperCertificates</key><array><data>
-$(openssl x509 -in "$folder/leaf.crt" -outform DER | base64)
+$(base64 "$folder/leaf.der")
 </data></array>
 </dict>
 </plist>
@@ -126,7 +100,7 @@ sign_app() {
 
 rm -rf "$folder"
 mkdir -p "$folder/Payload"
-make_identity
+"$here/make-demo-identity.sh" "$folder"
 make_app "$folder/Payload/Example.app"
 sign_app "$folder/Payload/Example.app"
 (cd "$folder" && zip -q --symlinks -r Example.ipa Payload)

@@ -1,7 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Sendoff/CommandLine.h"
+#include "Sendoff/DistributionUpload.h"
 #include "Sendoff/QVTAppInfo.h"
+#include "Sendoff/RunSequence.h"
 #include "foundation/base/Error.h"
 #include "foundation/base/Path.h"
 #include "tests/support/TemporaryFolder.h"
@@ -50,6 +53,17 @@ TEST(QVTAppInfoDeathTest, PreparingNothingIsAProgrammingFault) {
   EXPECT_DEATH(makeAppInfo().prepBinary(),
                "Assertion failed: \\(_pathToUnzippedApp\\), function -\\[QVTAppInfo prepBinary\\], "
                "file Sendoff/Sendoff/QVTAppInfo, line 76");
+}
+
+TEST(Sendoff, PlainFunctions) {
+  EXPECT_THAT(stripWhitespaceFromStrings({" a b ", "\tc\n", "", "  "}),
+              testing::ElementsAre("ab", "\tc\n", "", ""));
+  EXPECT_EQ(deviceFamilyNames(nullptr), "");
+  const foundation::Value families = foundation::Array{1, "1", true, 2};
+  EXPECT_EQ(deviceFamilyNames(&families), "iPhone,unknown,unknown,iPad");
+  EXPECT_THAT(validationHint("com.%@.app\x1b\n", "https://a/%40%20?x=%d"),
+              AllOf(testing::HasSubstr("bundle ID com.%@.app\\u001b\\n in"),
+                    testing::HasSubstr("going here: https://a/%40%20?x=%d\n Then")));
 }
 
 }  // namespace

@@ -44,22 +44,27 @@ hex() { python3 -S -E -c 'import sys; sys.stdout.buffer.write(bytes.fromhex(" ".
 # noise SIZE: bytes that do not shrink, the same each time.
 noise() { openssl enc -aes-128-ctr -nosalt -K 0 -iv 0 -in /dev/zero 2>/dev/null | head -c "$1"; }
 
-# server_certificate: $FOLDER/$HOST.pem, issued by the authority beside it.
+# server_certificate: $FOLDER/$HOSTS.pem, issued by the authority beside it.
 server_certificate() {
   mkdir -p "$FOLDER"
   cd "$FOLDER"
   [ -e authority.pem ] || openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes \
     -keyout authority.key -out authority.pem -subj "/CN=sendoff test authority" -days 30 2>/dev/null
-  local names=DNS:$HOST days=30
-  [ "$HOST" != localhost ] || names+=,IP:127.0.0.1
-  [ "$HOST" != expired ] || names=DNS:localhost,IP:127.0.0.1 days=-1
-  openssl req -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout "$HOST.key" \
-    -out "$HOST.csr" -subj "/CN=server" 2>/dev/null
-  echo "subjectAltName=$names" >"$HOST.cnf"
-  openssl x509 -req -in "$HOST.csr" -CA authority.pem -CAkey authority.key -CAcreateserial \
-    -days "$days" -extfile "$HOST.cnf" -out "$HOST.crt" 2>/dev/null
-  cat "$HOST.crt" "$HOST.key" >"$HOST.pem"
+  local names=DNS:${HOSTS//,/,DNS:} days=30
+  case $HOSTS in
+    localhost) names+=,IP:127.0.0.1 ;;
+    expired) names=DNS:localhost,IP:127.0.0.1 days=-1 ;;
+  esac
+  openssl req -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout server.key \
+    -out server.csr -subj "/CN=server" 2>/dev/null
+  echo "subjectAltName=$names" >server.cnf
+  openssl x509 -req -in server.csr -CA authority.pem -CAkey authority.key -CAcreateserial \
+    -days "$days" -extfile server.cnf -out server.crt 2>/dev/null
+  cat server.crt server.key >"$HOSTS.pem"
 }
+
+# identity NAME [COMMON_NAME [TEAM [DAYS]]]: other people's certificates in $W/NAME.
+identity() { "$SCRIPTS/make-demo-identity.sh" "$W/$1" "${@:2}"; }
 
 # as USER COMMAND...: runs it as this user, for whom permissions count. Only root can; for others they
 # count anyway.

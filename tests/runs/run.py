@@ -18,7 +18,8 @@ of its own any number of lines. $F and the like (see Run.variables) are filled i
 
     app      shell commands in the folder of the app, a copy of the demo's; functions.sh has helpers for them
     source   "signed" or "unsigned": which app it is
-    run      the command, in the folder of the files; {env} and {arguments} in it are keys of their own
+    pack     shell commands after those; by default they make $IPA and $ARCHIVE
+    run      the command, in the folder of the files; {arguments} is another key, and so on
     routes   the ways to run it; "key.ROUTE" is the key for one of them only
     status   the exit status; "signal N" where a signal ended it
     first    the lines that `out` goes on from
@@ -27,10 +28,11 @@ of its own any number of lines. $F and the like (see Run.variables) are filled i
     left     patterns for what is left in the temporary folder besides plain folders
     tree     exactly all that is left there, as a list
     changes  what may change of the rest of the work folder: patterns
-    check    a command that must succeed afterwards; $UPLOADED is the .ipa that the service got
+    check    a command that must succeed afterwards; the service got the .ipa $UPLOADED and the $REQUESTS
     hidden   "no" where the key and the secret may show up in the output
     needs    a command without whose success the row is skipped
     limit    seconds that the run may take
+    connects what the proxy was asked to connect to
     tls      the service's certificate, as `Fixture.certificate` has it; `tunnels` makes it a proxy
     validate notes testers upload any connect connection   how the service behaves, see service.py
 
@@ -51,7 +53,7 @@ import threading
 from dataclasses import dataclass
 from pathlib import Path
 
-from service import Checker, Service, output_of, values_of
+from service import Checker, Service, output_of, unescaped, values_of
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
@@ -84,18 +86,24 @@ class Fixture:
         command = script_of(script, self.variables() | variables)
         output_of("bash", "-e", "-c", command)
 
+    @functools.cache
     def variables(self) -> dict[str, object]:
-        return {"RUNS": HERE, "MADE": self.made, "TOOLS": self.tools, "SIGNED": self.signed,
-                "UNSIGNED": self.unsigned, "SENDOFF": self.build / "bin/sendoff",
+        cache = (self.build / "CMakeCache.txt").read_text()
+        addresses = dict(re.findall(r"^SENDOFF_(API_BASE|UPLOAD_BASE|SETTINGS_PAGE)_URL:\w+=(.*)$", cache, re.MULTILINE))
+        return {"API_HOST": addresses["API_BASE"].partition("//")[2],
+                "UPLOAD_HOST": addresses["UPLOAD_BASE"].partition("//")[2],
+                "SETTINGS_PAGE": addresses["SETTINGS_PAGE"],
+                "RUNS": HERE, "MADE": self.made, "TOOLS": self.tools, "SIGNED": self.signed,
+                "UNSIGNED": self.unsigned, "SCRIPTS": ROOT / "scripts", "SENDOFF": self.build / "bin/sendoff",
                 "INSPECT": self.build / "bin/sendoff-inspect", "GOOD": self.made / "Example.ipa",
                 "AUTHORITY": self.folder / "tls/authority.pem", "KEY": KEY, "SECRET": SECRET}
 
-    def certificate(self, host: str) -> Path:
-        """Certificate and key of a server, issued by $AUTHORITY; of "expired" for localhost, but too old."""
-        path = self.folder / "tls" / f"{host}.pem"
+    def certificate(self, hosts: str) -> Path:
+        """Certificate and key of these hosts, as "A,B", issued by $AUTHORITY; "expired" is localhost's, but too old."""
+        path = self.folder / "tls" / f"{hosts}.pem"
         with self.lock:
             if not path.exists():
-                self.shell("server_certificate", FOLDER=path.parent, HOST=host)
+                self.shell("server_certificate", FOLDER=path.parent, HOSTS=hosts)
         return path
 
 
@@ -173,6 +181,7 @@ class Run:
             "W": self.work, "F": self.files, "H": self.home, "T": self.temporary, "OUTSIDE": self.outside,
             "A": self.app, "P": self.app / "embedded.mobileprovision", "IPA": self.ipa,
             "ARCHIVE": self.files / "Example.xcarchive", "UPLOADED": self.work / "uploaded.ipa",
+            "REQUESTS": self.work / "requests",
             "OUT": self.streams / "out", "ERR": self.streams / "err",
             "URL": self.service.url(), "PORT": self.service.port}
 
@@ -204,7 +213,9 @@ class Run:
                 found[str(path.relative_to(self.work))] = f"{mode:o} {content}"
         return found
 
-    def save_upload(self) -> None:
+    def save_requests(self) -> None:
+        lines = [f"{request.method} {request.target}\n" for request in self.service.requests]
+        (self.work / "requests").write_text("".join(lines))
         form = self.service.forms.get("upload")
         if form:
             (self.work / "uploaded.ipa").write_bytes(form[-1].value)
@@ -233,7 +244,7 @@ class Rows:
     """A file of rows: settings, macros, and for each row its keys."""
 
     def __init__(self, path: Path):
-        self.settings: dict[str, str] = {}
+        self.settings: dict[str, str] = {"pack": "pack"}
         self.macros: dict[str, str] = {}
         self.rows: list[tuple[str, dict[str, str]]] = []
         self.read(path)
@@ -245,10 +256,10 @@ class Rows:
             setting = re.match(r"\s*(@?[a-z][\w.-]*):(?: +(.*))?$", line)
             if line.startswith(" ") and setting and self.rows:
                 assign(self.rows[-1][1], setting[1], self.expand(setting[2] or ""))
-            elif " | " in line and not line.startswith(("@", "columns:", "run")):
-                self.add_row(line)
             elif setting and not line.startswith(" "):
                 self.set(path, setting[1], self.expand(setting[2] or ""))
+            elif re.search(r" \|( |$)", line):
+                self.add_row(line)
             else:
                 raise SystemExit(f"{path}:{number}: not a row and not a setting: {line}")
 
@@ -261,7 +272,7 @@ class Rows:
             assign(self.settings, key, value)
 
     def add_row(self, line: str) -> None:
-        cells = [self.expand(cell.strip()) for cell in re.split(r"(?<= )\|(?= |$)", line)]
+        cells = [self.expand(cell.strip()) for cell in re.split(r"(?<= )\|(?= |$)", line.strip())]
         columns = self.settings["columns"].split(" | ")
         if len(cells) > len(columns) + 1:
             raise SystemExit(f"too many cells: {line}")
@@ -274,6 +285,13 @@ class Rows:
         for name in sorted(self.macros, key=len, reverse=True):
             text = text.replace("@" + name, self.macros[name])
         return text
+
+
+def filled(text: str, variables: dict[str, object]) -> str:
+    """The text with the variables in place of "$NAME"."""
+    for name in sorted(variables, key=len, reverse=True):
+        text = text.replace("$" + name, str(variables[name]))
+    return text
 
 
 def assign(keys: dict[str, str], key: str, value: str) -> None:
@@ -303,12 +321,13 @@ class RowRun:
     def key(self, name: str, default: str = "") -> str:
         return self.keys.get(f"{name}.{self.route}", self.keys.get(name, default))
 
-    def expected(self, name: str, default: str = "") -> str:
+    def command(self, name: str) -> str:
+        """The key with the keys that it has in braces."""
+        return re.sub(r"(?<!\$)\{([a-z]+)\}", lambda match: self.key(match[1]), self.key(name))
+
+    def expected(self, name: str) -> str:
         """The key with its variables filled in."""
-        text = self.key(name, default)
-        for variable, value in sorted(self.run.variables().items(), key=lambda pair: -len(pair[0])):
-            text = text.replace("$" + variable, str(value))
-        return text
+        return filled(self.key(name), self.run.variables())
 
     def expect(self, what: str, wanted: str, seen: str, pattern: re.Pattern | None = None) -> None:
         if not (pattern.fullmatch(seen) if pattern else wanted == seen):
@@ -321,15 +340,15 @@ class RowRun:
 
     def execute(self) -> list[str]:
         behaviours = {name: self.key(name) for name in BEHAVIOURS if self.key(name)}
-        with Run(self.fixture, self.key("source", "unsigned"), self.key("tls"), self.key("tunnels") == "yes", behaviours) as self.run:
+        tls = filled(self.key("tls"), self.fixture.variables())
+        with Run(self.fixture, self.key("source", "unsigned"), tls, self.key("tunnels") == "yes", behaviours) as self.run:
             try:
                 if not self.has_needs():
                     return []
-                self.run.shell(self.key("app"), self.run.app)
-                self.run.shell(self.key("pack", "pack"), self.run.files)
+                self.run.shell(self.command("app"), self.run.app)
+                self.run.shell(self.command("pack"), self.run.files)
                 before = self.run.snapshot()
-                command = self.key("run").replace("{env}", self.key("env")).replace("{arguments}", self.key("arguments"))
-                result = self.run.run(command, float(self.key("limit", "60")))
+                result = self.run.run(self.command("run"), float(self.key("limit", "60")))
                 self.compare(result, before)
             except (ValueError, OSError, subprocess.TimeoutExpired) as error:
                 self.problems.append(str(error))
@@ -356,23 +375,23 @@ class RowRun:
         self.compare_files(before)
         self.problems += self.run.strangers_content()
         if self.key("check"):
-            self.run.shell(self.key("check"))
+            self.run.shell(self.command("check"))
 
     def compare_service(self) -> None:
         complaints = items_of(self.key("complaints"))
         self.expect("complaints", "\n".join(complaints), "".join(line + "\n" for line in self.run.service.complaints), pattern_of(complaints))
         if "calls" in self.keys:
             self.expect("calls", self.key("calls"), " ".join(self.run.service.calls))
-        if self.key("connects"):
-            self.expect("connects", self.key("connects"), " ".join(self.run.service.connects))
+        if "connects" in self.keys:
+            self.expect("connects", self.expected("connects"), " ".join(self.run.service.connects))
         for item in items_of(self.expected("form")):
             match = re.fullmatch(r"(?:(\w+) )?(.*?)=(.*)", item, re.DOTALL)
             form = self.run.service.forms.get(match[1] or "upload", [])
-            self.expect(match[2], match[3], ",".join(values_of(form, match[2])) if any(
+            self.expect(match[2], unescaped(match[3]).decode(), ",".join(values_of(form, match[2])) if any(
                 part.name == match[2] for part in form) else "-")
 
     def compare_files(self, before: dict[str, str]) -> None:
-        self.run.save_upload()
+        self.run.save_requests()
         after = self.run.snapshot()
         changed = sorted(path for path in before.keys() | after.keys() if before.get(path) != after.get(path))
         allowed = self.expected("changes").split()

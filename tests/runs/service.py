@@ -333,6 +333,7 @@ class Connection:
 
     def __init__(self, peer: socket.socket):
         self.socket, self.input, self.is_open = peer, b"", True
+        self.host: str | None = None  # that of its requests
 
     def start_tls(self, certificate: Path) -> bool:
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
@@ -499,6 +500,7 @@ class Service:
                 self.connects.append(request.target)
             if self.act(connection, "connect", request):
                 return False
+            connection.host = request.target.removesuffix(":443")
             return connection.send(b"HTTP/1.1 200 OK\r\n\r\n") and connection.start_tls(self.tls)
         if self.act(connection, "any", request) or self.is_early(connection, request):
             return False
@@ -527,6 +529,7 @@ class Service:
 
     def answer(self, connection: Connection, request: Request) -> None:
         with self.lock:
+            self.checker.host = connection.host or self.url().partition("://")[2]
             call, form, complaints = self.checker.check(request)
         self.record(request, call, form, complaints)
         self.observer(request, form, complaints)
