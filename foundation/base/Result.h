@@ -23,7 +23,8 @@ struct IsResult<Result<T>> : std::true_type {};
 /// A value, or the error that says why there is none. `Result<>` has no value: it is success or an
 /// error.
 ///
-/// A function returns a `Result` or throws, never both; its header says which. `andThen` and `map`
+/// A function returns a `Result` or throws, and its header says which. Only `Interrupted` passes
+/// through either kind. `andThen` and `map`
 /// hand the value on to the next step and pass an error through untouched:
 ///
 ///     return open(path).andThen(parse).map([](Table table) { return table.size(); });

@@ -22,8 +22,9 @@ namespace foundation::PropertyList {
 inline constexpr int kMaximumDepth = 512;
 
 /// Reads any of the three forms. A UTF-8 byte-order mark is skipped; text in UTF-16 is accepted in
-/// XML and in the old text form. XML that declares entities or default attributes is refused, and
-/// nothing outside the bytes is ever read. Of a repeated key the last value wins.
+/// XML and in the old text form. XML must be well-formed, save that comments may hold any bytes;
+/// XML that declares entities or default attributes is refused, and nothing outside the bytes is
+/// ever read. Of a repeated key the last value wins.
 ///
 /// In the old text form everything is a string, data, an array or a dictionary; a file without
 /// outer braces is a dictionary.
@@ -42,7 +43,7 @@ using EntryTakers = std::map<std::string_view, EntryTaker>;
 Result<Value> parseUnambiguous(Bytes bytes, const EntryTakers& takers = {});
 
 /// The dictionary in the file; none when the file cannot be read, has no bytes (though that would
-/// be an empty list of the old form), is no property list or holds something else at the top.
+/// be an empty list of the old form), is not a property list or holds something else at the top.
 std::optional<Dictionary> dictionaryWithContentsOfFile(const std::filesystem::path& path);
 
 /// The value as an XML property list, keys in ascending byte order. Fails as

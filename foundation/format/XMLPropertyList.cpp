@@ -56,7 +56,7 @@ std::string_view nameOf(Element element) {
 /// Elements that hold others; all the rest hold text.
 bool holdsElements(Element element) { return element <= Element::dictionary; }
 
-/// Decimal, hexadecimal ("0x") or octal ("0"), with a sign; what is no number is 0.
+/// Decimal, hexadecimal ("0x") or octal ("0"), with a sign; anything else is 0.
 Value integerOf(const std::string& text) {
   const char* digits = text.c_str() + std::min(text.find_first_not_of(kBlanks), text.size());
   const bool isNegative = *digits == '-';
