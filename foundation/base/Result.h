@@ -24,8 +24,8 @@ struct IsResult<Result<T>> : std::true_type {};
 /// error.
 ///
 /// A function returns a `Result` or throws, and its header says which. Only `Interrupted` passes
-/// through either kind. `andThen` and `map`
-/// hand the value on to the next step and pass an error through untouched:
+/// through either kind. `andThen` and `map` hand the value on to the next step and pass an error
+/// through untouched:
 ///
 ///     return open(path).andThen(parse).map([](Table table) { return table.size(); });
 template <class T = void>
