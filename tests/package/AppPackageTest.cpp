@@ -1,26 +1,23 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "foundation/format/PropertyList.h"
 #include "package/AppPackage.h"
 #include "tests/support/Identities.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 
 namespace {
 
-using foundation::Dictionary;
 using package::AppPackage;
-using testing::HasSubstr;
 
 class AppPackageTest : public testing::Test {
  protected:
-  void SetUp() override { std::filesystem::create_directory(folder_ / "X.app"); }
-  std::string writeProfile(const std::string& path, const std::string& name) {
-    const auto dictionary = test::ProfileOptions{.name = name}.dictionary();
-    return folder_.write(path, test::makeProvisioningProfile(dictionary, test::makeRoot()).text());
+  void SetUp() override { fs::create_directory(folder_ / "X.app"); }
+  fs::path writeProfile(const fs::path& path, const std::string& name) const {
+    const auto dictionary = ProfileOptions{.name = name}.dictionary();
+    return folder_.write(path, makeProvisioningProfile(dictionary, makeRoot()).text());
+  }
+  std::optional<std::string> profileName() const {
+    return foundation::stringAt((*app_.profile())->contents, "Name");
   }
 
-  const test::TemporaryFolder folder_;
+  const TemporaryFolder folder_;
   const AppPackage app_{folder_ / "X.app"};
 };
 
@@ -38,39 +35,31 @@ TEST_F(AppPackageTest, AnEmptyFolderHasNoParts) {
 
 TEST_F(AppPackageTest, FindsItsParts) {
   const Dictionary info{{"CFBundleExecutable", "program"}};
-  folder_.write("X.app/Info.plist", *foundation::PropertyList::xml(info));
+  writePlist(folder_ / "X.app/Info.plist", info);
   folder_.write("X.app/program", "x");
-  writeProfile("X.app/embedded.provisionprofile", "mac");
   EXPECT_EQ(app_.infoDictionary(), info);
   EXPECT_EQ(app_.bundle()->executablePath(), app_.path() + "/program");
-  EXPECT_EQ(foundation::stringAt((*app_.profile())->contents, "Name"), "mac");
+  writeProfile("X.app/embedded.provisionprofile", "mac");
+  EXPECT_EQ(profileName(), "mac");
   writeProfile("X.app/embedded.mobileprovision", "mobile");
-  EXPECT_EQ(foundation::stringAt((*app_.profile())->contents, "Name"), "mobile");
+  EXPECT_EQ(profileName(), "mobile");
 }
 
 TEST_F(AppPackageTest, LinksOutOfItAreNotFollowed) {
-  const auto link = [&](const std::string& target, const std::string& name) {
-    std::filesystem::create_symlink(target, folder_ / ("X.app/" + name));
-  };
-  link(folder_.write("other.plist", *foundation::PropertyList::xml(Dictionary{{"a", 1}})),
-       "Info.plist");
-  link(folder_.write("program", "x"), "X");
-  link(writeProfile("other", "other"), "embedded.mobileprovision");
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(app_.infoDictionary());
-  EXPECT_FALSE(app_.bundle()->executablePath());
-  EXPECT_THAT(testing::internal::GetCapturedStderr(),
-              HasSubstr("Info.plist leads out of " + app_.path() + " and is not used"));
-  const auto profile = app_.profile();
-  ASSERT_FALSE(profile);
-  EXPECT_THAT(profile.error().localizedDescription(), HasSubstr("leads out of the bundle"));
+  fs::create_symlink(writePlist(folder_ / "other.plist", {{"a", 1}}), folder_ / "X.app/Info.plist");
+  fs::create_symlink(folder_.write("program", "x"), folder_ / "X.app/X");
+  fs::create_symlink(writeProfile("other", "other"), folder_ / "X.app/embedded.mobileprovision");
+  const auto log = logOf([&] {
+    EXPECT_FALSE(app_.infoDictionary());
+    EXPECT_FALSE(app_.bundle()->executablePath());
+  });
+  EXPECT_THAT(log, HasSubstr("Info.plist leads out of " + app_.path() + " and is not used"));
+  EXPECT_THAT(problemOf(app_.profile()), HasSubstr("leads out of the bundle"));
 }
 
 TEST_F(AppPackageTest, AnUnreadableProfileIsAnErrorWithItsPath) {
   const std::string path = folder_.write("X.app/embedded.mobileprovision", "noise");
-  const auto profile = app_.profile();
-  ASSERT_FALSE(profile);
-  EXPECT_EQ(profile.error().localizedDescription(), path + ": no property list in the profile");
+  EXPECT_EQ(problemOf(app_.profile()), path + ": no property list in the profile");
 }
 
 }  // namespace

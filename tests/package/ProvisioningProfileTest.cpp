@@ -1,71 +1,62 @@
-#include <gtest/gtest.h>
-
-#include "foundation/format/PropertyList.h"
 #include "package/ProvisioningProfile.h"
 #include "tests/support/Identities.h"
+#include "tests/support/Test.h"
 
 namespace {
 
-using foundation::Array;
-using foundation::Dictionary;
-using foundation::Value;
 using package::ProvisioningProfile;
 
 const std::string kHeader(20, 'h');
+const std::string kSignature(200, 's');
 
-std::string fileOf(const Value& list) {
-  return kHeader + *foundation::PropertyList::xml(list) + std::string(200, 's');
+std::string fileWith(const std::string& name) {
+  return kHeader + plist({{"Name", name}}) + kSignature;
 }
 
 TEST(ProvisioningProfile, DamagedFilesAreNamed) {
-  struct Damaged {
-    std::string name;
+  const std::string list = plist({{"a", 1}});
+  const std::string missing = "no property list in the profile";
+  const struct {
+    const char* name;
     std::string file;
     std::string complaint;
+  } cases[] = {
+      {"empty", "", missing},
+      {"no start", kHeader + "</plist>", missing},
+      {"no end", kHeader + "<?xml version=\"1.0\"?><plist>", missing},
+      {"end before the start", "</plist>" + kHeader + "<?xml", missing},
+      {"list seven bytes in", kHeader.substr(0, 7) + list + kSignature, missing},
+      {"fewer bytes after than before", kHeader + list + "s", missing},
+      {"an array", kHeader + "<?xml version=\"1.0\"?><plist><array/></plist>" + kSignature,
+       "the profile is not a dictionary"},
   };
-  const std::string list = *foundation::PropertyList::xml(Dictionary{{"a", 1}});
-  const std::string missing = "no property list in the profile";
-  for (const Damaged& c : {
-           Damaged{"empty", "", missing},
-           Damaged{"no start", kHeader + "</plist>", missing},
-           Damaged{"no end", kHeader + "<?xml version=\"1.0\"?><plist>", missing},
-           Damaged{"end before the start", "</plist>" + kHeader + "<?xml", missing},
-           Damaged{"list at the start", list + std::string(200, 's'), missing},
-           Damaged{"list seven bytes in", kHeader.substr(0, 7) + list + std::string(200, 's'),
-                   missing},
-           Damaged{"fewer bytes after than before", kHeader + list + "s", missing},
-           Damaged{"an array", fileOf(Array{1}), "the profile is not a dictionary"},
-       }) {
-    SCOPED_TRACE(c.name);
-    const auto profile = ProvisioningProfile::parse(foundation::bytesOf(c.file));
-    ASSERT_FALSE(profile);
-    EXPECT_EQ(profile.error().localizedDescription(), c.complaint);
+  for (const auto& c : cases) {
+    EXPECT_EQ(problemOf(ProvisioningProfile::parse(bytesOf(c.file))), c.complaint) << c.name;
   }
   const std::string broken = kHeader + "<?xml version=\"1.0\"?><plist><dict></plist>" + kHeader;
-  const auto profile = ProvisioningProfile::parse(foundation::bytesOf(broken));
+  const auto profile = ProvisioningProfile::parse(bytesOf(broken));
   ASSERT_FALSE(profile);
   EXPECT_EQ(profile.error().domain, foundation::kCocoaErrorDomain);
 }
 
-TEST(ProvisioningProfile, EightBytesOfHeaderAreEnough) {
-  const std::string file = fileOf(Dictionary{{"Name", "N"}}).substr(kHeader.size() - 8);
-  const auto profile = ProvisioningProfile::parse(foundation::bytesOf(file));
-  ASSERT_TRUE(profile);
-  EXPECT_EQ(foundation::stringAt(profile->contents, "Name"), "N");
-}
-
-TEST(ProvisioningProfile, OfTwoPropertyListsTheLastCounts) {
-  std::string file;
-  for (const std::string name : {"first", "last"}) file += fileOf(Dictionary{{"Name", name}});
-  const auto profile =
-      ProvisioningProfile::parse(foundation::bytesOf(file + std::string(8000, '\0')));
-  ASSERT_TRUE(profile);
-  EXPECT_EQ(foundation::stringAt(profile->contents, "Name"), "last");
+TEST(ProvisioningProfile, TheLastPropertyListOfTheFileCounts) {
+  const Value inner = Data(fileWith("inner"));
+  const std::pair<const char*, std::string> cases[] = {
+      {"a header of eight bytes", fileWith("N").substr(kHeader.size() - 8)},
+      {"two lists", fileWith("first") + fileWith("N") + std::string(8000, '\xe9')},
+      {"a profile as data of the list",  // as newer ones have
+       kHeader + plist({{"Name", "N"}, {"DER-Encoded-Profile", inner}}) + kSignature},
+  };
+  for (const auto& [name, file] : cases) {
+    const auto profile = ProvisioningProfile::parse(bytesOf(file));
+    ASSERT_TRUE(profile) << name;
+    EXPECT_EQ(foundation::stringAt(profile->contents, "Name"), "N") << name;
+  }
 }
 
 TEST(ProvisioningProfile, ListsTheCertificatesThatCanBeRead) {
-  const auto root = test::makeRoot();
-  const foundation::Data noise = foundation::Data::copyOf(foundation::bytesOf("noise"));
+  const auto root = makeRoot();
+  const Data noise(std::string("noise"));
   const ProvisioningProfile profile{{{"DeveloperCertificates", Array{noise, "text", root.der()}}}};
   ASSERT_EQ(profile.certificates().size(), 1u);
   EXPECT_EQ(profile.certificates().front().commonName(), root.certificate().commonName());
@@ -87,7 +78,7 @@ TEST(ProvisioningProfile, WildcardsBecomeExact) {
       {"keychain-access-groups", Array{"T.com.example.x", "com.apple.token", "T.com.example.x"}},
       {"empty", Array{}},
       {"get-task-allow", false}};
-  EXPECT_TRUE(profile.entitlementsFor("com.example.x") == expected);
+  EXPECT_EQ(profile.entitlementsFor("com.example.x"), expected);
 }
 
 }  // namespace

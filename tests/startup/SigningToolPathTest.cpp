@@ -2,12 +2,8 @@
 
 #include "startup/SigningToolPath.h"
 
-namespace {
-
 TEST(SigningToolPath, OwnSigningToolsComeLast) {
   EXPECT_EQ(pathWithSigningTools("/a:/b", "/p/tools"), "/a:/b:/p/tools");
   EXPECT_EQ(pathWithSigningTools("", "/p/tools"), "/usr/bin:/bin:/p/tools");
   EXPECT_EQ(pathWithSigningTools(std::nullopt, "/p/tools"), "/usr/bin:/bin:/p/tools");
 }
-
-}  // namespace
