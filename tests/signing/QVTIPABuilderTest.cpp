@@ -1,263 +1,193 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "foundation/base/Format.h"
-#include "foundation/format/PropertyList.h"
 #include "signing/QVTIPABuilder.h"
-#include "tests/support/Identities.h"
-#include "tests/support/MachOFixture.h"
-#include "tests/support/StandInSigner.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/signing/RecordedTools.h"
+#include "tests/support/AppFixture.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 namespace PropertyList = foundation::PropertyList;
-using Run = test::StandInSigner::Run;
-using foundation::Array;
-using foundation::Data;
-using foundation::Dictionary;
-using foundation::Error;
-using foundation::Value;
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
 
 constexpr const char* kMark = "QuorvantileSignedForDistribution";
 
-class QVTIPABuilderTest : public testing::Test {
- protected:
-  void SetUp() override {
-    fs::permissions(folder_.write("login.pem", leaf_.keyPEM()), fs::perms::owner_all);
-    const auto profile = test::makeProvisioningProfile(
-        test::ProfileOptions{.developerCertificates = {leaf_.der()}}.dictionary(), leaf_);
-    profile_ = QVTProvisioningProfile::initWithPathKeychainPath(
-        folder_.write("embedded.mobileprovision", profile.text()).string(),
-        (folder_ / "login.pem").string());
-    ASSERT_TRUE(profile_);
-    writeInfo({{"CFBundleIdentifier", "com.example.app"}});
-    folder_.write("My App.app/Größe.txt", "content");
-    fs::create_symlink("Größe.txt", app() / "link");
-    fs::create_directory(folder_ / "tmp");
+/// What a packaging needs, in a folder of its own: the app, its profile, the identity and the
+/// tools. `codesign` does nothing, successfully, but for writing the entitlements when asked for
+/// them.
+struct Workshop {
+  Workshop() {
+    tools.answer(script);
+    writePlist(folder / "entitlements", {{"beta-reports-active", true}});
+    writePlist(app / "Info.plist", {{"CFBundleIdentifier", "com.example.app"}});
+    ProfileOptions options;
+    options.developerCertificates = {signingFamily().leaf.der()};
+    writeFile(profile, makeProvisioningProfile(options.dictionary(), signingFamily().leaf).text());
+    fs::create_directory(folder / "tmp");
+    makeBuilder();
   }
-
-  fs::path app() const { return folder_ / "My App.app"; }
-  void writeInfo(const Dictionary& info) const {
-    fs::create_directories(app());
-    ASSERT_TRUE(PropertyList::writeToFileAtomically(info, app() / "Info.plist"));
-  }
-  std::shared_ptr<QVTIPABuilder> builder() const {
-    return QVTIPABuilder::initWithProvisioningProfileDeveloperCertificate(
-        profile_, profile_->certWithPrivateKeyAvailable());
+  void makeBuilder() {
+    const auto read = QVTProvisioningProfile::initWithPathKeychainPath(
+        profile, writeKeychain(folder / "login.pem"));
+    builder = QVTIPABuilder::initWithProvisioningProfileDeveloperCertificate(
+        read, read->certWithPrivateKeyAvailable());
   }
   bool package(const fs::path& destination) {
-    error_.reset();
-    return builder()->packageSourceToDestinationPath(app().string(), destination.string(), &error_);
+    return builder->packageSourceToDestinationPath(app.string() + "/", destination, &error);
   }
-  /// The code of the failure, checked for what every failure has; 0 for success.
-  long failureOfPackaging() {
-    if (package(folder_ / "out/App.ipa")) return 0;
-    EXPECT_EQ(error_->domain, "QVTIPABuilderErrorDomain");
-    const auto source = stringAt(error_->userInfo, "SourcePath").value_or("none");
-    EXPECT_THAT(source, StartsWith((folder_ / "tmp/com.quorvantile.ipas/").string()));
-    return error_->code;
+  [[nodiscard]] std::vector<std::string> workFolders() const {
+    return pathsBelow(folder / "tmp/com.quorvantile.ipas");
   }
-  const Error* underlying() const {
-    const Value* value = find(error_->userInfo, "UnderlyingError");
-    return value ? value->error() : nullptr;
-  }
-  std::vector<std::string> workFolders() const {
-    std::vector<std::string> names;
-    if (!fs::exists(folder_ / "tmp/com.quorvantile.ipas")) return names;
-    for (const auto& entry : fs::directory_iterator(folder_ / "tmp/com.quorvantile.ipas")) {
-      names.push_back(entry.path().filename());
-    }
-    return names;
-  }
-  fs::path unzipped(const fs::path& ipa) const {
-    const fs::path target = folder_ / "unzipped";
-    fs::remove_all(target);
-    test::outputOf({"unzip", "-q", ipa, "-d", target});
-    return target;
+  [[nodiscard]] fs::path unzip(const fs::path& ipa) const {
+    outputOf({"unzip", "-q", ipa, "-d", folder / "unzipped"});
+    return folder / "unzipped/Payload";
   }
 
-  test::TemporaryFolder folder_;
-  test::StandInSigner tools_;
-  test::ScopedEnvironment home_{"HOME", folder_.path().c_str()};
-  test::ScopedEnvironment temporary_{"TMPDIR", (folder_ / "tmp").c_str()};
-  test::MadeIdentity leaf_ = test::makeLeaf(test::makeRoot());
-  std::shared_ptr<QVTProvisioningProfile> profile_;
-  std::optional<Error> error_;
+  TemporaryFolder folder;
+  RecordedTools tools;
+  std::string script =
+      "[ $1 != --display ] || cp '" + (folder / "entitlements").string() + "' \"${5#:}\"";
+  ScopedEnvironment home{"HOME", folder.path().c_str()};
+  ScopedEnvironment temporary{"TMPDIR", (folder / "tmp").c_str()};
+  fs::path app = folder / "My App.app";
+  fs::path profile = folder / "new.mobileprovision";
+  std::shared_ptr<QVTIPABuilder> builder;
+  std::optional<Error> error;
 };
 
-TEST_F(QVTIPABuilderTest, AppIsMarkedSignedAndZipped) {
-  ASSERT_TRUE(package(folder_ / "new/folder/My App.ipa")) << error_->description();
-  const auto calls = tools_.calls();
-  ASSERT_EQ(calls.size(), 4u);
-  EXPECT_EQ(calls[0].arguments[0], "-vv");
-  EXPECT_EQ(calls[1].arguments[0], "--display");
-  EXPECT_EQ(calls[2].arguments[0], "--sign");
-  EXPECT_EQ(calls[3].arguments[0], "-vv");
-  EXPECT_THAT(calls[1].infoPlist, Not(HasSubstr(kMark)));
-  EXPECT_THAT(calls[2].infoPlist, HasSubstr(kMark)) << "marked before it is signed";
-  EXPECT_EQ(calls[2].embeddedProfile, test::contentsOf(profile_->path()));
-  EXPECT_THAT(calls[2].entitlements,
-              AllOf(HasSubstr("application-identifier"), Not(HasSubstr("beta-reports-active"))));
+TEST(QVTIPABuilder, TheAppIsMarkedSignedAndZipped) {
+  Workshop shop;
+  shop.tools.answer("exec \"" SENDOFF_LIBEXEC "/codesign\" \"$@\"");
+  makeApp(shop.folder.path(), {.folderName = "My App.app"});
+  writeFile(shop.app / "Größe.txt", "content");
+  fs::create_symlink("Größe.txt", shop.app / "link");
+  const Dictionary rights{{"application-identifier", "ABCDE12345.com.example.app"}};
+  Dictionary betaRights = rights;
+  betaRights.emplace("beta-reports-active", true);
+  const auto& signer = *shop.builder->signer();
+  shop.builder->signer()->setEntitlementsPath(writePlist(shop.folder / "rights", betaRights));
+  ASSERT_TRUE(signer.sign(shop.app));
+  const auto source = snapshot(shop.app);
+  shop.tools.takeRuns();
 
-  const fs::path root = unzipped(folder_ / "new/folder/My App.ipa");
-  std::vector<std::string> payload;
-  for (const auto& entry : fs::directory_iterator(root / "Payload")) {
-    payload.push_back(entry.path().filename());
-  }
-  EXPECT_THAT(payload, ElementsAre("My App.app")) << "no exported files";
-  const fs::path packed = root / "Payload/My App.app";
-  EXPECT_EQ(test::contentsOf(packed / "Größe.txt"), "content");
+  ASSERT_TRUE(shop.package(shop.folder / "new/folder/My App.ipa")) << shop.error->description();
+  EXPECT_THAT(shop.tools.takeRuns(), ElementsAre(HasSubstr(" -vv "), HasSubstr(" --display "),
+                                                 HasSubstr(" --sign "), HasSubstr(" -vv ")));
+  EXPECT_EQ(snapshot(shop.app), source);
+  EXPECT_THAT(shop.workFolders(), IsEmpty());
+  const fs::path payload = shop.unzip(shop.folder / "new/folder/My App.ipa");
+  const fs::path packed = payload / "My App.app";
+  EXPECT_EQ(std::distance(fs::directory_iterator(payload), {}), 1) << "no exported files";
+  EXPECT_EQ(contentsOf(packed / "Größe.txt"), "content");
   EXPECT_EQ(fs::read_symlink(packed / "link"), "Größe.txt");
-  EXPECT_THAT(workFolders(), IsEmpty());
-  EXPECT_THAT(test::contentsOf(app() / "Info.plist"), Not(HasSubstr(kMark))) << "the source stays";
+  EXPECT_EQ(contentsOf(packed / "embedded.mobileprovision"), contentsOf(shop.profile));
+  EXPECT_TRUE(shop.builder->infoPlistAlreadyHasDistribution(packed));
+  outputOf({SENDOFF_LIBEXEC "/codesign", "--verify", packed});  // so all of this is sealed
+  const std::string exported = shop.folder / "exported";
+  ASSERT_TRUE(signer.exportAppEntitlementsToPathResourceRulesToPath(packed, exported, exported));
+  EXPECT_EQ(PropertyList::dictionaryWithContentsOfFile(exported), rights);
 }
 
-TEST_F(QVTIPABuilderTest, MarkedAppIsPackedAsItStands) {
-  const auto own = builder();
-  struct Case {
-    Value mark;
-    bool counts;
-  };
-  for (const auto& c : std::vector<Case>{{true, true},
-                                         {1, true},
-                                         {"YES", true},
-                                         {"true", true},
-                                         {false, false},
-                                         {0, false},
-                                         {"NO", false},
-                                         {Array{true}, false}}) {
-    SCOPED_TRACE(foundation::description(c.mark));
-    writeInfo({{kMark, c.mark}});
-    EXPECT_EQ(own->infoPlistAlreadyHasDistribution(app().string()), c.counts);
+TEST(QVTIPABuilder, OnlyAMarkedAppIsPackedAsItIs) {
+  Workshop shop;
+  const std::pair<Value, bool> cases[] = {{true, true},   {1, true},     {"YES", true},
+                                          {false, false}, {"NO", false}, {Array{true}, false}};
+  for (const auto& [mark, counts] : cases) {
+    SCOPED_TRACE(foundation::description(mark));
+    writePlist(shop.app / "Info.plist", {{kMark, mark}});
+    EXPECT_EQ(shop.builder->infoPlistAlreadyHasDistribution(shop.app), counts);
+    ASSERT_TRUE(shop.package(shop.folder / "out.ipa"));
+    EXPECT_THAT(shop.tools.takeRuns(), SizeIs(counts ? 0 : 4));
   }
-  writeInfo({{kMark, "NO"}});
-  EXPECT_EQ(failureOfPackaging(), 0);
-  const auto callsOfOneSigning = tools_.calls().size();
-  EXPECT_GT(callsOfOneSigning, 0u);
-  writeInfo({{kMark, "YES"}});
-  EXPECT_EQ(failureOfPackaging(), 0);
-  EXPECT_EQ(tools_.calls().size(), callsOfOneSigning) << "neither checked nor signed";
 }
 
-TEST_F(QVTIPABuilderTest, EachFailingStepHasItsCode) {
-  EXPECT_EQ(failureOfPackaging(), 0) << "the case that the others differ from";
-
-  tools_.setStatus(Run::verify, 1);
-  EXPECT_EQ(failureOfPackaging(), 0) << "an app that was never signed";
-
-  fs::remove_all(folder_ / "out");
-  folder_.write("out", "a file where the destination's folder should be");
-  EXPECT_EQ(failureOfPackaging(), -1);
-  EXPECT_TRUE(underlying());
-  fs::remove_all(folder_ / "tmp/com.quorvantile.ipas");
-
-  fs::remove(folder_ / "out");
-  tools_.setStatus(Run::sign, 1);
-  EXPECT_EQ(failureOfPackaging(), -6);
-  ASSERT_TRUE(underlying());
-  EXPECT_EQ(underlying()->code, -2);
-  EXPECT_THAT(workFolders(), testing::SizeIs(1)) << "left in place after a failure";
-  EXPECT_EQ(error_->userInfo.size(), 2u);
-
-  writeInfo({{"CFBundleIdentifier", "com.example.app"}});
-  fs::remove(profile_->path());
-  EXPECT_EQ(failureOfPackaging(), -5);
-  ASSERT_TRUE(underlying());
-  EXPECT_EQ(underlying()->code, -1);
-
-  fs::remove(app() / "Info.plist");
-  EXPECT_EQ(failureOfPackaging(), -9);
-
-  tools_.setEntitlements("no property list");
-  EXPECT_EQ(failureOfPackaging(), -13);
-  tools_.setEntitlements("");
-  EXPECT_EQ(failureOfPackaging(), -13);
-  tools_.leaveOutEntitlements();
-  EXPECT_EQ(failureOfPackaging(), -13);
-  tools_.setStatus(Run::display, 1);
-  EXPECT_EQ(failureOfPackaging(), -10);
-  EXPECT_FALSE(underlying());
-
-  tools_.forgetTool("codesign_allocate");
-  EXPECT_EQ(failureOfPackaging(), -12);
-  ASSERT_TRUE(underlying());
-  EXPECT_EQ(underlying()->code, -5);
-
-  fs::remove_all(app());
-  EXPECT_EQ(failureOfPackaging(), -2);
-
-  fs::remove_all(folder_ / "tmp/com.quorvantile.ipas");
-  folder_.write("tmp/com.quorvantile.ipas", "a file in the way");
-  EXPECT_EQ(failureOfPackaging(), -1);
-  EXPECT_TRUE(underlying());
+TEST(QVTIPABuilder, EachFailingStepHasItsCode) {
+  const struct {
+    const char* name;
+    long code;
+    std::optional<long> cause;
+    std::function<void(Workshop&)> spoil;
+  } cases[] = {
+      {"a file where the work folder should be", -1, ENOTDIR,
+       [](auto& shop) { shop.folder.write("tmp/com.quorvantile.ipas", ""); }},
+      {"a file where the destination's folder should be", -1, ENOTDIR,
+       [](auto& shop) { shop.folder.write("out", ""); }},
+      {"no app", -2, {}, [](auto& shop) { fs::remove_all(shop.app); }},
+      {"no profile", -5, -1, [](auto& shop) { fs::remove(shop.profile); }},
+      {"signing fails", -6, -2,
+       [](auto& shop) { shop.tools.answer("[ $1 != --sign ] || exit 1\n" + shop.script); }},
+      {"not an archive", -8, {}, [](auto& shop) { shop.folder.write("out/App.ipa", "text"); }},
+      {"no Info.plist", -9, {}, [](auto& shop) { fs::remove(shop.app / "Info.plist"); }},
+      {"no entitlements", -10, {}, [](auto& shop) { shop.tools.answer("[ $1 != --display ]"); }},
+      {"no codesign_allocate", -12, -5,
+       [](auto& shop) {
+         shop.tools.answerXcrun("[ $2 = codesign ] && echo /found");
+         shop.makeBuilder();
+       }},
+      {"not a property list", -13, {}, [](auto& shop) { shop.folder.write("entitlements", "x"); }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Workshop shop;
+    c.spoil(shop);
+    EXPECT_FALSE(shop.package(shop.folder / "out/App.ipa"));
+    ASSERT_TRUE(shop.error);
+    EXPECT_EQ(shop.error->domain, "QVTIPABuilderErrorDomain");
+    EXPECT_EQ(shop.error->code, c.code);
+    const Value* cause = find(shop.error->userInfo, "UnderlyingError");
+    ASSERT_EQ(cause != nullptr, c.cause.has_value());
+    EXPECT_EQ(cause ? cause->error()->code : 0, c.cause.value_or(0));
+    const fs::path work = stringAt(shop.error->userInfo, "SourcePath").value_or("");
+    EXPECT_EQ(work.parent_path(), shop.folder / "tmp/com.quorvantile.ipas");
+    EXPECT_EQ(fs::exists(work), fs::is_directory(work.parent_path())) << "left in place";
+  }
 }
 
-TEST_F(QVTIPABuilderTest, FailedZipTellsItsRun) {
-  const auto destination = folder_.write("out/App.ipa", "no archive");
-  EXPECT_EQ(failureOfPackaging(), -8);
-  EXPECT_EQ(error_->userInfo.size(), 6u);
-  EXPECT_THAT(stringAt(error_->userInfo, "command").value_or(""), EndsWith("/zip"));
-  EXPECT_EQ(*arrayAt(error_->userInfo, "arguments"),
-            (Array{"-q", "--symlinks", "-r", destination.string(), "Payload"}));
-  EXPECT_NE(find(error_->userInfo, "status")->integerValue().value_or(0), 0);
-  EXPECT_THAT(stringAt(error_->userInfo, "stderr").value_or("") +
-                  stringAt(error_->userInfo, "stdout").value_or(""),
-              HasSubstr("zip error"));
+TEST(QVTIPABuilder, AFailedZipTellsItsRun) {
+  Workshop shop;
+  const std::string destination = shop.folder.write("out/App.ipa", "not an archive");
+  ASSERT_FALSE(shop.package(destination));
+  const Dictionary& run = shop.error->userInfo;
+  EXPECT_THAT(*stringAt(run, "command"), EndsWith("/zip"));
+  EXPECT_EQ(*arrayAt(run, "arguments"), (Array{"-q", "--symlinks", "-r", destination, "Payload"}));
+  EXPECT_NE(find(run, "status")->integerValue(), 0);
+  EXPECT_THAT(*stringAt(run, "stderr") + *stringAt(run, "stdout"), HasSubstr("zip error"));
 }
 
-TEST_F(QVTIPABuilderTest, ExistingArchiveIsAddedTo) {
-  ASSERT_EQ(failureOfPackaging(), 0);
-  fs::rename(app(), folder_ / "Other.app");
-  ASSERT_TRUE(builder()->packageSourceToDestinationPath((folder_ / "Other.app/").string(),
-                                                        (folder_ / "out/App.ipa").string()));
-  const fs::path root = unzipped(folder_ / "out/App.ipa");
-  EXPECT_TRUE(fs::exists(root / "Payload/My App.app/Info.plist"));
-  EXPECT_TRUE(fs::exists(root / "Payload/Other.app/Info.plist"));
+TEST(QVTIPABuilder, AnExistingArchiveIsAddedToAndARelativePathIsInTheWorkFolder) {
+  Workshop shop;
+  ASSERT_TRUE(shop.package(shop.folder / "App.ipa"));
+  fs::rename(shop.app, shop.folder / "Other.app");
+  shop.app = shop.folder / "Other.app";
+  ASSERT_TRUE(shop.package(shop.folder / "App.ipa"));
+  EXPECT_THAT(pathsBelow(shop.unzip(shop.folder / "App.ipa")),
+              IsSupersetOf({"My App.app/Info.plist", "Other.app/Info.plist"}));
+  EXPECT_TRUE(shop.package("sendoff-relative-destination.ipa"));
+  EXPECT_FALSE(fs::exists("sendoff-relative-destination.ipa"));
+  EXPECT_THAT(shop.workFolders(), IsEmpty()) << "removed with all it held";
 }
 
-TEST_F(QVTIPABuilderTest, RelativeDestinationLiesInTheWorkFolder) {
-  const std::string name = "sendoff-relative-destination.ipa";
-  EXPECT_TRUE(package(name));
-  EXPECT_FALSE(fs::exists(name));
-  EXPECT_THAT(workFolders(), IsEmpty()) << "removed with all it held";
-}
-
-TEST_F(QVTIPABuilderTest, RewritingKeepsTypesAndPermissions) {
-  const Dictionary content{
-      {"text", "42"},
-      {"number", 42},
-      {"real", 1.5},
-      {"flag", false},
-      {"data", Data(std::string("\x00\xff", 2))},
-      {"date", foundation::Date(std::chrono::sys_days{std::chrono::year{2015} / 3 / 1})},
-      {"list", Array{"a", Dictionary{{"b", true}}}}};
-  const auto path = (app() / "Info.plist").string();
-  auto expected = content;
-  expected[kMark] = true;
-  writeInfo(content);
+TEST(QVTIPABuilder, RewritingKeepsTypesAndPermissions) {
+  const Workshop shop;
+  const Dictionary content{{"text", "42"},
+                           {"number", 42},
+                           {"real", 1.5},
+                           {"flag", false},
+                           {"data", Data(std::string("\x00\xff", 2))},
+                           {"date", Date(std::chrono::sys_days{2015y / 3 / 1})},
+                           {"list", Array{"a", Dictionary{{"b", true}}}}};
+  const std::string path = shop.app / "Info.plist";
+  Dictionary marked = content;
+  marked[kMark] = true;
+  writePlist(path, content);
   fs::permissions(path, fs::perms::owner_all);
-  ASSERT_TRUE(builder()->markInfoPlistForDistributionAtAppPath(app().string()));
-  EXPECT_EQ(PropertyList::dictionaryWithContentsOfFile(path), expected);
+  ASSERT_TRUE(shop.builder->markInfoPlistForDistributionAtAppPath(shop.app));
+  EXPECT_EQ(PropertyList::dictionaryWithContentsOfFile(path), marked);
   EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_all);
-
-  for (const Value& rights : {Value(true), Value("anything")}) {
-    auto entitlements = content;
-    entitlements["beta-reports-active"] = rights;
-    writeInfo(entitlements);
-    ASSERT_TRUE(builder()->repairEntitlements(path));
+  for (const Value& rights : {Value(true), Value("anything"), Value()}) {
+    Dictionary entitlements = content;
+    if (rights.type() != Value::Type::null) entitlements["beta-reports-active"] = rights;
+    writePlist(path, entitlements);
+    ASSERT_TRUE(shop.builder->repairEntitlements(path));
     EXPECT_EQ(PropertyList::dictionaryWithContentsOfFile(path), content);
   }
-  ASSERT_TRUE(builder()->repairEntitlements(path)) << "nothing to take out";
-  EXPECT_EQ(PropertyList::dictionaryWithContentsOfFile(path), content);
 }
 
 }  // namespace
