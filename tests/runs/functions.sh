@@ -25,6 +25,17 @@ pack() {
   [ -e "$ARCHIVE" ] || archive
 }
 
+# entry NAME CONTENT [link]: adds an entry of any name to $IPA, which zip itself would not do. The
+# content of a link is where it leads to.
+entry() {
+  python3 -c 'import stat, sys, zipfile
+archive, name, content, *link = sys.argv[1:]
+entry = zipfile.ZipInfo(name)
+entry.create_system = 3
+entry.external_attr = ((stat.S_IFLNK if link else stat.S_IFREG) | 0o755) << 16
+zipfile.ZipFile(archive, "a").writestr(entry, content)' "$IPA" "$@" 2>/dev/null
+}
+
 archive() {
   mkdir -p "$ARCHIVE/Products/Applications"
   cp -a "$F"/Payload/*.app "$ARCHIVE/Products/Applications"

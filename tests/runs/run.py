@@ -13,7 +13,7 @@ A row names a run, says what happens to the app before it and what must come out
     no profile | rm $P | 1 | @profile
         left: Example/Payload            further keys of the row above it
 
-Cells are separated by " | ", the items of a list by "; ". "…" in an expected line is anything, and as a line
+Cells are separated by " | ", the items of a list by "; " ("\\; " is no separator). "…" in an expected line is anything, and as a line
 of its own any number of lines. $F and the like (see Run.variables) are filled in everywhere. Keys:
 
     app      shell commands in the folder of the app, a copy of the demo's; functions.sh has helpers for them
@@ -53,7 +53,7 @@ import threading
 from dataclasses import dataclass
 from pathlib import Path
 
-from service import Checker, Service, output_of, unescaped, values_of
+from service import Checker, Service, output_of, repeated, unescaped, values_of
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
@@ -308,7 +308,7 @@ def pattern_of(lines: list[str]) -> re.Pattern:
 
 
 def items_of(text: str) -> list[str]:
-    return text.split("; ") if text else []
+    return [item.replace("\\; ", "; ") for item in re.split(r"(?<!\\); ", text)] if text else []
 
 
 class RowRun:
@@ -326,8 +326,8 @@ class RowRun:
         return re.sub(r"(?<!\$)\{([a-z]+)\}", lambda match: self.key(match[1]), self.key(name))
 
     def expected(self, name: str) -> str:
-        """The key with its variables filled in."""
-        return filled(self.key(name), self.run.variables())
+        """The key with variables and repetitions written out."""
+        return repeated(filled(self.key(name), self.run.variables()))
 
     def expect(self, what: str, wanted: str, seen: str, pattern: re.Pattern | None = None) -> None:
         if not (pattern.fullmatch(seen) if pattern else wanted == seen):

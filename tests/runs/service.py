@@ -404,9 +404,13 @@ class Connection:
 ESCAPES = {"r": "\r", "n": "\n", "t": "\t", "\\": "\\"}
 
 
+def repeated(text: str) -> str:
+    """The text with "<3*ab>" written out as "ababab"."""
+    return re.sub(r"<(\d+)\*(.*?)>", lambda match: int(match[1]) * match[2], text)
+
+
 def unescaped(text: str) -> bytes:
-    r"""Resolves \r, \n, \t, \\ and \xNN, and writes "<3*ab>" out as "ababab"."""
-    text = re.sub(r"<(\d+)\*(.*?)>", lambda match: int(match[1]) * match[2], text)
+    r"""The text with \r, \n, \t, \\ and \xNN resolved."""
     pieces = re.split(r"(\\x[0-9a-f]{2}|\\[rnt\\])", text)
     return b"".join(bytes([int(piece[2:], 16)]) if re.fullmatch(r"\\x..", piece) else
                     ESCAPES[piece[1]].encode() if re.fullmatch(r"\\[rnt\\]", piece) else piece.encode()
@@ -420,8 +424,8 @@ class Service:
     a proxy's "connect", or a new "connection", in steps joined by " then ":
         STATUS [with HEADER: VALUE]... [saying BODY]
         send BYTES | repeat BYTES | take N | run COMMAND | close | cut | reset | stall
-    BYTES and BODY are read by `unescaped`, which fills in {target} and {port} too. Steps that begin with
-    "early" come before the body is read and checked; the connection ends after them. "next" joins what is
+    BYTES and BODY are read by `repeated` and `unescaped`; {target}, {port} and {key} are filled in. Steps that
+    begin with "early" come before the body is read and checked; the connection ends after them. "next" joins what is
     done at the first request, the second and so on. With `tunnels` it is a proxy that is the end of its own
     tunnels. `tls` is a file with certificate and key.
     """
@@ -550,9 +554,10 @@ class Service:
         return True
 
     def perform(self, connection: Connection, steps: str, request: Request | None = None) -> None:
-        steps = steps.replace("{port}", str(self.port)).replace("{target}", request.target if request else "")
+        for name, value in (("port", self.port), ("target", request and request.target), ("key", self.checker.key)):
+            steps = steps.replace("{" + name + "}", str(value))
         for step in steps.removeprefix("early ").split(" then "):
-            verb, _, rest = step.partition(" ")
+            verb, _, rest = repeated(step).partition(" ")
             if verb.isdigit():
                 connection.send(response(verb, rest))
             elif verb == "send":
