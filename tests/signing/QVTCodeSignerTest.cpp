@@ -10,16 +10,13 @@ const std::string kEnvironment = "CODESIGN_ALLOCATE=" + kAllocate + " ";
 class QVTCodeSignerTest : public testing::Test {
  protected:
   void SetUp() override {
-    tools_.answer("exit 0");
     folder_.write("My App.app/embedded.mobileprovision", "old profile, and longer");
-    for (const fs::path keychain : {keychain_, fs::path(folder_ / "Library/Keychains/login.pem")}) {
-      fs::permissions(writeFile(keychain, leaf_.keyPEM()), fs::perms::owner_all);
-    }
+    fs::permissions(folder_.write("login.pem", leaf_.keyPEM()), fs::perms::owner_all);
+    signer_ = makeSigner();
   }
-  std::shared_ptr<QVTCodeSigner> signer(bool withKeychain = true) const {
+  std::shared_ptr<QVTCodeSigner> makeSigner() const {
     return QVTCodeSigner::initWithDeveloperCertificate(
-        QVTDeveloperCertificate::initWithDataKeychainPath(
-            leaf_.der(), withKeychain ? std::optional(keychain_.string()) : std::nullopt));
+        QVTDeveloperCertificate::initWithDataKeychainPath(leaf_.der(), keychain_));
   }
   /// Domain and code of the error, which is then forgotten.
   std::string takeError() {
@@ -28,109 +25,95 @@ class QVTCodeSignerTest : public testing::Test {
   }
 
   const TemporaryFolder folder_;
-  const ScopedEnvironment home_{"HOME", folder_.path().c_str()};
   const RecordedTools tools_;
   const MadeIdentity leaf_ = makeLeaf(makeRoot());
-  const fs::path keychain_ = folder_ / "login.pem";
+  const std::string keychain_ = folder_ / "login.pem";
   const std::string app_ = folder_ / "My App.app";
+  const std::string entitlements_ = folder_ / "entitlements.xml";
+  const std::string rules_ = folder_ / "rules.xml";
+  std::shared_ptr<QVTCodeSigner> signer_;
   std::optional<Error> error_;
 };
 
 TEST_F(QVTCodeSignerTest, ToolsAreFoundThroughXcrun) {
-  EXPECT_EQ(signer()->toolPath(), tools_.codesign());
-  EXPECT_EQ(signer()->allocatePath(), kAllocate);
-  EXPECT_TRUE(signer()->checkToolPathsWithError(&error_));
-  const std::pair<const char*, const char*> cases[] = {
-      {"[ $2 = codesign ] && echo /found", "QVTCodeSignerErrorDomain -5"},
-      {"[ $2 != codesign ] && echo /found", "QVTCodeSignerErrorDomain -4"},
-      {"exit 72", "QVTCodeSignerErrorDomain -4"}};
-  for (const auto& [script, error] : cases) {
-    tools_.answerXcrun(script);
-    EXPECT_FALSE(signer()->checkToolPathsWithError(&error_));
-    EXPECT_EQ(takeError(), error) << script;
+  EXPECT_EQ(signer_->toolPath(), tools_.codesign());
+  EXPECT_EQ(signer_->allocatePath(), kAllocate);
+  EXPECT_TRUE(signer_->checkToolPathsWithError(&error_));
+  for (const char* const missing : {"codesign", "codesign_allocate"}) {
+    tools_.answerXcrun("[ $2 != " + std::string(missing) + " ] && echo /found");
+    EXPECT_FALSE(makeSigner()->checkToolPathsWithError(&error_));
+    EXPECT_EQ(takeError(), "QVTCodeSignerErrorDomain " +
+                               std::string(missing == std::string("codesign") ? "-4" : "-5"));
+    tools_.answerXcrun("[ $2 != " + std::string(missing) + " ] || printf '\\377'");
+    EXPECT_FALSE(makeSigner()) << "not a text";
   }
-  tools_.answerXcrun("printf '\\377'");
-  EXPECT_FALSE(signer()) << "not a text";
 }
 
 TEST_F(QVTCodeSignerTest, SigningRunsTheToolAndVerifies) {
   const auto profile = folder_.write("new.mobileprovision", "new profile");
-  const auto rules = folder_.write("rules.xml", "rules");
-  const auto entitlements = folder_.write("entitlements.xml", "<plist/>");
-  const std::string sign =
-      kEnvironment + "--sign " + leaf_.sha1() + " --all-architectures --force ";
-  auto own = signer();
-  own->setEmbeddedProfilePath(profile);
-  own->setResourceRulesPath(rules);
-  own->setEntitlementsPath(entitlements);
-  ASSERT_TRUE(own->sign(app_));
-  EXPECT_THAT(tools_.takeRuns(),
-              ElementsAre(sign + "--keychain " + keychain_.string() + " --entitlements " +
-                              entitlements.string() + " " + app_,
-                          kEnvironment + "-vv " + app_));
-  EXPECT_EQ(contentsOf(app_ + "/embedded.mobileprovision"), "new profile");
-  EXPECT_FALSE(fs::exists(rules) || fs::exists(entitlements)) << "deleted after success";
-  EXPECT_TRUE(own->sign(app_)) << "entitlements that are gone count as none";
-
-  fs::remove(app_ + "/embedded.mobileprovision");
-  folder_.write("entitlements.xml", "");
-  own = signer(false);
-  own->setEmbeddedProfilePath(profile);
-  own->setEntitlementsPath(entitlements);
-  tools_.takeRuns();
-  ASSERT_TRUE(own->sign(app_)) << "default keychains, empty entitlements, an app without profile";
-  EXPECT_THAT(tools_.takeRuns(), ElementsAre(sign + app_, kEnvironment + "-vv " + app_));
-  EXPECT_EQ(contentsOf(app_ + "/embedded.mobileprovision"), "new profile");
+  folder_.write("rules.xml", "rules");
+  signer_->setEmbeddedProfilePath(profile);
+  signer_->setResourceRulesPath(rules_);
+  signer_->setEntitlementsPath(entitlements_);
+  const std::string sign = kEnvironment + "--sign " + leaf_.sha1() +
+                           " --all-architectures --force --keychain " + keychain_ + " ";
+  const std::pair<const char*, std::string> cases[] = {
+      {"<plist/>", "--entitlements " + entitlements_ + " "}, {"", ""}};
+  for (const auto& [content, option] : cases) {
+    writeFile(entitlements_, content);
+    ASSERT_TRUE(signer_->sign(app_));
+    EXPECT_THAT(tools_.takeRuns(), ElementsAre(sign + option + app_, kEnvironment + "-vv " + app_));
+    EXPECT_EQ(contentsOf(app_ + "/embedded.mobileprovision"), "new profile");
+    EXPECT_FALSE(fs::exists(rules_) || fs::exists(entitlements_)) << "deleted after success";
+    fs::remove(app_ + "/embedded.mobileprovision");
+  }
+  EXPECT_TRUE(signer_->sign(app_)) << "entitlements that are gone count as none";
 }
 
 TEST_F(QVTCodeSignerTest, WithoutItsInputNothingIsRun) {
-  const auto own = signer();
-  EXPECT_FALSE(own->sign(std::nullopt, &error_));
+  EXPECT_FALSE(signer_->sign(std::nullopt, &error_));
   EXPECT_EQ(takeError(), "QVTCodeSignerErrorDomain -1");
-  own->setEmbeddedProfilePath(folder_ / "missing.mobileprovision");
-  EXPECT_FALSE(own->sign(app_, &error_));
+  signer_->setEmbeddedProfilePath(folder_ / "missing.mobileprovision");
+  EXPECT_FALSE(signer_->sign(app_, &error_));
   EXPECT_EQ(takeError(), "QVTCodeSignerErrorDomain -1");
   // From here on it is the file manager's own error.
-  own->setEmbeddedProfilePath(keychain_);
-  EXPECT_FALSE(own->sign(folder_ / "Missing.app", &error_));
+  signer_->setEmbeddedProfilePath(keychain_);
+  EXPECT_FALSE(signer_->sign(folder_ / "Missing.app", &error_));
   EXPECT_EQ(takeError(), "NSPOSIXErrorDomain " + std::to_string(ENOENT));
-  own->setEntitlementsPath(folder_.path());
-  EXPECT_FALSE(own->sign(app_, &error_));
+  signer_->setEntitlementsPath(folder_.path());
+  EXPECT_FALSE(signer_->sign(app_, &error_));
   EXPECT_EQ(takeError(), "NSPOSIXErrorDomain " + std::to_string(EISDIR));
   EXPECT_THAT(tools_.takeRuns(), IsEmpty());
 }
 
 TEST_F(QVTCodeSignerTest, FailedSigningTellsTheRun) {
   tools_.answer("echo some output; echo no identity >&2; exit 3");
-  const auto entitlements = folder_.write("entitlements.xml", "x");
-  const auto own = signer();
-  own->setEntitlementsPath(entitlements);
-  EXPECT_FALSE(own->sign(app_, &error_));
+  writeFile(entitlements_, "");
+  signer_->setEntitlementsPath(entitlements_);
+  EXPECT_FALSE(signer_->sign(app_, &error_));
   ASSERT_TRUE(error_);
   EXPECT_EQ(error_->userInfo,
             (Dictionary{{"command", tools_.codesign()},
                         {"arguments", Array{"--sign", leaf_.sha1(), "--all-architectures",
-                                            "--force", "--keychain", keychain_.string(),
-                                            "--entitlements", entitlements.string(), app_}},
+                                            "--force", "--keychain", keychain_, app_}},
                         {"environment", Dictionary{{"CODESIGN_ALLOCATE", kAllocate}}},
                         {"status", 3},
                         {"stderr", "no identity\n"},
                         {"stdout", "some output\n"}}));
   EXPECT_EQ(takeError(), "QVTCodeSignerErrorDomain -2");
   EXPECT_THAT(tools_.takeRuns(), SizeIs(1)) << "nothing is verified";
-  EXPECT_TRUE(fs::exists(entitlements));
+  EXPECT_TRUE(fs::exists(entitlements_));
   fs::remove(tools_.codesign());
-  EXPECT_THROW(own->sign(app_), foundation::Exception) << "cannot be launched";
+  EXPECT_THROW(signer_->sign(app_), foundation::Exception) << "cannot be launched";
 }
 
 TEST_F(QVTCodeSignerTest, FailedVerificationIsOnlyLogged) {
-  const auto own = signer();
   std::vector<std::string> lines;
-  own->setLogFunc([&](const std::string& line) { lines.push_back(line); });
-  error_ = Error{"before", 1, {}};
+  signer_->setLogFunc([&](const std::string& line) { lines.push_back(line); });
   const auto verify = [&] {
-    EXPECT_TRUE(own->verifyCodeSigningForBundleAtPath(app_, &error_));
-    EXPECT_EQ(takeError(), "none 0");
+    error_ = Error{"before", 1, {}};
+    EXPECT_TRUE(signer_->verifyCodeSigningForBundleAtPath(app_, &error_));
+    EXPECT_FALSE(error_);
   };
   EXPECT_EQ(logOf(verify), "");
   tools_.answer("exit 3");
@@ -143,24 +126,22 @@ TEST_F(QVTCodeSignerTest, FailedVerificationIsOnlyLogged) {
   EXPECT_THAT(lines, ElementsAre("Verifying code sign at: " + app_,
                                  tools_.codesign() + " -vv " + app_, output, "x\ny\n", "Status: 1",
                                  "Warning: codesign verification failed: " + output));
-  tools_.answer("[ $1 = --sign ] || exit 3");
-  EXPECT_THAT(logOf([&] { EXPECT_TRUE(own->sign(app_)); }),
+  tools_.answer("[ $1 = --sign ]");
+  EXPECT_THAT(logOf([&] { EXPECT_TRUE(signer_->sign(app_)); }),
               HasSubstr("the app as it was signed does not verify: "));
 }
 
 TEST_F(QVTCodeSignerTest, ExportSucceedsByStatusOrByItsFiles) {
-  const std::string entitlements = folder_ / "entitlements.xml";
-  const std::string rules = folder_ / "rules.xml";
   const auto exports = [&](const std::string& script) {
     tools_.answer(script);
-    return signer()->exportAppEntitlementsToPathResourceRulesToPath(app_, entitlements, rules);
+    return signer_->exportAppEntitlementsToPathResourceRulesToPath(app_, entitlements_, rules_);
   };
   EXPECT_TRUE(exports("exit 0")) << "whatever it left";
-  EXPECT_THAT(tools_.takeRuns(), ElementsAre(kEnvironment + "--display --resource-rules " + rules +
-                                             " --entitlements :" + entitlements + " " + app_));
-  EXPECT_FALSE(exports(">'" + rules + "'; exit 1"));
-  EXPECT_TRUE(exports(">'" + entitlements + "'; exit 1")) << "failed, but both files are there";
-  fs::remove(rules);
+  EXPECT_THAT(tools_.takeRuns(), ElementsAre(kEnvironment + "--display --resource-rules " + rules_ +
+                                             " --entitlements :" + entitlements_ + " " + app_));
+  EXPECT_FALSE(exports(">'" + rules_ + "'; exit 1"));
+  EXPECT_TRUE(exports(">'" + entitlements_ + "'; exit 1")) << "failed, but both files are there";
+  fs::remove(rules_);
   EXPECT_THAT(logOf([&] { EXPECT_FALSE(exports("echo problem >&2; exit 1")); }),
               EndsWith("Exporting entitlements: " + tools_.codesign() +
                        " ended with status 1: problem\\n\n"));
