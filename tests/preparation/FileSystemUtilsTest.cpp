@@ -1,175 +1,165 @@
-#include <chrono>
-#include <fstream>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include "foundation/base/Path.h"
 #include "foundation/file/FileManager.h"
 #include "preparation/QVTFileSystemUtils.h"
-#include "tests/preparation/Archives.h"
-#include "tests/support/OtherProcess.h"
+#include "tests/preparation/TemporaryDirectory.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::UnorderedElementsAre;
+using Utils = QVTFileSystemUtils;
 
-void writeTool(const test::TemporaryFolder& folder, const char* name, const char* script) {
-  fs::permissions(folder.write(name, script), fs::perms::owner_all);
-}
-
-TEST(ToolLookUp, FindsShellTools) {
-  EXPECT_EQ(QVTFileSystemUtils::pathForShellTool("sh"),
-            fs::exists("/usr/bin/sh") ? "/usr/bin/sh" : "/bin/sh");
-  EXPECT_EQ(QVTFileSystemUtils::pathForShellTool("no-such-tool-anywhere"), "");
-}
-
-TEST(ToolLookUp, AsksXcrunWhereThereIsOne) {
-  const test::TemporaryFolder folder;
-  const test::ScopedEnvironment path("PATH", folder.path().c_str());
-  EXPECT_EQ(QVTFileSystemUtils::pathForXcTool("codesign"), "");
-  writeTool(folder, "xcrun", "#!/bin/sh\necho \" $* \"\n");
-  EXPECT_EQ(QVTFileSystemUtils::pathForXcTool("codesign"), "--find codesign");
-  writeTool(folder, "xcrun", "#!/bin/sh\nexit 72\n");
-  EXPECT_EQ(QVTFileSystemUtils::pathForXcTool("codesign"), "");
-  writeTool(folder, "xcrun", "#!/bin/sh\nprintf '\\377'\n");
-  EXPECT_EQ(QVTFileSystemUtils::pathForXcTool("codesign"), std::nullopt);
+TEST(ToolLookUp, FindsToolsInPathAndThroughXcrun) {
+  EXPECT_THAT(Utils::pathForShellTool("sh"), Optional(EndsWith("/bin/sh")));
+  EXPECT_EQ(Utils::pathForShellTool("no-such-tool-anywhere"), "");
+  const TemporaryFolder folder;
+  const ScopedEnvironment path("PATH", folder.path().c_str());
+  EXPECT_EQ(Utils::pathForXcTool("codesign"), "") << "no xcrun";
+  const std::pair<const char*, std::optional<std::string>> cases[] = {
+      {"echo \" $* \"", "--find codesign"}, {"exit 72", ""}, {"printf '\\377'", std::nullopt}};
+  for (const auto& [script, answer] : cases) {
+    writeProgram(folder / "xcrun", std::string("#!/bin/sh\n") + script);
+    EXPECT_EQ(Utils::pathForXcTool("codesign"), answer) << script;
+  }
 }
 
 TEST(AppCopies, GoToAFolderOfTheirOwn) {
-  const test::TemporaryDirectoryScope temporary;
-  const test::TemporaryFolder folder;
+  const TemporaryDirectory temporary;
+  const TemporaryFolder folder;
   folder.write("My App.app/file", "x");
-  const std::string storage = temporary.path().string() + "/com.quorvantile.mac/apps";
-  EXPECT_EQ(QVTFileSystemUtils::appTemporaryStoragePath(), storage);
-  EXPECT_FALSE(fs::exists(storage));
-  const std::string source = (folder / "My App.app").string() + "/";
-  const auto one = QVTFileSystemUtils::moveAppToTempPath(source);
-  const auto two = QVTFileSystemUtils::moveAppToTempPath(source);
-  ASSERT_TRUE(one && two);
-  EXPECT_NE(*one, *two);
-  for (const std::string& copy : {*one, *two}) {
-    EXPECT_EQ(fs::path(copy).filename(), "My App.app");
-    EXPECT_EQ(fs::path(copy).parent_path().parent_path(), storage);
-    EXPECT_EQ(test::contentsOf(copy + "/file"), "x");
-  }
-  EXPECT_TRUE(fs::exists(source));
-
   fs::create_symlink("My App.app", folder / "Link.app");
-  const auto linked = QVTFileSystemUtils::moveAppToTempPath(folder / "Link.app");
-  ASSERT_TRUE(linked);
-  EXPECT_FALSE(fs::is_symlink(*linked));
-  EXPECT_EQ(test::contentsOf(*linked + "/file"), "x");
-}
-
-TEST(AppCopies, FailuresAreTold) {
-  std::optional<foundation::Error> error;
-  {
-    const test::TemporaryDirectoryScope temporary;
-    EXPECT_EQ(QVTFileSystemUtils::moveAppToTempPath("/no/such.app", &error), std::nullopt);
-    ASSERT_TRUE(error);
-    EXPECT_THAT(error->localizedDescription(), HasSubstr("/no/such.app"));
-    EXPECT_EQ(QVTFileSystemUtils::moveAppToTempPath("/no/such.app"), std::nullopt);
+  const std::string storage = temporary / "com.quorvantile.mac/apps";
+  EXPECT_EQ(Utils::appTemporaryStoragePath(), storage);
+  EXPECT_FALSE(fs::exists(storage));
+  std::set<fs::path> folders;
+  for (const char* const source : {"My App.app/", "My App.app/", "Link.app"}) {
+    const auto copied = Utils::moveAppToTempPath(folder / source);
+    ASSERT_TRUE(copied) << source;
+    const fs::path copy = *copied;
+    EXPECT_EQ(copy.filename(), *source == 'L' ? "Link.app" : "My App.app");
+    EXPECT_EQ(copy.parent_path().parent_path(), storage);
+    EXPECT_FALSE(fs::is_symlink(copy));
+    EXPECT_EQ(contentsOf(copy / "file"), "x");
+    folders.insert(copy.parent_path());
   }
-  const test::TemporaryDirectoryScope temporary;
-  std::ofstream(temporary.path() / "com.quorvantile.mac") << "in the way";
-  EXPECT_EQ(QVTFileSystemUtils::moveAppToTempPath("/bin", &error), std::nullopt);
+  EXPECT_THAT(folders, SizeIs(3));
+  EXPECT_TRUE(fs::exists(folder / "My App.app/file"));
+
+  std::optional<Error> error;
+  EXPECT_EQ(Utils::moveAppToTempPath("/no/such.app", &error), std::nullopt);
+  ASSERT_TRUE(error);
+  EXPECT_THAT(error->localizedDescription(), HasSubstr("/no/such.app"));
+  EXPECT_EQ(Utils::moveAppToTempPath("/no/such.app"), std::nullopt);
+  fs::remove_all(temporary / "com.quorvantile.mac");
+  temporary.write("com.quorvantile.mac", "in the way");
+  EXPECT_EQ(Utils::moveAppToTempPath("/bin", &error), std::nullopt);
   EXPECT_THAT(error->localizedDescription(), HasSubstr("com.quorvantile.mac"));
 }
 
 TEST(SmallFileJobs, CopyItemReplacesAnItemOfTheName) {
-  const test::TemporaryFolder folder;
+  const TemporaryFolder folder;
   folder.write("App.app/new", "x");
   folder.write("target/App.app/old", "x");
-  EXPECT_TRUE(QVTFileSystemUtils::copyItemToDirectory(folder / "App.app", folder / "target"));
-  EXPECT_THAT(*foundation::FileManager::contentsOfDirectoryAtPath(folder / "target/App.app"),
-              ElementsAre("new"));
-  EXPECT_FALSE(QVTFileSystemUtils::copyItemToDirectory(folder / "missing", folder / "target"));
-  EXPECT_FALSE(QVTFileSystemUtils::copyItemToDirectory(std::nullopt, folder / "target"));
-  EXPECT_FALSE(QVTFileSystemUtils::copyItemToDirectory(folder / "App.app", std::nullopt));
+  EXPECT_TRUE(Utils::copyItemToDirectory(folder / "App.app", folder / "target"));
+  EXPECT_THAT(pathsBelow(folder / "target"), ElementsAre("App.app", "App.app/new"));
+  EXPECT_FALSE(Utils::copyItemToDirectory(folder / "missing", folder / "target"));
+  EXPECT_FALSE(Utils::copyItemToDirectory(std::nullopt, folder / "target"));
+  EXPECT_FALSE(Utils::copyItemToDirectory(folder / "App.app", std::nullopt));
+  EXPECT_TRUE(Utils::removeItemAtPathIfPresent(folder / "target"));
+  EXPECT_FALSE(fs::exists(folder / "target"));
+  EXPECT_TRUE(Utils::removeItemAtPathIfPresent(folder / "target"));
 }
 
 TEST(SmallFileJobs, WhatCannotBeRemovedIsNotReplaced) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can make a folder of somebody else";
-  const test::TemporaryFolder folder;
+  const TemporaryFolder folder;
   fs::permissions(folder.path(), fs::perms(0755));
   folder.write("App.app/new", "x");
   folder.write("target/App.app/old", "x");
-  EXPECT_EQ(test::asUnprivilegedUser([&]() -> std::string {
-              const bool copied =
-                  QVTFileSystemUtils::copyItemToDirectory(folder / "App.app", folder / "target");
-              const bool removed =
-                  QVTFileSystemUtils::removeItemAtPathIfPresent(folder / "target/App.app");
-              return std::string(copied ? "copied " : "") + (removed ? "removed" : "");
-            }),
-            "");
-  EXPECT_FALSE(fs::exists(folder / "target/App.app/new"));
-  EXPECT_TRUE(QVTFileSystemUtils::removeItemAtPathIfPresent(folder / "target/App.app"));
-  EXPECT_TRUE(QVTFileSystemUtils::removeItemAtPathIfPresent(folder / "target/App.app"));
+  fs::permissions(folder / "target/App.app", fs::perms(0555));
+  const auto done = asUnprivilegedUser([&]() -> std::string {
+    if (Utils::copyItemToDirectory(folder / "App.app", folder / "target")) return "copied";
+    return Utils::removeItemAtPathIfPresent(folder / "target/App.app") ? "removed" : "";
+  });
+  EXPECT_EQ(done, "");
+  EXPECT_THAT(pathsBelow(folder / "target"), ElementsAre("App.app", "App.app/old"));
+  fs::permissions(folder / "target/App.app", fs::perms(0755));
 }
 
 TEST(SmallFileJobs, ZeroByteFiles) {
-  const test::TemporaryFolder folder;
-  EXPECT_TRUE(QVTFileSystemUtils::isZeroByteFile(folder.write("empty", "")));
-  EXPECT_FALSE(QVTFileSystemUtils::isZeroByteFile(folder.write("full", std::string(1, '\0'))));
-  EXPECT_TRUE(QVTFileSystemUtils::isZeroByteFile(folder / "missing"));
-  EXPECT_TRUE(QVTFileSystemUtils::isZeroByteFile(folder.path()));
+  const TemporaryFolder folder;
+  EXPECT_TRUE(Utils::isZeroByteFile(folder.write("empty", "")));
+  EXPECT_FALSE(Utils::isZeroByteFile(folder.write("full", std::string(1, '\0'))));
+  EXPECT_TRUE(Utils::isZeroByteFile(folder / "missing"));
+  EXPECT_TRUE(Utils::isZeroByteFile(folder.path()));
 }
 
 TEST(Listings, AppsBySuffix) {
-  const test::TemporaryFolder folder;
+  const TemporaryFolder folder;
   for (const char* const name : {"A.app", "B.app", "Foo.APP", "app", "C.app.zip", ".DS_Store"}) {
     folder.write(name, "x");
   }
-  EXPECT_THAT(*QVTFileSystemUtils::findPathsToAppsInDirectory(folder.path()),
-              UnorderedElementsAre("A.app", "B.app"));
-  std::optional<foundation::Error> error;
-  EXPECT_EQ(QVTFileSystemUtils::findPathsToAppsInDirectory(folder / "none", &error), std::nullopt);
+  EXPECT_THAT(Utils::findPathsToAppsInDirectory(folder.path()),
+              Optional(UnorderedElementsAre("A.app", "B.app")));
+  std::optional<Error> error;
+  EXPECT_EQ(Utils::findPathsToAppsInDirectory(folder / "none", &error), std::nullopt);
   ASSERT_TRUE(error);
   EXPECT_THAT(error->localizedDescription(), HasSubstr((folder / "none").string()));
 }
 
-/// Makes the file again until the file system, which keeps times in ticks, says that it is younger.
-void writeYounger(const test::TemporaryFolder& folder, const char* name, const char* older) {
-  using foundation::FileManager::creationDateOfItemAtPath;
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  do {
-    fs::remove(folder / name);
-    folder.write(name, "x");
-    ASSERT_LT(std::chrono::steady_clock::now(), end);
-  } while (creationDateOfItemAtPath(folder / name) <= creationDateOfItemAtPath(folder / older));
-}
-
 TEST(Listings, OldestFirst) {
-  const test::TemporaryFolder folder;
-  folder.write("zeta", "x");
+  using foundation::FileManager::creationDateOfItemAtPath;
+  const TemporaryFolder folder;
   folder.write(".hidden", "x");
-  writeYounger(folder, "alpha", "zeta");
-  writeYounger(folder, "mid dle", "alpha");
+  folder.write("zeta", "x");
+  fs::path older = folder / "zeta";
+  for (const char* const name : {"alpha", "mid dle"}) {
+    // Made again until the file system, which keeps times in ticks, says that it is younger.
+    ASSERT_TRUE(eventually([&] {
+      fs::remove(folder / name);
+      folder.write(name, "x");
+      return creationDateOfItemAtPath(folder / name) > creationDateOfItemAtPath(older);
+    }));
+    older = folder / name;
+  }
   const auto namesAt = [](const std::string& path) {
-    std::vector<std::string> names;
-    const auto urls = QVTFileSystemUtils::dateSortedContentsOfPath(path);
-    for (const auto& url : urls.value_or(std::vector<foundation::URL>())) {
+    const auto urls = Utils::dateSortedContentsOfPath(path);
+    std::vector<fs::path> names;
+    for (const auto& url : *urls) {
       EXPECT_TRUE(url.isFileURL());
-      names.push_back(foundation::lastPathComponent(url.path()));
+      names.push_back(fs::path(url.path()).filename());
     }
     return names;
   };
   EXPECT_THAT(namesAt(folder.path()), ElementsAre("zeta", "alpha", "mid dle"));
   folder.write("with space/file", "x");
-  EXPECT_THAT(namesAt(folder.path().string() + "/with%20space"), ElementsAre("file"));
-  std::optional<foundation::Error> error;
-  for (const std::string& path : {folder.path().string() + "/with space",
-                                  folder.path().string() + "/none", std::string("http://a/b")}) {
-    error.reset();
-    EXPECT_EQ(QVTFileSystemUtils::dateSortedContentsOfPath(path, &error), std::nullopt);
+  EXPECT_THAT(namesAt(folder / "with%20space"), ElementsAre("file"));
+  for (const std::string path :
+       {(folder / "with space").string(), (folder / "none").string(), std::string("http://a/b")}) {
+    std::optional<Error> error;
+    EXPECT_EQ(Utils::dateSortedContentsOfPath(path, &error), std::nullopt);
     ASSERT_TRUE(error) << path;
     EXPECT_THAT(error->localizedDescription(), HasSubstr(path));
   }
+}
+
+TEST(Watching, TellsOfAFileOnlyWhileItIsThere) {
+  const TemporaryFolder folder;
+  std::atomic<int> writes = 0;
+  std::atomic<int> sightings = 0;
+  // Both watch the same folder; the first says when the second has had its chance.
+  const auto file =
+      Utils::createDispatchSourceFileAtPathIsAvailable(folder / "wanted", [&] { ++sightings; });
+  const auto all =
+      Utils::createDispatchSourceObservePathChangeHandler(folder.path(), [&] { ++writes; });
+  ASSERT_TRUE(file && all);
+  folder.write("other", "x");
+  ASSERT_TRUE(eventually([&] { return writes > 0; }));
+  EXPECT_EQ(sightings, 0);
+  folder.write("wanted", "x");
+  ASSERT_TRUE(eventually([&] { return sightings > 0; }));
+  const int before = sightings;
+  fs::remove(folder / "other");
+  EXPECT_TRUE(eventually([&] { return sightings > before; }));
+  file->cancel();
+  all->cancel();
+  EXPECT_FALSE(Utils::createDispatchSourceFileAtPathIsAvailable(folder / "missing/wanted", [] {}));
 }
 
 }  // namespace

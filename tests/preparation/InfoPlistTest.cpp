@@ -1,89 +1,65 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "preparation/QVTInfoPlist.h"
-#include "tests/preparation/Archives.h"
+#include "tests/support/Test.h"
 
 namespace {
 
-using foundation::Dictionary;
-using foundation::Value;
-
-template <class Work>
-std::string logOf(const Work& work) {
-  testing::internal::CaptureStderr();
-  work();
-  return testing::internal::GetCapturedStderr();
-}
-
 TEST(InfoPlist, AnswersWithDefaultsAndALine) {
+  const std::string identifierIs = "Bundle indentifier is of type ";
+  const std::string versionIs = "Build version is of type ";
+  const std::string displayIs = "Display version is of type ";
   const struct {
     const char* key;
     std::optional<Value> value;
-    const char* answer;
-    const char* line;  // empty for none
+    std::string answer;
+    std::string line = "";
   } cases[] = {
-      {"CFBundleIdentifier", Value("a.b"), "a.b", ""},
-      {"CFBundleIdentifier", Value(""), "", ""},
-      {"CFBundleIdentifier", std::nullopt, "",
-       "Bundle indentifier is of type (null), returning empty string.\n"},
-      {"CFBundleIdentifier", Value(foundation::Array{}), "",
-       "Bundle indentifier is of type __NSArrayM, returning empty string.\n"},
-      {"CFBundleVersion", Value("7"), "7", ""},
-      {"CFBundleVersion", Value(" "), " ", ""},
-      {"CFBundleVersion", Value(42), "0",
-       "Build version is of type __NSCFNumber, returning default version.\n"},
-      {"CFBundleVersion", Value(true), "0",
-       "Build version is of type __NSCFBoolean, returning default version.\n"},
-      {"CFBundleVersion", std::nullopt, "0",
-       "Build version is of type (null), returning default version.\n"},
-      {"CFBundleVersion", Value(""), "0",
-       "Build version string is empty, returning default version.\n"},
-      {"CFBundleShortVersionString", Value(" "), " ", ""},
-      {"CFBundleShortVersionString", Value(""), "0.0",
-       "Display version string is empty, returning default version.\n"},
-      {"CFBundleShortVersionString", Value(1.5), "0.0",
-       "Display version is of type __NSCFNumber, returning default version.\n"},
+      {"CFBundleIdentifier", "a.b", "a.b"},
+      {"CFBundleIdentifier", "", ""},
+      {"CFBundleIdentifier", {}, "", identifierIs + "(null), returning empty string."},
+      {"CFBundleIdentifier", Array{}, "", identifierIs + "__NSArrayM, returning empty string."},
+      {"CFBundleVersion", " ", " "},
+      {"CFBundleVersion", 42, "0", versionIs + "__NSCFNumber, returning default version."},
+      {"CFBundleVersion", true, "0", versionIs + "__NSCFBoolean, returning default version."},
+      {"CFBundleVersion", {}, "0", versionIs + "(null), returning default version."},
+      {"CFBundleVersion", "", "0", "Build version string is empty, returning default version."},
+      {"CFBundleShortVersionString", " ", " "},
+      {"CFBundleShortVersionString", "", "0.0",
+       "Display version string is empty, returning default version."},
+      {"CFBundleShortVersionString", 1.5, "0.0",
+       displayIs + "__NSCFNumber, returning default version."},
   };
   for (const auto& c : cases) {
     Dictionary dictionary;
     if (c.value) dictionary.emplace(c.key, *c.value);
     const auto info = QVTInfoPlist::initWithDictionary(dictionary);
     const std::string_view key = c.key;
-    std::string answer;
-    const std::string log = logOf([&] {
-      answer = key == "CFBundleIdentifier" ? info->bundleIdentifier()
-               : key == "CFBundleVersion"  ? info->buildVersion()
-                                           : info->displayVersion();
+    const auto log = logOf([&] {
+      EXPECT_EQ(key == "CFBundleIdentifier" ? info->bundleIdentifier()
+                : key == "CFBundleVersion"  ? info->buildVersion()
+                                            : info->displayVersion(),
+                c.answer);
     });
-    EXPECT_EQ(answer, c.answer) << key;
-    if (std::string_view(c.line).empty()) {
-      EXPECT_EQ(log, "") << key;
-    } else {
-      EXPECT_TRUE(log.ends_with(std::string("] ") + c.line)) << log;
-    }
+    EXPECT_THAT(log, EndsWith(c.line.empty() ? "" : "] " + c.line + "\n")) << key;
+    EXPECT_EQ(log.empty(), c.line.empty()) << key;
   }
 }
 
 TEST(InfoPlist, FindsTheFileOfAppsAndFrameworks) {
-  const test::TemporaryFolder folder;
-  const auto version = [](const char* text) {
-    return test::plist(test::stringPair("CFBundleVersion", text));
-  };
-  folder.write("App.app/Info.plist", version("app"));
-  folder.write("Deep.framework/Resources/Info.plist", version("resources"));
-  folder.write("Deep.framework/Info.plist", version("top"));
-  folder.write("Flat.framework/Info.plist", version("flat"));
+  const TemporaryFolder folder;
+  for (const char* const path :
+       {"App.app/Info.plist", "Deep.framework/Resources/Info.plist", "Deep.framework/Info.plist",
+        "Flat.framework/Info.plist", "Bad.framework/Info.plist"}) {
+    writePlist(folder / path, {{"CFBundleVersion", path}});
+  }
   folder.write("Bad.framework/Resources/Info.plist", "no property list");
-  folder.write("Bad.framework/Info.plist", version("top"));
   folder.write("None.framework/file", "x");
-  EXPECT_EQ(QVTInfoPlist::initWithAppDirectory((folder / "App.app").string())->buildVersion(),
-            "app");
   const auto framework = [&](const char* name) {
     return QVTInfoPlist::initWithFrameworkDirectory((folder / name).string());
   };
-  EXPECT_EQ(framework("Deep.framework")->buildVersion(), "resources");
-  EXPECT_EQ(framework("Flat.framework")->buildVersion(), "flat");
+  EXPECT_EQ(QVTInfoPlist::initWithAppDirectory((folder / "App.app").string())->buildVersion(),
+            "App.app/Info.plist");
+  EXPECT_EQ(framework("Deep.framework")->buildVersion(), "Deep.framework/Resources/Info.plist");
+  EXPECT_EQ(framework("Flat.framework")->buildVersion(), "Flat.framework/Info.plist");
   EXPECT_TRUE(framework("Bad.framework")->info().empty());
   EXPECT_FALSE(framework("None.framework"));
   EXPECT_TRUE(QVTInfoPlist::initWithContentsOfFile((folder / "missing").string())->info().empty());

@@ -1,19 +1,12 @@
-#include <regex>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "preparation/QVTCodeSignedResource.h"
+#include "tests/support/Test.h"
 
 namespace {
-
-using foundation::Date;
-using std::chrono::seconds;
 
 QVTCodeSignedResource record(std::optional<int> created, std::optional<std::string> path,
                              std::optional<std::string> identifier) {
   QVTCodeSignedResource resource;
-  if (created) resource.setCreationDate(Date(seconds(*created)));
+  if (created) resource.setCreationDate(Date(std::chrono::seconds(*created)));
   resource.setPath(std::move(path));
   resource.setBundleIdentifier(std::move(identifier));
   return resource;
@@ -22,11 +15,10 @@ QVTCodeSignedResource record(std::optional<int> created, std::optional<std::stri
 TEST(CodeSignedResource, EqualityNeedsEveryPartPresent) {
   const auto full = record(5, "/a", "x");
   EXPECT_TRUE(full.isEqual(record(5, "/a", "x")));
-  EXPECT_FALSE(full.isEqual(record(6, "/a", "x")));
-  EXPECT_FALSE(full.isEqual(record(5, "/b", "x")));
-  EXPECT_FALSE(full.isEqual(record(5, "/a", "y")));
-  for (const auto& partial : {record(std::nullopt, "/a", "x"), record(5, std::nullopt, "x"),
-                              record(5, "/a", std::nullopt)}) {
+  for (const auto& other : {record(6, "/a", "x"), record(5, "/b", "x"), record(5, "/a", "y")}) {
+    EXPECT_FALSE(full.isEqual(other));
+  }
+  for (const auto& partial : {record({}, "/a", "x"), record(5, {}, "x"), record(5, "/a", {})}) {
     EXPECT_FALSE(partial.isEqual(partial));
   }
 }
@@ -34,12 +26,9 @@ TEST(CodeSignedResource, EqualityNeedsEveryPartPresent) {
 TEST(CodeSignedResource, DescribesItself) {
   auto resource = record(1425211200, "/secret/path", "a.b");
   resource.setDisplayVersion("1.2");
-  EXPECT_TRUE(
-      std::regex_match(resource.description(),
-                       std::regex("<QVTCodeSignedResource: 0x[0-9a-f]+ a\\.b 1\\.2 \\(null\\) "
-                                  "2015-03-01 12:00:00 \\+0000>")))
-      << resource.description();
-  EXPECT_EQ(resource.displayDate(), resource.creationDate());
+  EXPECT_THAT(resource.description(),
+              testing::MatchesRegex("<QVTCodeSignedResource: 0x[0-9a-f]+ a\\.b 1\\.2 \\(null\\) "
+                                    "2015-03-01 12:00:00 \\+0000>"));
 }
 
 }  // namespace
