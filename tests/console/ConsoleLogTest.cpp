@@ -1,29 +1,15 @@
 #include <regex>
-#include <thread>
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "console/QVTCLUtilLog.h"
-#include "tests/support/OtherProcess.h"
+#include "tests/support/Test.h"
 
 namespace {
 
 const std::string kStamp = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} sendoff Quorvantile: )";
 
-template <class Work>
-std::string outputOf(const Work& work) {
-  testing::internal::CaptureStdout();
-  work();
-  return testing::internal::GetCapturedStdout();
-}
-
-/// Standard output as a channel that keeps the borders of single writes; what was written comes
-/// back with a "|" behind each write.
+/// What `work` writes to standard output, with a "|" after each single write.
 std::string writesOf(const std::function<void()>& work) {
-  return test::inChildProcess([&work] {
+  return inChildProcess([&work] {
     int ends[2];
     ::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends);
     ::dup2(ends[1], STDOUT_FILENO);
@@ -50,7 +36,7 @@ TEST(ConsoleLog, EachLineIsStampedAndOneWrite) {
 
 TEST(ConsoleLog, WhatStandsInAnArgumentIsNoDirective) {
   debugMode = true;
-  const std::string output = outputOf([] {
+  const std::string output = printedBy([] {
     QVTCLUtilLog("%@", "100%@ %ld");
     debugLog("%@ %d", "50%@", 7);
   });
@@ -60,7 +46,7 @@ TEST(ConsoleLog, WhatStandsInAnArgumentIsNoDirective) {
 }
 
 TEST(ConsoleLog, LinesFromSeveralThreadsStayWhole) {
-  const std::string output = outputOf([] {
+  const std::string output = printedBy([] {
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread) {
       threads.emplace_back([] {
@@ -70,8 +56,7 @@ TEST(ConsoleLog, LinesFromSeveralThreadsStayWhole) {
     for (std::thread& thread : threads) thread.join();
   });
   const std::regex line(kStamp + "x{100}\n");
-  const auto lines = std::distance(std::sregex_iterator(output.begin(), output.end(), line), {});
-  EXPECT_EQ(lines, 200);
+  EXPECT_EQ(std::distance(std::sregex_iterator(output.begin(), output.end(), line), {}), 200);
   EXPECT_EQ(std::regex_replace(output, line, ""), "");
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <sys/types.h>
+#include <unistd.h>
 
 namespace test {
 
@@ -21,10 +22,9 @@ std::string outputOf(const std::vector<std::string>& arguments);
 /// in the child are not seen; return what is to be checked.
 std::string inChildProcess(const std::function<std::string()>& work);
 
-/// A user without rights and without an entry in the user database.
-inline constexpr uid_t kUnprivilegedUser = 54321;
-
-/// The same as that user, since tests may run as root, who is never denied a permission. If this
+/// A user without rights and without an entry in the user database; each test program has its own.
+inline const uid_t kUnprivilegedUser = 20'000 + static_cast<uid_t>(::getpid()) % 40'000;
+/// Runs `work` as that user, since tests may run as root, who is never denied a permission. If this
 /// process may not change its user, the child runs as the current one.
 std::string asUnprivilegedUser(const std::function<std::string()>& work);
 

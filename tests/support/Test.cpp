@@ -41,6 +41,14 @@ std::string noise(std::size_t size, std::uint32_t seed) {
   return bytes;
 }
 
+const std::string& keepForFuzzing(const std::string& target, const std::string& bytes) {
+  if (const char* const folder = std::getenv("FUZZ_INPUTS")) {
+    const std::string name = std::to_string(std::hash<std::string>()(bytes));
+    writeFile(fs::path(folder) / target / name, bytes);
+  }
+  return bytes;
+}
+
 std::string plist(const foundation::Dictionary& dictionary) {
   auto text = foundation::PropertyList::xml(dictionary);
   if (!text) throw std::runtime_error(text.error().localizedDescription());

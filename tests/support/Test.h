@@ -116,6 +116,10 @@ std::string repeated(std::string_view piece, std::size_t count);
 /// Bytes that do not compress, the same in every run.
 std::string noise(std::size_t size, std::uint32_t seed = 1);
 
+/// Returns an input of a reader's damage table, after saving it for the corpus of that fuzz target
+/// when the folder of all corpora is in FUZZ_INPUTS; see scripts/fuzz-corpus.sh.
+const std::string& keepForFuzzing(const std::string& target, const std::string& bytes);
+
 // Property lists
 
 /// The dictionary as an XML property list.

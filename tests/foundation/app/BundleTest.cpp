@@ -1,60 +1,51 @@
-#include <gtest/gtest.h>
-
 #include "foundation/app/Bundle.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 
 namespace {
 
 using foundation::Bundle;
 
-std::string plist(const std::string& pairs) {
-  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>" + pairs +
-         "</dict></plist>\n";
-}
-
 TEST(Bundle, AnyFolderOpensAndNothingElse) {
-  const test::TemporaryFolder folder;
+  const TemporaryFolder folder;
   folder.write("file", "x");
   const auto bundle = Bundle::bundleWithPath(folder.path().string() + "/");
   ASSERT_TRUE(bundle);
   EXPECT_EQ(bundle->bundlePath(), folder.path());
   EXPECT_TRUE(bundle->infoDictionary().empty());
   EXPECT_EQ(bundle->bundleIdentifier(), std::nullopt);
-  EXPECT_FALSE(Bundle::bundleWithPath((folder / "file").string()));
-  EXPECT_FALSE(Bundle::bundleWithPath((folder / "missing").string()));
-  EXPECT_FALSE(Bundle::bundleWithPath(""));
+  for (const std::string& path : {(folder / "file").string(), (folder / "no").string(), {}}) {
+    EXPECT_FALSE(Bundle::bundleWithPath(path)) << path;
+  }
 }
 
 TEST(Bundle, ReadsItsInfoOnceFromEitherPlace) {
-  const test::TemporaryFolder folder;
-  const auto identifier = [](const std::string& value) {
-    return plist("<key>CFBundleIdentifier</key>" + value);
+  const TemporaryFolder folder;
+  const std::string app = folder / "App.app";
+  const auto writeInfo = [&](const char* place, const Value& identifier) {
+    writePlist(fs::path(app) / place / "Info.plist", {{"CFBundleIdentifier", identifier}});
   };
-  const auto open = [&](const char* name) {
-    return Bundle::bundleWithPath((folder / name).string());
-  };
-  folder.write("App.app/Contents/Info.plist", identifier("<string>deep</string>"));
-  EXPECT_EQ(open("App.app")->bundleIdentifier(), "deep");
-  folder.write("App.app/Info.plist", identifier("<string>flat</string>"));
-  const auto flat = open("App.app");
-  folder.write("App.app/Info.plist", identifier("<integer>4</integer>"));
+  const auto open = [&] { return Bundle::bundleWithPath(app); };
+  writeInfo("Contents", "deep");
+  EXPECT_EQ(open()->bundleIdentifier(), "deep");
+  writeInfo("", "flat");
+  const auto flat = open();
+  writeInfo("", 4);
   EXPECT_EQ(flat->bundleIdentifier(), "flat");
-  EXPECT_EQ(open("App.app")->bundleIdentifier(), std::nullopt);
-  EXPECT_EQ(*open("App.app")->objectForInfoDictionaryKey("CFBundleIdentifier"),
-            foundation::Value(4));
+  EXPECT_EQ(open()->bundleIdentifier(), std::nullopt);
+  EXPECT_EQ(*open()->objectForInfoDictionaryKey("CFBundleIdentifier"), Value(4));
 }
 
 TEST(Bundle, FindsItsExecutable) {
   const struct {
     const char* name;
-    const char* executable;  // in the Info.plist; null for none
+    std::optional<std::string> executable;  // in the Info.plist
     const char* file;
     const char* expected;  // below the bundle; null for none
   } cases[] = {
       {"named", "tool", "tool", "tool"},
       {"named, not there", "tool", "other", nullptr},
       {"named like a folder", "sub", "sub/file", nullptr},
-      {"named after the folder", nullptr, "My App", "My App"},
+      {"named after the folder", std::nullopt, "My App", "My App"},
       {"empty name", "", "My App", nullptr},
       {"climbs out", "../My App.app/tool", "tool", nullptr},
       {"absolute stays inside", "/bin/ls", "tool", nullptr},
@@ -62,17 +53,12 @@ TEST(Bundle, FindsItsExecutable) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    const test::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const std::string app = folder / "My App.app";
-    const std::string key = "<key>CFBundleExecutable</key>";
-    if (c.executable) {
-      folder.write(app + "/Info.plist", plist(key + "<string>" + c.executable + "</string>"));
-    }
+    if (c.executable) writePlist(app + "/Info.plist", {{"CFBundleExecutable", *c.executable}});
     folder.write(app + "/" + c.file, "x");
-    const auto bundle = Bundle::bundleWithPath(app);
-    ASSERT_TRUE(bundle);
     const auto expected = c.expected ? std::optional(app + "/" + c.expected) : std::nullopt;
-    EXPECT_EQ(bundle->executablePath(), expected);
+    EXPECT_EQ(Bundle::bundleWithPath(app)->executablePath(), expected);
   }
 }
 

@@ -1,12 +1,9 @@
-#include <gtest/gtest.h>
-
 #include "foundation/app/UserDefaults.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 
 namespace {
 
 using foundation::UserDefaults;
-using foundation::Value;
 
 TEST(UserDefaults, TakesPairsFromTheCommandLine) {
   const struct {
@@ -32,15 +29,14 @@ TEST(UserDefaults, TakesPairsFromTheCommandLine) {
 }
 
 TEST(UserDefaults, ASuiteIsReadAtEachLookUpAndComesAfterTheArguments) {
-  const test::TemporaryFolder home;
-  const test::ScopedEnvironment environment("HOME", home.path().c_str());
+  const TemporaryFolder home;
+  const ScopedEnvironment environment("HOME", home.path().c_str());
   UserDefaults defaults;
   defaults.setArguments({"-both", "argument"});
   defaults.addSuiteNamed("some.other.program");
   EXPECT_EQ(defaults.objectForKey("only"), std::nullopt);
-  home.write("Library/Preferences/some.other.program.plist",
-             "<plist version=\"1.0\"><dict><key>both</key><string>suite</string><key>only</key>"
-             "<integer>5</integer></dict></plist>");
+  writePlist(home / "Library/Preferences/some.other.program.plist",
+             {{"both", "suite"}, {"only", 5}});
   EXPECT_EQ(defaults.objectForKey("only"), Value(5));
   EXPECT_EQ(defaults.stringForKey("only"), std::nullopt);
   EXPECT_EQ(defaults.stringForKey("both"), "argument");

@@ -1,26 +1,25 @@
-#include <gtest/gtest.h>
-
 #include "foundation/base/Format.h"
+#include "tests/support/Test.h"
 
 namespace foundation {
 namespace {
 
 TEST(Format, FillsDirectives) {
-  EXPECT_EQ(format("%@ %@ %@", std::string("a"), std::optional<std::string>()), "a (null) (null)");
-  EXPECT_EQ(format("%d %ld %lu %llx", -1, -2L, 3UL, 255ULL), "-1 -2 3 ff");
-  EXPECT_EQ(format("%u %x", -1L, -1L), "18446744073709551615 ffffffffffffffff");
-  EXPECT_EQ(format("[%5d][%-5d][%05d]", 42, 42, 42), "[   42][42   ][00042]");
-  EXPECT_EQ(format("[%4@][%-4@]", "ab", "ab"), "[  ab][ab  ]");
-  EXPECT_EQ(format("%.2f %@", 1.005, 1.5), "1.00 1.5");
-  EXPECT_EQ(format("%s %p", "text", nullptr), "text 0x0");
-  EXPECT_EQ(format("100%% %"), "100% %");
-  EXPECT_EQ(format("%y", 1), "%y");
+  const std::pair<std::string, const char*> cases[] = {
+      {format("%@ %@ %@", std::string("a"), std::optional<std::string>()), "a (null) (null)"},
+      {format("%d %ld %lu %llx", -1, -2L, 3UL, 255ULL), "-1 -2 3 ff"},
+      {format("%u %x", -1L, -1L), "18446744073709551615 ffffffffffffffff"},
+      {format("[%5d][%-5d][%05d]", 42, 42, 42), "[   42][42   ][00042]"},
+      {format("[%4@][%-4@]", "ab", "ab"), "[  ab][ab  ]"},
+      {format("%.2f %@", 1.005, 1.5), "1.00 1.5"},
+      {format("%s %p", "text", nullptr), "text 0x0"},
+      {format("100%% %"), "100% %"},
+      {format("%y", 1), "%y"},
+      // Neither the text of an argument nor its type does harm.
+      {format("%@ %@", "%@%n%s", "b"), "%@%n%s b"},
+      {format("%d %f %s", "text", 1, 7), "text 1 7"}};
+  for (const auto& [made, expected] : cases) EXPECT_EQ(made, expected);
   EXPECT_EQ(format("%99999999999d", 1).size(), 4096U);
-}
-
-TEST(Format, NoArgumentDoesHarm) {
-  EXPECT_EQ(format("%@ %@", "%@%n%s", "b"), "%@%n%s b");
-  EXPECT_EQ(format("%d %f %s", "text", 1, 7), "text 1 7");
 }
 
 TEST(Description, OfEachKind) {
@@ -31,8 +30,8 @@ TEST(Description, OfEachKind) {
       {0.1, "0.1"},
       {3.0, "3"},
       {"a b", "a b"},
-      {Date(std::chrono::seconds(1425211200)), "2015-03-01 12:00:00 +0000"},
-      {Date(std::chrono::microseconds(-1)), "1969-12-31 23:59:59 +0000"},
+      {Date(1425211200s), "2015-03-01 12:00:00 +0000"},
+      {Date(-1us), "1969-12-31 23:59:59 +0000"},
       {Data(std::string("\x0a\x1b\x2c\x3d\x4e")), "<0a1b2c3d 4e>"},
       {Array{"a", "b c"}, "(\n    a,\n    \"b c\"\n)"},
       {Dictionary{{"k", Array{1}}}, "{\n    k = (\n        1\n    );\n}"},

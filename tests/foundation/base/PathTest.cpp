@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include "foundation/base/Path.h"
+#include "tests/support/Test.h"
 
 namespace foundation {
 namespace {
@@ -31,11 +30,12 @@ TEST(Path, TakesApart) {
 }
 
 TEST(Path, PutsTogetherWithOneSlash) {
-  EXPECT_EQ(appendingPathComponent("/a//", "//b/"), "/a/b");
-  EXPECT_EQ(appendingPathComponent("", "b"), "b");
-  EXPECT_EQ(appendingPathComponent("", "/b"), "/b");
-  EXPECT_EQ(appendingPathComponent("/", "b/c"), "/b/c");
-  EXPECT_EQ(appendingPathComponent("/a/", ""), "/a");
+  const char* const cases[][3] = {{"/a//", "//b/", "/a/b"},
+                                  {"", "b", "b"},
+                                  {"", "/b", "/b"},
+                                  {"/", "b/c", "/b/c"},
+                                  {"/a/", "", "/a"}};
+  for (const auto& [path, name, both] : cases) EXPECT_EQ(appendingPathComponent(path, name), both);
 }
 
 TEST(Path, KnowsPlainNames) {

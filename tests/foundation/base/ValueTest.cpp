@@ -2,10 +2,7 @@
 #include <limits>
 #include <type_traits>
 
-#include <gtest/gtest.h>
-
-#include "foundation/base/Error.h"
-#include "foundation/base/Value.h"
+#include "tests/support/Test.h"
 
 namespace foundation {
 namespace {
@@ -13,36 +10,32 @@ namespace {
 TEST(Value, ReadsIntegersAsThePlatformDoes) {
   constexpr auto kMost = std::numeric_limits<std::int64_t>::max();
   constexpr auto kLeast = std::numeric_limits<std::int64_t>::min();
-  const std::pair<Value, std::optional<std::int64_t>> cases[] = {
-      {true, 1},
-      {-7, -7},
-      {std::uint64_t{1} << 63, kMost},
-      {-2.9, -2},
-      {1e300, kMost},
-      {-1e300, kLeast},
-      {std::nan(""), 0},
-      {"  42 apples", 42},
-      {"+3", 3},
-      {"+-3", 0},
-      {"99999999999999999999", kMost},
-      {"-99999999999999999999", kLeast},
-      {Value(), std::nullopt},
-      {Array{1}, std::nullopt},
-  };
+  const std::pair<Value, std::optional<std::int64_t>> cases[] = {{true, 1},
+                                                                 {-7, -7},
+                                                                 {std::uint64_t{1} << 63, kMost},
+                                                                 {-2.9, -2},
+                                                                 {1e300, kMost},
+                                                                 {-1e300, kLeast},
+                                                                 {std::nan(""), 0},
+                                                                 {"  42 apples", 42},
+                                                                 {"+3", 3},
+                                                                 {"+-3", 0},
+                                                                 {"99999999999999999999", kMost},
+                                                                 {"-99999999999999999999", kLeast},
+                                                                 {Value(), std::nullopt},
+                                                                 {Array{1}, std::nullopt}};
   for (const auto& [value, expected] : cases) EXPECT_EQ(value.integerValue(), expected);
 }
 
 TEST(Value, ReadsBooleansOfNumbersAndStringsOnly) {
-  const std::pair<Value, std::optional<bool>> cases[] = {
-      {false, false},
-      {2, true},
-      {0.0, false},
-      {" -007", true},
-      {"0x", false},
-      {"no", false},
-      {Value(), std::nullopt},
-      {Dictionary{}, std::nullopt},
-  };
+  const std::pair<Value, std::optional<bool>> cases[] = {{false, false},
+                                                         {2, true},
+                                                         {0.0, false},
+                                                         {" -007", true},
+                                                         {"0x", false},
+                                                         {"no", false},
+                                                         {Value(), std::nullopt},
+                                                         {Dictionary{}, std::nullopt}};
   for (const auto& [value, expected] : cases) EXPECT_EQ(value.boolValue(), expected);
 }
 

@@ -1,20 +1,7 @@
-#include <cerrno>
-#include <csignal>
-#include <string>
-#include <thread>
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-
-#include "foundation/base/Handle.h"
 #include "foundation/base/WriteAll.h"
-#include "tests/support/OtherProcess.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 
-using foundation::bytesOf;
-using foundation::FileDescriptor;
-
+namespace foundation {
 namespace {
 
 /// More than a pipe holds, so that a blocked write is interrupted after a part of it.
@@ -27,11 +14,10 @@ TEST(WriteAll, GoesOnAfterSignalsAndShortWrites) {
   ASSERT_EQ(::pipe(ends), 0);
   const FileDescriptor reader(ends[0]);
   FileDescriptor writer(ends[1]);
-  std::string content;
-  for (int i = 0; i < 100000; ++i) content += std::to_string(i);
+  const std::string content = noise(500'000);
   int error = -1;
   std::thread writing([&] {
-    error = foundation::writeAll(writer.get(), content);
+    error = writeAll(writer.get(), content);
     writer.reset();
   });
   std::string arrived;
@@ -48,22 +34,23 @@ TEST(WriteAll, GoesOnAfterSignalsAndShortWrites) {
 }
 
 TEST(WriteAll, WritesAtAPositionAndTellsWhatFailed) {
-  const test::TemporaryFolder folder;
+  const TemporaryFolder folder;
   const auto path = folder.write("file", "0123456789");
   const FileDescriptor file(::open(path.c_str(), O_WRONLY));
-  EXPECT_EQ(foundation::writeAllAt(file.get(), 3, bytesOf("abc")), 0);
-  EXPECT_EQ(foundation::writeAll(file.get(), "X"), 0);
-  EXPECT_EQ(foundation::writeAllAt(file.get(), 100, {}), 0);
-  EXPECT_EQ(test::contentsOf(path), "X12abc6789");
-  EXPECT_EQ(foundation::writeAll(-1, "x"), EBADF);
-  EXPECT_EQ(test::inChildProcess([&] {
-              std::signal(SIGXFSZ, SIG_IGN);
-              const struct rlimit small { 12, 12 };
-              ::setrlimit(RLIMIT_FSIZE, &small);
-              return std::to_string(foundation::writeAllAt(file.get(), 8, bytesOf("abcdefgh")));
-            }),
-            std::to_string(EFBIG));
-  EXPECT_EQ(test::contentsOf(path), "X12abc67abcd");
+  EXPECT_EQ(writeAllAt(file.get(), 3, bytesOf("abc")), 0);
+  EXPECT_EQ(writeAll(file.get(), "X"), 0);
+  EXPECT_EQ(writeAllAt(file.get(), 100, {}), 0);
+  EXPECT_EQ(contentsOf(path), "X12abc6789");
+  EXPECT_EQ(writeAll(-1, "x"), EBADF);
+  const std::string problem = inChildProcess([&] {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const struct rlimit small { 12, 12 };
+    ::setrlimit(RLIMIT_FSIZE, &small);
+    return std::to_string(writeAllAt(file.get(), 8, bytesOf("abcdefgh")));
+  });
+  EXPECT_EQ(problem, std::to_string(EFBIG));
+  EXPECT_EQ(contentsOf(path), "X12abc67abcd");
 }
 
 }  // namespace
+}  // namespace foundation

@@ -1,21 +1,15 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "foundation/crypto/CertificateChain.h"
 #include "tests/support/Identities.h"
+#include "tests/support/Test.h"
 
 namespace foundation {
 namespace {
 
-using test::CertificateOptions;
-using testing::ElementsAre;
-using testing::HasSubstr;
-
 Certificate leafWith(const CertificateOptions& options) {
-  return test::makeLeaf(test::makeRoot(), options).certificate();
+  return makeLeaf(makeRoot(), options).certificate();
 }
 
-TEST(CertificateTest, NamesAreReadInTheCertificatesOrder) {
+TEST(Certificate, NamesAreReadInTheCertificatesOrder) {
   const auto certificate = leafWith({.commonName = "Jörg Müller (XYZ)",
                                      .organizations = {"First GmbH", "Second Ltd"},
                                      .organizationalUnit = "XYZ"});
@@ -27,24 +21,29 @@ TEST(CertificateTest, NamesAreReadInTheCertificatesOrder) {
   EXPECT_THAT(labels, ElementsAre("2.5.4.3", "2.5.4.11", "2.5.4.10", "2.5.4.10"));
 }
 
-TEST(CertificateTest, SummaryIsTheFirstNameThatThereIs) {
-  CertificateOptions options = {.commonName = "Name",
-                                .organizations = {"O"},
-                                .organizationalUnit = "OU",
-                                .emailAddress = "a@b.example"};
-  EXPECT_EQ(leafWith(options).subjectSummary(), "Name");
-  options.commonName = "";
-  EXPECT_EQ(leafWith(options).subjectSummary(), "OU");
-  options.organizationalUnit = "";
-  EXPECT_EQ(leafWith(options).subjectSummary(), "O");
-  options.organizations = {};
-  EXPECT_EQ(leafWith(options).subjectSummary(), "a@b.example");
-  options.emailAddress = "";
-  EXPECT_EQ(leafWith(options).subjectSummary(), std::nullopt);
+TEST(Certificate, SummaryIsTheFirstNameThatThereIs) {
+  const struct {
+    std::string name, unit;
+    std::vector<std::string> organizations;
+    std::string email;
+    std::optional<std::string> summary;
+  } cases[] = {{"Name", "OU", {"O"}, "a@b.example", "Name"},
+               {"", "OU", {"O"}, "a@b.example", "OU"},
+               {"", "", {"O"}, "a@b.example", "O"},
+               {"", "", {}, "a@b.example", "a@b.example"},
+               {"", "", {}, "", std::nullopt}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(leafWith({.commonName = c.name,
+                        .organizations = c.organizations,
+                        .organizationalUnit = c.unit,
+                        .emailAddress = c.email})
+                  .subjectSummary(),
+              c.summary);
+  }
 }
 
-TEST(CertificateTest, OnlyOneWholeCertificateIsTakenFromDER) {
-  const Data der = test::makeRoot().der();
+TEST(Certificate, OnlyOneWholeCertificateIsTakenFromDER) {
+  const Data der = makeRoot().der();
   const std::string text(der.text());
   const auto whole = Certificate::fromDER(der.bytes());
   ASSERT_TRUE(whole);
@@ -57,20 +56,19 @@ TEST(CertificateTest, OnlyOneWholeCertificateIsTakenFromDER) {
   }
 }
 
-TEST(CertificateTest, ValidityIncludesBothEnds) {
-  const auto certificate =
-      leafWith({.validFrom = std::chrono::hours(-48), .validUntil = std::chrono::hours(-24)});
-  EXPECT_EQ(certificate.notAfter() - certificate.notBefore(), std::chrono::hours(24));
-  EXPECT_TRUE(certificate.isValidAt(certificate.notBefore()));
-  EXPECT_TRUE(certificate.isValidAt(certificate.notAfter()));
-  EXPECT_FALSE(certificate.isValidAt(certificate.notBefore() - std::chrono::seconds(1)));
-  EXPECT_FALSE(certificate.isValidAt(certificate.notAfter() + std::chrono::seconds(1)));
+TEST(Certificate, ValidityIncludesBothEnds) {
+  const auto certificate = leafWith({.validFrom = -48h, .validUntil = -24h});
+  const Date first = certificate.notBefore(), last = certificate.notAfter();
+  EXPECT_EQ(last - first, 24h);
+  EXPECT_TRUE(certificate.isValidAt(first) && certificate.isValidAt(last));
+  EXPECT_FALSE(certificate.isValidAt(first - 1s));
+  EXPECT_FALSE(certificate.isValidAt(last + 1s));
 }
 
-TEST(CertificateTest, IssuersAreToldByKeyNotOnlyByName) {
-  const auto root = test::makeRoot("Same Name").certificate();
-  const auto issuer = test::makeRoot("Same Name");
-  const auto leaf = test::makeLeaf(issuer).certificate();
+TEST(Certificate, IssuersAreToldByKeyNotOnlyByName) {
+  const auto root = makeRoot("Same Name").certificate();
+  const auto issuer = makeRoot("Same Name");
+  const auto leaf = makeLeaf(issuer).certificate();
   EXPECT_TRUE(leaf.isIssuedBy(issuer.certificate()));
   EXPECT_FALSE(leaf.isIssuedBy(root));
   EXPECT_TRUE(root.isSelfIssued());
@@ -79,24 +77,24 @@ TEST(CertificateTest, IssuersAreToldByKeyNotOnlyByName) {
 }
 
 /// The names from leaf to root, or what is said to be missing.
-std::vector<std::string> chainFrom(const test::MadeIdentity& leaf,
-                                   const std::vector<test::MadeIdentity>& candidates) {
+std::vector<std::string> chainFrom(const MadeIdentity& leaf,
+                                   const std::vector<MadeIdentity>& candidates) {
   std::vector<Certificate> certificates;
   for (const auto& candidate : candidates) certificates.push_back(candidate.certificate());
   const auto chain = certificateChain(leaf.certificate(), certificates);
-  if (!chain) return {chain.error().localizedDescription()};
+  if (!chain) return {problemOf(chain)};
   std::vector<std::string> names;
   for (const auto& certificate : *chain) names.push_back(certificate.commonName().value_or("?"));
   return names;
 }
 
-TEST(CertificateChainTest, LeadsToTheRootWhateverTheCandidatesAre) {
-  for (const auto kind : {test::KeyKind::rsa, test::KeyKind::p256}) {
-    const auto root = test::makeRoot("Root", kind);
-    const auto stranger = test::makeRoot("Root");
-    const auto intermediate = test::makeIntermediate(root, "Intermediate", kind);
-    const auto lost = test::makeCrossSigned(intermediate, test::makeRoot("Lost Root"));
-    const auto leaf = test::makeLeaf(intermediate, {.commonName = "Leaf", .key = kind});
+TEST(CertificateChain, LeadsToTheRootWhateverTheCandidatesAre) {
+  for (const auto kind : {KeyKind::rsa, KeyKind::p256}) {
+    const auto root = makeRoot("Root", kind);
+    const auto stranger = makeRoot("Root");
+    const auto intermediate = makeIntermediate(root, "Intermediate", kind);
+    const auto lost = makeCrossSigned(intermediate, makeRoot("Lost Root"));
+    const auto leaf = makeLeaf(intermediate, {.commonName = "Leaf", .key = kind});
     EXPECT_THAT(chainFrom(leaf, {stranger, root, leaf, lost, intermediate}),
                 ElementsAre("Leaf", "Intermediate", "Root"));
     EXPECT_THAT(chainFrom(leaf, {stranger, intermediate}), ElementsAre(HasSubstr("Root")));
@@ -104,13 +102,11 @@ TEST(CertificateChainTest, LeadsToTheRootWhateverTheCandidatesAre) {
   }
 }
 
-TEST(CertificateChainTest, IssuersMustBeAuthorities) {
-  const auto root = test::makeRoot("Root");
+TEST(CertificateChain, IssuersMustBeAuthorities) {
+  const auto root = makeRoot("Root");
   const struct {
-    const char* constraints;
-    const char* usage;
-    bool overLeaf = false;
-    bool overIssuer = false;
+    const char *constraints, *usage;
+    bool overLeaf = false, overIssuer = false;
   } rows[] = {{"CA:TRUE", "keyCertSign", true, true},
               {"CA:TRUE", "", true, true},
               {"CA:TRUE,pathlen:1", "keyCertSign", true, true},
@@ -121,13 +117,13 @@ TEST(CertificateChainTest, IssuersMustBeAuthorities) {
               {"", "keyCertSign"}};
   for (const auto& [constraints, usage, overLeaf, overIssuer] : rows) {
     SCOPED_TRACE(std::string(constraints) + " " + usage);
-    const auto issuer = test::makeIssuer(root, constraints, usage);
-    const auto other = test::makeIntermediate(issuer, "Other");
-    EXPECT_EQ(chainFrom(test::makeLeaf(issuer), {issuer, root}).size() == 3, overLeaf);
-    EXPECT_EQ(chainFrom(test::makeLeaf(other), {other, issuer, root}).size() == 4, overIssuer);
+    const auto issuer = makeIssuer(root, constraints, usage);
+    const auto other = makeIntermediate(issuer, "Other");
+    EXPECT_EQ(chainFrom(makeLeaf(issuer), {issuer, root}).size() == 3, overLeaf);
+    EXPECT_EQ(chainFrom(makeLeaf(other), {other, issuer, root}).size() == 4, overIssuer);
   }
-  const auto unfit = test::makeIssuer(root, "CA:FALSE", "");
-  EXPECT_THAT(chainFrom(test::makeLeaf(unfit), {unfit, root}),
+  const auto unfit = makeIssuer(root, "CA:FALSE", "");
+  EXPECT_THAT(chainFrom(makeLeaf(unfit), {unfit, root}),
               ElementsAre(HasSubstr("\", whose certificate may not issue it")));
 }
 

@@ -1,12 +1,10 @@
-#include <gtest/gtest.h>
-
-#include "foundation/base/Text.h"
 #include "foundation/crypto/Digest.h"
+#include "tests/support/Test.h"
 
 namespace foundation {
 namespace {
 
-TEST(DigestTest, ResetForgetsWhatWasFed) {
+TEST(Digest, ResetForgetsWhatWasFed) {
   Digest digest(DigestKind::sha384);
   digest.update(bytesOf("something else"));
   for (const char* use : {"first", "second"}) {
@@ -14,7 +12,7 @@ TEST(DigestTest, ResetForgetsWhatWasFed) {
     digest.update(bytesOf("abc"));
     std::vector<std::byte> out(digest.size());
     digest.finish(out);
-    EXPECT_EQ(lowercaseHex(out),
+    EXPECT_EQ(hexOf(out),
               "cb00753f45a35e8bb5a03d699ac65007272c32ab0eded1631a8b605a43ff5bed8086072ba1e7cc2358ba"
               "eca134c825a7")
         << use;

@@ -1,17 +1,12 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "foundation/crypto/Keychain.h"
 #include "tests/support/Identities.h"
 #include "tests/support/OpenCount.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 
 namespace foundation {
 namespace {
 
-namespace fs = std::filesystem;
-using testing::HasSubstr;
-using testing::Not;
+using Encryption = PKCS12Options::Encryption;
 
 class KeychainTest : public testing::Test {
  protected:
@@ -23,26 +18,27 @@ class KeychainTest : public testing::Test {
   }
   bool holdsTheLeafsKey(const fs::path& path) const {
     const auto keychain = Keychain::open(path);
-    EXPECT_TRUE(keychain) << (keychain ? "" : keychain.error().localizedDescription());
+    EXPECT_EQ(problemOf(keychain), "");
     return keychain && keychain->identityForCertificate(family_.leaf.certificate());
   }
-  static std::string problemOf(const fs::path& path) {
-    const auto keychain = Keychain::open(path);
-    return keychain ? "none" : keychain.error().localizedDescription();
+  static std::string problemWith(const fs::path& path) { return problemOf(Keychain::open(path)); }
+  std::string p12(const PKCS12Options& options = {}) const {
+    return std::string(
+        makePKCS12(family_.leaf, {family_.intermediate, family_.root}, options).text());
   }
 
-  test::TemporaryFolder folder_;
-  test::Family family_ = test::makeFamily();
+  TemporaryFolder folder_;
+  Family family_ = makeFamily();
 };
 
 TEST_F(KeychainTest, PEMFileHoldsAnyNumberOfKeysAndCertificates) {
-  const auto other = test::makeLeaf(family_.intermediate, {.key = test::KeyKind::rsa});
+  const auto other = makeLeaf(family_.intermediate, {.key = KeyKind::rsa});
   const auto path =
       write("all.pem", "Bag Attributes\n    friendlyName: M\xfcller\n" + family_.pem() +
                            "-----BEGIN X509 CRL-----\nAAAA\n-----END X509 CRL-----\n" +
                            other.certificatePEM() + "\r\n" + other.keyPEM());
   const auto keychain = Keychain::open(path);
-  ASSERT_TRUE(keychain) << keychain.error().localizedDescription();
+  ASSERT_EQ(problemOf(keychain), "");
   EXPECT_EQ(keychain->certificates().size(), 4u);
   ASSERT_EQ(keychain->identities().size(), 2u);
   EXPECT_EQ(keychain->identities()[0].certificate.der(), family_.leaf.der());
@@ -52,32 +48,24 @@ TEST_F(KeychainTest, PEMFileHoldsAnyNumberOfKeysAndCertificates) {
 
 TEST_F(KeychainTest, KeyAloneMakesAnIdentityOfAGivenCertificate) {
   const auto path = write("key.pem", family_.leaf.keyPEM("secret"));
-  EXPECT_THAT(problemOf(path), HasSubstr("block 1 (ENCRYPTED PRIVATE KEY)"));
+  EXPECT_THAT(problemWith(path), HasSubstr("block 1 (ENCRYPTED PRIVATE KEY)"));
   write("key.pem.password", "secret\n");
   EXPECT_TRUE(holdsTheLeafsKey(path));
   EXPECT_TRUE(Keychain::open(path)->identities().empty());
 }
 
 TEST_F(KeychainTest, PKCS12OpensInEveryEncryptionAndWithEveryKindOfPassphrase) {
-  using Encryption = test::PKCS12Options::Encryption;
-  const struct {
-    std::optional<std::string> passphrase;
-    std::optional<std::string> passwordFile;
-  } cases[] = {
+  const std::pair<std::optional<std::string>, std::optional<std::string>> cases[] = {
       {std::nullopt, std::nullopt},
       {"", std::nullopt},
       {"", "\n"},
-      {"päss word", "päss word\r\nsecond line\n"},
-  };
+      {"päss word", "päss word\r\nsecond line\n"}};
   for (const auto encryption : {Encryption::modern, Encryption::old}) {
-    for (const auto& c : cases) {
-      SCOPED_TRACE(testing::Message() << "old: " << (encryption == Encryption::old) << ", "
-                                      << c.passphrase.value_or("none"));
+    for (const auto& [passphrase, passwordFile] : cases) {
+      SCOPED_TRACE(passphrase.value_or("none"));
       const auto path =
-          write("identity.p12", makePKCS12(family_.leaf, {family_.intermediate, family_.root},
-                                           {.encryption = encryption, .passphrase = c.passphrase})
-                                    .text());
-      if (c.passwordFile) write("identity.p12.password", *c.passwordFile);
+          write("identity.p12", p12({.encryption = encryption, .passphrase = passphrase}));
+      if (passwordFile) write("identity.p12.password", *passwordFile);
       ASSERT_TRUE(holdsTheLeafsKey(path));
       EXPECT_EQ(Keychain::open(path)->certificates().size(), 3u);
       fs::remove(folder_ / "identity.p12.password");
@@ -86,27 +74,27 @@ TEST_F(KeychainTest, PKCS12OpensInEveryEncryptionAndWithEveryKindOfPassphrase) {
 }
 
 TEST_F(KeychainTest, FolderIsReadByNameAndUnreadableFilesArePassedOver) {
-  const test::ScopedEnvironment home("HOME", folder_.path().c_str());
+  const ScopedEnvironment home("HOME", folder_.path().c_str());
   EXPECT_TRUE(Keychain::defaultSearchList().certificates().empty());
-  const fs::path keys = "Library/Keychains";
-  const auto second = test::makeLeaf(family_.intermediate);
-  write(keys / "2.p12", test::makePKCS12(second).text());
-  write(keys / "1.pem", family_.leaf.certificatePEM() + family_.leaf.keyPEM());
-  write(keys / "3.cer", family_.leaf.der().text());
-  write(keys / "4.CRT", family_.root.certificatePEM());
-  write(keys / "5.der", family_.intermediate.der().text());
-  write(keys / "0.pem", "-----BEGIN CERTIFICATE-----\nnonsense\n-----END CERTIFICATE-----\n");
-  write(keys / ".hidden.pem", family_.root.keyPEM());
-  write(keys / "notes.txt", family_.root.keyPEM());
-  fs::create_directory(folder_ / keys / "folder.pem");
-  testing::internal::CaptureStderr();
-  const auto keychain = Keychain::defaultSearchList();
-  const std::string log = testing::internal::GetCapturedStderr();
-  ASSERT_EQ(keychain.certificates().size(), 4u) << "the leaf is listed twice";
-  EXPECT_EQ(keychain.certificates()[0].der(), family_.leaf.der());
-  EXPECT_EQ(keychain.certificates()[1].der(), second.der());
-  EXPECT_EQ(keychain.identities().size(), 2u);
-  EXPECT_EQ(keychain.privateKeys().size(), 2u);
+  const auto second = makeLeaf(family_.intermediate);
+  const std::pair<const char*, std::string> files[] = {
+      {"2.p12", std::string(makePKCS12(second).text())},
+      {"1.pem", family_.leaf.certificatePEM() + family_.leaf.keyPEM()},
+      {"3.cer", std::string(family_.leaf.der().text())},
+      {"4.CRT", family_.root.certificatePEM()},
+      {"5.der", std::string(family_.intermediate.der().text())},
+      {"0.pem", "-----BEGIN CERTIFICATE-----\nnonsense\n-----END CERTIFICATE-----\n"},
+      {".hidden.pem", family_.root.keyPEM()},
+      {"notes.txt", family_.root.keyPEM()},
+      {"folder.pem/file", ""}};
+  for (const auto& [name, content] : files) write(fs::path("Library/Keychains") / name, content);
+  std::optional<Keychain> keychain;
+  const std::string log = logOf([&] { keychain = Keychain::defaultSearchList(); });
+  ASSERT_EQ(keychain->certificates().size(), 4u) << "the leaf is listed twice";
+  EXPECT_EQ(keychain->certificates()[0].der(), family_.leaf.der());
+  EXPECT_EQ(keychain->certificates()[1].der(), second.der());
+  EXPECT_EQ(keychain->identities().size(), 2u);
+  EXPECT_EQ(keychain->privateKeys().size(), 2u);
   EXPECT_THAT(log, HasSubstr("Keychains/0.pem"));
   EXPECT_EQ(std::ranges::count(log, '\n'), 2) << log;
 }
@@ -116,68 +104,60 @@ TEST_F(KeychainTest, KeyThatOthersCanReadIsUsedWithOneWarning) {
   const auto path = write("open.pem", family_.leaf.keyPEM("secret"), kPublic);
   write("open.pem.password", "secret", kPublic);
   write("certificates.pem", family_.root.certificatePEM(), kPublic);
-  testing::internal::CaptureStderr();
-  EXPECT_TRUE(holdsTheLeafsKey(path));
-  EXPECT_TRUE(holdsTheLeafsKey(path));
-  EXPECT_TRUE(Keychain::open(folder_ / "certificates.pem"));
-  const std::string log = testing::internal::GetCapturedStderr();
+  const std::string log = logOf([&] {
+    EXPECT_TRUE(holdsTheLeafsKey(path));
+    EXPECT_TRUE(holdsTheLeafsKey(path));
+    EXPECT_TRUE(Keychain::open(folder_ / "certificates.pem"));
+  });
   EXPECT_THAT(log, HasSubstr("open.pem holds a private key"));
   EXPECT_THAT(log, HasSubstr("open.pem.password holds a passphrase"));
   EXPECT_EQ(std::ranges::count(log, '\n'), 2) << log;
 }
 
 TEST_F(KeychainTest, DamagedFilesAreErrorsThatNameThem) {
-  const std::string p12(test::makePKCS12(family_.leaf, {}, {.passphrase = "right"}).text());
+  const std::string whole = p12({.passphrase = "right"});
   const std::string pem = family_.leaf.keyPEM();
-  std::string flipped = p12;
+  std::string flipped = whole;
   flipped[flipped.size() / 2] = static_cast<char>(flipped[flipped.size() / 2] ^ 1);
   write("damaged.password", "wr0ng-guess\n");
   for (const std::string& content :
-       {std::string(), std::string("hello"), p12, p12.substr(0, p12.size() / 2), flipped,
+       {std::string(), std::string("hello"), whole, whole.substr(0, whole.size() / 2), flipped,
         std::string("\x30\x80"), pem.substr(0, pem.size() / 2),
         std::string("-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n")}) {
-    const auto keychain = Keychain::open(write("damaged", content));
-    ASSERT_FALSE(keychain) << content;
-    EXPECT_THAT(keychain.error().localizedDescription(), HasSubstr(folder_ / "damaged"));
+    const auto keychain = Keychain::open(write("damaged", keepForFuzzing("Keychain", content)));
+    EXPECT_THAT(problemOf(keychain), HasSubstr(folder_ / "damaged")) << content;
     EXPECT_THAT(keychain.error().description(), Not(HasSubstr("wr0ng-guess")));
   }
-  EXPECT_THAT(problemOf(folder_ / "missing.pem"), HasSubstr("missing.pem"));
+  EXPECT_THAT(problemWith(folder_ / "missing.pem"), HasSubstr("missing.pem"));
   const auto large = write("large.pem", family_.pem());
   fs::resize_file(large, 16 * 1024 * 1024 + 1);
-  EXPECT_THAT(problemOf(large), HasSubstr("16777217 bytes"));
+  EXPECT_THAT(problemWith(large), HasSubstr("16777217 bytes"));
 }
 
 TEST_F(KeychainTest, TheCauseIsNamedWithoutThePassphrase) {
-  using Encryption = test::PKCS12Options::Encryption;
-  const auto p12 = [&](Encryption encryption) {
-    return test::makePKCS12(family_.leaf, {}, {.encryption = encryption, .passphrase = "right"});
-  };
   const std::string none = "cannot be opened without a passphrase: there is no .password file";
   const std::string wrong =
       "cannot be opened with the passphrase in the .password file beside it: wrong passphrase";
   for (const std::string& content :
-       {std::string(p12(Encryption::modern).text()), std::string(p12(Encryption::old).text()),
+       {p12({.passphrase = "right"}), p12({.encryption = Encryption::old, .passphrase = "right"}),
         family_.leaf.keyPEM("right"), family_.leaf.oldKeyPEM("right")}) {
-    const auto file = write("locked", content);
-    EXPECT_THAT(problemOf(file), HasSubstr(none)) << content;
+    const auto file = write("locked", keepForFuzzing("Keychain", content));
+    EXPECT_THAT(problemWith(file), HasSubstr(none)) << content;
     write("locked.password", "wr0ng-guess\n");
-    EXPECT_THAT(problemOf(file), HasSubstr(wrong)) << content;
-    EXPECT_THAT(problemOf(file), Not(HasSubstr("wr0ng-guess")));
+    EXPECT_THAT(problemWith(file), AllOf(HasSubstr(wrong), Not(HasSubstr("wr0ng-guess"))));
     write("locked.password", "right\n");
     EXPECT_TRUE(holdsTheLeafsKey(file)) << content;
     fs::remove(folder_ / "locked.password");
   }
-  EXPECT_THAT(problemOf(write("login.keychain-db", std::string("kych\0\1\0\0", 8))),
-              HasSubstr("login.keychain-db: a Mac's own keychain file"));
-  testing::internal::CaptureStderr();
-  EXPECT_TRUE(Keychain::open(folder_.path()));
-  EXPECT_THAT(testing::internal::GetCapturedStderr(),
-              HasSubstr("login.keychain-db: a Mac's own keychain file"));
+  const std::string aMacs = "login.keychain-db: a Mac's own keychain file";
+  EXPECT_THAT(problemWith(write("login.keychain-db", std::string("kych\0\1\0\0", 8))),
+              HasSubstr(aMacs));
+  EXPECT_THAT(logOf([&] { EXPECT_TRUE(Keychain::open(folder_.path())); }), HasSubstr(aMacs));
 }
 
 TEST_F(KeychainTest, ASessionReadsEachFileOnce) {
   const auto path = write("identity.pem", family_.leaf.keyPEM());
-  const test::OpenCount opens(path);
+  const OpenCount opens(path);
   {
     const KeychainSession session;
     const KeychainSession inner;
@@ -192,7 +172,7 @@ TEST_F(KeychainTest, ASessionReadsEachFileOnce) {
 TEST_F(KeychainTest, TheIterationsOfASessionAreBounded) {
   const KeychainSession session(10'000);
   const auto problemOfNext = [&](const std::string& name) {
-    return problemOf(write(name, test::makeSlowKeyFile(test::SlowPart::keyInPEM, 4096)));
+    return problemWith(write(name, makeSlowKeyFile(SlowPart::keyInPEM, 4096)));
   };
   for (const char* name : {"1.pem", "2.pem"}) {
     EXPECT_THAT(problemOfNext(name), Not(HasSubstr("iterations")));
@@ -203,12 +183,11 @@ TEST_F(KeychainTest, TheIterationsOfASessionAreBounded) {
 }
 
 TEST_F(KeychainTest, FilesThatAskForTooManyIterationsAreRefused) {
-  using test::SlowPart;
   for (const auto part : {SlowPart::integrityCheck, SlowPart::contents, SlowPart::key,
                           SlowPart::keyByScrypt, SlowPart::keyInPEM}) {
     const auto complaintOf = [&](std::uint64_t iterations) {
-      const auto opened = Keychain::open(write("slow", test::makeSlowKeyFile(part, iterations)));
-      return opened ? "" : opened.error().localizedDescription();
+      const std::string file = makeSlowKeyFile(part, iterations);
+      return problemWith(write("slow", keepForFuzzing("Keychain", file)));
     };
     EXPECT_THAT(complaintOf(10'002'432),
                 testing::MatchesRegex(".*/slow: .*asks for 10002432 key derivation iterations; "

@@ -1,80 +1,55 @@
-#include <atomic>
-#include <fstream>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <utime.h>
 
 #include "foundation/file/FileEventSource.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using foundation::DispatchQueue;
 using foundation::FileEventSource;
-using std::chrono::seconds;
-
-template <class Condition>
-bool waitUntil(Condition isMet) {
-  const auto deadline = std::chrono::steady_clock::now() + seconds(20);
-  while (!isMet()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
-
-std::size_t openDescriptors() {
-  return static_cast<std::size_t>(
-      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
 
 class FileEventSourceTest : public testing::Test {
  protected:
-  ~FileEventSourceTest() override {
-    queue_.sync([] {});
-  }
+  ~FileEventSourceTest() override { settle(); }
 
   std::shared_ptr<FileEventSource> watch(const fs::path& path) {
     return FileEventSource::watchWrites(path, queue_, [this] { ++calls_; });
   }
-
   /// True when `write` causes at least one call.
   bool isNoticed(const std::function<void()>& write) {
-    if (!settles()) return false;
+    settle();
     const int before = calls_;
     write();
-    return waitUntil([&] { return calls_ > before; });
+    return eventually([&] { return calls_ > before; });
   }
-
-  /// True when `write` causes no call.
+  /// True when it causes none.
   bool isPassedOver(const std::function<void()>& write) {
-    if (!settles()) return false;
+    settle();
     const int before = calls_;
     write();
-    return settles() && calls_ == before;
+    settle();
+    return calls_ == before;
   }
-
-  /// True when all calls for previous writes have arrived: the call for a marker in another folder,
-  /// watched on the same queue, comes last.
-  bool settles() {
+  /// Waits for the calls for all writes so far: that for a marker in another folder, watched on the
+  /// same queue, comes last.
+  void settle() {
     std::atomic<bool> seen = false;
     const auto marker = FileEventSource::watchWrites(marked_.path(), queue_, [&] { seen = true; });
     marked_.write(std::to_string(++marks_), "x");
-    const bool isSettled = waitUntil([&] { return seen.load(); });
+    EXPECT_TRUE(eventually([&] { return seen.load(); }));
     marker->cancel();
     queue_.sync([] {});
-    return isSettled;
+  }
+  void addFiles(int count) {
+    while (count-- > 0) folder_.write("f" + std::to_string(++files_), "x");
   }
 
-  test::TemporaryFolder folder_;
-  test::TemporaryFolder marked_;
+  TemporaryFolder folder_;
+  TemporaryFolder marked_;
   DispatchQueue queue_ = DispatchQueue::serial("test.file-events");
   std::atomic<int> calls_ = 0;
   int marks_ = 0;
+  int files_ = 0;
 };
 
 TEST_F(FileEventSourceTest, AFolderIsWrittenWhenItsEntriesChangeWhereverItGoes) {
@@ -119,7 +94,7 @@ TEST_F(FileEventSourceTest, SourcesOnOneFolderDoNotDisturbEachOther) {
   std::atomic<int> others = 0;
   auto second = FileEventSource::watchWrites(folder_.path(), queue_, [&] { ++others; });
   EXPECT_TRUE(isNoticed([&] { folder_.write("a", "x"); }));
-  EXPECT_TRUE(waitUntil([&] { return others > 0; }));
+  EXPECT_TRUE(eventually([&] { return others > 0; }));
   second.reset();
   queue_.sync([] {});
   const int before = others;
@@ -130,27 +105,24 @@ TEST_F(FileEventSourceTest, SourcesOnOneFolderDoNotDisturbEachOther) {
 
 TEST_F(FileEventSourceTest, EventsDuringAHandlerMergeAndHandlersNeverOverlap) {
   for (const DispatchQueue& queue : {queue_, DispatchQueue::global()}) {
-    std::atomic<int> inside = 0;
-    std::atomic<int> calls = 0;
-    std::atomic<bool> overlaps = false;
-    std::atomic<bool> isHeld = true;
-    std::atomic<bool> isCancelled = false;
+    std::atomic<int> inside = 0, calls = 0;
+    std::atomic<bool> overlaps = false, isHeld = true, isCancelled = false;
     const auto source = FileEventSource::watchWrites(
         folder_.path(), queue,
         [&] {
           if (inside++ > 0) overlaps = true;
           ++calls;
-          waitUntil([&] { return !isHeld; });
+          eventually([&] { return !isHeld; });
           --inside;
         },
         [&] { isCancelled = true; });
-    for (int i = 0; i < 50; ++i) folder_.write("f" + std::to_string(i), "x");
-    ASSERT_TRUE(waitUntil([&] { return calls == 1; }));
-    for (int i = 0; i < 50; ++i) fs::remove(folder_ / ("f" + std::to_string(i)));
+    addFiles(50);
+    ASSERT_TRUE(eventually([&] { return calls == 1; }));
+    addFiles(50);
     isHeld = false;
-    EXPECT_TRUE(waitUntil([&] { return calls > 1 && inside == 0; }));
+    EXPECT_TRUE(eventually([&] { return calls > 1 && inside == 0; }));
     source->cancel();
-    EXPECT_TRUE(waitUntil([&] { return isCancelled.load(); }));
+    EXPECT_TRUE(eventually([&] { return isCancelled.load(); }));
     EXPECT_LE(calls, 100);
     EXPECT_FALSE(overlaps);
   }
@@ -159,8 +131,7 @@ TEST_F(FileEventSourceTest, EventsDuringAHandlerMergeAndHandlersNeverOverlap) {
 TEST_F(FileEventSourceTest, TheCancelHandlerIsTheLastAndRunsOnceOnTheQueue) {
   const std::size_t before = openDescriptors();
   for (int round = 0; round < 50; ++round) {
-    std::atomic<int> cancelled = 0;
-    std::atomic<int> late = 0;
+    std::atomic<int> cancelled = 0, late = 0;
     std::atomic<bool> elsewhere = false;
     auto source = FileEventSource::watchWrites(
         folder_.path(), queue_,
@@ -172,13 +143,11 @@ TEST_F(FileEventSourceTest, TheCancelHandlerIsTheLastAndRunsOnceOnTheQueue) {
           if (!queue_.isCurrent()) elsewhere = true;
           ++cancelled;
         });
-    std::thread writer([&] {
-      for (int i = 0; i < 5; ++i) folder_.write("r" + std::to_string(round * 5 + i), "x");
-    });
+    std::thread writer([&] { addFiles(5); });
     if (round % 2) source->cancel();
     source.reset();
     writer.join();
-    ASSERT_TRUE(waitUntil([&] { return cancelled > 0; }));
+    ASSERT_TRUE(eventually([&] { return cancelled > 0; }));
     queue_.sync([] {});
     EXPECT_EQ(cancelled, 1);
     EXPECT_EQ(late, 0);
@@ -200,9 +169,9 @@ TEST_F(FileEventSourceTest, AHandlerMayCancelAndDestroyItsOwnSource) {
         [&] { ended = true; });
   });
   folder_.write("a", "x");
-  EXPECT_TRUE(waitUntil([&] { return ended.load(); }));
+  EXPECT_TRUE(eventually([&] { return ended.load(); }));
   folder_.write("b", "x");
-  ASSERT_TRUE(settles());
+  settle();
   EXPECT_EQ(calls_, 1);
 }
 

@@ -4,9 +4,11 @@
 namespace foundation {
 namespace {
 
+constexpr TextReader kJSON{"JSON", JSON::decode};
+
 TEST(JSON, DecodesEachKindAndOfARepeatedKeyTheLastValue) {
   expectReadings(
-      JSON::decode,
+      kJSON,
       {{R"({"n":null,"t":true,"i":-5,"u":18446744073709551615,"r":1.5,"s":"\u00e4\ud83d\ude00"})",
         Dictionary{{"n", Value()},
                    {"t", true},
@@ -26,13 +28,13 @@ TEST(JSON, ReadsEveryUnicodeForm) {
         "\xfe\xff" + widened(text, 2, true),
         std::string("\xff\xfe\0\0", 4) + widened(text, 4, false),
         std::string("\0\0\xfe\xff", 4) + widened(text, 4, true)}) {
-    expectReadings(JSON::decode, {{form, Array{1, "x"}}});
+    expectReadings(kJSON, {{form, Array{1, "x"}}});
   }
 }
 
 TEST(JSON, RefusesWithAReason) {
   expectRefusals(
-      JSON::decode, "JSON: ",
+      kJSON, "JSON: ",
       {{"empty", "", "malformed at byte 1"},
        {"lone string", "\"a\"", "the top level is neither an array nor an object"},
        {"cut off", "{\"a\":[1,", "malformed at byte 9"},
@@ -42,12 +44,12 @@ TEST(JSON, RefusesWithAReason) {
        {"half a UTF-16 unit", std::string("\xff\xfe[", 3), "ill-formed UTF-16 or UTF-32 text"},
        {"deep", repeated("[", 100000), "nested deeper than 512 levels"},
        {"deep objects", repeated("{\"a\":", 100000), "nested deeper than 512 levels"}});
-  EXPECT_TRUE(JSON::decode(bytesOf(repeated("[", 512) + repeated("]", 512))));
+  EXPECT_TRUE(kJSON(repeated("[", 512) + repeated("]", 512)));
 }
 
 TEST(JSON, Encodes) {
   const Value value = Dictionary{{"z", Array{Value(), true, -1, 0.5}},
-                                 {"date", Date(std::chrono::seconds(1425211200))},
+                                 {"date", Date(1425211200s)},
                                  {"data", Data(std::string("\x01\xff"))},
                                  {"bad", "a\xff\"\n\x7f\u009b\u00a0"}};
   EXPECT_EQ(JSON::encode(value), R"({"bad":"a)"

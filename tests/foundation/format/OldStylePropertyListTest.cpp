@@ -1,4 +1,3 @@
-#include "foundation/format/PropertyList.h"
 #include "tests/foundation/format/Parsing.h"
 
 namespace foundation {
@@ -6,7 +5,7 @@ namespace {
 
 TEST(OldStylePropertyList, ReadsWhatProjectFilesHold) {
   expectReadings(
-      PropertyList::parse,
+      kPropertyList,
       {{R"(// !$*UTF8*$!
 {
 	archiveVersion = 1;
@@ -41,26 +40,26 @@ TEST(OldStylePropertyList, ReadsWhatProjectFilesHold) {
        {"\"\u00e4\U0001f600\"", "\u00e4\U0001f600"},
        {"\xef\xbb\xbf{a = b;}\r\n// end", Dictionary{{"a", "b"}}},
        {"\xfe\xff" + widened("{a = \"b\";}", 2, true), Dictionary{{"a", "b"}}}});
-  EXPECT_TRUE(PropertyList::parse(bytesOf(repeated("(", 512) + repeated(")", 512))));
+  EXPECT_TRUE(kPropertyList(repeated("(", 512) + repeated(")", 512)));
 }
 
 TEST(OldStylePropertyList, ReadsEscapes) {
-  expectReadings(PropertyList::parse, {{R"("\a\b\f\n\r\t\v\"\\\'\q")", "\a\b\f\n\r\t\v\"\\'q"},
-                                       {R"("\351")", "\u00d8"},
-                                       {R"("\101\1018\7")", "AA8\a"},
-                                       {R"("\200\377\256\257")", "\u00a0\ufffd\ufb01\ufb02"},
-                                       {R"("\U00e4\U20ACx")", "\u00e4\u20acx"},
-                                       {R"("\Ud83d\Ude00")", "\U0001f600"},
-                                       {R"("\Ud83d\U0041")", "\ufffdA"},
-                                       {R"("\Ud83d\n\Ude00")", "\ufffd\n\ufffd"},
-                                       {"\"line\\\nnext\"", "line\nnext"},
-                                       {R"('single "quoted"')", "single \"quoted\""}});
+  expectReadings(kPropertyList, {{R"("\a\b\f\n\r\t\v\"\\\'\q")", "\a\b\f\n\r\t\v\"\\'q"},
+                                 {R"("\351")", "\u00d8"},
+                                 {R"("\101\1018\7")", "AA8\a"},
+                                 {R"("\200\377\256\257")", "\u00a0\ufffd\ufb01\ufb02"},
+                                 {R"("\U00e4\U20ACx")", "\u00e4\u20acx"},
+                                 {R"("\Ud83d\Ude00")", "\U0001f600"},
+                                 {R"("\Ud83d\U0041")", "\ufffdA"},
+                                 {R"("\Ud83d\n\Ude00")", "\ufffd\n\ufffd"},
+                                 {"\"line\\\nnext\"", "line\nnext"},
+                                 {R"('single "quoted"')", "single \"quoted\""}});
 }
 
 TEST(OldStylePropertyList, RefusesWithLineAndReason) {
   const std::string deep = "1: nested deeper than 512 levels";
   expectRefusals(
-      PropertyList::parse, "property list in the old text form, line ",
+      kPropertyList, "property list in the old text form, line ",
       {{"no semicolon", "{a = 1}", "1: '}' stands where a dictionary needs ';'"},
        {"no equals sign", "{\n a 1;\n}", "2: '1' stands where a dictionary needs '='"},
        {"no value", "{a = ;}", "1: ';' begins no value"},
@@ -79,7 +78,7 @@ TEST(OldStylePropertyList, RefusesWithLineAndReason) {
        {"merge conflict", "{\n<<<<<<< HEAD\na = 1;\n=======\n", "2: '<' begins no value"},
        {"deep", repeated("(", 513) + repeated(")", 513), deep},
        {"deep dictionaries", repeated("{a=", 100000), deep}});
-  EXPECT_FALSE(PropertyList::parse(bytesOf("{a = \"\xff\";}")));
+  EXPECT_FALSE(kPropertyList("{a = \"\xff\";}"));
 }
 
 }  // namespace

@@ -1,26 +1,27 @@
-// Tables of what a reader of text takes and what it refuses.
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/Test.h"
 
-#include "foundation/base/Data.h"
-#include "foundation/base/Result.h"
-#include "foundation/base/Value.h"
-
+/// Tables of what a reader of text takes and what it refuses. All texts are kept for fuzzing.
 namespace foundation {
 
-using Reader = Result<Value> (*)(Bytes);
+struct TextReader {
+  const char* fuzzTarget;
+  Result<Value> (*read)(Bytes);
 
-struct Reading {
-  std::string text;
-  Value expected;
+  [[nodiscard]] Result<Value> operator()(const std::string& text) const {
+    if (text.size() < 4096) keepForFuzzing(fuzzTarget, text);
+    return read(bytesOf(text));
+  }
 };
 
-inline void expectReadings(Reader read, const std::vector<Reading>& readings) {
+inline constexpr TextReader kPropertyList{"PropertyList", PropertyList::parse};
+
+inline void expectReadings(const TextReader& read,
+                           const std::vector<std::pair<std::string, Value>>& readings) {
   for (const auto& [text, expected] : readings) {
-    const auto value = read(bytesOf(text));
-    ASSERT_TRUE(value) << text << ": " << value.error().localizedDescription();
+    const auto value = read(text);
+    ASSERT_EQ(problemOf(value), "") << text;
     EXPECT_EQ(*value, expected) << text;
   }
 }
@@ -28,23 +29,14 @@ inline void expectReadings(Reader read, const std::vector<Reading>& readings) {
 struct Refusal {
   const char* name;
   std::string text;
-  /// The error's text behind `where`.
+  /// The error's text after `where`.
   std::string complaint;
 };
 
-inline void expectRefusals(Reader read, const std::string& where,
+inline void expectRefusals(const TextReader& read, const std::string& where,
                            const std::vector<Refusal>& refusals) {
-  for (const Refusal& c : refusals) {
-    const auto value = read(bytesOf(c.text));
-    ASSERT_FALSE(value) << c.name;
-    EXPECT_EQ(value.error().localizedDescription(), where + c.complaint) << c.name;
-  }
-}
-
-inline std::string repeated(std::string_view text, int times) {
-  std::string out;
-  for (int i = 0; i < times; ++i) out += text;
-  return out;
+  for (const Refusal& c : refusals)
+    EXPECT_EQ(problemOf(read(c.text)), where + c.complaint) << c.name;
 }
 
 /// ASCII text in units of `size` bytes.

@@ -1,14 +1,10 @@
-#include <atomic>
-#include <thread>
-
-#include "foundation/queue/RunLoop.h"
 #include "tests/foundation/net/Connections.h"
 #include "tests/support/MachOFixture.h"
+#include "tests/support/Test.h"
 
 namespace foundation {
 namespace {
 
-using namespace std::chrono_literals;
 /// Records its calls.
 struct Recorder : URLConnection::Delegate {
   std::vector<std::string> calls;
@@ -65,7 +61,7 @@ using AsynchronousTLS = WithTrustedAuthority;
 TEST(AsynchronousConnection, TellsResponseDataAndEnd) {
   const LoopbackServer server(alwaysAnswer(httpAnswer(201, "the body", "X-Field: value\r\n")));
   const auto recorder = exchange(requestFor(server.url("/")));
-  EXPECT_THAT(recorder->calls, testing::ElementsAre("response", "data", "finish"));
+  EXPECT_THAT(recorder->calls, ElementsAre("response", "data", "finish"));
   EXPECT_EQ(recorder->response->statusCode, 201);
   EXPECT_EQ(recorder->response->headers.at("x-field"), "value");
   EXPECT_EQ(recorder->body, "the body");
@@ -75,24 +71,23 @@ TEST(AsynchronousConnection, TellsResponseDataAndEnd) {
 TEST(AsynchronousConnection, EndsInOneErrorForEveryFault) {
   const std::string half = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfive!";
   struct Fault {
-    test::Handler handler;
+    Handler handler;
     long code;
     testing::Matcher<std::vector<std::string>> calls;
   };
   for (const Fault& c :
-       {Fault{[](const auto&, Peer& p) { p.reset(); }, -1005, testing::ElementsAre("error")},
+       {Fault{[](const auto&, Peer& p) { p.reset(); }, -1005, ElementsAre("error")},
         Fault{[&](const auto&, Peer& p) {
                 p.send(half);
                 p.close();
               },
-              -1005, testing::ElementsAre("response", "data", "error")},
+              -1005, ElementsAre("response", "data", "error")},
         Fault{[&](const auto&, Peer& p) {
                 p.send(half);
                 p.stall();
               },
-              -1001, testing::ElementsAre("response", "data", "error")},
-        Fault{alwaysAnswer(httpAnswer(302, "", "Location: /\r\n")), -1007,
-              testing::ElementsAre("error")}}) {
+              -1001, ElementsAre("response", "data", "error")},
+        Fault{alwaysAnswer(httpAnswer(302, "", "Location: /\r\n")), -1007, ElementsAre("error")}}) {
     const LoopbackServer server(c.handler);
     URLRequest request = requestFor(server.url("/"));
     request.idleTimeout = 300ms;
@@ -167,30 +162,30 @@ TEST(AsynchronousConnection, AsksOnlyForRealChallenges) {
 TEST(AsynchronousConnection, ATunnelThatAsksForAPasswordIsAChallengeAndShownNothing) {
   const LoopbackServer proxy(
       alwaysAnswer(httpAnswer(407, "", "Proxy-Authenticate: Basic realm=\"p\"\r\n")));
-  const test::ScopedEnvironment https("https_proxy", proxy.url().c_str());
+  const ScopedEnvironment https("https_proxy", proxy.url().c_str());
   const URLRequest request = secretPostTo("https://service.invalid/path", 10);
   const auto recorder = exchange(request);
-  EXPECT_THAT(recorder->calls, testing::ElementsAre("question", "error"));
+  EXPECT_THAT(recorder->calls, ElementsAre("question", "error"));
   EXPECT_FALSE(recorder->questions.at(0).hasServerTrust);
   for (const auto& error : {recorder->error, send(request).error}) {
     EXPECT_EQ(error->code, -1004);
-    EXPECT_THAT(error->localizedDescription(),
-                testing::HasSubstr("the proxy 127.0.0.1 port " + std::to_string(proxy.port()) +
-                                   " answered 407"));
+    EXPECT_THAT(
+        error->localizedDescription(),
+        HasSubstr("the proxy 127.0.0.1 port " + std::to_string(proxy.port()) + " answered 407"));
   }
   for (const auto& received : proxy.requests()) {
-    EXPECT_THAT(received->raw, testing::Not(testing::HasSubstr("canary")));
+    EXPECT_THAT(received->raw, Not(HasSubstr("canary")));
   }
 }
 
 TEST(AsynchronousConnection, ABodyThatBecomesTooLongIsRefusedOnEitherPath) {
   constexpr std::size_t limit = std::size_t{16} << 20;
-  const test::TemporaryFolder folder;
+  const TemporaryFolder folder;
   for (const std::size_t size : {limit, limit + 1}) {
     const bool fits = size == limit;
-    test::runCommand(
+    runCommand(
         {"sh", "-c", "head -c $0 /dev/zero | gzip >$1", std::to_string(size), folder / "body"});
-    const std::string body = test::contentsOf(folder / "body");
+    const std::string body = contentsOf(folder / "body");
     ASSERT_LT(body.size(), 20'000u);
     const LoopbackServer server(alwaysAnswer(httpAnswer(200, body, "Content-Encoding: gzip\r\n")));
     const auto synchronous = send(requestFor(server.url("/")));
@@ -201,8 +196,7 @@ TEST(AsynchronousConnection, ABodyThatBecomesTooLongIsRefusedOnEitherPath) {
       ASSERT_EQ(error.has_value(), !fits);
       if (fits) continue;
       EXPECT_EQ(error->code, -1103);
-      EXPECT_THAT(error->localizedDescription(),
-                  testing::HasSubstr("sent a body of more than 16 MiB"));
+      EXPECT_THAT(error->localizedDescription(), HasSubstr("sent a body of more than 16 MiB"));
     }
   }
 }
@@ -225,10 +219,10 @@ TEST_F(AsynchronousTLS, AsksOncePerConnectionBeforeTheRequest) {
 }
 
 TEST_F(AsynchronousTLS, AYesTrustsNobody) {
-  const test::TLSAuthority stranger;
+  const TLSAuthority stranger;
   const LoopbackServer server(alwaysAnswer(httpAnswer(200)), tls(stranger));
   const auto recorder = exchange(secretPostTo(server.url("/"), 10));
-  EXPECT_THAT(recorder->calls, testing::ElementsAre("question", "error"));
+  EXPECT_THAT(recorder->calls, ElementsAre("question", "error"));
   EXPECT_EQ(recorder->error->code, -1202);
   EXPECT_TRUE(server.requests().empty());
 }

@@ -1,20 +1,17 @@
-#include <thread>
-
 #include "tests/foundation/net/Connections.h"
+#include "tests/support/Test.h"
 
 namespace foundation {
 namespace {
 
-using namespace std::chrono_literals;
-
 /// The faults that the test of whole runs against such servers does not meet.
 TEST(URLConnectionFaults, EndInAnErrorThatNamesThePlace) {
-  const test::Handler endlessField = [](const auto&, Peer& peer) {
+  const Handler endlessField = [](const auto&, Peer& peer) {
     peer.send("HTTP/1.1 200 OK\r\nX: ");
     while (peer.send(std::string(900, 'x'))) {
     }
   };
-  for (const test::Handler& fault :
+  for (const Handler& fault :
        {alwaysAnswer(
             "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello!!\r\n0\r\n\r\n"),
         alwaysAnswer(httpAnswer(200, "not gzip", "Content-Encoding: gzip\r\n")), endlessField}) {
@@ -25,8 +22,8 @@ TEST(URLConnectionFaults, EndInAnErrorThatNamesThePlace) {
     EXPECT_EQ(exchange.error->domain, "NSURLErrorDomain");
     EXPECT_EQ(exchange.error->code, -1011) << exchange.error->description();
     EXPECT_THAT(exchange.error->localizedDescription(),
-                testing::HasSubstr("127.0.0.1 port " + std::to_string(server.port())));
-    EXPECT_THAT(exchange.error->description(), testing::Not(testing::HasSubstr("canary")));
+                HasSubstr("127.0.0.1 port " + std::to_string(server.port())));
+    EXPECT_THAT(exchange.error->description(), Not(HasSubstr("canary")));
   }
 }
 
@@ -35,11 +32,11 @@ TEST(URLConnectionFaults, AServerThatFallsSilentIsTimedOut) {
     peer.stall();
     return true;
   };
-  test::ServerOptions atOnce;
+  ServerOptions atOnce;
   atOnce.onConnection = stall;
-  test::ServerOptions inTheBody;
+  ServerOptions inTheBody;
   inTheBody.onHead = [&](const ReceivedRequest&, Peer& peer) { return stall(peer); };
-  const test::Handler inTheAnswer = [](const ReceivedRequest&, Peer& peer) {
+  const Handler inTheAnswer = [](const ReceivedRequest&, Peer& peer) {
     peer.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfive!");
     peer.stall();
   };
@@ -79,7 +76,7 @@ TEST(URLConnectionFaults, BytesThatTrickleAreNoSilence) {
 
 /// All of the body is in the system's buffers at once; the server takes it slowly.
 TEST(URLConnectionFaults, ABodyThatTheServerTakesSlowlyIsNoSilence) {
-  test::ServerOptions options;
+  ServerOptions options;
   options.onHead = [](const ReceivedRequest& request, Peer& peer) {
     std::size_t left = std::stoul(*request.header("Content-Length"));
     while (left > 0) {
@@ -105,8 +102,8 @@ TEST(URLConnectionFaults, ABodyThatTheServerTakesSlowlyIsNoSilence) {
 using URLConnectionTLS = WithTrustedAuthority;
 
 TEST_F(URLConnectionTLS, AServerWithoutTLSAndAMissingListOfAuthoritiesGiveNoSecureConnection) {
-  const test::ScopedEnvironment missing("SSL_CERT_FILE", "/nowhere/trusted.pem");
-  test::ServerOptions withoutTLS;
+  const ScopedEnvironment missing("SSL_CERT_FILE", "/nowhere/trusted.pem");
+  ServerOptions withoutTLS;
   withoutTLS.onConnection = [](Peer& peer) {
     peer.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
     return true;
@@ -124,7 +121,7 @@ TEST_F(URLConnectionTLS, AServerWithoutTLSAndAMissingListOfAuthoritiesGiveNoSecu
 /// Answers when the head is there, then closes with the rest of the body unread, which resets the
 /// connection under the client's hands.
 TEST_F(URLConnectionTLS, AnEarlyResponseIsTheAnswer) {
-  for (test::ServerOptions options : {test::ServerOptions(), tls(authority_)}) {
+  for (ServerOptions options : {ServerOptions(), tls(authority_)}) {
     options.onHead = [](const ReceivedRequest&, Peer& peer) {
       peer.receive(100'000);
       peer.send(httpAnswer(413, "enough"));

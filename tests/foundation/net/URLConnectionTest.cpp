@@ -1,7 +1,6 @@
-#include <thread>
-
 #include "foundation/net/private/HTTPRedirect.h"
 #include "tests/foundation/net/Connections.h"
+#include "tests/support/Test.h"
 
 namespace foundation {
 namespace {
@@ -87,7 +86,7 @@ TEST(URLConnection, GivesBackStatusFieldsAndBytes) {
 }
 
 /// Redirects "/from" with a status, answers everything else.
-test::Handler redirecting(int status, const std::string& location) {
+Handler redirecting(int status, const std::string& location) {
   return [=](const ReceivedRequest& request, Peer& peer) {
     const bool redirects = request.target == "/from";
     peer.send(redirects ? httpAnswer(status, "moved", "Location: " + location + "\r\n")
@@ -179,12 +178,12 @@ TEST(URLConnection, KeepsCookiesByOriginInMemoryAndForAllThreads) {
 
 TEST(URLConnection, GoesThroughTheProxyOfTheEnvironment) {
   const LoopbackServer proxy(alwaysAnswer(httpAnswer(200, "by proxy")));
-  const test::ScopedEnvironment http("http_proxy", proxy.url().c_str());
+  const ScopedEnvironment http("http_proxy", proxy.url().c_str());
   const auto exchange = send(requestFor("http://service.invalid/path"));
   ASSERT_TRUE(exchange.data) << exchange.error->description();
   EXPECT_EQ(exchange.data->text(), "by proxy");
   EXPECT_EQ(proxy.requests().at(0)->target, "http://service.invalid/path");
-  const test::ScopedEnvironment none("no_proxy", "127.0.0.1");
+  const ScopedEnvironment none("no_proxy", "127.0.0.1");
   const LoopbackServer server(alwaysAnswer(httpAnswer(200, "directly")));
   EXPECT_EQ(send(requestFor(server.url("/"))).data->text(), "directly");
 }
@@ -201,7 +200,7 @@ TEST(URLConnection, RefusesToSendLinesThatNobodyMeant) {
     EXPECT_FALSE(exchange.response);
     ASSERT_TRUE(exchange.error);
     EXPECT_EQ(exchange.error->code, -1);
-    EXPECT_THAT(exchange.error->description(), testing::Not(testing::HasSubstr("canary")));
+    EXPECT_THAT(exchange.error->description(), Not(HasSubstr("canary")));
   }
 }
 

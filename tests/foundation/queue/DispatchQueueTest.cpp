@@ -1,37 +1,25 @@
-#include <atomic>
 #include <barrier>
-#include <cstdlib>
-#include <filesystem>
-#include <functional>
 #include <future>
-#include <stdexcept>
-#include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
 #include <malloc.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include "foundation/queue/DispatchQueue.h"
-#include "foundation/queue/RunLoop.h"
+#include "tests/support/Test.h"
 
 namespace {
 
 using foundation::DispatchQueue;
-using std::chrono::milliseconds;
-constexpr std::chrono::seconds kLimit{20};
 
 TEST(DispatchQueue, ASerialQueueRunsOnePieceAtATimeInOrder) {
   const auto queue = DispatchQueue::serial("one");
   std::vector<std::vector<int>> seen(8);
   int count = 0;  // unguarded on purpose
   std::vector<std::thread> threads;
-  for (std::size_t thread = 0; thread < seen.size(); ++thread) {
-    threads.emplace_back([&, thread] {
+  for (std::vector<int>& order : seen) {
+    threads.emplace_back([&] {
       for (int i = 0; i < 500; ++i) {
-        queue.async([&, thread, i] {
-          seen[thread].push_back(i);
+        queue.async([&, i] {
+          order.push_back(i);
           ++count;
         });
         queue.sync([&] { ++count; });
@@ -42,7 +30,7 @@ TEST(DispatchQueue, ASerialQueueRunsOnePieceAtATimeInOrder) {
   EXPECT_EQ(count, 8000);
   for (const auto& order : seen) {
     EXPECT_EQ(order.size(), 500U);
-    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+    EXPECT_TRUE(std::ranges::is_sorted(order));
   }
 }
 
@@ -59,7 +47,7 @@ TEST(DispatchQueue, SyncRunsOnTheCallersThreadAndPassesExceptionsOn) {
 }
 
 TEST(DispatchQueueDeathTest, SyncFromInsideStopsTheProcess) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto outer = DispatchQueue::serial("outer");
   const auto inner = DispatchQueue::serial("inner");
   EXPECT_DEATH(outer.sync([&] { inner.sync([&] { outer.sync([] {}); }); }), "isCurrent");
@@ -83,7 +71,7 @@ TEST(DispatchQueue, AnObjectMayDieOnItsOwnQueue) {
     } else {
       queue.async([kept = std::move(object)]() mutable { kept.reset(); });
     }
-    ASSERT_EQ(died.wait_for(kLimit), std::future_status::ready);
+    ASSERT_EQ(died.wait_for(kDeadline), std::future_status::ready);
     EXPECT_TRUE(died.get());
   }
   const auto object = std::make_unique<Object>();
@@ -110,11 +98,6 @@ TEST(DispatchQueue, TheGlobalQueueRunsPiecesSideBySide) {
   }
   meeting->arrive_and_wait();
   EXPECT_FALSE(DispatchQueue::global().isCurrent());
-}
-
-std::size_t threadCount() {
-  const std::filesystem::directory_iterator tasks("/proc/self/task");
-  return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
 }
 
 /// 300 pieces that wait for each other in several ways; each calls `done` once.
@@ -148,19 +131,10 @@ TEST(DispatchQueue, NoNumberOfPiecesThatWaitForEachOtherIsTooLarge) {
   for (const Waits& waits : {callbacks, turns, unseen}) {
     const auto shared = DispatchQueue::serial("shared");
     const auto count = std::make_shared<std::atomic<int>>(0);
-    const auto all = std::make_shared<std::promise<void>>();
-    for (int i = 0; i < kPieces; ++i) {
-      waits(shared, [count, all] {
-        if (++*count == kPieces) all->set_value();
-      });
-    }
-    ASSERT_EQ(all->get_future().wait_for(kLimit), std::future_status::ready) << *count;
+    for (int i = 0; i < kPieces; ++i) waits(shared, [count] { ++*count; });
+    ASSERT_TRUE(eventually([&] { return *count == kPieces; })) << *count;
   }
-  const auto end = std::chrono::steady_clock::now() + kLimit;
-  while (threadCount() > threadsBefore + 8 && std::chrono::steady_clock::now() < end) {
-    std::this_thread::yield();
-  }
-  EXPECT_LE(threadCount(), threadsBefore + 8);
+  EXPECT_TRUE(eventually([&] { return threadCount() <= threadsBefore + 8; })) << threadCount();
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
@@ -178,7 +152,7 @@ TEST(DispatchQueueDeathTest, GoesOnWithTheThreadsThatCanBeHad) {
     std::atomic<int> done = 0;
     for (int i = 0; i < kPieces; ++i) {
       DispatchQueue::global().async([&done] {
-        std::this_thread::sleep_for(milliseconds(5));
+        std::this_thread::sleep_for(5ms);  // work that keeps its thread
         ++done;
       });
     }
@@ -193,15 +167,15 @@ TEST(DispatchQueue, DelayedPiecesComeWhenDue) {
   const auto queue = DispatchQueue::serial("later");
   const auto start = std::chrono::steady_clock::now();
   std::vector<int> order;
-  const auto last = std::make_shared<std::promise<void>>();
-  queue.asyncAfter(milliseconds(60), [&order, last] {
+  std::atomic<bool> isOver = false;
+  queue.asyncAfter(60ms, [&] {
     order.push_back(2);
-    last->set_value();
+    isOver = true;
   });
-  queue.asyncAfter(milliseconds(20), [&] { order.push_back(1); });
-  ASSERT_EQ(last->get_future().wait_for(kLimit), std::future_status::ready);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(60));
-  EXPECT_EQ(order, (std::vector<int>{1, 2}));
+  queue.asyncAfter(20ms, [&] { order.push_back(1); });
+  ASSERT_TRUE(eventually([&] { return isOver.load(); }));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 60ms);
+  EXPECT_THAT(order, ElementsAre(1, 2));
 }
 
 TEST(DispatchQueue, TheMainQueueRunsOnTheMainLoopsThread) {
@@ -214,8 +188,7 @@ TEST(DispatchQueue, TheMainQueueRunsOnTheMainLoopsThread) {
       thread = std::this_thread::get_id();
     });
   }).join();
-  EXPECT_TRUE(
-      foundation::RunLoop::main().runUntil([&] { return thread != std::thread::id(); }, kLimit));
+  EXPECT_TRUE(eventuallyOnMainLoop([&] { return thread != std::thread::id(); }));
   EXPECT_EQ(thread, std::this_thread::get_id());
   EXPECT_TRUE(current);
   EXPECT_FALSE(main.isCurrent());

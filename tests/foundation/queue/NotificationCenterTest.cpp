@@ -1,65 +1,59 @@
-#include <atomic>
-#include <thread>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "foundation/queue/NotificationCenter.h"
+#include "tests/support/Test.h"
 
 namespace {
 
 using foundation::NotificationCenter;
-using testing::ElementsAre;
 using Notification = NotificationCenter::Notification;
 using Token = NotificationCenter::Token;
 
-NotificationCenter& center() { return NotificationCenter::defaultCenter(); }
-
-TEST(NotificationCenterTest, CallsTheObserversOfANameInOrder) {
-  std::vector<std::string> seen;
-  const auto observe = [&](const std::string& who) {
-    return center().addObserver("Name", [&seen, who](const Notification& notification) {
-      seen.push_back(who + " " + *notification.object.string());
+struct NotificationCenterTest : testing::Test {
+  /// An observer of "Name" that writes down its own name and what was posted.
+  Token observe(
+      const std::string& who, const std::function<void()>& then = [] {}) {
+    return center_.addObserver("Name", [=, this](const Notification& notification) {
+      seen_.push_back(who + " " + *notification.object.string());
+      then();
     });
-  };
+  }
+
+  NotificationCenter& center_ = NotificationCenter::defaultCenter();
+  std::vector<std::string> seen_;
+};
+
+TEST_F(NotificationCenterTest, CallsTheObserversOfANameInOrder) {
   const Token first = observe("first");
   Token second = observe("second");
-  const Token other = center().addObserver("Other", [](const Notification&) { FAIL(); });
-  center().post("Name", "one");
+  const Token other = center_.addObserver("Other", [](const Notification&) { FAIL(); });
+  center_.post("Name", "one");
   second = observe("third");
-  center().post("Name", "two");
-  EXPECT_THAT(seen, ElementsAre("first one", "second one", "first two", "third two"));
+  center_.post("Name", "two");
+  EXPECT_THAT(seen_, ElementsAre("first one", "second one", "first two", "third two"));
 }
 
-TEST(NotificationCenterTest, AnObserverMayRemoveItselfAndOthersAndPostAgain) {
-  std::vector<std::string> seen;
+TEST_F(NotificationCenterTest, AnObserverMayRemoveItselfAndOthersAndPostAgain) {
   Token removed;
   Token self;
-  self = center().addObserver("Name", [&](const Notification&) {
-    seen.emplace_back("self");
+  self = observe("self", [&] {
     removed = {};
     self = {};
-    center().post("Name", {});
+    center_.post("Name", "inner");
   });
-  removed =
-      center().addObserver("Name", [&](const Notification&) { seen.emplace_back("removed"); });
-  const Token last =
-      center().addObserver("Name", [&](const Notification&) { seen.emplace_back("last"); });
-  center().post("Name", {});
-  EXPECT_THAT(seen, ElementsAre("self", "last", "last"));
+  removed = observe("removed");
+  const Token last = observe("last");
+  center_.post("Name", "outer");
+  EXPECT_THAT(seen_, ElementsAre("self outer", "last inner", "last outer"));
 }
 
-TEST(NotificationCenterTest, RemovalWaitsForACallOnAnotherThread) {
+TEST_F(NotificationCenterTest, RemovalWaitsForACallOnAnotherThread) {
   for (int round = 0; round < 200; ++round) {
-    std::atomic<bool> isGone = false;
-    std::atomic<bool> isLate = false;
-    Token token = center().addObserver("Name", [&](const Notification&) {
+    std::atomic<bool> isGone = false, isLate = false;
+    Token token = center_.addObserver("Name", [&](const Notification&) {
       std::this_thread::yield();
       if (isGone) isLate = true;
     });
-    std::thread poster([] {
-      for (int i = 0; i < 20; ++i) center().post("Name", {});
+    std::thread poster([&] {
+      for (int i = 0; i < 20; ++i) center_.post("Name", {});
     });
     token = {};
     isGone = true;

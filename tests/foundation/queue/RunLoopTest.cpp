@@ -1,81 +1,71 @@
-#include <atomic>
-#include <thread>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "foundation/queue/RunLoop.h"
+#include "tests/support/Test.h"
 
-namespace foundation {
 namespace {
 
-using namespace std::chrono_literals;
+struct RunLoopTest : testing::Test {
+  foundation::RunLoop& loop_ = foundation::RunLoop::main();
+};
 
-TEST(RunLoop, AsksAfterEveryPieceAndUntilTheTimeIsOver) {
-  RunLoop& loop = RunLoop::main();
+TEST_F(RunLoopTest, AsksAfterEveryPieceAndUntilTheTimeIsOver) {
   int ran = 0;
-  for (int i = 0; i < 3; ++i) loop.perform([&] { ++ran; });
-  EXPECT_TRUE(loop.runUntil([&] { return ran == 2; }, 20s));
+  for (int i = 0; i < 3; ++i) loop_.perform([&] { ++ran; });
+  EXPECT_TRUE(loop_.runUntil([&] { return ran == 2; }, kDeadline));
   EXPECT_EQ(ran, 2);
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_FALSE(loop.runUntil([] { return false; }, 50ms));
+  EXPECT_FALSE(loop_.runUntil([] { return false; }, 50ms));
   EXPECT_GE(std::chrono::steady_clock::now() - start, 50ms);
   EXPECT_EQ(ran, 3);
 }
 
-TEST(RunLoop, WakesForTheWorkOfAllThreadsAndRunsItInOrder) {
-  RunLoop& loop = RunLoop::main();
-  constexpr int kPieces = 500;
+TEST_F(RunLoopTest, WakesForTheWorkOfAllThreadsAndRunsItInOrder) {
+  constexpr int kOfEach = 500;
   std::vector<std::vector<int>> seen(4);
   int done = 0;
   std::vector<std::thread> threads;
   const auto home = std::this_thread::get_id();
-  for (std::size_t t = 0; t < seen.size(); ++t) {
-    threads.emplace_back([&, t] {
-      for (int n = 0; n < kPieces; ++n) {
-        loop.perform([&, t, n] {
+  for (std::vector<int>& order : seen) {
+    threads.emplace_back([&] {
+      for (int n = 0; n < kOfEach; ++n) {
+        loop_.perform([&, n] {
           EXPECT_EQ(std::this_thread::get_id(), home);
-          seen[t].push_back(n);
+          order.push_back(n);
           ++done;
         });
       }
     });
   }
-  EXPECT_TRUE(loop.runUntil([&] { return done == 4 * kPieces; }, 20s));
+  EXPECT_TRUE(eventuallyOnMainLoop([&] { return done == 4 * kOfEach; }));
   for (std::thread& thread : threads) thread.join();
-  for (const auto& order : seen) EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+  for (const auto& order : seen) EXPECT_TRUE(std::ranges::is_sorted(order));
 }
 
-TEST(RunLoop, IsStoppedFromOutsideButNotBeforeItRuns) {
-  RunLoop& loop = RunLoop::main();
-  loop.stop();
+TEST_F(RunLoopTest, IsStoppedFromOutsideButNotBeforeItRuns) {
+  loop_.stop();
   std::atomic<bool> ran = false;
   std::thread other([&] {
-    loop.perform([&] { ran = true; });
+    loop_.perform([&] { ran = true; });
     while (!ran) std::this_thread::yield();
-    loop.stop();
+    loop_.stop();
   });
-  loop.run();
+  loop_.run();
   EXPECT_TRUE(ran);
-  loop.runUntil([&] { return ran.load(); }, 20s);
+  eventuallyOnMainLoop([&] { return ran.load(); });
   other.join();
 }
 
-TEST(RunLoop, RunsInsideItself) {
-  RunLoop& loop = RunLoop::main();
+TEST_F(RunLoopTest, RunsInsideItself) {
   std::vector<int> order;
-  loop.perform([&] {
+  loop_.perform([&] {
     order.push_back(1);
-    EXPECT_TRUE(loop.isCurrent());
-    loop.perform([&] { order.push_back(2); });
-    EXPECT_TRUE(loop.runUntil([&] { return order.size() == 2; }, 20s));
+    EXPECT_TRUE(loop_.isCurrent());
+    loop_.perform([&] { order.push_back(2); });
+    EXPECT_TRUE(eventuallyOnMainLoop([&] { return order.size() == 2; }));
     order.push_back(3);
   });
-  EXPECT_TRUE(loop.runUntil([&] { return order.size() == 3; }, 20s));
-  EXPECT_THAT(order, testing::ElementsAre(1, 2, 3));
-  EXPECT_FALSE(loop.isCurrent());
+  EXPECT_TRUE(eventuallyOnMainLoop([&] { return order.size() == 3; }));
+  EXPECT_THAT(order, ElementsAre(1, 2, 3));
+  EXPECT_FALSE(loop_.isCurrent());
 }
 
 }  // namespace
-}  // namespace foundation

@@ -1,0 +1,45 @@
+#include "foundation/crypto/DER.h"
+#include "tests/support/Test.h"
+
+namespace foundation::DER {
+namespace {
+
+TEST(DER, LengthsTakeTheShortestForm) {
+  const std::pair<std::size_t, const char*> cases[] = {
+      {0, "0400"}, {127, "047f"}, {128, "048180"}, {255, "0481ff"}, {256, "04820100"}};
+  for (const auto& [size, header] : cases) {
+    const std::string whole = element(kOctetString, std::string(size, 'x'));
+    EXPECT_EQ(hexOf(whole.substr(0, whole.size() - size)), header);
+    EXPECT_EQ(headerOf(bytesOf(whole))->length, size);
+    EXPECT_EQ(single(bytesOf(whole), kOctetString)->content.size(), size);
+  }
+  EXPECT_EQ(hexOf(setOf({fromHex("04017a"), fromHex("040161")})), "310604016104017a");
+}
+
+TEST(DER, MalformedElementsAreNone) {
+  for (const char* bytes : {"", "04", "0401", "048101", "1f0101", "0480", "0484ffffffff", "0489"}) {
+    const std::string element = fromHex(bytes);
+    EXPECT_FALSE(headerOf(bytesOf(element))) << bytes;
+    EXPECT_FALSE(Reader(bytesOf(element)).next()) << bytes;
+  }
+  const std::string two = fromHex("040101 020101");
+  EXPECT_FALSE(single(bytesOf(two), kOctetString)) << "bytes follow";
+  EXPECT_FALSE(single(bytesOf(two).first(3), kInteger)) << "another tag";
+}
+
+TEST(DER, ObjectIdentifiersHaveTwoForms) {
+  for (const char* dotted : {"1.2.840.113635.100.9.2", "2.5.4.3", "0.9", "2.999.1"}) {
+    const std::string whole = objectIdentifier(dotted);
+    EXPECT_EQ(DER::dotted(single(bytesOf(whole), kObjectIdentifier)->content), dotted);
+  }
+  for (const char* dotted : {"", "1", "1.", "1.x", "1..2", "3.1", "1.40"}) {
+    EXPECT_EQ(objectIdentifier(dotted), "") << dotted;
+  }
+  for (const char* content : {"", "80", "2a80"}) {
+    EXPECT_EQ(dotted(bytesOf(fromHex(content))), "") << content;
+  }
+  EXPECT_EQ(dotted(bytesOf(std::string(1000, '\1'))), "");
+}
+
+}  // namespace
+}  // namespace foundation::DER

@@ -1,0 +1,112 @@
+#include "foundation/file/UserFolders.h"
+#include "tests/support/Test.h"
+
+namespace FileManager = foundation::FileManager;
+
+namespace {
+
+std::string temporaryDirectory() {
+  const auto folder = FileManager::temporaryDirectory();
+  return folder ? *folder : problemOf(folder);
+}
+
+TEST(UserFolders, TheTemporaryFolderIsTheEnvironmentsMadeAbsolute) {
+  const std::string here = fs::current_path().string() + "/some/where/";
+  const std::pair<const char*, std::string> cases[] = {
+      {"/some/where", "/some/where/"}, {"/some/where/", "/some/where/"}, {"some/where", here}};
+  for (const auto& [given, expected] : cases) {
+    const ScopedEnvironment environment("TMPDIR", given);
+    EXPECT_EQ(temporaryDirectory(), expected);
+  }
+}
+
+mode_t modeOf(const std::string& path) {
+  return static_cast<mode_t>(fs::symlink_status(path).permissions());
+}
+
+/// Another user's folder in /tmp, which is named after the user.
+class TemporaryFolderOfAUser : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can act as a user of the test's own";
+  }
+  void TearDown() override { fs::remove_all(own_); }
+
+  ScopedEnvironment environment_{"TMPDIR", nullptr};
+  std::string own_ = "/tmp/sendoff-" + std::to_string(kUnprivilegedUser);
+};
+
+TEST_F(TemporaryFolderOfAUser, IsPrivateAndReal) {
+  for (const bool isNew : {true, false}) {
+    EXPECT_EQ(asUnprivilegedUser(temporaryDirectory), own_ + "/") << isNew;
+    EXPECT_EQ(modeOf(own_), 0700U);
+    ::chmod(own_.c_str(), 0755);
+  }
+  for (const mode_t mode : {0770U, 0707U}) {
+    ::chmod(own_.c_str(), mode);
+    EXPECT_EQ(asUnprivilegedUser(temporaryDirectory),
+              "temporary folder " + own_ +
+                  " is refused: others may write to it: Operation not permitted");
+  }
+  fs::remove_all(own_);
+  fs::create_directory_symlink("/tmp", own_);
+  ASSERT_EQ(::lchown(own_.c_str(), kUnprivilegedUser, 0), 0);
+  EXPECT_THAT(asUnprivilegedUser(temporaryDirectory), HasSubstr(own_ + " is refused"));
+}
+
+/// Run as a user whose folder belongs to someone else. Returns what is wrong, or nothing.
+std::string problemWithSubstitute(const std::string& taken) {
+  std::string made;
+  const std::string log = logOf([&] { made = temporaryDirectory(); });
+  if (!made.starts_with(taken + "-") || modeOf(made) != 0700U) return made;
+  if (temporaryDirectory() != made) return "it is not kept";
+  if (!log.ends_with("] " + taken + " belongs to user 0, so " + made.substr(0, made.size() - 1) +
+                     " is used in its place\n") ||
+      std::ranges::count(log, '\n') != 1) {
+    return log;
+  }
+  fs::create_directories(made + "empty/folder");
+  writeFile(made + "full/file", "x");
+  FileManager::removeSubstituteIfEmpty();
+  if (fs::exists(made + "empty") || !fs::exists(made + "full/file")) return "removed too much";
+  fs::remove(made + "full/file");
+  FileManager::removeSubstituteIfEmpty();
+  return fs::exists(made) ? "left behind" : "";
+}
+
+TEST_F(TemporaryFolderOfAUser, HasASubstituteWhenItsNameIsTaken) {
+  const auto problem = [&] { return problemWithSubstitute(own_); };
+  fs::create_directory(own_);
+  EXPECT_EQ(asUnprivilegedUser(problem), "");
+  fs::remove(own_);
+  fs::create_directory_symlink("/tmp", own_);
+  EXPECT_EQ(asUnprivilegedUser(problem), "");
+}
+
+TEST(UserFolders, WithoutHomeTheParentsIsTakenIfTheUserIsTheSame) {
+  const auto homeOfOrphan = [] {
+    ::unsetenv("HOME");
+    return FileManager::homeDirectory();
+  };
+  const std::string started = '\0' + contentsOf("/proc/self/environ");
+  const auto home = started.find(std::string("\0HOME=/", 7));
+  if (home == std::string::npos) GTEST_SKIP() << "the tests were started without a home";
+  EXPECT_EQ(inChildProcess(homeOfOrphan), started.substr(home + 6).c_str());
+  if (::geteuid() == 0) {
+    EXPECT_EQ(asUnprivilegedUser(homeOfOrphan), "/");
+  }
+}
+
+TEST(UserFolders, TheTildeIsTheHome) {
+  const ScopedEnvironment environment("HOME", "/home/me");
+  EXPECT_EQ(FileManager::homeDirectory(), "/home/me");
+  const char* const cases[][2] = {{"~", "/home/me"},
+                                  {"~/Library", "/home/me/Library"},
+                                  {"~other/x", "~other/x"},
+                                  {"/a/~", "/a/~"}};
+  for (const auto& [path, expanded] : cases) {
+    EXPECT_EQ(FileManager::expandingTilde(path), expanded);
+  }
+}
+
+}  // namespace
