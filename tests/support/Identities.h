@@ -90,6 +90,9 @@ struct Family {
 
   /// The leaf's key, and the certificates leaf, intermediate, root, as one PEM text.
   [[nodiscard]] std::string pem() const;
+  [[nodiscard]] std::vector<foundation::Certificate> chain() const {
+    return {leaf.certificate(), intermediate.certificate(), root.certificate()};
+  }
 };
 Family makeFamily(const CertificateOptions& options = {});
 /// The same below a root that has the name of one of the platform vendor's.

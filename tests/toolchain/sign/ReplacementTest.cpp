@@ -1,41 +1,8 @@
-// Files and bundles as the signer opens and replaces them.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-
 #include "foundation/file/MappedFile.h"
-#include "tests/support/MachOFixture.h"
-#include "tests/support/TemporaryFolder.h"
-#include "tests/toolchain/support/CodeFixture.h"
-#include "toolchain/bundle/CodeBundle.h"
+#include "tests/support/Test.h"
 #include "toolchain/sign/private/Replacement.h"
 
 namespace {
-
-namespace fs = std::filesystem;
-using namespace test;
-
-TEST(CodeBundle, IdentifiersComeFromTheInfoPlistOrTheName) {
-  const TemporaryFolder folder;
-  const auto identifierOf = [](const fs::path& code) {
-    return toolchain::CodeBundle::open(code)->identifier;
-  };
-  for (const auto& [name, identifier] :
-       std::vector<std::pair<std::string, std::string>>{{"libswiftCore.dylib", "libswiftCore"},
-                                                        {"foo.2.3.4", "foo.2"},
-                                                        {"foo.2.3.dylib", "foo.2"},
-                                                        {"foo.2a.dylib", "foo.2a"},
-                                                        {"foo.bar.dylib", "foo.bar"},
-                                                        {"foo.1", "foo.1"},
-                                                        {"plain", "plain"}}) {
-    EXPECT_EQ(identifierOf(folder.write(name, machO(Kind::dylib))), identifier) << name;
-  }
-  EXPECT_EQ(identifierOf(folder.write("other.dylib", machO(Kind::plistDylib))),
-            "com.example.inside");
-  const fs::path framework = writeBundle(folder / "F.framework", "com.example.f", Kind::dylib);
-  EXPECT_EQ(identifierOf(framework), "com.example.f");
-  writePlist(framework / "Info.plist", {{"CFBundleExecutable", "F"}});
-  EXPECT_EQ(identifierOf(framework), "F");
-}
 
 /// Whether the system copies from the old file or this process writes, the new one is the same.
 TEST(Replacement, PiecesOfAnOpenFileAndOthersMakeOneFile) {
@@ -45,13 +12,13 @@ TEST(Replacement, PiecesOfAnOpenFileAndOthersMakeOneFile) {
   const fs::path old = folder.write("old", large);
   const auto mapped = foundation::MappedFile::open(old);
   ASSERT_TRUE(mapped);
-  const foundation::Bytes bytes = mapped->bytes();
+  const Bytes bytes = mapped->bytes();
   // Nothing can be copied from a file that is open for writing alone.
   for (const int mode : {O_RDONLY, O_WRONLY}) {
     const foundation::FileDescriptor file(::open(old.c_str(), mode | O_CLOEXEC));
     ASSERT_TRUE(file);
-    const toolchain::Pieces pieces = {foundation::bytesOf("head"), bytes.subspan(4),
-                                      foundation::bytesOf(large).first(10), bytes.first(3)};
+    const toolchain::Pieces pieces = {bytesOf("head"), bytes.subspan(4), bytesOf(large).first(10),
+                                      bytes.first(3)};
     toolchain::Replacement replacement;
     const auto made = replacement.prepare(folder / "new", toolchain::sizeOf(pieces));
     ASSERT_TRUE(made);
@@ -68,12 +35,14 @@ TEST(Replacement, ALinkThatIsPutIntoThePathIsNotFollowed) {
   const auto before = snapshot(victim);
   const fs::path tree = folder / "tree";
   fs::create_directory_symlink(victim, tree);
-  const toolchain::Pieces content = {foundation::bytesOf("ours")};
+  const toolchain::Pieces content = {bytesOf("ours")};
   for (const char* const name : {"file", "inner/file", "made/file", "inner/made/file"}) {
     toolchain::Replacement replacement;
     EXPECT_FALSE(replacement.prepare(tree / name, content)) << name;
     EXPECT_FALSE(replacement.remove(tree / name)) << name;
   }
+  EXPECT_EQ(problemOf(toolchain::Replacement().prepare(tree / "file", content)),
+            tree.string() + " is not a folder");
   fs::remove(tree);
   folder.write("tree/inner/file", "old");
   {

@@ -1,27 +1,21 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "foundation/base/Text.h"
 #include "tests/support/Identities.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 #include "toolchain/bundle/IdentitySelection.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using namespace test;
-using testing::HasSubstr;
-
 /// A keychain folder with what tests put into it, and an empty default list.
-class IdentityTest : public testing::Test {
+class IdentitySelectionTest : public testing::Test {
  protected:
-  void put(const std::string& name, const MadeIdentity& identity) {
-    fs::permissions(
-        folder_.write("keys/" + name + ".pem", identity.keyPEM() + identity.certificatePEM()),
-        fs::perms(0600));
+  void put(const std::string& name, const std::string& content) {
+    fs::permissions(folder_.write("keys/" + name + ".pem", content), fs::perms(0600));
   }
-  void putCertificate(const std::string& name, const MadeIdentity& identity) {
-    folder_.write("keys/" + name + ".cer", identity.der().text());
+  void put(const std::string& name, const MadeIdentity& identity) {
+    put(name, identity.keyPEM() + identity.certificatePEM());
+  }
+  void putIssuers() {
+    put("root", root_.certificatePEM());
+    put("intermediate", intermediate_.certificatePEM());
   }
   MadeIdentity leaf(const std::string& name, CertificateOptions options = {}) {
     options.commonName = name;
@@ -32,7 +26,7 @@ class IdentityTest : public testing::Test {
                      const std::vector<foundation::Certificate>& ofProfile = {}) {
     const auto found = toolchain::findIdentity(
         {.name = name, .keychain = folder_ / "keys", .profileCertificates = ofProfile});
-    if (!found) return found.error().localizedDescription();
+    if (!found) return problemOf(found);
     EXPECT_EQ(found->chain.size(), 3U);
     return found->identity.certificate.commonName().value_or("");
   }
@@ -43,30 +37,29 @@ class IdentityTest : public testing::Test {
   MadeIdentity intermediate_ = makeIntermediate(root_);
 };
 
-TEST_F(IdentityTest, IsFoundByHashNameOrPartOfAName) {
+TEST_F(IdentitySelectionTest, FindsByHashNameOrPartOfAName) {
   const MadeIdentity one = leaf("iPhone Developer: One (AAA)");
   put("one", one);
   put("two", leaf("iPhone Developer: Two (BBB)"));
   put("longer", leaf("iPhone Developer: One (AAA) the Second"));
-  putCertificate("root", root_);
-  putCertificate("intermediate", intermediate_);
+  putIssuers();
   for (const std::string& name : {one.sha1(), foundation::lowercased(one.sha1()),
                                   std::string("iPhone Developer: One (AAA)")}) {
     EXPECT_EQ(answer(name), "iPhone Developer: One (AAA)") << name;
   }
   EXPECT_EQ(answer("Two"), "iPhone Developer: Two (BBB)");
-  EXPECT_THAT(answer("iPhone"), HasSubstr("iPhone: ambiguous in"));
-  EXPECT_THAT(answer("iPhone"), HasSubstr(one.sha1()));
+  EXPECT_THAT(answer("iPhone"), AllOf(HasSubstr("iPhone: ambiguous in"), HasSubstr(one.sha1())));
   for (const std::string& name : {std::string("Three"), std::string(""), std::string(40, '0')}) {
-    EXPECT_THAT(answer(name), testing::StartsWith(
-                                  "error: The specified item could not be found in the keychain."))
-        << name;
+    EXPECT_THAT(answer(name),
+                StartsWith("error: The specified item could not be found in the keychain. No "
+                           "identity \"" +
+                           name + "\" in "));
   }
 }
 
-TEST_F(IdentityTest, CertificateMayComeFromTheProfileAndIssuersFromTheDefaultList) {
+TEST_F(IdentitySelectionTest, CertificateMayComeFromTheProfileAndIssuersFromTheDefaultList) {
   const MadeIdentity one = leaf("One");
-  fs::permissions(folder_.write("keys/one.pem", one.keyPEM()), fs::perms(0600));
+  put("one", one.keyPEM());
   folder_.write("Library/Keychains/root.der", root_.der().text());
   folder_.write("Library/Keychains/issuer.crt", intermediate_.der().text());
   EXPECT_THAT(answer("One"), HasSubstr("could not be found"));
@@ -74,11 +67,10 @@ TEST_F(IdentityTest, CertificateMayComeFromTheProfileAndIssuersFromTheDefaultLis
 }
 
 /// The app's profile is an attacker's, who knows the public key of "iPhone Distribution: One".
-TEST_F(IdentityTest, ForgedCertificateOfTheProfileIsNotUsed) {
+TEST_F(IdentitySelectionTest, ForgedCertificateOfTheProfileIsNotUsed) {
   const MadeIdentity one = leaf("iPhone Distribution: One");
   put("one", one);
-  putCertificate("intermediate", intermediate_);
-  putCertificate("root", root_);
+  putIssuers();
   const MadeIdentity attacker = makeIntermediate(makeRoot());
   const MadeIdentity exact = makeForged(one, attacker, "Distribution");
   const std::vector profile = {exact.certificate()};
@@ -89,7 +81,7 @@ TEST_F(IdentityTest, ForgedCertificateOfTheProfileIsNotUsed) {
                               ") for the same key")));
 
   // Nor with the key alone in the keychain, whoever it names as its issuer.
-  folder_.write("keys/one.pem", one.keyPEM());
+  put("one", one.keyPEM());
   EXPECT_THAT(answer(exact.sha1(), profile), HasSubstr("no certificate of that issuer is at hand"));
   EXPECT_THAT(answer("Distribution", profile), HasSubstr("could not be found"));
   const auto selfIssued = makeForged(one, makeLeaf(attacker, {.commonName = "Self"}), "Self");
@@ -99,41 +91,24 @@ TEST_F(IdentityTest, ForgedCertificateOfTheProfileIsNotUsed) {
   EXPECT_EQ(answer(one.sha1(), {one.certificate()}), "iPhone Distribution: One");
 }
 
-TEST_F(IdentityTest, WhatIsMissingIsNamed) {
+TEST_F(IdentitySelectionTest, WhatIsMissingIsNamed) {
   put("one", leaf("One"));
   EXPECT_THAT(answer("One"), HasSubstr("Test Developer Relations CA"));
-  putCertificate("intermediate", intermediate_);
+  put("intermediate", intermediate_.certificatePEM());
   EXPECT_THAT(answer("One"), HasSubstr("Test Root CA"));
-  putCertificate("root", root_);
+  putIssuers();
   EXPECT_EQ(answer("One"), "One");
 }
 
-TEST_F(IdentityTest, OnlyCertificatesOfTodaySign) {
-  using std::chrono::hours;
-  putCertificate("intermediate", intermediate_);
-  putCertificate("root", root_);
-  put("old", leaf("Old", {.validFrom = -hours(48), .validUntil = -hours(24)}));
-  put("early", leaf("Early", {.validFrom = hours(24), .validUntil = hours(48)}));
+TEST_F(IdentitySelectionTest, OnlyCertificatesOfTodaySign) {
+  putIssuers();
+  put("old", leaf("Old", {.validFrom = -48h, .validUntil = -24h}));
+  put("early", leaf("Early", {.validFrom = 24h, .validUntil = 48h}));
   EXPECT_THAT(answer("Old"), HasSubstr("the certificate \"Old\" expired on 20"));
   EXPECT_THAT(answer("Early"), HasSubstr("the certificate \"Early\" is not valid before 20"));
   // A renewed certificate of the same name takes the place of the old one.
   put("renewed", leaf("Old"));
   EXPECT_EQ(answer("Old"), "Old");
-}
-
-TEST_F(IdentityTest, WrongPassphraseIsToldWithoutIt) {
-  const MadeIdentity one = leaf("One");
-  const fs::path file = folder_.write(
-      "one.p12", makePKCS12(one, {intermediate_, root_}, {.passphrase = "right"}).text());
-  fs::permissions(file, fs::perms(0600));
-  const auto find = [&] { return toolchain::findIdentity({.name = "One", .keychain = file}); };
-  fs::permissions(folder_.write("one.p12.password", "wrong-secret\n"), fs::perms(0600));
-  const auto refused = find();
-  ASSERT_FALSE(refused);
-  EXPECT_THAT(refused.error().localizedDescription(), HasSubstr("one.p12"));
-  EXPECT_THAT(refused.error().localizedDescription(), testing::Not(HasSubstr("wrong-secret")));
-  fs::permissions(folder_.write("one.p12.password", "right\n"), fs::perms(0600));
-  EXPECT_TRUE(find());
 }
 
 }  // namespace

@@ -1,0 +1,194 @@
+#include <regex.h>
+
+#include "tests/support/Test.h"
+#include "toolchain/seal/ResourceRules.h"
+
+namespace {
+
+using toolchain::BundleShape;
+using toolchain::ResourceRule;
+using toolchain::RuleMatcher;
+
+/// The general matcher of the system.
+class SystemPattern {
+ public:
+  explicit SystemPattern(const std::string& pattern)
+      : compiled_(::regcomp(&regex_, pattern.c_str(), REG_EXTENDED | REG_NOSUB) == 0) {}
+  ~SystemPattern() {
+    if (compiled_) ::regfree(&regex_);
+  }
+  SystemPattern(const SystemPattern&) = delete;
+  SystemPattern& operator=(const SystemPattern&) = delete;
+
+  [[nodiscard]] bool ok() const { return compiled_; }
+  [[nodiscard]] bool matches(const std::string& path) const {
+    return ::regexec(&regex_, path.c_str(), 0, nullptr, 0) == 0;
+  }
+
+ private:
+  regex_t regex_{};
+  bool compiled_;
+};
+
+/// Both find the same in each path; returns how many were compared.
+std::size_t compareWithSystem(const std::string& pattern, const std::vector<std::string>& paths) {
+  const SystemPattern system(pattern);
+  const auto matcher = RuleMatcher::compile({{.pattern = pattern}});
+  EXPECT_EQ(matcher.ok(), system.ok()) << pattern;
+  if (!matcher || !system.ok()) return 0;
+  for (const std::string& path : paths) {
+    EXPECT_EQ(matcher->match(path) != nullptr, system.matches(path)) << pattern << " on " << path;
+  }
+  return paths.size();
+}
+
+TEST(ResourceRulesTest, TheUsualOnesMatchAsRegularExpressionsDo) {
+  std::vector<std::string> paths = foundation::split(
+      "a b ab abc aXc a.b a$b x axbxc acbc bc aab "
+      "Info.plist InfoXplist sub/Info.plist version.plist versionXplist "
+      "en.lproj/a sub/en.lproj/a enXlproj/a .lproj/a en.lproj "
+      "en.lproj/locversion.plist en.lproj/x/locversion.plist Base.lproj/a sub/Base.lproj/a "
+      ".DS_Store a/.DS_Store a.DS_Store .DS_Store/a X.dSYM X.dSYM/a X.dSYMS a/X.dSYM/b "
+      "Frameworks/a Frameworks Library/Automator/x Library/x MacOS/a "
+      "Resources/a Resources/en.lproj/a Resources/Base.lproj/x PkgInfo embedded.provisionprofile",
+      ' ');
+  paths.insert(paths.end(), {"line\nfeed.lproj/a", "\xff.lproj/a"});
+  for (const BundleShape shape : {BundleShape::flat, BundleShape::withResources}) {
+    const auto rules = toolchain::defaultResourceRules(shape);
+    for (const auto* list : {&rules.rules, &rules.rules2}) {
+      for (const ResourceRule& rule : *list) EXPECT_GT(compareWithSystem(rule.pattern, paths), 0U);
+    }
+  }
+}
+
+/// The same numbers in every run.
+class Numbers {
+ public:
+  std::uint32_t below(std::size_t bound) {
+    state_ = state_ * 1664525U + 1013904223U;
+    return static_cast<std::uint32_t>((state_ >> 8) % bound);
+  }
+
+ private:
+  std::uint32_t state_ = 1;
+};
+
+/// The pieces below, nested and strung together; about half of the results are not patterns.
+std::string somePattern(Numbers& numbers, int depth) {
+  static const std::vector<std::string> pieces = foundation::split(
+      "a b ab . ^ $ [ab] [^a] []a] [b-] [a-c] \\. * + ? {2} {} {1,} {,2} {0} {1,3} {3,1} |  ( ) { "
+      "} ] [ [b-a] - [[:digit:] 1 \\* / [[:alpha:]/] [[.a.]-c] [[=b=]] [^]-a] [a-b-c] [[:x:]] "
+      "[--/]",
+      ' ');
+  std::string text;
+  for (std::uint32_t count = numbers.below(4); count > 0; --count) {
+    const std::uint32_t choice = numbers.below(10);
+    if (choice < 7 || depth == 0) text += pieces[numbers.below(pieces.size())];
+    if (choice >= 7 && depth > 0) text += "(" + somePattern(numbers, depth - 1) + ")";
+    if (choice == 8) text += "*";
+    if (choice == 9) text += "|" + somePattern(numbers, std::max(0, depth - 1));
+  }
+  return text;
+}
+
+TEST(ResourceRulesTest, MatchAsTheSystemDoesWhateverThePattern) {
+  Numbers numbers;
+  std::size_t compared = 0;
+  for (int i = 0; i < 20000; ++i) {
+    // What the second half of them ends with has no small deterministic automaton.
+    const std::string pattern = somePattern(numbers, 3) + (i % 2 == 0 ? "" : "|a.{6}b");
+    std::vector<std::string> paths(10);
+    for (std::string& path : paths) {
+      for (auto size = numbers.below(16); size > 0; --size) path += "aabbc/.1-]"[numbers.below(10)];
+    }
+    compared += compareWithSystem(pattern, paths);
+  }
+  EXPECT_GT(compared, 20000U);
+}
+
+TEST(ResourceRulesTest, HeaviestWinsAndOmissionBreaksATie) {
+  const std::vector<ResourceRule> rules = {{.pattern = "a"},
+                                           {.pattern = "ab", .weight = 5, .optional = true},
+                                           {.pattern = "abc", .weight = 5, .omitted = true},
+                                           {.pattern = "abcd", .weight = 2}};
+  for (const auto& order : {rules, std::vector<ResourceRule>(rules.rbegin(), rules.rend())}) {
+    const auto matcher = RuleMatcher::compile(order);
+    ASSERT_TRUE(matcher);
+    EXPECT_EQ(matcher->match("a")->pattern, "a");
+    EXPECT_EQ(matcher->match("ab")->pattern, "ab");
+    EXPECT_EQ(matcher->match("abcd")->pattern, "abc");
+    EXPECT_EQ(matcher->match("x"), nullptr);
+  }
+}
+
+TEST(ResourceRulesTest, CostNoMoreThanPathTimesPattern) {
+  const std::string manyChoices = "(a|b)*a" + repeated("(a|b)", 60);
+  const std::string nested = std::string(60, '(') + "a" + repeated("+)+", 60) + "$";
+  const std::string path(4000, 'b');
+  struct Row {
+    std::string pattern;
+    std::string match;
+    std::string other;
+  };
+  const auto before = std::chrono::steady_clock::now();
+  for (const Row& row :
+       {Row{manyChoices, "a" + path, path + "a"}, Row{nested, path + "a", path},
+        Row{"^((b*)*)*$", path, path + "a"}, Row{"(b|b){200}a", path + "a", path}}) {
+    const auto matcher = RuleMatcher::compile({{.pattern = row.pattern}});
+    ASSERT_TRUE(matcher) << row.pattern;
+    EXPECT_TRUE(matcher->match(row.match)) << row.pattern;
+    EXPECT_FALSE(matcher->match(row.other)) << row.pattern;
+  }
+  // Never sixty-one in a row, but another sixty each time.
+  const auto matcher = RuleMatcher::compile({{.pattern = manyChoices}});
+  Numbers numbers;
+  for (int i = 0; i < 40; ++i) {
+    std::string runs;
+    while (runs.size() < 4000) runs += runs.size() % 61 == 60 ? 'c' : "ab"[numbers.below(2)];
+    EXPECT_FALSE(matcher->match(runs));
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - before, 10s);
+}
+
+TEST(ResourceRulesTest, WhatIsWrongWithAPatternIsSaid) {
+  const std::string longPattern(1025, 'a');
+  for (const auto& [pattern, complaint] : std::vector<std::pair<std::string, std::string>>{
+           {"(a", "a \"(\" without its \")\""},
+           {"[a", "a \"[\" without its \"]\""},
+           {"[[:alpha:", "a \"[\" without its \"]\""},
+           {"[a-b-c]", "a \"-\" between ranges"},
+           {"[a-[:alpha:]]", "a range that ends in a class"},
+           {"[b-a]", "a range that runs backwards"},
+           {"[[.ab.]]", "an unknown collating element"},
+           {"[[:x:]]", "an unknown class of characters"},
+           {"*", "nothing to repeat"},
+           {"a\\", "a backslash at the end"},
+           {"(a)\\1", "an escape that POSIX leaves open"},
+           {"\\w", "an escape that POSIX leaves open"},
+           {"\\<a", "an escape that POSIX leaves open"},
+           {"a{}", "a \"{\" that is not a count"},
+           {"a{1", "a \"{\" that is not a count"},
+           {"a{3,1}", "a count that runs backwards"},
+           {"a{256}", "a count above 255"},
+           {longPattern, "more than 1024 bytes"},
+           {"((((a{99}){99}){99}){99}){99}", "it is too complex"},
+       }) {
+    EXPECT_EQ(problemOf(RuleMatcher::compile({{.pattern = pattern}})),
+              "resource rule \"" + pattern.substr(0, 80) + "\": " + complaint);
+  }
+  EXPECT_TRUE(RuleMatcher::compile({{.pattern = "[" + longPattern.substr(3) + "]"}}));
+}
+
+TEST(ResourceRulesTest, AllTogetherHaveALimit) {
+  const auto problem = [](const std::string& pattern, std::size_t count) {
+    return problemOf(RuleMatcher::compile(std::vector<ResourceRule>(count, {.pattern = pattern})));
+  };
+  const std::string slow = "b[ab]{255}[ab]{220}q";
+  EXPECT_EQ(problem(slow, 4), "");
+  EXPECT_EQ(problem(slow, 5), "the resource rules are too complex");
+  EXPECT_EQ(problem("(abc){200}", 99), "the resource rules are too complex");
+  EXPECT_EQ(problem("^Resources/.*\\.lproj/", 500), "");
+  EXPECT_THAT(problem("a", 1001), HasSubstr("1001 resource rules are too many"));
+}
+
+}  // namespace

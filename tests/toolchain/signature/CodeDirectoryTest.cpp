@@ -1,0 +1,95 @@
+#include "tests/toolchain/signature/Patched.h"
+#include "toolchain/signature/CodeDirectory.h"
+
+namespace {
+
+using namespace toolchain;
+
+CodeDirectoryFields exampleFields() {
+  CodeDirectoryFields fields;
+  fields.flags = codeflag::kAdHoc;
+  fields.codeLimit = 5000;
+  fields.identifier = "com.example";
+  fields.teamIdentifier = "TEAM";
+  fields.execSegmentLimit = 4096;
+  fields.execSegmentFlags = execseg::kMainBinary;
+  return fields;
+}
+
+/// For two pages, with this hash in special slot 2.
+std::vector<std::byte> directory(std::byte special = std::byte{1}) {
+  return makeCodeDirectory(exampleFields(), {{2, std::vector(32, special)}},
+                           std::vector<std::byte>(64));
+}
+
+TEST(CodeDirectoryTest, IsReadAsItWasWritten) {
+  for (const std::uint64_t limit : {std::uint64_t{5000}, std::uint64_t{5} << 30}) {
+    CodeDirectoryFields fields = exampleFields();
+    fields.codeLimit = limit;
+    fields.pageShift = 28;
+    const std::vector<std::byte> pages(pageCount(limit, 28) * 32, std::byte{7});
+    const std::vector<std::byte> special(32, std::byte{9});
+    const auto blob = makeCodeDirectory(fields, {{3, special}}, pages);
+    const auto read = CodeDirectory::parse(blob);
+    ASSERT_TRUE(read) << problemOf(read);
+    EXPECT_EQ(read->fields.codeLimit, limit);
+    EXPECT_EQ(read->fields.identifier, "com.example");
+    EXPECT_EQ(read->fields.teamIdentifier, "TEAM");
+    EXPECT_EQ(read->fields.execSegmentLimit, 4096U);
+    EXPECT_EQ(read->specialSlotCount, 3U);
+    EXPECT_EQ(textOf(read->specialHash(3)), textOf(special));
+    EXPECT_EQ(textOf(read->specialHash(1)), std::string(32, '\0'));
+    EXPECT_TRUE(read->specialHash(4).empty());
+    EXPECT_EQ(textOf(read->codeHashes()), textOf(pages));
+  }
+}
+
+TEST(CodeDirectoryTest, DamageIsNamed) {
+  const auto good = directory();
+  ASSERT_TRUE(CodeDirectory::parse(good));
+  for (const Damage& row : {
+           Damage{"length", 4, 12, "CodeDirectory: blob length 12"},
+           Damage{"shorter than any", 4, 43, "43 bytes are too few", 43},
+           Damage{"shorter than its version", 4, 87, "87 bytes are too few for version 0x20400",
+                  87},
+           Damage{"old version", 8, 0x20000, "version 0x20000 is not supported"},
+           Damage{"new version", 8, 0x30000, "version 0x30000 is not supported"},
+           Damage{"hashes outside", 16, 0xffffffff, "hash offset 4294967295 lies outside its"},
+           Damage{"special hashes outside", 24, 9, "hash offset"},
+           Damage{"too many pages", 28, 3, "hash offset"},
+           Damage{"too few pages", 28, 1, "1 page hashes do not fit a code limit of 5000"},
+           Damage{"code limit", 32, 50000, "2 page hashes do not fit a code limit of 50000"},
+           Damage{"identifier outside", 20, 10000, "identifier offset 10000 lies outside its"},
+           Damage{"team outside", 48, 10000, "team offset 10000 lies outside its"},
+           Damage{"hash type", 36, 0x2009000c, "hash type 9 is unknown"},
+           Damage{"hash size", 36, 0x1402000c, "hash size 20 is not 32"},
+           Damage{"page size", 36, 0x20020040, "page size 2^64 is too large"},
+       }) {
+    const auto bad = patched(good, row);
+    EXPECT_THAT(problemOf(CodeDirectory::parse(bad)), HasSubstr(row.complaint)) << row.name;
+  }
+}
+
+TEST(CodeDirectoryTest, WhatNobodyUsesIsEmpty) {
+  const auto good = directory();
+  const auto longer = good.size() + 4;
+  for (const Damage& row : {
+           Damage{"nothing", 12, codeflag::kKnown, ""},
+           Damage{"spare field", 40, 1, "spare field 2 is 1, not 0"},
+           Damage{"scatter", 44, 88, "scatter offset is 88, not 0"},
+           Damage{"other spare field", 52, 1, "spare field 3 is 1, not 0"},
+           Damage{"flags", 12, 0x80000002, "flags 0x80000000 are unknown"},
+           Damage{"tail", 4, static_cast<std::uint32_t>(longer), "4 bytes follow the hashes",
+                  longer},
+       }) {
+    const auto bytes = patched(good, row);
+    const auto read = CodeDirectory::parse(bytes);
+    ASSERT_TRUE(read) << row.name;
+    EXPECT_EQ(problemOf(checkUnused(*read)), row.complaint);
+  }
+  const auto empty = directory(std::byte{0});
+  EXPECT_THAT(problemOf(checkUnused(*CodeDirectory::parse(empty))),
+              HasSubstr("special slot 2 is empty"));
+}
+
+}  // namespace
