@@ -1,4 +1,6 @@
 // Files that lie about themselves. A read outside the mapping would end the program.
+#include <cstring>
+
 #include "macho/MachOCommands.h"
 #include "macho/MachOSlice.h"
 #include "macho/QVTMachOBinary.h"

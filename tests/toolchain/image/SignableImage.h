@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "tests/support/MachOFixture.h"
 
 namespace test {
