@@ -1,5 +1,8 @@
 # Helpers for the shell commands of rows. Variables are those of Run.variables in run.py.
 
+# not COMMAND...: fails where the command succeeds, which "!" does not in a script that ends at errors.
+not() { ! "$@"; }
+
 # plist FILE KEY=VALUE...: changes a property list. See edit_plist.py.
 plist() { python3 -S -E "$RUNS/edit_plist.py" "$@"; }
 

@@ -96,7 +96,8 @@ class Fixture:
                 "RUNS": HERE, "MADE": self.made, "TOOLS": self.tools, "SIGNED": self.signed,
                 "UNSIGNED": self.unsigned, "SCRIPTS": ROOT / "scripts", "SENDOFF": self.build / "bin/sendoff",
                 "INSPECT": self.build / "bin/sendoff-inspect", "GOOD": self.made / "Example.ipa",
-                "AUTHORITY": self.folder / "tls/authority.pem", "KEY": KEY, "SECRET": SECRET}
+                "AUTHORITY": self.folder / "tls/authority.pem", "KEY": KEY, "SECRET": SECRET,
+                "SANITIZE": re.search(r"^SENDOFF_SANITIZE:\w+=(.*)$", cache, re.MULTILINE)[1]}
 
     def certificate(self, hosts: str) -> Path:
         """Certificate and key of these hosts, as "A,B", issued by $AUTHORITY; "expired" is localhost's, but too old."""
@@ -157,6 +158,7 @@ class Run:
         self.streams, self.outside = self.work / "streams", self.work / "outside"
         for folder in (self.files / "Payload", self.home / "Library/Keychains", self.temporary, self.streams):
             folder.mkdir(parents=True)
+        self.started: list[Running] = []
         self.app, self.ipa = self.files / "Payload/Example.app", self.files / "Example.ipa"
         shutil.copytree(getattr(fixture, source), self.app, symlinks=True)
         shutil.copytree(fixture.canary, self.outside, symlinks=True)
@@ -172,6 +174,10 @@ class Run:
         return self
 
     def __exit__(self, *_) -> None:
+        for running in self.started:
+            if running.process.returncode is None:
+                running.kill()
+                running.process.wait()
         self.service.stop()
         output_of("chmod", "-R", "u+rwX", self.work)
         shutil.rmtree(self.work)
@@ -194,8 +200,10 @@ class Run:
             raise ValueError(f"{script.strip()}: status {done.returncode} {(done.stdout + done.stderr).decode(errors='replace')}")
 
     def start(self, script: str) -> Running:
-        """Starts a shell command in the folder of the files."""
-        return Running(["bash", "-c", script_of(script, self.variables())], self.environment, self.files, self.streams)
+        """Starts a shell command in the folder of the files. What still runs at the end of this object is killed."""
+        command = ["bash", "-c", script_of(script, self.variables())]
+        self.started.append(Running(command, self.environment, self.files, self.streams))
+        return self.started[-1]
 
     def run(self, script: str, limit: float = 60) -> Result:
         return self.start(script).wait(limit)

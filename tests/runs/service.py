@@ -332,7 +332,7 @@ class Connection:
     """The server's end of a connection. Whatever goes wrong with it is the end of it."""
 
     def __init__(self, peer: socket.socket):
-        self.socket, self.input, self.is_open = peer, b"", True
+        self.socket, self.input, self.is_open = peer, bytearray(), True
         self.host: str | None = None  # that of its requests
 
     def start_tls(self, certificate: Path) -> bool:
@@ -356,13 +356,13 @@ class Connection:
         while end not in self.input:
             if not self.fill():
                 return b""
-        head, _, self.input = self.input.partition(end)
-        return head + end
+        return self.take(self.input.index(end) + len(end))
 
     def take(self, size: int) -> bytes:
         while len(self.input) < size and self.fill():
             pass
-        taken, self.input = self.input[:size], self.input[size:]
+        taken = bytes(self.input[:size])
+        del self.input[:size]
         return taken
 
     def send(self, data: bytes) -> bool:
