@@ -1,13 +1,7 @@
 #include <climits>
-#include <map>
 #include <random>
-#include <set>
 
-#include <gtest/gtest.h>
-
-#include "foundation/base/Path.h"
-#include "foundation/base/Text.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 #include "xcode/QVTEnvironment.h"
 
 namespace {
@@ -47,34 +41,29 @@ Paths parse(std::string_view value, Directories& directories, std::string_view f
 }
 
 TEST(QVTEnvironment, ParsesSearchPaths) {
-  struct Case {
+  const struct {
     const char* name;
     std::string value;
     std::set<std::string> directories;
     Paths expected;
+  } cases[] = {
+      {"empty", "", {}, {}},
+      {"quoted and escaped", R"("/X Y" /X\ Y '/X Y')", {"/X Y"}, {"/X Y", "/X Y", "/X Y"}},
+      {"recursive", "/A/**", {"/A"}, {"/A/**"}},
+      {"relative", "a b/**", {"/w/a", "/w/b"}, {"a", "b/**"}},
+      {"lost quotes", "/X Y", {"/X Y"}, {"/X Y"}},
+      {"lost quotes, recursive", "/X Y/**", {"/X Y"}, {"/X Y/**"}},
+      {"glued to what was found", "/X Y Z", {"/X", "/X Y Z"}, {"/X Y Z"}},
+      {"glued to all that was found", "/A /B C", {"/A", "/B", "/A /B C"}, {"/A /B C"}},
+      {"dropped", "/A gone /B", {"/A", "/B"}, {"/A", "/B"}},
+      {"nothing exists", "/A /B", {}, {}},
+      {"double space", "/A  /B C", {"/A", "/B C"}, {"/A", "/B C"}},
+      {"quotes taken off", "\"/X Y\" gone", {"/X Y"}, {"/X Y"}},
+      {"quotes that are part of the name", "\"a\" gone", {"/w/\"a\"", "/w/a"}, {"\"a\""}},
+      {"escapes taken off", "/X\\ Y gone", {"/X Y"}, {"/X Y"}},
+      {"open quote", "\"/A", {"/A"}, {}},
   };
-  for (const Case& c : {
-           Case{"empty", "", {}, {}},
-           Case{"two directories", "/A /B", {"/A", "/B"}, {"/A", "/B"}},
-           Case{"quoted and escaped", R"("/X Y" /X\ Y '/X Y')", {"/X Y"}, {"/X Y", "/X Y", "/X Y"}},
-           Case{"recursive", "/A/**", {"/A"}, {"/A/**"}},
-           Case{"relative", "a b/**", {"/w/a", "/w/b"}, {"a", "b/**"}},
-           Case{"lost quotes", "/X Y", {"/X Y"}, {"/X Y"}},
-           Case{"lost quotes, recursive", "/X Y/**", {"/X Y"}, {"/X Y/**"}},
-           Case{"three pieces", "/A /B C D /E", {"/A", "/B C D", "/E"}, {"/A", "/B C D", "/E"}},
-           Case{"glued to what was found", "/X Y Z", {"/X", "/X Y Z"}, {"/X Y Z"}},
-           Case{"glued to all that was found", "/A /B C", {"/A", "/B", "/A /B C"}, {"/A /B C"}},
-           Case{"dropped", "/A gone /B", {"/A", "/B"}, {"/A", "/B"}},
-           Case{"nothing exists", "/A /B", {}, {}},
-           Case{"double space", "/A  /B C", {"/A", "/B C"}, {"/A", "/B C"}},
-           Case{"double space in a name", "/A  B", {"/A  B"}, {"/A  B"}},
-           Case{"quotes taken off", "\"/X Y\" gone", {"/X Y"}, {"/X Y"}},
-           Case{"quotes that are part of the name", "\"a\" gone", {"/w/\"a\"", "/w/a"}, {"\"a\""}},
-           Case{"escapes taken off", "/X\\ Y gone", {"/X Y"}, {"/X Y"}},
-           Case{"two backslashes before a space", "/X\\\\ Y gone", {"/X Y"}, {"/X Y"}},
-           Case{"open quote", "\"/A", {"/A"}, {}},
-           Case{"lone quote", "\" /A", {"/A"}, {"/A"}},
-       }) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     Directories directories(c.directories);
     EXPECT_EQ(parse(c.value, directories), c.expected);
@@ -95,25 +84,15 @@ TEST(QVTEnvironment, WellFormedParsingNeedsEveryToken) {
 }
 
 TEST(QVTEnvironment, TellsValidPaths) {
-  struct Case {
+  const struct {
     const char *path, *folder;
     bool isValid;
-  };
-  for (const Case& c : {
-           Case{"", "/w", false},
-           Case{"/A", "", true},
-           Case{"/A/**", "", true},
-           Case{"/A/**/", "", true},
-           Case{"/A/x**", "", false},
-           Case{"/A/*", "", false},
-           Case{"**", "/A", true},
-           Case{"b", "/A/", true},
-           Case{"b/", "/A", true},
-           Case{"b", "", false},
-           Case{"r", "", true},
-           Case{"\"/A\"", "", false},
-           Case{"~/A", "/w", false},
-       }) {
+  } cases[] = {{"", "/w", false},    {"/A", "", true},      {"/A/**", "", true},
+               {"/A/**/", "", true}, {"/A/x**", "", false}, {"/A/*", "", false},
+               {"**", "/A", true},   {"b", "/A/", true},    {"b/", "/A", true},
+               {"b", "", false},     {"r", "", true},       {"\"/A\"", "", false},
+               {"~/A", "/w", false}};
+  for (const auto& c : cases) {
     Directories directories{"/A", "/A/b", "r"};
     EXPECT_EQ(QVTEnvironment::isValidFrameworkSearchPathWithWorkingDirectoryUsingFileManager(
                   c.path, c.folder, directories.question()),
@@ -236,9 +215,9 @@ TEST(QVTEnvironment, MendsAlthoughAnswersAreForgotten) {
 }
 
 TEST(QVTEnvironment, AsksTheHost) {
-  const test::TemporaryFolder folder;
-  std::filesystem::create_directories(folder / "X Y");
-  std::filesystem::create_directory_symlink(folder / "X Y", folder / "link");
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "X Y");
+  fs::create_directory_symlink(folder / "X Y", folder / "link");
   folder.write("file", "");
   const std::string value = "X Y link file";
   EXPECT_EQ(QVTEnvironment::parseFrameworkSearchPathsFromStringWorkingDirectory(

@@ -1,38 +1,33 @@
-#include <gtest/gtest.h>
-
+#include "tests/support/Test.h"
 #include "xcode/QVTPlatform.h"
 
 namespace {
 
-struct Row {
-  std::optional<std::string> sdk;
-  int type;
-  std::optional<std::string> identifier, display;
-};
-
 TEST(QVTPlatform, SDKsAndTypesHaveAnIdentifierAndAName) {
-  for (const Row& row : {
-           Row{"iphoneos", 1, "ios", "iOS"},
-           Row{"iphonesimulator", 1, "ios", "iOS"},
-           Row{"macosx", 2, "mac", "OS X"},
-           Row{"appletvos", 3, "tvos", "tvOS"},
-           Row{"appletvsimulator", 3, "tvos", "tvOS"},
-           Row{"watchos", 4, "watch", "watchOS"},
-           Row{"watchsimulator", 4, "watch", "watchOS"},
-           Row{"iphoneos ", 0, {}, {}},
-           Row{"iOS", 5, {}, {}},
-           Row{{}, -1, {}, {}},
-       }) {
-    SCOPED_TRACE(row.sdk.value_or("none"));
-    const auto type = static_cast<QVTPlatformType>(row.type);
-    EXPECT_EQ(QVTPlatform::translatePlatform(row.sdk), row.identifier);
-    EXPECT_EQ(QVTPlatform::displayStringForPlatform(row.sdk), row.display);
-    EXPECT_EQ(QVTPlatform::stringFromPlatform(type), row.identifier);
-    EXPECT_EQ(QVTPlatform::displayStringForPlatformType(type), row.display);
-    EXPECT_EQ(QVTPlatform::platformFromString(row.identifier),
-              row.identifier ? type : QVTPlatformType::unknown);
+  const struct {
+    std::optional<std::string> sdk;
+    int type;
+    std::optional<std::string> identifier, display;
+  } cases[] = {{"iphoneos", 1, "ios", "iOS"},
+               {"iphonesimulator", 1, "ios", "iOS"},
+               {"macosx", 2, "mac", "OS X"},
+               {"appletvos", 3, "tvos", "tvOS"},
+               {"appletvsimulator", 3, "tvos", "tvOS"},
+               {"watchos", 4, "watch", "watchOS"},
+               {"watchsimulator", 4, "watch", "watchOS"},
+               {"iphoneos ", 0, {}, {}},
+               {"iOS", 5, {}, {}},
+               {{}, -1, {}, {}}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.sdk.value_or("none"));
+    const auto type = static_cast<QVTPlatformType>(c.type);
+    EXPECT_EQ(QVTPlatform::translatePlatform(c.sdk), c.identifier);
+    EXPECT_EQ(QVTPlatform::displayStringForPlatform(c.sdk), c.display);
+    EXPECT_EQ(QVTPlatform::stringFromPlatform(type), c.identifier);
+    EXPECT_EQ(QVTPlatform::displayStringForPlatformType(type), c.display);
+    EXPECT_EQ(QVTPlatform::platformFromString(c.identifier),
+              c.identifier ? type : QVTPlatformType::unknown);
   }
-  EXPECT_EQ(QVTPlatform::platformFromString("iOS"), QVTPlatformType::unknown);
 }
 
 }  // namespace
