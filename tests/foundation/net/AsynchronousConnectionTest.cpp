@@ -1,6 +1,4 @@
 #include "tests/foundation/net/Connections.h"
-#include "tests/support/MachOFixture.h"
-#include "tests/support/Test.h"
 
 namespace foundation {
 namespace {
@@ -47,12 +45,10 @@ struct Recorder : URLConnection::Delegate {
   }
 };
 
-bool runUntil(const std::function<bool()>& isDone) { return RunLoop::main().runUntil(isDone, 30s); }
-
-std::shared_ptr<Recorder> exchange(const URLRequest& request) {
+std::shared_ptr<Recorder> runToEnd(const URLRequest& request) {
   auto recorder = std::make_shared<Recorder>();
   URLConnection(request, recorder).start();  // the exchange outlives the object
-  EXPECT_TRUE(runUntil([&] { return recorder->ends > 0; }));
+  EXPECT_TRUE(eventuallyOnMainLoop([&] { return recorder->ends > 0; }));
   return recorder;
 }
 
@@ -60,7 +56,7 @@ using AsynchronousTLS = WithTrustedAuthority;
 
 TEST(AsynchronousConnection, TellsResponseDataAndEnd) {
   const LoopbackServer server(alwaysAnswer(httpAnswer(201, "the body", "X-Field: value\r\n")));
-  const auto recorder = exchange(requestFor(server.url("/")));
+  const auto recorder = runToEnd(requestFor(server.url("/")));
   EXPECT_THAT(recorder->calls, ElementsAre("response", "data", "finish"));
   EXPECT_EQ(recorder->response->statusCode, 201);
   EXPECT_EQ(recorder->response->headers.at("x-field"), "value");
@@ -69,33 +65,27 @@ TEST(AsynchronousConnection, TellsResponseDataAndEnd) {
 }
 
 TEST(AsynchronousConnection, EndsInOneErrorForEveryFault) {
-  const std::string half = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfive!";
-  struct Fault {
-    Handler handler;
-    long code;
-    testing::Matcher<std::vector<std::string>> calls;
+  const auto halfThen = [](void (Peer::*end)()) -> Handler {
+    return [=](const auto&, Peer& peer) {
+      peer.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfive!");
+      (peer.*end)();
+    };
   };
-  for (const Fault& c :
-       {Fault{[](const auto&, Peer& p) { p.reset(); }, -1005, ElementsAre("error")},
-        Fault{[&](const auto&, Peer& p) {
-                p.send(half);
-                p.close();
-              },
-              -1005, ElementsAre("response", "data", "error")},
-        Fault{[&](const auto&, Peer& p) {
-                p.send(half);
-                p.stall();
-              },
-              -1001, ElementsAre("response", "data", "error")},
-        Fault{alwaysAnswer(httpAnswer(302, "", "Location: /\r\n")), -1007, ElementsAre("error")}}) {
-    const LoopbackServer server(c.handler);
+  const std::vector<std::string> late = {"response", "data", "error"}, early = {"error"};
+  const std::tuple<Handler, long, std::vector<std::string>> faults[] = {
+      {[](const auto&, Peer& peer) { peer.reset(); }, -1005, early},
+      {halfThen(&Peer::close), -1005, late},
+      {halfThen(&Peer::stall), -1001, late},
+      {alwaysAnswer(httpAnswer(302, "", "Location: /\r\n")), -1007, early}};
+  for (const auto& [handler, code, calls] : faults) {
+    const LoopbackServer server(handler);
     URLRequest request = requestFor(server.url("/"));
     request.idleTimeout = 300ms;
-    const auto recorder = exchange(request);
-    EXPECT_THAT(recorder->calls, c.calls);
-    EXPECT_EQ(recorder->error->code, c.code) << recorder->error->description();
+    const auto recorder = runToEnd(request);
+    EXPECT_EQ(recorder->calls, calls);
+    EXPECT_EQ(recorder->error->code, code) << recorder->error->description();
   }
-  EXPECT_EQ(exchange(URLRequest())->error->code, -1002);
+  EXPECT_EQ(runToEnd(URLRequest())->error->code, -1002);
 }
 
 TEST_F(AsynchronousTLS, CancelledFromACallItIsSilentFromThenOn) {
@@ -109,12 +99,10 @@ TEST_F(AsynchronousTLS, CancelledFromACallItIsSilentFromThenOn) {
     };
     URLConnection connection(requestFor(server.url("/")), recorder);
     connection.start();
-    EXPECT_TRUE(runUntil([&] { return recorder.use_count() == 1; }));
+    EXPECT_TRUE(eventuallyOnMainLoop([&] { return recorder.use_count() == 1; }));
     EXPECT_EQ(recorder->calls.back(), at);
     EXPECT_EQ(recorder->ends, 0);
-    if (at == "question") {
-      EXPECT_TRUE(server.requests().empty());
-    }
+    EXPECT_EQ(server.requests().empty(), at == "question");
   }
 }
 
@@ -125,7 +113,7 @@ TEST(AsynchronousConnection, CancelledFromOtherThreadsItEndsAtMostOnce) {
     URLConnection connection(requestFor(server.url("/")), recorder);
     connection.start();
     std::thread other([&] { connection.cancel(); });
-    EXPECT_TRUE(runUntil([&] { return recorder.use_count() == 1; }));
+    EXPECT_TRUE(eventuallyOnMainLoop([&] { return recorder.use_count() == 1; }));
     other.join();
     EXPECT_LE(recorder->ends, 1);
     EXPECT_FALSE(recorder->error);
@@ -133,21 +121,19 @@ TEST(AsynchronousConnection, CancelledFromOtherThreadsItEndsAtMostOnce) {
 }
 
 TEST(AsynchronousConnection, AsksOnlyForRealChallenges) {
-  struct Case {
+  const struct {
     int status;
-    const char* field;
-    const char* method;
-    const char* realm;
-  };
-  for (const Case& c : {Case{401, "WWW-Authenticate: Basic realm=\"a \\\"b\\\"\"\r\n",
-                             "NSURLAuthenticationMethodHTTPBasic", "a \"b\""},
-                        Case{407, "proxy-authenticate: digest nonce=1, realm=x\r\n",
-                             "NSURLAuthenticationMethodHTTPDigest", "x"},
-                        Case{401, "", nullptr, nullptr},
-                        Case{403, "WWW-Authenticate: Basic\r\n", nullptr, nullptr}}) {
+    const char *field, *method, *realm;
+  } cases[] = {{401, "WWW-Authenticate: Basic realm=\"a \\\"b\\\"\"\r\n",
+                "NSURLAuthenticationMethodHTTPBasic", "a \"b\""},
+               {407, "proxy-authenticate: digest nonce=1, realm=x\r\n",
+                "NSURLAuthenticationMethodHTTPDigest", "x"},
+               {401, "", nullptr, nullptr},
+               {403, "WWW-Authenticate: Basic\r\n", nullptr, nullptr}};
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.field);
     const LoopbackServer server(alwaysAnswer(httpAnswer(c.status, "", c.field)));
-    const auto recorder = exchange(requestFor(server.url("/")));
+    const auto recorder = runToEnd(requestFor(server.url("/")));
     EXPECT_EQ(recorder->response->statusCode, c.status);
     ASSERT_EQ(recorder->questions.size(), c.method ? 1u : 0u);
     if (!c.method) continue;
@@ -163,33 +149,27 @@ TEST(AsynchronousConnection, ATunnelThatAsksForAPasswordIsAChallengeAndShownNoth
   const LoopbackServer proxy(
       alwaysAnswer(httpAnswer(407, "", "Proxy-Authenticate: Basic realm=\"p\"\r\n")));
   const ScopedEnvironment https("https_proxy", proxy.url().c_str());
-  const URLRequest request = secretPostTo("https://service.invalid/path", 10);
-  const auto recorder = exchange(request);
+  const auto recorder = runToEnd(secretPostTo("https://service.invalid/path", 10));
   EXPECT_THAT(recorder->calls, ElementsAre("question", "error"));
   EXPECT_FALSE(recorder->questions.at(0).hasServerTrust);
-  for (const auto& error : {recorder->error, send(request).error}) {
-    EXPECT_EQ(error->code, -1004);
-    EXPECT_THAT(
-        error->localizedDescription(),
-        HasSubstr("the proxy 127.0.0.1 port " + std::to_string(proxy.port()) + " answered 407"));
-  }
-  for (const auto& received : proxy.requests()) {
+  EXPECT_EQ(recorder->error->code, -1004);
+  EXPECT_THAT(
+      recorder->error->localizedDescription(),
+      HasSubstr("the proxy 127.0.0.1 port " + std::to_string(proxy.port()) + " answered 407"));
+  for (const auto& received : proxy.requests())
     EXPECT_THAT(received->raw, Not(HasSubstr("canary")));
-  }
 }
 
 TEST(AsynchronousConnection, ABodyThatBecomesTooLongIsRefusedOnEitherPath) {
   constexpr std::size_t limit = std::size_t{16} << 20;
-  const TemporaryFolder folder;
   for (const std::size_t size : {limit, limit + 1}) {
     const bool fits = size == limit;
-    runCommand(
-        {"sh", "-c", "head -c $0 /dev/zero | gzip >$1", std::to_string(size), folder / "body"});
-    const std::string body = contentsOf(folder / "body");
+    const std::string body =
+        outputOf({"sh", "-c", "head -c $0 /dev/zero | gzip", std::to_string(size)});
     ASSERT_LT(body.size(), 20'000u);
     const LoopbackServer server(alwaysAnswer(httpAnswer(200, body, "Content-Encoding: gzip\r\n")));
     const auto synchronous = send(requestFor(server.url("/")));
-    const auto asynchronous = exchange(requestFor(server.url("/")));
+    const auto asynchronous = runToEnd(requestFor(server.url("/")));
     EXPECT_EQ(synchronous.data.has_value(), fits);
     EXPECT_LE(asynchronous->body.size(), limit);
     for (const auto& error : {synchronous.error, asynchronous->error}) {
@@ -205,7 +185,7 @@ TEST_F(AsynchronousTLS, AsksOncePerConnectionBeforeTheRequest) {
   const LoopbackServer server(alwaysAnswer(httpAnswer(200, "safe")), tls(authority_));
   std::size_t questions = 0;
   for (int round = 0; round < 3; ++round) {
-    const auto recorder = exchange(requestFor(server.url("/")));
+    const auto recorder = runToEnd(requestFor(server.url("/")));
     EXPECT_EQ(recorder->body, "safe");
     questions += recorder->questions.size();
     for (const ProtectionSpace& space : recorder->questions) {
@@ -219,9 +199,8 @@ TEST_F(AsynchronousTLS, AsksOncePerConnectionBeforeTheRequest) {
 }
 
 TEST_F(AsynchronousTLS, AYesTrustsNobody) {
-  const TLSAuthority stranger;
-  const LoopbackServer server(alwaysAnswer(httpAnswer(200)), tls(stranger));
-  const auto recorder = exchange(secretPostTo(server.url("/"), 10));
+  const LoopbackServer server(alwaysAnswer(httpAnswer(200)), tls(TLSAuthority()));
+  const auto recorder = runToEnd(secretPostTo(server.url("/"), 10));
   EXPECT_THAT(recorder->calls, ElementsAre("question", "error"));
   EXPECT_EQ(recorder->error->code, -1202);
   EXPECT_TRUE(server.requests().empty());

@@ -1,20 +1,11 @@
-// What the tests of URL connections share.
 #pragma once
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "foundation/net/URLConnection.h"
 #include "tests/support/LoopbackServer.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 
+/// What the tests of URL connections share.
 namespace foundation {
-
-using test::alwaysAnswer;
-using test::httpAnswer;
-using test::LoopbackServer;
-using test::Peer;
-using test::ReceivedRequest;
 
 inline URLRequest requestFor(const std::string& url, std::string method = "GET") {
   URLRequest request;
@@ -35,19 +26,24 @@ inline URLConnection::Exchange send(const URLRequest& request) {
   return URLConnection::sendSynchronousRequest(request);
 }
 
+/// What went wrong in an exchange, for messages and comparisons.
+inline std::string problemOf(const URLConnection::Exchange& exchange) {
+  return exchange.error ? exchange.error->description() : "";
+}
+
 /// For servers with a certificate; those of one authority are trusted.
 class WithTrustedAuthority : public testing::Test {
  protected:
-  static test::ServerOptions tls(const test::TLSAuthority& issuer) {
-    test::ServerOptions options;
+  static ServerOptions tls(const TLSAuthority& issuer) {
+    ServerOptions options;
     options.identity = issuer.issue();
     return options;
   }
 
-  test::TemporaryFolder folder_;
-  test::TLSAuthority authority_;
+  TemporaryFolder folder_;
+  TLSAuthority authority_;
   std::string trusted_ = folder_.write("trusted.pem", authority_.certificate()).string();
-  test::ScopedEnvironment trust_{"SSL_CERT_FILE", trusted_.c_str()};
+  ScopedEnvironment trust_{"SSL_CERT_FILE", trusted_.c_str()};
 };
 
 }  // namespace foundation

@@ -1,10 +1,9 @@
 #include "tests/foundation/net/Connections.h"
-#include "tests/support/Test.h"
 
 namespace foundation {
 namespace {
 
-/// The faults that the test of whole runs against such servers does not meet.
+/// The faults that the rows of whole runs do not meet.
 TEST(URLConnectionFaults, EndInAnErrorThatNamesThePlace) {
   const Handler endlessField = [](const auto&, Peer& peer) {
     peer.send("HTTP/1.1 200 OK\r\nX: ");
@@ -48,15 +47,13 @@ TEST(URLConnectionFaults, AServerThatFallsSilentIsTimedOut) {
     request.idleTimeout = 300ms;
     const auto start = std::chrono::steady_clock::now();
     const auto exchange = send(request);
-    const auto took = std::chrono::steady_clock::now() - start;
     ASSERT_TRUE(exchange.error);
     EXPECT_EQ(exchange.error->code, -1001) << exchange.error->description();
-    EXPECT_GE(took, 300ms);
-    EXPECT_LT(took, 5s);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 300ms);
   }
 }
 
-/// Single bytes of a head, then of a body, each within the limit, all together far beyond it.
+/// Single bytes of the headers, then of a body, each within the limit, all together far beyond it.
 TEST(URLConnectionFaults, BytesThatTrickleAreNoSilence) {
   const std::string answer = httpAnswer(200, "0123456789");
   const LoopbackServer server([&](const ReceivedRequest&, Peer& peer) {
@@ -69,7 +66,7 @@ TEST(URLConnectionFaults, BytesThatTrickleAreNoSilence) {
   request.idleTimeout = 400ms;
   const auto start = std::chrono::steady_clock::now();
   const auto exchange = send(request);
-  ASSERT_TRUE(exchange.data) << exchange.error->description();
+  ASSERT_EQ(problemOf(exchange), "");
   EXPECT_EQ(exchange.data->text(), "0123456789");
   EXPECT_GT(std::chrono::steady_clock::now() - start, 1s);
 }
@@ -95,7 +92,7 @@ TEST(URLConnectionFaults, ABodyThatTheServerTakesSlowlyIsNoSilence) {
   URLRequest request = secretPostTo(server.url("/"), 6'000'000);
   request.idleTimeout = 700ms;
   const auto exchange = send(request);
-  ASSERT_TRUE(exchange.response) << exchange.error->description();
+  ASSERT_EQ(problemOf(exchange), "");
   EXPECT_EQ(exchange.response->statusCode, 200);
 }
 
@@ -105,8 +102,7 @@ TEST_F(URLConnectionTLS, AServerWithoutTLSAndAMissingListOfAuthoritiesGiveNoSecu
   const ScopedEnvironment missing("SSL_CERT_FILE", "/nowhere/trusted.pem");
   ServerOptions withoutTLS;
   withoutTLS.onConnection = [](Peer& peer) {
-    peer.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
-    return true;
+    return peer.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
   };
   for (const auto& options : {withoutTLS, tls(authority_)}) {
     const LoopbackServer server(alwaysAnswer(httpAnswer(200)), options);
@@ -118,8 +114,8 @@ TEST_F(URLConnectionTLS, AServerWithoutTLSAndAMissingListOfAuthoritiesGiveNoSecu
   }
 }
 
-/// Answers when the head is there, then closes with the rest of the body unread, which resets the
-/// connection under the client's hands.
+/// The response comes when the headers are there; then the server closes with the rest of the body
+/// unread, which resets the connection under the client's hands.
 TEST_F(URLConnectionTLS, AnEarlyResponseIsTheAnswer) {
   for (ServerOptions options : {ServerOptions(), tls(authority_)}) {
     options.onHead = [](const ReceivedRequest&, Peer& peer) {
@@ -131,7 +127,7 @@ TEST_F(URLConnectionTLS, AnEarlyResponseIsTheAnswer) {
     const URLRequest request = secretPostTo(server.url("/"), 20'000'000);
     for (int round = 0; round < 25; ++round) {
       const auto exchange = send(request);
-      ASSERT_TRUE(exchange.response) << round << ": " << exchange.error->description();
+      ASSERT_EQ(problemOf(exchange), "") << round;
       EXPECT_EQ(exchange.response->statusCode, 413);
     }
   }
