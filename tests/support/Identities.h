@@ -49,7 +49,7 @@ class MadeIdentity {
   /// PKCS #8; encrypted with AES-256 when a passphrase is given.
   [[nodiscard]] std::string keyPEM(std::optional<std::string> passphrase = std::nullopt) const;
   /// In OpenSSL's own form ("Proc-Type: 4,ENCRYPTED").
-  [[nodiscard]] std::string oldKeyPEM(const std::string& passphrase) const;
+  [[nodiscard]] std::string oldKeyPEM(std::string passphrase) const;
   /// 40 upper-case hexadecimal digits, as for `--sign`.
   [[nodiscard]] std::string sha1() const;
   [[nodiscard]] foundation::Certificate certificate() const;
