@@ -331,29 +331,4 @@ TEST_F(HandOff, SymbolsOfAnotherBuildAndMissingTools) {
   EXPECT_THAT(outcome.standardOutput, HasSubstr("failure: xcrun does not find codesign: "));
 }
 
-TEST(EntitlementGrants, CoverWhatAProfileSays) {
-  struct Row {
-    Value pattern;
-    Value value;
-    bool granted;
-  };
-  for (const auto& row : {
-           Row{"TEAM.*", "TEAM.com.example", true},
-           Row{"TEAM.*", "OTHER.com.example", false},
-           Row{"TEAM.a", "TEAM.ab", false},
-           Row{"*", Array{"anything", "else"}, true},
-           Row{Array{"TEAM.*", "x"}, Array{"TEAM.a", "x"}, true},
-           Row{Array{"TEAM.*"}, Array{"TEAM.a", "y"}, false},
-           Row{Array{"a", "b"}, "b", true},
-           Row{true, false, true},
-           Row{false, true, false},
-           Row{"production", true, false},
-           Row{1, 1, true},
-       }) {
-    EXPECT_EQ(inspect::grants(row.pattern, row.value), row.granted)
-        << foundation::singleLineDescription(row.pattern) << " for "
-        << foundation::singleLineDescription(row.value);
-  }
-}
-
 }  // namespace
