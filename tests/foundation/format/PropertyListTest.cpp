@@ -290,20 +290,20 @@ TEST(PropertyList, ReadsDictionariesOfAnySize) {
 }
 
 TEST(PropertyList, HandsOverEntriesOfLongDictionaries) {
-  const std::string xml =
+  const std::string text =
       xml("<dict><key>long</key><dict><key>b</key><dict><key>long</key><true/></dict>"
           "<key>a</key><true/></dict><key>other</key><dict><key>c</key><true/></dict></dict>");
   const std::string binary = BinaryList{
       {"\xd2\x01\x03\x02\x04", "\x54long", "\xd2\x05\x06\x07\x08", "\x55other", "\xd1\x09\x08",
        "\x51\x61", "\x51\x62", "\x09", "\xd1\x01\x07",
        "\x51\x63"}}.bytes();
-  for (const std::string& text : {xml, binary}) {
+  for (const std::string& list : {text, binary}) {
     Dictionary taken;
     const auto take = [&taken](std::string key, Value value) {
       return taken.emplace(std::move(key), std::move(value)).second;
     };
     const auto rest =
-        PropertyList::parseUnambiguous(bytesOf(text), {{"long", take}, {"absent", take}});
+        PropertyList::parseUnambiguous(bytesOf(list), {{"long", take}, {"absent", take}});
     ASSERT_EQ(problemOf(rest), "");
     EXPECT_EQ(taken, (Dictionary{{"a", true}, {"b", Dictionary{{"long", true}}}}));
     EXPECT_EQ(rest->find("long")->dictionary()->size(), 0U);
