@@ -45,6 +45,31 @@ archive() {
   cp "$MADE/Example.xcarchive/Info.plist" "$ARCHIVE"
 }
 
+# link TARGET ARCHITECTURE MINIMUM_OS [LINKER_OPTION...]: a real Mach-O file.
+link() {
+  echo 'int main(void) { return 0; }' >"$W/main.c"
+  "$LLVM/clang" -target "$2-apple-ios$3" -Os -ffreestanding -c "$W/main.c" -o "$W/main.o"
+  "$LLVM/ld64.lld" -arch "$2" -platform_version ios "$3" 12.1 -o "$1" "$W/main.o" "${@:4}"
+}
+
+# bundle FOLDER IDENTIFIER EXECUTABLE: a bundle with a copy of this executable.
+bundle() {
+  mkdir -p "$1"
+  local name=${1##*/}
+  cp "$3" "$1/${name%.*}"
+  cat >"$1/Info.plist" <<PLIST
+<plist><dict><key>CFBundleExecutable</key><string>${name%.*}</string>
+<key>CFBundleIdentifier</key><string>$2</string></dict></plist>
+PLIST
+}
+
+# flip FILE OFFSET: changes one bit of this byte.
+flip() {
+  local byte
+  byte=$(od -An -tu1 -j "$2" -N 1 "$1")
+  printf "\\x$(printf %x $((byte ^ 16)))" |dd of="$1" bs=1 seek="$2" conv=notrunc status=none
+}
+
 # tool NAME SCRIPT: a program that is found before all others of its name. It knows $TOOLS and $W.
 tool() {
   mkdir -p "$W/tools"

@@ -53,7 +53,7 @@ import threading
 from dataclasses import dataclass
 from pathlib import Path
 
-from service import Checker, Service, output_of, repeated, unescaped, values_of
+from service import Checker, Service, llvm, output_of, repeated, unescaped, values_of
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
@@ -77,10 +77,11 @@ class Fixture:
         shutil.copy(self.made / "universal", self.unsigned / "Example")
         self.canary = folder / "outside"
         self.shell("""
+            link "$LIBRARY" arm64 9.0 -dylib
             mkdir -p "$OUTSIDE/empty" && cp -a "$SIGNED" "$OUTSIDE/Canary.app"
             cd "$OUTSIDE/Canary.app" && echo CANARY-CONTENT | tee ../secret.txt _CodeSignature/other >_CodeSignature/CodeResources
             plist Info.plist CFBundleIdentifier=CANARY-CONTENT QuorvantileSignedForDistribution=true
-            profile Name=CANARY-CONTENT""", OUTSIDE=self.canary, P="embedded.mobileprovision")
+            profile Name=CANARY-CONTENT""", W=folder, OUTSIDE=self.canary, P="embedded.mobileprovision")
 
     def shell(self, script: str, **variables: object) -> None:
         command = script_of(script, self.variables() | variables)
@@ -90,11 +91,11 @@ class Fixture:
     def variables(self) -> dict[str, object]:
         cache = (self.build / "CMakeCache.txt").read_text()
         addresses = dict(re.findall(r"^SENDOFF_(API_BASE|UPLOAD_BASE|SETTINGS_PAGE)_URL:\w+=(.*)$", cache, re.MULTILINE))
-        return {"API_HOST": addresses["API_BASE"].partition("//")[2],
+        return {"BUILD": self.build, "LIBRARY": self.folder / "library", "API_HOST": addresses["API_BASE"].partition("//")[2],
                 "UPLOAD_HOST": addresses["UPLOAD_BASE"].partition("//")[2],
                 "SETTINGS_PAGE": addresses["SETTINGS_PAGE"],
                 "RUNS": HERE, "MADE": self.made, "TOOLS": self.tools, "SIGNED": self.signed,
-                "UNSIGNED": self.unsigned, "SCRIPTS": ROOT / "scripts", "SENDOFF": self.build / "bin/sendoff",
+                "UNSIGNED": self.unsigned, "SCRIPTS": ROOT / "scripts", "LLVM": llvm("clang").parent, "SENDOFF": self.build / "bin/sendoff",
                 "INSPECT": self.build / "bin/sendoff-inspect", "GOOD": self.made / "Example.ipa",
                 "AUTHORITY": self.folder / "tls/authority.pem", "KEY": KEY, "SECRET": SECRET,
                 "SANITIZE": re.search(r"^SENDOFF_SANITIZE:\w+=(.*)$", cache, re.MULTILINE)[1]}

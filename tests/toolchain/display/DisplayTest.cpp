@@ -21,12 +21,8 @@ namespace fs = std::filesystem;
 using foundation::bytesOf;
 using foundation::Dictionary;
 using foundation::Value;
-using testing::AllOf;
 using testing::Contains;
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 constexpr const char* kEntitlements =
     "<?xml version=\"1.0\"?>\n<plist><dict>\n <key>beta-reports-active</key> "
@@ -64,50 +60,6 @@ class DisplayTest : public testing::Test {
 
   test::TemporaryFolder folder_;
 };
-
-TEST_F(DisplayTest, MoreIsSaidAtEachLevel) {
-  const fs::path app = makeApp();
-  sign(app, kEntitlements);
-  const std::string executable = "Executable=" + fs::canonical(app / "Example").string();
-  EXPECT_THAT(linesOf(app, 0), ElementsAre(executable));
-  EXPECT_THAT(
-      linesOf(app, 1),
-      AllOf(Contains(executable), Contains("Identifier=com.example.app"),
-            Contains("Format=app bundle with Mach-O universal (armv7 arm64)"),
-            Contains(AllOf(StartsWith("CodeDirectory v=20400 size="), HasSubstr("flags=0x0(none)"),
-                           HasSubstr("+7 location=embedded"))),
-            Contains(StartsWith("Signature size=")),
-            Contains("Signed Time=2026-03-09 00:00:00 +0000"), Contains("Info.plist entries=8"),
-            Contains("TeamIdentifier=ABCDE12345"),
-            Contains(StartsWith("Sealed Resources version=2 rules=10 files=")),
-            Contains(StartsWith("Internal requirements count=1 size=")),
-            Not(Contains(StartsWith("Authority="))), Not(Contains(StartsWith("CDHash=")))));
-  EXPECT_THAT(linesOf(app, 2),
-              AllOf(Contains("Authority=iPhone Distribution: Example Corp (ABCDE12345)"),
-                    Contains("Authority=Test Developer Relations CA"),
-                    Contains("Authority=Test Root CA"), Not(Contains(StartsWith("CDHash=")))));
-  EXPECT_THAT(linesOf(app, 3),
-              AllOf(Contains("Hash type=sha256 size=32"), Contains("Hash choices=sha1,sha256"),
-                    Contains(StartsWith("CandidateCDHash sha1=")), Contains(StartsWith("CDHash=")),
-                    Contains("Page size=16384"), Contains("Executable Segment flags=0x1")));
-}
-
-TEST_F(DisplayTest, RequirementsAreText) {
-  const fs::path app = makeApp();
-  sign(app);
-  EXPECT_THAT(
-      *toolchain::requirementsReport(app),
-      ElementsAre(StartsWith("designated => identifier \"com.example.app\" and certificate")));
-  toolchain::SignOptions options;
-  options.code = app;
-  options.identity = "-";
-  options.force = true;
-  ASSERT_TRUE(toolchain::sign(options));
-  EXPECT_THAT(*toolchain::requirementsReport(app),
-              ElementsAre(StartsWith("# designated => cdhash H\"")));
-  EXPECT_THAT(linesOf(app, 1),
-              AllOf(Contains("Signature=adhoc"), Contains("TeamIdentifier=not set")));
-}
 
 TEST_F(DisplayTest, InputsOfSignedCodeAreWhatWasSigned) {
   const fs::path app = makeApp();
@@ -175,21 +127,6 @@ TEST_F(DisplayTest, TheLinkersSignatureDoesNotCount) {
   test::linkImage(app / "Example", image);
   EXPECT_THAT(linesOf(app, 1), Contains(HasSubstr("(adhoc,linker-signed)")));
   EXPECT_TRUE(parsed(inputsOf(app).entitlements).find("application-identifier"));
-}
-
-TEST_F(DisplayTest, LooseFilesAndFaults) {
-  const fs::path file = folder_ / "tool";
-  test::linkImage(file);
-  sign(file);
-  EXPECT_THAT(linesOf(file, 1),
-              AllOf(Contains("Format=Mach-O thin (arm64)"), Contains("Info.plist=not bound"),
-                    Contains("Sealed Resources=none")));
-  const auto problemOf = [](const fs::path& code) {
-    return toolchain::signingInputs(code).error().localizedDescription();
-  };
-  EXPECT_THAT(problemOf(folder_.write("text", "text")), StartsWith("object file format"));
-  fs::create_directories(folder_ / "empty.app");
-  EXPECT_THAT(problemOf(folder_ / "empty.app"), StartsWith("bundle format unrecognized"));
 }
 
 }  // namespace

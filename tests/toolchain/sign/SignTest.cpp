@@ -1,15 +1,9 @@
-#include <csignal>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
-#include "foundation/format/PropertyList.h"
 #include "tests/support/MachOFixture.h"
-#include "tests/support/OtherProcess.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/toolchain/support/CodeFixture.h"
 #include "toolchain/display/SignatureReport.h"
@@ -262,36 +256,6 @@ TEST(Sign, AHomeMadeDeveloperIdentitySignsButDoesNotMeetItsRequirement) {
   EXPECT_EQ(toolchain::verify({.code = app}).status, 3);
 }
 
-using Damage = std::function<void(const fs::path& app, SignOptions& options)>;
-struct BadInput {
-  std::string name;
-  Damage damage;
-  std::string complaint;
-};
-
-void poke(const fs::path& file, std::size_t offset, const std::string& bytes) {
-  std::string content = contentsOf(file);
-  content.replace(offset, bytes.size(), bytes);
-  writeFile(file, content);
-}
-
-Damage executableIs(const std::string& content) {
-  return [content](const fs::path& app, SignOptions&) { writeFile(app / "X", content); };
-}
-
-Damage executableNamed(const std::string& name) {
-  return [name](const fs::path& app, SignOptions&) {
-    writePlist(app / "Info.plist", {{"CFBundleExecutable", name}, {"CFBundleIdentifier", "x"}});
-  };
-}
-
-Damage entitlementsAre(const foundation::Value& value) {
-  return [value](const fs::path& app, SignOptions& options) {
-    options.entitlements = app.parent_path() / "entitlements";
-    writePlist(*options.entitlements, {{"key", foundation::Array{value}}});
-  };
-}
-
 /// Whoever may write to the tree puts a link into it once the bundles have been found.
 TEST(Sign, ALinkThatIsPutIntoTheTreeIsNotFollowed) {
   const TemporaryFolder folder;
@@ -309,117 +273,6 @@ TEST(Sign, ALinkThatIsPutIntoTheTreeIsNotFollowed) {
   ASSERT_FALSE(done);
   EXPECT_THAT(done.error().localizedDescription(), HasSubstr("PlugIns/E.appex"));
   EXPECT_TRUE(snapshot(victim) == before);
-}
-
-TEST(Sign, BadInputIsRefusedAndLeavesEverythingAsItWas) {
-  const std::string& code = machO(Kind::arm64);
-  const std::vector<BadInput> cases = {
-      {"no Info.plist", [](const auto& app, auto&) { fs::remove(app / "Info.plist"); },
-       "bundle format unrecognized, invalid, or unsuitable: no Info.plist"},
-      {"Info.plist is text", [](const auto& app, auto&) { writeFile(app / "Info.plist", "{{{"); },
-       "Info.plist"},
-      {"no executable", [](const auto& app, auto&) { fs::remove(app / "X"); }, "missing"},
-      {"executable above", executableNamed("../x"), "CFBundleExecutable \"../x\""},
-      {"executable below", executableNamed("deep/x"), "CFBundleExecutable \"deep/x\""},
-      {"executable is the folder", executableNamed(".."), "CFBundleExecutable \"..\""},
-      {"text", executableIs("#!/bin/sh\n"), "not a Mach-O file"},
-      {"empty", executableIs(""), "not a Mach-O file"},
-      {"Java class", executableIs(std::string("\xca\xfe\xba\xbe\0\0\0\x34", 8)),
-       "counts 52 slices"},
-      {"cut off", executableIs(code.substr(0, code.size() / 2)), "lie outside the slice"},
-      {"count of commands", [](const auto& app, auto&) { poke(app / "X", 16, "\xff"); },
-       "load command"},
-      {"bytes behind", executableIs(code + std::string(64, 'x')), "bytes follow __LINKEDIT"},
-      {"identity missing",
-       [](const auto&, auto& options) { options.identity = std::string(40, 'A'); },
-       "error: The specified item could not be found in the keychain."},
-      {"keychain missing", [](const auto&, auto& options) { options.keychain = "/nowhere"; },
-       "/nowhere"},
-      {"entitlements missing",
-       [](const auto&, auto& options) { options.entitlements = "/nowhere"; }, "/nowhere"},
-      {"entitlements are an array",
-       [](const auto& app, auto& options) {
-         options.entitlements = app.parent_path() / "entitlements";
-         writeFile(*options.entitlements, *foundation::PropertyList::xml(foundation::Array{}));
-       },
-       "not a dictionary"},
-      {"entitlements with a date", entitlementsAre(kTime), "key[0] is a date"},
-      {"entitlements with a real", entitlementsAre(1.5), "key[0] is a real number"},
-      {"entitlements with data", entitlementsAre(foundation::Data(std::string("x"))),
-       "key[0] is data"},
-      {"pipe", [](const auto& app, auto&) { ASSERT_EQ(::mkfifo((app / "pipe").c_str(), 0600), 0); },
-       "unsupported resource found"},
-      {"name that is no text", [](const auto& app, auto&) { writeFile(app / "\xff.txt", ""); },
-       "is not UTF-8"},
-      {"name that XML cannot hold", [](const auto& app, auto&) { writeFile(app / "a\x01", ""); },
-       "has a character that no seal can hold"},
-      {".DS_Store is a link",
-       [](const auto& app, auto&) { fs::create_symlink("X", app / "empty/.DS_Store"); },
-       "empty/.DS_Store"},
-      {"nested executable above",
-       [](const auto& app, auto&) {
-         writePlist(app / "Frameworks/F.framework/Info.plist", {{"CFBundleExecutable", "../F"}});
-       },
-       "Frameworks/F.framework: bundle format"},
-      {"bundles in bundles",
-       [](const auto& app, auto&) {
-         fs::path inner = app / "PlugIns";
-         for (int i = 0; i < 18; ++i) inner = writeBundle(inner / "E.appex", "e", Kind::arm64);
-       },
-       "is nested more than 16 bundles deep"},
-      {"seal's folder is a file",
-       [](const auto& app, auto&) { writeFile(app / "_CodeSignature", ""); }, "_CodeSignature"},
-  };
-  for (const BadInput& c : cases) {
-    SCOPED_TRACE(c.name);
-    const TemporaryFolder folder;
-    const fs::path app = writeApp(folder.path());
-    // Nested code that is signed before the fault shows has to be put back too.
-    writeFile(app / "Frameworks/libz.dylib", machO(Kind::dylib));
-    writeBundle(app / "PlugIns/E.appex", "com.example.e", Kind::arm64);
-    SignOptions options = optionsFor(app, kSigners[1]);
-    c.damage(app, options);
-    const auto before = snapshot(app);
-    const std::string problem = signingProblem(options);
-    EXPECT_THAT(problem, HasSubstr(c.complaint));
-    EXPECT_THAT(problem, testing::StartsWith(app.string() + ": "));
-    EXPECT_THAT(problem, testing::Not(HasSubstr("\n")));
-    EXPECT_TRUE(snapshot(app) == before);
-  }
-}
-
-TEST(Sign, UnreadableResourceIsNamed) {
-  const TemporaryFolder folder;
-  const fs::path app = writeFamilyOfApps(folder.path());
-  fs::permissions(app / "PkgInfo", fs::perms::none);
-  const auto before = snapshot(app);
-  if (::geteuid() == 0) {
-    outputOf({"chown", "-R", std::to_string(kUnprivilegedUser), folder.path()});
-  }
-  EXPECT_THAT(asUnprivilegedUser([&] { return signingProblem(optionsFor(app, kSigners[2])); }),
-              HasSubstr("cannot read " + (app / "PkgInfo").string()));
-  EXPECT_TRUE(snapshot(app) == before);
-}
-
-/// A limit of the process stands in for a disk that fills up: small files fit, the executable does
-/// not.
-TEST(Sign, FullDiskLeavesEverythingAsItWas) {
-  const TemporaryFolder folder;
-  const fs::path app = writeFamilyOfApps(folder.path());
-  writeFile(app / "X", machO(Kind::universal));
-  const auto before = snapshot(app);
-  // Keys are made beforehand, outside of the limit.
-  const SignOptions options = optionsFor(app, kSigners[1]);
-  const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-  rlimit old{};
-  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
-  const rlimit small{machO(Kind::universal).size(), old.rlim_max};
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-  const std::string problem = signingProblem(options);
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &old), 0);
-  std::signal(SIGXFSZ, oldHandler);
-  EXPECT_THAT(problem, HasSubstr("cannot write " + (app / "X").string()));
-  EXPECT_TRUE(snapshot(app) == before);
 }
 
 TEST(Sign, DateOfTheSourceIsReadStrictly) {

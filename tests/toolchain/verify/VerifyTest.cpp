@@ -1,10 +1,8 @@
 #include <filesystem>
-#include <fstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/format/PropertyList.h"
 #include "tests/support/AppFixture.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
@@ -21,11 +19,8 @@ namespace {
 namespace fs = std::filesystem;
 using namespace test;
 using foundation::bytesOf;
-using foundation::Dictionary;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using toolchain::Verdict;
 
 std::string blob(std::uint32_t magic, std::string_view payload) {
@@ -33,19 +28,6 @@ std::string blob(std::uint32_t magic, std::string_view payload) {
 }
 
 class VerifyTest : public SignedAppTest {};
-
-TEST_F(VerifyTest, SoundCodeIsFoundSound) {
-  for (const bool deep : {false, true}) {
-    const Verdict verdict = verify(deep);
-    EXPECT_EQ(verdict.status, 0);
-    EXPECT_THAT(verdict.statements,
-                ElementsAre(line("valid on disk"), line("satisfies its Designated Requirement")));
-    EXPECT_THAT(verdict.files, IsEmpty());
-  }
-  for (const char* nested : {"Frameworks/F.framework", "Frameworks/libf.dylib", "Example"}) {
-    EXPECT_EQ(toolchain::verify({.code = app() / nested}).status, 0) << nested;
-  }
-}
 
 /// Signatures that are whole in themselves but say something that must not be.
 TEST_F(VerifyTest, WrongSignaturesAreRefused) {
@@ -338,14 +320,6 @@ TEST(SignatureFaultTest, TheErrorCarriesItsKind) {
     EXPECT_EQ(parts.fault, row.fault) << row.name;
     EXPECT_EQ(parts.detail, row.detail) << row.name;
   }
-}
-
-TEST_F(VerifyTest, UnsignedAndAbsentCode) {
-  const fs::path fresh = test::makeApp(folder_.path(), {.folderName = "Fresh.app"});
-  EXPECT_THAT(toolchain::verify({.code = fresh}).statements,
-              Contains(fresh.string() + ": " + kUnsigned));
-  EXPECT_THAT(toolchain::verify({.code = folder_ / "none.app"}).statements,
-              ElementsAre((folder_ / "none.app").string() + ": No such file or directory"));
 }
 
 }  // namespace
