@@ -91,7 +91,7 @@ class Fixture:
     def variables(self) -> dict[str, object]:
         cache = (self.build / "CMakeCache.txt").read_text()
         addresses = dict(re.findall(r"^SENDOFF_(API_BASE|UPLOAD_BASE|SETTINGS_PAGE)_URL:\w+=(.*)$", cache, re.MULTILINE))
-        return {"BUILD": self.build, "LIBRARY": self.folder / "library", "API_HOST": addresses["API_BASE"].partition("//")[2],
+        return {"LIBRARY": self.folder / "library", "API_HOST": addresses["API_BASE"].partition("//")[2],
                 "UPLOAD_HOST": addresses["UPLOAD_BASE"].partition("//")[2],
                 "SETTINGS_PAGE": addresses["SETTINGS_PAGE"],
                 "RUNS": HERE, "MADE": self.made, "TOOLS": self.tools, "SIGNED": self.signed,
