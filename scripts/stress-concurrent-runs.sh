@@ -6,5 +6,5 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 rounds=${1:-50}
 build=${2:-$root/build}
 
-cmake --build "$build" --target Sendoff_tests
-SENDOFF_TEST_ROUNDS=$rounds "$build/tests/bin/Sendoff_tests" --gtest_filter='ConcurrentRunsTest.*'
+cmake --build "$build" --target sendoff codesign codesign_allocate xcrun
+SENDOFF_TEST_ROUNDS=$rounds "$root/tests/runs/special.py" --build "$build" runs_at_once

@@ -12,14 +12,13 @@ cmake --preset tsan
 threaded=(foundation_process_tests foundation_queue_tests foundation_file_tests foundation_net_tests
           console_tests QVTSharedUtils_tests QVTWebClient_tests preparation_tests xcode_tests
           toolchain_signature_tests toolchain_seal_tests toolchain_sign_tests toolchain_verify_tests toolchain_codesign_tests inspect_tests)
-cmake --build --preset tsan --target "${threaded[@]}" Sendoff_tests
+cmake --build --preset tsan --target "${threaded[@]}" sendoff sendoff-inspect codesign codesign_allocate xcrun
 for program in "${threaded[@]}"; do
   echo "== $program under the thread sanitizer"
   build/tsan/tests/bin/"$program" --gtest_brief=1 --gtest_filter='-*Death*'
 done
 echo "== interrupted and simultaneous runs under the thread sanitizer"
-build/tsan/tests/bin/Sendoff_tests --gtest_brief=1 \
-  --gtest_filter='InterruptionTest*:ConcurrentRunsTest*:RunTest.IPAWith*'
+tests/runs/special.py --build build/tsan
 
 cmake --preset asan
 cmake --build --preset asan
