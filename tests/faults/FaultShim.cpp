@@ -1,17 +1,22 @@
-// Preloaded into a program under test: makes one system call of one kind fail, or reports from
-// where the program makes them. Not for sanitized programs, and it leaves the program's children
-// alone.
+// Preloaded into a program under test: makes one of its system calls fail, or reports which calls
+// it makes from where. Not for sanitized programs, and it leaves the program's children alone.
 //
-//   FAULT_REPORT=FILE     where to write, one line each: "site KIND CHAIN" at the first call of a
-//                         kind from a chain of callers, "count KIND NUMBER" at the end, and "failed
-//                         KIND" when a call was made to fail
-//   FAULT_PROGRAM=NAME    do nothing in programs of other names
-//   FAULT_SITE=KIND:CHAIN fail the first call of this kind from this chain
-//   FAULT_CALL=KIND:N     fail the N-th call of this kind, counted from 1
-//   FAULT_QUOTA=1         where the disk would be full, the user's quota is used up
+//   FAULT_PROGRAM=NAME  do nothing in programs of other names
+//   FAULT_REPORT=FILE   where to write, a line each: "site KIND:CHAIN" at the first call of a kind
+//   from
+//                       a chain of callers, "count KIND NUMBER" at the end, and "met" when the
+//                       wanted call came
+//   FAULT_CALLERS=N     how many callers make a chain
+//   FAULT_CALL=CALL     which call fails: KIND:CHAIN is the first of this kind from this chain,
+//   KIND#N
+//                       the N-th of this kind, counted from 1; no sites are reported then
+//   FAULT_QUOTA=1       where the disk would be full, the user's quota is used up
+//   FAULT_SIGNAL=N      the call goes through, but the program gets this signal first
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -38,12 +43,17 @@
 namespace {
 
 struct Kind {
+  Kind(const char* itsName, int itsError) : name(itsName), error(itsError), next(first) {
+    first = this;
+  }
   const char* name;
   int error;
   std::atomic<long> calls{0};
+  Kind* next;
+  static inline Kind* first = nullptr;
 };
 
-/// Where a module lies, so that an address can be told independently of where it was loaded.
+/// Where a module lies in memory, so that an address counts as the same wherever it was loaded.
 struct Module {
   std::uintptr_t first = 0;
   std::uintptr_t last = 0;
@@ -51,9 +61,7 @@ struct Module {
   bool isShim = false;
 };
 
-/// How many callers make a chain: enough to tell who wants a file read, not from which step of the
-/// run.
-constexpr int kCallers = 8;
+using Text = std::array<char, 64>;
 
 constexpr std::uint64_t kHashStart = 14695981039346656037u;
 
@@ -68,6 +76,15 @@ std::uint64_t hashOf(const char* text) {
   std::uint64_t hash = kHashStart;
   for (; *text; ++text) hash = mixed(hash, static_cast<unsigned char>(*text));
   return hash;
+}
+
+/// Takes the variable out of the environment, away from the program's children.
+Text taken(const char* name) {
+  Text text{};
+  const char* const value = std::getenv(name);
+  if (value) std::snprintf(text.data(), text.size(), "%s", value);
+  ::unsetenv(name);
+  return text;
 }
 
 class Shim {
@@ -95,13 +112,11 @@ class Shim {
       ::syscall(SYS_close, report_);
       report_ = high;
     }
-    wantsSite_ = copy("FAULT_SITE", wanted_);
-    wantsCall_ = !wantsSite_ && copy("FAULT_CALL", wanted_);
-    isQuota_ = std::getenv("FAULT_QUOTA") != nullptr;
-    for (const char* const name : {"LD_PRELOAD", "FAULT_REPORT", "FAULT_PROGRAM", "FAULT_SITE",
-                                   "FAULT_CALL", "FAULT_QUOTA"}) {
-      ::unsetenv(name);
-    }
+    wanted_ = taken("FAULT_CALL");
+    callers_ = std::atoi(taken("FAULT_CALLERS").data());
+    isQuota_ = taken("FAULT_QUOTA")[0] != 0;
+    signal_ = std::atoi(taken("FAULT_SIGNAL").data());
+    for (const char* const name : {"LD_PRELOAD", "FAULT_REPORT", "FAULT_PROGRAM"}) ::unsetenv(name);
     // The first call loads what it needs.
     std::array<void*, 4> frames;
     ::backtrace(frames.data(), static_cast<int>(frames.size()));
@@ -109,11 +124,11 @@ class Shim {
     isActive_ = true;
   }
 
-  void finish(std::array<Kind*, 64>& kinds) {
+  void finish() {
     if (!isActive_) return;
     isActive_ = false;
-    for (const Kind* const kind : kinds) {
-      if (kind && kind->calls > 0) say("count %s %ld\n", kind->name, kind->calls.load());
+    for (const Kind* kind = Kind::first; kind; kind = kind->next) {
+      if (kind->calls > 0) say("count %s %ld\n", kind->name, kind->calls.load());
     }
   }
 
@@ -124,12 +139,6 @@ class Shim {
   static thread_local bool isInside;
 
  private:
-  static bool copy(const char* name, std::array<char, 64>& target) {
-    const char* const value = std::getenv(name);
-    if (value) std::snprintf(target.data(), target.size(), "%s", value);
-    return value != nullptr;
-  }
-
   static int addModule(dl_phdr_info* info, std::size_t, void* self) {
     auto& shim = *static_cast<Shim*>(self);
     const char* const slash = std::strrchr(info->dlpi_name, '/');
@@ -156,9 +165,11 @@ class Shim {
 
   std::uint64_t callers() const {
     std::array<void*, 40> frames;
-    const int count = ::backtrace(frames.data(), static_cast<int>(frames.size()));
+    constexpr int ourOwn = 5;
+    const int count =
+        ::backtrace(frames.data(), std::min(static_cast<int>(frames.size()), callers_ + ourOwn));
     std::uint64_t hash = kHashStart;
-    int left = kCallers;
+    int left = callers_;
     for (int i = 0; i < count && left > 0; ++i) {
       const auto address = reinterpret_cast<std::uintptr_t>(frames[static_cast<std::size_t>(i)]);
       const Module* const module = moduleOf(address);
@@ -171,25 +182,25 @@ class Shim {
 
   bool decide(Kind& kind) {
     const long number = ++kind.calls;
-    std::array<char, 64> name;
-    if (wantsCall_) {
-      std::snprintf(name.data(), name.size(), "%s:%ld", kind.name, number);
-      return matches(kind, name);
-    }
+    const std::size_t length = std::strlen(kind.name);
+    const bool isOfInterest = std::strncmp(kind.name, wanted_.data(), length) == 0;
+    if (wanted_[0] != 0 && !isOfInterest) return false;
     const std::uint64_t chain = callers();
-    std::snprintf(name.data(), name.size(), "%s:%016llx", kind.name,
+    Text call;
+    Text site;
+    std::snprintf(call.data(), call.size(), "%s#%ld", kind.name, number);
+    std::snprintf(site.data(), site.size(), "%s:%016llx", kind.name,
                   static_cast<unsigned long long>(chain));
-    if (wantsSite_) return matches(kind, name);
-    if (isNew(mixed(hashOf(kind.name), chain))) {
-      say("site %s %016llx\n", kind.name, static_cast<unsigned long long>(chain));
+    if (wanted_[0] == 0) {
+      if (isNew(mixed(hashOf(kind.name), chain))) say("site %s\n", site.data());
+      return false;
     }
-    return false;
-  }
-
-  bool matches(const Kind& kind, const std::array<char, 64>& name) {
-    if (std::strcmp(name.data(), wanted_.data()) != 0 || hasFailed_.exchange(true)) return false;
-    say("failed %s\n", kind.name);
-    return true;
+    const bool isWanted = std::strcmp(call.data(), wanted_.data()) == 0 ||
+                          std::strcmp(site.data(), wanted_.data()) == 0;
+    if (!isWanted || wasMet_.exchange(true)) return false;
+    say("met\n");
+    if (signal_ != 0) ::kill(::getpid(), signal_);
+    return signal_ == 0;
   }
 
   bool isNew(std::uint64_t site) {
@@ -210,12 +221,12 @@ class Shim {
   }
 
   bool isActive_ = false;
-  bool wantsSite_ = false;
-  bool wantsCall_ = false;
+  Text wanted_{};
+  int callers_ = 0;
+  int signal_ = 0;
   bool isQuota_ = false;
   int report_ = -1;
-  std::array<char, 64> wanted_{};
-  std::atomic<bool> hasFailed_{false};
+  std::atomic<bool> wasMet_{false};
   std::mutex mutex_;
   std::array<std::uint64_t, 16384> seen_{};
   std::array<Module, 128> modules_{};
@@ -230,25 +241,12 @@ Shim& shim() {
   return only;
 }
 
-std::array<Kind*, 64> kinds{};
-
-int add(Kind& kind) {
-  for (auto& slot : kinds) {
-    if (slot) continue;
-    slot = &kind;
-    break;
-  }
-  return 0;
-}
-
 __attribute__((constructor)) void start() { shim().start(); }
-__attribute__((destructor)) void finish() { shim().finish(kinds); }
+__attribute__((destructor)) void finish() { shim().finish(); }
 
 }  // namespace
 
-#define KIND(NAME, ERROR)                      \
-  static Kind kind_##NAME = {#NAME, ERROR, 0}; \
-  [[maybe_unused]] static const int added_##NAME = add(kind_##NAME);
+#define KIND(NAME, ERROR) static Kind kind_##NAME(#NAME, ERROR);
 
 // By its label the function takes the place of the system's own, whatever a header says of that
 // one.
@@ -260,6 +258,10 @@ __attribute__((destructor)) void finish() { shim().finish(kinds); }
     if (shim().mustFail(kind_##KIND_NAME)) return FAILURE;                                         \
     return real ARGUMENTS;                                                                         \
   }
+/// The same for NAME and its twin for large files.
+#define FAULT64(KIND_NAME, RESULT, NAME, FAILURE, PARAMETERS, ARGUMENTS) \
+  FAULT(KIND_NAME, RESULT, NAME, FAILURE, PARAMETERS, ARGUMENTS)         \
+  FAULT(KIND_NAME, RESULT, NAME##64, FAILURE, PARAMETERS, ARGUMENTS)
 // NOLINTEND(bugprone-macro-parentheses)
 
 // The last argument is there or not; one that is not is passed on as whatever is in its place,
@@ -267,21 +269,16 @@ __attribute__((destructor)) void finish() { shim().finish(kinds); }
 KIND(open, EMFILE)
 KIND(create, ENOSPC)
 #define kind_opening ((f & O_CREAT) != 0 ? kind_create : kind_open)
-FAULT(opening, int, open, -1, (const char* p, int f, mode_t m), (p, f, m))
-FAULT(opening, int, open64, -1, (const char* p, int f, mode_t m), (p, f, m))
-FAULT(opening, int, openat, -1, (int d, const char* p, int f, mode_t m), (d, p, f, m))
-FAULT(opening, int, openat64, -1, (int d, const char* p, int f, mode_t m), (d, p, f, m))
+FAULT64(opening, int, open, -1, (const char* p, int f, mode_t m), (p, f, m))
+FAULT64(opening, int, openat, -1, (int d, const char* p, int f, mode_t m), (d, p, f, m))
 KIND(fopen, EMFILE)
-FAULT(fopen, FILE*, fopen, nullptr, (const char* p, const char* m), (p, m))
-FAULT(fopen, FILE*, fopen64, nullptr, (const char* p, const char* m), (p, m))
+FAULT64(fopen, FILE*, fopen, nullptr, (const char* p, const char* m), (p, m))
 KIND(read, EIO)
 FAULT(read, ssize_t, read, -1, (int d, void* b, size_t n), (d, b, n))
-FAULT(read, ssize_t, pread, -1, (int d, void* b, size_t n, off_t o), (d, b, n, o))
-FAULT(read, ssize_t, pread64, -1, (int d, void* b, size_t n, off_t o), (d, b, n, o))
+FAULT64(read, ssize_t, pread, -1, (int d, void* b, size_t n, off_t o), (d, b, n, o))
 KIND(write, ENOSPC)
 FAULT(write, ssize_t, write, -1, (int d, const void* b, size_t n), (d, b, n))
-FAULT(write, ssize_t, pwrite, -1, (int d, const void* b, size_t n, off_t o), (d, b, n, o))
-FAULT(write, ssize_t, pwrite64, -1, (int d, const void* b, size_t n, off_t o), (d, b, n, o))
+FAULT64(write, ssize_t, pwrite, -1, (int d, const void* b, size_t n, off_t o), (d, b, n, o))
 KIND(copy, ENOSPC)
 FAULT(copy, ssize_t, copy_file_range, -1, (int a, off_t* p, int b, off_t* q, size_t n, unsigned f),
       (a, p, b, q, n, f))
@@ -302,20 +299,14 @@ FAULT(remove, int, unlink, -1, (const char* p), (p))
 FAULT(remove, int, unlinkat, -1, (int d, const char* p, int f), (d, p, f))
 FAULT(remove, int, rmdir, -1, (const char* p), (p))
 KIND(map, ENOMEM)
-FAULT(map, void*, mmap, MAP_FAILED, (void* a, size_t n, int p, int f, int d, off_t o),
-      (a, n, p, f, d, o))
-FAULT(map, void*, mmap64, MAP_FAILED, (void* a, size_t n, int p, int f, int d, off_t o),
-      (a, n, p, f, d, o))
+FAULT64(map, void*, mmap, MAP_FAILED, (void* a, size_t n, int p, int f, int d, off_t o),
+        (a, n, p, f, d, o))
 KIND(fstat, EIO)
-FAULT(fstat, int, fstat, -1, (int d, void* s), (d, s))
-FAULT(fstat, int, fstat64, -1, (int d, void* s), (d, s))
+FAULT64(fstat, int, fstat, -1, (int d, void* s), (d, s))
 KIND(stat, EIO)
-FAULT(stat, int, stat, -1, (const char* p, void* s), (p, s))
-FAULT(stat, int, stat64, -1, (const char* p, void* s), (p, s))
-FAULT(stat, int, lstat, -1, (const char* p, void* s), (p, s))
-FAULT(stat, int, lstat64, -1, (const char* p, void* s), (p, s))
-FAULT(stat, int, fstatat, -1, (int d, const char* p, void* s, int f), (d, p, s, f))
-FAULT(stat, int, fstatat64, -1, (int d, const char* p, void* s, int f), (d, p, s, f))
+FAULT64(stat, int, stat, -1, (const char* p, void* s), (p, s))
+FAULT64(stat, int, lstat, -1, (const char* p, void* s), (p, s))
+FAULT64(stat, int, fstatat, -1, (int d, const char* p, void* s, int f), (d, p, s, f))
 FAULT(stat, int, statx, -1, (int d, const char* p, int f, unsigned m, void* s), (d, p, f, m, s))
 FAULT(stat, int, access, -1, (const char* p, int m), (p, m))
 KIND(attributes, EPERM)
@@ -326,8 +317,7 @@ FAULT(attributes, int, futimens, -1, (int d, const timespec* t), (d, t))
 FAULT(attributes, int, utimensat, -1, (int d, const char* p, const timespec* t, int f),
       (d, p, t, f))
 KIND(truncate, ENOSPC)
-FAULT(truncate, int, ftruncate, -1, (int d, off_t n), (d, n))
-FAULT(truncate, int, ftruncate64, -1, (int d, off_t n), (d, n))
+FAULT64(truncate, int, ftruncate, -1, (int d, off_t n), (d, n))
 FAULT(truncate, int, posix_fallocate, shim().errorOf(kind_truncate), (int d, off_t o, off_t n),
       (d, o, n))
 KIND(sync, EIO)
@@ -335,13 +325,11 @@ FAULT(sync, int, fsync, -1, (int d), (d))
 KIND(lock, ENOLCK)
 FAULT(lock, int, flock, -1, (int d, int o), (d, o))
 KIND(fcntl, EMFILE)
-FAULT(fcntl, int, fcntl, -1, (int d, int c, void* v), (d, c, v))
-FAULT(fcntl, int, fcntl64, -1, (int d, int c, void* v), (d, c, v))
+FAULT64(fcntl, int, fcntl, -1, (int d, int c, void* v), (d, c, v))
 KIND(list, ENOMEM)
 FAULT(list, DIR*, opendir, nullptr, (const char* p), (p))
 FAULT(list, DIR*, fdopendir, nullptr, (int d), (d))
-FAULT(list, void*, readdir, nullptr, (DIR * d), (d))
-FAULT(list, void*, readdir64, nullptr, (DIR * d), (d))
+FAULT64(list, void*, readdir, nullptr, (DIR * d), (d))
 KIND(spawn, EAGAIN)
 FAULT(spawn, int, posix_spawn, kind_spawn.error,
       (pid_t * c, const char* p, const void* a, const void* t, char* const* v, char* const* e),
