@@ -11,7 +11,7 @@ export TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan.supp"
 cmake --preset tsan
 threaded=(foundation_process_tests foundation_queue_tests foundation_file_tests foundation_net_tests
           console_tests QVTSharedUtils_tests QVTWebClient_tests preparation_tests xcode_tests
-          toolchain_signature_tests toolchain_seal_tests toolchain_sign_tests toolchain_verify_tests toolchain_codesign_tests inspect_tests)
+          toolchain_signature_tests toolchain_seal_tests toolchain_sign_tests toolchain_verify_tests inspect_tests)
 cmake --build --preset tsan --target "${threaded[@]}" sendoff sendoff-inspect codesign codesign_allocate xcrun
 for program in "${threaded[@]}"; do
   echo "== $program under the thread sanitizer"
