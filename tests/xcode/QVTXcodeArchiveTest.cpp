@@ -39,6 +39,8 @@ TEST_F(QVTXcodeArchiveTest, FindsTheAppAsTheArchiveNamesIt) {
        nullptr},
       {"path of the wrong type", pathInfo(7), nullptr},
       {"path that climbs out", pathInfo("Applications/../../../B"), nullptr},
+      {"path that climbs and comes back", pathInfo("./../Products/Other/\xc3\x9c [1].app"),
+       nullptr},
       {"neither", {{"CreationDate", created}}, nullptr},
       {"empty", {}, nullptr},
   };
