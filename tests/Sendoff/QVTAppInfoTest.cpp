@@ -3,6 +3,7 @@
 
 #include "Sendoff/CommandLine.h"
 #include "Sendoff/DistributionUpload.h"
+#include "Sendoff/ProcessCheck.h"
 #include "Sendoff/QVTAppInfo.h"
 #include "Sendoff/RunSequence.h"
 #include "foundation/base/Error.h"
@@ -56,6 +57,8 @@ TEST(QVTAppInfoDeathTest, PreparingNothingIsAProgrammingFault) {
 }
 
 TEST(Sendoff, PlainFunctions) {
+  EXPECT_TRUE(isProcessNameInHierarchy("Sendoff_tests"));
+  EXPECT_FALSE(isProcessNameInHierarchy(""));
   EXPECT_THAT(stripWhitespaceFromStrings({" a b ", "\tc\n", "", "  "}),
               testing::ElementsAre("ab", "\tc\n", "", ""));
   EXPECT_EQ(deviceFamilyNames(nullptr), "");

@@ -112,3 +112,9 @@ as() {
   shift
   if [ "$(id -u)" -ne 0 ]; then "$@"; else setpriv --reuid "$user" --regid "$user" --clear-groups "$@"; fi
 }
+
+# unread: makes descriptor 4 a pipe that nobody reads.
+unread() {
+  mkfifo "$W/unread"
+  exec 3<>"$W/unread" 4>"$W/unread" 3<&-
+}
