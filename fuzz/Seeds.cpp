@@ -9,6 +9,7 @@
 #include "foundation/base/Data.h"
 #include "foundation/crypto/CMS.h"
 #include "foundation/format/PropertyList.h"
+#include "tests/support/AppFixture.h"
 #include "tests/support/Identities.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/TemporaryFolder.h"
@@ -143,41 +144,30 @@ void addEntitlements(const Corpus& corpus) {
   corpus.add("Entitlements", "der", toolchain::encodeEntitlements(dictionary));
 }
 
-std::string segment(std::string_view name, std::uint64_t offset, std::uint64_t size) {
-  macho::segment_command_64 record{};
-  record.cmd = macho::LC_SEGMENT_64;
-  record.cmdsize = sizeof record;
-  name.copy(record.segname, sizeof record.segname);
-  record.fileoff = offset;
-  record.filesize = size;
-  record.vmsize = size;
-  return {reinterpret_cast<const char*>(&record), sizeof record};
-}
-
 /// What can be signed and is small: no code, no symbols.
 std::string smallSignable() {
   constexpr std::uint32_t kCode = 0x400;
-  auto image = test::MachOImage::arm64();
-  image.command(segment("__TEXT", 0, kCode)).command(segment("__LINKEDIT", kCode, 16));
-  std::string bytes = image.bytes();
-  bytes.resize(kCode + 16);
-  return bytes;
+  return test::MachOImage::arm64()
+      .fileSegment("__TEXT", 0, kCode)
+      .fileSegment("__LINKEDIT", kCode, 16)
+      .paddedTo(kCode + 16)
+      .bytes();
 }
 
 /// Signs a file in place with keys of the tests.
 void sign(const fs::path& code) {
-  const auto& keychain = test::testKeychain(test::KeyKind::p256);
-  const std::string problem = test::signingProblem({.code = code,
-                                                    .identity = keychain.family.leaf.sha1(),
-                                                    .keychain = keychain.path,
-                                                    .force = true});
-  if (!problem.empty()) throw std::runtime_error(problem);
+  const test::TemporaryFolder folder;
+  const auto done = toolchain::sign({.code = code,
+                                     .identity = test::signingFamily().leaf.sha1(),
+                                     .keychain = test::writeKeychain(folder / "keychain"),
+                                     .force = true});
+  if (!done) throw std::runtime_error(done.error().localizedDescription());
 }
 
 /// The blobs of a real app's signature, without the code that they cover.
 void addSignatures(const Corpus& corpus) {
   const test::TemporaryFolder folder;
-  const fs::path app = test::writeBundle(folder / "A.app", "com.example.app", test::Kind::arm64);
+  const fs::path app = test::writeBundle(folder / "A.app", "com.example.app");
   test::writeFile(app / "en.lproj/Localizable.strings", "\"a\" = \"b\";");
   fs::create_symlink("Info.plist", app / "link");
   sign(app);

@@ -27,35 +27,6 @@ TEST(LoadCommandsTest, TheMagicTellsTheHeadersSize) {
   }
 }
 
-TEST(LoadCommandsTest, TheCursorStopsAtTheCountAndAtTheEnd) {
-  const struct {
-    const char* name;
-    std::string bytes;
-    std::vector<std::uint64_t> offsets;
-  } rows[] = {
-      {"none", MachOImage::arm64().bytes(), {}},
-      {"as counted", MachOImage::arm64().bareCommand(1, 8).bareCommand(2, 8).bytes(), {32, 40}},
-      {"fewer counted",
-       MachOImage::arm64().bareCommand(1, 8).command("?").commandCount(1).bytes(),
-       {32}},
-      {"more counted", MachOImage::arm64().bareCommand(1, 8).commandCount(9).bytes(), {32}},
-      {"half of a command", MachOImage::arm64().bareCommand(1, 8).command("1234567").bytes(), {32}},
-      {"size 0 repeats",
-       MachOImage::arm64().bareCommand(1, 0).commandCount(3).bytes(),
-       {32, 32, 32}},
-      {"size beyond the end",
-       MachOImage::arm64().bareCommand(1, 0xffffffff).commandCount(3).bytes(),
-       {32}},
-  };
-  for (const auto& row : rows) {
-    macho::LoadCommandCursor cursor(bytesOf(row.bytes), *macho::headerOf(bytesOf(row.bytes)));
-    std::vector<std::uint64_t> offsets;
-    while (const auto command = cursor.next()) offsets.push_back(command->offset);
-    EXPECT_EQ(offsets, row.offsets) << row.name;
-    EXPECT_EQ(cursor.index(), row.offsets.size()) << row.name;
-  }
-}
-
 TEST(LoadCommandsTest, SegmentsAndSectionsOfBothWidthsAreRead) {
   for (MachOImage image : {MachOImage::arm64(), MachOImage::armv7()}) {
     const bool isWide = image.cpuType() == macho::CPU_TYPE_ARM64;
@@ -83,25 +54,12 @@ TEST(LoadCommandsTest, SegmentsAndSectionsOfBothWidthsAreRead) {
     EXPECT_TRUE(section->isZeroFilled());
     EXPECT_FALSE(macho::sectionOf(command, 0)->isZeroFilled());
     EXPECT_FALSE(macho::sectionOf(command, 2)) << "beyond the bytes";
+    for (const auto type : {macho::S_GB_ZEROFILL, macho::S_THREAD_LOCAL_ZEROFILL}) {
+      EXPECT_TRUE((macho::Section{{}, {}, 0, 0, 0, type | 0x80000000}).isZeroFilled()) << type;
+    }
     EXPECT_FALSE(macho::segmentOf(command.first(macho::segmentSize(cmd) - 1)));
   }
   EXPECT_FALSE(macho::segmentOf(bytesOf(std::string(100, '\0')))) << "another command";
-}
-
-TEST(LoadCommandsTest, ThreeKindsOfSectionHaveNoBytes) {
-  for (const std::uint32_t type :
-       {macho::S_ZEROFILL, macho::S_GB_ZEROFILL, macho::S_THREAD_LOCAL_ZEROFILL}) {
-    EXPECT_TRUE((macho::Section{{}, {}, 0, 0, 0, type | 0x80000000}).isZeroFilled()) << type;
-  }
-  EXPECT_FALSE((macho::Section{{}, {}, 0, 0, 0, 0x80000000}).isZeroFilled());
-}
-
-TEST(LoadCommandsTest, AVersionMinCommandImpliesItsPlatform) {
-  EXPECT_EQ(macho::platformOfVersionMin(macho::LC_VERSION_MIN_MACOSX), macho::PLATFORM_MACOS);
-  EXPECT_EQ(macho::platformOfVersionMin(macho::LC_VERSION_MIN_IPHONEOS), macho::PLATFORM_IOS);
-  EXPECT_EQ(macho::platformOfVersionMin(macho::LC_VERSION_MIN_TVOS), macho::PLATFORM_TVOS);
-  EXPECT_EQ(macho::platformOfVersionMin(macho::LC_VERSION_MIN_WATCHOS), macho::PLATFORM_WATCHOS);
-  EXPECT_FALSE(macho::platformOfVersionMin(macho::LC_BUILD_VERSION));
 }
 
 }  // namespace

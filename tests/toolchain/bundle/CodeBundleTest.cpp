@@ -16,11 +16,13 @@ TEST(CodeBundleTest, IdentifiersComeFromTheInfoPlistOrTheName) {
                                           {"foo.bar.dylib", "foo.bar"},
                                           {"foo.1", "foo.1"},
                                           {"plain", "plain"}}) {
-    EXPECT_EQ(identifierOf(folder.write(name, machO(Kind::dylib))), identifier) << name;
+    EXPECT_EQ(identifierOf(folder.write(name, libraryCode())), identifier) << name;
   }
-  EXPECT_EQ(identifierOf(folder.write("other.dylib", machO(Kind::plistDylib))),
+  const fs::path info = writePlist(folder / "info", {{"CFBundleIdentifier", "com.example.inside"}});
+  EXPECT_EQ(identifierOf(folder.write(
+                "other.dylib", linked({"-dylib", "-sectcreate", "__TEXT", "__info_plist", info}))),
             "com.example.inside");
-  const fs::path framework = writeBundle(folder / "F.framework", "com.example.f", Kind::dylib);
+  const fs::path framework = writeBundle(folder / "F.framework", "com.example.f", libraryCode());
   EXPECT_EQ(identifierOf(framework), "com.example.f");
   EXPECT_EQ(identifierOf(framework / "F"), "com.example.f") << "the executable opens as the bundle";
   writePlist(framework / "Info.plist", {{"CFBundleExecutable", "F"}});

@@ -1,5 +1,6 @@
+#include "tests/support/AppFixture.h"
 #include "tests/support/MachOFixture.h"
-#include "tests/toolchain/support/CodeFixture.h"
+#include "tests/support/Test.h"
 #include "toolchain/codesign_allocate/Program.h"
 
 namespace {
@@ -26,7 +27,7 @@ class CodesignAllocateTest : public testing::Test {
   }
 
   TemporaryFolder folder_;
-  const std::string in_ = folder_.write("in", machO(Kind::universal));
+  const std::string in_ = folder_.write("in", contentsOf(universalExecutable()));
   const std::string out_ = folder_ / "out";
 };
 

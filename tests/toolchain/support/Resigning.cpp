@@ -65,7 +65,8 @@ std::vector<foundation::CMS::Attribute> hashLists(const SignatureParts& parts,
       foundation::PropertyList::xml(foundation::Dictionary{{"cdhashes", std::move(cdHashes)}}));
   std::vector<foundation::CMS::Attribute> lists;
   if (parts.withHashPlist) {
-    lists.push_back({"1.2.840.113635.100.9.1", {Data(DER::element(DER::kOctetString, plist))}});
+    const auto value = parts.hashPlist.value_or(DER::element(DER::kOctetString, plist));
+    lists.push_back({"1.2.840.113635.100.9.1", {Data(value)}});
   }
   if (parts.withHashList) lists.push_back({"1.2.840.113635.100.9.2", values});
   return lists;

@@ -28,6 +28,8 @@ struct SignatureParts {
   std::set<std::uint32_t> uncovered;
   std::set<std::uint32_t> dangling;
   bool withHashPlist = true;
+  /// In place of the property list, in DER.
+  std::optional<std::string> hashPlist;
   bool withHashList = true;
   /// False: the signature is over the primary directory itself.
   bool withAttributes = true;
