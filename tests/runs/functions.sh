@@ -45,11 +45,11 @@ archive() {
   cp "$MADE/Example.xcarchive/Info.plist" "$ARCHIVE"
 }
 
-# link TARGET ARCHITECTURE MINIMUM_OS [LINKER_OPTION...]: a real Mach-O file.
+# link TARGET ARCHITECTURE MINIMUM_OS [LINKER_OPTION...]: a real Mach-O file, for iOS or $PLATFORM.
 link() {
   echo 'int main(void) { return 0; }' >"$W/main.c"
-  "$LLVM/clang" -target "$2-apple-ios$3" -Os -ffreestanding -c "$W/main.c" -o "$W/main.o"
-  "$LLVM/ld64.lld" -arch "$2" -platform_version ios "$3" 12.1 -o "$1" "$W/main.o" "${@:4}"
+  "$LLVM/clang" -target "$2-apple-${PLATFORM:-ios}$3" -Os -ffreestanding -c "$W/main.c" -o "$W/main.o"
+  "$LLVM/ld64.lld" -arch "$2" -platform_version "${PLATFORM:-ios}" "$3" 12.1 -o "$1" "$W/main.o" "${@:4}"
 }
 
 # bundle FOLDER IDENTIFIER EXECUTABLE: a bundle with a copy of this executable.
@@ -117,4 +117,37 @@ as() {
 unread() {
   mkfifo "$W/unread"
   exec 3<>"$W/unread" 4>"$W/unread" 3<&-
+}
+
+# judge CODE [OPTION...]: what another verifier and codesign say about it; options are the former's.
+judge() {
+  python3 -B "$RUNS/../support/check_signature.py" --root "$MADE/root.crt" "$@"
+  "$TOOLS/codesign" -v --deep "$1"
+}
+
+# resources: some of every kind that the rules for them know, with links and awkward names.
+resources() {
+  mkdir -p empty Base.lproj deep/er X.dSYM/Contents
+  local name
+  for name in 'a&b <c>.txt' 'back\slash' {en,Base}.lproj/a en.lproj/locversion.plist version.plist \
+    {,deep/er/}.DS_Store X.dSYM/Contents/x Zo{ë,$'e\xcc\x88'}.txt deep/CodeResources; do
+    echo "$name" >"$name"
+  done
+  ln -s deep/er link
+  ln -s nowhere en.lproj/dangling
+}
+
+# nested: one of everything that an app may have inside, and what only looks like code.
+nested() {
+  bundle Frameworks/F.framework com.example.f "$LIBRARY"
+  cp "$LIBRARY" Frameworks/libswiftCore.dylib
+  bundle PlugIns/E.appex com.example.demo.e "$MADE/arm64"
+  cp embedded.mobileprovision PlugIns/E.appex
+  cp "$LIBRARY" PlugIns/E.appex/libinner.dylib
+  PLATFORM=watchos link "$W/watch" arm64_32 8.0
+  bundle Watch/W.app com.example.w "$W/watch"
+  bundle Watch/W.app/PlugIns/WE.appex com.example.w.e "$W/watch"
+  mkdir R.bundle tests
+  echo '<plist><dict><key>CFBundleExecutable</key><string>no</string></dict></plist>' >R.bundle/Info.plist
+  printf '\xcf\xfa\xed\xfe and no more' >tests/not-really.o
 }

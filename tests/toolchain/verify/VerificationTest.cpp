@@ -310,28 +310,6 @@ TEST_F(VerificationTest, ResourcesNeedASeal) {
   EXPECT_EQ(toolchain::verify({.code = framework_}).status, 0) << "nothing needs a seal there";
 }
 
-/// What lies beside a Contents folder is out of the seal's reach.
-TEST_F(VerificationTest, NothingLiesAtTheRootBesideContents) {
-  const fs::path mac = folder_ / "Mac.app";
-  fs::create_directories(mac / "Contents/MacOS");
-  fs::copy_file(executable_, mac / "Contents/MacOS/Example");
-  fs::copy_file(app_ / "Info.plist", mac / "Contents/Info.plist");
-  ASSERT_TRUE(toolchain::sign({.code = mac, .identity = "-", .force = true}));
-  writeFile(mac / "Contents/CodeResources", "a ticket");
-  writeFile(mac / ".DS_Store", "traces");
-  EXPECT_EQ(toolchain::verify({.code = mac}).status, 0);
-
-  fs::copy_file(library_, mac / "evil.dylib");
-  fs::create_symlink("evil.dylib", mac / ".LSOverride");
-  fs::permissions(mac / ".DS_Store", fs::perms(0755));
-  fs::create_directory(mac / "Resources");
-  const auto verdict = toolchain::verify({.code = mac});
-  EXPECT_EQ(verdict.status, 1);
-  const std::string root = "file added: " + mac.string();
-  EXPECT_THAT(verdict.files, ElementsAre(root + "/.DS_Store", root + "/.LSOverride",
-                                         root + "/Resources", root + "/evil.dylib"));
-}
-
 TEST_F(VerificationTest, NestedCodeIsNamed) {
   auto parts = takeApart(framework_ / "F");
   parts.directories[0].execSegmentLimit += 1;
