@@ -45,11 +45,13 @@ archive() {
   cp "$MADE/Example.xcarchive/Info.plist" "$ARCHIVE"
 }
 
-# link TARGET ARCHITECTURE MINIMUM_OS [LINKER_OPTION...]: a real Mach-O file, for iOS or $PLATFORM.
+# link TARGET ARCHITECTURE MINIMUM_OS [LINKER_OPTION...]: a real Mach-O file, for iOS or $PLATFORM. $DEBUG is
+# an option of the compiler, $SDK its version if not 12.1.
 link() {
+  local platform=${PLATFORM:-ios}
   echo 'int main(void) { return 0; }' >"$W/main.c"
-  "$LLVM/clang" -target "$2-apple-${PLATFORM:-ios}$3" -Os -ffreestanding -c "$W/main.c" -o "$W/main.o"
-  "$LLVM/ld64.lld" -arch "$2" -platform_version "${PLATFORM:-ios}" "$3" 12.1 -o "$1" "$W/main.o" "${@:4}"
+  "$LLVM/clang" -target "$2-apple-$platform$3" -Os -ffreestanding ${DEBUG:-} -c "$W/main.c" -o "$W/main.o"
+  "$LLVM/ld64.lld" -arch "$2" -platform_version "$platform" "$3" "${SDK:-12.1}" -o "$1" "$W/main.o" "${@:4}"
 }
 
 # bundle FOLDER IDENTIFIER EXECUTABLE: a bundle with a copy of this executable.
@@ -61,6 +63,32 @@ bundle() {
 <plist><dict><key>CFBundleExecutable</key><string>${name%.*}</string>
 <key>CFBundleIdentifier</key><string>$2</string></dict></plist>
 PLIST
+}
+
+# macho [COMMAND:CONTENT...]: prints a Mach-O file for arm64 with these load commands. Content is hex digits or,
+# for a library, its path.
+macho() {
+  python3 -S -E -c 'import struct, sys
+commands = []
+for argument in sys.argv[1:]:
+    command, _, text = argument.partition(":")
+    path = text.encode().ljust(len(text) // 8 * 8 + 8, b"\0")
+    content = struct.pack("<4I", 24, 0, 0, 0) + path if text[0] == "/" else bytes.fromhex(text)
+    commands.append(struct.pack("<2I", int(command, 16), 8 + len(content)) + content)
+body = b"".join(commands)
+header = struct.pack("<8I", 0xfeedfacf, 0x100000c, 0, 2, len(commands), len(body), 0x200085, 0)
+sys.stdout.buffer.write(header + body)' "$@"
+}
+
+# json PATH [FILE]: what the document has at "a.b.0.c", "*" being every item; the document is what was printed.
+json() {
+  python3 -S -E -c 'import json, sys
+values = [json.load(open(sys.argv[2]))]
+for key in sys.argv[1].split("."):
+    lists = [list(value) if key == "*" else [value[int(key) if isinstance(value, list) else key]] for value in values]
+    values = [item for items in lists for item in items]
+for value in values:
+    print(value if isinstance(value, str) else json.dumps(value))' "$1" "${2:-$OUT}"
 }
 
 # flip FILE OFFSET: changes one bit of this byte.

@@ -24,6 +24,7 @@ of its own any number of lines. $F and the like (see Run.variables) are filled i
     status   the exit status; "signal N" where a signal ended it
     first    the lines that `out` goes on from
     out err  the lines of the two streams, without their time stamps
+    json     "PATH=VALUE" of the document that was printed, as `value_at` has them
     calls    the service's calls in order; `form` "[CALL] FIELD=VALUE,VALUE" of it, "-" where there is no field
     left     patterns for what is left in the temporary folder besides plain folders
     tree     exactly all that is left there, as a list
@@ -43,6 +44,7 @@ import concurrent.futures
 import fnmatch
 import functools
 import hashlib
+import json
 import os
 import re
 import select
@@ -324,6 +326,13 @@ def pattern_of(lines: list[str]) -> re.Pattern:
     return re.compile("".join(parts))
 
 
+def value_at(document: object, path: str) -> str:
+    """What a document has at "a.b.0.c"; other values than texts as JSON."""
+    for key in path.split("."):
+        document = document[int(key) if isinstance(document, list) else key]
+    return document if isinstance(document, str) else json.dumps(document)
+
+
 def items_of(text: str) -> list[str]:
     return [item.replace("\\; ", "; ") for item in re.split(r"(?<!\\); ", text)] if text else []
 
@@ -367,7 +376,7 @@ class RowRun:
                 before = self.run.snapshot()
                 result = self.run.run(self.command("run"), float(self.key("limit", "60")))
                 self.compare(result, before)
-            except (ValueError, OSError, subprocess.TimeoutExpired) as error:
+            except (ValueError, LookupError, OSError, subprocess.TimeoutExpired) as error:
                 self.problems.append(str(error))
         return self.problems
 
@@ -391,6 +400,9 @@ class RowRun:
         self.compare_service()
         self.compare_files(before)
         self.problems += self.run.strangers_content()
+        for item in items_of(self.expected("json")):
+            path, _, wanted = item.partition("=")
+            self.expect(path, wanted, value_at(json.loads(result.out), path))
         if self.key("check"):
             self.run.shell(self.command("check"))
 
