@@ -63,7 +63,8 @@ TEST_F(IdentitySelectionTest, CertificateMayComeFromTheProfileAndIssuersFromTheD
   folder_.write("Library/Keychains/root.der", root_.der().text());
   folder_.write("Library/Keychains/issuer.crt", intermediate_.der().text());
   EXPECT_THAT(answer("One"), HasSubstr("could not be found"));
-  EXPECT_EQ(answer(one.sha1(), {leaf("Other").certificate(), one.certificate()}), "One");
+  const auto other = leaf("Other").certificate();
+  EXPECT_EQ(answer(one.sha1(), {other, one.certificate(), one.certificate()}), "One");
 }
 
 /// The app's profile is an attacker's, who knows the public key of "iPhone Distribution: One".

@@ -59,40 +59,34 @@ TEST(SignatureLayoutTest, CodeWithoutAPlaceForItsSignatureIsRefused) {
 }
 
 TEST(SignatureLayoutTest, SegmentsLieInOrderWithLinkEditLast) {
-  using Segments = std::vector<std::tuple<const char*, std::uint64_t, std::uint64_t>>;
-  struct Row {
+  struct Segment {
     const char* name;
-    Segments segments;
+    std::uint64_t offset;
+    std::uint64_t size;
+  };
+  const Segment text{"__TEXT", 0, 0x2000};
+  const Segment data{"__DATA", 0x2000, 16};
+  const Segment linkEdit{"__LINKEDIT", kLinkEditOffset, 256};
+  struct Row {
+    std::vector<Segment> segments;
     std::string complaint;
     std::uint32_t signature = kLinkEditOffset;
   };
   for (const Row& row : {
-           Row{"good",
-               {{"__PAGEZERO", 0, 0},
-                {"__TEXT", 0, 0x2000},
-                {"__DATA", 0x2000, 0x1000},
-                {"__LINKEDIT", 0x4000, 0x100},
-                {"__BSS", 0x1000, 0}},
-               ""},
-           Row{"overlap",
-               {{"__TEXT", 0, 0x2001}, {"__DATA", 0x2000, 16}, {"__LINKEDIT", 0x4000, 256}},
+           Row{{{"__PAGEZERO", 0, 0}, text, data, linkEdit, {"__BSS", 0x1000, 0}}, ""},
+           Row{{{"__TEXT", 0, 0x2001}, data, linkEdit},
                "segment __DATA at 8192 begins before the end of __TEXT at 8193"},
-           Row{"order",
-               {{"__DATA", 0x2000, 16}, {"__TEXT", 0, 0x2000}, {"__LINKEDIT", 0x4000, 256}},
+           Row{{data, text, linkEdit},
                "segment __TEXT at 0 begins before the end of __DATA at 8208"},
-           Row{"__LINKEDIT is not last",
-               {{"__TEXT", 0, 0x2000}, {"__LINKEDIT", 0x3000, 16}, {"__X", 0x4000, 256}},
+           Row{{text, {"__LINKEDIT", 0x3000, 16}, {"__X", 0x4000, 256}},
                "the last segment is __X, not __LINKEDIT"},
-           Row{"none", {}, "the last segment is none, not __LINKEDIT"},
-           Row{"signature before __LINKEDIT",
-               {{"__TEXT", 0, 0x2000}, {"__LINKEDIT", 0x4000, 256}},
+           Row{{}, "the last segment is none, not __LINKEDIT"},
+           Row{{text, linkEdit},
                "the signature at 16383 of 256 bytes does not lie in __LINKEDIT",
                kLinkEditOffset - 1},
-           Row{"signature longer than __LINKEDIT",
-               {{"__TEXT", 0, 0x2000}, {"__LINKEDIT", 0x4000, 255}},
+           Row{{text, {"__LINKEDIT", kLinkEditOffset, 255}},
                "the signature at 16384 of 256 bytes does not lie in __LINKEDIT"},
        }) {
-    SCOPED_TRACE(row.name);
     MachOImage image = MachOImage::arm64();
     for (const auto& [name, offset, size] : row.segments) image.fileSegment(name, offset, size);
     const std::string bytes = image.signature(row.signature, 0x100).paddedTo(kImageSize).bytes();

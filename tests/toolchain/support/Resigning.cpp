@@ -29,11 +29,6 @@ T required(foundation::Result<T> result) {
   return *std::move(result);
 }
 
-std::string oidOf(toolchain::HashType type) {
-  return DER::objectIdentifier(type == toolchain::HashType::sha1 ? "1.3.14.3.2.26"
-                                                                 : "2.16.840.1.101.3.4.2.1");
-}
-
 std::string directoryOf(const SignatureParts& parts, std::size_t index, Bytes code) {
   const auto& fields = parts.directories[index];
   const std::array types{fields.hashType};
@@ -52,23 +47,21 @@ std::string directoryOf(const SignatureParts& parts, std::size_t index, Bytes co
 
 std::vector<foundation::CMS::Attribute> hashLists(const SignatureParts& parts,
                                                   const std::vector<std::string>& directories) {
-  foundation::Array cdHashes;
-  std::vector<Data> values;
+  std::vector<CodeDirectory> listed;
   for (std::size_t i = 0; i < parts.listed.value_or(directories.size()); ++i) {
-    const auto directory = required(CodeDirectory::parse(bytesOf(directories[i])));
-    cdHashes.emplace_back(Data(directory.cdHash()));
-    values.emplace_back(DER::element(
-        DER::kSequence, oidOf(directory.fields.hashType) +
-                            DER::element(DER::kOctetString, textOf(directory.fullHash()))));
+    listed.push_back(required(CodeDirectory::parse(bytesOf(directories[i]))));
   }
-  const std::string plist = required(
-      foundation::PropertyList::xml(foundation::Dictionary{{"cdhashes", std::move(cdHashes)}}));
+  const std::string plist = required(foundation::PropertyList::xml(
+      foundation::Dictionary{{"cdhashes", toolchain::cdHashList(listed)}}));
   std::vector<foundation::CMS::Attribute> lists;
   if (parts.withHashPlist) {
     const auto value = parts.hashPlist.value_or(DER::element(DER::kOctetString, plist));
-    lists.push_back({"1.2.840.113635.100.9.1", {Data(value)}});
+    lists.push_back({std::string(toolchain::kCDHashListOID), {Data(value)}});
   }
-  if (parts.withHashList) lists.push_back({"1.2.840.113635.100.9.2", values});
+  if (parts.withHashList) {
+    const auto digests = toolchain::digestList(listed);
+    lists.push_back({std::string(toolchain::kDigestListOID), {digests.begin(), digests.end()}});
+  }
   return lists;
 }
 
