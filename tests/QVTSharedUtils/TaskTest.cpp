@@ -76,20 +76,16 @@ TEST(Task, OnlyAProgramThatOverstaysIsTerminated) {
 }
 
 TEST(Task, WhatCannotBeLaunchedIsAnExceptionThatNamesIt) {
-  const struct {
-    const char* path;
-    std::optional<std::string> directory;
-    const char* complaint;
-  } cases[] = {{"/nowhere/tool", {}, "/nowhere/tool"},
-               {"", {}, "cannot launch"},
-               {"/bin/sh", "/nowhere/folder", "/nowhere/folder"}};
-  for (const auto& c : cases) {
+  const auto expectException = [](const char* path, const char* directory, const char* complaint) {
     const auto launch = [&] {
       QVTTask::launchWithPathWorkingDirectoryArgumentsCompletion(
-          c.path, c.directory, {}, [](const auto&...) { ADD_FAILURE() << "nothing has run"; });
+          path, directory, {}, [](const auto&...) { ADD_FAILURE() << "nothing has run"; });
     };
-    EXPECT_THAT(launch, testing::ThrowsMessage<Exception>(HasSubstr(c.complaint)));
-  }
+    EXPECT_THAT(launch, testing::ThrowsMessage<Exception>(HasSubstr(complaint)));
+  };
+  expectException("/nowhere/tool", "/", "/nowhere/tool");
+  expectException("", "/", "cannot launch");
+  expectException("/bin/sh", "/nowhere/folder", "/nowhere/folder");
 }
 
 void runWithFewDescriptors() {
@@ -112,27 +108,19 @@ TEST(TaskDeathTest, WithoutPipesTheAssertionIsToldAndTheRunEnds) {
 }
 
 TEST(Task, WithoutInputAProgramMayAskAndSayAsMuchAsItLikes) {
-  const struct {
-    const char* name;
-    const char* script;
-    std::size_t output;
-    std::size_t error;
-    std::int32_t status;
-  } cases[] = {
-      {"asks", "read answer; exit 3", 0, 0, 3},
-      {"a little", "echo abc; echo d >&2", 4, 2, 0},
-      {"much to both", "yes | head -c 9000000; yes | head -c 9000000 >&2; exit 2", 1 << 20, 1 << 20,
-       2},
-      {"closes its streams first", "echo abc; exec >&- 2>&-; exit 4", 4, 0, 4},
-      {"a grandchild keeps them", "sleep 600 & echo abc", 4, 0, 0},
+  using Sizes = std::tuple<std::size_t, std::size_t, std::int32_t>;
+  const std::pair<const char*, Sizes> cases[] = {
+      {"read answer; exit 3", {0, 0, 3}},
+      {"echo abc; echo d >&2", {4, 2, 0}},
+      {"yes | head -c 9000000; yes | head -c 9000000 >&2; exit 2", {1 << 20, 1 << 20, 2}},
+      {"echo abc; exec >&- 2>&-; exit 4", {4, 0, 4}},
+      {"sleep 600 & echo abc", {4, 0, 0}},  // a grandchild keeps the streams
   };
-  for (const auto& c : cases) {
+  for (const auto& [text, expected] : cases) {
     const auto [output, error, status] = outcomeOf([&](const QVTTask::Completion& completion) {
-      QVTTask::launchWithoutInput(kShell, script(c.script), completion);
+      QVTTask::launchWithoutInput(kShell, script(text), completion);
     });
-    EXPECT_EQ(std::tuple(output.size(), error.size(), status),
-              std::tuple(c.output, c.error, c.status))
-        << c.name;
+    EXPECT_EQ(Sizes(output.size(), error.size(), status), expected) << text;
   }
 }
 

@@ -16,11 +16,7 @@ std::string fileWith(const std::string& name) {
 TEST(ProvisioningProfile, DamagedFilesAreNamed) {
   const std::string list = plist({{"a", 1}});
   const std::string missing = "no property list in the profile";
-  const struct {
-    const char* name;
-    std::string file;
-    std::string complaint;
-  } cases[] = {
+  const std::tuple<const char*, std::string, std::string> cases[] = {
       {"empty", "", missing},
       {"no start", kHeader + "</plist>", missing},
       {"no end", kHeader + "<?xml version=\"1.0\"?><plist>", missing},
@@ -30,8 +26,8 @@ TEST(ProvisioningProfile, DamagedFilesAreNamed) {
       {"an array", kHeader + "<?xml version=\"1.0\"?><plist><array/></plist>" + kSignature,
        "the profile is not a dictionary"},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(problemOf(ProvisioningProfile::parse(bytesOf(c.file))), c.complaint) << c.name;
+  for (const auto& [name, file, complaint] : cases) {
+    EXPECT_EQ(problemOf(ProvisioningProfile::parse(bytesOf(file))), complaint) << name;
   }
   const std::string broken = kHeader + "<?xml version=\"1.0\"?><plist><dict></plist>" + kHeader;
   const auto profile = ProvisioningProfile::parse(bytesOf(broken));

@@ -139,27 +139,23 @@ TEST_F(QVTProvisioningProfileTest, FirstCertificateWithItsKeyIsChosen) {
 }
 
 TEST_F(QVTProvisioningProfileTest, IdentifiersMatchComponentByComponent) {
-  const struct {
-    std::string own;
-    std::optional<std::string> given;
-    bool matches;
-  } cases[] = {{"com.example.app", "com.example.app", true},
-               {"com.example.app", "com.example.App", false},
-               {"com.example", "com.example.app", true},
-               {"com.example.app", "com.example", false},
-               {"com.example.*", "com.example.app.extension", true},
-               {"com.example.*", "com.example", true},
-               {"com.*.app", "com.other.app", true},
-               {"com.*.app", "com.other.tool", false},
-               {"com.ex*", "com.example", false},
-               {"*", "", true},
-               {"*", std::nullopt, true},
-               {"com", std::nullopt, false}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(read(ProfileOptions{.bundleIdentifier = c.own}.dictionary())
-                  ->matchesBundleIdentifier(c.given),
-              c.matches)
-        << c.own << " and " << c.given.value_or("none");
+  using Identifier = std::optional<std::string>;
+  const std::tuple<std::string, Identifier, bool> cases[] = {
+      {"com.example.app", "com.example.app", true},
+      {"com.example.app", "com.example.App", false},
+      {"com.example", "com.example.app", true},
+      {"com.example.app", "com.example", false},
+      {"com.example.*", "com.example.app.extension", true},
+      {"com.example.*", "com.example", true},
+      {"com.*.app", "com.other.app", true},
+      {"com.*.app", "com.other.tool", false},
+      {"com.ex*", "com.example", false},
+      {"*", "", true},
+      {"*", std::nullopt, true},
+      {"com", std::nullopt, false}};
+  for (const auto& [own, given, matches] : cases) {
+    const auto profile = read(ProfileOptions{.bundleIdentifier = own}.dictionary());
+    EXPECT_EQ(profile->matchesBundleIdentifier(given), matches) << own << given.value_or(" none");
   }
 }
 
