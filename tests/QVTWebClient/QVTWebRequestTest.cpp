@@ -31,24 +31,14 @@ TEST(QVTWebRequest, BuildsMultipartBodiesByteForByte) {
   const auto file = [&](Request& r, std::optional<Data> data, Text type, Text name, Text field) {
     r.addDataMIMETypeFileNameForFormField(data, type, name, field);
   };
-  const struct {
-    const char* name;
-    std::function<void(Request&)> fill;
-    std::string parts;
-  } cases[] = {
+  const std::tuple<const char*, std::function<void(Request&)>, std::string> cases[] = {
       {"text, then a file",
        [&](Request& r) {
-         r.addValueForFormField("1", "a");
+         r.addValueForFormField("%d", "%@");
          file(r, Data(bytes), "application/zip", "x.zip", "file");
        },
-       textPart("a", "1") +
+       textPart("%@", "%d") +
            filePart("name=\"file\"; filename=\"x.zip\"", "application/zip" + binary, bytes)},
-      {"the same name twice, in order",
-       [](Request& r) {
-         r.addValueForFormField("2", "e[]");
-         r.addValueForFormField("1", "e[]");
-       },
-       textPart("e[]", "2") + textPart("e[]", "1")},
       {"no value", [](Request& r) { r.addValueForFormField({}, "a"); }, ""},
       {"no name", [](Request& r) { r.addValueForFormField("1", {}); }, textPart("(null)", "1")},
       {"a file without type loses its name too",
@@ -58,7 +48,6 @@ TEST(QVTWebRequest, BuildsMultipartBodiesByteForByte) {
        filePart("name=\"file\"; filename=\"(null)\"", "a/b" + binary, bytes)},
       {"a file without field", [&](Request& r) { file(r, Data(bytes), "a/b", "x.zip", {}); },
        filePart("name=\"(null)\"; filename=\"(null)\"", "application/octet-stream", bytes)},
-      {"a file without data", [&](Request& r) { file(r, {}, "a/b", "x.zip", "file"); }, ""},
       {"data from a dictionary is a file of type text",
        [&](Request& r) {
          r.setFormData({{"d", Data(bytes)}});
@@ -75,19 +64,16 @@ TEST(QVTWebRequest, BuildsMultipartBodiesByteForByte) {
          r.addValueForFormFromDictWithPrefix({{"k", "v"}}, "build");
        },
        textPart("[k]", "v") + textPart("build[k]", "v")},
-      {"directives are only text", [](Request& r) { r.addValueForFormField("%@%s", "%d"); },
-       textPart("%d", "%@%s")},
       {"a type of its own is ignored for text",
        [](Request& r) {
          r.addFormRecord({{"value", "1"}, {"field", "a"}, {"mime-type", "a/b"}});
        },
        textPart("a", "1")},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, fill, parts] : cases) {
     const auto request = newRequest();
-    c.fill(*request);
-    EXPECT_EQ(bodyOf(*request), "MIME-Version: 1.0\r\n" + c.parts + "--AaB03x--\r\n");
+    fill(*request);
+    EXPECT_EQ(bodyOf(*request), "MIME-Version: 1.0\r\n" + parts + "--AaB03x--\r\n") << name;
     EXPECT_EQ(request->customHeaders().at("content-type"), "multipart/form-data; boundary=AaB03x");
   }
 }
