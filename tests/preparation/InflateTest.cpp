@@ -39,11 +39,7 @@ void makeItems(const fs::path& folder, const std::string& items) {
 
 TEST(Inflate, UnpacksTheNamedArchiveAndNoneThatItsNameWouldMatch) {
   // The neighbours are what `unzip` would take instead, were the name a pattern to it.
-  const struct {
-    const char* folder;
-    const char* name;
-    std::vector<const char*> neighbours;
-  } cases[] = {
+  const std::tuple<std::string, std::string, std::vector<const char*>> cases[] = {
       {"plain", "[1].ipa", {"1.ipa"}},
       {"plain", "a\\[1].ipa", {"a[1].ipa", "a1.ipa", "a\\1.ipa"}},
       {"plain", "App].ipa", {"App.ipa"}},
@@ -58,14 +54,14 @@ TEST(Inflate, UnpacksTheNamedArchiveAndNoneThatItsNameWouldMatch) {
       {"\u6784\u5efa", "\u5e94\u7528[1].ipa", {"\u5e94\u75281.ipa"}},
       {"plain", "App", {"App.zip", "App.ZIP"}},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.folder) + "/" + c.name);
+  for (const auto& [parent, name, neighbours] : cases) {
+    SCOPED_TRACE(parent + "/" + name);
     const TemporaryDirectory temporary;
     const TemporaryFolder folder;
-    for (const char* const neighbour : c.neighbours) {
-      pack(folder / c.folder / neighbour, {{"which", "a neighbour"}});
+    for (const char* const neighbour : neighbours) {
+      pack(folder / parent / neighbour, {{"which", "a neighbour"}});
     }
-    const auto archive = pack(folder / c.folder / c.name, {{"which", "the right one"}});
+    const auto archive = pack(folder / parent / name, {{"which", "the right one"}});
     const auto inflated = QVTFileSystemUtils::inflateToTemporaryPathArchive(archive);
     ASSERT_TRUE(inflated);
     EXPECT_EQ(*inflated, (temporary / archive.stem() / "").string());
@@ -123,27 +119,24 @@ TEST(Inflate, LinksInItsWayAreLeftAloneAndRefused) {
   pack(folder / "A.ipa", {{"Payload/A.app/x", "new"}, {"Other/x", "new"}});
   pack(folder / "uncertain/A.ipa", {{"Payload/A.app/x", "new"}, {"Icon\r", "new"}});
   pack(folder / "linked/A.ipa", {{"Payload/A.app/x", "new"}, {"Other/link", "-> x"}});
-  const struct {
-    const char* archive;
-    const char* link;
-    bool isRefused = true;
-  } cases[] = {{"A.ipa", "Payload"},
-               {"A.ipa", "Payload/A.app"},
-               {"A.ipa", "Other"},
-               {"A.ipa", "Other/x"},
-               {"A.ipa", "unrelated", false},
-               {"uncertain/A.ipa", "unrelated"},
-               {"linked/A.ipa", "Other/link", false}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.link);
+  const std::tuple<const char*, const char*, bool> cases[] = {
+      {"A.ipa", "Payload", true},
+      {"A.ipa", "Payload/A.app", true},
+      {"A.ipa", "Other", true},
+      {"A.ipa", "Other/x", true},
+      {"A.ipa", "unrelated", false},
+      {"uncertain/A.ipa", "unrelated", true},
+      {"linked/A.ipa", "Other/link", false}};
+  for (const auto& [archive, name, isRefused] : cases) {
+    SCOPED_TRACE(name);
     const TemporaryFolder parent;
-    const fs::path link = parent / "A" / c.link;
+    const fs::path link = parent / "A" / name;
     fs::create_directory(parent / "outside");
     fs::create_directories(link.parent_path());
     fs::create_directory_symlink(parent / "outside", link);
-    const auto inflation = inflateArchive(folder / c.archive, {.parent = (parent / "").string()});
+    const auto inflation = inflateArchive(folder / archive, {.parent = (parent / "").string()});
     EXPECT_EQ(problemOf(inflation),
-              c.isRefused ? "cannot unpack over " + link.string() + ": it is a link" : "");
+              isRefused ? "cannot unpack over " + link.string() + ": it is a link" : "");
     EXPECT_TRUE(fs::is_symlink(link));
     EXPECT_TRUE(fs::is_empty(parent / "outside"));
   }

@@ -13,9 +13,9 @@ void make(const fs::path& path) {
 }
 
 /// As if the item had been there for so long.
-void age(const fs::path& path, hours age) {
+void age(const fs::path& path, hours time) {
   struct timespec times[2] = {};
-  times[0].tv_sec = times[1].tv_sec = ::time(nullptr) - std::chrono::seconds(age).count();
+  times[0].tv_sec = times[1].tv_sec = ::time(nullptr) - std::chrono::seconds(time).count();
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
 }
 
@@ -40,8 +40,8 @@ class TemporaryItemsTest : public testing::Test {
     });
     EXPECT_EQ(end, "killed");
   }
-  void ageAll(hours hours = kTwoDays) const {
-    for (const auto& path : pathsBelow(temporary_)) age(temporary_ / path, hours);
+  void ageAll(hours time = kTwoDays) const {
+    for (const auto& path : pathsBelow(temporary_)) age(temporary_ / path, time);
   }
   fs::path firstClaim() const { return fs::directory_iterator(claims_)->path(); }
   std::vector<std::string> itemsLeft() const {

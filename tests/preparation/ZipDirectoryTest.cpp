@@ -92,11 +92,7 @@ TEST(ZipDirectory, RefusesDamagedArchives) {
   const std::string several = "an archive in several parts";
   const std::string differs = "Zip64 end record at 79: differs from the end record";
   const std::string entry = "entry 0 of 1: ";
-  const struct {
-    const char* name;
-    std::string bytes;
-    std::string complaint;
-  } cases[] = {
+  const std::tuple<const char*, std::string, std::string> cases[] = {
       {"nothing", "", "archive of 0 bytes: no end record"},
       {"no end record", std::string(70000, 'x'), "archive of 70000 bytes: no end record"},
       {"truncated", whole.substr(0, 100), "archive of 100 bytes: no end record"},
@@ -157,8 +153,8 @@ TEST(ZipDirectory, RefusesDamagedArchives) {
       {"another size in the end record", oldEnd(12, 31), differs},
       {"another offset in the end record", oldEnd(16, 31), differs},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(problemOf(ZipDirectory::read(bytesOf(c.bytes))), c.complaint) << c.name;
+  for (const auto& [name, bytes, complaint] : cases) {
+    EXPECT_EQ(problemOf(ZipDirectory::read(bytesOf(bytes))), complaint) << name;
   }
 }
 

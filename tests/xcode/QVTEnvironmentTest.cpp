@@ -41,12 +41,7 @@ Paths parse(std::string_view value, Directories& directories, std::string_view f
 }
 
 TEST(QVTEnvironment, ParsesSearchPaths) {
-  const struct {
-    const char* name;
-    std::string value;
-    std::set<std::string> directories;
-    Paths expected;
-  } cases[] = {
+  const std::tuple<const char*, std::string, std::set<std::string>, Paths> cases[] = {
       {"empty", "", {}, {}},
       {"quoted and escaped", R"("/X Y" /X\ Y '/X Y')", {"/X Y"}, {"/X Y", "/X Y", "/X Y"}},
       {"recursive", "/A/**", {"/A"}, {"/A/**"}},
@@ -63,10 +58,9 @@ TEST(QVTEnvironment, ParsesSearchPaths) {
       {"escapes taken off", "/X\\ Y gone", {"/X Y"}, {"/X Y"}},
       {"open quote", "\"/A", {"/A"}, {}},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    Directories directories(c.directories);
-    EXPECT_EQ(parse(c.value, directories), c.expected);
+  for (const auto& [name, value, existing, expected] : cases) {
+    Directories directories(existing);
+    EXPECT_EQ(parse(value, directories), expected) << name;
   }
 }
 
@@ -84,20 +78,17 @@ TEST(QVTEnvironment, WellFormedParsingNeedsEveryToken) {
 }
 
 TEST(QVTEnvironment, TellsValidPaths) {
-  const struct {
-    const char *path, *folder;
-    bool isValid;
-  } cases[] = {{"", "/w", false},    {"/A", "", true},      {"/A/**", "", true},
-               {"/A/**/", "", true}, {"/A/x**", "", false}, {"/A/*", "", false},
-               {"**", "/A", true},   {"b", "/A/", true},    {"b/", "/A", true},
-               {"b", "", false},     {"r", "", true},       {"\"/A\"", "", false},
-               {"~/A", "/w", false}};
-  for (const auto& c : cases) {
+  const std::tuple<const char*, const char*, bool> cases[] = {
+      {"", "/w", false},     {"/A", "", true},    {"/A/**", "", true}, {"/A/**/", "", true},
+      {"/A/x**", "", false}, {"/A/*", "", false}, {"**", "/A", true},  {"b", "/A/", true},
+      {"b/", "/A", true},    {"b", "", false},    {"r", "", true},     {"\"/A\"", "", false},
+      {"~/A", "/w", false}};
+  for (const auto& [path, folder, isValid] : cases) {
     Directories directories{"/A", "/A/b", "r"};
     EXPECT_EQ(QVTEnvironment::isValidFrameworkSearchPathWithWorkingDirectoryUsingFileManager(
-                  c.path, c.folder, directories.question()),
-              c.isValid)
-        << c.path;
+                  path, folder, directories.question()),
+              isValid)
+        << path;
   }
 }
 

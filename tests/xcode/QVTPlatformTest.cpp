@@ -4,29 +4,27 @@
 namespace {
 
 TEST(QVTPlatform, SDKsAndTypesHaveAnIdentifierAndAName) {
-  const struct {
-    std::optional<std::string> sdk;
-    int type;
-    std::optional<std::string> identifier, display;
-  } cases[] = {{"iphoneos", 1, "ios", "iOS"},
-               {"iphonesimulator", 1, "ios", "iOS"},
-               {"macosx", 2, "mac", "OS X"},
-               {"appletvos", 3, "tvos", "tvOS"},
-               {"appletvsimulator", 3, "tvos", "tvOS"},
-               {"watchos", 4, "watch", "watchOS"},
-               {"watchsimulator", 4, "watch", "watchOS"},
-               {"iphoneos ", 0, {}, {}},
-               {"iOS", 5, {}, {}},
-               {{}, -1, {}, {}}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.sdk.value_or("none"));
-    const auto type = static_cast<QVTPlatformType>(c.type);
-    EXPECT_EQ(QVTPlatform::translatePlatform(c.sdk), c.identifier);
-    EXPECT_EQ(QVTPlatform::displayStringForPlatform(c.sdk), c.display);
-    EXPECT_EQ(QVTPlatform::stringFromPlatform(type), c.identifier);
-    EXPECT_EQ(QVTPlatform::displayStringForPlatformType(type), c.display);
-    EXPECT_EQ(QVTPlatform::platformFromString(c.identifier),
-              c.identifier ? type : QVTPlatformType::unknown);
+  using Text = std::optional<std::string>;
+  const std::tuple<Text, int, Text, Text> cases[] = {
+      {"iphoneos", 1, "ios", "iOS"},
+      {"iphonesimulator", 1, "ios", "iOS"},
+      {"macosx", 2, "mac", "OS X"},
+      {"appletvos", 3, "tvos", "tvOS"},
+      {"appletvsimulator", 3, "tvos", "tvOS"},
+      {"watchos", 4, "watch", "watchOS"},
+      {"watchsimulator", 4, "watch", "watchOS"},
+      {"iphoneos ", 0, std::nullopt, std::nullopt},
+      {"iOS", 5, std::nullopt, std::nullopt},
+      {std::nullopt, -1, std::nullopt, std::nullopt}};
+  for (const auto& [sdk, number, identifier, name] : cases) {
+    SCOPED_TRACE(sdk.value_or("none"));
+    const auto type = static_cast<QVTPlatformType>(number);
+    EXPECT_EQ(QVTPlatform::translatePlatform(sdk), identifier);
+    EXPECT_EQ(QVTPlatform::displayStringForPlatform(sdk), name);
+    EXPECT_EQ(QVTPlatform::stringFromPlatform(type), identifier);
+    EXPECT_EQ(QVTPlatform::displayStringForPlatformType(type), name);
+    EXPECT_EQ(QVTPlatform::platformFromString(identifier),
+              identifier ? type : QVTPlatformType::unknown);
   }
 }
 

@@ -23,40 +23,35 @@ TEST_F(QVTXcodeArchiveTest, FindsTheAppAsTheArchiveNamesIt) {
                   {{"CFBundleIdentifier", "com.example.my"}, {"CFBundleVersion", 42}});
   home_.writeInfo("A/Products/Other/\xc3\x9c [1].app/Info.plist", {});
   home_.folder().write("B/here", "x");
-  const struct {
-    const char* name;
-    Dictionary info;
-    const char* app;  ///< null: not an archive
-  } cases[] = {
+  // Without an app, the folder is not an archive.
+  const std::tuple<const char*, Dictionary, std::string> cases[] = {
       {"by name", {{"Name", "MyApp"}, {"CreationDate", created}}, "Applications/MyApp.app"},
       {"empty properties",
        {{"Name", "MyApp"}, {"ApplicationProperties", Dictionary{}}},
        "Applications/MyApp.app"},
       {"by path", pathInfo("Other/\xc3\x9c [1].app"), "Other/\xc3\x9c [1].app"},
-      {"a path wins over a name", pathInfo("Applications/Missing.app"), nullptr},
+      {"a path wins over a name", pathInfo("Applications/Missing.app"), ""},
       {"properties without a path",
        {{"Name", "MyApp"}, {"ApplicationProperties", Dictionary{{"SigningIdentity", "x"}}}},
-       nullptr},
-      {"path of the wrong type", pathInfo(7), nullptr},
-      {"path that climbs out", pathInfo("Applications/../../../B"), nullptr},
-      {"path that climbs and comes back", pathInfo("./../Products/Other/\xc3\x9c [1].app"),
-       nullptr},
-      {"neither", {{"CreationDate", created}}, nullptr},
-      {"empty", {}, nullptr},
+       ""},
+      {"path of the wrong type", pathInfo(7), ""},
+      {"path that climbs out", pathInfo("Applications/../../../B"), ""},
+      {"path that climbs and comes back", pathInfo("./../Products/Other/\xc3\x9c [1].app"), ""},
+      {"neither", {{"CreationDate", created}}, ""},
+      {"empty", Dictionary(), ""},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    home_.writeInfo("A/Info.plist", c.info);
+  for (const auto& [name, info, app] : cases) {
+    SCOPED_TRACE(name);
+    home_.writeInfo("A/Info.plist", info);
     const auto archive = open("A");
-    ASSERT_EQ(archive != nullptr, c.app != nullptr);
+    ASSERT_EQ(archive == nullptr, app.empty());
     if (!archive) continue;
-    const auto path = (home_.folder() / "A/Products" / c.app).string();
+    const auto path = (home_.folder() / "A/Products" / app).string();
     EXPECT_EQ(archive->path(), path);
     EXPECT_EQ(archive->bundle()->bundlePath(), path);
     EXPECT_EQ(archive->provisioningProfilePath(), path + "/embedded.mobileprovision");
-    EXPECT_EQ(archive->creationDate(), foundation::dateAt(c.info, "CreationDate"));
-    const bool isMyApp = c.app == std::string("Applications/MyApp.app");
-    EXPECT_EQ(archive->bundleIdentifier(), isMyApp ? "com.example.my" : "");
+    EXPECT_EQ(archive->creationDate(), foundation::dateAt(info, "CreationDate"));
+    EXPECT_EQ(archive->bundleIdentifier(), app.ends_with("/MyApp.app") ? "com.example.my" : "");
     EXPECT_EQ(archive->buildVersion(), "0");
     EXPECT_THAT(archive->description(), StartsWith("<QVTXcodeArchive: 0x"));
   }
