@@ -130,7 +130,7 @@ TEST(Listings, OldestFirst) {
   EXPECT_THAT(namesAt(folder.path()), ElementsAre("zeta", "alpha", "mid dle"));
   folder.write("with space/file", "x");
   EXPECT_THAT(namesAt(folder / "with%20space"), ElementsAre("file"));
-  for (const std::string path :
+  for (const std::string& path :
        {(folder / "with space").string(), (folder / "none").string(), std::string("http://a/b")}) {
     std::optional<Error> error;
     EXPECT_EQ(Utils::dateSortedContentsOfPath(path, &error), std::nullopt);
