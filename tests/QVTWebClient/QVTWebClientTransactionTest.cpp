@@ -123,7 +123,9 @@ TEST(QVTWebClientTransaction, AsksTheRequestsHandlerAboutTrust) {
   const auto request = requestFor("https://a.invalid/");
   const auto transaction = QVTWebClientTransaction::transactionWithRequest(request);
   foundation::URLConnection connection(request->URLRequest(), transaction);
-  const ProtectionSpace asked{.host = "a.invalid", .hasServerTrust = true};
+  ProtectionSpace asked;
+  asked.host = "a.invalid";
+  asked.hasServerTrust = true;
   const auto answer = [&] {
     return transaction->connectionCanAuthenticateAgainstProtectionSpace(connection, asked);
   };
