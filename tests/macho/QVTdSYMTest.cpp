@@ -1,40 +1,22 @@
 #include "macho/QVTdSYM.h"
-#include "tests/support/MachOFixture.h"
 #include "tests/support/Test.h"
 
 namespace {
 
+/// Bundles that hold nothing to read; the rows of sendoff-inspect have real ones.
 class QVTdSYMTest : public testing::Test {
  protected:
   [[nodiscard]] std::shared_ptr<QVTdSYM> open() const {
     return QVTdSYM::dSYMWithURL(foundation::URL::fileURLWithPath(bundle_.string()));
   }
   void writeInfo(const std::string& identifier) const {
-    writePlist(bundle_ / "Contents/Info.plist", {{"CFBundleIdentifier", identifier},
-                                                 {"CFBundleVersion", "42"},
-                                                 {"CFBundleShortVersionString", "4.2"}});
+    writePlist(bundle_ / "Contents/Info.plist", {{"CFBundleIdentifier", identifier}});
   }
 
-  TemporaryFolder folder_;
+  const TemporaryFolder folder_;
   const fs::path bundle_ = folder_ / "App.dSYM";
   const fs::path images_ = bundle_ / "Contents/Resources/DWARF";
 };
-
-TEST_F(QVTdSYMTest, HasTheFileOfItsFolder) {
-  writeInfo("com.apple.xcode.dsym.Demo");
-  writeFile(images_ / "App", MachOImage::arm64().uuid(std::string(32, 'a')).bytes());
-  const auto symbols = open();
-  ASSERT_TRUE(symbols);
-  EXPECT_EQ(symbols->bundleIdentifier(), "Demo");
-  EXPECT_EQ(symbols->bundleVersion(), "42");
-  EXPECT_EQ(symbols->shortBundleVersion(), "4.2");
-  EXPECT_EQ(symbols->executablePath(), (images_ / "App").string());
-  EXPECT_EQ(symbols->executableURL()->path(), (images_ / "App").string());
-  std::vector<std::string> seen;
-  symbols->enumerateUUIDs(
-      [&](const auto& uuid, const auto& name) { seen.push_back(name + " " + *uuid); });
-  EXPECT_THAT(seen, ElementsAre("arm64 " + std::string(32, 'a')));
-}
 
 TEST_F(QVTdSYMTest, NeedsAFolderWithSomethingInIt) {
   EXPECT_FALSE(open());
@@ -48,15 +30,19 @@ TEST_F(QVTdSYMTest, NeedsAFolderWithSomethingInIt) {
 }
 
 TEST_F(QVTdSYMTest, AFirstEntryThatIsNotAFileLeavesItWithoutBinary) {
-  writeInfo("com.apple.xcode.dsym");
   writeFile(images_ / "sub/App", "not reached: its folder comes first");
-  const auto symbols = open();
-  ASSERT_TRUE(symbols);
-  EXPECT_FALSE(symbols->binary());
-  EXPECT_EQ(symbols->executablePath(), std::nullopt);
-  EXPECT_EQ(symbols->executableURL(), std::nullopt);
-  symbols->enumerateUUIDs([](const auto&, const auto&) { FAIL(); });
-  EXPECT_EQ(symbols->bundleIdentifier(), "com.apple.xcode.dsym");
+  for (const auto& [stored, shown] : {std::pair{"com.apple.xcode.dsym.Demo", "Demo"},
+                                      std::pair{"com.apple.xcode.dsym", "com.apple.xcode.dsym"}}) {
+    writeInfo(stored);
+    const auto symbols = open();
+    ASSERT_TRUE(symbols);
+    EXPECT_FALSE(symbols->binary());
+    EXPECT_EQ(symbols->executablePath(), std::nullopt);
+    EXPECT_EQ(symbols->executableURL(), std::nullopt);
+    symbols->enumerateUUIDs([](const auto&, const auto&) { FAIL(); });
+    EXPECT_EQ(symbols->bundleIdentifier(), shown);
+    EXPECT_EQ(symbols->bundleVersion(), std::nullopt);
+  }
 }
 
 }  // namespace
