@@ -50,18 +50,4 @@ TEST_F(SignTest, LargeCertificatesGetMoreSpace) {
   EXPECT_EQ(toolchain::verify({.code = file_}).status, 0);
 }
 
-TEST(SourceDateEpochTest, IsReadStrictly) {
-  const auto problem = [](const char* text) {
-    const ScopedEnvironment scope("SOURCE_DATE_EPOCH", text);
-    return problemOf(toolchain::sourceDateEpoch());
-  };
-  for (const char* good : {"0", "1772323200", "253402300799"}) EXPECT_EQ(problem(good), "");
-  for (const char* bad : {"-1", "1 ", "", "253402300800", "99999999999999999999"}) {
-    EXPECT_EQ(problem(bad),
-              "SOURCE_DATE_EPOCH: \"" + std::string(bad) + "\" is not a number of seconds");
-  }
-  const ScopedEnvironment scope("SOURCE_DATE_EPOCH", nullptr);
-  EXPECT_FALSE(toolchain::sourceDateEpoch()->has_value());
-}
-
 }  // namespace
