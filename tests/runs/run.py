@@ -13,19 +13,22 @@ A row names a run, says what happens to the app before it and what must come out
     no profile | rm $P | 1 | @profile
         left: Example/Payload            further keys of the row above it
 
-Cells are separated by " | ", the items of a list by "; " ("\\; " is no separator). "…" in an expected line is anything, and as a line
-of its own any number of lines. $F and the like (see Run.variables) are filled in everywhere. Keys:
+Cells are separated by " | ", the items of a list by "; " ("\\; " is no separator). "…" in an expected line is
+anything, and as a line of its own any number of lines. $F and the like (see Run.variables) are filled in
+everywhere. A file may use keys of its own, as {name} in commands. These are known:
 
     app      shell commands in the folder of the app, a copy of the demo's; functions.sh has helpers for them
     source   "signed" or "unsigned": which app it is
     pack     shell commands after those; by default they make $IPA and $ARCHIVE
-    run      the command, in the folder of the files; {arguments} is another key, and so on
+    run      the command, in the folder of the files
     routes   the ways to run it; "key.ROUTE" is the key for one of them only
     status   the exit status; "signal N" where a signal ended it
     first    the lines that `out` goes on from
     out err  the lines of the two streams, without their time stamps
     json     "PATH=VALUE" of the document that was printed, as `value_at` has them
-    calls    the service's calls in order; `form` "[CALL] FIELD=VALUE,VALUE" of it, "-" where there is no field
+    calls    the service's calls in order
+    form     "[CALL] FIELD=VALUE,VALUE" of what it got, "-" where there is no field
+    complaints  what it is to complain about
     left     patterns for what is left in the temporary folder besides plain folders
     tree     exactly all that is left there, as a list
     changes  what may change of the rest of the work folder: patterns
@@ -48,6 +51,7 @@ import json
 import os
 import re
 import select
+import shlex
 import shutil
 import subprocess
 import sys
@@ -63,7 +67,10 @@ ROOT = HERE.parent.parent
 KEY, SECRET = "0123456789abcdefABCDEF0123456789abcdef01", "5ec3e75ec3e75ec3e7"
 MARK = b"CANARY-CONTENT"
 STAMP = re.compile(r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} [\w-]+(?:\[\d+\]| Quorvantile:) ", re.MULTILINE)
-BEHAVIOURS = ("validate", "notes", "testers", "upload", "any", "connect", "connection")
+BEHAVIOURS = {"validate", "notes", "testers", "upload", "any", "connect", "connection"}
+KEYS = BEHAVIOURS | set("app source pack run routes status first out err json calls form complaints left tree "
+                        "changes check hidden needs limit connects tls tunnels columns".split())
+PLACEHOLDER = re.compile(r"(?<!\$)\{([a-z]+)\}")
 
 
 class Fixture:
@@ -81,8 +88,10 @@ class Fixture:
         self.canary = folder / "outside"
         self.shell("""
             link "$LIBRARY" arm64 9.0 -dylib
-            mkdir -p "$OUTSIDE/empty" && cp -a "$SIGNED" "$OUTSIDE/Canary.app"
-            cd "$OUTSIDE/Canary.app" && echo CANARY-CONTENT | tee ../secret.txt _CodeSignature/other >_CodeSignature/CodeResources
+            mkdir -p "$OUTSIDE/empty"
+            cp -a "$SIGNED" "$OUTSIDE/Canary.app"
+            cd "$OUTSIDE/Canary.app"
+            echo CANARY-CONTENT |tee ../secret.txt _CodeSignature/other >_CodeSignature/CodeResources
             plist Info.plist CFBundleIdentifier=CANARY-CONTENT QuorvantileSignedForDistribution=true
             profile Name=CANARY-CONTENT""", W=folder, OUTSIDE=self.canary, P="embedded.mobileprovision")
 
@@ -93,18 +102,18 @@ class Fixture:
     @functools.cache
     def variables(self) -> dict[str, object]:
         cache = (self.build / "CMakeCache.txt").read_text()
-        addresses = dict(re.findall(r"^SENDOFF_(API_BASE|UPLOAD_BASE|SETTINGS_PAGE)_URL:\w+=(.*)$", cache, re.MULTILINE))
-        return {"LIBRARY": self.folder / "library", "API_HOST": addresses["API_BASE"].partition("//")[2],
-                "UPLOAD_HOST": addresses["UPLOAD_BASE"].partition("//")[2],
-                "SETTINGS_PAGE": addresses["SETTINGS_PAGE"],
-                "RUNS": HERE, "MADE": self.made, "TOOLS": self.tools, "SIGNED": self.signed,
-                "UNSIGNED": self.unsigned, "SCRIPTS": ROOT / "scripts", "LLVM": llvm("clang").parent, "SENDOFF": self.build / "bin/sendoff",
-                "INSPECT": self.build / "bin/sendoff-inspect", "GOOD": self.made / "Example.ipa",
-                "AUTHORITY": self.folder / "tls/authority.pem", "KEY": KEY, "SECRET": SECRET,
-                "SANITIZE": re.search(r"^SENDOFF_SANITIZE:\w+=(.*)$", cache, re.MULTILINE)[1]}
+        options = dict(re.findall(r"^SENDOFF_(\w+):\w+=(.*)$", cache, re.MULTILINE))
+        return {
+            "LIBRARY": self.folder / "library", "RUNS": HERE, "MADE": self.made, "TOOLS": self.tools,
+            "SIGNED": self.signed, "SCRIPTS": ROOT / "scripts", "LLVM": llvm("clang").parent,
+            "SENDOFF": self.build / "bin/sendoff", "INSPECT": self.build / "bin/sendoff-inspect",
+            "GOOD": self.made / "Example.ipa", "AUTHORITY": self.folder / "tls/authority.pem",
+            "KEY": KEY, "SECRET": SECRET, "SANITIZE": options["SANITIZE"],
+            "API_HOST": options["API_BASE_URL"].partition("//")[2], "SETTINGS_PAGE": options["SETTINGS_PAGE_URL"],
+            "UPLOAD_HOST": options["UPLOAD_BASE_URL"].partition("//")[2]}
 
     def certificate(self, hosts: str) -> Path:
-        """Certificate and key of these hosts, as "A,B", issued by $AUTHORITY; "expired" is localhost's, but too old."""
+        """Certificate and key of these hosts, as "A,B", issued by $AUTHORITY; "expired" is localhost's of old."""
         path = self.folder / "tls" / f"{hosts}.pem"
         with self.lock:
             if not path.exists():
@@ -114,7 +123,7 @@ class Fixture:
 
 def script_of(script: str, variables: dict[str, object]) -> str:
     """The script with the variables set, unexported, and with the helpers of functions.sh."""
-    lines = [f"{name}='{str(value).replace(chr(39), chr(39) + chr(92) + chr(39) * 2)}'" for name, value in variables.items()]
+    lines = [f"{name}={shlex.quote(str(value))}" for name, value in variables.items()]
     return "\n".join([*lines, f". {HERE}/functions.sh", script])
 
 
@@ -208,7 +217,8 @@ class Run:
         done = subprocess.run(command, cwd=folder or self.work, env=self.environment, capture_output=True,
                               stdin=subprocess.DEVNULL, check=False)
         if done.returncode != 0:
-            raise ValueError(f"{script.strip()}: status {done.returncode} {(done.stdout + done.stderr).decode(errors='replace')}")
+            said = (done.stdout + done.stderr).decode(errors="replace")
+            raise ValueError(f"{script.strip()}: status {done.returncode} {said}")
 
     def start(self, script: str) -> Running:
         """Starts a shell command in the folder of the files. What still runs at the end of this object is killed."""
@@ -266,12 +276,17 @@ class Rows:
         self.settings: dict[str, str] = {"pack": "pack"}
         self.macros: dict[str, str] = {}
         self.rows: list[tuple[str, dict[str, str]]] = []
+        self.used: set[str] = set()  # in commands, by the name in braces
         self.read(path)
+        for name, keys in self.rows:
+            if unknown := {key.partition(".")[0] for key in keys} - KEYS - self.used:
+                raise SystemExit(f"{path}: {name}: nobody knows the key {', '.join(sorted(unknown))}")
 
     def read(self, path: Path) -> None:
         for number, line in enumerate(path.read_text().splitlines(), 1):
             if not line.strip() or line.startswith("#"):
                 continue
+            self.used.update(PLACEHOLDER.findall(line))
             setting = re.match(r"\s*(@?[a-z][\w.-]*):(?: +(.*))?$", line)
             if line.startswith(" ") and setting and self.rows:
                 assign(self.rows[-1][1], setting[1], self.expand(setting[2] or ""))
@@ -349,25 +364,31 @@ class RowRun:
 
     def command(self, name: str) -> str:
         """The key with the keys that it has in braces."""
-        return re.sub(r"(?<!\$)\{([a-z]+)\}", lambda match: self.key(match[1]), self.key(name))
+        return PLACEHOLDER.sub(lambda match: self.key(match[1]), self.key(name))
 
     def expected(self, name: str) -> str:
         """The key with variables and repetitions written out."""
         return repeated(filled(self.key(name), self.run.variables()))
 
-    def expect(self, what: str, wanted: str, seen: str, pattern: re.Pattern | None = None) -> None:
-        if not (pattern.fullmatch(seen) if pattern else wanted == seen):
+    def expect(self, what: str, wanted: str, seen: str) -> None:
+        if wanted != seen:
             shown = [text if "\n" not in text.strip() else "\n" + text for text in (wanted.strip(), seen.strip())]
             self.problems.append(f"{what}: expected {shown[0]}\n{' ' * len(what)}  seen {shown[1]}")
 
+    def expect_lines(self, what: str, wanted: list[str], seen: str) -> None:
+        if not pattern_of(wanted).fullmatch(seen if seen.endswith("\n") or not seen else seen + "\n"):
+            self.expect(what, "\n".join(wanted) + "\n", seen.strip())
+
     def mention(self, what: str, names: list[str]) -> None:
         if names:
-            self.problems.append(f"{what}: " + ", ".join(names[:3]) + (f" and {len(names) - 3} more" if len(names) > 3 else ""))
+            more = f" and {len(names) - 3} more" if len(names) > 3 else ""
+            self.problems.append(f"{what}: {', '.join(names[:3])}{more}")
 
     def execute(self) -> list[str]:
-        behaviours = {name: self.key(name) for name in BEHAVIOURS if self.key(name)}
-        tls = filled(self.key("tls"), self.fixture.variables())
-        with Run(self.fixture, self.key("source", "unsigned"), tls, self.key("tunnels") == "yes", behaviours) as self.run:
+        place = Run(self.fixture, self.key("source", "unsigned"),
+                    filled(self.key("tls"), self.fixture.variables()), self.key("tunnels") == "yes",
+                    {name: self.key(name) for name in BEHAVIOURS if self.key(name)})
+        with place as self.run:
             try:
                 if not self.has_needs():
                     return []
@@ -392,9 +413,7 @@ class RowRun:
     def compare(self, result: Result, before: dict[str, str]) -> None:
         self.expect("status", self.key("status", "0"), result.status)
         for name, first in (("out", self.expected("first")), ("err", "")):
-            lines = items_of(first) + items_of(self.expected(name))
-            seen = getattr(result, name)
-            self.expect(name, "\n".join(lines), seen + ("\n" if seen and not seen.endswith("\n") else ""), pattern_of(lines))
+            self.expect_lines(name, items_of(first) + items_of(self.expected(name)), getattr(result, name))
         if self.key("hidden") != "no" and any(text in result.out + result.err for text in (KEY, SECRET)):
             self.problems.append("the key or the secret is in the output")
         self.compare_service()
@@ -407,17 +426,15 @@ class RowRun:
             self.run.shell(self.command("check"))
 
     def compare_service(self) -> None:
-        complaints = items_of(self.key("complaints"))
-        self.expect("complaints", "\n".join(complaints), "".join(line + "\n" for line in self.run.service.complaints), pattern_of(complaints))
+        self.expect_lines("complaints", items_of(self.key("complaints")), "\n".join(self.run.service.complaints))
         if "calls" in self.keys:
             self.expect("calls", self.key("calls"), " ".join(self.run.service.calls))
         if "connects" in self.keys:
             self.expect("connects", self.expected("connects"), " ".join(self.run.service.connects))
         for item in items_of(self.expected("form")):
             match = re.fullmatch(r"(?:(\w+) )?(.*?)=(.*)", item, re.DOTALL)
-            form = self.run.service.forms.get(match[1] or "upload", [])
-            self.expect(match[2], unescaped(match[3]).decode(), ",".join(values_of(form, match[2])) if any(
-                part.name == match[2] for part in form) else "-")
+            values = values_of(self.run.service.forms.get(match[1] or "upload", []), match[2])
+            self.expect(match[2], unescaped(match[3]).decode(), ",".join(values) if values else "-")
 
     def compare_files(self, before: dict[str, str]) -> None:
         self.run.save_requests()
@@ -450,13 +467,15 @@ def main() -> int:
     options = parser.parse_args()
     rows = [row for row in Rows(options.file).rows if not options.names or row[0] in options.names]
     failures = 0 if rows else 1
-    with tempfile.TemporaryDirectory(prefix="runs-") as folder, concurrent.futures.ThreadPoolExecutor(options.j) as pool:
+    with (tempfile.TemporaryDirectory(prefix="runs-") as folder,
+          concurrent.futures.ThreadPoolExecutor(options.j) as pool):
         os.chmod(folder, 0o755)
         fixture = Fixture(Path(folder).resolve(), options.build.resolve())
-        for (name, _), problems in zip(rows, pool.map(functools.partial(run_row, fixture), (keys for _, keys in rows))):
+        results = pool.map(functools.partial(run_row, fixture), [keys for _, keys in rows])
+        for (name, _), problems in zip(rows, results):
             if problems:
                 failures += 1
-                print(f"{name}\n" + "\n".join("    " + line for text in problems for line in text.split("\n")), flush=True)
+                print(name, *"\n".join(problems).split("\n"), sep="\n    ", flush=True)
     print(f"{options.file.name}: {len(rows)} rows, {failures} failed")
     return 1 if failures else 0
 

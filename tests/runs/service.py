@@ -7,15 +7,14 @@ LLVM's dwarfdump, check_signature.py). A right request gets the response of its 
 the complaints. "(null)" in a path, from an app without a readable executable, is accepted.
 
 usage: service.py [--port N] [--key API_KEY] [--secret BUILD_SECRET] [--root PEM] [--save FOLDER]
-         prints its address, then each request; status 0 when every request was right
-       service.py --self-test CODESIGN
-         makes right requests, damages each field, header and byte once; status 0 when each is refused
+
+As a program it prints its address, then each request, until it is ended; status 0 when all were right.
+service_test.py shows that it refuses what is wrong.
 """
 import argparse
 import functools
 import hashlib
 import json
-import os
 import plistlib
 import re
 import signal
@@ -28,11 +27,12 @@ import tempfile
 import threading
 import time
 import urllib.parse
-from dataclasses import dataclass, field, replace
+from dataclasses import dataclass, field
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
-CALLS = {"GET validate_project": "validate", "PUT notes": "notes", "PUT access/enable": "testers"}
+CALLS = {"GET validate_project": "validate", "PUT notes": "notes", "PUT access/enable": "testers",
+         "POST distributions": "upload"}
 RIGHT_STATUS = {"validate": "200", "notes": "200", "testers": "200", "upload": "202"}
 HEADERS = {"User-Agent": "uploader/19", "Accept": "application/json, application/x-plist",
            "X-QUORVANTILE-DEVELOPER-TOKEN": "389eabecb56021e9d618c5d32c6afc83b458bfdd"}
@@ -79,50 +79,27 @@ def values_of(form: list[Part], name: str) -> list[str]:
     return [part.value.decode(errors="replace") for part in form if part.name == name]
 
 
-class FormReader:
-    """Reads a form that is byte for byte as the service expects it; raises ValueError otherwise."""
+DELIMITER = b"\r\n--AaB03x"
+PART_HEAD = re.compile(
+    rb'\r\nContent-Disposition: form-data; name="([^"]*)"(?:; filename="([^"]*)"\r\nContent-Type: ([^\r\n]*)'
+    rb"\r\nContent-Transfer-Encoding: binary|\r\nContent-Type: text/plain)\r\n\r\n")
 
-    def __init__(self, body: bytes):
-        self.body, self.at = body, 0
 
-    def take(self, text: bytes) -> bool:
-        found = self.body.startswith(text, self.at)
-        self.at += len(text) if found else 0
-        return found
-
-    def expect(self, text: bytes) -> None:
-        if not self.take(text):
-            raise ValueError(f"form, byte {self.at}: expected {text!r}")
-
-    def until(self, end: bytes) -> bytes:
-        found = self.body.find(end, self.at)
-        if found < 0:
-            raise ValueError(f"form, byte {self.at}: no {end!r} after this point")
-        text = self.body[self.at:found]
-        self.at = found + len(end)
-        return text
-
-    def part(self) -> Part:
-        self.expect(b'\r\nContent-Disposition: form-data; name="')
-        part = Part(self.until(b'"').decode(), b"")
-        if self.take(b'; filename="'):
-            part.file_name = self.until(b'"').decode()
-            self.expect(b"\r\nContent-Type: ")
-            part.type = self.until(b"\r\n").decode()
-            self.expect(b"Content-Transfer-Encoding: binary\r\n\r\n")
-        else:
-            self.expect(b"\r\nContent-Type: text/plain\r\n\r\n")
-        part.value = self.until(b"\r\n--AaB03x")
-        return part
-
-    def form(self) -> list[Part]:
-        parts = []
-        self.expect(b"MIME-Version: 1.0\r\n--AaB03x")
-        while not self.take(b"--\r\n"):
-            parts.append(self.part())
-        if self.at != len(self.body):
-            raise ValueError(f"form, byte {self.at}: more after the closing delimiter")
-        return parts
+def form_of(body: bytes) -> list[Part]:
+    """Raises ValueError unless the body is a form that is byte for byte as the service expects it."""
+    start = b"MIME-Version: 1.0" + DELIMITER
+    if not body.startswith(start):
+        raise ValueError("not the beginning of a form")
+    parts, at = [], len(start)
+    while at != len(body) - 4 or not body.endswith(b"--\r\n"):
+        head = PART_HEAD.match(body, at)
+        end = body.find(DELIMITER, head.end()) if head else -1
+        if end < 0:
+            raise ValueError(f"form, byte {at}: not a part, and not the end")
+        name, file_name, kind = (text and text.decode() for text in head.groups())
+        parts.append(Part(name, body[head.end():end], file_name, kind))
+        at = end + len(DELIMITER)
+    return parts
 
 
 def output_of(*command: object) -> bytes:
@@ -243,12 +220,12 @@ class Checker:
 
     def call_of(self, request: Request) -> tuple[str, str, str] | None:
         """Call, bundle identifier, build; None when the request line is none of the calls."""
-        base = "/spi/v1/platforms/ios/apps/([^/]+)/"
-        if match := re.fullmatch(base + "distributions", request.target):
-            return ("upload", urllib.parse.unquote(match[1]), self.build) if request.method == "POST" else None
-        match = re.fullmatch(base + "releases/([^/]+)/build_server/(.+)", request.target)
+        path = "/spi/v1/platforms/ios/apps/([^/]+)/(?:releases/([^/]+)/build_server/)?(.+)"
+        match = re.fullmatch(path, request.target)
         call = CALLS.get(f"{request.method} {match[3]}") if match else None
-        return (call, urllib.parse.unquote(match[1]), match[2]) if call else None
+        if call is None or (call == "upload") == (match[2] is not None):
+            return None
+        return call, urllib.parse.unquote(match[1]), match[2] or self.build
 
     def check(self, request: Request) -> tuple[str | None, list[Part], list[str]]:
         """Returns the call, its form and the complaints."""
@@ -263,7 +240,7 @@ class Checker:
         if (app, build) != (self.app, self.build):
             complaints.append("not the app and build that were validated")
         try:
-            form = FormReader(request.body).form()
+            form = form_of(request.body)
             versions = [part for part in form if part.name in VERSIONS]
             if self.versions not in (None, versions):
                 complaints.append("not the versions of the calls before")
@@ -274,12 +251,13 @@ class Checker:
             return call, [], complaints + [str(error)]
 
     def check_headers(self, request: Request, call: str) -> list[str]:
-        if self.key is None and re.fullmatch("[0-9a-fA-F]{40}", request.header("X-QUORVANTILE-API-KEY") or ""):
-            self.key = request.header("X-QUORVANTILE-API-KEY")
-        if self.secret is None and re.fullmatch("[0-9a-fA-F]*", request.header("X-QUORVANTILE-BUILD-SECRET") or "-"):
-            self.secret = request.header("X-QUORVANTILE-BUILD-SECRET")
-        wanted = dict(HEADERS) | {"X-QUORVANTILE-API-KEY": self.key, "X-QUORVANTILE-BUILD-SECRET": self.secret,
-                                  "Host": self.host or request.header("Host")}
+        key, secret = (request.header(f"X-QUORVANTILE-{name}") or "-" for name in ("API-KEY", "BUILD-SECRET"))
+        if self.key is None and re.fullmatch("[0-9a-fA-F]{40}", key):
+            self.key = key
+        if self.secret is None and re.fullmatch("[0-9a-fA-F]+", secret):
+            self.secret = secret
+        wanted = HEADERS | {"X-QUORVANTILE-API-KEY": self.key, "X-QUORVANTILE-BUILD-SECRET": self.secret,
+                            "Host": self.host or request.header("Host")}
         if call != "validate":
             wanted |= {"Content-Type": "multipart/form-data; boundary=AaB03x",
                        "Content-Length": str(len(request.body))}
@@ -287,9 +265,9 @@ class Checker:
             wanted["Accept-Encoding"] = encoding
         found = sorted((name.lower(), value) for name, value in request.headers)
         expected = sorted((name.lower(), value) for name, value in wanted.items())
-        return [f"header {name}: {value} is " + ("missing" if (name, value) in expected else "wrong")
-                for name, value in sorted(set(found) ^ set(expected), key=str)] + (
-            ["a header twice"] if len(set(found)) != len(found) else [])
+        wrong = [f"no header {name}: {value}" for name, value in expected if (name, value) not in found]
+        wrong += [f"header {name}: {value}" for name, value in found if (name, value) not in expected]
+        return wrong + (["a header twice"] if len(set(found)) != len(found) else [])
 
     def check_notes(self, form: list[Part]) -> list[str]:
         body = (values_of(form, "release_notes[body]") + [""])[0]
@@ -297,30 +275,33 @@ class Checker:
                                            text_part("release_notes[format]", "text")], form)
 
     def check_testers(self, form: list[Part]) -> list[str]:
-        people = [text_part(name, value) for name in ("emails[]", "group_ids[]") for value in values_of(form, name)]
+        people = [part for name in ("emails[]", "group_ids[]") for part in form if part.name == name]
         wrong = [] if people else ["nobody to enable"]
         wrong += [f"{part.name} has a line break" for part in people if b"\n" in part.value]
-        return wrong + difference(self.versions + [text_part("send_notifications", "false")] + people, form)
+        return wrong + difference(self.versions + [text_part("send_notifications", False)] + people, form)
 
     def check_upload(self, form: list[Part]) -> list[str]:
         complaints = []
-        built_at = values_of(form, "distribution[built_at]")
-        if len(built_at) != 1 or not re.fullmatch("[0-9]+", built_at[0]) or abs(int(built_at[0]) - time.time()) > 600:
+        built_at = "".join(values_of(form, "distribution[built_at]"))
+        if not re.fullmatch("[0-9]{1,15}", built_at) or abs(int(built_at) - time.time()) > 600:
             complaints.append("distribution[built_at] is not about now")
         if values_of(form, "send_notifications") not in (["true"], ["suppress"]):
             complaints.append("send_notifications is neither true nor suppress")
         file = form[-1] if form else Part("", b"")
         name = "[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.ipa"
-        if (file.name, file.type) != ("distribution[file]", "application/zip") or not re.fullmatch(name, file.file_name or ""):
+        if (file.name, file.type) != ("distribution[file]", "application/zip"):
             return complaints + ["the last part is not distribution[file]"]
+        if not re.fullmatch(name, file.file_name):
+            complaints.append(f"the file is called {file.file_name}")
         return complaints + (self.check_ipa(form, facts_of(file.value, self.root)) if self.opens_ipa else [])
 
     def check_ipa(self, form: list[Part], facts: Facts) -> list[str]:
-        complaints = list(facts.problems) + difference(expected_upload(facts, form), form)
-        if sorted(values_of(form, "distribution[devices][][udid]")) != sorted(set(facts.profile.get("ProvisionedDevices", []))):
+        complaints = facts.problems + difference(expected_upload(facts, form), form)
+        devices = set(facts.profile.get("ProvisionedDevices", []))
+        if sorted(values_of(form, "distribution[devices][][udid]")) != sorted(devices):
             complaints.append("the devices are not those of the profile")
         if facts.identifier() != self.build:
-            complaints.append(f"the .ipa is build {facts.identifier()}, the calls before were about {self.build}")
+            complaints.append(f"the .ipa is build {facts.identifier()}, before it was {self.build}")
         if facts.info.get("CFBundleIdentifier") != self.app:
             complaints.append("the .ipa is another app than the calls before were about")
         if not is_true(facts.info.get("QuorvantileSignedForDistribution")):
@@ -424,14 +405,14 @@ class Service:
     a proxy's "connect", or a new "connection", in steps joined by " then ":
         STATUS [with HEADER: VALUE]... [saying BODY]
         send BYTES | repeat BYTES | take N | run COMMAND | close | cut | reset | stall
-    BYTES and BODY are read by `repeated` and `unescaped`; {target}, {port} and {key} are filled in. Steps that
-    begin with "early" come before the body is read and checked; the connection ends after them. "next" joins what is
-    done at the first request, the second and so on. With `tunnels` it is a proxy that is the end of its own
-    tunnels. `tls` is a file with certificate and key.
+    BYTES and BODY are read by `repeated` and `unescaped`; {target}, {port} and {key} are filled in. Steps
+    that begin with "early" come before the body is read and checked; the connection ends after them. " next "
+    joins what is done at the first request, the second and so on. With `tunnels` it is a proxy that is the end
+    of its own tunnels. `tls` is a file with certificate and key.
     """
 
-    def __init__(self, checker: Checker | None = None, behaviours: dict[str, str] | None = None, port: int = 0,
-                 tls: Path | None = None, tunnels: bool = False, run=lambda command: None):
+    def __init__(self, checker: Checker | None = None, behaviours: dict[str, str] | None = None,
+                 port: int = 0, tls: Path | None = None, tunnels: bool = False, run=lambda command: None):
         self.checker, self.behaviours, self.run = checker or Checker(), dict(behaviours or {}), run
         self.tls, self.tunnels = tls, tunnels
         self.calls: list[str] = []
@@ -453,7 +434,8 @@ class Service:
         self.stop()
 
     def url(self) -> str:
-        return f"https://localhost:{self.port}" if self.tls and not self.tunnels else f"http://127.0.0.1:{self.port}"
+        start = "https://localhost" if self.tls and not self.tunnels else "http://127.0.0.1"
+        return f"{start}:{self.port}"
 
     def stop(self) -> None:
         """Ends every connection and waits for its thread."""
@@ -554,7 +536,8 @@ class Service:
         return True
 
     def perform(self, connection: Connection, steps: str, request: Request | None = None) -> None:
-        for name, value in (("port", self.port), ("target", request and request.target), ("key", self.checker.key)):
+        target = request.target if request else ""
+        for name, value in {"port": self.port, "target": target, "key": self.checker.key}.items():
             steps = steps.replace("{" + name + "}", str(value))
         for step in steps.removeprefix("early ").split(" then "):
             verb, _, rest = repeated(step).partition(" ")
@@ -578,8 +561,8 @@ def response(status: str, rest: str) -> bytes:
     """The bytes of "STATUS [with HEADER: VALUE]... [saying BODY]"."""
     headers, _, body = (" " + rest).partition(" saying ")
     content = unescaped(body)
-    lines = [f"HTTP/1.1 {status} Answer", *headers.split(" with ")[1:], f"Content-Length: {len(content)}", "", ""]
-    return "\r\n".join(lines).encode() + content
+    lines = [f"HTTP/1.1 {status} Answer", *headers.split(" with ")[1:], f"Content-Length: {len(content)}"]
+    return "\r\n".join([*lines, "", ""]).encode() + content
 
 
 def describe(request: Request, form: list[Part], complaints: list[str]) -> str:
@@ -593,7 +576,13 @@ def describe(request: Request, form: list[Part], complaints: list[str]) -> str:
     return "\n".join("    " + line if line else "" for line in "\n".join(lines).split("\n")) + "\n"
 
 
-def serve_until_ended(options: argparse.Namespace) -> int:
+def main() -> int:
+    parser = argparse.ArgumentParser(usage=__doc__[__doc__.index("usage: ") + 7:])
+    parser.add_argument("--port", type=int, default=0)
+    for name in ("--key", "--secret", "--root", "--save"):
+        parser.add_argument(name)
+    options = parser.parse_args()
+
     def observer(request: Request, form: list[Part], complaints: list[str]) -> None:
         print(describe(request, form, complaints), flush=True)
         if options.save and form and form[-1].file_name and not complaints:
@@ -605,192 +594,6 @@ def serve_until_ended(options: argparse.Namespace) -> int:
         print(f"listening on {service.url()}\n", flush=True)
         signal.sigwait({signal.SIGINT, signal.SIGTERM})
     return 1 if service.complaints else 0
-
-
-def body_of(form: list[Part]) -> bytes:
-    body = b"MIME-Version: 1.0\r\n"
-    for part in form:
-        body += f'--AaB03x\r\nContent-Disposition: form-data; name="{part.name}"'.encode()
-        body += (f'; filename="{part.file_name}"\r\nContent-Type: {part.type}\r\nContent-Transfer-Encoding: binary'
-                 if part.file_name is not None else "\r\nContent-Type: text/plain").encode()
-        body += b"\r\n\r\n" + part.value + b"\r\n"
-    return body + b"--AaB03x--\r\n"
-
-
-def make_request(request_line: str, form: list[Part] | None, host: str) -> Request:
-    method, target = request_line.split(" ")
-    headers = [*HEADERS.items(), ("X-QUORVANTILE-API-KEY", "0" * 40), ("X-QUORVANTILE-BUILD-SECRET", "abc1"), ("Host", host)]
-    if form is None:
-        return Request(method, target, headers)
-    body = body_of(form)
-    more = [("Content-Type", "multipart/form-data; boundary=AaB03x"), ("Content-Length", str(len(body)))]
-    return Request(method, target, headers + more, body)
-
-
-class SelfTest:
-    """Right requests of one app, and each of them with one thing wrong."""
-
-    def __init__(self, folder: Path, codesign: str):
-        self.folder, self.codesign, self.accepted, self.count = folder, codesign, [], 0
-        output_of(HERE.parent.parent / "scripts/make-demo-app.sh", folder / "made", codesign)
-        self.app, self.root = folder / "made/Payload/Example.app", str(folder / "made/root.crt")
-        self.change_plist(QuorvantileSignedForDistribution=True)
-        self.sign()
-        self.ipa = self.packed()
-        facts = facts_of(self.ipa, self.root)
-        devices = [text_part("distribution[devices][][udid]", name) for name in facts.profile["ProvisionedDevices"]]
-        choices = [text_part("distribution[built_at]", int(time.time())), text_part("send_notifications", True)]
-        file = Part("distribution[file]", self.ipa, "2D9CDC21-9F7B-4E53-92A8-4F3D0B5F1D5C.ipa", "application/zip")
-        upload = expected_upload(facts, devices + choices + [file])
-        versions = [text_part(VERSIONS[0], "1.2"), text_part(VERSIONS[1], "345")]
-        base, host = "/spi/v1/platforms/ios/apps/com.example.demo", "127.0.0.1:1"
-        early = f"{base}/releases/{facts.identifier()}/build_server"
-        people = [("send_notifications", False), ("emails[]", "a@x.org"), ("emails[]", "b@x.org"), ("group_ids[]", "g")]
-        notes = [("release_notes[body]", "new"), ("release_notes[format]", "text")]
-        self.forms = [None, versions + [text_part(*pair) for pair in notes],
-                      versions + [text_part(*pair) for pair in people], upload]
-        lines = [f"GET {early}/validate_project", f"PUT {early}/notes", f"PUT {early}/access/enable",
-                 f"POST {base}/distributions"]
-        self.right = [make_request(line, form, host) for line, form in zip(lines, self.forms)]
-
-    def change_plist(self, **changes) -> None:
-        path = self.app / "Info.plist"
-        path.write_bytes(plistlib.dumps(plistlib.loads(path.read_bytes()) | changes))
-
-    def sign(self) -> None:
-        output_of(self.codesign, "--force", "--sign", "iPhone Distribution", "--keychain",
-                  self.folder / "made/keychain.pem", self.app)
-
-    def packed(self) -> bytes:
-        output_of("sh", "-c", f"cd {self.folder}/made && rm -f x.zip && zip -q --symlinks -r x.zip Payload")
-        return (self.folder / "made/x.zip").read_bytes()
-
-    def complaints(self, requests: list[Request]) -> list[str]:
-        checker = Checker("0" * 40, "abc1", self.root, host="127.0.0.1:1")
-        return [text for request in requests for text in checker.check(request)[2]]
-
-    def refuse(self, name: str, index: int, damaged: Request) -> None:
-        self.count += 1
-        if not self.complaints(self.right[:index] + [damaged] + self.right[index + 1:]):
-            self.accepted.append(f"{damaged.target}: {name}")
-
-    def refuse_form(self, name: str, index: int, form: list[Part]) -> None:
-        line = f"{self.right[index].method} {self.right[index].target}"
-        self.refuse(name, index, make_request(line, form, "127.0.0.1:1"))
-
-    def damage_heads(self, index: int, right: Request) -> None:
-        for i, (name, value) in enumerate(right.headers):
-            rest = right.headers[:i] + right.headers[i + 1:]
-            for what, headers in {"missing": rest, "changed": rest + [(name, value + "0")],
-                                  "renamed": rest + [(name + "0", value)],
-                                  "twice": right.headers + [(name, value)]}.items():
-                self.refuse(f"header {name} {what}", index, replace(right, headers=headers))
-        self.refuse("one header more", index, replace(right, headers=right.headers + [("X-More", "1")]))
-        self.refuse("method", index, replace(right, method="PATCH"))
-        pieces = right.target.split("/")
-        for i in range(1, len(pieces)):
-            target = "/".join(pieces[:i] + [pieces[i] + "0"] + pieces[i + 1:])
-            self.refuse(f"piece {i} of the path", index, replace(right, target=target))
-
-    def damage_form(self, index: int, form: list[Part]) -> None:
-        free = ("release_notes[body]", "emails[]", "group_ids[]", "distribution[built_at]", "distribution[file]")
-        for i, part in enumerate(form):
-            # Whom to tell, and in which order, is the sender's choice.
-            if part.name not in ("emails[]", "group_ids[]"):
-                self.refuse_form(f"{part.name} missing", index, form[:i] + form[i + 1:])
-                self.refuse_form(f"{part.name} twice", index, form[:i + 1] + form[i:])
-            if part.name not in free:
-                self.refuse_form(f"{part.name} changed", index,
-                                 form[:i] + [replace(part, value=part.value + b"0")] + form[i + 1:])
-            if i > 0 and form[i - 1].name != part.name:
-                self.refuse_form(f"{part.name} too early", index,
-                                 form[:i - 1] + [part, form[i - 1]] + form[i + 1:])
-        body, at = self.right[index].body, 0
-        for part in form:
-            start = body.index(b"\r\n\r\n", body.index(part.name.encode(), at)) + 4
-            name_at = body.find((part.file_name or "?").encode(), at)
-            end = start + (len(part.value) if part.name in free else 0)
-            for i in range(at, len(body) if part is form[-1] else end):
-                if not start <= i < end and not 0 <= i - name_at < len(part.file_name or ""):
-                    flipped = body[:i] + bytes([body[i] ^ 1]) + body[i + 1:]
-                    self.refuse(f"byte {i} of the body", index, replace(self.right[index], body=flipped))
-            at = end
-
-    def damage_app(self, name: str, change) -> None:
-        """Changes a copy of the app in place of the right one."""
-        kept = self.folder / "kept"
-        output_of("cp", "-a", self.app, kept)
-        change()
-        self.refuse_form(f"app with {name}", 3, self.forms[3][:-1] + [replace(self.forms[3][-1], value=self.packed())])
-        output_of("sh", "-c", f"rm -rf {self.folder}/made/Payload/* && mv {kept} {self.app}")
-
-    def damage_file(self) -> None:
-        name = self.forms[3][-1].file_name
-        for wrong in (name.lower(), name[1:], name.replace(".ipa", ".zip"), "../" + name):
-            self.refuse_form(f"file called {wrong}", 3, self.forms[3][:-1] + [replace(self.forms[3][-1], file_name=wrong)])
-        now = int(time.time())
-        for i, part in enumerate(self.forms[3]):
-            if part.name == "distribution[built_at]":
-                for value in (b"", b"now", str(now - 700).encode(), str(now + 700).encode()):
-                    self.refuse_form(f"time {value!r}", 3, self.forms[3][:i] + [replace(part, value=value)] + self.forms[3][i + 1:])
-
-        def flip() -> None:
-            data = bytearray((self.app / "Example").read_bytes())
-            data[-40000] ^= 1
-            (self.app / "Example").write_bytes(data)
-        self.damage_app("one byte of its executable changed", flip)
-        self.damage_app("a resource changed", lambda: (self.app / "PkgInfo").write_text("APPL???!"))
-        self.damage_app("a resource more", lambda: (self.app / "more").write_text("more"))
-        self.damage_app("no signature", lambda: output_of("rm", "-r", self.app / "_CodeSignature"))
-        self.damage_app("another app beside it", lambda: output_of("cp", "-a", self.app, self.app.with_name("B.app")))
-        for change in ({"CFBundleVersion": "346"}, {"QuorvantileSignedForDistribution": False},
-                       {"CFBundleIdentifier": "com.example.other"}, {"UIDeviceFamily": [1]}):
-            self.damage_app(f"{change} signed again", lambda: (self.change_plist(**change), self.sign()))
-        self.root = str(self.folder / "made/leaf.crt")
-        self.refuse("another root", 3, self.right[3])
-
-    def over_the_wire(self) -> list[str]:
-        """Sends the right requests, then a wrong one; returns what is not as it should be."""
-        with Service(Checker("0" * 40, "abc1", self.root)) as service:
-            host = f"127.0.0.1:{service.port}"
-            statuses = []
-            with socket.create_connection(("127.0.0.1", service.port)) as connection:
-                answers = connection.makefile("rb")
-                for request in self.right + [replace(self.right[0], target="/none")]:
-                    head = "".join(f"{name}: {host if name == 'Host' else value}\r\n" for name, value in request.headers)
-                    connection.sendall(f"{request.method} {request.target} HTTP/1.1\r\n{head}\r\n".encode() + request.body)
-                    statuses.append(answers.readline().split()[1])
-                    while (line := answers.readline()) != b"\r\n":
-                        size = int(line.split()[1]) if line.startswith(b"Content-Length") else 0
-                    answers.read(size)
-        expected = [b"200", b"200", b"200", b"202", b"400"]
-        return [] if statuses == expected else [f"statuses {statuses}", *service.complaints]
-
-
-def self_test(codesign: str) -> int:
-    with tempfile.TemporaryDirectory() as folder:
-        test = SelfTest(Path(folder), codesign)
-        problems = test.complaints(test.right) + test.over_the_wire()
-        for index, (request, form) in enumerate(zip(test.right, test.forms)):
-            test.damage_heads(index, request)
-            test.damage_form(index, form or [])
-        test.damage_file()
-    for problem in problems:
-        print("a right request:", problem)
-    for name in test.accepted:
-        print("not refused:", name)
-    print(f"{test.count} damaged requests, {test.count - len(test.accepted)} refused")
-    return 1 if problems or test.accepted else 0
-
-
-def main() -> int:
-    parser = argparse.ArgumentParser(usage=__doc__[__doc__.index("usage: ") + 7:])
-    parser.add_argument("--port", type=int, default=0)
-    for name in ("--key", "--secret", "--root", "--save"):
-        parser.add_argument(name)
-    parser.add_argument("--self-test", metavar="CODESIGN")
-    options = parser.parse_args()
-    return self_test(options.self_test) if options.self_test else serve_until_ended(options)
 
 
 if __name__ == "__main__":
