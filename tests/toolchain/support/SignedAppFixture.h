@@ -45,10 +45,6 @@ class SignedAppTest : public testing::Test {
     std::filesystem::remove_all(app_);
     copyTree(*pristine_ / "Example.app", app_);
   }
-  /// Signs the app anew, but not the signed code in it.
-  void signAdHoc(bool deep = false) const {
-    ASSERT_TRUE(toolchain::sign({.code = app_, .identity = "-", .force = true, .deep = deep}));
-  }
   [[nodiscard]] toolchain::Verdict verify(bool deep = false) const {
     return toolchain::verify({.code = app_, .deep = deep});
   }

@@ -20,39 +20,6 @@ TEST_F(CoverageTest, EveryPlaceOfTheExecutableIsCovered) {
   EXPECT_EQ(verify().status, 0);
 }
 
-TEST_F(CoverageTest, TheUniversalHeaderIsCovered) {
-  constexpr std::size_t kTable = 8;
-  constexpr std::size_t kEntry = 20;
-  constexpr std::size_t kCapabilities = 4;  // the highest byte of a subtype, which may differ
-  for (std::size_t i = 0; i < kTable + 3 * kEntry; ++i) {
-    if (i >= kTable && i < kTable + 2 * kEntry && (i - kTable) % kEntry == kCapabilities) continue;
-    flip(executable_, i);
-    EXPECT_EQ(verify().status, 1) << "byte " << i;
-    flip(executable_, i);
-  }
-  EXPECT_EQ(verify().status, 0);
-}
-
-/// Nested code that the seal names by its hash: what the hash does not cover is looked at too.
-TEST_F(CoverageTest, NestedCodeThatIsSealedByHashIsCovered) {
-  writeFile(app_ / "Resources/a", "a");
-  fs::create_directories(framework_ / "Resources");
-  fs::create_directories(framework_ / "PlugIns");
-  fs::copy_file(library_, framework_ / "PlugIns/g.dylib");
-  signAdHoc(true);
-  ASSERT_EQ(verify().status, 0);
-  for (const fs::path& place : {library_, framework_ / "F", framework_ / "data",
-                                framework_ / "Info.plist", framework_ / "PlugIns/g.dylib"}) {
-    const auto middle = fs::file_size(place) / 2;
-    flip(place, middle);
-    const auto verdict = verify();
-    EXPECT_EQ(verdict.status, 1) << place;
-    EXPECT_THAT(verdict.statements, Contains(StartsWith("In subcomponent: "))) << place;
-    flip(place, middle);
-  }
-  EXPECT_EQ(verify().status, 0);
-}
-
 /// Every byte of a signature but those of the CMS counts, and so does every byte that the CMS
 /// signs.
 TEST_F(CoverageTest, EveryByteOfASignatureIsCovered) {
