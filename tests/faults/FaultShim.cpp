@@ -3,13 +3,9 @@
 //
 //   FAULT_PROGRAM=NAME  do nothing in programs of other names
 //   FAULT_REPORT=FILE   where to write, a line each: "site KIND:CHAIN" at the first call of a kind
-//   from
-//                       a chain of callers, "count KIND NUMBER" at the end, and "met" when the
-//                       wanted call came
+//                       from a chain of callers, or "met" when the wanted call came
 //   FAULT_CALLERS=N     how many callers make a chain
-//   FAULT_CALL=CALL     which call fails: KIND:CHAIN is the first of this kind from this chain,
-//   KIND#N
-//                       the N-th of this kind, counted from 1; no sites are reported then
+//   FAULT_SITE=SITE     fail the first call from this KIND:CHAIN, and report no others
 //   FAULT_QUOTA=1       where the disk would be full, the user's quota is used up
 //   FAULT_SIGNAL=N      the call goes through, but the program gets this signal first
 #include <algorithm>
@@ -43,14 +39,8 @@
 namespace {
 
 struct Kind {
-  Kind(const char* itsName, int itsError) : name(itsName), error(itsError), next(first) {
-    first = this;
-  }
   const char* name;
   int error;
-  std::atomic<long> calls{0};
-  Kind* next;
-  static inline Kind* first = nullptr;
 };
 
 /// Where a module lies in memory, so that an address counts as the same wherever it was loaded.
@@ -89,7 +79,7 @@ Text taken(const char* name) {
 
 class Shim {
  public:
-  bool mustFail(Kind& kind) {
+  bool mustFail(const Kind& kind) {
     if (!isActive_ || isInside) return false;
     isInside = true;
     const int before = errno;
@@ -112,7 +102,7 @@ class Shim {
       ::syscall(SYS_close, report_);
       report_ = high;
     }
-    wanted_ = taken("FAULT_CALL");
+    wanted_ = taken("FAULT_SITE");
     callers_ = std::atoi(taken("FAULT_CALLERS").data());
     isQuota_ = taken("FAULT_QUOTA")[0] != 0;
     signal_ = std::atoi(taken("FAULT_SIGNAL").data());
@@ -122,14 +112,6 @@ class Shim {
     ::backtrace(frames.data(), static_cast<int>(frames.size()));
     ::dl_iterate_phdr(addModule, this);
     isActive_ = true;
-  }
-
-  void finish() {
-    if (!isActive_) return;
-    isActive_ = false;
-    for (const Kind* kind = Kind::first; kind; kind = kind->next) {
-      if (kind->calls > 0) say("count %s %ld\n", kind->name, kind->calls.load());
-    }
   }
 
   [[nodiscard]] int errorOf(const Kind& kind) const {
@@ -180,24 +162,19 @@ class Shim {
     return hash;
   }
 
-  bool decide(Kind& kind) {
-    const long number = ++kind.calls;
+  bool decide(const Kind& kind) {
     const std::size_t length = std::strlen(kind.name);
     const bool isOfInterest = std::strncmp(kind.name, wanted_.data(), length) == 0;
     if (wanted_[0] != 0 && !isOfInterest) return false;
     const std::uint64_t chain = callers();
-    Text call;
     Text site;
-    std::snprintf(call.data(), call.size(), "%s#%ld", kind.name, number);
     std::snprintf(site.data(), site.size(), "%s:%016llx", kind.name,
                   static_cast<unsigned long long>(chain));
     if (wanted_[0] == 0) {
       if (isNew(mixed(hashOf(kind.name), chain))) say("site %s\n", site.data());
       return false;
     }
-    const bool isWanted = std::strcmp(call.data(), wanted_.data()) == 0 ||
-                          std::strcmp(site.data(), wanted_.data()) == 0;
-    if (!isWanted || wasMet_.exchange(true)) return false;
+    if (std::strcmp(site.data(), wanted_.data()) != 0 || wasMet_.exchange(true)) return false;
     say("met\n");
     if (signal_ != 0) ::kill(::getpid(), signal_);
     return signal_ == 0;
@@ -242,11 +219,10 @@ Shim& shim() {
 }
 
 __attribute__((constructor)) void start() { shim().start(); }
-__attribute__((destructor)) void finish() { shim().finish(); }
 
 }  // namespace
 
-#define KIND(NAME, ERROR) static Kind kind_##NAME(#NAME, ERROR);
+#define KIND(NAME, ERROR) static constexpr Kind kind_##NAME = {#NAME, ERROR};
 
 // By its label the function takes the place of the system's own, whatever a header says of that
 // one.

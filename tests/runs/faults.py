@@ -1,10 +1,9 @@
 #!/usr/bin/env python3
 """Runs the tool again and again, each time with one system call that fails, and sees how the run ends.
 
-usage: faults.py [-j N] [--build FOLDER] [--callers N]   one call for each chain of N callers; then runs
-                                                         that are interrupted at calls all over the run
-       faults.py [-j N] [--build FOLDER] --every         every single call
-       faults.py [-j N] [--build FOLDER] CALL            this one, by the name that a failure has
+usage: faults.py [-j N] [--build FOLDER] [--callers N] [CALL]
+         one call for each chain of N callers, by default 6, or the one that a failure names so; then runs
+         that are interrupted at calls all over the run
 
 Such a run may succeed or fail, but not crash or hang, succeed without the right upload, fail without a word,
 change the user's files, or leave behind what it need not. It must have come to the call.
@@ -46,7 +45,7 @@ class Fault:
     signal: int = 0
 
     def kind(self) -> str:
-        return re.split("[:#]", self.call)[0]
+        return self.call.partition(":")[0]
 
     def __str__(self) -> str:
         return f"{self.call} ({self.route}{', quota' * self.is_quota}{f', signal {self.signal}' * bool(self.signal)})"
@@ -84,7 +83,7 @@ def attempt(run: Run, fault: Fault, callers: int) -> Outcome:
                "-emails", "a@x.org", "-QuorvantileAPIEndpoint", run.service.url()]
     environment = run.environment | {
         "LD_PRELOAD": str(run.fixture.build / "tests/bin/libfault_shim.so"), "FAULT_PROGRAM": "sendoff",
-        "FAULT_REPORT": str(report), "FAULT_CALLERS": str(callers), "FAULT_CALL": fault.call,
+        "FAULT_REPORT": str(report), "FAULT_CALLERS": str(callers), "FAULT_SITE": fault.call,
         "FAULT_QUOTA": "1" * fault.is_quota, "FAULT_SIGNAL": str(fault.signal)}
     if fault.route == "ipa":
         command += ["-ipaPath", run.ipa]
@@ -159,34 +158,31 @@ class Walk:
         finally:
             self.runs.put(run)
 
-    def reported(self, route: str, word: str) -> list[list[str]]:
-        return [line.split()[1:] for line in self.right[route].report if line.startswith(word)]
+    def calls(self, route: str) -> list[str]:
+        return [line.removeprefix("site ") for line in self.right[route].report]
 
     def one_of_each(self) -> list[Fault]:
-        """Of what both routes do, the first route's."""
-        return with_quotas([Fault(route, call) for call, route in {
-            call: route for route in reversed(ROUTES) for call, in self.reported(route, "site")}.items()])
-
-    def every_call(self) -> list[Fault]:
-        return with_quotas([Fault(route, f"{kind}#{number}") for route in ROUTES
-                            for kind, count in self.reported(route, "count") for number in range(1, int(count) + 1)])
+        """Of what both routes call, the first route's. What a full disk fails, a quota fails as well."""
+        routes = {call: route for route in reversed(ROUTES) for call in self.calls(route)}
+        faults = [Fault(route, call) for call, route in routes.items()]
+        return faults + [Fault(fault.route, fault.call, True) for fault in faults if fault.kind() in ON_FULL_DISKS]
 
     def signals(self, count: int) -> list[Fault]:
         """All over the runs, but not before the first line: until then a signal is the system's own matter."""
         faults = []
         for route in ROUTES:
-            sites = [call for call, in self.reported(route, "site")]
-            sites = sites[[call.startswith("write:") for call in sites].index(True) + 1:]
-            faults += [Fault(route, sites[len(sites) * i // count], signal=SIGNALS[i % 3]) for i in range(count)]
+            calls = self.calls(route)
+            calls = calls[[call.startswith("write:") for call in calls].index(True) + 1:]
+            faults += [Fault(route, calls[len(calls) * i // count], signal=SIGNALS[i % 3]) for i in range(count)]
         return faults
 
-    def go(self, faults: list[Fault], judge, must_be_met: bool = True) -> int:
+    def go(self, faults: list[Fault], judge) -> int:
         """Prints what is wrong. Returns how many runs the signal ended."""
         met = interrupted = 0
         for fault, (outcome, problems) in zip(faults, self.pool.map(lambda fault: self.check(fault, judge), faults)):
             met += "met" in outcome.report
             interrupted += outcome.result.status == f"signal {fault.signal}"
-            if must_be_met and "met" not in outcome.report:
+            if "met" not in outcome.report:
                 problems.append(f"no run of {ATTEMPTS} came to it")
             for problem in problems:
                 print(f"{fault}: {problem}", flush=True)
@@ -194,6 +190,7 @@ class Walk:
                 self.failures += 1
                 print("    " + (outcome.result.out + outcome.result.err).replace("\n", "\n    "), flush=True)
         print(f"{met} of {len(faults)} calls met")
+        self.failures += not faults
         return interrupted
 
     def check(self, fault: Fault, judge) -> tuple[Outcome, list[str]]:
@@ -206,32 +203,22 @@ class Walk:
         return outcome, problems
 
 
-def with_quotas(faults: list[Fault]) -> list[Fault]:
-    return faults + [Fault(fault.route, fault.call, True) for fault in faults if fault.kind() in ON_FULL_DISKS]
-
-
 def main() -> int:
     parser = argparse.ArgumentParser(usage=__doc__[__doc__.index("usage: ") + 7:__doc__.index("\n\nSuch")])
     parser.add_argument("-j", type=int, default=os.cpu_count())
     parser.add_argument("--build", type=Path, default=ROOT / "build")
     parser.add_argument("--callers", type=int, default=6)
-    parser.add_argument("--every", action="store_true")
     parser.add_argument("call", nargs="?")
     options = parser.parse_args()
     with contextlib.ExitStack() as places:
         folder = places.enter_context(tempfile.TemporaryDirectory(prefix="faults-"))
         fixture = Fixture(Path(folder).resolve(), options.build.resolve())
         walk = Walk([places.enter_context(Run(fixture)) for _ in range(options.j)], options.callers)
-        if options.call:
-            walk.go([Fault(route, options.call) for route in ROUTES], problems_of_failure, must_be_met=False)
-        elif options.every:
-            walk.go(walk.every_call(), problems_of_failure, must_be_met=False)
-        else:
-            walk.go(walk.one_of_each(), problems_of_failure)
-            signals = walk.signals(12)
-            if walk.go(signals, problems_of_signal) < len(signals) // 3:
-                walk.failures += 1
-                print("too few runs were interrupted")
+        walk.go([fault for fault in walk.one_of_each() if options.call in (None, fault.call)], problems_of_failure)
+        signals = [] if options.call else walk.signals(12)
+        if signals and walk.go(signals, problems_of_signal) < len(signals) // 3:
+            walk.failures += 1
+            print("too few runs were interrupted")
     return 1 if walk.failures else 0
 
 
