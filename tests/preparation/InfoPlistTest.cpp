@@ -35,8 +35,8 @@ TEST(InfoPlist, AnswersWithDefaultsAndALine) {
                                            : info->displayVersion();
     });
     EXPECT_EQ(answer, expected) << key;
-    EXPECT_EQ(log.substr(std::min(log.size(), log.find("] "))),
-              line.empty() ? "" : "] " + line + "\n");
+    EXPECT_EQ(log.empty(), line.empty()) << key;
+    EXPECT_THAT(log, EndsWith(line.empty() ? "" : "] " + line + "\n")) << key;
   }
 }
 
