@@ -64,8 +64,9 @@ class Outcome:
         lines = []
         for part in self.service.forms.get("upload", []):
             if part.file_name:
-                lines += [f"{entry.filename} {entry.file_size} {'' if entry.filename.endswith('/Example') else entry.CRC}"
-                          for entry in zipfile.ZipFile(io.BytesIO(part.value)).infolist()]
+                for entry in zipfile.ZipFile(io.BytesIO(part.value)).infolist():
+                    check = "" if entry.filename.endswith("/Example") else entry.CRC
+                    lines.append(f"{entry.filename} {entry.file_size} {check}")
             elif part.name != "distribution[built_at]":
                 lines.append(str(part))
         return lines
