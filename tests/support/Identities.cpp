@@ -248,6 +248,14 @@ Family makeDeveloperFamily(const std::string& commonName) {
   return familyBelow(makeRoot("Apple Root CA - G3"), {.commonName = commonName});
 }
 
+MadeIdentity TLSAuthority::issue() const {
+  return makeLeaf(root_, {.commonName = "localhost",
+                          .organizations = {},
+                          .organizationalUnit = "",
+                          .codeSigning = false,
+                          .alternativeNames = "DNS:localhost,IP:127.0.0.1"});
+}
+
 Data makePKCS12(const MadeIdentity& identity, const std::vector<MadeIdentity>& others,
                 const PKCS12Options& options) {
   const bool old = options.encryption == PKCS12Options::Encryption::old;

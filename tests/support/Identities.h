@@ -98,6 +98,18 @@ Family makeFamily(const CertificateOptions& options = {});
 /// The same below a root that has the name of one of the platform vendor's.
 Family makeDeveloperFamily(const std::string& commonName = CertificateOptions().commonName);
 
+/// A certificate authority for servers of tests, new for each object.
+class TLSAuthority {
+ public:
+  /// Its certificate as PEM, for a client's list of trusted ones.
+  [[nodiscard]] std::string certificate() const { return root_.certificatePEM(); }
+  /// For "localhost" and 127.0.0.1.
+  [[nodiscard]] MadeIdentity issue() const;
+
+ private:
+  MadeIdentity root_ = makeRoot("sendoff test authority");
+};
+
 struct PKCS12Options {
   enum class Encryption {
     /// AES-256 with PBKDF2, as OpenSSL 3 writes.

@@ -1,12 +1,8 @@
 #include "tests/support/LoopbackServer.h"
 
-#include <algorithm>
-#include <atomic>
 #include <csignal>
-#include <cstdlib>
 #include <list>
 #include <mutex>
-#include <stdexcept>
 #include <thread>
 
 #include <arpa/inet.h>
@@ -15,6 +11,7 @@
 #include <sys/socket.h>
 
 #include "foundation/base/Handle.h"
+#include "foundation/base/Text.h"
 
 namespace test {
 
@@ -23,7 +20,7 @@ namespace {
 using TLSServerContext = foundation::Handle<SSL_CTX, SSL_CTX_free>;
 using TLSSession = foundation::Handle<SSL, SSL_free>;
 
-TLSServerContext makeServerContext(const TLSIdentity& identity) {
+TLSServerContext makeServerContext(const MadeIdentity& identity) {
   TLSServerContext context(SSL_CTX_new(TLS_server_method()));
   if (!context || SSL_CTX_use_certificate(context.get(), identity.native()) != 1 ||
       SSL_CTX_use_PrivateKey(context.get(), identity.nativeKey()) != 1) {
@@ -59,19 +56,15 @@ class Connection : public Peer {
     }
     return true;
   }
-
   std::string receive(std::size_t limit) override {
     if (input_.empty()) fill();
-    std::string taken = input_.substr(0, limit);
-    input_.erase(0, taken.size());
-    return taken;
+    return take(std::min(limit, input_.size()));
   }
-
   void close() override {
     if (session_ && socket_) SSL_shutdown(session_.get());
-    end();
+    if (socket_) ::shutdown(socket_.get(), SHUT_WR);
+    forget();
   }
-  void cut() override { end(); }
   void reset() override {
     const linger now = {1, 0};
     if (socket_) setsockopt(socket_.get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
@@ -88,29 +81,24 @@ class Connection : public Peer {
     const std::lock_guard guard(mutex_);
     if (socket_) ::shutdown(socket_.get(), SHUT_RDWR);
   }
-
   [[nodiscard]] bool isOpen() const { return static_cast<bool>(socket_); }
 
-  /// Reads until `enough` returns the size of a complete item; 0 at the end.
-  std::size_t readUntil(const std::function<std::size_t()>& enough) {
+  /// Reads until `sizeIn` finds a complete item in the input, and takes it; absent at the end.
+  std::optional<std::string> takeItem(
+      const std::function<std::optional<std::size_t>(const std::string&)>& sizeIn) {
     while (true) {
-      if (const std::size_t size = enough()) return size;
-      if (!fill()) return 0;
+      if (const auto size = sizeIn(input_)) return take(*size);
+      if (!fill()) return std::nullopt;
     }
-  }
-  [[nodiscard]] const std::string& input() const { return input_; }
-  std::string take(std::size_t size) {
-    std::string taken;
-    if (size == input_.size()) {
-      taken.swap(input_);
-    } else {
-      taken = input_.substr(0, size);
-      input_.erase(0, size);
-    }
-    return taken;
   }
 
  private:
+  std::string take(std::size_t size) {
+    std::string taken = input_.substr(0, size);
+    input_.erase(0, size);
+    return taken;
+  }
+
   bool fill() {
     char buffer[64 * 1024];
     if (!socket_) return false;
@@ -127,10 +115,6 @@ class Connection : public Peer {
     return ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
   }
 
-  void end() {
-    if (socket_) ::shutdown(socket_.get(), SHUT_WR);
-    forget();
-  }
   void forget() {
     const std::lock_guard guard(mutex_);
     socket_.reset();
@@ -142,28 +126,14 @@ class Connection : public Peer {
   std::string input_;
 };
 
-void parseHead(ReceivedRequest& request) {
-  std::string_view head = std::string_view(request.raw).substr(0, request.bodyOffset);
-  bool isFirst = true;
-  while (!head.empty()) {
-    const std::string_view line = head.substr(0, head.find("\r\n"));
-    head.remove_prefix(std::min(head.size(), line.size() + 2));
-    if (std::exchange(isFirst, false)) {
-      const std::size_t space = line.find(' ');
-      request.method = line.substr(0, space);
-      request.target = line.substr(std::min(line.size(), space + 1));
-      request.target.resize(std::min(request.target.size(), request.target.rfind(' ')));
-    } else if (const std::size_t colon = line.find(':'); colon != std::string_view::npos) {
-      request.headerLines.emplace_back(line.substr(0, colon),
-                                       foundation::trimmed(line.substr(colon + 1)));
-    }
-  }
+std::optional<std::size_t> sizeOfHeaders(const std::string& input) {
+  const std::size_t end = input.find("\r\n\r\n");
+  return end == std::string::npos ? std::nullopt : std::optional(end + 4);
 }
 
-/// The size of the body at the start of `input`; absent until it is complete.
-std::optional<std::size_t> wholeBody(const ReceivedRequest& request, const std::string& input) {
+std::optional<std::size_t> sizeOfBody(const ReceivedRequest& request, const std::string& input) {
   if (const auto length = request.header("Content-Length")) {
-    const std::size_t size = std::strtoull(length->c_str(), nullptr, 10);
+    const std::size_t size = std::stoull(*length);
     return input.size() >= size ? std::optional(size) : std::nullopt;
   }
   if (!request.header("Transfer-Encoding")) return 0;
@@ -175,9 +145,10 @@ std::optional<std::size_t> wholeBody(const ReceivedRequest& request, const std::
 }  // namespace
 
 std::optional<std::string> ReceivedRequest::header(std::string_view name) const {
-  const std::string wanted = foundation::lowercased(name);
-  for (const auto& [field, value] : headerLines) {
-    if (foundation::lowercased(field) == wanted) return value;
+  const std::string wanted = foundation::lowercased(name) + ":";
+  for (const std::string& line : foundation::split(raw.substr(0, bodyOffset), '\n')) {
+    if (!foundation::lowercased(line).starts_with(wanted)) continue;
+    return std::string(foundation::trimmed(std::string_view(line).substr(wanted.size())));
   }
   return std::nullopt;
 }
@@ -211,7 +182,6 @@ void LoopbackServer::State::listen() {
   setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   sockaddr_in address = {};
   address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(options.port));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t size = sizeof address;
   auto* const general = reinterpret_cast<sockaddr*>(&address);
@@ -257,30 +227,24 @@ void LoopbackServer::State::serve(Connection& connection) {
 }
 
 bool LoopbackServer::State::serveOne(Connection& connection) {
-  const std::size_t headSize = connection.readUntil([&]() -> std::size_t {
-    const std::size_t end = connection.input().find("\r\n\r\n");
-    return end == std::string::npos ? 0 : end + 4;
-  });
-  if (headSize == 0) return false;
+  const auto headers = connection.takeItem(sizeOfHeaders);
+  if (!headers) return false;
   const auto request = std::make_shared<ReceivedRequest>();
-  request->raw = connection.take(headSize);
-  request->bodyOffset = headSize;
-  parseHead(*request);
+  request->raw = *headers;
+  request->bodyOffset = headers->size();
+  const auto words = foundation::split(headers->substr(0, headers->find("\r\n")), ' ');
+  request->method = words.at(0);
+  request->target = words.at(1);
   if (options.onHead && options.onHead(*request, connection)) {
     record(request);
     return false;
   }
-  std::optional<std::size_t> bodySize;
-  connection.readUntil([&]() -> std::size_t {
-    bodySize = wholeBody(*request, connection.input());
-    return bodySize.has_value();
-  });
-  request->complete = bodySize.has_value();
-  request->raw += connection.take(bodySize.value_or(connection.input().size()));
+  const auto body =
+      connection.takeItem([&](const std::string& input) { return sizeOfBody(*request, input); });
+  request->raw += body.value_or("");
   record(request);
-  if (!request->complete) return false;
-  handler(*request, connection);
-  return true;
+  if (body) handler(*request, connection);
+  return body.has_value();
 }
 
 void LoopbackServer::State::record(std::shared_ptr<const ReceivedRequest> request) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -9,8 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/net/URLRequest.h"
-#include "tests/support/TLSCertificates.h"
+#include "tests/support/Identities.h"
 
 namespace test {
 
@@ -22,10 +20,6 @@ struct ReceivedRequest {
   std::string method;
   /// As in the request line; absolute when the client uses this server as a proxy.
   std::string target;
-  /// In the order and spelling of the request.
-  std::vector<std::pair<std::string, std::string>> headerLines;
-  /// False when the client disconnected before sending its whole body.
-  bool complete = false;
 
   [[nodiscard]] std::string_view body() const { return std::string_view(raw).substr(bodyOffset); }
   /// The first header of this name, ignoring case.
@@ -44,8 +38,6 @@ class Peer {
   virtual void close() = 0;
   /// Ends with a TCP reset: unread and unsent bytes are lost.
   virtual void reset() = 0;
-  /// Ends TCP without TLS's closing message.
-  virtual void cut() = 0;
   /// Blocks until the client ends the connection or the server stops.
   virtual void stall() = 0;
 };
@@ -54,9 +46,7 @@ using Handler = std::function<void(const ReceivedRequest&, Peer&)>;
 
 struct ServerOptions {
   /// For TLS; absent for plain HTTP.
-  std::optional<TLSIdentity> identity{};
-  /// 0 for any free port.
-  int port = 0;
+  std::optional<MadeIdentity> identity{};
   /// Called for each connection before anything is read (before TLS, too); true when it has handled
   /// the connection completely.
   std::function<bool(Peer&)> onConnection{};

@@ -13,9 +13,9 @@ struct BinaryList {
   std::uint64_t top = 0;
   std::optional<std::uint64_t> count = {};
   std::optional<std::uint64_t> table = {};
-  int referenceSize = 1;
+  unsigned referenceSize = 1;
 
-  [[nodiscard]] std::string bytes() const {
+  operator std::string() const {
     std::string out = "bplist00";
     std::string offsets;
     for (const std::string& object : objects) {
@@ -23,8 +23,7 @@ struct BinaryList {
       out += object;
     }
     const std::uint64_t place = out.size();
-    return out + offsets + std::string(6, '\0') + bigEndian(4, 1) +
-           bigEndian(static_cast<unsigned>(referenceSize), 1) +
+    return out + offsets + std::string(6, '\0') + "\4" + bigEndian(referenceSize, 1) +
            bigEndian(count.value_or(objects.size()), 8) + bigEndian(top, 8) +
            bigEndian(table.value_or(place), 8);
   }
@@ -243,7 +242,7 @@ TEST(PropertyList, RefusesWhatOthersMayReadDifferently) {
   const std::string twice = xml("<dict><key>a</key><true/><key>&#97;</key><false/></dict>");
   const std::string inside =
       xml("<array><dict><key>a</key><true/><key>a</key><true/></dict></array>");
-  const std::string binary = BinaryList{{"\xd2\x01\x01\x02\x02", "\x51\x61", "\x09"}}.bytes();
+  const std::string binary = BinaryList{{"\xd2\x01\x01\x02\x02", "\x51\x61", "\x09"}};
   const std::string single = xml("<true/>");
   constexpr TextReader unambiguous{
       "PropertyList", [](Bytes bytes) { return PropertyList::parseUnambiguous(bytes); }};
@@ -293,10 +292,9 @@ TEST(PropertyList, HandsOverEntriesOfLongDictionaries) {
   const std::string text =
       xml("<dict><key>long</key><dict><key>b</key><dict><key>long</key><true/></dict>"
           "<key>a</key><true/></dict><key>other</key><dict><key>c</key><true/></dict></dict>");
-  const std::string binary = BinaryList{
-      {"\xd2\x01\x03\x02\x04", "\x54long", "\xd2\x05\x06\x07\x08", "\x55other", "\xd1\x09\x08",
-       "\x51\x61", "\x51\x62", "\x09", "\xd1\x01\x07",
-       "\x51\x63"}}.bytes();
+  const std::string binary =
+      BinaryList{{"\xd2\x01\x03\x02\x04", "\x54long", "\xd2\x05\x06\x07\x08", "\x55other",
+                  "\xd1\x09\x08", "\x51\x61", "\x51\x62", "\x09", "\xd1\x01\x07", "\x51\x63"}};
   for (const std::string& list : {text, binary}) {
     Dictionary taken;
     const auto take = [&taken](std::string key, Value value) {
@@ -333,15 +331,14 @@ TEST(PropertyList, ReadsEveryBinaryKind) {
       "\xd1\x09\x02",
   }};
   const BinaryList shared{{"\xa2\x01\x01", "\xa1\x02", "\x51x"}};
-  expectReadings(
-      kPropertyList,
-      {{every.bytes(), Array{false, true, 255, -2, ~std::uint64_t{0}, -1.25,
-                             Date(std::chrono::microseconds(978307200500000)), Data("\0\xff\x01"s),
-                             "xyz", "\u00e4\u20ac", Value::UID{258}, Dictionary{{"xyz", true}}}},
-       {shared.bytes(), Array{Array{"x"}, Array{"x"}}},
-       {BinaryList{{"\xa2\x01\x02", "\x53z\0\xff"s, "\x84\0\0\0\0\x07"s}}.bytes(),
-        Array{"z", Value::UID{7}}},
-       {BinaryList{{dateObject(63113904000)}}.bytes(), Date(64092211200s)}});
+  expectReadings(kPropertyList,
+                 {{every, Array{false, true, 255, -2, ~std::uint64_t{0}, -1.25,
+                                Date(978307200500ms), Data("\0\xff\x01"s), "xyz", "\u00e4\u20ac",
+                                Value::UID{258}, Dictionary{{"xyz", true}}}},
+                  {shared, Array{Array{"x"}, Array{"x"}}},
+                  {BinaryList{{"\xa2\x01\x02", "\x53z\0\xff"s, "\x84\0\0\0\0\x07"s}},
+                   Array{"z", Value::UID{7}}},
+                  {BinaryList{{dateObject(63113904000)}}, Date(64092211200s)}});
 }
 
 /// An array that holds the next one `width` times, `depth` times over.
@@ -352,51 +349,48 @@ std::string laughs(std::size_t depth, std::size_t width) {
     list.objects.push_back(static_cast<char>(0xa0 + width) + repeated(bigEndian(i + 1, 4), width));
   }
   list.objects.emplace_back("\x51x");
-  return list.bytes();
+  return list;
 }
 
 TEST(PropertyList, RefusesDamagedBinary) {
+  const std::string date = "a date outside the years 1 to 9999";
+  const std::string deep = "nested deeper than 512 levels";
   const std::string type = " is truncated or of no known type";
   const std::string key = " has a key that is not text or contains a NUL";
   const std::string most = bigEndian(~std::uint64_t{0}, 8);
-  std::string badOffset = BinaryList{{"\xa1\x01", "\x51x"}}.bytes();
+  std::string badOffset = BinaryList{{"\xa1\x01", "\x51x"}};
   badOffset[badOffset.size() - 32 - 1] = '\x7f';
   expectRefusals(
       kPropertyList, "binary property list: ",
       {{"header only", "bplist00", "shorter than its header and trailer"},
-       {"contains itself", BinaryList{{"\xa1\x00"s}}.bytes(), "object 0 of 1 contains itself"},
-       {"contains itself further down", BinaryList{{"\xa1\x01", "\xd1\x02\x00"s, "\x51x"}}.bytes(),
+       {"contains itself", BinaryList{{"\xa1\x00"s}}, "object 0 of 1 contains itself"},
+       {"contains itself further down", BinaryList{{"\xa1\x01", "\xd1\x02\x00"s, "\x51x"}},
         "object 0 of 3 contains itself"},
-       {"deep", laughs(513, 1), "nested deeper than 512 levels"},
-       {"very deep", laughs(100000, 1), "nested deeper than 512 levels"},
+       {"deep", laughs(513, 1), deep},
+       {"very deep", laughs(100000, 1), deep},
        {"doubled 100 times", laughs(100, 2), "object 85 of 101 repeats shared objects too often"},
-       {"missing child", BinaryList{{"\xa1\x07"}}.bytes(),
-        "object 0 of 1 refers to the missing object 7"},
-       {"missing top", BinaryList{{"\x08"}, 1}.bytes(), "the top object 1 of 1 is missing"},
-       {"huge count", BinaryList{{"\x08"}, 0, ~std::uint64_t{0}}.bytes(),
+       {"missing child", BinaryList{{"\xa1\x07"}}, "object 0 of 1 refers to the missing object 7"},
+       {"missing top", BinaryList{{"\x08"}, 1}, "the top object 1 of 1 is missing"},
+       {"huge count", BinaryList{{"\x08"}, 0, ~std::uint64_t{0}},
         "the table of 18446744073709551615 offsets at 9 lies outside"},
-       {"table outside", BinaryList{{"\x08"}, 0, 1, 1000}.bytes(),
+       {"table outside", BinaryList{{"\x08"}, 0, 1, 1000},
         "the table of 1 offsets at 1000 lies outside"},
-       {"table in the header", BinaryList{{"\x08"}, 0, 1, 2}.bytes(),
+       {"table in the header", BinaryList{{"\x08"}, 0, 1, 2},
         "the table of 1 offsets at 2 lies outside"},
-       {"huge array", BinaryList{{"\xaf\x13" + most}}.bytes(),
+       {"huge array", BinaryList{{"\xaf\x13" + most}},
         "object 0 of 1 has 18446744073709551615 entries, more than there is room for"},
-       {"huge text", BinaryList{{"\x6f\x13" + most}}.bytes(), "object 0 of 1 (marker 0x6f)" + type},
-       {"length without a size", BinaryList{{"\x5f"}}.bytes(),
+       {"huge text", BinaryList{{"\x6f\x13" + most}}, "object 0 of 1 (marker 0x6f)" + type},
+       {"length without a size", BinaryList{{"\x5f"}},
         "object 0 of 1 lies outside or has no readable length"},
-       {"unknown type", BinaryList{{"\x70"}}.bytes(), "object 0 of 1 (marker 0x70)" + type},
-       {"null", BinaryList{{"\x00"s}}.bytes(), "object 0 of 1 (marker 0x00)" + type},
-       {"number as key", BinaryList{{"\xd1\x01\x01", "\x10\x01"}}.bytes(), "object 0 of 2" + key},
-       {"zero in a key", BinaryList{{"\xd1\x01\x01", "\x62\x00x\x00\x00"s}}.bytes(),
-        "object 0 of 2" + key},
-       {"zero in a narrow key", BinaryList{{"\xd1\x01\x01", "\x53z\0z"s}}.bytes(),
-        "object 0 of 2" + key},
+       {"unknown type", BinaryList{{"\x70"}}, "object 0 of 1 (marker 0x70)" + type},
+       {"null", BinaryList{{"\x00"s}}, "object 0 of 1 (marker 0x00)" + type},
+       {"number as key", BinaryList{{"\xd1\x01\x01", "\x10\x01"}}, "object 0 of 2" + key},
+       {"zero in a key", BinaryList{{"\xd1\x01\x01", "\x62\x00x\x00\x00"s}}, "object 0 of 2" + key},
+       {"zero in a narrow key", BinaryList{{"\xd1\x01\x01", "\x53z\0z"s}}, "object 0 of 2" + key},
        {"offset in the trailer", badOffset, "object 1 of 2 lies outside or has no readable length"},
-       {"date beyond all", BinaryList{{dateObject(1e300)}}.bytes(),
-        "a date outside the years 1 to 9999"},
+       {"date beyond all", BinaryList{{dateObject(1e300)}}, date},
        {"date that is no number",
-        BinaryList{{dateObject(std::numeric_limits<double>::quiet_NaN())}}.bytes(),
-        "a date outside the years 1 to 9999"}});
+        BinaryList{{dateObject(std::numeric_limits<double>::quiet_NaN())}}, date}});
 }
 
 }  // namespace

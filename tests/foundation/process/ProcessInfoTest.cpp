@@ -25,16 +25,4 @@ TEST(ProcessInfo, UUIDs) {
   EXPECT_NE(ProcessInfo::newUUIDString(), ProcessInfo::newUUIDString());
 }
 
-TEST(ProcessRecord, AProcessThatIsGoneHasAnEmptyRecord) {
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(0);
-  ::waitpid(child, nullptr, 0);
-  for (const pid_t process : {child, 0, -1}) {
-    const auto record = foundation::processRecord(process);
-    ASSERT_TRUE(record) << process;
-    EXPECT_EQ(record->processIdentifier, 0);
-    EXPECT_EQ(record->commandName, "");
-  }
-}
-
 }  // namespace
