@@ -3,12 +3,12 @@
 #include "foundation/base/Error.h"
 #include "fuzz/FuzzTarget.h"
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const auto parts = QVTTask::parsedArgumentsFromString(fuzz::textOf(data, size));
-  if (!parts) return 0;
+void fuzz::readInput(foundation::Bytes input) {
+  const auto parts = QVTTask::parsedArgumentsFromString(foundation::textOf(input));
+  if (!parts) return;
   std::size_t length = 0;
   for (const std::string& part : *parts) length += part.size();
-  fuzz::require(length <= size);
+  fuzz::require(length <= input.size());
   const foundation::Array provided(parts->begin(), parts->end());
   for (const bool allowsTrailing : {false, true}) {
     try {
@@ -18,5 +18,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
       // An empty element after an option.
     }
   }
-  return 0;
 }

@@ -14,12 +14,11 @@ void useRules(const std::vector<toolchain::ResourceRule>& rules) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const auto seal = toolchain::parseResourceSeal(fuzz::bytesOf(data, size));
-  if (!seal) return 0;
+void fuzz::readInput(foundation::Bytes input) {
+  const auto seal = toolchain::parseResourceSeal(input);
+  if (!seal) return;
   useRules(seal->rules.rules);
   useRules(seal->rules.rules2);
   const auto written = toolchain::text(*seal);
   if (written) fuzz::require(toolchain::parseResourceSeal(foundation::bytesOf(*written)).ok());
-  return 0;
 }

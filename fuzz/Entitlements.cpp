@@ -3,14 +3,12 @@
 
 #include "fuzz/FuzzTarget.h"
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const foundation::Bytes bytes = fuzz::bytesOf(data, size);
-  if (const auto parsed = toolchain::parseEntitlements(bytes)) {
+void fuzz::readInput(foundation::Bytes input) {
+  if (const auto parsed = toolchain::parseEntitlements(input)) {
     const auto encoded = toolchain::encodeEntitlements(parsed->dictionary);
     fuzz::require(toolchain::decodeEntitlements(encoded).ok());
   }
-  if (const auto decoded = toolchain::decodeEntitlements(bytes)) {
+  if (const auto decoded = toolchain::decodeEntitlements(input)) {
     toolchain::executableSegmentFlags(*decoded);
   }
-  return 0;
 }

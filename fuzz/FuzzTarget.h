@@ -7,20 +7,12 @@
 #include "foundation/base/Bytes.h"
 #include "foundation/base/Handle.h"
 
-/// Each file of this folder defines it: one run of a reader on untrusted bytes, called by a fuzzer
-/// or with saved inputs by a test. When the reader fails, the process ends with a report; its
-/// results are mostly ignored.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
-
 namespace fuzz {
 
-inline foundation::Bytes bytesOf(const std::uint8_t* data, std::size_t size) {
-  return {reinterpret_cast<const std::byte*>(data), size};
-}
-
-inline std::string_view textOf(const std::uint8_t* data, std::size_t size) {
-  return foundation::textOf(bytesOf(data, size));
-}
+/// Each target defines it: one run of a reader on untrusted bytes, called by a fuzzer or with saved
+/// inputs by a test. When the reader fails, the process ends with a report; its results are mostly
+/// ignored.
+void readInput(foundation::Bytes input);
 
 /// Ends the process unless the promise holds. Not `assert`, which some builds leave out.
 inline void require(bool holds) {

@@ -14,14 +14,13 @@ void readCertificate(const foundation::Certificate& certificate) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const fuzz::MemoryFile file(fuzz::bytesOf(data, size));
+void fuzz::readInput(foundation::Bytes input) {
+  const fuzz::MemoryFile file(input);
   std::uint64_t iterations = foundation::KeyDerivationBudget::kMaximum;
   const auto contents = foundation::readKeychainFile(file.path(), iterations);
-  if (!contents) return 0;
+  if (!contents) return;
   for (const auto& certificate : contents->certificates) {
     readCertificate(certificate);
     for (const auto& key : contents->keys) fuzz::ignore(key.belongsTo(certificate));
   }
-  return 0;
 }

@@ -72,9 +72,8 @@ void readBinary(const std::string& path) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const fuzz::MemoryFile file(fuzz::bytesOf(data, size));
+void fuzz::readInput(foundation::Bytes input) {
+  const fuzz::MemoryFile file(input);
   readSlices(file.path().c_str());
   readBinary(file.path());
-  return 0;
 }

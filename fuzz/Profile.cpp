@@ -2,14 +2,13 @@
 #include "fuzz/FuzzTarget.h"
 #include "signing/QVTProvisioningProfile.h"
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const fuzz::MemoryFile file(fuzz::bytesOf(data, size));
+void fuzz::readInput(foundation::Bytes input) {
+  const fuzz::MemoryFile file(input);
   // A folder without keys.
   const auto profile =
       QVTProvisioningProfile::initWithPathKeychainPath(file.path(), "/proc/self/fdinfo");
-  if (!profile) return 0;
+  if (!profile) return;
   fuzz::ignore(profile->description(), profile->certWithPrivateKeyAvailable(),
                profile->matchesBundleIdentifier("com.example.app"),
                profile->file().entitlementsFor("com.example.app"));
-  return 0;
 }

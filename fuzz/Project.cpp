@@ -2,10 +2,10 @@
 #include "QVTIDEFoundation/QVTIDEProject.h"
 #include "fuzz/FuzzTarget.h"
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const fuzz::MemoryFile file(fuzz::bytesOf(data, size));
+void fuzz::readInput(foundation::Bytes input) {
+  const fuzz::MemoryFile file(input);
   const auto project = QVTIDEProject::initWithProjectPath(file.path());
-  if (!project) return 0;
+  if (!project) return;
   fuzz::ignore(project->description());
   if (project->mainGroup()) {
     project->mainGroup()->enumerateTree(
@@ -16,5 +16,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::ignore(object->absolutePathWithBuildEnvironmentForProject(&environment, *project));
   }
   for (const auto& target : project->targets()) fuzz::ignore(target->description());
-  return 0;
 }

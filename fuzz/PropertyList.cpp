@@ -6,14 +6,13 @@
 
 namespace PropertyList = foundation::PropertyList;
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const auto value = PropertyList::parse(fuzz::bytesOf(data, size));
-  const auto strict = PropertyList::parseUnambiguous(fuzz::bytesOf(data, size));
+void fuzz::readInput(foundation::Bytes input) {
+  const auto value = PropertyList::parse(input);
+  const auto strict = PropertyList::parseUnambiguous(input);
   if (strict) fuzz::require(value.ok());
-  if (!value) return 0;
+  if (!value) return;
   fuzz::ignore(foundation::format("%@", *value));
   // Characters that XML cannot hold have no written form.
   const auto written = PropertyList::xml(*value);
   if (written) fuzz::require(PropertyList::parse(foundation::bytesOf(*written)).ok());
-  return 0;
 }

@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <vector>
 
 #include "fuzz/FuzzTarget.h"
 
@@ -15,7 +14,7 @@ namespace fs = std::filesystem;
 /// Saved inputs are small; taking longer, even under sanitizers, means that a reader is not linear.
 constexpr std::chrono::seconds kLimit(10);
 
-std::vector<std::uint8_t> contentsOf(const fs::path& path) {
+std::string contentsOf(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
@@ -24,9 +23,9 @@ std::vector<std::uint8_t> contentsOf(const fs::path& path) {
 bool replay(const fs::path& path) {
   std::printf("%s\n", path.c_str());
   std::fflush(stdout);
-  const auto input = contentsOf(path);
+  const std::string input = contentsOf(path);
   const auto start = std::chrono::steady_clock::now();
-  LLVMFuzzerTestOneInput(input.data(), input.size());
+  fuzz::readInput(foundation::bytesOf(input));
   const bool isQuick = std::chrono::steady_clock::now() - start < kLimit;
   if (!isQuick) std::fprintf(stderr, "%s: took too long\n", path.c_str());
   return isQuick;

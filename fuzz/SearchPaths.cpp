@@ -5,8 +5,8 @@
 #include "fuzz/FuzzTarget.h"
 #include "xcode/QVTEnvironment.h"
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view value = fuzz::textOf(data, size);
+void fuzz::readInput(foundation::Bytes input) {
+  const std::string_view value = foundation::textOf(input);
   // Every path of even length exists, so that any mixture occurs.
   const QVTDirectoryQuestion isDirectory = [](const std::string& path) {
     fuzz::require(path.size() < PATH_MAX);
@@ -16,6 +16,5 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
       value, "/work", isDirectory);
   std::size_t length = 0;
   for (const std::string& path : paths) length += path.size();
-  fuzz::require(length <= size);
-  return 0;
+  fuzz::require(length <= input.size());
 }

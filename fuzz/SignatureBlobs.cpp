@@ -45,8 +45,7 @@ void readSignature(const toolchain::EmbeddedSignature& signature) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const Bytes bytes = fuzz::bytesOf(data, size);
+void fuzz::readInput(Bytes bytes) {
   for (const auto gaps : {toolchain::Gaps::refused, toolchain::Gaps::accepted}) {
     if (const auto blobs =
             toolchain::SuperBlob::parse(bytes, toolchain::magic::kEmbeddedSignature, gaps)) {
@@ -58,5 +57,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   }
   fuzz::ignore(toolchain::CodeDirectory::parse(bytes));
   readRequirements(bytes);
-  return 0;
 }

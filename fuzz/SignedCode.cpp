@@ -4,11 +4,10 @@
 #include "toolchain/image/SignatureLayout.h"
 #include "toolchain/verify/SignatureCheck.h"
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const foundation::Bytes file = fuzz::bytesOf(data, size);
+void fuzz::readInput(foundation::Bytes file) {
   toolchain::looksLikeMachO(file);
   const auto image = toolchain::MachOFile::parse(file);
-  if (!image) return 0;
+  if (!image) return;
   for (const toolchain::Slice& slice : image->slices()) {
     const foundation::Bytes code = image->bytesOf(slice);
     if (const auto list = image->embeddedInfoPlist(slice)) {
@@ -23,5 +22,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
                                             .infoPlist = {},
                                             .resources = {}}));
   }
-  return 0;
 }

@@ -45,7 +45,8 @@ constexpr std::string_view kProject = R"(// !$*UTF8*$!
 class ProjectTest : public testing::Test {
  protected:
   std::shared_ptr<QVTIDEProject> read(std::string_view text) {
-    return QVTIDEProject::initWithProjectPath(folder_.write("App.xcodeproj/project.pbxproj", text));
+    return QVTIDEProject::initWithProjectPath(
+        folder_.write("App.xcodeproj/project.pbxproj", keepForFuzzing("Project", text)));
   }
   TemporaryFolder folder_;
 };

@@ -106,7 +106,7 @@ TEST(DamagedFilesTest, AreReadAsFarAsTheyGo) {
   const TemporaryFolder folder;
   for (const Damaged& row : damagedFiles()) {
     SCOPED_TRACE(row.name);
-    const fs::path path = folder.write("damaged", row.bytes);
+    const fs::path path = folder.write("damaged", keepForFuzzing("MachO", row.bytes));
     macho::QVTMachOFile file;
     ASSERT_TRUE(macho::QVTMachOFileInitWithPath(&file, path.c_str()));
     std::size_t commands = 0;

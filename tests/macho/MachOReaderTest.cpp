@@ -12,7 +12,8 @@ class MachOReaderTest : public testing::Test {
 
   std::vector<macho::QVTMachOSlice> slicesOf(const std::string& bytes) {
     macho::QVTMachOFileDestroy(&file_);
-    EXPECT_TRUE(macho::QVTMachOFileInitWithPath(&file_, folder_.write("file", bytes).c_str()));
+    EXPECT_TRUE(macho::QVTMachOFileInitWithPath(
+        &file_, folder_.write("file", keepForFuzzing("MachO", bytes)).c_str()));
     std::vector<macho::QVTMachOSlice> slices;
     macho::QVTMachOFileEnumerateSlices(&file_,
                                        [&](const auto* slice) { slices.push_back(*slice); });

@@ -27,7 +27,8 @@ TEST(ProvisioningProfile, DamagedFilesAreNamed) {
        "the profile is not a dictionary"},
   };
   for (const auto& [name, file, complaint] : cases) {
-    EXPECT_EQ(problemOf(ProvisioningProfile::parse(bytesOf(file))), complaint) << name;
+    const Bytes input = keepForFuzzing("Profile", bytesOf(file));
+    EXPECT_EQ(problemOf(ProvisioningProfile::parse(input)), complaint) << name;
   }
   const std::string broken = kHeader + "<?xml version=\"1.0\"?><plist><dict></plist>" + kHeader;
   const auto profile = ProvisioningProfile::parse(bytesOf(broken));

@@ -6,7 +6,7 @@ namespace {
 using archive::ZipDirectory;
 
 ZipDirectory readWhole(const std::string& bytes) {
-  auto directory = ZipDirectory::read(bytesOf(bytes));
+  auto directory = ZipDirectory::read(keepForFuzzing("ZipDirectory", bytesOf(bytes)));
   EXPECT_TRUE(directory) << directory.error().localizedDescription();
   return directory ? *std::move(directory) : ZipDirectory();
 }
@@ -154,7 +154,8 @@ TEST(ZipDirectory, RefusesDamagedArchives) {
       {"another offset in the end record", oldEnd(16, 31), differs},
   };
   for (const auto& [name, bytes, complaint] : cases) {
-    EXPECT_EQ(problemOf(ZipDirectory::read(bytesOf(bytes))), complaint) << name;
+    const Bytes input = keepForFuzzing("ZipDirectory", bytesOf(bytes));
+    EXPECT_EQ(problemOf(ZipDirectory::read(input)), complaint) << name;
   }
 }
 

@@ -7,7 +7,8 @@ namespace {
 class QVTProvisioningProfileTest : public testing::Test {
  protected:
   std::string write(const std::string& name, const Dictionary& dictionary) const {
-    return folder_.write(name, makeProvisioningProfile(dictionary, signer_).text());
+    return folder_.write(
+        name, keepForFuzzing("Profile", makeProvisioningProfile(dictionary, signer_).text()));
   }
   std::shared_ptr<QVTProvisioningProfile> read(const Dictionary& dictionary) const {
     return QVTProvisioningProfile::initWithPath(write("read.mobileprovision", dictionary));

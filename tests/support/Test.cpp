@@ -1,5 +1,7 @@
 #include "tests/support/Test.h"
 
+#include "foundation/crypto/Digest.h"
+
 namespace test {
 
 std::string fromHex(std::string_view digits) {
@@ -41,12 +43,14 @@ std::string noise(std::size_t size, std::uint32_t seed) {
   return bytes;
 }
 
-const std::string& keepForFuzzing(const std::string& target, const std::string& bytes) {
-  if (const char* const folder = std::getenv("FUZZ_INPUTS")) {
-    const std::string name = std::to_string(std::hash<std::string>()(bytes));
-    writeFile(fs::path(folder) / target / name, bytes);
+foundation::Bytes keepForFuzzing(const std::string& target, foundation::Bytes input) {
+  constexpr std::size_t kMost = 20'000;
+  const char* const folder = std::getenv("FUZZ_INPUTS");
+  if (folder && input.size() <= kMost) {
+    const std::string name = foundation::lowercaseHex(foundation::sha1(input)).substr(0, 12);
+    writeFile(fs::path(folder) / target / ("row-" + name), foundation::textOf(input));
   }
-  return bytes;
+  return input;
 }
 
 std::string plist(const foundation::Dictionary& dictionary) {

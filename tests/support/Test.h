@@ -116,9 +116,12 @@ std::string repeated(std::string_view piece, std::size_t count);
 /// Bytes that do not compress, the same in every run.
 std::string noise(std::size_t size, std::uint32_t seed = 1);
 
-/// Returns an input of a reader's damage table, after saving it for the corpus of that fuzz target
-/// when the folder of all corpora is in FUZZ_INPUTS; see scripts/fuzz-corpus.sh.
-const std::string& keepForFuzzing(const std::string& target, const std::string& bytes);
+/// Passes on an input of a reader, damaged or not. Small ones are also saved for that fuzz target's
+/// corpus if FUZZ_INPUTS names the folder of all corpora; see scripts/fuzz-corpus.sh.
+foundation::Bytes keepForFuzzing(const std::string& target, foundation::Bytes input);
+inline std::string_view keepForFuzzing(const std::string& target, std::string_view input) {
+  return foundation::textOf(keepForFuzzing(target, foundation::bytesOf(input)));
+}
 
 // Property lists
 

@@ -35,7 +35,7 @@ class Directories {
 
 Paths parse(std::string_view value, Directories& directories, std::string_view folder = "/w") {
   auto paths = QVTEnvironment::parseFrameworkSearchPathsFromStringWorkingDirectoryFileManager(
-      value, folder, directories.question());
+      keepForFuzzing("SearchPaths", value), folder, directories.question());
   directories.expectEachQuestionOnce();
   return paths;
 }

@@ -35,8 +35,8 @@ std::string messageBy(const Family& family, const std::vector<Certificate>& cert
 std::string messageBy(const Family& family) { return messageBy(family, chainOf(family)); }
 
 std::string problemWith(const std::string& message, std::string_view content = kContent) {
-  keepForFuzzing("SignedMessage", message);
-  return problemOf(CMS::verifyDetached(bytesOf(message), bytesOf(content)));
+  const Bytes input = keepForFuzzing("SignedMessage", bytesOf(message));
+  return problemOf(CMS::verifyDetached(input, bytesOf(content)));
 }
 
 class EveryKey : public testing::TestWithParam<KeyKind> {

@@ -7,7 +7,7 @@ namespace {
 using toolchain::MachOFile;
 
 std::string parsingProblem(const std::string& bytes) {
-  return problemOf(MachOFile::parse(bytesOf(bytes)));
+  return problemOf(MachOFile::parse(keepForFuzzing("SignedCode", bytesOf(bytes))));
 }
 
 TEST(MachOFileTest, DamageOfAThinFileIsNamed) {

@@ -50,7 +50,7 @@ TEST(SignatureLayoutTest, CodeWithoutAPlaceForItsSignatureIsRefused) {
            Row{"many trailing zeros", good + std::string(16, '\0'), "bytes follow __LINKEDIT"},
        }) {
     SCOPED_TRACE(row.name);
-    const auto image = MachOFile::parse(bytesOf(row.bytes));
+    const auto image = MachOFile::parse(keepForFuzzing("SignedCode", bytesOf(row.bytes)));
     ASSERT_TRUE(image) << problemOf(image);
     const auto problem = problemOf(toolchain::layOut(*image, image->slices().front(), row.room));
     EXPECT_THAT(problem, HasSubstr(row.complaint));
@@ -90,7 +90,7 @@ TEST(SignatureLayoutTest, SegmentsLieInOrderWithLinkEditLast) {
     MachOImage image = MachOImage::arm64();
     for (const auto& [name, offset, size] : row.segments) image.fileSegment(name, offset, size);
     const std::string bytes = image.signature(row.signature, 0x100).paddedTo(kImageSize).bytes();
-    const auto parsed = MachOFile::parse(bytesOf(bytes));
+    const auto parsed = MachOFile::parse(keepForFuzzing("SignedCode", bytesOf(bytes)));
     ASSERT_TRUE(parsed) << problemOf(parsed);
     EXPECT_EQ(problemOf(toolchain::checkSegments(parsed->slices().front())), row.complaint);
   }

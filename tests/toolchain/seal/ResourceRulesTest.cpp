@@ -136,6 +136,7 @@ TEST(ResourceRulesTest, CostNoMoreThanPathTimesPattern) {
         Row{"^((b*)*)*$", path, path + "a"}, Row{"(b|b){200}a", path + "a", path}}) {
     const auto matcher = RuleMatcher::compile({{.pattern = row.pattern}});
     ASSERT_TRUE(matcher) << row.pattern;
+    keepForFuzzing("PathPattern", row.pattern + "\n" + row.match);
     EXPECT_TRUE(matcher->match(row.match)) << row.pattern;
     EXPECT_FALSE(matcher->match(row.other)) << row.pattern;
   }
@@ -173,6 +174,7 @@ TEST(ResourceRulesTest, WhatIsWrongWithAPatternIsSaid) {
            {longPattern, "more than 1024 bytes"},
            {"((((a{99}){99}){99}){99}){99}", "it is too complex"},
        }) {
+    keepForFuzzing("PathPattern", pattern);
     EXPECT_EQ(problemOf(RuleMatcher::compile({{.pattern = pattern}})),
               "resource rule \"" + pattern.substr(0, 80) + "\": " + complaint);
   }

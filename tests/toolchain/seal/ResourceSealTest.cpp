@@ -33,7 +33,8 @@ std::string replaced(std::string text, const std::string& from, const std::strin
 
 TEST(ResourceSealTest, IsReadAsItWasWritten) {
   const auto seal = sealWithEveryKind();
-  const auto read = toolchain::parseResourceSeal(bytesOf(*toolchain::text(seal)));
+  const auto read = toolchain::parseResourceSeal(
+      bytesOf(keepForFuzzing("CodeResources", *toolchain::text(seal))));
   ASSERT_TRUE(read) << problemOf(read);
   EXPECT_TRUE(read->files == seal.files);
   EXPECT_TRUE(read->files2 == seal.files2);
@@ -49,7 +50,8 @@ TEST(ResourceSealTest, IsReadInAnyLayout) {
            {"<dict>", "<!-- said otherwise --><dict>"},
            {"\t\t<key>both</key>", "\t <key>both</key>"},
            {"a &amp; &lt;b&gt;", "a &#38; <![CDATA[<b>]]>"}}) {
-    const auto read = toolchain::parseResourceSeal(bytesOf(replaced(usual, from, to)));
+    const auto read = toolchain::parseResourceSeal(
+        bytesOf(keepForFuzzing("CodeResources", replaced(usual, from, to))));
     ASSERT_TRUE(read) << problemOf(read);
     EXPECT_TRUE(read->files == seal.files && read->files2 == seal.files2) << from;
   }
@@ -84,7 +86,8 @@ TEST(ResourceSealTest, DamageIsNamed) {
            {"<key>link</key>", "<key>both</key>", "a dictionary has a key twice"},
            {"<key>rules</key>", "<key>files2</key>", "a dictionary has a key twice"},
        }) {
-    EXPECT_THAT(problemOf(toolchain::parseResourceSeal(bytesOf(replaced(good, from, to)))),
+    EXPECT_THAT(problemOf(toolchain::parseResourceSeal(
+                    bytesOf(keepForFuzzing("CodeResources", replaced(good, from, to))))),
                 AllOf(StartsWith("CodeResources: "), HasSubstr(complaint)));
   }
   EXPECT_EQ(problemOf(toolchain::parseResourceSeal(bytesOf("<plist><array/></plist>"))),

@@ -31,7 +31,8 @@ TEST(BlobsTest, DamageOfASuperBlobIsNamed) {
            Damage{"blob too long", 32, 0xffffffff, "blob at 28 runs past"},
        }) {
     const auto bad = patched(good, row);
-    EXPECT_THAT(problemOf(SuperBlob::parse(bad, magic::kEmbeddedSignature)),
+    EXPECT_THAT(problemOf(SuperBlob::parse(keepForFuzzing("SignatureBlobs", bad),
+                                           magic::kEmbeddedSignature)),
                 HasSubstr(row.complaint))
         << row.name;
   }
@@ -49,7 +50,8 @@ TEST(BlobsTest, GapsAreAcceptedWhereNothingIsVerified) {
            Damage{"at the very end", 24, 52, "blob at 52 runs past"},
        }) {
     const auto bytes = patched(good, row);
-    const auto accepted = SuperBlob::parse(bytes, magic::kEmbeddedSignature, Gaps::accepted);
+    const auto accepted = SuperBlob::parse(keepForFuzzing("SignatureBlobs", bytes),
+                                           magic::kEmbeddedSignature, Gaps::accepted);
     EXPECT_THAT(problemOf(accepted), HasSubstr(row.complaint)) << row.name;
     EXPECT_EQ(accepted.ok(), row.complaint.empty()) << row.name;
     EXPECT_FALSE(SuperBlob::parse(bytes, magic::kEmbeddedSignature)) << row.name;

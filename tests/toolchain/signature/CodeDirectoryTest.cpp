@@ -66,7 +66,9 @@ TEST(CodeDirectoryTest, DamageIsNamed) {
            Damage{"page size", 36, 0x20020040, "page size 2^64 is too large"},
        }) {
     const auto bad = patched(good, row);
-    EXPECT_THAT(problemOf(CodeDirectory::parse(bad)), HasSubstr(row.complaint)) << row.name;
+    EXPECT_THAT(problemOf(CodeDirectory::parse(keepForFuzzing("SignatureBlobs", bad))),
+                HasSubstr(row.complaint))
+        << row.name;
   }
 }
 
@@ -83,7 +85,7 @@ TEST(CodeDirectoryTest, WhatNobodyUsesIsEmpty) {
                   longer},
        }) {
     const auto bytes = patched(good, row);
-    const auto read = CodeDirectory::parse(bytes);
+    const auto read = CodeDirectory::parse(keepForFuzzing("SignatureBlobs", bytes));
     ASSERT_TRUE(read) << row.name;
     EXPECT_EQ(problemOf(checkUnused(*read)), row.complaint);
   }

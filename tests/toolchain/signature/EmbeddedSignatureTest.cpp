@@ -23,7 +23,7 @@ TEST(EmbeddedSignatureTest, HasAPrimaryDirectoryAndOneOfEachType) {
   const auto sha256 = HashType::sha256;
   const auto sha384 = HashType::sha384;
   const auto good = signatureOf({{0, sha1}, {0x1000, sha384}, {0x1001, sha256}, {0x1005, sha256}});
-  const auto parsed = EmbeddedSignature::parse(good);
+  const auto parsed = EmbeddedSignature::parse(keepForFuzzing("SignatureBlobs", good));
   ASSERT_TRUE(parsed) << problemOf(parsed);
   EXPECT_EQ(parsed->directories.size(), 3U) << "the last slot is not for directories";
   EXPECT_EQ(parsed->primary().fields.hashType, sha1);

@@ -22,7 +22,8 @@ TEST(EntitlementsTest, HaveOneEncoding) {
        }) {
     const auto encoded = toolchain::encodeEntitlements(dictionary);
     EXPECT_EQ(hexOf(encoded), expected);
-    const auto read = toolchain::decodeEntitlements(encoded);
+    const auto read =
+        toolchain::decodeEntitlements(keepForFuzzing("Entitlements", Bytes(encoded)));
     ASSERT_TRUE(read) << problemOf(read);
     EXPECT_TRUE(*read == dictionary) << expected;
   }
@@ -51,7 +52,8 @@ TEST(EntitlementsTest, OtherEncodingsAreRefused) {
            {"keys out of order", "7015020101b01030060c016201010030060c0161010100", canonical},
            {"a key twice", "7015020101b01030060c016101010030060c0161010100", canonical},
        }) {
-    EXPECT_THAT(problemOf(toolchain::decodeEntitlements(bytesOf(fromHex(digits)))),
+    EXPECT_THAT(problemOf(toolchain::decodeEntitlements(
+                    bytesOf(keepForFuzzing("Entitlements", fromHex(digits))))),
                 HasSubstr(complaint))
         << name;
   }
@@ -85,7 +87,9 @@ TEST(EntitlementsTest, WhatNoSignatureCanHoldIsNamed) {
            {"<plist><array/></plist>", "entitlements: the property list is not a dictionary"},
            {"{{{", "entitlements: "},
        }) {
-    EXPECT_THAT(problemOf(toolchain::parseEntitlements(bytesOf(file))), StartsWith(complaint));
+    EXPECT_THAT(
+        problemOf(toolchain::parseEntitlements(keepForFuzzing("Entitlements", bytesOf(file)))),
+        StartsWith(complaint));
   }
 }
 

@@ -105,7 +105,7 @@ TEST(RequirementTest, TextAndBytesOfEveryOperation) {
     SCOPED_TRACE(text);
     EXPECT_EQ(toolchain::text(expression), text);
     const auto blob = toolchain::makeRequirement(expression);
-    const auto read = toolchain::parseRequirement(blob);
+    const auto read = toolchain::parseRequirement(keepForFuzzing("SignatureBlobs", blob));
     ASSERT_TRUE(read) << problemOf(read);
     EXPECT_EQ(toolchain::text(*read), text);
     EXPECT_EQ(toolchain::makeRequirement(*read), blob);
@@ -145,8 +145,9 @@ TEST(RequirementTest, DamageIsNamed) {
     toolchain::ByteWriter payload;
     for (const auto word : row.words) payload.u32(word);
     const auto blob = toolchain::makeBlob(row.magic, payload.bytes());
-    EXPECT_EQ(row.magic == magic::kRequirementSet ? problemOf(toolchain::parseRequirementSet(blob))
-                                                  : problemOf(toolchain::parseRequirement(blob)),
+    EXPECT_EQ(row.magic == magic::kRequirementSet
+                  ? problemOf(toolchain::parseRequirementSet(blob))
+                  : problemOf(toolchain::parseRequirement(keepForFuzzing("SignatureBlobs", blob))),
               row.complaint);
   }
   EXPECT_EQ(hexOf(toolchain::emptyRequirementSet()), "fade0c010000000c00000000");

@@ -1,12 +1,7 @@
 #include "tests/toolchain/support/Resigning.h"
 
-#include <array>
-#include <fstream>
-#include <stdexcept>
-
 #include "foundation/crypto/DER.h"
-#include "foundation/format/PropertyList.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Test.h"
 #include "toolchain/image/MachOFile.h"
 #include "toolchain/signature/EmbeddedSignature.h"
 #include "toolchain/signature/Hashing.h"
@@ -129,6 +124,7 @@ void putTogether(const std::filesystem::path& executable, const SignatureParts& 
   for (const auto& [number, blob] : parts.blobs) entries.push_back({number, bytesOf(blob)});
   if (parts.withWrapper) entries.push_back({slot::kSignature, wrapper});
   const auto whole = toolchain::makeSuperBlob(toolchain::magic::kEmbeddedSignature, entries);
+  keepForFuzzing("SignatureBlobs", whole);
   const auto area = target.signature->data;
   if (whole.size() > area.size) throw std::runtime_error("the signature outgrew its area");
   std::string padded(textOf(whole));
