@@ -111,8 +111,7 @@ std::string inChildProcess(const std::function<std::string()>& work) {
 
 std::string asUnprivilegedUser(const std::function<std::string()>& work) {
   return inChildProcess([&work]() -> std::string {
-    if (::geteuid() == 0 &&
-        (::setgroups(0, nullptr) != 0 || ::setgid(kUnprivilegedUser) != 0 ||
+    if (::geteuid() == 0 && (::setgroups(0, nullptr) != 0 || ::setgid(kUnprivilegedUser) != 0 ||
                              ::setuid(kUnprivilegedUser) != 0)) {
       return "cannot change the user";
     }

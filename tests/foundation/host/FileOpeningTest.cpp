@@ -1,5 +1,3 @@
-#include "foundation/host/FileOpening.h"
-
 #include <cstddef>
 
 #include <linux/filter.h>
@@ -7,6 +5,7 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
+#include "foundation/host/FileOpening.h"
 #include "tests/support/Test.h"
 
 namespace {

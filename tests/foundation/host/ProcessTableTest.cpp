@@ -1,5 +1,4 @@
 #include "foundation/host/ProcessTable.h"
-
 #include "tests/support/Test.h"
 
 namespace {

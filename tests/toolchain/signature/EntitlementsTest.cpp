@@ -22,8 +22,7 @@ TEST(EntitlementsTest, HaveOneEncoding) {
        }) {
     const auto encoded = toolchain::encodeEntitlements(dictionary);
     EXPECT_EQ(hexOf(encoded), expected);
-    const auto read =
-        toolchain::decodeEntitlements(keepForFuzzing("Entitlements", Bytes(encoded)));
+    const auto read = toolchain::decodeEntitlements(keepForFuzzing("Entitlements", Bytes(encoded)));
     ASSERT_TRUE(read) << problemOf(read);
     EXPECT_TRUE(*read == dictionary) << expected;
   }
