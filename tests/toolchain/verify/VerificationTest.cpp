@@ -240,6 +240,17 @@ TEST_F(VerificationTest, OlderSignaturesAreAccepted) {
   EXPECT_EQ(verify().status, 0);
 }
 
+/// The list of full digests is a set: its order is not that of the CodeDirectories.
+TEST_F(VerificationTest, TheStrongerDirectoryMayComeFirst) {
+  for (const std::size_t index : {0U, 1U}) {
+    auto parts = takeApart(executable_, index);
+    std::ranges::reverse(parts.directories);
+    std::ranges::reverse(parts.files);
+    resign(parts, index);
+  }
+  EXPECT_EQ(verify().status, 0) << testing::PrintToString(verify().statements);
+}
+
 /// What the vendor of the platform signs carries the team of others, and no signed attributes if it
 /// is old.
 TEST_F(VerificationTest, CodeOfTheVendorIsAccepted) {
