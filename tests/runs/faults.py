@@ -17,7 +17,6 @@ import queue
 import re
 import shutil
 import signal
-import subprocess
 import sys
 import tempfile
 import zipfile
@@ -93,7 +92,7 @@ def attempt(run: Run, fault: Fault, callers: int) -> Outcome:
     before = run.snapshot()
     try:
         result = Running(command, environment, run.files, run.streams).wait()
-    except subprocess.TimeoutExpired:
+    except TimeoutError:
         result = Result("none, it hangs", (run.streams / "out").read_text(), "")
     return Outcome(result, report.read_text().splitlines(), run.service, run.leftovers(), run.snapshot() != before)
 

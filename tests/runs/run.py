@@ -155,10 +155,11 @@ class Running:
         """Without looking now and then, as `Popen.wait` does, which would take up to 50 ms more."""
         with open(os.pidfd_open(self.process.pid), "rb") as end:
             if not select.select([end], [], [], limit)[0]:
-                raise subprocess.TimeoutExpired(self.process.args, limit)
+                streams = [(self.streams / name).read_text(errors="replace") for name in ("out", "err")]
+                raise TimeoutError(f"no end within {limit:g} seconds; so far:\n{''.join(streams)}")
 
     def wait(self, limit: float = 60) -> Result:
-        """Raises subprocess.TimeoutExpired when the end does not come within the limit."""
+        """Raises TimeoutError when the end does not come within the limit."""
         try:
             self.wait_for_end(limit)
         finally:
@@ -397,7 +398,7 @@ class RowRun:
                 before = self.run.snapshot()
                 result = self.run.run(self.command("run"), float(self.key("limit", "60")))
                 self.compare(result, before)
-            except (ValueError, LookupError, OSError, subprocess.TimeoutExpired) as error:
+            except (ValueError, LookupError, OSError) as error:
                 self.problems.append(str(error))
         return self.problems
 
