@@ -16,6 +16,7 @@ import mmap
 import os
 import queue
 import random
+import re
 import shutil
 import signal
 import socket
@@ -28,6 +29,8 @@ import time
 STATE = "/run/mutant"
 AWAKE, REACHED = STATE + "/awake", STATE + "/reached"
 LEAST_PER_ROOM = 3
+# A test of a test program, or a row that is printed with its problems.
+FAILED = re.compile(r"^\[  FAILED  \] ([\w./]+)(?: \(|,|$)|^(?!\S+\.rows: )(\S.*)$(?=\n    \()", re.MULTILINE)
 WRITABLE = ("/tmp", "/var/tmp", "/dev/shm", "/run")
 
 
@@ -103,9 +106,10 @@ def run_test(test, awake, limit, reached):
     end_all_others()
     found = [i for i, byte in enumerate(reached) if byte]
     with open("/tmp/output", "rb") as output:
-        last = output.read()[-2000:].decode(errors="replace")
+        text = output.read().decode(errors="replace")
     empty("/tmp")
-    return {"status": status, "seconds": seconds, "reached": found, "output": last}
+    return {"status": status, "seconds": seconds, "reached": found, "output": text[-2000:],
+            "failed": sorted({a or b for a, b in FAILED.findall(text)})}
 
 
 def worker(count, build):
@@ -231,29 +235,44 @@ def verdict_of(own, mutant, tests, reach):
     return "survived" if reaching else "unreached"
 
 
-def try_all(options):
-    with open(options.mutants, encoding="utf-8") as file:
+def read_mutants(path):
+    with open(path, encoding="utf-8") as file:
         rows = [line.rstrip("\n").split("\t", 3) for line in file]
-    mutants = [{"number": int(n), "place": p, "kind": k, "text": t} for n, p, k, t in rows]
+    return [{"number": int(n), "place": p, "kind": k, "text": t} for n, p, k, t in rows]
+
+
+def reach_of(options, workers, build):
+    """The tests that pass without a fault, and by their names what each reaches."""
+    if options.go_on and os.path.exists(build + "/reached.json"):
+        with open(build + "/reached.json", encoding="utf-8") as file:
+            reach = json.load(file)
+    else:
+        reach = reached_by(tests_of(build), workers, build)
+    for facts in reach.values():
+        facts["reached"] = set(facts["reached"])
+    tests = [t for t in tests_of(build) if t["name"] in reach]
+    print(f"{len(tests)} tests pass without a fault", flush=True)
+    return tests, reach
+
+
+def known_rows(options):
+    """The rows of a run that goes on, by place and kind."""
+    if not options.go_on or not os.path.exists(options.result):
+        return {}
+    with open(options.result, encoding="utf-8") as file:
+        rows = [line.rstrip("\n").split("\t", 3) for line in file]
+    return {(row[0], row[1]): row for row in rows}
+
+
+def try_all(options):
+    mutants = read_mutants(options.mutants)
     chosen = sampled(mutants, options)
     build = os.path.realpath(options.build)
     workers = [Worker(max(m["number"] for m in mutants) + 1, build) for _ in range(options.workers)]
-
-    verdicts = {}
-    if options.go_on:
-        with open(build + "/reached.json", encoding="utf-8") as file:
-            reach = json.load(file)
-        with open(options.result, encoding="utf-8") as file:
-            known = {tuple(line.split("\t")[:2]): line.split("\t")[2] for line in file}
-        verdicts = {m["number"]: known[m["place"], m["kind"]] for m in chosen
-                    if (m["place"], m["kind"]) in known}
-    else:
-        reach = reached_by(tests_of(build), workers, build)
-    tests = [t for t in tests_of(build) if t["name"] in reach]
-    for facts in reach.values():
-        facts["reached"] = set(facts["reached"])
-    print(f"{len(tests)} tests pass without a fault; {len(chosen)} of {len(mutants)} faults follow",
-          flush=True)
+    tests, reach = reach_of(options, workers, build)
+    known = known_rows(options)
+    verdicts = {m["number"]: known[m["place"], m["kind"]][2] for m in chosen
+                if (m["place"], m["kind"]) in known}
 
     with open(options.result, "a" if options.go_on else "w", encoding="utf-8") as result:
         lock = threading.Lock()
@@ -273,10 +292,7 @@ def try_all(options):
           f"{counts['unreached']} reached by no test")
 
 
-def main():
-    if sys.argv[1:2] == ["--worker"]:
-        worker(int(sys.argv[2]), sys.argv[3])
-        return
+def arguments():
     parser = argparse.ArgumentParser()
     parser.add_argument("--mutants", required=True)
     parser.add_argument("--build", required=True)
@@ -287,7 +303,14 @@ def main():
     parser.add_argument("--continue", dest="go_on", action="store_true")
     parser.add_argument("--workers", type=int, default=os.cpu_count())
     parser.add_argument("folders", nargs="*", metavar="FOLDER")
-    try_all(parser.parse_args())
+    return parser
+
+
+def main():
+    if sys.argv[1:2] == ["--worker"]:
+        worker(int(sys.argv[2]), sys.argv[3])
+    else:
+        try_all(arguments().parse_args())
 
 
 if __name__ == "__main__":
