@@ -32,7 +32,8 @@ TEST(QVTIDETarget, LogsTheStepThatFailed) {
   };
   for (auto [step, objects] : cases) {
     objects.emplace("T", Dictionary{{"name", "App"}, {"buildConfigurationList", "L"}});
-    const auto log = logOf([&] { EXPECT_EQ(make(objects)->targetAppType(), Type::unknown); });
+    const auto log =
+        logOf([&all = objects] { EXPECT_EQ(make(all)->targetAppType(), Type::unknown); });
     EXPECT_THAT(log,
                 EndsWith(" XCode Project Target Parsing failed: " + step + " for Target:App\n"));
     EXPECT_EQ(std::ranges::count(log, '\n'), 1) << log;

@@ -117,9 +117,10 @@ TEST(Task, WithoutInputAProgramMayAskAndSayAsMuchAsItLikes) {
       {"sleep 600 & echo abc", {4, 0, 0}},  // a grandchild keeps the streams
   };
   for (const auto& [text, expected] : cases) {
-    const auto [output, error, status] = outcomeOf([&](const QVTTask::Completion& completion) {
-      QVTTask::launchWithoutInput(kShell, script(text), completion);
-    });
+    const auto [output, error, status] =
+        outcomeOf([&, words = script(text)](const auto& completion) {
+          QVTTask::launchWithoutInput(kShell, words, completion);
+        });
     EXPECT_EQ(Sizes(output.size(), error.size(), status), expected) << text;
   }
 }

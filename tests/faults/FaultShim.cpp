@@ -77,6 +77,9 @@ Text taken(const char* name) {
   return text;
 }
 
+/// 0 without digits.
+int numberOf(const Text& text) { return static_cast<int>(std::strtol(text.data(), nullptr, 10)); }
+
 class Shim {
  public:
   bool mustFail(const Kind& kind) {
@@ -103,9 +106,9 @@ class Shim {
       report_ = high;
     }
     wanted_ = taken("FAULT_SITE");
-    callers_ = std::atoi(taken("FAULT_CALLERS").data());
+    callers_ = numberOf(taken("FAULT_CALLERS"));
     isQuota_ = taken("FAULT_QUOTA")[0] != 0;
-    signal_ = std::atoi(taken("FAULT_SIGNAL").data());
+    signal_ = numberOf(taken("FAULT_SIGNAL"));
     for (const char* const name : {"LD_PRELOAD", "FAULT_REPORT", "FAULT_PROGRAM"}) ::unsetenv(name);
     // The first call loads what it needs.
     std::array<void*, 4> frames;

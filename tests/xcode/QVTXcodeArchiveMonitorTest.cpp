@@ -27,7 +27,7 @@ class QVTXcodeArchiveMonitorTest : public testing::Test {
     return waitUntil([&] { return posted_.size() >= count; });
   }
 
-  const ArchivesHome home_;
+  const ArchivesHome home_{};
   std::vector<std::string> posted_;
   NotificationCenter::Token token_ = NotificationCenter::defaultCenter().addObserver(
       QVTXcodeArchiveChangedNotification, [this](const auto& notification) {

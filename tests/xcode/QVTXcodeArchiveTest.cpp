@@ -10,7 +10,7 @@ class QVTXcodeArchiveTest : public testing::Test {
         foundation::URL::fileURLWithPath((home_.folder() / name).string()));
   }
 
-  const ArchivesHome home_;
+  const ArchivesHome home_{};
 };
 
 Dictionary pathInfo(const Value& path) {
