@@ -16,8 +16,7 @@ struct ProvisioningProfile {
 
   /// Of several property lists in the file the last counts. It must lie at least eight bytes into
   /// the file; its offset and that of its "</plist>" must not add up to more than the file's size.
-  /// Fails when there is no such list, when it is not a dictionary, and with the property-list
-  /// reader's own error.
+  /// Fails if the file has no such list, if the list is not a dictionary, or if it cannot be read.
   static foundation::Result<ProvisioningProfile> parse(foundation::Bytes file);
 
   /// The entries of "DeveloperCertificates" that are certificates, in order.

@@ -93,7 +93,8 @@ TEST_F(ProjectTest, ReadsTargetsAndTheirPhases) {
   const auto sources = app.firstBuildPhaseWithType(QVTIDEObjectType::sourcesBuildPhase);
   ASSERT_TRUE(sources);
   EXPECT_EQ(sources->buildActionMask(), "2147483647");
-  ASSERT_EQ(sources->files().size(), 1U) << "neither dangling references nor what is no text";
+  ASSERT_EQ(sources->files().size(), 1U)
+      << "dangling references and values of other types are skipped";
   EXPECT_EQ(sources->files()[0]->lastKnownFileType(), "sourcecode.c.objc");
   EXPECT_EQ(app.firstBuildPhaseWithType(QVTIDEObjectType::frameworksBuildPhase), nullptr);
 

@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Its roots cannot be made at home: one that only has the name stands in for them.
+/// We cannot sign as the vendor, so a root of the same name stands in for the vendor's.
 TEST(HandOff, NestedCodeOfTheVendorsOwnIsFineAsItIs) {
   const TemporaryFolder folder;
   const auto app = makeApp(folder.path());

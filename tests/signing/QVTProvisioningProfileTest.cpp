@@ -43,7 +43,7 @@ TEST_F(QVTProvisioningProfileTest, EveryFieldIsRead) {
   EXPECT_THAT(profile->provisionedDevices(), ElementsAre("d1", "d2"));
   EXPECT_TRUE(profile->getTaskAllow() && profile->mobile());
   EXPECT_FALSE(profile->provisionsAllDevices() || profile->hasWildcardsInBundleIdentifier());
-  ASSERT_THAT(profile->developerCertificates(), SizeIs(1)) << "without what is no certificate";
+  ASSERT_THAT(profile->developerCertificates(), SizeIs(1)) << "other values are skipped";
   EXPECT_EQ(profile->developerCertificates()[0]->commonName(), "Profile Signer");
   EXPECT_THAT(profile->description(), AllOf(StartsWith("<QVTProvisioningProfile: 0x"),
                                             EndsWith("> Verteilung für Köln com.example.app")));

@@ -233,7 +233,7 @@ Result<Dictionary> decodeEntitlements(Bytes bytes) {
   const auto version = parts.next(der::kInteger);
   const auto content = parts.next(kDictionaryTag);
   if (!version || !content || !parts.atEnd())
-    return malformed("there is no version and dictionary");
+    return malformed("expected a version and a dictionary");
   auto dictionary = decodeDictionary(content->content, 0);
   // There is one encoding of a dictionary, so writing it again finds every other one.
   if (dictionary && encodeEnvelope(*dictionary) != foundation::textOf(bytes)) {

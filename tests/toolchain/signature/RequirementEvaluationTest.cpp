@@ -121,8 +121,8 @@ TEST(RequirementEvaluationTest, CostIsBounded) {
   EXPECT_LT(std::chrono::steady_clock::now() - before, 10s);
 }
 
-/// The vendor's developer programs are recognised by the issuer's mark. Its roots cannot be made at
-/// home: one that only has the name stands in for them.
+/// The vendor's developer programs are recognised by the issuer's mark. We cannot
+/// sign as the vendor, so a root of the same name stands in for the vendor's.
 TEST(RequirementEvaluationTest, Anchors) {
   const auto chain = makeDeveloperFamily().chain();
   const auto unmarked = signingFamily().root.certificate();
