@@ -14,7 +14,7 @@
 # The verdicts are printed, and written to build/mutation/result.tsv: file:line, kind, the test that
 # caught it or "survived" or "unreached", and the line. Each process that runs tests has its own
 # namespaces and a read-only view of the machine, since a fault may remove or kill anything.
-# 300 faults take about an hour on two processors.
+# 300 faults take an hour or more on two processors.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
