@@ -32,25 +32,24 @@ foundation::Data profileOf(ProfileOptions options) {
   return makeProvisioningProfile(options.dictionary(), signingFamily().leaf);
 }
 
-}  // namespace
-
-const Family& signingFamily() {
-  static const Family family = makeFamily({.markers = {std::string(kDistributionMarker)}});
-  return family;
-}
-
+/// A real executable of armv7 and arm64, in this order, made once per test program.
 const fs::path& universalExecutable() {
   static const TemporaryFolder folder;
   static const fs::path executable = [] {
     for (const char* const architecture : {"armv7", "arm64"}) {
-      RealImageOptions image;
-      image.architecture = architecture;
-      linkImage(folder / architecture, image);
+      linkImage(folder / architecture, {.architecture = architecture});
     }
     lipo(folder / "universal", {folder / "armv7", folder / "arm64"});
     return folder / "universal";
   }();
   return executable;
+}
+
+}  // namespace
+
+const Family& signingFamily() {
+  static const Family family = makeFamily({.markers = {std::string(kDistributionMarker)}});
+  return family;
 }
 
 ProfileOptions AppOptions::exampleProfile() {
@@ -61,7 +60,7 @@ ProfileOptions AppOptions::exampleProfile() {
 }
 
 fs::path makeApp(const fs::path& parent, const AppOptions& options) {
-  const fs::path app = parent / options.folderName;
+  const fs::path app = parent / "Example.app";
   fs::create_directories(app);
   const foundation::Dictionary info = infoOf(options);
   writePlist(app / "Info.plist", info);
@@ -75,27 +74,6 @@ fs::path makeApp(const fs::path& parent, const AppOptions& options) {
   writeFile(app / "Icon.png", std::string("\x89PNG\r\n\x1a\n", 8) + std::string(4096, '\x5a'));
   fs::create_symlink("Icon.png", app / "Icon@2x.png");
   return app;
-}
-
-fs::path packIPA(const fs::path& app, const fs::path& target,
-                 const std::map<std::string, std::string>& besides) {
-  const TemporaryFolder folder;
-  copyTree(app, folder / "Payload" / app.filename());
-  for (const auto& [path, content] : besides) folder.write(path, content);
-  return packFolder(target, folder.path());
-}
-
-fs::path makeArchive(const fs::path& archive, const fs::path& app) {
-  const fs::path products = archive / "Products";
-  const fs::path inside = fs::path("Applications") / app.filename();
-  copyTree(app, products / inside);
-  const foundation::Date created = std::chrono::sys_days{std::chrono::year{2015} / 3 / 1};
-  writePlist(
-      archive / "Info.plist",
-      {{"CreationDate", created},
-       {"Name", "Example"},
-       {"ApplicationProperties", foundation::Dictionary{{"ApplicationPath", inside.string()}}}});
-  return products;
 }
 
 fs::path writeKeychain(const fs::path& target, const Family& family) {

@@ -8,13 +8,10 @@
 
 #include <fcntl.h>
 #include <grp.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "foundation/base/Handle.h"
-
-extern char** environ;
 
 namespace test {
 
@@ -44,46 +41,37 @@ int statusOf(pid_t child) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-pid_t spawnWithOutput(const std::vector<std::string>& arguments, int output) {
-  std::vector<char*> argv;
-  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
-  pid_t child = -1;
-  const int failed = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (failed) throw std::runtime_error("cannot start " + arguments[0]);
-  return child;
-}
-
 std::size_t entriesOf(const char* folder) {
   using Entries = std::filesystem::directory_iterator;
   return static_cast<std::size_t>(std::distance(Entries(folder), Entries()));
 }
 
-/// Ends the process: nothing of the parent's, such as its remaining tests, may run in it.
-[[noreturn]] void answer(const std::function<std::string()>& work, int output) {
-  std::string text;
-  try {
-    text = work();
-  } catch (const std::exception& exception) {
-    text = std::string("exception: ") + exception.what();
+/// What a forked child wrote to the descriptor that it was given, and how it ended. The parent's
+/// remaining tests never run in it.
+CommandResult resultOfChild(const std::function<void(int output)>& work) {
+  auto [reading, writing] = makePipe();
+  const pid_t child = ::fork();
+  if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
+  if (child == 0) {
+    work(writing.get());
+    ::_exit(99);
   }
-  const bool isSent = ::write(output, text.data(), text.size()) == ssize_t(text.size());
-  ::_exit(isSent ? 0 : 99);
+  writing.reset();
+  std::string output = readAll(reading);
+  return {statusOf(child), std::move(output)};
 }
 
 }  // namespace
 
 CommandResult runCommand(const std::vector<std::string>& arguments) {
-  auto [reading, writing] = makePipe();
-  const pid_t child = spawnWithOutput(arguments, writing.get());
-  writing.reset();
-  std::string output = readAll(reading);
-  return {statusOf(child), std::move(output)};
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  return resultOfChild([&argv](int output) {
+    ::dup2(output, STDOUT_FILENO);
+    ::dup2(output, STDERR_FILENO);
+    ::execvp(argv[0], argv.data());
+  });
 }
 
 std::string outputOf(const std::vector<std::string>& arguments) {
@@ -96,17 +84,17 @@ std::string outputOf(const std::vector<std::string>& arguments) {
 }
 
 std::string inChildProcess(const std::function<std::string()>& work) {
-  auto [reading, writing] = makePipe();
-  const pid_t child = ::fork();
-  if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
-  if (child == 0) {
-    reading.reset();
-    answer(work, writing.get());
-  }
-  writing.reset();
-  std::string text = readAll(reading);
-  const int status = statusOf(child);
-  return status == 0 ? text : "child ended with status " + std::to_string(status);
+  const CommandResult result = resultOfChild([&work](int output) {
+    std::string text;
+    try {
+      text = work();
+    } catch (const std::exception& exception) {
+      text = std::string("exception: ") + exception.what();
+    }
+    if (::write(output, text.data(), text.size()) == ssize_t(text.size())) ::_exit(0);
+  });
+  if (result.status == 0) return result.output;
+  return "child ended with status " + std::to_string(result.status);
 }
 
 std::string asUnprivilegedUser(const std::function<std::string()>& work) {

@@ -77,24 +77,25 @@ std::map<std::string, std::string> snapshot(const fs::path& folder) {
   return result;
 }
 
-ScopedEnvironment::ScopedEnvironment(std::string name, const char* value) : name_(std::move(name)) {
-  if (const char* before = std::getenv(name_.c_str())) {
-    before_ = before;
-    wasSet_ = true;
-  }
+namespace {
+
+void setVariable(const std::string& name, const char* value) {
   if (value) {
-    ::setenv(name_.c_str(), value, 1);
+    ::setenv(name.c_str(), value, 1);
   } else {
-    ::unsetenv(name_.c_str());
+    ::unsetenv(name.c_str());
   }
 }
 
+}  // namespace
+
+ScopedEnvironment::ScopedEnvironment(std::string name, const char* value) : name_(std::move(name)) {
+  if (const char* const before = std::getenv(name_.c_str())) before_ = before;
+  setVariable(name_, value);
+}
+
 ScopedEnvironment::~ScopedEnvironment() {
-  if (wasSet_) {
-    ::setenv(name_.c_str(), before_.c_str(), 1);
-  } else {
-    ::unsetenv(name_.c_str());
-  }
+  setVariable(name_, before_ ? before_->c_str() : nullptr);
 }
 
 }  // namespace test

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,8 +53,7 @@ class ScopedEnvironment {
 
  private:
   std::string name_;
-  std::string before_;
-  bool wasSet_ = false;
+  std::optional<std::string> before_;
 };
 
 }  // namespace test

@@ -2,16 +2,6 @@
 
 namespace test {
 
-fs::path packFolder(const fs::path& archive, const fs::path& folder) {
-  // `zip` adds ".zip" to a name without an extension, so the archive gets its name afterwards.
-  const TemporaryFolder packed;
-  outputOf({"sh", "-c", R"(cd "$1" && zip -q --symlinks -r "$2" .)", "sh", folder,
-            packed / "packed.zip"});
-  fs::create_directories(archive.parent_path());
-  fs::copy_file(packed / "packed.zip", archive, fs::copy_options::overwrite_existing);
-  return archive;
-}
-
 fs::path pack(const fs::path& archive, const std::vector<PackedFile>& files) {
   const TemporaryFolder folder;
   for (const auto& [path, content] : files) {
@@ -22,7 +12,11 @@ fs::path pack(const fs::path& archive, const std::vector<PackedFile>& files) {
       folder.write(path, content);
     }
   }
-  return packFolder(archive, folder.path());
+  // `zip` adds ".zip" to a name without an extension, so the archive gets its name afterwards.
+  const TemporaryFolder packed;
+  outputOf({"sh", "-c", R"(cd "$1" && zip -q --symlinks -r "$2" .)", "sh", folder.path(),
+            packed / "packed.zip"});
+  return writeFile(archive, contentsOf(packed / "packed.zip"));
 }
 
 std::string zipField(std::uint16_t kind, const std::string& content) {

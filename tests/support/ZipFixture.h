@@ -15,9 +15,6 @@ struct PackedFile {
 /// Packs the files with the real `zip`. The archive's name may be anything; returns it.
 std::filesystem::path pack(const std::filesystem::path& archive,
                            const std::vector<PackedFile>& files);
-/// The same with everything in a folder, links as links.
-std::filesystem::path packFolder(const std::filesystem::path& archive,
-                                 const std::filesystem::path& folder);
 
 /// An entry of a `ZipImage`'s directory; its data are `compressedSize` bytes of "d".
 struct ZipItem {
