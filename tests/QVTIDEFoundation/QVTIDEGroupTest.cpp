@@ -26,7 +26,6 @@ TEST(QVTIDEGroup, NeverContainsItself) {
     tree += std::to_string(depth) + object.objectId() + " ";
   });
   EXPECT_EQ(tree, "0B 1C 2F 0F ");
-  EXPECT_EQ(top->filesDictionary().size(), 3U);
 }
 
 TEST(QVTIDEGroup, TheLastObjectOfAnIdentifierIsTaken) {
@@ -40,9 +39,9 @@ TEST(QVTIDEGroup, TheLastObjectOfAnIdentifierIsTaken) {
 }
 
 TEST(QVTIDEGroup, DoublingAndDeepGroupsEnd) {
-  Dictionary objects{{"F", kFile}};
+  Dictionary objects{{"D200", kFile}};
   for (int i = 0; i < 200; ++i) {
-    const std::string next = i == 199 ? "F" : "D" + std::to_string(i + 1);
+    const std::string next = "D" + std::to_string(i + 1);
     objects.emplace("D" + std::to_string(i), group({next, next}));
   }
   EXPECT_EQ(make(objects, "D0")->filesDictionary().size(), 200U);

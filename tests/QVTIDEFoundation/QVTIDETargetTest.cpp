@@ -62,10 +62,8 @@ TEST(QVTIDETarget, TakesTheSDKOfItsOwnSettingsBeforeTheProjects) {
 TEST(QVTIDEBuildPhase, FindsSettingsBundlesAndTheProjectFolder) {
   const std::pair<Dictionary, bool> cases[] = {
       {{{"name", "Other"}, {"path", "a/Settings.bundle"}}, false},
-      {{{"path", "Settings.bundle/Root.plist"}}, false},
-      {{}, false},
       {{{"path", "a/Settings.bundle"}}, true},
-  };
+      {{}, false}};
   for (const auto& [dictionary, isBundle] : cases) {
     const auto file = QVTIDEFile::initWithObjectDictionaryObjectId(&dictionary, "F");
     EXPECT_EQ(QVTIDEBuildPhase::isSettingsBundleFileInProjectFolder(*file, "/p"), isBundle);

@@ -7,25 +7,16 @@ using Strings = std::vector<std::string>;
 
 TEST(ParsedArguments, SplitLikeAShell) {
   const std::pair<std::string, std::optional<Strings>> cases[] = {
-      {"", Strings{}},
-      {"    ", Strings{}},
-      {"  a b  ", Strings{"a", "b"}},
-      {"a\tb\nc\r\nd", Strings{"a", "b", "c", "d"}},
+      {"  a\tb\nc\r\nd  ", Strings{"a", "b", "c", "d"}},
       {"a\xc2\xa0\xe3\x80\x80z", Strings{"a", "z"}},  // no-break and ideographic space
-      {"\"a b\" c", Strings{"a b", "c"}},
-      {"a\\ b", Strings{"a b"}},
-      {"'it\"s'", Strings{"it\"s"}},
-      {"\"it's\"", Strings{"it's"}},
+      {"'it\"s' \"it's\"", Strings{"it\"s", "it's"}},
       {"a \"\" b", Strings{"a", "b"}},
-      {"a\"b c\"d", Strings{"ab cd"}},
-      {"\"a\"'b'", Strings{"ab"}},
-      {"a\\\\b \\\" \\'", Strings{"a\\b", "\"", "'"}},
+      {"a\"b c\"'d'", Strings{"ab cd"}},
+      {"a\\\\b \\\" \\' c\\ d", Strings{"a\\b", "\"", "'", "c d"}},
       {"\"a\\\"b\" 'c\\'d'", Strings{"a\"b", "c'd"}},  // escapes hold inside both quotes
       {"\\\n", Strings{"\n"}},
-      {"\" \" x", Strings{" ", "x"}},
       {"\xf0\x9f\x9a\x80 \\\xf0\x9f\x9a\x80", Strings{"\xf0\x9f\x9a\x80", "\xf0\x9f\x9a\x80"}},
       {"a\xff b", Strings{"a\xff", "b"}},
-      {"abc'", std::nullopt},
       {"\"abc'", std::nullopt},
       {"abc\\", std::nullopt},
       {"abc\\\\", Strings{"abc\\"}},
@@ -45,14 +36,10 @@ TEST(MatchedArguments, CollectTheValuesOfOptions) {
   const Array several = {"-F", "/a", "-F/b", "-x", "-F"};
   EXPECT_EQ(match(several, {"-F"}), (Strings{"/a", "/b", ""}));
   EXPECT_EQ(match(several, {"-F"}, false), (Strings{"/a", ""}));
-  EXPECT_EQ(match({"-F", "-F", "/a"}, {"-F"}, false), (Strings{"", "/a"}));
   EXPECT_EQ(match({"-F", "-I/x"}, {"-F", "-I"}), (Strings{"", "/x"}));
   EXPECT_EQ(match({"-FI"}, {"-F", "-FI"}), Strings{""}) << "the option itself before any prefix";
   EXPECT_EQ(match({"-FIx"}, {"-F", "-FI"}), Strings{"Ix"}) << "the first prefix wins";
-  EXPECT_EQ(match({"-FIx"}, {"-FI", "-F"}), Strings{"x"});
-  EXPECT_EQ(match({"", "a"}, {"-F"}), Strings{});
   EXPECT_EQ(match({"-F/a", 5}, {"-F"}), std::nullopt);
-  EXPECT_EQ(match({"-F", Value()}, {"-F"}), std::nullopt);
   EXPECT_THROW(match({"-F", ""}, {"-F"}), foundation::Exception);
 }
 

@@ -5,25 +5,21 @@
 namespace {
 
 TEST(EntitlementGrants, CoverWhatAProfileSays) {
-  const struct {
-    Value pattern;
-    Value value;
-    bool granted;
-  } cases[] = {{"TEAM.*", "TEAM.com.example", true},
-               {"TEAM.*", "OTHER.com.example", false},
-               {"TEAM.a", "TEAM.ab", false},
-               {"*", Array{"anything", "else"}, true},
-               {Array{"TEAM.*", "x"}, Array{"TEAM.a", "x"}, true},
-               {Array{"TEAM.*"}, Array{"TEAM.a", "y"}, false},
-               {Array{"a", "b"}, "b", true},
-               {true, false, true},
-               {false, true, false},
-               {"production", true, false},
-               {1, 1, true}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(inspect::grants(c.pattern, c.value), c.granted)
-        << foundation::singleLineDescription(c.pattern) << " for "
-        << foundation::singleLineDescription(c.value);
+  const std::tuple<Value, Value, bool> cases[] = {
+      {"TEAM.*", "OTHER.com.example", false},
+      {"TEAM.a", "TEAM.ab", false},
+      {"*", Array{"anything", "else"}, true},
+      {Array{"TEAM.*", "x"}, Array{"TEAM.a", "x"}, true},
+      {Array{"TEAM.*"}, Array{"TEAM.a", "y"}, false},
+      {Array{"a", "b"}, "b", true},
+      {true, false, true},
+      {false, true, false},
+      {"production", true, false},
+      {1, 1, true}};
+  for (const auto& [pattern, value, isGranted] : cases) {
+    EXPECT_EQ(inspect::grants(pattern, value), isGranted)
+        << foundation::singleLineDescription(pattern) << " for "
+        << foundation::singleLineDescription(value);
   }
 }
 
