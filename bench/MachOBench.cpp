@@ -16,7 +16,7 @@ constexpr std::uint64_t kFileSize = 200'000'000;
 
 test::MachOImage image(std::int32_t type, std::int32_t subtype, const char* uuid) {
   test::MachOImage result(type, subtype);
-  result.uuid(uuid).versionMin(macho::LC_VERSION_MIN_IPHONEOS, 0x90000, 0xc0100);
+  result.uuid(uuid).command(macho::LC_VERSION_MIN_IPHONEOS, {0x90000, 0xc0100});
   for (int i = 0; i < 40; ++i) {
     result.dylib("/System/Library/Frameworks/F" + std::to_string(i) + ".framework/F");
   }

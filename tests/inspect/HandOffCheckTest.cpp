@@ -18,7 +18,7 @@ TEST(HandOff, NestedCodeOfTheVendorsOwnIsFineAsItIs) {
       makeLeaf(issuer, {.commonName = "Software Signing", .organizationalUnit = "59GAB85EFG"});
   const auto library = app / "Frameworks/libswiftCore.dylib";
   fs::create_directories(library.parent_path());
-  linkImage(library, {.linkerArguments = {"-dylib"}});
+  linkImage(library, "arm64", {"-dylib"});
   ASSERT_TRUE(toolchain::sign({.code = library,
                                .identity = leaf.sha1(),
                                .keychain = writeKeychain(folder / "own.pem", {leaf, issuer, root}),

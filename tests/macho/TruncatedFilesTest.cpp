@@ -7,9 +7,8 @@
 
 namespace {
 
-constexpr std::uintmax_t kPage = 0x4000;
-
 TEST(TruncatedFilesTest, TheSlicesThatAreLeftAreReadAndTheRestIsEmpty) {
+  constexpr std::uintmax_t kPage = 0x4000;
   const TemporaryFolder folder;
   const auto image = MachOImage::arm64().uuid("00112233445566778899aabbccddeeff");
   const fs::path path = folder.write(
@@ -34,10 +33,6 @@ TEST(TruncatedFilesTest, TheSlicesThatAreLeftAreReadAndTheRestIsEmpty) {
   EXPECT_EQ(macho::mappingSize(start), 0U);
 }
 
-bool isMapped(const fs::path& path) {
-  return contentsOf("/proc/self/maps").find(path.string()) != std::string::npos;
-}
-
 /// Another thread truncates the file as soon as it is mapped, while 100,000 slices are read.
 TEST(TruncatedFilesTest, NoBinaryIsMadeOfWhatIsLost) {
   const TemporaryFolder folder;
@@ -49,7 +44,9 @@ TEST(TruncatedFilesTest, NoBinaryIsMadeOfWhatIsLost) {
     const fs::path path = folder.write("code", whole);
     std::atomic<bool> isRead = false;
     std::thread truncating([&] {
-      while (!isMapped(path) && !isRead) std::this_thread::yield();
+      while (!isRead && contentsOf("/proc/self/maps").find(path.string()) == std::string::npos) {
+        std::this_thread::yield();
+      }
       fs::resize_file(path, 0);
     });
     try {

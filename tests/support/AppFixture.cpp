@@ -37,9 +37,10 @@ const fs::path& universalExecutable() {
   static const TemporaryFolder folder;
   static const fs::path executable = [] {
     for (const char* const architecture : {"armv7", "arm64"}) {
-      linkImage(folder / architecture, {.architecture = architecture});
+      linkImage(folder / architecture, architecture);
     }
-    lipo(folder / "universal", {folder / "armv7", folder / "arm64"});
+    outputOf({llvmTool("llvm-lipo"), "-create", "-output", folder / "universal", folder / "armv7",
+              folder / "arm64"});
     return folder / "universal";
   }();
   return executable;

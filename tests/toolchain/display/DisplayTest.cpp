@@ -122,9 +122,7 @@ TEST_F(DisplayTest, InputsOfUnsignedCodeComeFromItsProfile) {
 /// What only the linker signed says nothing about entitlements.
 TEST_F(DisplayTest, TheLinkersSignatureDoesNotCount) {
   const fs::path app = makeApp();
-  test::RealImageOptions image;
-  image.linkerArguments = {"-adhoc_codesign"};
-  test::linkImage(app / "Example", image);
+  test::linkImage(app / "Example", "arm64", {"-adhoc_codesign"});
   EXPECT_THAT(linesOf(app, 1), Contains(HasSubstr("(adhoc,linker-signed)")));
   EXPECT_TRUE(parsed(inputsOf(app).entitlements).find("application-identifier"));
 }

@@ -7,47 +7,50 @@
 
 namespace {
 
-class SignTest : public testing::Test {
- protected:
-  /// Signs a loose file with this family's identity; returns what is wrong.
-  [[nodiscard]] std::string problemWith(const Family& family) const {
-    return problemOf(toolchain::sign({.code = file_,
-                                      .identity = family.leaf.sha1(),
-                                      .keychain = writeKeychain(folder_ / "keychain", family)}));
-  }
-
-  const TemporaryFolder folder_;
-  const fs::path file_ = folder_.write("code", executableCode());
-};
-
 /// Whoever may write to the tree puts a link into it once the bundles have been found.
-TEST_F(SignTest, ALinkThatIsPutIntoTheTreeIsNotFollowed) {
-  const fs::path app = writeBundle(folder_ / "X.app", "com.example.x");
+TEST(SignTest, ALinkThatIsPutIntoTheTreeIsNotFollowed) {
+  const TemporaryFolder folder;
+  const fs::path app = writeBundle(folder / "X.app", "com.example.x");
   writeBundle(app / "PlugIns/E.appex", "com.example.e");
-  const fs::path victim = folder_ / "victim";
+  const fs::path victim = folder / "victim";
   writeBundle(victim / "E.appex", "com.example.e");
   const auto before = snapshot(victim);
   toolchain::SignOptions options{.code = app, .identity = "-"};
   options.note = [&](const std::string&) {
-    fs::rename(app / "PlugIns", folder_ / "moved");
+    fs::rename(app / "PlugIns", folder / "moved");
     fs::create_directory_symlink(victim, app / "PlugIns");
   };
   EXPECT_THAT(problemOf(toolchain::sign(options)), HasSubstr("PlugIns/E.appex"));
   EXPECT_TRUE(snapshot(victim) == before);
 }
 
-/// The name of the root decides about the requirement; that it is met takes the root itself.
-TEST_F(SignTest, AHomeMadeDeveloperIdentitySignsButDoesNotMeetItsRequirement) {
-  ASSERT_EQ(problemWith(makeDeveloperFamily()), "");
-  EXPECT_THAT(*toolchain::requirementsReport(file_),
-              ElementsAre(HasSubstr("anchor apple generic and certificate leaf[subject.CN] = ")));
-  EXPECT_EQ(toolchain::verify({.code = file_}).status, 3);
-}
-
-/// Certificates that do not fit the space which the platform's tool reserves.
-TEST_F(SignTest, LargeCertificatesGetMoreSpace) {
-  ASSERT_EQ(problemWith(makeFamily({.organizations = std::vector(500, std::string(60, 'a'))})), "");
-  EXPECT_EQ(toolchain::verify({.code = file_}).status, 0);
+TEST(SignTest, IdentitiesOfEveryKindSign) {
+  const struct {
+    const char* name;
+    Family family;
+    /// Of the verification.
+    int status;
+  } rows[] = {
+      // The name of the root decides about the requirement; that it is met takes the root itself.
+      {"home-made developer", makeDeveloperFamily(), 3},
+      {"RSA", makeFamily({.key = KeyKind::rsa}), 0},
+      {"larger than the space which the platform's tool reserves",
+       makeFamily({.organizations = std::vector(500, std::string(60, 'a'))}), 0},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const TemporaryFolder folder;
+    const fs::path file = folder.write("code", executableCode());
+    EXPECT_EQ(
+        problemOf(toolchain::sign({.code = file,
+                                   .identity = row.family.leaf.sha1(),
+                                   .keychain = writeKeychain(folder / "keychain", row.family)})),
+        "");
+    EXPECT_EQ(toolchain::verify({.code = file}).status, row.status);
+    EXPECT_THAT(*toolchain::requirementsReport(file),
+                ElementsAre(HasSubstr(row.status == 3 ? "anchor apple generic and certificate leaf"
+                                                      : "and certificate leaf = H")));
+  }
 }
 
 }  // namespace

@@ -39,9 +39,9 @@ TEST(SignatureBuilderTest, SystemAndProcessorDecideAboutDigestsAndPages) {
        }) {
     MachOImage image(row.cpuType, 0);
     if (row.system > kVisionOS) {
-      image.versionMin(row.system, row.minimum, row.minimum);
+      image.command(row.system, {row.minimum, row.minimum});
     } else if (row.system != 0) {
-      image.buildVersion(row.system, row.minimum, row.minimum);
+      image.command(macho::LC_BUILD_VERSION, {row.system, row.minimum, row.minimum, 0});
     }
     const std::string bytes = image.bytes();
     const auto parsed = toolchain::MachOFile::parse(bytesOf(bytes));

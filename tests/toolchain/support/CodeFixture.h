@@ -4,15 +4,14 @@
 #include <string>
 
 #include "tests/support/MachOFixture.h"
-#include "tests/support/TemporaryFolder.h"
 #include "tests/support/Test.h"
 
 namespace test {
 
 /// A file that the linker has made, given these options of it.
-inline std::string linked(std::vector<std::string> linkerArguments = {}) {
+inline std::string linked(const std::vector<std::string>& linkerOptions = {}) {
   const TemporaryFolder folder;
-  linkImage(folder / "code", {.linkerArguments = std::move(linkerArguments)});
+  linkImage(folder / "code", "arm64", linkerOptions);
   return contentsOf(folder / "code");
 }
 

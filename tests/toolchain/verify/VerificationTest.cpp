@@ -274,9 +274,8 @@ TEST_F(VerificationTest, CodeOfTheVendorIsAccepted) {
 TEST_F(VerificationTest, SegmentsThatOverlapAreRefused) {
   constexpr std::size_t kSizeInFile = 36;
   const auto parts = takeApart(executable_);
-  std::string file = contentsOf(executable_);
-  poke(file, slice(0).file.offset + slice(0).segments.front().commandOffset + kSizeInFile, 1);
-  writeFile(executable_, file);
+  const auto at = slice(0).file.offset + slice(0).segments.front().commandOffset + kSizeInFile;
+  writeFile(executable_, poked(contentsOf(executable_), at, 1));
   resign(parts);
   expectRefusal("Cause: segment __TEXT at 0 begins before the end of __PAGEZERO at 1",
                 Fault::strictValidation);
