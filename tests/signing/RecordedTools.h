@@ -15,10 +15,6 @@ class RecordedTools {
     writeProgram(codesign(), "#!/bin/sh\n{ tr '\\0' ' ' </proc/$$/environ; echo \"$*\"; } >>'" +
                                  (folder_ / "runs").string() + "'\n" + script);
   }
-  /// Puts a script in front of `xcrun`, which finds the tools.
-  void answerXcrun(const std::string& script) const {
-    writeProgram(folder_ / "xcrun", "#!/bin/sh\n" + script);
-  }
   /// The runs since the last call: each one's environment, then its arguments.
   [[nodiscard]] std::vector<std::string> takeRuns() const {
     const auto record = folder_.write("taken", "");
