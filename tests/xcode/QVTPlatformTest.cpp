@@ -13,7 +13,6 @@ TEST(QVTPlatform, SDKsAndTypesHaveAnIdentifierAndAName) {
       {"appletvsimulator", 3, "tvos", "tvOS"},
       {"watchos", 4, "watch", "watchOS"},
       {"watchsimulator", 4, "watch", "watchOS"},
-      {"iphoneos ", 0, std::nullopt, std::nullopt},
       {"iOS", 5, std::nullopt, std::nullopt},
       {std::nullopt, -1, std::nullopt, std::nullopt}};
   for (const auto& [sdk, number, identifier, name] : cases) {
