@@ -7,4 +7,4 @@ rounds=${1:-50}
 build=${2:-$root/build}
 
 cmake --build "$build" --target sendoff codesign codesign_allocate xcrun
-SENDOFF_TEST_ROUNDS=$rounds "$root/tests/runs/special.py" --build "$build" runs_at_once
+"$root/tests/runs/at_once.py" --build "$build" "$rounds"
