@@ -49,6 +49,13 @@ class Request:
     body: bytes = b""
     head: bytes = b""
 
+    @staticmethod
+    def parse(head: bytes, body: bytes = b"") -> "Request":
+        first, *lines = head.decode("latin-1").split("\r\n")[:-2]
+        method, _, rest = first.partition(" ")
+        headers = [(line.partition(":")[0], line.partition(":")[2].strip()) for line in lines]
+        return Request(method, rest.removesuffix(" HTTP/1.1"), headers, body, head)
+
     def header(self, name: str) -> str | None:
         return next((value for key, value in self.headers if key.lower() == name.lower()), None)
 
@@ -477,11 +484,8 @@ class Service:
         head = connection.until(b"\r\n\r\n")
         if not head:
             return False
-        lines = head.decode("latin-1").split("\r\n")[:-2]
-        method, _, rest = lines[0].partition(" ")
-        headers = [(line.partition(":")[0], line.partition(":")[2].strip()) for line in lines[1:]]
-        request = Request(method, rest.rpartition(" ")[0], headers, head=head)
-        if method == "CONNECT" and self.tunnels:
+        request = Request.parse(head)
+        if request.method == "CONNECT" and self.tunnels:
             with self.lock:
                 self.connects.append(request.target)
             if self.act(connection, "connect", request):
