@@ -1,5 +1,4 @@
 #include "tests/support/Test.h"
-#include "toolchain/signature/CodeDirectory.h"
 #include "toolchain/signature/Entitlements.h"
 
 namespace {
@@ -58,22 +57,6 @@ TEST(EntitlementsTest, OtherEncodingsAreRefused) {
   }
 }
 
-TEST(EntitlementsTest, TextIsKeptAndBinaryFormIsConverted) {
-  const std::string text =
-      "<?xml version=\"1.0\"?>\n<plist version=\"1.0\"> <dict><key>b</key><true/>"
-      "<key>a</key><string>x</string></dict></plist>";
-  const auto fromText = toolchain::parseEntitlements(bytesOf(text));
-  ASSERT_TRUE(fromText);
-  EXPECT_EQ(fromText->xml, text);
-  // {"a": true}
-  const std::string binary = "bplist00" + fromHex("d10102 5161 09 080b0d 0000 0000 0000 0101") +
-                             bigEndian(3, 8) + bigEndian(0, 8) + bigEndian(14, 8);
-  const auto fromBinary = toolchain::parseEntitlements(bytesOf(binary));
-  ASSERT_TRUE(fromBinary) << problemOf(fromBinary);
-  EXPECT_TRUE((fromBinary->dictionary == Dictionary{{"a", true}}));
-  EXPECT_THAT(fromBinary->xml, StartsWith("<?xml"));
-}
-
 TEST(EntitlementsTest, WhatNoSignatureCanHoldIsNamed) {
   const auto inside = [](const Value& value) {
     return plist({{"a", Dictionary{{"b", Array{true, value}}}}});
@@ -89,19 +72,6 @@ TEST(EntitlementsTest, WhatNoSignatureCanHoldIsNamed) {
     EXPECT_THAT(
         problemOf(toolchain::parseEntitlements(keepForFuzzing("Entitlements", bytesOf(file)))),
         StartsWith(complaint));
-  }
-}
-
-TEST(EntitlementsTest, OnlyABooleanTrueSetsAFlag) {
-  using namespace toolchain::execseg;
-  for (const auto& [entitlements, flags] : std::vector<std::pair<Dictionary, std::uint64_t>>{
-           {{{"get-task-allow", true}}, kAllowUnsigned},
-           {{{"get-task-allow", false}}, 0},
-           {{{"get-task-allow", 1}}, 0},
-           {{{"get-task-allow", "true"}}, 0},
-           {{{"run-unsigned-code", true}, {"com.apple.private.cs.debugger", true}}, 0x30},
-           {{{"dynamic-codesigning", true}}, kJIT}}) {
-    EXPECT_EQ(toolchain::executableSegmentFlags(entitlements), flags);
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 
 #include "tests/support/Test.h"
@@ -7,7 +8,7 @@
 
 namespace test {
 
-/// One change to a sound blob, and what its reader says about it.
+/// One change to a sound blob, and what its reader says about it; empty: nothing.
 struct Damage {
   const char* name;
   std::size_t offset;
@@ -17,13 +18,18 @@ struct Damage {
   std::optional<std::size_t> size = std::nullopt;
 };
 
-inline std::vector<std::byte> patched(foundation::Bytes sound, const Damage& damage) {
-  std::vector<std::byte> bytes(sound.begin(), sound.end());
-  if (damage.size) bytes.resize(*damage.size);
-  toolchain::ByteWriter out;
-  out.append(bytes);
-  out.patch32(damage.offset, damage.value);
-  return out.take();
+/// `problemWith` reads a blob, and returns the error's text.
+inline void expectComplaints(foundation::Bytes sound, const std::vector<Damage>& rows,
+                             const std::function<std::string(foundation::Bytes)>& problemWith) {
+  for (const Damage& row : rows) {
+    toolchain::ByteWriter out;
+    out.append(sound.first(std::min(sound.size(), row.size.value_or(sound.size()))));
+    out.zeros(row.size.value_or(out.size()) - out.size());
+    out.patch32(row.offset, row.value);
+    const auto problem = problemWith(keepForFuzzing("SignatureBlobs", out.bytes()));
+    EXPECT_THAT(problem, HasSubstr(row.complaint)) << row.name;
+    EXPECT_EQ(problem.empty(), row.complaint.empty()) << row.name;
+  }
 }
 
 }  // namespace test
