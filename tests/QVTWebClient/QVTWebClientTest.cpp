@@ -1,6 +1,6 @@
 #include "QVTWebClient/QVTWebAPIClientEndpoints.h"
 #include "QVTWebClient/QVTWebClient.h"
-#include "tests/support/LoopbackServer.h"
+#include "tests/support/ScriptedServer.h"
 #include "tests/support/Test.h"
 
 namespace {
@@ -32,45 +32,35 @@ Response responseOf(const std::function<void(Completion)>& start) {
   return result;
 }
 
-TEST(QVTWebClient, ResolvesPathsAgainstItsBase) {
-  const LoopbackServer server(alwaysAnswer(httpAnswer(200)));
+TEST(QVTWebClient, ResolvesPathsAgainstItsBaseAndAddsItsHeaders) {
+  const ScriptedServer server({"/*=200"});
   const std::tuple<const char*, const char*, const char*> cases[] = {
       {"/v1/", "api/items", "/v1/api/items"},
       {"/v1/", "/items", "/items"},
       {"/v1", "items?q=1", "/items?q=1"},
       {"", "/spi/v1", "/spi/v1"}};
   for (const auto& [base, path, target] : cases) {
-    clientFor(server.url(base))->syncStartRequestCompletion(getRequest(path), kIgnore);
-    EXPECT_EQ(server.requests().back()->target, target);
-  }
-  const auto request = getRequest("ignored");
-  request->setURL(URL::withString(server.url("/own")));
-  clientFor("http://other.invalid/")->syncStartRequestCompletion(request, kIgnore);
-  EXPECT_EQ(server.requests().back()->target, "/own");
-}
-
-TEST(QVTWebClient, AddsItsHeadersWhereTheRequestHasNone) {
-  const LoopbackServer server(alwaysAnswer(httpAnswer(200)));
-  const auto client = clientFor(server.url());
-  client->addValueForHeader("client", "X-Both");
-  client->addValueForHeader("first", "X-Client");
-  client->addValueForHeader("second", "X-Client");
-  const auto plain = getRequest();
-  plain->addValueForHTTPHeaderField("request", "x-both");
-  const auto accepting = getRequest();
-  accepting->addValueForHTTPHeaderField("text/html", "Accept");
-  for (const auto& request : {plain, accepting}) {
+    const auto client = clientFor(server.url(base));
+    client->addValueForHeader("client", "X-Both");
+    client->addValueForHeader("first", "X-Client");
+    client->addValueForHeader("second", "X-Client");
+    const auto request = getRequest(path);
+    request->addValueForHTTPHeaderField("request", "x-both");
     client->syncStartRequestCompletion(request, kIgnore);
+    const std::string received = server.requests().back();
+    EXPECT_THAT(received, StartsWith("GET " + std::string(target) + " HTTP/1.1\r\n"));
+    EXPECT_THAT(received, HasSubstr("\r\nAccept: application/json, application/x-plist\r\n"));
+    EXPECT_THAT(received, HasSubstr("\r\nx-both: request\r\nX-Client: second\r\n"));
   }
-  const auto received = server.requests();
-  EXPECT_EQ(received.at(0)->header("Accept"), "application/json, application/x-plist");
-  EXPECT_EQ(received.at(0)->header("X-Both"), "request");
-  EXPECT_EQ(received.at(0)->header("X-Client"), "second");
-  EXPECT_EQ(received.at(1)->header("Accept"), "text/html");
+  const auto own = getRequest("ignored");
+  own->setURL(URL::withString(server.url("/own")));
+  own->addValueForHTTPHeaderField("text/html", "Accept");
+  clientFor("http://other.invalid/")->syncStartRequestCompletion(own, kIgnore);
+  EXPECT_THAT(server.requests().back(), AllOf(StartsWith("GET /own "), HasSubstr(": text/html\r")));
 }
 
 TEST(QVTWebClient, ChecksTheExpectedStatus) {
-  const LoopbackServer server(alwaysAnswer(httpAnswer(201)));
+  const ScriptedServer server({"/=201"});
   const auto client = clientFor(server.url());
   const auto responses = [&](std::uint64_t expected) {
     Response response;
@@ -95,7 +85,7 @@ TEST(QVTWebClient, ChecksTheExpectedStatus) {
 }
 
 TEST(QVTWebClient, GetsAndPosts) {
-  const LoopbackServer server(alwaysAnswer(httpAnswer(200, "[]")));
+  const ScriptedServer server({"/*=200"});
   const auto client = clientFor(server.url("/v1/"));
   responseOf([&](Completion completion) {
     client->getURLCompletion(*URL::withString(server.url("/else?x=1")), completion);
@@ -103,20 +93,15 @@ TEST(QVTWebClient, GetsAndPosts) {
   responseOf([&](Completion completion) {
     client->postFormDataToPathCompletion({{"a", "1"}}, "form", completion);
   });
-  const auto requests = server.requests();
-  ASSERT_THAT(requests, SizeIs(2));
-  EXPECT_EQ(requests[0]->method + " " + requests[0]->target, "GET /else?x=1");
-  EXPECT_EQ(requests[1]->method + " " + requests[1]->target, "POST /v1/form");
-  EXPECT_THAT(requests[1]->body(), HasSubstr("name=\"a\""));
+  EXPECT_THAT(server.requests(),
+              ElementsAre(StartsWith("GET /else?x=1 "),
+                          AllOf(StartsWith("POST /v1/form "), HasSubstr("name=\"a\""))));
 }
 
 TEST(QVTWebClient, CompletesHundredsAtOnceOnceEachAndMayBeUsedMeanwhile) {
   constexpr std::size_t kCount = 300;
-  const LoopbackServer server([](const ReceivedRequest& request, Peer& peer) {
-    if (request.target.ends_with("7")) return peer.reset();
-    peer.send(
-        httpAnswer(200, "[\"" + request.target + "\"]", "Content-Type: application/json\r\n"));
-  });
+  const ScriptedServer server(
+      {"*7=reset", "*=200 with Content-Type: application/json saying [\"{target}\"]"});
   auto client = clientFor(server.url());
   std::array<std::atomic<int>, kCount> calls{};
   for (std::size_t i = 0; i < kCount; ++i) {
@@ -143,14 +128,13 @@ TEST(QVTWebClient, CompletesHundredsAtOnceOnceEachAndMayBeUsedMeanwhile) {
 }
 
 TEST(QVTWebClient, ASynchronousStartHoldsTheClientOnTheCallersThread) {
-  const LoopbackServer server(alwaysAnswer(httpAnswer(200, "raw")));
+  const ScriptedServer server({"/=200"});
   const auto client = clientFor(server.url());
   const auto caller = std::this_thread::get_id();
   std::vector<std::string> order;
   std::thread other;
-  client->syncStartRequestCompletion(getRequest(), [&](const Response& response) {
+  client->syncStartRequestCompletion(getRequest(), [&](const Response&) {
     EXPECT_EQ(std::this_thread::get_id(), caller);
-    EXPECT_EQ(response->body(), Value(Data(std::string("raw"))));
     std::atomic<bool> isAtIt = false;
     other = std::thread([&] {
       isAtIt = true;

@@ -7,11 +7,15 @@ LLVM's dwarfdump, check_signature.py). A right request gets the response of its 
 the complaints. "(null)" in a path, from an app without a readable executable, is accepted.
 
 usage: service.py [--port N] [--key API_KEY] [--secret BUILD_SECRET] [--root PEM] [--save FOLDER]
+                  [--tls PEM] [--behave OCCASION=STEPS]... [--record FOLDER]
 
-As a program it prints its address, then each request, until it is ended; status 0 when all were right.
-service_test.py shows that it refuses what is wrong.
+As a program it prints its address, then each request, until it is ended; status 0 when all were right. Into
+the folder of --record go the bytes of all requests, in files that are numbered from 0. service_test.py shows
+that it refuses what is wrong.
 """
 import argparse
+import contextlib
+import fnmatch
 import functools
 import hashlib
 import json
@@ -319,8 +323,8 @@ class Checker:
 class Connection:
     """The server's end of a connection. Whatever goes wrong with it is the end of it."""
 
-    def __init__(self, peer: socket.socket):
-        self.socket, self.input, self.is_open = peer, bytearray(), True
+    def __init__(self, peer: socket.socket, address: tuple[str, int]):
+        self.socket, self.input, self.is_open, self.client = peer, bytearray(), True, address[1]
         self.host: str | None = None  # that of its requests
 
     def start_tls(self, certificate: Path) -> bool:
@@ -379,13 +383,12 @@ class Connection:
         """An orderly end, that of TLS included."""
         if not self.is_open:
             return
-        try:
-            if isinstance(self.socket, ssl.SSLSocket):
+        if isinstance(self.socket, ssl.SSLSocket):
+            with contextlib.suppress(OSError, ValueError):
                 self.socket.settimeout(5)
                 self.socket.unwrap()
+        with contextlib.suppress(OSError):
             self.socket.shutdown(socket.SHUT_WR)
-        except (OSError, ValueError):
-            pass
         self.cut()
 
 
@@ -408,20 +411,22 @@ def unescaped(text: str) -> bytes:
 class Service:
     """The service on a port of 127.0.0.1, with what it saw. Each connection has a thread.
 
-    `behaviours` says how it acts at a call ("validate", "notes", "testers", "upload"), at "any" request,
-    a proxy's "connect", or a new "connection", in steps joined by " then ":
+    `behaviours` says how it acts at a call ("validate", "notes", "testers", "upload"), at another target that
+    matches a pattern ("/moved/*"), at "any" request, a proxy's "connect", or a new "connection", in steps joined
+    by " then ":
         STATUS [with HEADER: VALUE]... [saying BODY]
-        send BYTES | repeat BYTES | take N | run COMMAND | close | cut | reset | stall
-    BYTES and BODY are read by `repeated` and `unescaped`; {target}, {port} and {key} are filled in. Steps
-    that begin with "early" come before the body is read and checked; the connection ends after them. " next "
-    joins what is done at the first request, the second and so on. With `tunnels` it is a proxy that is the end
+        send BYTES | repeat BYTES | take N | wait SECONDS | run COMMAND | close | cut | reset | stall
+    BYTES and BODY are read by `repeated` and `unescaped`; {target}, {port}, {key} and {client}, the client's
+    port, are filled in. Steps that begin with "early" come before the body is read and checked; the connection
+    ends after them. " next " joins what is done at the first request, the second and so on. With `tunnels` it is a proxy that is the end
     of its own tunnels. `tls` is a file with certificate and key.
     """
 
     def __init__(self, checker: Checker | None = None, behaviours: dict[str, str] | None = None,
-                 port: int = 0, tls: Path | None = None, tunnels: bool = False, run=lambda command: None):
+                 port: int = 0, tls: Path | None = None, tunnels: bool = False, recorded: Path | None = None,
+                 run=lambda command: None):
         self.checker, self.behaviours, self.run = checker or Checker(), dict(behaviours or {}), run
-        self.tls, self.tunnels = tls, tunnels
+        self.tls, self.tunnels, self.recorded = tls, tunnels, recorded
         self.calls: list[str] = []
         self.forms: dict[str, list[Part]] = {}
         self.requests: list[Request] = []
@@ -429,7 +434,7 @@ class Service:
         self.connects: list[str] = []
         self.observer = lambda request, form, complaints: None
         self.lock, self.connections, self.threads, self.counts = threading.Lock(), [], [], {}
-        self.listener = socket.create_server(("127.0.0.1", port), backlog=128)
+        self.listener = socket.create_server(("127.0.0.1", port), backlog=1024)
         self.port = self.listener.getsockname()[1]
         self.acceptor = threading.Thread(target=self.accept)
         self.acceptor.start()
@@ -461,7 +466,7 @@ class Service:
     def accept(self) -> None:
         while True:
             try:
-                connection = Connection(self.listener.accept()[0])
+                connection = Connection(*self.listener.accept())
             except OSError:
                 return
             thread = threading.Thread(target=self.serve, args=(connection,))
@@ -501,23 +506,36 @@ class Service:
         self.answer(connection, request)
         return True
 
-    def is_early(self, connection: Connection, request: Request) -> bool:
+    def occasion_of(self, request: Request) -> str:
+        """Its call, or the first pattern that its target matches."""
         address = self.checker.call_of(request)
-        behaviour = self.behaviours.get(address[0], "") if address else ""
+        patterns = (name for name in self.behaviours if fnmatch.fnmatchcase(request.target, name))
+        return address[0] if address else next(patterns, "none")
+
+    def is_early(self, connection: Connection, request: Request) -> bool:
+        occasion = self.occasion_of(request)
+        behaviour = self.behaviours.get(occasion, "")
         if not behaviour.startswith("early "):
             return False
-        self.record(request, address[0], [], [])
+        self.record(request, occasion, [], [])
         self.perform(connection, behaviour.removeprefix("early "), request)
         return True
 
     def record(self, request: Request, call: str | None, form: list[Part], complaints: list[str]) -> None:
         with self.lock:
+            if self.recorded:
+                (self.recorded / str(len(self.requests))).write_bytes(request.head + request.body)
             self.requests.append(request)
             self.calls.append(call or "none")
             self.forms[call or "none"] = form
             self.complaints += [f"{call or request.target}: {complaint}" for complaint in complaints]
 
     def answer(self, connection: Connection, request: Request) -> None:
+        occasion = self.occasion_of(request)
+        if occasion in self.behaviours and occasion not in RIGHT_STATUS:
+            self.record(request, occasion, [], [])
+            self.act(connection, occasion, request)
+            return
         with self.lock:
             self.checker.host = connection.host or self.url().partition("://")[2]
             call, form, complaints = self.checker.check(request)
@@ -540,8 +558,9 @@ class Service:
         return True
 
     def perform(self, connection: Connection, steps: str, request: Request | None = None) -> None:
-        target = request.target if request else ""
-        for name, value in {"port": self.port, "target": target, "key": self.checker.key}.items():
+        values = {"port": self.port, "target": request.target if request else "", "key": self.checker.key,
+                  "client": connection.client}
+        for name, value in values.items():
             steps = steps.replace("{" + name + "}", str(value))
         for step in steps.removeprefix("early ").split(" then "):
             verb, _, rest = repeated(step).partition(" ")
@@ -554,6 +573,8 @@ class Service:
                     pass
             elif verb == "take":
                 connection.take(int(rest))
+            elif verb == "wait":
+                time.sleep(float(rest))
             elif verb == "run":
                 self.run(rest)
             else:
@@ -583,8 +604,10 @@ def describe(request: Request, form: list[Part], complaints: list[str]) -> str:
 def main() -> int:
     parser = argparse.ArgumentParser(usage=__doc__[__doc__.index("usage: ") + 7:])
     parser.add_argument("--port", type=int, default=0)
-    for name in ("--key", "--secret", "--root", "--save"):
+    for name in ("--key", "--secret", "--root", "--save", "--tls"):
         parser.add_argument(name)
+    parser.add_argument("--behave", action="append", default=[])
+    parser.add_argument("--record", type=Path)
     options = parser.parse_args()
 
     def observer(request: Request, form: list[Part], complaints: list[str]) -> None:
@@ -593,7 +616,9 @@ def main() -> int:
             (Path(options.save) / form[-1].file_name).write_bytes(form[-1].value)
 
     signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGINT, signal.SIGTERM})
-    with Service(Checker(options.key, options.secret, options.root), port=options.port) as service:
+    behaviours = dict(behaviour.split("=", 1) for behaviour in options.behave)
+    with Service(Checker(options.key, options.secret, options.root), behaviours, port=options.port,
+                 tls=options.tls, recorded=options.record) as service:
         service.observer = observer
         print(f"listening on {service.url()}\n", flush=True)
         signal.sigwait({signal.SIGINT, signal.SIGTERM})

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "foundation/net/URLConnection.h"
-#include "tests/support/LoopbackServer.h"
+#include "tests/support/ScriptedServer.h"
 #include "tests/support/Test.h"
 
 /// What the tests of URL connections share.
@@ -14,10 +14,8 @@ inline URLRequest requestFor(const std::string& url, std::string method = "GET")
   return request;
 }
 
-/// With a header field that no error may show.
-inline URLRequest secretPostTo(const std::string& url, std::size_t bodySize) {
+inline URLRequest postTo(const std::string& url, std::size_t bodySize) {
   URLRequest request = requestFor(url, "POST");
-  request.headers = {{"X-Secret", "canary"}};
   request.body.emplace().append(Data(std::string(bodySize, 'x')));
   return request;
 }
@@ -26,24 +24,20 @@ inline URLConnection::Exchange send(const URLRequest& request) {
   return URLConnection::sendSynchronousRequest(request);
 }
 
-/// What went wrong in an exchange, for messages and comparisons.
-inline std::string problemOf(const URLConnection::Exchange& exchange) {
-  return exchange.error ? exchange.error->description() : "";
+/// The body of the response; the error's description without one.
+inline std::string answerTo(const URLRequest& request) {
+  const auto exchange = send(request);
+  return exchange.error ? exchange.error->description() : std::string(exchange.data->text());
 }
 
-/// For servers with a certificate; those of one authority are trusted.
+/// For servers with TLS, whose authority is trusted.
 class WithTrustedAuthority : public testing::Test {
  protected:
-  static ServerOptions tls(const TLSAuthority& issuer) {
-    ServerOptions options;
-    options.identity = issuer.issue();
-    return options;
-  }
+  WithTrustedAuthority() { writeServerCertificate(folder_.path()); }
 
   TemporaryFolder folder_;
-  TLSAuthority authority_;
-  std::string trusted_ = folder_.write("trusted.pem", authority_.certificate()).string();
-  ScopedEnvironment trust_{"SSL_CERT_FILE", trusted_.c_str()};
+  std::string identity_ = folder_ / "localhost.pem";
+  ScopedEnvironment trust_{"SSL_CERT_FILE", (folder_ / "authority.pem").c_str()};
 };
 
 }  // namespace foundation

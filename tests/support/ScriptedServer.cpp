@@ -1,0 +1,60 @@
+#include "tests/support/ScriptedServer.h"
+
+#include <sys/prctl.h>
+
+#include "tests/support/Test.h"
+
+namespace test {
+
+ScriptedServer::ScriptedServer(const std::vector<std::string>& behaviours, const std::string& tls) {
+  std::vector<std::string> command = {"python3",          "-S",       "-E",
+                                      RUNS "/service.py", "--record", folder_.path()};
+  for (const auto& behaviour : behaviours) command.insert(command.end(), {"--behave", behaviour});
+  if (!tls.empty()) command.insert(command.end(), {"--tls", tls});
+  std::vector<char*> argv;
+  for (std::string& word : command) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  const fs::path output = folder_.write("output", "");
+  process_ = ::fork();
+  if (process_ == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // it ends with this process, however that ends
+    ::dup2(::open(output.c_str(), O_WRONLY), STDOUT_FILENO);
+    ::dup2(STDOUT_FILENO, STDERR_FILENO);
+    ::execvp(argv[0], argv.data());
+    ::_exit(127);
+  }
+  std::string said;
+  const std::string start = "listening on ";
+  const bool isReady = eventually([&] {
+    said = contentsOf(output);
+    return said.ends_with("\n\n") && said.starts_with(start);
+  });
+  if (!isReady) throw std::runtime_error("service.py: " + said);
+  address_ = said.substr(start.size(), said.find('\n') - start.size());
+}
+
+ScriptedServer::~ScriptedServer() {
+  ::kill(process_, SIGKILL);
+  ::waitpid(process_, nullptr, 0);
+}
+
+std::vector<std::string> ScriptedServer::requests() const {
+  std::vector<std::string> requests;
+  for (fs::path file; fs::exists(file = folder_ / std::to_string(requests.size()));) {
+    requests.push_back(contentsOf(file));
+  }
+  return requests;
+}
+
+void writeServerCertificate(const fs::path& folder) {
+  outputOf({"bash", "-e", "-c", ". $0/functions.sh; FOLDER=$1 HOSTS=localhost; server_certificate",
+            RUNS, folder});
+}
+
+std::string escaped(std::string_view bytes) {
+  std::string text;
+  for (const char byte : bytes) text += "\\x" + hexOf({&byte, 1});
+  return text;
+}
+
+}  // namespace test
