@@ -12,15 +12,11 @@ namespace {
 
 namespace DER = foundation::DER;
 namespace slot = toolchain::slot;
-using foundation::Bytes;
-using foundation::bytesOf;
-using foundation::Data;
-using foundation::textOf;
 using toolchain::CodeDirectory;
 
 template <class T>
-T required(foundation::Result<T> result) {
-  if (!result) throw std::runtime_error(result.error().localizedDescription());
+T required(Result<T> result) {
+  if (!result) throw std::runtime_error(problemOf(result));
   return *std::move(result);
 }
 
@@ -46,13 +42,10 @@ std::vector<foundation::CMS::Attribute> hashLists(const SignatureParts& parts,
   for (std::size_t i = 0; i < parts.listed.value_or(directories.size()); ++i) {
     listed.push_back(required(CodeDirectory::parse(bytesOf(directories[i]))));
   }
-  const std::string plist = required(foundation::PropertyList::xml(
-      foundation::Dictionary{{"cdhashes", toolchain::cdHashList(listed)}}));
   std::vector<foundation::CMS::Attribute> lists;
-  if (parts.withHashPlist) {
-    const auto value = parts.hashPlist.value_or(DER::element(DER::kOctetString, plist));
-    lists.push_back({std::string(toolchain::kCDHashListOID), {Data(value)}});
-  }
+  const auto value = parts.hashPlist.value_or(
+      DER::element(DER::kOctetString, plist({{"cdhashes", toolchain::cdHashList(listed)}})));
+  if (!value.empty()) lists.push_back({std::string(toolchain::kCDHashListOID), {Data(value)}});
   if (parts.withHashList) {
     const auto digests = toolchain::digestList(listed);
     lists.push_back({std::string(toolchain::kDigestListOID), {digests.begin(), digests.end()}});

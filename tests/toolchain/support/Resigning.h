@@ -27,8 +27,7 @@ struct SignatureParts {
   /// Slots to leave out of the hashes, and slots to give a hash with nothing behind it.
   std::set<std::uint32_t> uncovered;
   std::set<std::uint32_t> dangling;
-  bool withHashPlist = true;
-  /// In place of the property list, in DER.
+  /// In place of the property list of hashes, in DER; an empty text: none.
   std::optional<std::string> hashPlist;
   bool withHashList = true;
   /// False: the signature is over the primary directory itself.

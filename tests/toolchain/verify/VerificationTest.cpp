@@ -1,6 +1,9 @@
-#include "tests/support/MachOFixture.h"
+#include "tests/support/AppFixture.h"
+#include "tests/toolchain/support/CodeFixture.h"
 #include "tests/toolchain/support/Resigning.h"
-#include "tests/toolchain/support/SignedAppFixture.h"
+#include "toolchain/common/SignatureFault.h"
+#include "toolchain/image/MachOFile.h"
+#include "toolchain/sign/Signing.h"
 #include "toolchain/signature/Entitlements.h"
 #include "toolchain/signature/Requirement.h"
 #include "toolchain/verify/Verification.h"
@@ -8,19 +11,65 @@
 namespace {
 
 namespace magic = toolchain::magic;
-using toolchain::CodeDirectoryFields;
 using toolchain::Fault;
 using toolchain::requirement::Expression;
 using toolchain::requirement::Operation;
 
+using Fields = toolchain::CodeDirectoryFields;
 using Parts = SignatureParts;
 using Change = std::function<void(Parts&)>;
+
+/// An app of armv7 and arm64 with both digests, entitlements, a framework and a loose library.
+const fs::path& signedApp() {
+  static const TemporaryFolder folder;
+  static const fs::path app = [] {
+    const fs::path built = makeApp(folder.path());
+    writeFile(built / "Frameworks/libf.dylib", libraryCode());
+    writeBundle(built / "Frameworks/F.framework", "com.example.F", libraryCode());
+    const toolchain::SignOptions options{
+        .code = built,
+        .identity = signingFamily().leaf.sha1(),
+        .keychain = writeKeychain(folder / "keychain.pem"),
+        .entitlements = writePlist(folder / "entitlements", {{"get-task-allow", true}})};
+    EXPECT_EQ(problemOf(toolchain::sign(options)), "");
+    return built;
+  }();
+  return app;
+}
+
+class VerificationTest : public testing::Test {
+ protected:
+  VerificationTest() { restore(); }
+  void restore() const {
+    fs::remove_all(app_);
+    copyTree(signedApp(), app_);
+  }
+  [[nodiscard]] toolchain::Verdict verify() const { return toolchain::verify({.code = app_}); }
+  /// The change to a whole signature is found for this reason and cause.
+  void expectRefusal(const std::string& cause, Fault fault = Fault::invalidSignature) const {
+    const auto verdict = verify();
+    EXPECT_EQ(verdict.status, 1);
+    ASSERT_FALSE(verdict.statements.empty());
+    EXPECT_EQ(verdict.statements[0], app_.string() + ": " + std::string(toolchain::reason(fault)));
+    EXPECT_THAT(verdict.statements.back(), HasSubstr(cause));
+  }
+  void resign(const Parts& parts, std::size_t slice = 0,
+              const Family& family = signingFamily()) const {
+    putTogether(executable_, parts, family, slice);
+  }
+
+  const TemporaryFolder folder_;
+  const fs::path app_ = folder_ / "Example.app";
+  const fs::path executable_ = app_ / "Example";
+  const fs::path library_ = app_ / "Frameworks/libf.dylib";
+  const fs::path framework_ = app_ / "Frameworks/F.framework";
+};
 
 std::string blob(std::uint32_t magic, std::string_view payload) {
   return std::string(textOf(toolchain::makeBlob(magic, bytesOf(payload))));
 }
 
-Change everyDirectory(const std::function<void(CodeDirectoryFields&)>& change) {
+Change each(void (*change)(Fields& fields)) {
   return [=](Parts& parts) { std::ranges::for_each(parts.directories, change); };
 }
 
@@ -31,23 +80,15 @@ Change withoutHashOfFile(std::uint32_t slot) {
   };
 }
 
-Change blobIs(std::uint32_t slot, std::uint32_t magic, std::string_view payload) {
-  return [slot, content = blob(magic, payload)](Parts& parts) { parts.blobs[slot] = content; };
+Change blobIs(std::uint32_t slot, std::uint32_t magic, const std::string& payload) {
+  return [=](Parts& parts) { parts.blobs[slot] = blob(magic, payload); };
 }
 
-/// A blob that no hash covers.
-Change foreignBlob(std::uint32_t slot) {
-  return [=](Parts& parts) {
-    parts.blobs[slot] = blob(magic::kWrapper, "x");
-    parts.uncovered = {slot};
-  };
-}
-
-Change entitlementsAre(std::string_view text) { return blobIs(5, magic::kEntitlements, text); }
+Change entitlementsAre(const std::string& text) { return blobIs(5, magic::kEntitlements, text); }
 
 /// The list of cdhashes is a property list in an octet string.
-Change hashListIs(std::string value) {
-  return [value = std::move(value)](Parts& parts) { parts.hashPlist = value; };
+Change hashListIs(const std::string& der) {
+  return [=](Parts& parts) { parts.hashPlist = der; };
 }
 
 void setRequirement(Parts& parts, const Expression& designated) {
@@ -60,121 +101,91 @@ void withoutEntitlements(Parts& parts) {
   parts.blobs.erase(7);
 }
 
-class VerificationTest : public SignedAppTest {
- protected:
-  /// The change to a whole signature is found for this reason and cause.
-  void expectRefusal(const char* cause, Fault fault = Fault::invalidSignature) const {
-    const auto verdict = verify();
-    EXPECT_EQ(verdict.status, 1);
-    ASSERT_FALSE(verdict.statements.empty());
-    EXPECT_EQ(verdict.statements[0], line(fault));
-    EXPECT_THAT(verdict.statements.back(), HasSubstr(cause));
-  }
-  void resign(const Parts& parts, std::size_t slice = 0,
-              const Family& family = signingFamily()) const {
-    putTogether(executable_, parts, family, slice);
-  }
-};
-
 /// Signatures that are whole in themselves but say something that must not be.
 TEST_F(VerificationTest, WrongSignaturesAreRefused) {
   const auto stranger = makeFamily({.organizationalUnit = "OTHERTEAM1"});
+  const std::string truncated = blob(magic::kRequirement, std::string("\0\0\0\1\0\0\0\6", 8));
+  const std::string twice = "<key>a</key><true/>";
+  const auto listed = [](std::size_t count, bool withPlist, bool withList) -> Change {
+    return [=](Parts& parts) {
+      parts.listed = count;
+      if (!withPlist) parts.hashPlist = "";
+      parts.withHashList = withList;
+    };
+  };
   struct Row {
-    const char* name;
-    Change change;
     const char* cause;
+    Change change;
     Fault fault = Fault::invalidSignature;
   };
-  const std::vector<Row> rows{
-      {"no identifier", everyDirectory([](auto& fields) { fields.identifier.clear(); }),
-       "has no identifier"},
-      {"identifiers differ", [](Parts& parts) { parts.directories[1].identifier = "other"; },
-       "CodeDirectory (sha256) does not agree with the primary one"},
-      {"teams differ", [](Parts& parts) { parts.directories[1].teamIdentifier = "OTHER"; },
-       "does not agree"},
-      {"slices differ", everyDirectory([](auto& fields) { fields.identifier = "com.other"; }),
-       "the slices have identifiers \"com.other\" and \"com.example.app\""},
-      {"strange page size", [](Parts& parts) { parts.directories[0].pageShift = 13; },
-       "page size 2^13 is not one that devices accept"},
-      {"part of the code", everyDirectory([](auto& fields) { fields.codeLimit -= 4096; }),
-       "where the signature begins"},
-      {"short executable segment",
-       everyDirectory([](auto& fields) { fields.execSegmentLimit -= 1; }), "is not __TEXT"},
-      {"no main binary",
-       everyDirectory([](auto& fields) { fields.execSegmentFlags &= ~std::uint64_t{1}; }),
-       "executable segment flags 0x10 are not 0x11"},
-      {"debugging not asked for", withoutEntitlements, "executable segment flags 0x11 are not 0x1"},
-      {"unknown flags", everyDirectory([](auto& fields) { fields.flags |= 0x40000; }),
-       "flags 0x40000 are unknown"},
-      {"blob without hash", [](Parts& parts) { parts.uncovered = {7}; }, "does not cover slot 7"},
-      {"hash without blob", [](Parts& parts) { parts.dangling = {6}; },
-       "covers slot 6, which is not there"},
-      {"an unknown slot", foreignBlob(0x2000), "slot 0x2000 is not one that signatures have"},
-      {"identification", foreignBlob(0x10001), "slot 0x10001 is not one"},
-      {"ticket", foreignBlob(0x10002), "slot 0x10002 is not one"},
-      {"Info.plist not covered", withoutHashOfFile(1), "does not cover Info.plist",
-       Fault::invalidInfoPlist},
-      {"seal not covered", withoutHashOfFile(3), "does not cover the resource seal",
-       Fault::invalidResourceDirectory},
-      {"a blob without content", blobIs(6, magic::kWrapper, ""), "slot 6 has no content"},
-      {"blob of another kind", blobIs(2, magic::kEntitlements, ""), "slot 2: blob magic"},
-      {"entitlements are text", entitlementsAre("text"), "entitlements: "},
-      {"entitlements go on", entitlementsAre("<plist><dict/></plist><plist/>"),
-       "entitlements: XML property list: goes on after its end"},
-      {"entitlements say something twice",
-       entitlementsAre("<plist><dict><key>a</key><true/><key>a</key><true/></dict></plist>"),
-       "entitlements: XML property list: a dictionary has a key twice"},
-      {"entitlements in binary form", entitlementsAre("bplist00"),
-       "entitlements: they are not XML"},
-      {"entitlements are an array", entitlementsAre("<plist><array/></plist>"),
-       "entitlements: they are not a dictionary"},
-      {"entitlements' DER form of old",
-       blobIs(7, magic::kEntitlementsDER, std::string_view("\x31\x00", 2)),
-       "entitlements in DER form"},
-      {"forms differ",
-       [](Parts& parts) {
-         parts.blobs[7] = textOf(toolchain::entitlementsDERBlob(
-             *toolchain::makeEntitlements({{"get-task-allow", true}})));
-       },
-       "entitlements: the DER form does not describe what the XML form does"},
-      {"malformed requirement",
-       [](Parts& parts) {
-         const std::string cut = blob(magic::kRequirement, std::string("\0\0\0\1\0\0\0\6", 8));
-         parts.blobs[2] = textOf(toolchain::makeSuperBlob(
-             magic::kRequirementSet, {{toolchain::requirement::kDesignated, bytesOf(cut)}}));
-       },
-       "requirements: requirement is truncated at byte 4"},
-      {"says ad hoc, has a CMS",
-       everyDirectory([](auto& fields) { fields.flags |= toolchain::codeflag::kAdHoc; }),
-       "code signed ad hoc has a CMS signature"},
-      {"empty CMS", [](Parts& parts) { parts.message = ""; }, "the CMS signature is empty"},
-      {"no CMS", [](Parts& parts) { parts.withWrapper = false; },
-       "there is no CMS signature, and the code is not signed ad hoc"},
-      {"CMS of rubbish", [](Parts& parts) { parts.message = "rubbish"; }, "signature message"},
-      {"no list of hashes tells of both",
-       [](Parts& parts) { parts.withHashPlist = parts.withHashList = false; },
-       "no list of hashes covers the alternate CodeDirectories"},
-      {"a list tells of one", [](Parts& parts) { parts.listed = 1; },
-       "the list of cdhashes is not that of the 2 CodeDirectories"},
-      {"the other list tells of one",
-       [](Parts& parts) {
-         parts.listed = 1;
-         parts.withHashPlist = false;
-       },
-       "the list of full digests is not that of the 2 CodeDirectories"},
-      {"the list is a number", hashListIs("\x02\x01\x07"),
-       "the list of cdhashes is not an octet string"},
-      {"the list is not a property list", hashListIs("\x04\x01{"), "the list of cdhashes: "},
-      {"the list is of other things", hashListIs("\x04\x17<plist><dict/></plist>\n"),
-       "the list of cdhashes has no \"cdhashes\""},
-      {"no root", [](Parts& parts) { parts.certificates.pop_back(); }, "Test Root CA"},
-      {"other team", everyDirectory([](auto& fields) { fields.teamIdentifier = "OTHERTEAM1"; }),
-       "team identifier \"OTHERTEAM1\" is not the certificate's \"ABCDE12345\""},
-      {"other people's chain", [&](Parts& parts) { parts.certificates = stranger.chain(); },
-       "the signer's certificate is not among the 3"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
+  for (const Row& row : {
+           // The CodeDirectories.
+           Row{"has no identifier", each([](Fields& fields) { fields.identifier.clear(); })},
+           Row{"CodeDirectory (sha256) does not agree with the primary one",
+               [](Parts& parts) { parts.directories[1].identifier = "other"; }},
+           Row{"the slices have identifiers \"com.other\" and \"com.example.app\"",
+               each([](Fields& fields) { fields.identifier = "com.other"; })},
+           Row{"page size 2^13 is not one that devices accept",
+               [](Parts& parts) { parts.directories[0].pageShift = 13; }},
+           Row{"where the signature begins",
+               each([](Fields& fields) { fields.codeLimit -= 4096; })},
+           Row{"is not __TEXT", each([](Fields& fields) { fields.execSegmentLimit -= 1; })},
+           Row{"executable segment flags 0x10 are not 0x11",
+               each([](Fields& fields) { fields.execSegmentFlags = 0x10; })},
+           Row{"executable segment flags 0x11 are not 0x1", withoutEntitlements},
+           Row{"flags 0x40000 are unknown", each([](Fields& fields) { fields.flags |= 0x40000; })},
+           // What they cover.
+           Row{"does not cover slot 7", [](Parts& parts) { parts.uncovered = {7}; }},
+           Row{"covers slot 6, which is not there", [](Parts& parts) { parts.dangling = {6}; }},
+           Row{"slot 0x10001 is not one that signatures have",
+               [](Parts& parts) {
+                 parts.blobs[0x10001] = blob(magic::kWrapper, "x");
+                 parts.uncovered = {0x10001};
+               }},
+           Row{"does not cover Info.plist", withoutHashOfFile(1), Fault::invalidInfoPlist},
+           Row{"does not cover the resource seal", withoutHashOfFile(3),
+               Fault::invalidResourceDirectory},
+           // The other blobs.
+           Row{"slot 6 has no content", blobIs(6, magic::kWrapper, "")},
+           Row{"slot 2: blob magic", blobIs(2, magic::kEntitlements, "")},
+           Row{"entitlements: XML property list: goes on after its end",
+               entitlementsAre("<plist><dict/></plist><plist/>")},
+           Row{"entitlements: XML property list: a dictionary has a key twice",
+               entitlementsAre("<plist><dict>" + twice + twice + "</dict></plist>")},
+           Row{"entitlements: they are not XML", entitlementsAre("bplist00")},
+           Row{"entitlements: they are not a dictionary",
+               entitlementsAre("<plist><array/></plist>")},
+           Row{"entitlements in DER form",
+               blobIs(7, magic::kEntitlementsDER, std::string("\x31\x00", 2))},
+           Row{"entitlements: the DER form does not describe what the XML form does",
+               entitlementsAre("<plist><dict/></plist>")},
+           Row{"requirements: requirement is truncated at byte 4",
+               [&](Parts& parts) {
+                 parts.blobs[2] = textOf(toolchain::makeSuperBlob(
+                     magic::kRequirementSet,
+                     {{toolchain::requirement::kDesignated, bytesOf(truncated)}}));
+               }},
+           // The CMS.
+           Row{"code signed ad hoc has a CMS signature",
+               each([](Fields& fields) { fields.flags |= toolchain::codeflag::kAdHoc; })},
+           Row{"the CMS signature is empty", [](Parts& parts) { parts.message = ""; }},
+           Row{"there is no CMS signature, and the code is not signed ad hoc",
+               [](Parts& parts) { parts.withWrapper = false; }},
+           Row{"signature message", [](Parts& parts) { parts.message = "rubbish"; }},
+           Row{"no list of hashes covers the alternate CodeDirectories", listed(2, false, false)},
+           Row{"the list of cdhashes is not that of the 2 CodeDirectories", listed(1, true, true)},
+           Row{"the list of full digests is not that of the 2 Code", listed(1, false, true)},
+           Row{"the list of cdhashes is not an octet string", hashListIs("\x02\x01\x07")},
+           Row{"the list of cdhashes: ", hashListIs("\x04\x01{")},
+           Row{"the list of cdhashes has no \"cdhashes\"",
+               hashListIs("\x04\x17<plist><dict/></plist>\n")},
+           Row{"Test Root CA", [](Parts& parts) { parts.certificates.pop_back(); }},
+           Row{"team identifier \"OTHERTEAM1\" is not the certificate's \"ABCDE12345\"",
+               each([](Fields& fields) { fields.teamIdentifier = "OTHERTEAM1"; })},
+           Row{"the signer's certificate is not among the 3",
+               [&](Parts& parts) { parts.certificates = stranger.chain(); }},
+       }) {
+    SCOPED_TRACE(row.cause);
     restore();
     auto parts = takeApart(executable_);
     row.change(parts);
@@ -186,69 +197,55 @@ TEST_F(VerificationTest, WrongSignaturesAreRefused) {
 /// The second slice is whole in itself, but somebody else's.
 TEST_F(VerificationTest, SlicesOfDifferentOriginAreRefused) {
   const auto stranger = makeFamily();
-  struct Row {
-    const char* name;
-    std::function<void(Parts& first, Parts& second)> change;
-    const Family& family;
-    const char* cause;
-  };
-  for (const Row& row : std::vector<Row>{
-           {"ad hoc",
-            [](Parts&, Parts&second) {
-              for (auto& fields : second.directories) fields.flags |= toolchain::codeflag::kAdHoc;
-              second.blobs.erase(2);
-              second.message = "";
-            },
-            signingFamily(), "and none, being signed ad hoc"},
-           {"another signer of the same team",
-            [&](Parts&, Parts&second) {
-              second.blobs.erase(2);
-              second.certificates = stranger.chain();
-            },
-            stranger, "the slices have signers"},
-           {"not what the first one asks for",
-            [](Parts&first, Parts&second) {
-              setRequirement(first, {.operation = Operation::entitlement, .key = "get-task-allow"});
-              for (auto& fields : second.directories) fields.execSegmentFlags = 1;
-              withoutEntitlements(second);
-            },
-            signingFamily(), "does not meet the designated requirement of the first one"},
-       }) {
-    SCOPED_TRACE(row.name);
-    restore();
-    auto first = takeApart(executable_, 0);
-    auto second = takeApart(executable_, 1);
-    row.change(first, second);
-    resign(first);
-    resign(second, 1, row.family);
-    expectRefusal(row.cause);
-  }
+  auto first = takeApart(executable_, 0);
+  const auto good = takeApart(executable_, 1);
+
+  auto second = good;
+  each([](Fields& fields) { fields.flags |= toolchain::codeflag::kAdHoc; })(second);
+  second.blobs.erase(2);
+  second.message = "";
+  resign(second, 1);
+  expectRefusal("and none, being signed ad hoc");
+
+  second = good;
+  second.blobs.erase(2);
+  second.certificates = stranger.chain();
+  resign(second, 1, stranger);
+  expectRefusal("the slices have signers");
+
+  second = good;
+  each([](Fields& fields) { fields.execSegmentFlags = 1; })(second);
+  withoutEntitlements(second);
+  resign(second, 1);
+  setRequirement(first, {.operation = Operation::entitlement, .key = "get-task-allow"});
+  resign(first, 0);
+  expectRefusal("does not meet the designated requirement of the first one");
 }
 
-/// What older releases of the platform's own tool wrote: one page size, no DER form, no lists of
-/// hashes, an early CodeDirectory.
-TEST_F(VerificationTest, OlderSignaturesAreAccepted) {
-  for (const std::size_t index : {0U, 1U}) {
-    auto parts = takeApart(executable_, index);
+TEST_F(VerificationTest, OtherMakersSignaturesAreAccepted) {
+  // Older releases of the platform's own tool: one page size, no DER form, no lists of hashes, an
+  // early CodeDirectory.
+  const auto older = [](Parts& parts) {
     parts.directories.resize(1);
     parts.files.resize(1);
     parts.directories[0].pageShift = 12;
     parts.blobs.erase(7);
-    parts.withHashPlist = parts.withHashList = false;
-    resign(parts, index);
-  }
-  EXPECT_EQ(verify().status, 0);
-}
-
-/// The list of full digests is a set: its order is not that of the CodeDirectories.
-TEST_F(VerificationTest, TheStrongerDirectoryMayComeFirst) {
-  for (const std::size_t index : {0U, 1U}) {
-    auto parts = takeApart(executable_, index);
+    parts.hashPlist = "";
+    parts.withHashList = false;
+  };
+  // The list of full digests is a set: its order is not that of the CodeDirectories.
+  const auto strongerFirst = [](Parts& parts) {
     std::ranges::reverse(parts.directories);
     std::ranges::reverse(parts.files);
-    resign(parts, index);
+  };
+  for (const Change& change : {Change(strongerFirst), Change(older)}) {
+    for (const std::size_t index : {0U, 1U}) {
+      auto parts = takeApart(executable_, index);
+      change(parts);
+      resign(parts, index);
+    }
+    EXPECT_EQ(verify().status, 0) << testing::PrintToString(verify().statements);
   }
-  EXPECT_EQ(verify().status, 0) << testing::PrintToString(verify().statements);
 }
 
 /// What the vendor of the platform signs carries the team of others, and no signed attributes if it
@@ -273,10 +270,11 @@ TEST_F(VerificationTest, CodeOfTheVendorIsAccepted) {
 /// Everything is hashed as it should be, but a loader would map other bytes.
 TEST_F(VerificationTest, SegmentsThatOverlapAreRefused) {
   constexpr std::size_t kSizeInFile = 36;
-  const auto parts = takeApart(executable_);
-  const auto at = slice(0).file.offset + slice(0).segments.front().commandOffset + kSizeInFile;
-  writeFile(executable_, poked(contentsOf(executable_), at, 1));
-  resign(parts);
+  const std::string file = contentsOf(executable_);
+  const auto slice = toolchain::MachOFile::parse(bytesOf(file))->slices().at(0);
+  const auto at = slice.file.offset + slice.segments.front().commandOffset + kSizeInFile;
+  writeFile(executable_, poked(file, at, 1));
+  resign(takeApart(executable_));
   expectRefusal("Cause: segment __TEXT at 0 begins before the end of __PAGEZERO at 1",
                 Fault::strictValidation);
 }
@@ -285,16 +283,15 @@ TEST_F(VerificationTest, AnUnmetRequirementHasAStatusOfItsOwn) {
   auto parts = takeApart(executable_, 1);
   setRequirement(parts, {.operation = Operation::identifier, .data = "com.example.other"});
   resign(parts, 1);
-  const auto verdict = verify();
-  EXPECT_EQ(verdict.status, 3);
-  EXPECT_THAT(verdict.statements,
+  EXPECT_EQ(verify().status, 3);
+  EXPECT_THAT(verify().statements,
               ElementsAre(app_.string() + ": does not satisfy its designated Requirement"));
 }
 
 /// Both slices deny that there is a seal, or have one that covers nothing.
 TEST_F(VerificationTest, ResourcesNeedASeal) {
-  const auto resignWith = [](const fs::path& executable, std::size_t slices,
-                             const std::optional<std::string>& seal) {
+  const auto sealWith = [](const fs::path& executable, std::size_t slices,
+                           const std::optional<std::string>& seal) {
     for (std::size_t i = 0; i < slices; ++i) {
       auto parts = takeApart(executable, i);
       withoutHashOfFile(3)(parts);
@@ -305,31 +302,46 @@ TEST_F(VerificationTest, ResourcesNeedASeal) {
     }
   };
   fs::remove_all(app_ / "_CodeSignature");
-  resignWith(executable_, 2, std::nullopt);
+  sealWith(executable_, 2, std::nullopt);
   expectRefusal("", Fault::sealedResource);
   EXPECT_THAT(verify().files, Contains(EndsWith("/embedded.mobileprovision")));
 
   const std::string empty = "<plist><dict/></plist>";
   writeFile(app_ / "_CodeSignature/CodeResources", empty);
-  resignWith(executable_, 2, empty);
+  sealWith(executable_, 2, empty);
   expectRefusal("Cause: CodeResources has no rules", Fault::invalidResourceDirectory);
 
   fs::remove_all(framework_ / "_CodeSignature");
-  fs::remove(framework_ / "data");
-  resignWith(framework_ / "F", 1, std::nullopt);
+  sealWith(framework_ / "F", 1, std::nullopt);
   EXPECT_EQ(toolchain::verify({.code = framework_}).status, 0) << "nothing needs a seal there";
 }
 
-TEST_F(VerificationTest, NestedCodeIsNamed) {
-  auto parts = takeApart(framework_ / "F");
-  parts.directories[0].execSegmentLimit += 1;
-  putTogether(framework_ / "F", parts, signingFamily());
-  // Signed code in the app stays as it is.
-  ASSERT_TRUE(toolchain::sign({.code = app_, .identity = "-", .force = true}));
-  EXPECT_EQ(verify(false).status, 0);
-  const auto verdict = verify(true);
-  EXPECT_EQ(verdict.status, 1);
-  EXPECT_THAT(verdict.statements, Contains("In subcomponent: " + framework_.string()));
+/// One bit of every byte of a loose file's signature but those of the CMS, of what the CMS signs,
+/// and of some bytes of the code.
+TEST_F(VerificationTest, EveryByteIsCovered) {
+  const std::string good = contentsOf(library_);
+  const auto image = toolchain::MachOFile::parse(bytesOf(good));
+  const auto& slice = image->slices()[0];
+  const auto signature =
+      toolchain::SuperBlob::parse(image->signatureArea(slice), magic::kEmbeddedSignature);
+  const auto begin = slice.signature->data.offset;
+  const auto end = begin + signature->bytes().size();
+  const auto endOfHashes = end - signature->find(toolchain::slot::kSignature)->size() + 8;
+  std::vector<std::uint64_t> places = {0,
+                                       slice.signature->commandOffset + 8,
+                                       begin / 2,
+                                       slice.text->file.size - 1,
+                                       slice.linkEdit->file.offset,
+                                       begin - 1,
+                                       end - 1};
+  for (auto place = begin; place < endOfHashes; ++place) places.push_back(place);
+  EXPECT_EQ(toolchain::verify({.code = library_}).status, 0);
+  for (const auto place : places) {
+    std::string damaged = good;
+    damaged[place] ^= 0x10;
+    writeFile(library_, damaged);
+    EXPECT_EQ(toolchain::verify({.code = library_}).status, 1) << "byte " << place;
+  }
 }
 
 }  // namespace
