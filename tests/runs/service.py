@@ -148,7 +148,7 @@ def slices_of(executable: Path) -> list[tuple[str, str]]:
 
 def signature_problems(app: Path, root: str | None) -> list[str]:
     """What check_signature.py says; without a root certificate the chain is not looked at."""
-    command = [sys.executable, HERE.parent / "support/check_signature.py", app]
+    command = [sys.executable, "-S", "-E", HERE.parent / "support/check_signature.py", app]
     done = subprocess.run(command + (["--root", root] if root else []), capture_output=True, check=False)
     lines = (done.stdout + done.stderr).decode(errors="replace").splitlines()
     return lines if done.returncode else []
@@ -238,16 +238,16 @@ class Checker:
             return None
         return call, urllib.parse.unquote(match[1]), match[2] or self.build
 
-    def check(self, request: Request) -> tuple[str | None, list[Part], list[str]]:
-        """Returns the call, its form and the complaints."""
+    def check(self, request: Request) -> tuple[list[Part], list[str]]:
+        """Returns the call's form and the complaints."""
         address = self.call_of(request)
         if address is None:
-            return None, [], [f"no such call: {request.method} {request.target}"]
+            return [], [f"no such call: {request.method} {request.target}"]
         call, app, build = address
         complaints = self.check_headers(request, call)
         if call == "validate":
             self.app, self.build, self.versions = app, build, None
-            return call, [], complaints + (["a GET with a body"] if request.body else [])
+            return [], complaints + (["a GET with a body"] if request.body else [])
         if (app, build) != (self.app, self.build):
             complaints.append("not the app and build that were validated")
         try:
@@ -257,9 +257,9 @@ class Checker:
                 complaints.append("not the versions of the calls before")
             self.versions = versions
             check = {"notes": self.check_notes, "testers": self.check_testers, "upload": self.check_upload}
-            return call, form, complaints + check[call](form)
+            return form, complaints + check[call](form)
         except ValueError as error:
-            return call, [], complaints + [str(error)]
+            return [], complaints + [str(error)]
 
     def check_headers(self, request: Request, call: str) -> list[str]:
         key, secret = (request.header(f"X-QUORVANTILE-{name}") or "-" for name in ("API-KEY", "BUILD-SECRET"))
@@ -275,10 +275,10 @@ class Checker:
         if (encoding := request.header("Accept-Encoding")) is not None:
             wanted["Accept-Encoding"] = encoding
         found = sorted((name.lower(), value) for name, value in request.headers)
-        expected = sorted((name.lower(), value) for name, value in wanted.items())
-        wrong = [f"no header {name}: {value}" for name, value in expected if (name, value) not in found]
-        wrong += [f"header {name}: {value}" for name, value in found if (name, value) not in expected]
-        return wrong + (["a header twice"] if len(set(found)) != len(found) else [])
+        expected = sorted((name.lower(), str(value)) for name, value in wanted.items())
+        return ([f"no header {name}: {value}" for name, value in expected if (name, value) not in found]
+                + [f"header {name}: {value}" for name, value in found
+                   if found.count((name, value)) > expected.count((name, value))])
 
     def check_notes(self, form: list[Part]) -> list[str]:
         body = (values_of(form, "release_notes[body]") + [""])[0]
@@ -321,58 +321,38 @@ class Checker:
 
 
 class Connection:
-    """The server's end of a connection. Whatever goes wrong with it is the end of it."""
+    """The server's end of a connection. Whatever goes wrong with it, and its own end, is an OSError."""
 
     def __init__(self, peer: socket.socket, address: tuple[str, int]):
-        self.socket, self.input, self.is_open, self.client = peer, bytearray(), True, address[1]
+        self.socket, self.input, self.client = peer, peer.makefile("rb"), address[1]
         self.host: str | None = None  # that of its requests
 
-    def start_tls(self, certificate: Path) -> bool:
+    def start_tls(self, certificate: Path) -> None:
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         context.load_cert_chain(certificate)
-        try:
-            self.socket = context.wrap_socket(self.socket, server_side=True, suppress_ragged_eofs=False)
-        except OSError:
-            self.is_open = False
-        return self.is_open
+        self.input.close()
+        self.socket = context.wrap_socket(self.socket, server_side=True, suppress_ragged_eofs=False)
+        self.input = self.socket.makefile("rb")
 
-    def fill(self) -> bool:
-        try:
-            more = self.socket.recv(1 << 16) if self.is_open else b""
-        except OSError:
-            more = b""
-        self.input += more
-        return more != b""
-
-    def until(self, end: bytes) -> bytes:
-        while end not in self.input:
-            if not self.fill():
+    def head(self) -> bytes:
+        """The next request's, or nothing at the end."""
+        lines = []
+        while lines[-1:] != [b"\r\n"]:
+            lines.append(self.input.readline())
+            if not lines[-1].endswith(b"\n"):
                 return b""
-        return self.take(self.input.index(end) + len(end))
-
-    def take(self, size: int) -> bytes:
-        while len(self.input) < size and self.fill():
-            pass
-        taken = bytes(self.input[:size])
-        del self.input[:size]
-        return taken
-
-    def send(self, data: bytes) -> bool:
-        try:
-            self.socket.sendall(data)
-            return True
-        except OSError:
-            return False
+        return b"".join(lines)
 
     def stall(self) -> None:
         """Waits for the client to end the connection."""
-        while self.fill():
+        while self.input.read1():
             pass
 
     def cut(self) -> None:
         """Ends TCP without TLS's closing message."""
-        self.is_open = False
+        self.input.close()
         self.socket.close()
+        raise ConnectionAbortedError
 
     def reset(self) -> None:
         """Ends with a TCP reset: unread and unsent bytes are lost."""
@@ -381,8 +361,6 @@ class Connection:
 
     def close(self) -> None:
         """An orderly end, that of TLS included."""
-        if not self.is_open:
-            return
         if isinstance(self.socket, ssl.SSLSocket):
             with contextlib.suppress(OSError, ValueError):
                 self.socket.settimeout(5)
@@ -392,7 +370,7 @@ class Connection:
         self.cut()
 
 
-ESCAPES = {"r": "\r", "n": "\n", "t": "\t", "\\": "\\"}
+ESCAPES = {b"r": b"\r", b"n": b"\n", b"t": b"\t", b"\\": b"\\"}
 
 
 def repeated(text: str) -> str:
@@ -402,10 +380,8 @@ def repeated(text: str) -> str:
 
 def unescaped(text: str) -> bytes:
     r"""The text with \r, \n, \t, \\ and \xNN resolved."""
-    pieces = re.split(r"(\\x[0-9a-f]{2}|\\[rnt\\])", text)
-    return b"".join(bytes([int(piece[2:], 16)]) if re.fullmatch(r"\\x..", piece) else
-                    ESCAPES[piece[1]].encode() if re.fullmatch(r"\\[rnt\\]", piece) else piece.encode()
-                    for piece in pieces)
+    return re.sub(rb"\\([rnt\\]|x[0-9a-f]{2})",
+                  lambda match: ESCAPES.get(match[1]) or bytes([int(match[1][1:], 16)]), text.encode())
 
 
 class Service:
@@ -418,8 +394,8 @@ class Service:
         send BYTES | repeat BYTES | take N | wait SECONDS | run COMMAND | close | cut | reset | stall
     BYTES and BODY are read by `repeated` and `unescaped`; {target}, {port}, {key} and {client}, the client's
     port, are filled in. Steps that begin with "early" come before the body is read and checked; the connection
-    ends after them. " next " joins what is done at the first request, the second and so on. With `tunnels` it is a proxy that is the end
-    of its own tunnels. `tls` is a file with certificate and key.
+    ends after them. " next " joins what is done at the first request, the second and so on. With `tunnels` it is
+    a proxy that is the end of its own tunnels. `tls` is a file with certificate and key.
     """
 
     def __init__(self, checker: Checker | None = None, behaviours: dict[str, str] | None = None,
@@ -433,17 +409,11 @@ class Service:
         self.complaints: list[str] = []
         self.connects: list[str] = []
         self.observer = lambda request, form, complaints: None
-        self.lock, self.connections, self.threads, self.counts = threading.Lock(), [], [], {}
+        self.lock, self.connections, self.threads = threading.Lock(), [], []
         self.listener = socket.create_server(("127.0.0.1", port), backlog=1024)
         self.port = self.listener.getsockname()[1]
         self.acceptor = threading.Thread(target=self.accept)
         self.acceptor.start()
-
-    def __enter__(self) -> "Service":
-        return self
-
-    def __exit__(self, *_) -> None:
-        self.stop()
 
     def url(self) -> str:
         start = "https://localhost" if self.tls and not self.tunnels else "http://127.0.0.1"
@@ -453,58 +423,47 @@ class Service:
         """Ends every connection and waits for its thread."""
         self.listener.shutdown(socket.SHUT_RDWR)
         self.acceptor.join()
-        with self.lock:
-            for connection in self.connections:
-                try:
-                    socket.socket.shutdown(connection.socket, socket.SHUT_RDWR)
-                except OSError:
-                    pass
+        for connection in self.connections:
+            with contextlib.suppress(OSError):
+                socket.socket.shutdown(connection.socket, socket.SHUT_RDWR)
         for thread in self.threads:
             thread.join()
         self.listener.close()
 
     def accept(self) -> None:
-        while True:
-            try:
-                connection = Connection(*self.listener.accept())
-            except OSError:
-                return
-            thread = threading.Thread(target=self.serve, args=(connection,))
-            with self.lock:
-                self.connections.append(connection)
-                self.threads.append(thread)
-            thread.start()
+        with contextlib.suppress(OSError):
+            while True:
+                self.connections.append(Connection(*self.listener.accept()))
+                self.threads.append(threading.Thread(target=self.serve, args=self.connections[-1:]))
+                self.threads[-1].start()
 
     def serve(self, connection: Connection) -> None:
-        if self.act(connection, "connection"):
-            return connection.close()
-        if self.tls and not self.tunnels:
-            connection.start_tls(self.tls)
-        while connection.is_open and self.serve_one(connection):
-            pass
-        return connection.close()
+        with contextlib.suppress(OSError):
+            try:
+                if self.act(connection, "connection"):
+                    return
+                if self.tls and not self.tunnels:
+                    connection.start_tls(self.tls)
+                while (head := connection.head()) and self.serve_one(connection, Request.parse(head)):
+                    pass
+            finally:
+                connection.close()
 
-    def serve_one(self, connection: Connection) -> bool:
+    def serve_one(self, connection: Connection, request: Request) -> bool:
         """Returns whether more requests may come."""
-        head = connection.until(b"\r\n\r\n")
-        if not head:
-            return False
-        request = Request.parse(head)
         if request.method == "CONNECT" and self.tunnels:
-            with self.lock:
-                self.connects.append(request.target)
-            if self.act(connection, "connect", request):
-                return False
-            connection.host = request.target.removesuffix(":443")
-            return connection.send(b"HTTP/1.1 200 OK\r\n\r\n") and connection.start_tls(self.tls)
-        if self.act(connection, "any", request) or self.is_early(connection, request):
+            return self.open_tunnel(connection, request)
+        if self.act(connection, "any", request):
             return False
+        occasion = self.occasion_of(request)
+        if self.behaviours.get(occasion, "").startswith("early "):
+            self.record(request, occasion, [], [])
+            return not self.act(connection, occasion, request)
         size = int(request.header("Content-Length") or 0)
-        request.body = connection.take(size)
-        if len(request.body) < size:
-            return False
-        self.answer(connection, request)
-        return True
+        request.body = connection.input.read(size)
+        if len(request.body) == size:
+            self.answer(connection, request, occasion)
+        return len(request.body) == size
 
     def occasion_of(self, request: Request) -> str:
         """Its call, or the first pattern that its target matches."""
@@ -512,49 +471,49 @@ class Service:
         patterns = (name for name in self.behaviours if fnmatch.fnmatchcase(request.target, name))
         return address[0] if address else next(patterns, "none")
 
-    def is_early(self, connection: Connection, request: Request) -> bool:
-        occasion = self.occasion_of(request)
-        behaviour = self.behaviours.get(occasion, "")
-        if not behaviour.startswith("early "):
+    def open_tunnel(self, connection: Connection, request: Request) -> bool:
+        self.connects.append(request.target)
+        if self.act(connection, "connect", request):
             return False
-        self.record(request, occasion, [], [])
-        self.perform(connection, behaviour.removeprefix("early "), request)
+        connection.host = request.target.removesuffix(":443")
+        connection.socket.sendall(b"HTTP/1.1 200 OK\r\n\r\n")
+        connection.start_tls(self.tls)
         return True
 
-    def record(self, request: Request, call: str | None, form: list[Part], complaints: list[str]) -> None:
+    def record(self, request: Request, occasion: str, form: list[Part], complaints: list[str]) -> None:
         with self.lock:
             if self.recorded:
                 (self.recorded / str(len(self.requests))).write_bytes(request.head + request.body)
             self.requests.append(request)
-            self.calls.append(call or "none")
-            self.forms[call or "none"] = form
-            self.complaints += [f"{call or request.target}: {complaint}" for complaint in complaints]
+            self.calls.append(occasion)
+            self.forms[occasion] = form
+            self.complaints += [f"{request.target if occasion == 'none' else occasion}: {complaint}"
+                                for complaint in complaints]
 
-    def answer(self, connection: Connection, request: Request) -> None:
-        occasion = self.occasion_of(request)
+    def answer(self, connection: Connection, request: Request, occasion: str) -> None:
         if occasion in self.behaviours and occasion not in RIGHT_STATUS:
             self.record(request, occasion, [], [])
             self.act(connection, occasion, request)
             return
         with self.lock:
             self.checker.host = connection.host or self.url().partition("://")[2]
-            call, form, complaints = self.checker.check(request)
-        self.record(request, call, form, complaints)
+            form, complaints = self.checker.check(request)
+        self.record(request, occasion, form, complaints)
         self.observer(request, form, complaints)
         if complaints:
             message = json.dumps({"error": {"message": "; ".join(complaints)}}).replace("\\", "\\\\")
             self.perform(connection, "400 with Content-Type: application/json saying " + message, request)
-        elif not self.act(connection, call, request):
-            self.perform(connection, RIGHT_STATUS[call], request)
+        elif not self.act(connection, occasion, request):
+            self.perform(connection, RIGHT_STATUS[occasion], request)
 
     def act(self, connection: Connection, occasion: str, request: Request | None = None) -> bool:
         """Does what is wanted on this occasion; returns whether there is anything."""
         if occasion not in self.behaviours:
             return False
-        choices = self.behaviours[occasion].split(" next ")
         with self.lock:
-            count = self.counts[occasion] = self.counts.get(occasion, 0) + 1
-        self.perform(connection, choices[min(count, len(choices)) - 1], request)
+            steps, _, later = self.behaviours[occasion].partition(" next ")
+            self.behaviours[occasion] = later or steps
+        self.perform(connection, steps, request)
         return True
 
     def perform(self, connection: Connection, steps: str, request: Request | None = None) -> None:
@@ -565,14 +524,14 @@ class Service:
         for step in steps.removeprefix("early ").split(" then "):
             verb, _, rest = repeated(step).partition(" ")
             if verb.isdigit():
-                connection.send(response(verb, rest))
+                connection.socket.sendall(response(verb, rest))
             elif verb == "send":
-                connection.send(unescaped(rest))
+                connection.socket.sendall(unescaped(rest))
             elif verb == "repeat":
-                while connection.send(unescaped(rest)):
-                    pass
+                while True:
+                    connection.socket.sendall(unescaped(rest))
             elif verb == "take":
-                connection.take(int(rest))
+                connection.input.read(int(rest))
             elif verb == "wait":
                 time.sleep(float(rest))
             elif verb == "run":
@@ -617,11 +576,12 @@ def main() -> int:
 
     signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGINT, signal.SIGTERM})
     behaviours = dict(behaviour.split("=", 1) for behaviour in options.behave)
-    with Service(Checker(options.key, options.secret, options.root), behaviours, port=options.port,
-                 tls=options.tls, recorded=options.record) as service:
-        service.observer = observer
-        print(f"listening on {service.url()}\n", flush=True)
-        signal.sigwait({signal.SIGINT, signal.SIGTERM})
+    service = Service(Checker(options.key, options.secret, options.root), behaviours, options.port,
+                      options.tls, recorded=options.record)
+    service.observer = observer
+    print(f"listening on {service.url()}\n", flush=True)
+    signal.sigwait({signal.SIGINT, signal.SIGTERM})
+    service.stop()
     return 1 if service.complaints else 0
 
 

@@ -45,7 +45,7 @@ class Damage:
 
     def complaints(self, requests: list[tuple[bytes, bytes]]) -> list[str]:
         checker = Checker(KEY, SECRET, self.root, host=self.host)
-        return [text for head, body in requests for text in checker.check(Request.parse(head, body))[2]]
+        return [text for head, body in requests for text in checker.check(Request.parse(head, body))[1]]
 
     def refuse(self, name: str, index: int, head: bytes | None = None, body: bytes | None = None) -> None:
         """The length fits a damaged body."""
