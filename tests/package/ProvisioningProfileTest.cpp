@@ -1,5 +1,4 @@
 #include "package/ProvisioningProfile.h"
-#include "tests/support/Identities.h"
 #include "tests/support/Test.h"
 
 namespace {
@@ -49,15 +48,6 @@ TEST(ProvisioningProfile, TheLastPropertyListOfTheFileCounts) {
     ASSERT_TRUE(profile) << name;
     EXPECT_EQ(foundation::stringAt(profile->contents, "Name"), "N") << name;
   }
-}
-
-TEST(ProvisioningProfile, ListsTheCertificatesThatCanBeRead) {
-  const auto root = makeRoot();
-  const Data noise(std::string("noise"));
-  const ProvisioningProfile profile{{{"DeveloperCertificates", Array{noise, "text", root.der()}}}};
-  ASSERT_EQ(profile.certificates().size(), 1u);
-  EXPECT_EQ(profile.certificates().front().commonName(), root.certificate().commonName());
-  EXPECT_TRUE(ProvisioningProfile().certificates().empty());
 }
 
 TEST(ProvisioningProfile, WildcardsBecomeExact) {

@@ -24,30 +24,31 @@ class TemporaryItemsTest : public testing::Test {
   void SetUp() override { fs::create_directory(temporary_); }
   void TearDown() override { TemporaryItems::releaseAll(); }
 
-  /// A process that claims and makes these items and is then killed.
-  void leaveBehind(const std::vector<std::string>& items) const {
+  /// A process claims and makes these items and is then killed. All is as old as that afterwards.
+  void leaveBehind(const std::vector<std::string>& items, hours time = kTwoDays) const {
     const auto end = inChildProcess([&]() -> std::string {
       for (const std::string& item : items) {
         const fs::path path = temporary_ / item;
-        if (item.find('/') == item.size() - 1) {
-          if (!TemporaryItems::claimFolder(path)) return "no claim";
-        } else {
+        if (item.find('/') != item.size() - 1) {
           TemporaryItems::claimNew(path);
+        } else if (!TemporaryItems::claimFolder(path)) {
+          return "no claim";
         }
         make(path);
       }
       return "killed";
     });
     EXPECT_EQ(end, "killed");
+    ageAll(time);
   }
   void ageAll(hours time = kTwoDays) const {
     for (const auto& path : pathsBelow(temporary_)) age(temporary_ / path, time);
   }
   fs::path firstClaim() const { return fs::directory_iterator(claims_)->path(); }
+  /// Without the claims.
   std::vector<std::string> itemsLeft() const {
     auto items = pathsBelow(temporary_);
-    const std::string claims = claims_.filename();
-    std::erase_if(items, [&](const std::string& path) { return path.starts_with(claims); });
+    std::erase_if(items, [](const auto& path) { return path.starts_with(kClaims); });
     return items;
   }
   void expectNothingGoes() const {
@@ -57,19 +58,19 @@ class TemporaryItemsTest : public testing::Test {
   }
 
   static constexpr hours kTwoDays{48};
+  static constexpr const char* kClaims = "com.quorvantile.claims-";
   const TemporaryFolder folder_;
   const fs::path temporary_ = folder_ / "temporary";
   const fs::path example_ = temporary_ / "Example";
   const fs::path shared_ = temporary_ / "com.quorvantile.mac";
-  const fs::path claims_ = temporary_ / ("com.quorvantile.claims-" + std::to_string(::geteuid()));
+  const fs::path claims_ = temporary_ / (kClaims + std::to_string(::geteuid()));
   const ScopedEnvironment variable_{"TMPDIR", temporary_.c_str()};
 };
 
 TEST_F(TemporaryItemsTest, WhatAKilledRunLeftGoesAfterADay) {
   leaveBehind({"Example/", "com.quorvantile.mac/apps/one/",
-               "com.quorvantile.mac/distributions/two.ipa", "com.quorvantile.ipas/three/"});
-  expectNothingGoes();
-  ageAll(hours(23));
+               "com.quorvantile.mac/distributions/two.ipa", "com.quorvantile.ipas/three/"},
+              hours(23));
   expectNothingGoes();
   ageAll(hours(25));
   TemporaryItems::removeLeftovers();
@@ -80,43 +81,34 @@ TEST_F(TemporaryItemsTest, WhatAKilledRunLeftGoesAfterADay) {
 
 TEST_F(TemporaryItemsTest, NothingElseGoes) {
   const fs::path canary = folder_ / "canary";
+  const auto replaceByLink = [&](const fs::path& path) {
+    fs::rename(path, canary);
+    fs::create_symlink(canary, path);
+  };
   const std::pair<const char*, std::function<void()>> cases[] = {
       {"an item that was changed today", [&] { age(example_, hours(1)); }},
       {"a claim of today", [&] { age(firstClaim(), hours(1)); }},
       {"a link where the item was",
        [&] {
-         fs::rename(example_, canary);
-         fs::create_directory_symlink(canary, example_);
+         replaceByLink(example_);
          age(example_, kTwoDays);
        }},
-      {"a claim that is a link",
-       [&] {
-         const fs::path claim = firstClaim();
-         fs::rename(claim, canary);
-         fs::create_symlink(canary, claim);
-       }},
-      {"a claims folder that is a link",
-       [&] {
-         fs::rename(claims_, canary);
-         fs::create_directory_symlink(canary, claims_);
-       }},
+      {"a claim that is a link", [&] { replaceByLink(firstClaim()); }},
+      {"a claims folder that is a link", [&] { replaceByLink(claims_); }},
       {"a claim under another item's name", [&] { fs::rename(firstClaim(), claims_ / "other"); }},
       {"a shared folder that is a link",
        [&] {
          fs::remove_all(temporary_);
          leaveBehind({"com.quorvantile.mac/apps/one/"});
-         ageAll();
-         fs::rename(shared_, canary);
-         fs::create_directory_symlink(canary, shared_);
+         replaceByLink(shared_);
        }},
   };
   for (const auto& [name, change] : cases) {
     SCOPED_TRACE(name);
     fs::remove_all(temporary_);
     fs::remove_all(canary);
-    leaveBehind({"Example/"});
     make(temporary_ / "Unclaimed/");
-    ageAll();
+    leaveBehind({"Example/"});
     change();
     const auto before = pathsBelow(folder_.path());
     TemporaryItems::removeLeftovers();
@@ -140,7 +132,6 @@ TEST_F(TemporaryItemsTest, ALivingOwnerKeepsItsItems) {
 TEST_F(TemporaryItemsTest, AnotherUsersItemsStay) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can make files of other users";
   leaveBehind({"Example/"});
-  ageAll();
   ASSERT_EQ(::chown(example_.c_str(), kUnprivilegedUser, 0), 0);
   expectNothingGoes();
   // Nor is a claim believed that is another user's.
@@ -153,7 +144,6 @@ TEST_F(TemporaryItemsTest, AnotherUsersItemsStay) {
 TEST_F(TemporaryItemsTest, AFolderThatWasThereBeforeIsNoLeftover) {
   make(example_ / "");
   leaveBehind({"Example/"});
-  ageAll();
   expectNothingGoes();
   EXPECT_FALSE(fs::exists(claims_));
 }
@@ -176,7 +166,6 @@ TEST_F(TemporaryItemsTest, WhatReplacesAnAppOfAnEarlierRunIsThisRunsOwn) {
 // An .ipa may be named like the folder that all runs share.
 TEST_F(TemporaryItemsTest, TheSharedFoldersAreNeverRemoved) {
   leaveBehind({"com.quorvantile.mac/"});
-  ageAll();
   expectNothingGoes();
   const auto before = itemsLeft();
   fs::remove_all(shared_);
@@ -223,15 +212,11 @@ TEST_F(TemporaryItemsTest, ReleasingLeavesTheItemsAndRemovingTakesThem) {
   TemporaryItems::releaseAll();
   EXPECT_EQ(pathsBelow(temporary_), example) << "without the claims";
 
-  for (const char* const item : {"apps/one/", "distributions/two.ipa"}) {
-    TemporaryItems::claimNew(shared_ / item);
-    make(shared_ / item);
-  }
+  TemporaryItems::claimNew(shared_ / "one/");
+  make(shared_ / "one/");
   TemporaryItems::removeAll();
-  auto left = example;
-  left.insert(left.end(), {"com.quorvantile.mac", "com.quorvantile.mac/apps",
-                           "com.quorvantile.mac/distributions"});
-  EXPECT_EQ(pathsBelow(temporary_), left);
+  fs::remove(shared_);  // only if it is empty
+  EXPECT_EQ(pathsBelow(temporary_), example);
 }
 
 }  // namespace
