@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Recomputes everything that a code signature says, from the bytes alone.
 
-usage: check_signature.py CODE [--root ROOT.pem] [--adhoc] [--entitlements FILE]
+usage: check_signature.py CODE [--root ROOT.pem] [--adhoc] [--entitlements FILE] [--no-seal-check]
 
 CODE is a bundle or a Mach-O file. Prints one line for each thing that is wrong; status 1 then.
 Without a root certificate the signer's chain is not verified.
@@ -19,14 +19,16 @@ import tempfile
 
 MH_EXECUTE = 2
 ARM64_TYPES = (0x0100000C, 0x0200000C)
-PLATFORMS = {0x24: 1, 0x25: 2, 0x2F: 3, 0x30: 4}
-SHA1_BEFORE = {1: (10, 11, 4), 2: (11, 0, 0), 3: (11, 0, 0), 4: (12, 0, 0)}
+TVOS = 3
+# Of the version-min commands, and the minimum version (packed) from which each platform reads SHA-256.
+PLATFORMS = {0x24: 1, 0x25: 2, 0x2F: TVOS, 0x30: 4}
+SHA256_SINCE = {1: 0xA0B04, 2: 0xB0000, TVOS: 0xB0000, 4: 0xC0000}
 EXEC_FLAGS = {
     "get-task-allow": 0x10, "run-unsigned-code": 0x10, "com.apple.private.cs.debugger": 0x20,
     "dynamic-codesigning": 0x40, "com.apple.private.skip-library-validation": 0x80,
-    "com.apple.private.amfi.can-load-cdhash": 0x100,
-    "com.apple.private.amfi.can-execute-cdhash": 0x200,
+    "com.apple.private.amfi.can-load-cdhash": 0x100, "com.apple.private.amfi.can-execute-cdhash": 0x200,
 }
+DIGESTS = {1: ("sha1", "2b0e03021a"), 2: ("sha256", "608648016503040201")}
 problems = []
 
 
@@ -35,62 +37,59 @@ def expect(what, found, wanted):
         problems.append(f"{what}: {found!r}, not {wanted!r}")
 
 
-def be32(data, at):
-    return struct.unpack_from(">I", data, at)[0]
+def read(*path):
+    with open(os.path.join(*path), "rb") as file:
+        return file.read()
+
+
+def be32(data, at, count=1):
+    values = struct.unpack_from(f">{count}I", data, at)
+    return values if count > 1 else values[0]
 
 
 class Slice:
     def __init__(self, data):
         self.data = data
-        magic, self.cpu, self.subtype, self.filetype, count, size, _ = struct.unpack_from("<7I", data)
+        magic, self.cpu, _, self.filetype, count, size, _ = struct.unpack_from("<7I", data)
         is64 = magic == 0xFEEDFACF
+        self.signature = self.info = None
+        self.platform, self.minimum = 0, 0
+        self.segments = {}
         at = 32 if is64 else 28
         end = at + size
-        self.signature = self.minimum = self.platform = self.info = None
         for _ in range(count):
-            cmd, length = struct.unpack_from("<2I", data, at)
+            cmd, length, first, second = struct.unpack_from("<4I", data, at)
             if cmd in (0x1, 0x19):
-                self.segment(at, is64)
+                self.segment(at + 8, "Q" if is64 else "I")
             elif cmd == 0x1D:
-                self.signature = struct.unpack_from("<2I", data, at + 8)
+                self.signature = first, second
             elif cmd == 0x32:
-                self.platform, self.minimum = struct.unpack_from("<2I", data, at + 8)
+                self.platform, self.minimum = first, second
             elif cmd in PLATFORMS:
-                self.platform = PLATFORMS[cmd]
-                self.minimum = struct.unpack_from("<I", data, at + 8)[0]
+                self.platform, self.minimum = PLATFORMS[cmd], first
             at += length
         expect("end of load commands", at, end)
+        self.wants_sha1 = self.minimum < SHA256_SINCE.get(self.platform, 0)
+        self.page_shift = 14 if self.cpu in ARM64_TYPES and self.platform != TVOS else 12
 
-    def segment(self, at, is64):
-        form = "<16s4Q4I" if is64 else "<16s4I4I"
-        name, _, vmsize, offset, size, _, _, sections, _ = struct.unpack_from(form, self.data, at + 8)
-        if name.startswith(b"__TEXT\0"):
-            self.text = (offset, size)
-        if name.startswith(b"__LINKEDIT"):
-            self.linkedit = (offset, size, vmsize)
-        first = at + 8 + struct.calcsize(form)
+    def segment(self, at, word):
+        command = struct.Struct(f"<16s4{word}4I")
+        name, _, memory, offset, size, _, _, sections, _ = command.unpack_from(self.data, at)
+        self.segments[name.rstrip(b"\0")] = offset, size, memory
+        section = struct.Struct(f"<16s16s2{word}I" + ("28x" if word == "Q" else "24x"))
         for i in range(sections):
-            section = first + i * (80 if is64 else 68)
-            if self.data[section:section + 11] == b"__info_plis":
-                size, where = struct.unpack_from("<QI" if is64 else "<II", self.data,
-                                                 section + (40 if is64 else 36))
+            name, _, _, size, where = section.unpack_from(self.data, at + command.size + i * section.size)
+            if name.rstrip(b"\0") == b"__info_plist":
                 self.info = self.data[where:where + size]
-
-    def minimum_version(self):
-        return (self.minimum >> 16, self.minimum >> 8 & 255, self.minimum & 255)
-
-    def wants_sha1(self):
-        return (self.minimum is not None and self.platform in SHA1_BEFORE
-                and self.minimum_version() < SHA1_BEFORE[self.platform])
 
 
 def slices_of(path):
-    data = open(path, "rb").read()
+    data = read(path)
     if be32(data, 0) != 0xCAFEBABE:
         return [Slice(data)]
     result, end = [], 8
     for i in range(be32(data, 4)):
-        _, _, offset, size, align = struct.unpack_from(">5I", data, 8 + 20 * i)
+        _, _, offset, size, align = be32(data, 8 + 20 * i, 5)
         expect(f"slice {i} alignment", (align, offset % 0x4000), (14, 0))
         expect(f"slice {i} distance", 0 <= offset - end < 0x4000 or i == 0, True)
         end = offset + size
@@ -100,14 +99,13 @@ def slices_of(path):
 
 
 def blobs_of(area):
-    expect("superblob magic", be32(area, 0), 0xFADE0CC0)
-    length, count = be32(area, 4), be32(area, 8)
-    at, result, last = 12 + 8 * count, {}, -1
+    magic, length, count = be32(area, 0, 3)
+    expect("superblob magic", magic, 0xFADE0CC0)
+    at, result = 12 + 8 * count, {}
     for i in range(count):
-        slot, offset = be32(area, 12 + 8 * i), be32(area, 16 + 8 * i)
+        slot, offset = be32(area, 12 + 8 * i, 2)
         expect(f"blob {slot:#x} offset", offset, at)
-        expect(f"blob {slot:#x} ascends", slot > last, True)
-        last = slot
+        expect(f"blob {slot:#x} ascends", slot > max(result, default=-1), True)
         at = offset + be32(area, offset + 4)
         result[slot] = area[offset:at]
     expect("superblob length", length, at)
@@ -127,20 +125,18 @@ def entitlements_der(value):
     if isinstance(value, bool):
         return der(1, b"\xff" if value else b"\0")
     if isinstance(value, int):
-        size = 1
-        while not -(1 << 8 * size - 1) <= value < 1 << 8 * size - 1:
-            size += 1
-        return der(2, value.to_bytes(size, "big", signed=True))
+        positive = value if value >= 0 else ~value
+        return der(2, value.to_bytes(positive.bit_length() // 8 + 1, "big", signed=True))
     if isinstance(value, str):
         return der(12, value.encode())
     if isinstance(value, list):
         return der(0x30, b"".join(map(entitlements_der, value)))
     pairs = sorted((key.encode(), item) for key, item in value.items())
-    return der(0xB0, b"".join(der(0x30, der(12, key) + entitlements_der(item))
-                              for key, item in pairs))
+    return der(0xB0, b"".join(der(0x30, der(12, key) + entitlements_der(item)) for key, item in pairs))
 
 
 def elements(data):
+    """What DER consists of: (tag, content, whole)."""
     at, result = 0, []
     while at < len(data):
         start, size = at, data[at + 1]
@@ -154,61 +150,50 @@ def elements(data):
     return result
 
 
-def check_directory(cd, piece, blobs, hash_type, context):
-    name = {1: "sha1", 2: "sha256"}[hash_type]
-    digest = lambda data: hashlib.new(name, data).digest()
+def check_directory(cd, piece, content, kind, entitlements, adhoc):
+    """`content` is what the special slots cover. Returns the identifier and the whole hash."""
+    digest = lambda data: hashlib.new(DIGESTS[kind][0], data).digest()
     size = len(digest(b""))
-    version, flags, hash_at, ident_at, specials, pages, limit = struct.unpack_from(">7I", cd, 8)
+    version, flags, hash_at, ident_at, specials, pages, limit = be32(cd, 8, 7)
     expect("version", version, 0x20400)
-    expect("hash", tuple(cd[36:39]), (size, hash_type, 0))
-    wanted_shift = 14 if piece.cpu in ARM64_TYPES and piece.platform != 3 else 12
-    expect("page shift", cd[39], wanted_shift)
+    expect("hash", tuple(cd[36:39]), (size, kind, 0))
+    expect("page shift", cd[39], piece.page_shift)
     expect("code limit", limit, piece.signature[0])
     expect("length", be32(cd, 4), hash_at + pages * size)
-    page = 1 << wanted_shift
+    page = 1 << piece.page_shift
     hashes = b"".join(digest(piece.data[i:min(i + page, limit)]) for i in range(0, limit, page))
     expect("page hashes", cd[hash_at:] == hashes, True)
-    identifier = cd[ident_at:cd.index(b"\0", ident_at)].decode()
-    expect("adhoc flag", flags & 2, 2 if context["adhoc"] else 0)
-    team_at = be32(cd, 48)
-    expect("team", bool(team_at), not context["adhoc"])
-    expect("executable segment", struct.unpack_from(">2Q", cd, 64), piece.text)
+    expect("adhoc flag", flags & 2, 2 if adhoc else 0)
+    expect("team", bool(be32(cd, 48)), not adhoc)
+    expect("executable segment", struct.unpack_from(">2Q", cd, 64), piece.segments[b"__TEXT"][:2])
     wanted_flags = 0
     if piece.filetype == MH_EXECUTE:
         wanted_flags = 1
         for key, flag in EXEC_FLAGS.items():
-            if context["entitlements"].get(key) is True:
-                wanted_flags |= flag
+            wanted_flags |= flag if entitlements.get(key) is True else 0
     expect("executable segment flags", struct.unpack_from(">Q", cd, 80)[0], wanted_flags)
-    content = {slot: blobs[slot] for slot in (2, 5, 7) if slot in blobs}
-    if context["info"] is not None or piece.info is not None:
-        content[1] = context["info"] if context["info"] is not None else piece.info
-    if context["seal"] is not None:
-        content[3] = context["seal"]
     expect("special slots", specials, max(content))
     for slot in range(1, specials + 1):
         wanted = digest(content[slot]) if slot in content else bytes(size)
         expect(f"special slot {slot}", cd[hash_at - slot * size:hash_at - (slot - 1) * size], wanted)
-    return identifier, digest(cd)
+    return cd[ident_at:cd.index(b"\0", ident_at)].decode(), digest(cd)
 
 
 def check_cms(message, primary, hashes, root):
     with tempfile.TemporaryDirectory() as folder:
         for name, data in (("cms", message), ("cd", primary)):
-            open(os.path.join(folder, name), "wb").write(data)
+            with open(os.path.join(folder, name), "wb") as file:
+                file.write(data)
         run = subprocess.run(
-            ["openssl", "cms", "-verify", "-inform", "DER", "-in", folder + "/cms", "-content",
-             folder + "/cd", "-binary", *(["-CAfile", root] if root else ["-noverify"]),
-             "-purpose", "any", "-out", os.devnull],
-            capture_output=True, text=True, check=False)
-    expect("openssl cms -verify", (run.returncode, run.stderr.strip()[:200] if run.returncode else ""),
-           (0, ""))
-    signed_data = elements(elements(elements(message)[0][1])[1][1])[0][1]
-    fields = elements(signed_data)
+            ["openssl", "cms", "-verify", "-inform", "DER", "-in", "cms", "-content", "cd", "-binary", "-purpose",
+             "any", "-out", os.devnull, *(["-CAfile", os.path.abspath(root)] if root else ["-noverify"])],
+            capture_output=True, text=True, check=False, cwd=folder)
+    expect("openssl cms -verify", f"{run.returncode} {run.stderr.strip()[:200]}" if run.returncode else "", "")
+    fields = elements(elements(elements(elements(message)[0][1])[1][1])[0][1])
     certificates = [whole for _, _, whole in elements(fields[3][1])]
     expect("certificates sorted", certificates, sorted(certificates, key=lambda c: (len(c), c)))
     signer = elements(elements(fields[-1][1])[0][1])
-    attributes = elements([content for tag, content, _ in signer if tag == 0xA0][0])
+    attributes = elements(next(content for tag, content, _ in signer if tag == 0xA0))
     wholes = [whole for _, _, whole in attributes]
     expect("attributes sorted", wholes, sorted(wholes))
     values = {}
@@ -217,90 +202,76 @@ def check_cms(message, primary, hashes, root):
         values[oid[1].hex()] = elements(value_set[1])
     plist = plistlib.loads(elements(values["2a864886f763640901"][0][2])[0][1])
     expect("cdhashes", plist, {"cdhashes": [value[:20] for _, value in hashes]})
-    oids = {1: "2b0e03021a", 2: "608648016503040201"}
-    found = [tuple(part[1] for part in elements(content))
-             for _, content, _ in values["2a864886f763640902"]]
-    expect("hash agility", found,
-           sorted((bytes.fromhex(oids[kind]), value) for kind, value in hashes))
+    found = [tuple(part[1] for part in elements(content)) for _, content, _ in values["2a864886f763640902"]]
+    expect("hash agility", found, sorted((bytes.fromhex(DIGESTS[kind][1]), value) for kind, value in hashes))
 
 
-def check_slice(piece, context):
+def check_slice(piece, info, seal, kinds, options):
+    """Returns the identifier."""
     if piece.signature is None:
         problems.append("a slice is not signed")
         return None
     offset, size = piece.signature
     expect("end of signature", offset + size, len(piece.data))
     expect("alignment of signature", (offset % 16, size % 16), (0, 0))
-    start, length, vmsize = piece.linkedit
+    start, length, memory = piece.segments[b"__LINKEDIT"]
     expect("end of __LINKEDIT", start + length, len(piece.data))
-    expect("__LINKEDIT vmsize", vmsize, (length + 0x3FFF) // 0x4000 * 0x4000)
+    expect("__LINKEDIT vmsize", memory, (length + 0x3FFF) // 0x4000 * 0x4000)
     blobs = blobs_of(piece.data[offset:offset + size])
-    context = dict(context, entitlements={})
-    is_main = piece.filetype == MH_EXECUTE
+    entitlements = {}
     if 5 in blobs:
-        context["entitlements"] = plistlib.loads(blobs[5][8:])
-        form = der(0x70, der(2, b"\1") + entitlements_der(context["entitlements"]))
-        expect("DER entitlements", blobs[7][8:], form)
-        expect("entitlements on", is_main, True)
-    if context["wanted_entitlements"] is not None and is_main:
-        expect("entitlements text", blobs[5][8:], context["wanted_entitlements"])
-    kinds = [1, 2] if context["sha1"] else [2]
+        entitlements = plistlib.loads(blobs[5][8:])
+        expect("DER entitlements", blobs[7][8:], der(0x70, der(2, b"\1") + entitlements_der(entitlements)))
+        expect("entitlements on", piece.filetype, MH_EXECUTE)
+    if options.entitlements and piece.filetype == MH_EXECUTE:
+        expect("entitlements text", blobs[5][8:], read(options.entitlements))
+    covered = {1: piece.info if info is None else info, 3: seal, **{slot: blobs.get(slot) for slot in (2, 5, 7)}}
+    covered = {slot: content for slot, content in covered.items() if content is not None}
     directories = [blobs[slot] for slot in sorted(blobs) if slot == 0 or 0x1000 <= slot < 0x1005]
     expect("number of directories", len(directories), len(kinds))
-    results = [check_directory(cd, piece, blobs, kind, context)
+    results = [check_directory(cd, piece, covered, kind, entitlements, options.adhoc)
                for cd, kind in zip(directories, kinds)]
-    reserve = 12 + 8 * len(blobs) + 18000 + sum(
-        len(blob) + (96 - 88 if blob in directories else 0)
-        for slot, blob in blobs.items() if slot != 0x10000)
+    reserve = 12 + 8 * len(blobs) + 18000 + 8 * len(directories) + sum(
+        len(blob) for slot, blob in blobs.items() if slot != 0x10000)
     expect("room for the signature", size, (reserve + 15) // 16 * 16)
     expect("requirements", blobs[2][:4].hex(), "fade0c01")
     expect("wrapper", blobs[0x10000][:4].hex(), "fade0b01")
-    if context["adhoc"]:
+    if options.adhoc:
         expect("ad-hoc wrapper", len(blobs[0x10000]), 8)
     else:
-        hashes = list(zip(kinds, (full for _, full in results)))
-        check_cms(blobs[0x10000][8:], directories[0], hashes, context["root"])
+        hashes = [(kind, whole) for kind, (_, whole) in zip(kinds, results)]
+        check_cms(blobs[0x10000][8:], directories[0], hashes, options.root)
     return results[0][0]
 
 
 def winner(rules, path):
-    best, best_weight = None, None
-    for pattern, rule in rules.items():
-        if not re.search(pattern, path, re.DOTALL):
-            continue
-        rule = {"omit": not rule} if isinstance(rule, bool) else rule
-        rank = (rule.get("weight", 1), bool(rule.get("omit")))
-        if best is None or rank > best_weight:
-            best, best_weight = rule, rank
-    return best
+    """The heaviest rule for a path, an omitting one before others; absent if it says to omit."""
+    matching = [{"omit": not rule} if isinstance(rule, bool) else rule
+                for pattern, rule in rules.items() if re.search(pattern, path, re.DOTALL)]
+    best = max(matching, key=lambda rule: (rule.get("weight", 1), bool(rule.get("omit"))), default={"omit": True})
+    return None if best.get("omit") else best
 
 
 def check_seal(base, executable, seal_bytes, sha1):
     seal = plistlib.loads(seal_bytes)
-    entries = {}
-    for folder, names, files in os.walk(base):
-        relative = os.path.relpath(folder, base)
-        prefix = "" if relative == "." else relative + "/"
-        if not prefix:
-            names[:] = [n for n in names if n not in ("_CodeSignature", "_MASReceipt")]
-        for name in files + [n for n in names if os.path.islink(os.path.join(folder, n))]:
-            if prefix + name not in ("CodeResources", executable):
-                entries[prefix + name] = os.path.join(folder, name)
     files, files2 = {}, {}
-    for path, full in entries.items():
-        rule, rule2 = winner(seal["rules"], path), winner(seal["rules2"], path)
-        link = os.path.islink(full)
-        data = b"" if link else open(full, "rb").read()
-        if rule and not rule.get("omit") and not link:
-            digest = hashlib.sha1(data).digest()
-            files[path] = {"hash": digest, "optional": True} if rule.get("optional") else digest
-        if rule2 and not rule2.get("omit"):
-            item = {"symlink": os.readlink(full)} if link else {"hash2": hashlib.sha256(data).digest()}
-            if sha1 and not link:
-                item["hash"] = hashlib.sha1(data).digest()
-            if rule2.get("optional"):
-                item["optional"] = True
-            files2[path] = item
+    for folder, names, others in os.walk(base):
+        if folder == base:
+            names[:] = [name for name in names if name not in ("_CodeSignature", "_MASReceipt")]
+        for name in others + [name for name in names if os.path.islink(os.path.join(folder, name))]:
+            full = os.path.join(folder, name)
+            path = os.path.relpath(full, base)
+            if path in ("CodeResources", executable):
+                continue
+            rule, rule2 = winner(seal["rules"], path), winner(seal["rules2"], path)
+            link = os.path.islink(full)
+            digest = {} if link else {"hash": hashlib.sha1(read(full)).digest()}
+            if rule and not link:
+                files[path] = dict(digest, optional=True) if rule.get("optional") else digest["hash"]
+            if rule2:
+                files2[path] = {"symlink": os.readlink(full)} if link else {
+                    "hash2": hashlib.sha256(read(full)).digest(), **(digest if sha1 else {})}
+                files2[path].update({"optional": True} if rule2.get("optional") else {})
     expect("sealed files", seal["files"], files)
     expect("sealed files2", seal["files2"], files2)
     text = plistlib.dumps(dict(seal, files=files, files2=files2), sort_keys=True)
@@ -316,23 +287,18 @@ def main():
     parser.add_argument("--entitlements")
     parser.add_argument("--no-seal-check", action="store_true")
     options = parser.parse_args()
-    base, executable, info, seal = None, options.code, None, None
-    if os.path.isdir(options.code):
-        base = options.code
-        info = open(os.path.join(base, "Info.plist"), "rb").read()
+    base = options.code
+    executable, info, seal = base, None, None
+    if os.path.isdir(base):
+        info, seal = read(base, "Info.plist"), read(base, "_CodeSignature", "CodeResources")
         executable = os.path.join(base, plistlib.loads(info)["CFBundleExecutable"])
-        seal = open(os.path.join(base, "_CodeSignature", "CodeResources"), "rb").read()
     pieces = slices_of(executable)
-    context = {"info": info, "seal": seal, "adhoc": options.adhoc, "root": options.root,
-               "sha1": any(piece.wants_sha1() for piece in pieces), "wanted_entitlements": None}
-    if options.entitlements:
-        context["wanted_entitlements"] = open(options.entitlements, "rb").read()
-    identifiers = {check_slice(piece, context) for piece in pieces}
+    sha1 = any(piece.wants_sha1 for piece in pieces)
+    identifiers = {check_slice(piece, info, seal, [1, 2] if sha1 else [2], options) for piece in pieces}
     expect("identifiers of all slices", len(identifiers), 1)
-    if base and not options.no_seal_check:
-        check_seal(base, os.path.relpath(executable, base), seal, context["sha1"])
-    for problem in problems:
-        print(problem)
+    if seal is not None and not options.no_seal_check:
+        check_seal(base, os.path.relpath(executable, base), seal, sha1)
+    print(*problems, sep="\n", end="\n" if problems else "")
     return 1 if problems else 0
 
 
