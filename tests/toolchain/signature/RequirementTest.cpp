@@ -1,11 +1,157 @@
-#include "tests/support/Identities.h"
+#include "foundation/crypto/DER.h"
+#include "tests/support/AppFixture.h"
 #include "tests/support/Test.h"
-#include "tests/toolchain/signature/Expressions.h"
-#include "toolchain/signature/Requirement.h"
+#include "toolchain/signature/RequirementEvaluation.h"
 
 namespace {
 
 using foundation::Certificate;
+using toolchain::meets;
+using toolchain::requirement::Expression;
+using toolchain::requirement::Match;
+using toolchain::requirement::Operation;
+
+/// An operation with a text, a hash or nothing.
+Expression leaf(Operation operation, std::string data = {}, std::int32_t certificate = 0) {
+  return {.operation = operation, .certificate = certificate, .data = std::move(data)};
+}
+
+Expression joined(Operation operation, std::vector<Expression> operands) {
+  return {.operation = operation, .operands = std::move(operands)};
+}
+
+/// An operation that looks up a key and compares its value.
+Expression matching(Operation operation, std::string key, Match match = Match::exists,
+                    std::string value = {}, std::int32_t certificate = 0) {
+  return {.operation = operation,
+          .certificate = certificate,
+          .key = std::move(key),
+          .match = match,
+          .matchValue = std::move(value)};
+}
+
+/// The code that requirements are about.
+toolchain::RequirementSubject subject() {
+  toolchain::RequirementSubject code;
+  code.identifier = "com.example.app";
+  code.cdHashes = {std::vector<std::byte>(20, std::byte{7})};
+  code.chain = signingFamily().chain();
+  code.info = {{"CFBundleVersion", "10.2"}, {"Number", 7}};
+  code.entitlements = {{"on", true}, {"off", false}, {"groups", Array{"a", "b.c"}}};
+  return code;
+}
+
+/// The bare content of an object identifier.
+std::string bareOID(std::string_view dotted) {
+  return foundation::DER::objectIdentifier(dotted).substr(2);
+}
+
+/// The bytes are read as they were written, and every shorter blob is refused, whatever its length
+/// says.
+void expectRoundTrip(const Expression& expression) {
+  const auto blob = toolchain::makeRequirement(expression);
+  const auto read = toolchain::parseRequirement(keepForFuzzing("SignatureBlobs", blob));
+  ASSERT_TRUE(read) << problemOf(read);
+  EXPECT_EQ(toolchain::text(*read), toolchain::text(expression));
+  EXPECT_EQ(toolchain::makeRequirement(*read), blob);
+  for (std::size_t size = 12; size < blob.size(); size += 4) {
+    auto truncated = blob;
+    truncated.resize(size);
+    truncated[7] = static_cast<std::byte>(size);
+    EXPECT_THAT(problemOf(toolchain::parseRequirement(truncated)),
+                StartsWith("requirement is truncated at byte "));
+  }
+}
+
+TEST(RequirementTest, TextBytesAndMeaningOfEveryOperation) {
+  using enum Operation;
+  using enum Match;
+  const auto hash = [](const MadeIdentity& identity) {
+    return std::string(textOf(identity.certificate().sha1()));
+  };
+  const auto& [leaf_, intermediate, root] = signingFamily();
+  const std::string rootText = "H\"" + hexOf(hash(root)) + '"';
+  const std::string mark = bareOID(kIntermediateMarker);
+  const auto version = [](Match match, const char* value) {
+    return matching(infoKey, "CFBundleVersion", match, value);
+  };
+  const auto yes = leaf(always);
+  const auto no = leaf(never);
+  struct Row {
+    std::string text;
+    Expression expression;
+    bool isMet;
+  };
+  for (const Row& row : {
+           Row{"never", no, false},
+           Row{"always", yes, true},
+           Row{"anchor apple", leaf(anchorApple), false},
+           Row{"identifier \"com.example.app\"", leaf(identifier, "com.example.app"), true},
+           Row{"identifier \"com.example.ap\"", leaf(identifier, "com.example.ap"), false},
+           Row{"identifier and1", leaf(identifier, "and1"), false},
+           Row{"identifier \"and\"", leaf(identifier, "and"), false},
+           Row{"identifier \"1a\"", leaf(identifier, "1a"), false},
+           Row{"identifier \"a\\\"\\\\\"", leaf(identifier, "a\"\\"), false},
+           Row{"cdhash H\"" + repeated("07", 20) + '"', leaf(cdHash, std::string(20, 7)), true},
+           Row{"cdhash H\"08\"", leaf(cdHash, "\x08"), false},
+           Row{"certificate root = " + rootText, leaf(anchorHash, hash(root), -1), true},
+           Row{"certificate leaf = " + rootText, leaf(anchorHash, hash(root)), false},
+           Row{"certificate 9 = " + rootText, leaf(anchorHash, hash(root), 9), false},
+           Row{"certificate -4 = " + rootText, leaf(anchorHash, hash(root), -4), false},
+           Row{"certificate 1[field.1.2.840.113635.100.6.2.1] /* exists */",
+               matching(certificateOID, mark, exists, "", 1), true},
+           Row{"certificate leaf[field.1.2.840.113635.100.6.2.1] /* exists */",
+               matching(certificateOID, mark), false},
+           Row{"certificate leaf[field.1.2.840.113635.100.6.2.1] absent",
+               matching(certificateOID, mark, absent), true},
+           Row{"certificate leaf[policy.1.2.3.4] /* exists */",
+               matching(certificatePolicy, bareOID("1.2.3.4")), false},
+           Row{"certificate leaf[subject.CN] = \"iPhone Distr\"*",
+               matching(certificateField, "subject.CN", beginsWith, "iPhone Distr"), true},
+           Row{"certificate leaf[subject.OU] = ABCDE12345",
+               matching(certificateField, "subject.OU", equal, "ABCDE12345"), true},
+           Row{"certificate leaf[subject.X] /* exists */", matching(certificateField, "subject.X"),
+               false},
+           Row{"info[CFBundleVersion] = \"10.2\"", version(equal, "10.2"), true},
+           Row{"info[CFBundleVersion] ~ \"0.\"", version(contains, "0."), true},
+           Row{"info[CFBundleVersion] = *\".3\"", version(endsWith, ".3"), false},
+           Row{"info[CFBundleVersion] > \"9.9\"", version(greater, "9.9"), true},
+           Row{"info[CFBundleVersion] <= \"010.2\"", version(lessEqual, "010.2"), true},
+           Row{"info[CFBundleVersion] < \"10.2.1\"", version(less, "10.2.1"), true},
+           Row{"info[CFBundleVersion] >= \"10.10\"", version(greaterEqual, "10.10"), false},
+           Row{"info[Number] = \"7\"", matching(infoKey, "Number", equal, "7"), true},
+           Row{"info[Missing] = \"\"", matching(infoKey, "Missing", equal, ""), false},
+           Row{"info[Missing] absent", matching(infoKey, "Missing", absent), true},
+           Row{"entitlement[on] /* exists */", matching(entitlement, "on"), true},
+           Row{"entitlement[off] /* exists */", matching(entitlement, "off"), false},
+           Row{"entitlement[off] absent", matching(entitlement, "off", absent), true},
+           Row{"entitlement[groups] = \"b.\"*", matching(entitlement, "groups", beginsWith, "b."),
+               true},
+           Row{"entitlement[groups] = c", matching(entitlement, "groups", equal, "c"), false},
+           Row{"! never", joined(negation, {no}), true},
+           Row{"! always", joined(negation, {yes}), false},
+           Row{"always and always", joined(conjunction, {yes, yes}), true},
+           Row{"always and never", joined(conjunction, {yes, no}), false},
+           Row{"never and always", joined(conjunction, {no, yes}), false},
+           Row{"always or never", joined(disjunction, {yes, no}), true},
+           Row{"never or never", joined(disjunction, {no, no}), false},
+           Row{"never or always and always",
+               joined(disjunction, {no, joined(conjunction, {yes, yes})}), true},
+           Row{"(always or always) and never",
+               joined(conjunction, {joined(disjunction, {yes, yes}), no}), false},
+       }) {
+    SCOPED_TRACE(row.text);
+    EXPECT_EQ(toolchain::text(row.expression), row.text);
+    EXPECT_EQ(meets(subject(), row.expression), row.isMet);
+    expectRoundTrip(row.expression);
+  }
+  // Ad-hoc code has no certificates: whatever asks for one is not met.
+  auto adHoc = subject();
+  adHoc.chain.clear();
+  EXPECT_FALSE(meets(adHoc, leaf(anchorHash)));
+  EXPECT_FALSE(meets(adHoc, matching(certificateField, "subject.CN")));
+  EXPECT_TRUE(meets(adHoc, matching(certificateField, "subject.CN", absent)));
+}
 
 TEST(RequirementTest, DeveloperIdentitiesAreNamedByLeafAndIssuersMark) {
   const std::string name = "iPhone Developer: J\xc3\xb6rg (ABCDE12345) and more xyz";
@@ -68,59 +214,6 @@ TEST(RequirementTest, OtherIdentitiesAreNamedByTheLastCertificateOfTheirOrganiza
   }
 }
 
-TEST(RequirementTest, TextAndBytesOfEveryOperation) {
-  const auto a = leaf(Operation::identifier, "a");
-  const auto b = leaf(Operation::identifier, "b");
-  const auto version = [](Match match) {
-    return matching(Operation::infoKey, "CFBundleVersion", match, "17");
-  };
-  for (const auto& [expression, text] : std::vector<std::pair<Expression, std::string>>{
-           {leaf(Operation::always), "always"},
-           {leaf(Operation::never), "never"},
-           {leaf(Operation::anchorApple), "anchor apple"},
-           {leaf(Operation::identifier, "and"), "identifier \"and\""},
-           {leaf(Operation::identifier, "1a"), "identifier \"1a\""},
-           {leaf(Operation::identifier, "a\"\\"), "identifier \"a\\\"\\\\\""},
-           {leaf(Operation::cdHash, "\x01"), "cdhash H\"01\""},
-           {leaf(Operation::anchorHash, "\x2a\x2b", -1), "certificate root = H\"2a2b\""},
-           {joined(Operation::negation, {a}), "! identifier a"},
-           {joined(Operation::disjunction, {a, joined(Operation::conjunction, {a, b})}),
-            "identifier a or identifier a and identifier b"},
-           {joined(Operation::conjunction, {joined(Operation::disjunction, {a, b}), b}),
-            "(identifier a or identifier b) and identifier b"},
-           {version(Match::equal), "info[CFBundleVersion] = \"17\""},
-           {version(Match::contains), "info[CFBundleVersion] ~ \"17\""},
-           {version(Match::endsWith), "info[CFBundleVersion] = *\"17\""},
-           {version(Match::less), "info[CFBundleVersion] < \"17\""},
-           {version(Match::greater), "info[CFBundleVersion] > \"17\""},
-           {version(Match::lessEqual), "info[CFBundleVersion] <= \"17\""},
-           {version(Match::greaterEqual), "info[CFBundleVersion] >= \"17\""},
-           {matching(Operation::entitlement, "get-task-allow", Match::absent),
-            "entitlement[get-task-allow] absent"},
-           {matching(Operation::certificateField, "subject.OU", Match::beginsWith, "T"),
-            "certificate leaf[subject.OU] = T*"},
-           {matching(Operation::certificatePolicy, "\x2a\x03"),
-            "certificate leaf[policy.1.2.3] /* exists */"},
-       }) {
-    SCOPED_TRACE(text);
-    EXPECT_EQ(toolchain::text(expression), text);
-    const auto blob = toolchain::makeRequirement(expression);
-    const auto read = toolchain::parseRequirement(keepForFuzzing("SignatureBlobs", blob));
-    ASSERT_TRUE(read) << problemOf(read);
-    EXPECT_EQ(toolchain::text(*read), text);
-    EXPECT_EQ(toolchain::makeRequirement(*read), blob);
-    // Every shorter blob is refused, whatever its length says.
-    for (std::size_t size = 12; size < blob.size(); size += 4) {
-      auto truncated = blob;
-      truncated.resize(size);
-      truncated[7] = static_cast<std::byte>(size);
-      EXPECT_THAT(problemOf(toolchain::parseRequirement(truncated)),
-                  StartsWith("requirement is truncated at byte "))
-          << size;
-    }
-  }
-}
-
 TEST(RequirementTest, DamageIsNamed) {
   namespace magic = toolchain::magic;
   struct Row {
@@ -160,6 +253,75 @@ TEST(RequirementTest, NestingHasALimit) {
   deep = joined(Operation::negation, {std::move(deep)});
   EXPECT_EQ(problemOf(toolchain::parseRequirement(toolchain::makeRequirement(deep))),
             "requirement is nested too deeply");
+}
+
+/// A disjunction of the same many times, about `count`, and of what comes last.
+Expression anyOf(const Expression& each, std::size_t count, Expression last) {
+  if (count == 0) return last;
+  Expression expression{.operation = Operation::disjunction};
+  expression.operands.push_back(anyOf(each, (count - 1) / 2, each));
+  expression.operands.push_back(anyOf(each, count / 2, std::move(last)));
+  return expression;
+}
+
+TEST(RequirementTest, CostIsBounded) {
+  auto code = subject();
+  const auto always = leaf(Operation::always);
+  const auto other = matching(Operation::certificateField, "subject.OU", Match::equal, "none");
+  EXPECT_TRUE(meets(code, anyOf(other, 1000, always)));
+  const std::vector<std::string> organizations(2000, std::string(60, 'a'));
+  const auto root = makeRoot("Root");
+  code.chain = {makeLeaf(root, {.organizations = organizations}).certificate(), root.certificate()};
+  code.info["Long"] = std::string(1 << 15, 'a');
+  code.info["Many"] = Array(100000, "a");
+  const std::string key = bareOID("1.2.3.4");
+  const auto before = std::chrono::steady_clock::now();
+  for (const Expression& each :
+       {other, matching(Operation::infoKey, "Many", Match::equal, "b"),
+        matching(Operation::infoKey, "Long", Match::contains, std::string(1000, 'a') + "b"),
+        matching(Operation::certificateOID, key), matching(Operation::certificatePolicy, key),
+        leaf(Operation::anchorHash)}) {
+    EXPECT_TRUE(meets(code, anyOf(each, 1, always))) << toolchain::text(each).substr(0, 80);
+    EXPECT_FALSE(meets(code, anyOf(each, 20000, always))) << toolchain::text(each).substr(0, 80);
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - before, 10s);
+}
+
+/// The vendor's developer programs are recognised by the issuer's mark. We cannot
+/// sign as the vendor, so a root of the same name stands in for the vendor's.
+TEST(RequirementTest, Anchors) {
+  const auto chain = makeDeveloperFamily().chain();
+  const auto unmarked = signingFamily().root.certificate();
+  for (const auto& [name, certificates, isGeneric, isOwn] :
+       std::vector<std::tuple<const char*, std::vector<Certificate>, bool, bool>>{
+           {"developer", chain, true, false},
+           {"the vendor's own", {chain[0], unmarked, chain[2]}, true, true},
+           {"home-made", subject().chain, false, false},
+           {"no issuer between", {chain[0], chain[2]}, false, false},
+           {"without root", {chain[0], chain[1]}, false, false},
+           {"none", {}, false, false},
+       }) {
+    auto code = subject();
+    code.chain = certificates;
+    const auto generic = leaf(Operation::anchorAppleGeneric);
+    const auto own = leaf(Operation::anchorApple);
+    EXPECT_FALSE(meets(code, generic)) << name;
+    EXPECT_FALSE(meets(code, own)) << name;
+    code.isAppleRoot = toolchain::isNamedLikeAppleRoot;
+    EXPECT_EQ(meets(code, generic), isGeneric) << name;
+    EXPECT_EQ(meets(code, own), isOwn) << name;
+  }
+}
+
+TEST(RequirementTest, TheVendorsRootsAreKnownByTheirDigests) {
+  for (const char* digits : {"b0b1730ecbc7ff4505142c49f1295e6eda6bcaed7e2c68c5be91b5a11001f024",
+                             "c2b9b042dd57830e7d117dac55ac8ae19407d38e41d88f3215bc3a890444a050",
+                             "63343abfb89a6a03ebb57e9b3f5fa7be7c4f5c756f3017b3a8c488c3653e9179"}) {
+    auto digest = *foundation::readAt<foundation::SHA256Digest>(bytesOf(fromHex(digits)), 0);
+    EXPECT_TRUE(toolchain::isAppleRoot(digest)) << digits;
+    digest.back() ^= std::byte{1};
+    EXPECT_FALSE(toolchain::isAppleRoot(digest)) << digits;
+  }
 }
 
 }  // namespace
