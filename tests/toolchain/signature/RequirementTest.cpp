@@ -148,100 +148,97 @@ TEST(RequirementTest, TextBytesAndMeaningOfEveryOperation) {
   // Ad-hoc code has no certificates: whatever asks for one is not met.
   auto adHoc = subject();
   adHoc.chain.clear();
+  adHoc.isAppleRoot = toolchain::isNamedLikeAppleRoot;
+  EXPECT_FALSE(meets(adHoc, leaf(anchorAppleGeneric)));
   EXPECT_FALSE(meets(adHoc, leaf(anchorHash)));
   EXPECT_FALSE(meets(adHoc, matching(certificateField, "subject.CN")));
   EXPECT_TRUE(meets(adHoc, matching(certificateField, "subject.CN", absent)));
 }
 
-TEST(RequirementTest, DeveloperIdentitiesAreNamedByLeafAndIssuersMark) {
+/// The vendor's developer programs are recognised by the issuer's mark. We cannot sign as the
+/// vendor, so a root of the same name stands in for the vendor's.
+TEST(RequirementTest, IdentitiesAreNamedByTheirAnchorOrTheLastOfTheirOrganization) {
   const std::string name = "iPhone Developer: J\xc3\xb6rg (ABCDE12345) and more xyz";
-  ASSERT_EQ(name.size(), 49U);
-  const auto expression =
-      toolchain::defaultRequirement("com.example.app", makeDeveloperFamily(name).chain());
-  EXPECT_EQ(hexOf(toolchain::makeRequirementSet(expression)),
-            "fade0c01000000b8000000010000000300000014"
-            "fade0c00000000a400000001"
-            "00000006"
-            "000000020000000f" +
-                hexOf("com.example.app") +
-                "00"
-                "000000060000000f"
-                "000000060000000b000000000000000a" +
-                hexOf("subject.CN") +
-                "0000"
-                "0000000100000031" +
-                hexOf(name) +
-                "000000"
-                "0000000e000000010000000a2a864886f76364060201"
-                "000000000000");
-  EXPECT_EQ(toolchain::text(expression),
-            "identifier \"com.example.app\" and anchor apple generic and certificate "
-            "leaf[subject.CN] = 0x" +
-                hexOf(name) + " and certificate 1[field.1.2.840.113635.100.6.2.1] /* exists */");
-}
-
-TEST(RequirementTest, OtherIdentitiesAreNamedByTheLastCertificateOfTheirOrganization) {
+  const auto developer = makeDeveloperFamily(name).chain();
   const auto chain = makeFamily().chain();
-  const auto developers = makeDeveloperFamily().chain();
   const MadeIdentity root = makeRoot("Other CA");
   const auto issuer =
       makeLeaf(root, {.commonName = "Issuer", .organizations = {"Example Corp"}}).certificate();
+  const auto hash = [](const std::string& position, const Certificate& certificate) {
+    return "certificate " + position + " = H\"" + hexOf(certificate.sha1()) + '"';
+  };
   struct Row {
     const char* name;
     std::vector<Certificate> chain;
-    const char* position;
-    Certificate named;
+    std::string requirement;
+    bool isGeneric = false;
+    bool isOwn = false;
   };
   for (const Row& row : {
-           Row{"the leaf alone", chain, "leaf", chain[0]},
-           Row{"the leaf is the root", {chain[0]}, "root", chain[0]},
-           Row{"an issuer of the same", {chain[0], issuer, root.certificate()}, "1", issuer},
-           Row{"a root of the same", {chain[0], issuer}, "root", issuer},
-           Row{"an issuer without mark",
-               {developers[0], chain[2], developers[2]},
-               "leaf",
-               developers[0]},
-           Row{"no issuer between", {developers[0], developers[2]}, "leaf", developers[0]},
-           Row{"the name is the issuer's",
-               {developers[0], developers[1], developers[1]},
-               "leaf",
-               developers[0]},
+           Row{"developer", developer,
+               "anchor apple generic and certificate leaf[subject.CN] = 0x" + hexOf(name) +
+                   " and certificate 1[field.1.2.840.113635.100.6.2.1] /* exists */",
+               true},
+           Row{"the vendor's own: an issuer without mark",
+               {developer[0], chain[2], developer[2]},
+               hash("leaf", developer[0]),
+               true,
+               true},
+           Row{"no issuer between", {developer[0], developer[2]}, hash("leaf", developer[0])},
+           Row{"the root is not the vendor's",
+               {developer[0], developer[1], developer[1]},
+               hash("leaf", developer[0])},
+           Row{"home-made", chain, hash("leaf", chain[0])},
+           Row{"the leaf is the root", {chain[0]}, hash("root", chain[0])},
+           Row{"an issuer of the same", {chain[0], issuer, root.certificate()}, hash("1", issuer)},
+           Row{"a root of the same", {chain[0], issuer}, hash("root", issuer)},
        }) {
+    SCOPED_TRACE(row.name);
     EXPECT_EQ(toolchain::text(toolchain::defaultRequirement("x", row.chain)),
-              std::string("identifier x and certificate ") + row.position + " = H\"" +
-                  hexOf(row.named.sha1()) + '"')
-        << row.name;
+              "identifier x and " + row.requirement);
+    auto code = subject();
+    code.chain = row.chain;
+    const auto generic = leaf(Operation::anchorAppleGeneric);
+    const auto own = leaf(Operation::anchorApple);
+    EXPECT_FALSE(meets(code, generic));
+    EXPECT_FALSE(meets(code, own));
+    code.isAppleRoot = toolchain::isNamedLikeAppleRoot;
+    EXPECT_EQ(meets(code, generic), row.isGeneric);
+    EXPECT_EQ(meets(code, own), row.isOwn);
   }
+  EXPECT_EQ(textOf(toolchain::makeRequirementSet(
+                toolchain::defaultRequirement("com.example.app", developer))),
+            fromHex("fade0c01 000000b8 00000001 00000003 00000014"
+                    "fade0c00 000000a4 00000001 00000006 00000002 0000000f") +
+                "com.example.app" +
+                fromHex("00 00000006 0000000f 00000006 0000000b 00000000 0000000a") + "subject.CN" +
+                fromHex("0000 00000001 00000031") + name +
+                fromHex("000000 0000000e 00000001 0000000a 2a864886f76364060201 0000 00000000"));
 }
 
 TEST(RequirementTest, DamageIsNamed) {
-  namespace magic = toolchain::magic;
-  struct Row {
-    std::vector<std::uint32_t> words;
-    const char* complaint;
-    std::uint32_t magic = magic::kRequirement;
-  };
-  for (const Row& row : {
-           Row{{}, "requirement: kind 0 is unknown"},
-           Row{{2, 1}, "requirement: kind 2 is unknown"},
-           Row{{1, 12}, "requirement: operation 12 is unknown"},
-           Row{{1, 10, 0, 9}, "requirement: match 9 is unknown"},
-           Row{{1, 1, 0}, "requirement continues after its expression, at byte 4"},
-           Row{{}, "requirement: blob magic is 0xfade0c02, not 0xfade0c00", magic::kCodeDirectory},
-           Row{{}, "requirements: count 0 does not fit the blob", magic::kRequirementSet},
-           Row{{17}, "requirements: count 17 does not fit the blob", magic::kRequirementSet},
-           Row{{2, 3, 28, 3, 28, magic::kRequirement, 16, 1, 1},
-               "requirement 1 of 2: a second one of type 3",
-               magic::kRequirementSet},
-           Row{{1, 3, 999}, "requirement 0 of 1 lies outside the blob", magic::kRequirementSet},
+  for (const auto& [digits, complaint] : std::vector<std::pair<const char*, const char*>>{
+           {"fade0c00 00000008", "requirement: kind 0 is unknown"},
+           {"fade0c00 00000010 00000002 00000001", "requirement: kind 2 is unknown"},
+           {"fade0c00 00000010 00000001 0000000c", "requirement: operation 12 is unknown"},
+           {"fade0c00 00000018 00000001 0000000a 00000000 00000009",
+            "requirement: match 9 is unknown"},
+           {"fade0c00 00000014 00000001 00000001 00000000",
+            "requirement continues after its expression, at byte 4"},
+           {"fade0c02 00000008", "requirement: blob magic is 0xfade0c02, not 0xfade0c00"},
+           {"fade0c01 00000008", "requirements: count 0 does not fit the blob"},
+           {"fade0c01 0000000c 00000011", "requirements: count 17 does not fit the blob"},
+           {"fade0c01 0000002c 00000002 00000003 0000001c 00000003 0000001c"
+            "fade0c00 00000010 00000001 00000001",
+            "requirement 1 of 2: a second one of type 3"},
+           {"fade0c01 00000014 00000001 00000003 000003e7",
+            "requirement 0 of 1 lies outside the blob"},
        }) {
-    toolchain::ByteWriter payload;
-    for (const auto word : row.words) payload.u32(word);
-    const auto blob = toolchain::makeBlob(row.magic, payload.bytes());
-    EXPECT_EQ(row.magic == magic::kRequirementSet
-                  ? problemOf(toolchain::parseRequirementSet(blob))
-                  : problemOf(toolchain::parseRequirement(keepForFuzzing("SignatureBlobs", blob))),
-              row.complaint);
+    const std::string bytes = fromHex(digits);
+    const Bytes blob = keepForFuzzing("SignatureBlobs", bytesOf(bytes));
+    EXPECT_EQ(bytes[3] == 1 ? problemOf(toolchain::parseRequirementSet(blob))
+                            : problemOf(toolchain::parseRequirement(blob)),
+              complaint);
   }
   EXPECT_EQ(hexOf(toolchain::emptyRequirementSet()), "fade0c010000000c00000000");
 }
@@ -285,32 +282,6 @@ TEST(RequirementTest, CostIsBounded) {
     EXPECT_FALSE(meets(code, anyOf(each, 20000, always))) << toolchain::text(each).substr(0, 80);
   }
   EXPECT_LT(std::chrono::steady_clock::now() - before, 10s);
-}
-
-/// The vendor's developer programs are recognised by the issuer's mark. We cannot
-/// sign as the vendor, so a root of the same name stands in for the vendor's.
-TEST(RequirementTest, Anchors) {
-  const auto chain = makeDeveloperFamily().chain();
-  const auto unmarked = signingFamily().root.certificate();
-  for (const auto& [name, certificates, isGeneric, isOwn] :
-       std::vector<std::tuple<const char*, std::vector<Certificate>, bool, bool>>{
-           {"developer", chain, true, false},
-           {"the vendor's own", {chain[0], unmarked, chain[2]}, true, true},
-           {"home-made", subject().chain, false, false},
-           {"no issuer between", {chain[0], chain[2]}, false, false},
-           {"without root", {chain[0], chain[1]}, false, false},
-           {"none", {}, false, false},
-       }) {
-    auto code = subject();
-    code.chain = certificates;
-    const auto generic = leaf(Operation::anchorAppleGeneric);
-    const auto own = leaf(Operation::anchorApple);
-    EXPECT_FALSE(meets(code, generic)) << name;
-    EXPECT_FALSE(meets(code, own)) << name;
-    code.isAppleRoot = toolchain::isNamedLikeAppleRoot;
-    EXPECT_EQ(meets(code, generic), isGeneric) << name;
-    EXPECT_EQ(meets(code, own), isOwn) << name;
-  }
 }
 
 TEST(RequirementTest, TheVendorsRootsAreKnownByTheirDigests) {
