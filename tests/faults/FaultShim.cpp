@@ -223,137 +223,96 @@ Shim& shim() {
 
 __attribute__((constructor)) void start() { shim().start(); }
 
+using Word = std::intptr_t;
+
+/// Which of both `open` is with these flags.
+Kind opening(Word flags) {
+  return (flags & O_CREAT) != 0 ? Kind{"create", ENOSPC} : Kind{"open", EMFILE};
+}
+
 }  // namespace
 
-#define KIND(NAME, ERROR) static constexpr Kind kind_##NAME = {#NAME, ERROR};
-
-// By its label the function takes the place of the system's own, whatever a header says of that
-// one.
-// NOLINTBEGIN(bugprone-macro-parentheses): these are types, names and lists
-#define FAULT(KIND_NAME, RESULT, NAME, FAILURE, PARAMETERS, ARGUMENTS)                             \
-  extern "C" __attribute__((visibility("default"))) RESULT fault_##NAME PARAMETERS __asm__(#NAME); \
-  extern "C" RESULT fault_##NAME PARAMETERS {                                                      \
-    static const auto real = reinterpret_cast<decltype(&fault_##NAME)>(dlsym(RTLD_NEXT, #NAME));   \
-    if (shim().mustFail(kind_##KIND_NAME)) return FAILURE;                                         \
-    return real ARGUMENTS;                                                                         \
+// FAULT(NAME, FAILURE, KIND): replaces the system's NAME, through a label since headers declare
+// that one in their own way. None of these functions takes anything but up to six numbers and
+// pointers, which are all in registers; so are the arguments passed on that a call does not have.
+// KIND may use the arguments.
+#define FAULT(NAME, FAILURE, ...)                                                                \
+  extern "C" __attribute__((visibility("default")))                                              \
+  Word fault_##NAME(Word, Word, Word, Word, Word, Word) __asm__(#NAME);                          \
+  extern "C" Word fault_##NAME(Word a, Word b, Word c, Word d, Word e, Word f) {                 \
+    static const auto real = reinterpret_cast<decltype(&fault_##NAME)>(dlsym(RTLD_NEXT, #NAME)); \
+    if (shim().mustFail(__VA_ARGS__)) return FAILURE;                                            \
+    return real(a, b, c, d, e, f);                                                               \
   }
 /// The same for NAME and its twin for large files.
-#define FAULT64(KIND_NAME, RESULT, NAME, FAILURE, PARAMETERS, ARGUMENTS) \
-  FAULT(KIND_NAME, RESULT, NAME, FAILURE, PARAMETERS, ARGUMENTS)         \
-  FAULT(KIND_NAME, RESULT, NAME##64, FAILURE, PARAMETERS, ARGUMENTS)
-// NOLINTEND(bugprone-macro-parentheses)
+#define FAULT64(NAME, FAILURE, ...) \
+  FAULT(NAME, FAILURE, __VA_ARGS__) \
+  FAULT(NAME##64, FAILURE, __VA_ARGS__)
 
-// The last argument is there or not; one that is not is passed on as whatever is in its place,
-// which nobody reads.
-KIND(open, EMFILE)
-KIND(create, ENOSPC)
-#define kind_opening ((f & O_CREAT) != 0 ? kind_create : kind_open)
-FAULT64(opening, int, open, -1, (const char* p, int f, mode_t m), (p, f, m))
-FAULT64(opening, int, openat, -1, (int d, const char* p, int f, mode_t m), (d, p, f, m))
-KIND(fopen, EMFILE)
-FAULT64(fopen, FILE*, fopen, nullptr, (const char* p, const char* m), (p, m))
-KIND(read, EIO)
-FAULT(read, ssize_t, read, -1, (int d, void* b, size_t n), (d, b, n))
-FAULT64(read, ssize_t, pread, -1, (int d, void* b, size_t n, off_t o), (d, b, n, o))
-KIND(write, ENOSPC)
-FAULT(write, ssize_t, write, -1, (int d, const void* b, size_t n), (d, b, n))
-FAULT64(write, ssize_t, pwrite, -1, (int d, const void* b, size_t n, off_t o), (d, b, n, o))
-KIND(copy, ENOSPC)
-FAULT(copy, ssize_t, copy_file_range, -1, (int a, off_t* p, int b, off_t* q, size_t n, unsigned f),
-      (a, p, b, q, n, f))
-FAULT(copy, ssize_t, sendfile, -1, (int a, int b, off_t* o, size_t n), (a, b, o, n))
-FAULT(copy, int, ioctl, -1, (int d, unsigned long r, void* v), (d, r, v))
-KIND(mkdir, ENOSPC)
-FAULT(mkdir, int, mkdir, -1, (const char* p, mode_t m), (p, m))
-FAULT(mkdir, int, mkdirat, -1, (int d, const char* p, mode_t m), (d, p, m))
-KIND(link, ENOSPC)
-FAULT(link, int, symlinkat, -1, (const char* t, int d, const char* p), (t, d, p))
-KIND(readlink, EIO)
-FAULT(readlink, ssize_t, readlink, -1, (const char* p, char* b, size_t n), (p, b, n))
-FAULT(readlink, ssize_t, readlinkat, -1, (int d, const char* p, char* b, size_t n), (d, p, b, n))
-KIND(rename, EIO)
-FAULT(rename, int, rename, -1, (const char* a, const char* b), (a, b))
-KIND(remove, EIO)
-FAULT(remove, int, unlink, -1, (const char* p), (p))
-FAULT(remove, int, unlinkat, -1, (int d, const char* p, int f), (d, p, f))
-FAULT(remove, int, rmdir, -1, (const char* p), (p))
-KIND(map, ENOMEM)
-FAULT64(map, void*, mmap, MAP_FAILED, (void* a, size_t n, int p, int f, int d, off_t o),
-        (a, n, p, f, d, o))
-KIND(fstat, EIO)
-FAULT64(fstat, int, fstat, -1, (int d, void* s), (d, s))
-KIND(stat, EIO)
-FAULT64(stat, int, stat, -1, (const char* p, void* s), (p, s))
-FAULT64(stat, int, lstat, -1, (const char* p, void* s), (p, s))
-FAULT64(stat, int, fstatat, -1, (int d, const char* p, void* s, int f), (d, p, s, f))
-FAULT(stat, int, statx, -1, (int d, const char* p, int f, unsigned m, void* s), (d, p, f, m, s))
-FAULT(stat, int, access, -1, (const char* p, int m), (p, m))
-KIND(attributes, EPERM)
-FAULT(attributes, int, chmod, -1, (const char* p, mode_t m), (p, m))
-FAULT(attributes, int, fchmod, -1, (int d, mode_t m), (d, m))
-FAULT(attributes, int, fchmodat, -1, (int d, const char* p, mode_t m, int f), (d, p, m, f))
-FAULT(attributes, int, futimens, -1, (int d, const timespec* t), (d, t))
-FAULT(attributes, int, utimensat, -1, (int d, const char* p, const timespec* t, int f),
-      (d, p, t, f))
-KIND(truncate, ENOSPC)
-FAULT64(truncate, int, ftruncate, -1, (int d, off_t n), (d, n))
-FAULT(truncate, int, posix_fallocate, shim().errorOf(kind_truncate), (int d, off_t o, off_t n),
-      (d, o, n))
-KIND(sync, EIO)
-FAULT(sync, int, fsync, -1, (int d), (d))
-KIND(lock, ENOLCK)
-FAULT(lock, int, flock, -1, (int d, int o), (d, o))
-KIND(fcntl, EMFILE)
-FAULT64(fcntl, int, fcntl, -1, (int d, int c, void* v), (d, c, v))
-KIND(list, ENOMEM)
-FAULT(list, DIR*, opendir, nullptr, (const char* p), (p))
-FAULT(list, DIR*, fdopendir, nullptr, (int d), (d))
-FAULT64(list, void*, readdir, nullptr, (DIR * d), (d))
-KIND(spawn, EAGAIN)
-FAULT(spawn, int, posix_spawn, kind_spawn.error,
-      (pid_t * c, const char* p, const void* a, const void* t, char* const* v, char* const* e),
-      (c, p, a, t, v, e))
-KIND(wait, EINTR)
-FAULT(wait, int, waitid, -1, (int t, id_t i, void* s, int o), (t, i, s, o))
-FAULT(wait, pid_t, waitpid, -1, (pid_t p, int* s, int o), (p, s, o))
-KIND(pipe, EMFILE)
-FAULT(pipe, int, pipe, -1, (int* e), (e))
-FAULT(pipe, int, pipe2, -1, (int* e, int f), (e, f))
-FAULT(pipe, int, dup2, -1, (int a, int b), (a, b))
-KIND(thread, EAGAIN)
-FAULT(thread, int, pthread_create, kind_thread.error,
-      (void* t, const void* a, void* (*f)(void*), void* v), (t, a, f, v))
-KIND(poll, ENOMEM)
-FAULT(poll, int, poll, -1, (pollfd * d, nfds_t n, int t), (d, n, t))
-KIND(resolve, ENOMEM)
-FAULT(resolve, int, getaddrinfo, EAI_AGAIN, (const char* n, const char* s, const void* h, void* r),
-      (n, s, h, r))
-KIND(socket, EMFILE)
-FAULT(socket, int, socket, -1, (int d, int t, int p), (d, t, p))
-FAULT(socket, int, socketpair, -1, (int d, int t, int p, int* e), (d, t, p, e))
-KIND(option, ENOBUFS)
-FAULT(option, int, getsockopt, -1, (int d, int l, int o, void* v, void* n), (d, l, o, v, n))
-FAULT(option, int, setsockopt, -1, (int d, int l, int o, const void* v, socklen_t n),
-      (d, l, o, v, n))
-FAULT(option, int, getsockname, -1, (int d, void* a, void* n), (d, a, n))
-FAULT(option, int, getpeername, -1, (int d, void* a, void* n), (d, a, n))
-KIND(connect, ENETUNREACH)
-FAULT(connect, int, connect, -1, (int d, const void* a, socklen_t n), (d, a, n))
-KIND(send, ECONNRESET)
-FAULT(send, ssize_t, send, -1, (int d, const void* b, size_t n, int f), (d, b, n, f))
-FAULT(send, ssize_t, sendmsg, -1, (int d, const void* m, int f), (d, m, f))
-KIND(receive, ECONNRESET)
-FAULT(receive, ssize_t, recv, -1, (int d, void* b, size_t n, int f), (d, b, n, f))
-FAULT(receive, ssize_t, recvfrom, -1, (int d, void* b, size_t n, int f, void* a, void* l),
-      (d, b, n, f, a, l))
+FAULT64(open, -1, opening(b))
+FAULT64(openat, -1, opening(c))
+FAULT64(fopen, 0, {"fopen", EMFILE})
+FAULT(read, -1, {"read", EIO})
+FAULT64(pread, -1, {"read", EIO})
+FAULT(write, -1, {"write", ENOSPC})
+FAULT64(pwrite, -1, {"write", ENOSPC})
+FAULT(copy_file_range, -1, {"copy", ENOSPC})
+FAULT(sendfile, -1, {"copy", ENOSPC})
+FAULT(ioctl, -1, {"copy", ENOSPC})
+FAULT(mkdir, -1, {"mkdir", ENOSPC})
+FAULT(mkdirat, -1, {"mkdir", ENOSPC})
+FAULT(symlinkat, -1, {"link", ENOSPC})
+FAULT(readlink, -1, {"readlink", EIO})
+FAULT(readlinkat, -1, {"readlink", EIO})
+FAULT(rename, -1, {"rename", EIO})
+FAULT(unlink, -1, {"remove", EIO})
+FAULT(unlinkat, -1, {"remove", EIO})
+FAULT(rmdir, -1, {"remove", EIO})
+FAULT64(mmap, -1, {"map", ENOMEM})
+FAULT64(fstat, -1, {"fstat", EIO})
+FAULT64(stat, -1, {"stat", EIO})
+FAULT64(lstat, -1, {"stat", EIO})
+FAULT64(fstatat, -1, {"stat", EIO})
+FAULT(statx, -1, {"stat", EIO})
+FAULT(access, -1, {"stat", EIO})
+FAULT(chmod, -1, {"attributes", EPERM})
+FAULT(fchmod, -1, {"attributes", EPERM})
+FAULT(fchmodat, -1, {"attributes", EPERM})
+FAULT(futimens, -1, {"attributes", EPERM})
+FAULT(utimensat, -1, {"attributes", EPERM})
+FAULT64(ftruncate, -1, {"truncate", ENOSPC})
+FAULT(fsync, -1, {"sync", EIO})
+FAULT(flock, -1, {"lock", ENOLCK})
+FAULT64(fcntl, -1, {"fcntl", EMFILE})
+FAULT(opendir, 0, {"list", ENOMEM})
+FAULT(fdopendir, 0, {"list", ENOMEM})
+FAULT64(readdir, 0, {"list", ENOMEM})
+FAULT(posix_spawn, EAGAIN, {"spawn", EAGAIN})
+FAULT(waitid, -1, {"wait", EINTR})
+FAULT(waitpid, -1, {"wait", EINTR})
+FAULT(pipe2, -1, {"pipe", EMFILE})
+FAULT(dup2, -1, {"pipe", EMFILE})
+FAULT(pthread_create, EAGAIN, {"thread", EAGAIN})
+FAULT(poll, -1, {"poll", ENOMEM})
+FAULT(getaddrinfo, EAI_AGAIN, {"resolve", ENOMEM})
+FAULT(socket, -1, {"socket", EMFILE})
+FAULT(socketpair, -1, {"socket", EMFILE})
+FAULT(getsockopt, -1, {"option", ENOBUFS})
+FAULT(setsockopt, -1, {"option", ENOBUFS})
+FAULT(getsockname, -1, {"option", ENOBUFS})
+FAULT(getpeername, -1, {"option", ENOBUFS})
+FAULT(connect, -1, {"connect", ENETUNREACH})
+FAULT(send, -1, {"send", ECONNRESET})
+FAULT(sendmsg, -1, {"send", ECONNRESET})
+FAULT(recv, -1, {"receive", ECONNRESET})
+FAULT(recvfrom, -1, {"receive", ECONNRESET})
 
-KIND(close, EIO)
 extern "C" __attribute__((visibility("default"))) int fault_close(int descriptor) __asm__("close");
 extern "C" int fault_close(int descriptor) {
   // The descriptor is gone all the same, as it is when the system fails to write what it held.
-  const bool fails = shim().mustFail(kind_close);
+  const bool fails = shim().mustFail({"close", EIO});
   const long result = ::syscall(SYS_close, descriptor);
   if (!fails) return static_cast<int>(result);
-  errno = kind_close.error;
+  errno = EIO;
   return -1;
 }
