@@ -2,38 +2,27 @@
 // it makes from where. Not for sanitized programs, and it leaves the program's children alone.
 //
 //   FAULT_PROGRAM=NAME  do nothing in programs of other names
-//   FAULT_REPORT=FILE   where to write, a line each: "site KIND:CHAIN" at the first call of a kind
+//   FAULT_REPORT=FILE   where to write, a line each: "site KIND:CHAIN" at each call of a kind
 //                       from a chain of callers, or "met" when the wanted call came
 //   FAULT_CALLERS=N     how many callers make a chain
 //   FAULT_SITE=SITE     fail the first call from this KIND:CHAIN, and report no others
-//   FAULT_QUOTA=1       where the disk would be full, the user's quota is used up
 //   FAULT_SIGNAL=N      the call goes through, but the program gets this signal first
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cinttypes>
 #include <csignal>
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
-#include <dirent.h>
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <fcntl.h>
-#include <link.h>
 #include <netdb.h>
-#include <poll.h>
-#include <pthread.h>
-#include <spawn.h>
-#include <sys/mman.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -43,30 +32,7 @@ struct Kind {
   int error;
 };
 
-/// Where a module lies in memory, so that an address counts as the same wherever it was loaded.
-struct Module {
-  std::uintptr_t first = 0;
-  std::uintptr_t last = 0;
-  std::uint64_t name = 0;
-  bool isShim = false;
-};
-
 using Text = std::array<char, 64>;
-
-constexpr std::uint64_t kHashStart = 14695981039346656037u;
-
-std::uint64_t mixed(std::uint64_t hash, std::uint64_t value) {
-  for (int shift = 0; shift < 64; shift += 8) {
-    hash = (hash ^ ((value >> shift) & 0xff)) * 1099511628211u;
-  }
-  return hash;
-}
-
-std::uint64_t hashOf(const char* text) {
-  std::uint64_t hash = kHashStart;
-  for (; *text; ++text) hash = mixed(hash, static_cast<unsigned char>(*text));
-  return hash;
-}
 
 /// Takes the variable out of the environment, away from the program's children.
 Text taken(const char* name) {
@@ -87,7 +53,7 @@ class Shim {
     isInside = true;
     const int before = errno;
     const bool fails = decide(kind);
-    errno = fails ? errorOf(kind) : before;
+    errno = fails ? kind.error : before;
     isInside = false;
     return fails;
   }
@@ -107,90 +73,54 @@ class Shim {
     }
     wanted_ = taken("FAULT_SITE");
     callers_ = numberOf(taken("FAULT_CALLERS"));
-    isQuota_ = taken("FAULT_QUOTA")[0] != 0;
     signal_ = numberOf(taken("FAULT_SIGNAL"));
     for (const char* const name : {"LD_PRELOAD", "FAULT_REPORT", "FAULT_PROGRAM"}) ::unsetenv(name);
     // The first call loads what it needs.
     std::array<void*, 4> frames;
     ::backtrace(frames.data(), static_cast<int>(frames.size()));
-    ::dl_iterate_phdr(addModule, this);
     isActive_ = true;
-  }
-
-  [[nodiscard]] int errorOf(const Kind& kind) const {
-    return kind.error == ENOSPC && isQuota_ ? EDQUOT : kind.error;
   }
 
   static thread_local bool isInside;
 
  private:
-  static int addModule(dl_phdr_info* info, std::size_t, void* self) {
-    auto& shim = *static_cast<Shim*>(self);
-    const char* const slash = std::strrchr(info->dlpi_name, '/');
-    const char* const name = slash ? slash + 1 : info->dlpi_name;
-    for (int i = 0; i < info->dlpi_phnum && shim.moduleCount_ < shim.modules_.size(); ++i) {
-      const auto& segment = info->dlpi_phdr[i];
-      if (segment.p_type != PT_LOAD || !(segment.p_flags & PF_X)) continue;
-      Module& module = shim.modules_[shim.moduleCount_++];
-      module.first = info->dlpi_addr + segment.p_vaddr;
-      module.last = module.first + segment.p_memsz;
-      module.name = hashOf(name);
-      const auto here = reinterpret_cast<std::uintptr_t>(&addModule);
-      module.isShim = module.first <= here && here < module.last;
-    }
-    return 0;
-  }
-
-  const Module* moduleOf(std::uintptr_t address) const {
-    for (std::size_t i = 0; i < moduleCount_; ++i) {
-      if (modules_[i].first <= address && address < modules_[i].last) return &modules_[i];
-    }
-    return nullptr;
-  }
-
-  std::uint64_t callers() const {
+  /// The last callers, as a number that is the same wherever their modules were loaded.
+  [[nodiscard]] std::uint64_t callers() const {
+    dl_find_object own{};
+    _dl_find_object(reinterpret_cast<void*>(&taken), &own);
     std::array<void*, 40> frames;
     constexpr int ourOwn = 5;
     const int count =
         ::backtrace(frames.data(), std::min(static_cast<int>(frames.size()), callers_ + ourOwn));
-    std::uint64_t hash = kHashStart;
+    std::uint64_t hash = 0;
     int left = callers_;
     for (int i = 0; i < count && left > 0; ++i) {
-      const auto address = reinterpret_cast<std::uintptr_t>(frames[static_cast<std::size_t>(i)]);
-      const Module* const module = moduleOf(address);
-      if (!module || module->isShim) continue;
-      hash = mixed(mixed(hash, module->name), address - module->first);
+      void* const address = frames[static_cast<std::size_t>(i)];
+      dl_find_object module{};
+      if (_dl_find_object(address, &module) != 0) continue;
+      if (module.dlfo_map_start == own.dlfo_map_start) continue;
+      const auto offset =
+          static_cast<const char*>(address) - static_cast<const char*>(module.dlfo_map_start);
+      hash = (hash ^ static_cast<std::uint64_t>(offset)) * 1099511628211u;
       --left;
     }
-    return hash;
+    return hash ^ hash >> 32;
   }
 
   bool decide(const Kind& kind) {
     const std::size_t length = std::strlen(kind.name);
     const bool isOfInterest = std::strncmp(kind.name, wanted_.data(), length) == 0;
     if (wanted_[0] != 0 && !isOfInterest) return false;
-    const std::uint64_t chain = callers();
     Text site;
-    std::snprintf(site.data(), site.size(), "%s:%016llx", kind.name,
-                  static_cast<unsigned long long>(chain));
+    std::snprintf(site.data(), site.size(), "%s:%016" PRIx64, kind.name, callers());
     if (wanted_[0] == 0) {
-      if (isNew(mixed(hashOf(kind.name), chain))) say("site %s\n", site.data());
+      say("site %s\n", site.data());
       return false;
     }
     if (std::strcmp(site.data(), wanted_.data()) != 0 || wasMet_.exchange(true)) return false;
     say("met\n");
     if (signal_ != 0) ::kill(::getpid(), signal_);
     return signal_ == 0;
-  }
-
-  bool isNew(std::uint64_t site) {
-    const std::lock_guard lock(mutex_);
-    for (std::size_t i = site % seen_.size();; i = (i + 1) % seen_.size()) {
-      if (seen_[i] == site) return false;
-      if (seen_[i] != 0) continue;
-      seen_[i] = site;
-      return true;
-    }
   }
 
   template <class... Values>
@@ -204,13 +134,8 @@ class Shim {
   Text wanted_{};
   int callers_ = 0;
   int signal_ = 0;
-  bool isQuota_ = false;
   int report_ = -1;
   std::atomic<bool> wasMet_{false};
-  std::mutex mutex_;
-  std::array<std::uint64_t, 16384> seen_{};
-  std::array<Module, 128> modules_{};
-  std::size_t moduleCount_ = 0;
 };
 
 thread_local bool Shim::isInside = false;

@@ -2,7 +2,7 @@
 """Runs the tool again and again, each time with one system call that fails, and sees how the run ends.
 
 usage: faults.py [-j N] [--build FOLDER] [--callers N] [CALL]
-         one call for each chain of N callers, by default 6, or the one that a failure names so; then runs
+         one call for each chain of N callers, by default 5, or the one that a failure names so; then runs
          that are interrupted at calls all over the run
 
 Such a run may succeed or fail, but not crash or hang, succeed without the right upload, fail without a word,
@@ -28,7 +28,6 @@ from service import Checker, Service
 
 ROUTES = ("ipa", "archive")
 CALLS = ["validate", "notes", "testers", "upload"]
-ON_FULL_DISKS = ("write", "copy", "create", "mkdir", "truncate", "link")
 SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 # Which calls a run makes depends a little on the time that things take.
 ATTEMPTS = 5
@@ -37,17 +36,10 @@ SHARED_FOLDERS = r"com\.quorvantile\.ipas|com\.quorvantile\.mac(/apps|/distribut
 
 @dataclass(frozen=True)
 class Fault:
-    """A call as the shim names it, on a route. It fails, as by a quota if so, or a signal comes just before it."""
+    """A call as the shim names it, on a route. It fails, or a signal comes just before it."""
     route: str
     call: str
-    is_quota: bool = False
     signal: int = 0
-
-    def kind(self) -> str:
-        return self.call.partition(":")[0]
-
-    def __str__(self) -> str:
-        return f"{self.call} ({self.route}{', quota' * self.is_quota}{f', signal {self.signal}' * bool(self.signal)})"
 
 
 @dataclass
@@ -84,7 +76,7 @@ def attempt(run: Run, fault: Fault, callers: int) -> Outcome:
     environment = run.environment | {
         "LD_PRELOAD": str(run.fixture.build / "tests/bin/libfault_shim.so"), "FAULT_PROGRAM": "sendoff",
         "FAULT_REPORT": str(report), "FAULT_CALLERS": str(callers), "FAULT_SITE": fault.call,
-        "FAULT_QUOTA": "1" * fault.is_quota, "FAULT_SIGNAL": str(fault.signal)}
+        "FAULT_SIGNAL": str(fault.signal)}
     if fault.route == "ipa":
         command += ["-ipaPath", run.ipa]
     else:
@@ -121,7 +113,7 @@ def problems_of_failure(fault: Fault, outcome: Outcome, upload: list[str]) -> li
             problems.append(f"success with another upload: {sorted(set(outcome.upload()) ^ set(upload))}")
     elif outcome.result.status != "1":
         problems.append(f"status {outcome.result.status}")
-    elif outcome.result.out.count("\n") < 2 and fault.kind() != "write":
+    elif outcome.result.out.count("\n") < 2 and not fault.call.startswith("write:"):
         problems.append("failed without a word")
     return problems
 
@@ -159,13 +151,12 @@ class Walk:
             self.runs.put(run)
 
     def calls(self, route: str) -> list[str]:
-        return [line.removeprefix("site ") for line in self.right[route].report]
+        return list(dict.fromkeys(line.removeprefix("site ") for line in self.right[route].report))
 
     def one_of_each(self) -> list[Fault]:
-        """Of what both routes call, the first route's. What a full disk fails, a quota fails as well."""
+        """Of what both routes call, the first route's."""
         routes = {call: route for route in reversed(ROUTES) for call in self.calls(route)}
-        faults = [Fault(route, call) for call, route in routes.items()]
-        return faults + [Fault(fault.route, fault.call, True) for fault in faults if fault.kind() in ON_FULL_DISKS]
+        return [Fault(route, call) for call, route in routes.items()]
 
     def signals(self, count: int) -> list[Fault]:
         """All over the runs, but not before the first line: until then a signal is the system's own matter."""
@@ -207,7 +198,7 @@ def main() -> int:
     parser = argparse.ArgumentParser(usage=__doc__[__doc__.index("usage: ") + 7:__doc__.index("\n\nSuch")])
     parser.add_argument("-j", type=int, default=os.cpu_count())
     parser.add_argument("--build", type=Path, default=ROOT / "build")
-    parser.add_argument("--callers", type=int, default=6)
+    parser.add_argument("--callers", type=int, default=5)
     parser.add_argument("call", nargs="?")
     options = parser.parse_args()
     with contextlib.ExitStack() as places:
