@@ -1,47 +1,34 @@
-// Runs a fuzz target on saved inputs, without a fuzzer, as a test of every build.
+// Runs a reader on saved inputs, without a fuzzer, as a test of every build.
+//
+// usage: replay READER FOLDER
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
-#include "fuzz/FuzzTarget.h"
-
-namespace {
-
-namespace fs = std::filesystem;
+#include "fuzz/Reader.h"
 
 /// Saved inputs are small; taking longer, even under sanitizers, means that a reader is not linear.
 constexpr std::chrono::seconds kLimit(10);
 
-std::string contentsOf(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/// False when the reader was too slow. Prints the input's path first, in case of a crash.
-bool replay(const fs::path& path) {
-  std::printf("%s\n", path.c_str());
-  std::fflush(stdout);
-  const std::string input = contentsOf(path);
-  const auto start = std::chrono::steady_clock::now();
-  fuzz::readInput(foundation::bytesOf(input));
-  const bool isQuick = std::chrono::steady_clock::now() - start < kLimit;
-  if (!isQuick) std::fprintf(stderr, "%s: took too long\n", path.c_str());
-  return isQuick;
-}
-
-}  // namespace
-
-int main(int argumentCount, char** arguments) {
+int main(int, char** arguments) {
+  const fuzz::Reader reader = fuzz::readerNamed(arguments[1]);
   int count = 0;
-  bool isQuick = true;
-  for (int i = 1; i < argumentCount; ++i) {
-    for (const auto& entry : fs::directory_iterator(arguments[i])) {
-      isQuick = replay(entry.path()) && isQuick;
-      ++count;
+  int tooSlow = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(arguments[2])) {
+    // In case of a crash.
+    std::printf("%s\n", entry.path().c_str());
+    std::fflush(stdout);
+    std::ifstream file(entry.path(), std::ios::binary);
+    const std::string input{std::istreambuf_iterator<char>(file), {}};
+    const auto start = std::chrono::steady_clock::now();
+    reader(foundation::bytesOf(input));
+    if (std::chrono::steady_clock::now() - start > kLimit) {
+      std::printf("took too long\n");
+      ++tooSlow;
     }
+    ++count;
   }
-  if (count == 0) std::fprintf(stderr, "replay: no inputs\n");
-  return count > 0 && isQuick ? 0 : 1;
+  return count > 0 && tooSlow == 0 ? 0 : 1;
 }

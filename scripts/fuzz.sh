@@ -3,7 +3,7 @@
 # is left in build/fuzzing/findings; what reached new code stays in build/fuzzing/corpus for the next
 # run.
 #
-#   scripts/fuzz.sh SECONDS [TARGET...]     TARGET as in fuzz/CMakeLists.txt; none: all
+#   scripts/fuzz.sh SECONDS [TARGET...]     TARGET as in fuzz/corpus; none: all
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,12 +11,12 @@ seconds=${1:?usage: fuzz.sh SECONDS [TARGET...]}
 shift
 targets=("$@")
 if [ "${#targets[@]}" -eq 0 ]; then
-  mapfile -t targets < <(sed -n 's/^fuzz_target(\([A-Za-z]*\) .*/\1/p' fuzz/CMakeLists.txt)
+  mapfile -t targets < <(ls fuzz/corpus)
 fi
 
 scripts/install-packages.sh
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz --target "${targets[@]/#/fuzz_}"
+cmake --build --preset fuzz --target fuzz_targets
 
 folder=build/fuzzing
 mkdir -p "$folder"/{corpus,findings,log,home}
@@ -26,7 +26,7 @@ mkdir -p "$folder"/{corpus,findings,log,home}
 run() {
   local target=$1
   mkdir -p "$folder/corpus/$target"
-  HOME=$folder/home "$folder/fuzz/bin/fuzz_$target" "$folder/corpus/$target" "fuzz/corpus/$target" \
+  READER=$target HOME=$folder/home "$folder/fuzz/fuzz_targets" "$folder/corpus/$target" "fuzz/corpus/$target" \
     -max_total_time="$seconds" -max_len=65536 -timeout=10 -malloc_limit_mb=64 -rss_limit_mb=2048 \
     -close_fd_mask=3 -print_final_stats=1 -artifact_prefix="$folder/findings/$target-" \
     >"$folder/log/$target" 2>&1

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <string>
 
 #include "foundation/base/Bytes.h"
@@ -9,10 +7,17 @@
 
 namespace fuzz {
 
-/// Each target defines it: one run of a reader on untrusted bytes, called by a fuzzer or with saved
-/// inputs by a test. When the reader fails, the process ends with a report; its results are mostly
-/// ignored.
-void readInput(foundation::Bytes input);
+/// One run of a reader on untrusted bytes, called by a fuzzer or with saved inputs by a test. When
+/// the reader fails, the process ends with a report; its results are mostly ignored.
+using Reader = void (*)(foundation::Bytes input);
+
+/// Makes a reader known by the name of its folder in corpus/.
+struct Registration {
+  Registration(const char* name, Reader reader);
+};
+
+/// Ends the process where nobody has the name.
+Reader readerNamed(const char* name);
 
 /// Ends the process unless the promise holds. Not `assert`, which some builds leave out.
 inline void require(bool holds) {
