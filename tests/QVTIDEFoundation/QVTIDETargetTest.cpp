@@ -40,34 +40,7 @@ TEST(QVTIDETarget, LogsTheStepThatFailed) {
   }
 }
 
-TEST(QVTIDETarget, TakesTheSDKOfItsOwnSettingsBeforeTheProjects) {
-  const auto typeOf = [](const char* own, const char* project) {
-    return make({{"T", Dictionary{{"buildConfigurationList", "TL"}}},
-                 {"P", Dictionary{{"buildConfigurationList", "PL"}}},
-                 {"TL", configurations(Array{own, "MAC"})},
-                 {"PL", configurations(Array{project, "MAC"})},
-                 {"MAC", settings(Dictionary{{"SDKROOT", "macosx"}})},
-                 {"IOS", settings(Dictionary{{"SDKROOT", "iphoneos"}})},
-                 {"ODD", settings(Dictionary{{"SDKROOT", Array{}}})},
-                 {"NONE", settings(Dictionary{})}})
-        ->targetAppType();
-  };
-  EXPECT_EQ(typeOf("IOS", "MAC"), Type::iphone);
-  EXPECT_EQ(typeOf("MAC", "IOS"), Type::mac);
-  EXPECT_EQ(typeOf("NONE", "IOS"), Type::iphone);
-  EXPECT_EQ(typeOf("ODD", "IOS"), Type::unknown);
-  EXPECT_EQ(typeOf("NONE", "NONE"), Type::unknown);
-}
-
-TEST(QVTIDEBuildPhase, FindsSettingsBundlesAndTheProjectFolder) {
-  const std::pair<Dictionary, bool> cases[] = {
-      {{{"name", "Other"}, {"path", "a/Settings.bundle"}}, false},
-      {{{"path", "a/Settings.bundle"}}, true},
-      {{}, false}};
-  for (const auto& [dictionary, isBundle] : cases) {
-    const auto file = QVTIDEFile::initWithObjectDictionaryObjectId(&dictionary, "F");
-    EXPECT_EQ(QVTIDEBuildPhase::isSettingsBundleFileInProjectFolder(*file, "/p"), isBundle);
-  }
+TEST(QVTIDEBuildPhase, TheProjectsFolderIsAroundThePackage) {
   const auto folderOf = QVTIDEBuildPhase::projectFolderForProjectPath;
   EXPECT_EQ(folderOf("/p/App.xcodeproj/project.pbxproj"), "/p");
   EXPECT_EQ(folderOf("/p/App/project.pbxproj"), "/p/App");
