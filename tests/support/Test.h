@@ -66,14 +66,6 @@ std::string logOf(const Work& work) {
   return testing::internal::GetCapturedStderr();
 }
 
-/// What `work` writes to standard output.
-template <class Work>
-std::string printedBy(const Work& work) {
-  testing::internal::CaptureStdout();
-  work();
-  return testing::internal::GetCapturedStdout();
-}
-
 // Waiting
 
 /// Further than any test needs: reached only by one that fails.
@@ -136,29 +128,10 @@ std::filesystem::path writePlist(const std::filesystem::path& path,
 namespace fs = std::filesystem;
 using namespace test;
 using namespace std::chrono_literals;
-using foundation::Array;
-using foundation::Bytes;
-using foundation::bytesOf;
-using foundation::Data;
-using foundation::Date;
-using foundation::Dictionary;
-using foundation::Error;
-using foundation::Result;
-using foundation::textOf;
-using foundation::Value;
-using testing::AllOf;
-using testing::AnyOf;
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::IsSupersetOf;
-using testing::Not;
-using testing::Optional;
-using testing::Pair;
-using testing::SizeIs;
-using testing::StartsWith;
-using testing::UnorderedElementsAre;
+using foundation::Array, foundation::Bytes, foundation::bytesOf, foundation::Data;
+using foundation::Date, foundation::Dictionary, foundation::Error, foundation::Result;
+using foundation::textOf, foundation::Value;
+using testing::AllOf, testing::Contains, testing::Each, testing::ElementsAre;
+using testing::ElementsAreArray, testing::EndsWith, testing::HasSubstr, testing::IsEmpty;
+using testing::IsSupersetOf, testing::Not, testing::Optional, testing::Pair, testing::SizeIs;
+using testing::StartsWith, testing::UnorderedElementsAre;
