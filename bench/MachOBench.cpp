@@ -14,31 +14,29 @@ namespace {
 
 constexpr std::uint64_t kFileSize = 200'000'000;
 
-test::MachOImage image(std::int32_t type, std::int32_t subtype, const char* uuid) {
-  test::MachOImage result(type, subtype);
-  result.uuid(uuid).command(macho::LC_VERSION_MIN_IPHONEOS, {0x90000, 0xc0100});
+std::string image(test::Processor processor, const char* uuid) {
+  std::vector commands = {test::uuidCommand(uuid),
+                          test::command(macho::LC_VERSION_MIN_IPHONEOS, {0x90000, 0xc0100})};
   for (int i = 0; i < 40; ++i) {
-    result.dylib("/System/Library/Frameworks/F" + std::to_string(i) + ".framework/F");
+    const std::string name = "F" + std::to_string(i);
+    commands.push_back(test::dylibCommand("/System/Library/Frameworks/" + name + ".framework/F"));
   }
-  return result;
+  return test::machO(commands, processor);
 }
 
 /// Two slices, each half of the file.
 std::filesystem::path makeLargeFile(const test::TemporaryFolder& folder) {
-  const auto armv7 =
-      image(macho::CPU_TYPE_ARM, macho::CPU_SUBTYPE_ARM_V7, "ffeeddccbbaa99887766554433221100");
-  const auto arm64 = image(macho::CPU_TYPE_ARM64, macho::CPU_SUBTYPE_ARM64_ALL,
-                           "00112233445566778899aabbccddeeff");
+  const auto armv7 = image(test::kARMv7, "ffeeddccbbaa99887766554433221100");
+  const auto arm64 = image(test::kARM64, "00112233445566778899aabbccddeeff");
   constexpr std::uint32_t kFirst = 16384;
   constexpr std::uint32_t kSecond = kFileSize / 2 / kFirst * kFirst;
   const std::string table =
-      test::universalFile({{armv7.cpuType(), armv7.cpuSubtype(), "", kFirst},
-                           {arm64.cpuType(), arm64.cpuSubtype(), "", kSecond}});
+      test::universalFile({{"", test::kARMv7, kFirst}, {"", test::kARM64, kSecond}});
   const auto path = folder / "App";
   std::ofstream out(path, std::ios::binary);
   out << table;
-  out.seekp(kFirst) << armv7.bytes();
-  out.seekp(kSecond) << arm64.bytes();
+  out.seekp(kFirst) << armv7;
+  out.seekp(kSecond) << arm64;
   out.close();
   std::filesystem::resize_file(path, kFileSize);
   return path;

@@ -1,6 +1,4 @@
 // Files that lie about themselves. A read outside the mapping would end the program.
-#include <cstring>
-
 #include "macho/MachOCommands.h"
 #include "macho/MachOSlice.h"
 #include "macho/QVTMachOBinary.h"
@@ -12,9 +10,7 @@ namespace {
 constexpr char kUUID[] = "00112233445566778899aabbccddeeff";
 
 /// A universal file that says its only image begins there.
-std::string imageAt(std::uint32_t offset) {
-  return universalFile({{macho::CPU_TYPE_ARM64, 0, "", offset}});
-}
+std::string imageAt(std::uint32_t offset) { return universalFile({{"", kARM64, offset}}); }
 
 /// The image ends with the file's last page, and nothing is mapped after it.
 std::string atPageEnd(const std::string& image) {
@@ -24,20 +20,15 @@ std::string atPageEnd(const std::string& image) {
   bytes.resize(offset);
   return bytes + image;
 }
-std::string atPageEnd(const MachOImage& image) { return atPageEnd(image.bytes()); }
 
-/// Everything that the library can read of a slice; returns the number of its commands.
+/// Reads what `QVTMachOBinary` does not; returns the number of commands.
 std::size_t readAll(const macho::QVTMachOSlice* slice) {
   std::size_t commands = 0;
   macho::QVTMachOSliceEnumerateLoadCommands(slice, [&](auto, auto, const void* command) {
     ++commands;
-    if (const auto* uuid = macho::QVTMachOGetUUID(command)) macho::QVTMachONormalizeUUID(uuid);
     macho::QVTMachOGetEncrypted(command);
-    macho::QVTMachOGetMinimumOSVersion(command);
-    macho::QVTMachOGetLinkedSDKVersion(command);
     macho::QVTMachOGetSegmentCommand(command);
-    const char* const path = commands > 1000 ? nullptr : macho::QVTMachOGetDylibPath(command);
-    EXPECT_LE(path ? std::strlen(path) : 0, 100'000U);
+    macho::QVTMachOGetDylibPath(command);
   });
   const void* bytes = nullptr;
   macho::QVTMachOSliceGetSectionByName(slice, "__TEXT", "__text", &bytes);
@@ -47,55 +38,42 @@ std::size_t readAll(const macho::QVTMachOSlice* slice) {
 TEST(DamagedFilesTest, AreReadAsFarAsTheyGo) {
   constexpr std::uint32_t kEndless = 0xffffffff;
   constexpr std::size_t kCommandCount = 16;
-  const std::string empty = MachOImage::arm64().bytes();
-  const auto with = [&](const std::string& command) {
-    return MachOImage::arm64().command(command);
+  const std::string empty = machO({});
+  const std::string uuid = uuidCommand(kUUID);
+  const auto beforeUUID = [&](std::uint32_t size) { return machO({words({7, size}), uuid}); };
+  const auto dylibAt = [](std::uint32_t name, const std::string& text) {
+    return machO({words({macho::LC_LOAD_DYLIB, 24, name}) + std::string(12, 'x') + text});
   };
-  const auto beforeUUID = [&](std::uint32_t size) { return with(words({7, size})).uuid(kUUID); };
-  const auto dylibAt = [&](std::uint32_t name, const std::string& text) {
-    return with(words({macho::LC_LOAD_DYLIB, 24, name}) + std::string(12, 'x') + text);
-  };
-  std::string shortUUID = beforeUUID(8).bytes();
-  shortUUID.pop_back();
   struct Row {
     const char* name;
     std::string bytes;
     std::size_t commands;
     std::optional<std::string> uuid = std::nullopt;
     std::size_t dylibs = 0;
-    std::size_t slices = 1;
   };
   const TemporaryFolder folder;
   for (const Row& row : {
            Row{"offset beyond the file", imageAt(0xfffffff0), 0},
            Row{"offset at the file's very end", imageAt(28), 0},
            Row{"offset back to the universal header", imageAt(0), 0},
-           Row{.name = "more slices than the file holds",
-           .bytes = universalFile({FatSlice::of(MachOImage::arm64())}, 4, kEndless),
-           .commands = 0,
-           .slices = 2},
+           Row{"more slices than fit", universalFile({{empty}}, 4, kEndless), 0},
            Row{"header truncated", atPageEnd(empty.substr(0, 31)), 0},
            Row{"magic truncated", atPageEnd(empty.substr(0, 3)), 0},
            Row{"no commands", atPageEnd(poked(empty, kCommandCount, 9)), 0},
-           Row{"command truncated",
-               atPageEnd(MachOImage::arm64().uuid(kUUID).command(words({macho::LC_UUID}))), 1,
-               kUUID},
+           Row{"command truncated", atPageEnd(machO({uuid, words({macho::LC_UUID})})), 1, kUUID},
            Row{"command that runs over the end", atPageEnd(beforeUUID(0x7fffffff)), 1},
            Row{"command size that would wrap around", atPageEnd(beforeUUID(kEndless)), 1},
-           Row{"UUID truncated", atPageEnd(shortUUID), 2},
+           Row{"UUID truncated", atPageEnd(machO({uuid.substr(0, 23)})), 1},
            Row{"size 0 repeats the command as often as is claimed",
-               MachOImage::arm64().dylib("/a").bytes() +
-                   words({macho::LC_LOAD_DYLIB, 0, 8, 'a', 0, 0}),
-               1, std::nullopt, 1},
+               machO({dylibCommand("/a")}) + words({macho::LC_LOAD_DYLIB, 0, 8, 'a', 0, 0}), 1,
+               std::nullopt, 1},
            Row{"size 0 to the end of time",
-               atPageEnd(poked(with(words({7, 0})).bytes(), kCommandCount, kEndless)), 65536},
+               atPageEnd(poked(machO({words({7, 0})}), kCommandCount, kEndless)), 65536},
            Row{"library name without an end", atPageEnd(dylibAt(24, "/lib")), 1},
            Row{"library name beyond the end", atPageEnd(dylibAt(0xfffffff0, "")), 1},
-           Row{"library without a name", atPageEnd(with(words({macho::LC_LOAD_DYLIB, 8}))), 1},
+           Row{"library without a name", atPageEnd(machO({words({macho::LC_LOAD_DYLIB, 8})})), 1},
            Row{"more sections than the file holds",
-               atPageEnd(with(words({macho::LC_SEGMENT_64, 72}) + "__TEXT" + std::string(50, '\0') +
-                              words({kEndless, 0}))),
-               1},
+               atPageEnd(poked(machO({segmentCommand("__TEXT", 0, 0)}), 32 + 64, kEndless)), 1},
        }) {
     SCOPED_TRACE(row.name);
     const fs::path path = folder.write("damaged", keepForFuzzing("MachO", row.bytes));
@@ -108,8 +86,7 @@ TEST(DamagedFilesTest, AreReadAsFarAsTheyGo) {
     EXPECT_EQ(commands, row.commands);
     const auto binary = QVTMachOBinary::MachOBinaryWithPath(path.string());
     ASSERT_TRUE(binary);
-    ASSERT_EQ(binary->slices().size(), row.slices);
-    EXPECT_EQ(binary->slices()[0]->uuid(), row.uuid);
+    EXPECT_EQ(binary->slices().at(0)->uuid(), row.uuid);
     EXPECT_EQ(binary->slices()[0]->linkedDylibs().size(), row.dylibs);
   }
 }
@@ -119,10 +96,9 @@ TEST(DamagedFilesTest, AreReadAsFarAsTheyGo) {
 TEST(DamagedFilesTest, OverlappingSlicesCostNoMoreThanTheFileIsLong) {
   const TemporaryFolder folder;
   constexpr std::uint32_t kMany = 50'000;
-  MachOImage image = MachOImage::arm64();
-  for (std::uint32_t i = 0; i < kMany; ++i) image.command(macho::LC_LOAD_DYLIB, {12});
-  const std::string shared = image.bytes() + std::string(100'000, 'x') + '\0';
-  const std::vector<FatSlice> slices(kMany, {macho::CPU_TYPE_ARM64, 0, "", 8 + 20 * kMany});
+  const std::vector dylibs(kMany, command(macho::LC_LOAD_DYLIB, {12}));
+  const std::string shared = machO(dylibs) + std::string(100'000, 'x') + '\0';
+  const std::vector<FatSlice> slices(kMany, {"", kARM64, 8 + 20 * kMany});
   const auto path = folder.write("overlap", universalFile(slices, 0) + shared);
   const auto binary = QVTMachOBinary::MachOBinaryWithPath(path.string());
   ASSERT_EQ(binary->slices().size(), kMany);

@@ -49,10 +49,9 @@ TEST_F(MachOReaderTest, OpensRegularFilesOfSixteenBytesOnly) {
 }
 
 TEST_F(MachOReaderTest, TypesOfUniversalSlicesAreThoseOfTheirTable) {
-  const std::string armv7 = MachOImage::armv7().bytes();
-  const std::string bytes = universalFile({{macho::CPU_TYPE_ARM, 11, armv7},
-                                           {macho::CPU_TYPE_ARM64, 0, armv7},
-                                           {macho::CPU_TYPE_ARM, 11, armv7}});
+  const std::string image = machO({}, kARMv7);
+  constexpr Processor kARMv7s{macho::CPU_TYPE_ARM, 11};
+  const std::string bytes = universalFile({{image, kARMv7s}, {image, kARM64}, {image, kARMv7s}});
   for (const std::string& order : {bytes, poked(bytes, 0, macho::FAT_MAGIC)}) {
     const auto slices = slicesOf(order);
     EXPECT_THAT(namesOf(slices), ElementsAre("armv7s", "arm64", "armv7s"));
@@ -64,7 +63,7 @@ TEST_F(MachOReaderTest, TypesOfUniversalSlicesAreThoseOfTheirTable) {
 }
 
 TEST_F(MachOReaderTest, HeadersOfTheOtherByteOrderAreReadAsIs) {
-  const std::string other = poked(MachOImage::armv7().dylib("/a").bytes(), 0, macho::MH_CIGAM);
+  const std::string other = poked(machO({dylibCommand("/a")}, kARMv7), 0, macho::MH_CIGAM);
   auto slice = slicesOf(other).at(0);
   EXPECT_THAT(namesOf({slice}), ElementsAre("armv7"));
   const void* first = nullptr;
@@ -75,14 +74,17 @@ TEST_F(MachOReaderTest, HeadersOfTheOtherByteOrderAreReadAsIs) {
 }
 
 TEST_F(MachOReaderTest, FindsSectionsInBothLayouts) {
-  for (MachOImage image : {MachOImage::arm64(), MachOImage::armv7()}) {
-    image.uuid(std::string(32, '0'))
-        .segment("__TEXT", 0, 0x408,
-                 {{"__text", 0x1010, 4, 0x400}, {"sixteen_letters_", 0x1020, 4, 0x404}})
-        .segment("__DATA", 0, 0,
-                 {{"__bss", 0x3000, 99, 0, macho::S_ZEROFILL}, {"__over", 0, 5, 0x404}})
-        .content(0x400, "codefull");
-    const auto slice = slicesOf(image.bytes()).at(0);
+  const std::vector<MachOSection> text = {{"__text", 0x1010, 4, 0x400},
+                                          {"sixteen_letters_", 0x1020, 4, 0x404}};
+  const std::vector<MachOSection> data = {{"__bss", 0x3000, 99, 0, macho::S_ZEROFILL},
+                                          {"__over", 0, 5, 0x404}};
+  for (const Processor processor : {kARM64, kARMv7}) {
+    const bool isWide = processor.type == kARM64.type;
+    std::string file = machO({dylibCommand("/a"), segmentCommand("__TEXT", 0, 0, text, isWide),
+                              segmentCommand("__DATA", 0, 0, data, isWide)},
+                             processor);
+    file.resize(0x400);
+    const auto slice = slicesOf(file + "codefull").at(0);
     macho::QVTMachOSection section;
     ASSERT_TRUE(macho::QVTMachOSliceInitSectionByName(&slice, "__TEXT", "__text", &section));
     EXPECT_EQ(section.address, 0x1010U);
@@ -112,12 +114,11 @@ TEST_F(MachOReaderTest, FindsSectionsInBothLayouts) {
 }
 
 TEST_F(MachOReaderTest, DecodesSegmentsAndEncryption) {
-  for (MachOImage image : {MachOImage::arm64(), MachOImage::armv7()}) {
-    image.segment("__A_16_LETTERS__", 0x4000, 0x100);
-    for (const std::uint32_t cryptid : {1, 0}) {
-      image.command(macho::LC_ENCRYPTION_INFO, {0, 0, cryptid});
-    }
-    const auto slice = slicesOf(image.bytes()).at(0);
+  for (const bool isWide : {true, false}) {
+    const std::string file = machO({segmentCommand("__A_16_LETTERS__", 0x4000, 0x100, {}, isWide),
+                                    command(macho::LC_ENCRYPTION_INFO, {0, 0, 1}),
+                                    command(macho::LC_ENCRYPTION_INFO, {0, 0, 0})});
+    const auto slice = slicesOf(file).at(0);
     std::vector<std::tuple<std::string, std::uint64_t, std::uint64_t>> segments;
     std::vector<bool> encrypted;
     macho::QVTMachOSliceEnumerateLoadCommands(&slice, [&](auto, auto, const void* command) {

@@ -9,18 +9,17 @@ constexpr char kArmv7UUID[] = "ffeeddccbbaa99887766554433221100";
 
 class QVTMachOBinaryTest : public testing::Test {
  protected:
-  std::shared_ptr<QVTMachOBinary> open(const MachOImage& first, const MachOImage& second) {
+  std::shared_ptr<QVTMachOBinary> open(const std::string& first, const std::string& second) {
     return QVTMachOBinary::MachOBinaryWithPath(
-        folder_.write("App name%", universalFile({FatSlice::of(first), FatSlice::of(second)}))
-            .string());
+        folder_.write("App name%", universalFile({{first}, {second}})).string());
   }
 
   TemporaryFolder folder_;
 };
 
 TEST_F(QVTMachOBinaryTest, IdentifiesABuildByItsUUIDsInTheOrderOfNames) {
-  const auto armv7 = MachOImage::armv7().uuid(kArmv7UUID);
-  const auto fat = open(armv7, MachOImage::arm64().uuid(kArm64UUID));
+  const auto armv7 = machO({uuidCommand(kArmv7UUID)}, kARMv7);
+  const auto fat = open(armv7, machO({uuidCommand(kArm64UUID)}));
   EXPECT_EQ(fat->instanceIdentifier(), "0b456a320d99802056f5a03415ac6ef994c058b9");
   EXPECT_EQ(&fat->instanceIdentifier(), &fat->instanceIdentifier());
   std::vector<std::pair<std::string, std::string>> seen;
@@ -28,7 +27,7 @@ TEST_F(QVTMachOBinaryTest, IdentifiesABuildByItsUUIDsInTheOrderOfNames) {
       [&](const auto& uuid, const auto& name) { seen.emplace_back(name, uuid.value_or("")); });
   EXPECT_THAT(seen, ElementsAre(Pair("armv7", kArmv7UUID), Pair("arm64", kArm64UUID)));
 
-  const auto incomplete = open(armv7, MachOImage::armv7());
+  const auto incomplete = open(armv7, machO({}, kARMv7));
   EXPECT_EQ(incomplete->sliceForArchitecture("armv7"), incomplete->slices()[0]) << "the first";
   EXPECT_FALSE(incomplete->sliceForArchitecture("ARMV7"));
   EXPECT_THAT([&] { std::ignore = incomplete->instanceIdentifier(); },
@@ -37,18 +36,14 @@ TEST_F(QVTMachOBinaryTest, IdentifiesABuildByItsUUIDsInTheOrderOfNames) {
 }
 
 TEST_F(QVTMachOBinaryTest, ReadsWhatASliceSaysAndNoMore) {
-  const std::vector<std::uint32_t> build = {macho::PLATFORM_IOS, 0xd0000, 0xe0000, 0};
-  const auto newer = MachOImage::arm64().command(macho::LC_BUILD_VERSION, build);
-  const auto slices = open(MachOImage(newer)
-                               .uuid(kArmv7UUID)
-                               .uuid(kArm64UUID)
-                               .dylib("/usr/lib/one")
-                               .dylib("/weak", macho::LC_LOAD_WEAK_DYLIB)
-                               .dylib("/Fr\xc3\xbc\xff")
-                               .command(macho::LC_VERSION_MIN_IPHONEOS, {0x70000, 0x80000})
-                               .command(macho::LC_VERSION_MIN_WATCHOS, {0x90102, 0xc0100}),
-                           newer)
-                          ->slices();
+  const std::string build =
+      command(macho::LC_BUILD_VERSION, {macho::PLATFORM_IOS, 0xd0000, 0xe0000, 0});
+  const std::string all =
+      machO({build, uuidCommand(kArmv7UUID), uuidCommand(kArm64UUID), dylibCommand("/usr/lib/one"),
+             dylibCommand("/weak", macho::LC_LOAD_WEAK_DYLIB), dylibCommand("/Fr\xc3\xbc\xff"),
+             command(macho::LC_VERSION_MIN_IPHONEOS, {0x70000, 0x80000}),
+             command(macho::LC_VERSION_MIN_WATCHOS, {0x90102, 0xc0100})});
+  const auto slices = open(all, machO({build}))->slices();
   EXPECT_EQ(slices[0]->uuid(), kArm64UUID);
   EXPECT_THAT(slices[0]->linkedDylibs(), ElementsAre("/usr/lib/one", "/Fr\xc3\xbc\xef\xbf\xbd"));
   EXPECT_EQ(slices[0]->minimumOSVersion(), (macho::QVTMachOVersion{9, 1, 2}));

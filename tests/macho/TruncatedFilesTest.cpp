@@ -8,11 +8,11 @@
 namespace {
 
 TEST(TruncatedFilesTest, TheSlicesThatAreLeftAreReadAndTheRestIsEmpty) {
+  constexpr char kUUID[] = "00112233445566778899aabbccddeeff";
   constexpr std::uintmax_t kPage = 0x4000;
   const TemporaryFolder folder;
-  const auto image = MachOImage::arm64().uuid("00112233445566778899aabbccddeeff");
-  const fs::path path = folder.write(
-      "file", universalFile({FatSlice::of(MachOImage::armv7()), FatSlice::of(image)}, 14));
+  const fs::path path =
+      folder.write("file", universalFile({{machO({}, kARMv7)}, {machO({uuidCommand(kUUID)})}}, 14));
   macho::QVTMachOFile file;
   ASSERT_TRUE(macho::QVTMachOFileInitWithPath(&file, path.c_str()));
   int slices = 0;
@@ -36,8 +36,8 @@ TEST(TruncatedFilesTest, TheSlicesThatAreLeftAreReadAndTheRestIsEmpty) {
 /// Another thread truncates the file as soon as it is mapped, while 100,000 slices are read.
 TEST(TruncatedFilesTest, NoBinaryIsMadeOfWhatIsLost) {
   const TemporaryFolder folder;
-  const std::vector<FatSlice> slices(100'000, {macho::CPU_TYPE_ARM64, 0, "", 8 + 20 * 100'000});
-  const std::string whole = universalFile(slices, 0) + MachOImage::arm64().bytes();
+  const std::vector<FatSlice> slices(100'000, {"", kARM64, 8 + 20 * 100'000});
+  const std::string whole = universalFile(slices, 0) + machO({});
   std::string problem;
   // When the binary has been read to its end in time, once more.
   EXPECT_TRUE(eventually([&] {

@@ -1,7 +1,5 @@
 #include "tests/support/MachOFixture.h"
 
-#include <algorithm>
-
 #include "tests/support/Test.h"
 
 namespace test {
@@ -28,65 +26,42 @@ std::string poked(std::string bytes, std::size_t offset, std::uint32_t value) {
   return bytes.replace(offset, sizeof value, words({value}));
 }
 
-MachOImage& MachOImage::command(std::string bytes) {
-  commands_.push_back(std::move(bytes));
-  return *this;
-}
-
-MachOImage& MachOImage::command(std::uint32_t cmd, const std::vector<std::uint32_t>& numbers,
-                                std::string_view bytes) {
+std::string command(std::uint32_t cmd, const std::vector<std::uint32_t>& numbers,
+                    std::string_view bytes) {
   const std::string content = words(numbers) + std::string(bytes);
-  return command(words({cmd, size32(8 + content.size())}) + content);
+  return words({cmd, size32(8 + content.size())}) + content;
 }
 
-MachOImage& MachOImage::uuid(std::string_view hex) {
-  return command(macho::LC_UUID, {}, fromHex(hex));
-}
+std::string uuidCommand(std::string_view hex) { return command(macho::LC_UUID, {}, fromHex(hex)); }
 
-MachOImage& MachOImage::dylib(std::string_view path, std::uint32_t cmd) {
+std::string dylibCommand(std::string_view path, std::uint32_t cmd) {
   constexpr std::uint32_t kHead = sizeof(macho::dylib_command);
   return command(cmd, {kHead, 0, 0, 0}, padded(path, (path.size() + 8) / 8 * 8));
 }
 
-MachOImage& MachOImage::segment(std::string_view name, std::uint64_t offset, std::uint64_t size,
-                                const std::vector<MachOSection>& sections) {
-  const int width = is64Bit() ? 8 : 4;
-  std::string bytes = padded(name, 16);
-  for (const std::uint64_t field : {0x10000 + offset, 2 * size, offset, size}) {
-    bytes += littleEndian(field, width);
-  }
-  bytes += words({0, 0, size32(sections.size()), 0});
+std::string segmentCommand(std::string_view name, std::uint64_t offset, std::uint64_t size,
+                           const std::vector<MachOSection>& sections, bool is64Bit) {
+  const auto number = [&](std::uint64_t value) { return littleEndian(value, is64Bit ? 8 : 4); };
+  std::string bytes = padded(name, 16) + number(0x10000 + offset) + number(2 * size) +
+                      number(offset) + number(size) + words({0, 0, size32(sections.size()), 0});
   for (const MachOSection& section : sections) {
-    bytes += padded(section.name, 16) + padded(name, 16) + littleEndian(section.address, width) +
-             littleEndian(section.size, width) +
-             words({section.offset, 0, 0, 0, section.flags, 0, 0}) + littleEndian(0, width - 4);
+    bytes += padded(section.name, 16) + padded(name, 16) + number(section.address) +
+             number(section.size) + words({section.offset, 0, 0, 0, section.flags, 0, 0});
+    if (is64Bit) bytes += words({0});
   }
-  return command(is64Bit() ? macho::LC_SEGMENT_64 : macho::LC_SEGMENT, {}, bytes);
+  return command(is64Bit ? macho::LC_SEGMENT_64 : macho::LC_SEGMENT, {}, bytes);
 }
 
-MachOImage& MachOImage::signature(std::uint32_t offset, std::uint32_t size) {
-  return command(macho::LC_CODE_SIGNATURE, {offset, size});
-}
-
-MachOImage& MachOImage::content(std::size_t offset, std::string bytes) {
-  contents_.emplace_back(offset, std::move(bytes));
-  return *this;
-}
-
-std::string MachOImage::bytes() const {
-  std::string commands;
-  for (const std::string& bytes : commands_) commands += bytes;
-  std::string image =
-      words({is64Bit() ? macho::MH_MAGIC_64 : macho::MH_MAGIC, static_cast<std::uint32_t>(cpuType_),
-             static_cast<std::uint32_t>(cpuSubtype_), macho::MH_EXECUTE, size32(commands_.size()),
-             size32(commands.size()),
-             macho::MH_NOUNDEFS | macho::MH_DYLDLINK | macho::MH_TWOLEVEL | macho::MH_PIE}) +
-      std::string(is64Bit() ? 4 : 0, '\0') + commands;
-  for (const auto& [offset, bytes] : contents_) {
-    image.resize(std::max(image.size(), offset + bytes.size()));
-    image.replace(offset, bytes.size(), bytes);
-  }
-  return image;
+std::string machO(const std::vector<std::string>& commands, Processor processor) {
+  std::string all;
+  for (const std::string& bytes : commands) all += bytes;
+  const bool is64Bit = (processor.type & macho::CPU_ARCH_ABI64) != 0;
+  const std::string header = words(
+      {is64Bit ? macho::MH_MAGIC_64 : macho::MH_MAGIC, static_cast<std::uint32_t>(processor.type),
+       static_cast<std::uint32_t>(processor.subtype), macho::MH_EXECUTE, size32(commands.size()),
+       size32(all.size()),
+       macho::MH_NOUNDEFS | macho::MH_DYLDLINK | macho::MH_TWOLEVEL | macho::MH_PIE});
+  return header + std::string(is64Bit ? 4 : 0, '\0') + all;
 }
 
 std::string universalFile(const std::vector<FatSlice>& slices, std::uint32_t alignment,
@@ -95,14 +70,15 @@ std::string universalFile(const std::vector<FatSlice>& slices, std::uint32_t ali
       bigEndian(macho::FAT_MAGIC, 4) + bigEndian(count.value_or(size32(slices.size())), 4);
   const std::size_t unit = std::size_t{1} << alignment;
   std::string images(records.size() + slices.size() * sizeof(macho::fat_arch), '\0');
-  for (const FatSlice& slice : slices) {
+  for (const auto& [bytes, processor, offset] : slices) {
     images.resize((images.size() + unit - 1) / unit * unit);
-    for (const auto field :
-         {static_cast<std::uint32_t>(slice.cpuType), static_cast<std::uint32_t>(slice.cpuSubtype),
-          slice.offset.value_or(size32(images.size())), size32(slice.bytes.size()), alignment}) {
-      records += bigEndian(field, 4);
-    }
-    images += slice.bytes;
+    const auto header = foundation::readAt<macho::mach_header>(bytesOf(bytes), 0);
+    const Processor own = processor ? *processor : Processor{header->cputype, header->cpusubtype};
+    records += bigEndian(static_cast<std::uint32_t>(own.type), 4) +
+               bigEndian(static_cast<std::uint32_t>(own.subtype), 4) +
+               bigEndian(offset.value_or(size32(images.size())), 4) + bigEndian(bytes.size(), 4) +
+               bigEndian(alignment, 4);
+    images += bytes;
   }
   return images.replace(0, records.size(), records);
 }

@@ -5,17 +5,26 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "macho/core/Definitions.h"
 
 namespace test {
 
+// Mach-O files built in memory, so that each part can be as malformed as a test needs. Nothing is
+// checked.
+
 /// The numbers' bytes in the host's order.
 std::string words(const std::vector<std::uint32_t>& values);
 /// The bytes with another number at this offset.
 std::string poked(std::string bytes, std::size_t offset, std::uint32_t value);
+
+/// A load command: `cmd`, its size, and what follows.
+std::string command(std::uint32_t cmd, const std::vector<std::uint32_t>& numbers,
+                    std::string_view bytes = {});
+/// 32 hexadecimal digits.
+std::string uuidCommand(std::string_view hex);
+std::string dylibCommand(std::string_view path, std::uint32_t cmd = macho::LC_LOAD_DYLIB);
 
 struct MachOSection {
   std::string name;
@@ -24,67 +33,36 @@ struct MachOSection {
   std::uint32_t offset = 0;
   std::uint32_t flags = 0;
 };
+/// These bytes of the file, at address 0x10000 + `offset` in twice as much memory.
+std::string segmentCommand(std::string_view name, std::uint64_t offset, std::uint64_t size,
+                           const std::vector<MachOSection>& sections = {}, bool is64Bit = true);
 
-/// A thin Mach-O image, built in memory command by command, so that each part can be as malformed
-/// as a test needs. Nothing is checked.
-class MachOImage {
- public:
-  /// 64-bit header and segments when `cpuType` has the 64-bit ABI bit.
-  MachOImage(std::int32_t cpuType, std::int32_t cpuSubtype)
-      : cpuType_(cpuType), cpuSubtype_(cpuSubtype) {}
-  static MachOImage arm64() { return {macho::CPU_TYPE_ARM64, macho::CPU_SUBTYPE_ARM64_ALL}; }
-  static MachOImage armv7() { return {macho::CPU_TYPE_ARM, macho::CPU_SUBTYPE_ARM_V7}; }
-
-  /// A command's bytes as is, including `cmd` and `cmdsize`.
-  MachOImage& command(std::string bytes);
-  /// A whole command: what follows `cmd` and `cmdsize`.
-  MachOImage& command(std::uint32_t cmd, const std::vector<std::uint32_t>& numbers,
-                      std::string_view bytes = {});
-  /// 32 hexadecimal digits.
-  MachOImage& uuid(std::string_view hex);
-  MachOImage& dylib(std::string_view path, std::uint32_t cmd = macho::LC_LOAD_DYLIB);
-  /// These bytes of the file, at address 0x10000 + `offset` in twice as much memory.
-  MachOImage& segment(std::string_view name, std::uint64_t offset, std::uint64_t size,
-                      const std::vector<MachOSection>& sections = {});
-  /// LC_CODE_SIGNATURE.
-  MachOImage& signature(std::uint32_t offset, std::uint32_t size);
-  /// After the commands: these bytes at this offset, with zeros before them.
-  MachOImage& content(std::size_t offset, std::string bytes = {});
-
-  [[nodiscard]] std::int32_t cpuType() const { return cpuType_; }
-  [[nodiscard]] std::int32_t cpuSubtype() const { return cpuSubtype_; }
-  [[nodiscard]] std::string bytes() const;
-
- private:
-  [[nodiscard]] bool is64Bit() const { return (cpuType_ & macho::CPU_ARCH_ABI64) != 0; }
-
-  std::int32_t cpuType_;
-  std::int32_t cpuSubtype_;
-  std::vector<std::string> commands_;
-  std::vector<std::pair<std::size_t, std::string>> contents_;
+struct Processor {
+  std::int32_t type;
+  std::int32_t subtype;
 };
+inline constexpr Processor kARM64{macho::CPU_TYPE_ARM64, macho::CPU_SUBTYPE_ARM64_ALL};
+inline constexpr Processor kARMv7{macho::CPU_TYPE_ARM, macho::CPU_SUBTYPE_ARM_V7};
 
-/// One record of a universal file. `offset` overrides the actual one.
+/// The header for these commands, and they.
+std::string machO(const std::vector<std::string>& commands, Processor processor = kARM64);
+
+/// A slice of a universal file; by default for the processor of its own header, and where it is.
 struct FatSlice {
-  std::int32_t cpuType = 0;
-  std::int32_t cpuSubtype = 0;
   std::string bytes;
+  std::optional<Processor> processor = std::nullopt;
   std::optional<std::uint32_t> offset = std::nullopt;
-
-  static FatSlice of(const MachOImage& image) {
-    return {image.cpuType(), image.cpuSubtype(), image.bytes()};
-  }
 };
-
-/// A universal file, each image on a boundary of 2^`alignment` bytes. `count` overrides the actual
-/// one.
+/// Each image lies on a boundary of 2^`alignment` bytes. `count` overrides the actual one.
 std::string universalFile(const std::vector<FatSlice>& slices, std::uint32_t alignment = 4,
                           std::optional<std::uint32_t> count = std::nullopt);
+
+// Real files
 
 /// Path of one of LLVM's programs ("llvm-otool").
 std::string llvmTool(const std::string& name);
 
-/// Compiles and links a real executable for iOS 9, or what the options for ld64.lld ask for.
+/// Compiles and links an executable for iOS 9, or what the options for ld64.lld ask for.
 void linkImage(const std::filesystem::path& target, const std::string& architecture = "arm64",
                const std::vector<std::string>& linkerOptions = {});
 

@@ -12,7 +12,7 @@ TEST(LoadCommandsTest, TheMagicTellsTheHeadersSize) {
                                                             {macho::MH_CIGAM_64, 32},
                                                             {macho::FAT_MAGIC, 0},
                                                             {0, 0}}) {
-    const std::string bytes = poked(MachOImage(7, 3).bytes(), 0, magic);
+    const std::string bytes = poked(machO({}, {7, 3}), 0, magic);
     const auto header = macho::headerOf(bytesOf(bytes));
     ASSERT_EQ(header.has_value(), size != 0) << magic;
     if (!header) continue;

@@ -11,27 +11,27 @@ std::string parsingProblem(const std::string& bytes) {
 }
 
 TEST(MachOFileTest, DamageIsNamed) {
-  const std::string good = signableImage().bytes();
+  const std::string good = signableImage();
   const auto at = [&](std::size_t offset, std::uint32_t value) {
     return poked(good, offset, value);
   };
-  const auto with = [](std::uint32_t command, const std::vector<std::uint32_t>& numbers) {
-    return signableImage().command(command, numbers).bytes();
+  const auto with = [](std::uint32_t cmd, const std::vector<std::uint32_t>& numbers) {
+    return signableImage({command(cmd, numbers)});
   };
-  const auto signedAt = [](std::uint32_t offset, std::uint32_t size) {
-    return signableImage().signature(offset, size).bytes();
+  const auto signedAt = [&](std::uint32_t offset, std::uint32_t size) {
+    return with(macho::LC_CODE_SIGNATURE, {offset, size});
   };
+  const std::string signature = command(macho::LC_CODE_SIGNATURE, {kLinkEditOffset, 16});
   std::string namedAlike = good;
   namedAlike.replace(kTextCommand + 8, 11, "__LINKEDIT", 11);
 
-  constexpr auto kARM64 = macho::CPU_TYPE_ARM64;
-  const FatSlice slice = FatSlice::of(MachOImage::arm64());
+  constexpr auto kType = macho::CPU_TYPE_ARM64;
+  const std::string slice = machO({});
   const auto aligned = [&](std::uint32_t exponent) {
-    return poked(universalFile({slice}), 24, macho::byteSwapped(exponent));
+    return poked(universalFile({{slice}}), 24, macho::byteSwapped(exponent));
   };
-  const auto universal = [&](std::int32_t cpuType, std::uint32_t subtype,
-                             std::optional<std::uint32_t> offset = {}) {
-    return universalFile({{cpuType, static_cast<std::int32_t>(subtype), slice.bytes, offset}});
+  const auto universal = [&](Processor processor, std::optional<std::uint32_t> offset = {}) {
+    return universalFile({{slice, processor, offset}});
   };
   for (const auto& [name, bytes, complaint] :
        std::vector<std::tuple<const char*, std::string, const char*>>{
@@ -65,35 +65,33 @@ TEST(MachOFileTest, DamageIsNamed) {
            {"signature over commands", signedAt(kEndOfCommands + 15, 1),
             "LC_CODE_SIGNATURE: offset 271 lies inside the load commands"},
            {"signature right after commands", signedAt(kEndOfCommands + 16, 1), ""},
-           {"two signatures",
-            signableImage().signature(kLinkEditOffset, 16).signature(kLinkEditOffset, 16).bytes(),
-            "a second LC_CODE_SIGNATURE"},
+           {"two signatures", signableImage({signature, signature}), "a second LC_CODE_SIGNATURE"},
            {"sound", good, ""},
            {"universal header alone", universalFile({}).substr(0, 7),
             "universal header is truncated"},
            {"no slices", universalFile({}), "its universal header counts 0 slices"},
            {"a Java class", universalFile({}, 4, 45), "counts 45 slices"},
-           {"table truncated", universalFile({{kARM64, 0, "", 0U}}, 4, 20).substr(0, 28),
+           {"table truncated", universalFile({{"", kARM64, 0}}, 4, 20).substr(0, 28),
             "slice 1 of 20: its table entry runs past the end of the file"},
-           {"slice outside", universal(kARM64, 0, 1U << 20),
+           {"slice outside", universal(kARM64, 1U << 20),
             "slice 0 of 1: offset 1048576 and size 32 lie outside the file of 64"},
-           {"slice over the table", universal(kARM64, 0, 8),
+           {"slice over the table", universal(kARM64, 8),
             "slice at offset 8 overlaps what begins at 0"},
            {"slice over another that comes later",
-            universalFile({{kARM64, 0, slice.bytes, 64U}, {12, 9, slice.bytes, 56U}}),
+            universalFile({{slice, kARM64, 64U}, {slice, kARMv7, 56U}}),
             "slice at offset 64 overlaps what begins at 56"},
-           {"slice twice", universalFile({slice, slice}), "two slices are named arm64"},
+           {"slice twice", universalFile({{slice}, {slice}}), "two slices are named arm64"},
            {"not aligned", aligned(9), "arm64: offset 32 is not a multiple of 2^9"},
            {"impossibly aligned", aligned(32), "arm64: offset 32 is not a multiple of 2^32"},
-           {"other subtype", universal(kARM64, macho::CPU_SUBTYPE_ARM64E),
+           {"other subtype", universal({kType, macho::CPU_SUBTYPE_ARM64E}),
             "arm64e: the slice's own header names arm64"},
-           {"other processor", universal(macho::CPU_TYPE_X86_64, 3),
+           {"other processor", universal({macho::CPU_TYPE_X86_64, 3}),
             "x86_64: the slice's own header names arm64"},
-           {"other capabilities", universal(kARM64, 0x80000000), ""},
+           {"other capabilities", universal({kType, INT32_MIN}), ""},
            {"64-bit table",
             fromHex("cafebabf 00000001 0100000c 00000000 0000000000000030 0000000000000020"
                     "00000004 000000000000000000000000") +
-                slice.bytes,
+                slice,
             ""},
        }) {
     const std::string problem = parsingProblem(bytes);

@@ -13,11 +13,15 @@ inline constexpr std::size_t kLinkEditCommand = kTextCommand + 72 + 80;
 inline constexpr std::uint32_t kEndOfCommands = kLinkEditCommand + 72;
 
 /// A thin image with __TEXT, whose only section begins at `firstSection`, and __LINKEDIT.
-inline MachOImage signableImage(std::uint32_t firstSection = 0x200) {
-  return MachOImage::arm64()
-      .segment("__TEXT", 0, kLinkEditOffset, {{"__text", 0, 16, firstSection}})
-      .segment("__LINKEDIT", kLinkEditOffset, kImageSize - kLinkEditOffset)
-      .content(kImageSize);
+inline std::string signableImage(const std::vector<std::string>& moreCommands = {},
+                                 std::uint32_t firstSection = 0x200) {
+  std::vector commands = {
+      segmentCommand("__TEXT", 0, kLinkEditOffset, {{"__text", 0, 16, firstSection}}),
+      segmentCommand("__LINKEDIT", kLinkEditOffset, kImageSize - kLinkEditOffset)};
+  commands.insert(commands.end(), moreCommands.begin(), moreCommands.end());
+  std::string image = machO(commands);
+  image.resize(kImageSize);
+  return image;
 }
 
 }  // namespace test

@@ -7,15 +7,11 @@ namespace {
 using toolchain::MachOFile;
 
 TEST(SignatureLayoutTest, CodeWithoutAPlaceForItsSignatureIsRefused) {
-  const std::string good = signableImage().bytes();
+  const std::string good = signableImage();
   const auto signedAt = [](std::uint32_t offset, std::uint32_t size) {
-    return signableImage().signature(offset, size).bytes();
+    return signableImage({command(macho::LC_CODE_SIGNATURE, {offset, size})});
   };
-  const auto renamed = [&](std::size_t command) {
-    std::string bytes = good;
-    bytes[command + 8 + 2] = 'X';
-    return bytes;
-  };
+  const auto renamed = [&](std::size_t segment) { return poked(good, segment + 8, 'X'); };
   struct Row {
     const char* name;
     std::string bytes;
@@ -23,12 +19,11 @@ TEST(SignatureLayoutTest, CodeWithoutAPlaceForItsSignatureIsRefused) {
     std::uint64_t room = 4096;
   };
   for (const Row& row : {
-           Row{"no room", signableImage(kEndOfCommands + 15).bytes(),
+           Row{"no room", signableImage({}, kEndOfCommands + 15),
                "not enough room in load commands to add LC_CODE_SIGNATURE: they end at 256, the "
                "first section begins at 271"},
-           Row{"just room", signableImage(kEndOfCommands + 16).bytes(), ""},
-           Row{"encrypted",
-               signableImage().command(macho::LC_ENCRYPTION_INFO_64, {0, 0, 1, 0}).bytes(),
+           Row{"just room", signableImage({}, kEndOfCommands + 16), ""},
+           Row{"encrypted", signableImage({command(macho::LC_ENCRYPTION_INFO_64, {0, 0, 1, 0})}),
                "the code is encrypted (cryptid 1)"},
            Row{"no __TEXT", renamed(kTextCommand), "no __TEXT segment"},
            Row{"no __LINKEDIT", renamed(kLinkEditCommand), "no __LINKEDIT segment"},
@@ -82,9 +77,12 @@ TEST(SignatureLayoutTest, SegmentsLieInOrderWithLinkEditLast) {
            Row{{text, {"__LINKEDIT", 0x400, 255}},
                "the signature at 1024 of 256 bytes does not lie in __LINKEDIT"},
        }) {
-    MachOImage image = MachOImage::arm64();
-    for (const auto& [name, offset, size] : row.segments) image.segment(name, offset, size);
-    const std::string bytes = image.signature(row.signature, 0x100).content(0x500).bytes();
+    std::vector commands = {command(macho::LC_CODE_SIGNATURE, {row.signature, 0x100})};
+    for (const auto& [name, offset, size] : row.segments) {
+      commands.push_back(segmentCommand(name, offset, size));
+    }
+    std::string bytes = machO(commands);
+    bytes.resize(0x500);
     const auto parsed = MachOFile::parse(keepForFuzzing("SignedCode", bytesOf(bytes)));
     ASSERT_TRUE(parsed) << problemOf(parsed);
     EXPECT_EQ(problemOf(toolchain::checkSegments(parsed->slices().front())), row.complaint);

@@ -8,12 +8,10 @@ namespace {
 TEST(SignatureBuilderTest, OnlyOldSystemsGetSHA1) {
   constexpr std::uint32_t kVisionOS = 11;
   const auto builtFor = [](std::uint32_t platform) {
-    return MachOImage::arm64().command(macho::LC_BUILD_VERSION, {platform, 0xa0300, 0xa0300, 0});
+    return machO({command(macho::LC_BUILD_VERSION, {platform, 0xa0300, 0xa0300, 0})});
   };
-  for (const auto& [image, count] :
-       {std::pair{MachOImage::arm64(), 1U}, std::pair{builtFor(kVisionOS), 1U},
-        std::pair{builtFor(macho::PLATFORM_IOS), 2U}}) {
-    const std::string bytes = image.bytes();
+  for (const auto& [bytes, count] : {std::pair{machO({}), 1U}, std::pair{builtFor(kVisionOS), 1U},
+                                     std::pair{builtFor(macho::PLATFORM_IOS), 2U}}) {
     const auto parsed = toolchain::MachOFile::parse(bytesOf(bytes));
     ASSERT_TRUE(parsed) << problemOf(parsed);
     EXPECT_EQ(toolchain::hashTypesFor(*parsed).size(), count);
