@@ -1,15 +1,27 @@
 #include "signing/QVTCodeSigner.h"
-#include "tests/signing/RecordedTools.h"
 #include "tests/support/Identities.h"
+#include "tests/support/Test.h"
 
 namespace {
 
+/// With a `codesign` in PATH that does as it is told and records the arguments of its runs.
 class QVTCodeSignerTest : public testing::Test {
  protected:
   void SetUp() override {
     folder_.write("My App.app/embedded.mobileprovision", "old profile, and longer");
+    answer("exit 0");
     signer_ = QVTCodeSigner::initWithDeveloperCertificate(
-        QVTDeveloperCertificate::initWithDataKeychainPath(leaf_.der(), keychain_));
+        QVTDeveloperCertificate::initWithDataKeychainPath(makeRoot().der(), keychain_));
+  }
+  /// What `codesign` does from now on, in shell.
+  void answer(const std::string& script) const {
+    writeProgram(codesign_, "#!/bin/sh\necho \"$*\" >>'" + runs_ + "'\n" + script);
+  }
+  std::vector<std::string> takeRuns() const {
+    auto runs = foundation::split(contentsOf(runs_), '\n');
+    runs.pop_back();
+    writeFile(runs_, "");
+    return runs;
   }
   /// Domain and code of the error after a failed signing.
   std::string errorOfSigning(const std::optional<std::string>& app) const {
@@ -19,8 +31,10 @@ class QVTCodeSignerTest : public testing::Test {
   }
 
   const TemporaryFolder folder_;
-  const RecordedTools tools_;
-  const MadeIdentity leaf_ = makeLeaf(makeRoot());
+  const std::string codesign_ = folder_ / "codesign";
+  const std::string runs_ = folder_.write("runs", "");
+  const ScopedEnvironment path_{
+      "PATH", (folder_.path().string() + ":" SENDOFF_LIBEXEC ":/usr/bin:/bin").c_str()};
   const std::string keychain_ = folder_.write("login.pem", "");
   const std::string app_ = folder_ / "My App.app";
   const std::string entitlements_ = folder_ / "entitlements.xml";
@@ -39,7 +53,7 @@ TEST_F(QVTCodeSignerTest, SigningReplacesTheProfileAndRemovesWhatItSignedWith) {
   for (const auto& [content, options] : cases) {
     writeFile(entitlements_, content);
     ASSERT_TRUE(signer_->sign(app_));
-    EXPECT_THAT(tools_.takeRuns(), ElementsAre(EndsWith(options), EndsWith("-vv " + app_)));
+    EXPECT_THAT(takeRuns(), ElementsAre(EndsWith(options), EndsWith("-vv " + app_)));
     EXPECT_EQ(contentsOf(app_ + "/embedded.mobileprovision"), "new profile");
     EXPECT_FALSE(fs::exists(rules_) || fs::exists(entitlements_));
     fs::remove(app_ + "/embedded.mobileprovision");
@@ -58,14 +72,14 @@ TEST_F(QVTCodeSignerTest, WithoutItsInputNothingIsRun) {
             "NSPOSIXErrorDomain " + std::to_string(ENOENT));
   signer_->setEntitlementsPath(folder_.path());
   EXPECT_EQ(errorOfSigning(app_), "NSPOSIXErrorDomain " + std::to_string(EISDIR));
-  EXPECT_THAT(tools_.takeRuns(), IsEmpty());
+  EXPECT_THAT(takeRuns(), IsEmpty());
 }
 
 TEST_F(QVTCodeSignerTest, AfterAFailedSigningNothingIsVerifiedOrRemoved) {
-  tools_.answer("exit 3");
+  answer("exit 3");
   signer_->setEntitlementsPath(writeFile(entitlements_, ""));
   EXPECT_EQ(errorOfSigning(app_), "QVTCodeSignerErrorDomain -2");
-  EXPECT_THAT(tools_.takeRuns(), SizeIs(1));
+  EXPECT_THAT(takeRuns(), SizeIs(1));
   EXPECT_TRUE(fs::exists(entitlements_));
 }
 
@@ -78,30 +92,29 @@ TEST_F(QVTCodeSignerTest, FailedVerificationIsOnlyLogged) {
     EXPECT_FALSE(error);
   };
   EXPECT_EQ(logOf(verify), "");
-  tools_.answer("exit 3");
+  answer("exit 3");
   const std::string warning = "Warning: the app as it came does not verify: ";
   EXPECT_THAT(logOf(verify), EndsWith(warning + "codesign ended with status 3\n"));
-  tools_.answer("echo x; echo y; printf 'one\\n\\ntwo\\033[31m\\r\\n' >&2; exit 1");
+  answer("echo x; echo y; printf 'one\\n\\ntwo\\033[31m\\r\\n' >&2; exit 1");
   lines.clear();
   EXPECT_THAT(logOf(verify), EndsWith(warning + "one; two\\u001b[31m\\r; x\n"));
   const std::string output = "one\n\ntwo\x1b[31m\r\n";
-  EXPECT_THAT(lines, ElementsAre("Verifying code sign at: " + app_,
-                                 tools_.codesign() + " -vv " + app_, output, "x\ny\n", "Status: 1",
+  EXPECT_THAT(lines, ElementsAre("Verifying code sign at: " + app_, codesign_ + " -vv " + app_,
+                                 output, "x\ny\n", "Status: 1",
                                  "Warning: codesign verification failed: " + output));
-  tools_.answer("[ $1 = --sign ]");
+  answer("[ $1 = --sign ]");
   EXPECT_THAT(logOf([&] { EXPECT_TRUE(signer_->sign(app_)); }),
               HasSubstr("the app as it was signed does not verify: "));
 }
 
 TEST_F(QVTCodeSignerTest, ExportSucceedsByStatusOrByItsFiles) {
   const auto exports = [&](const std::string& script) {
-    tools_.answer(script);
+    answer(script);
     return signer_->exportAppEntitlementsToPathResourceRulesToPath(app_, entitlements_, rules_);
   };
   EXPECT_TRUE(exports("exit 0")) << "whatever it left";
-  EXPECT_THAT(tools_.takeRuns(),
-              ElementsAre(EndsWith("--display --resource-rules " + rules_ +
-                                   " --entitlements :" + entitlements_ + " " + app_)));
+  EXPECT_THAT(takeRuns(), ElementsAre(EndsWith("--display --resource-rules " + rules_ +
+                                               " --entitlements :" + entitlements_ + " " + app_)));
   EXPECT_FALSE(exports(">'" + rules_ + "'; exit 1"));
   EXPECT_TRUE(exports(">'" + entitlements_ + "'; exit 1")) << "failed, but both files are there";
   fs::remove(rules_);

@@ -34,22 +34,9 @@ TEST_F(QVTProvisioningProfileTest, DescribesItselfAndHasCopiesWithoutUUID) {
   EXPECT_THAT(read({})->description(), EndsWith("> (null) (null)"));
 }
 
-TEST_F(QVTProvisioningProfileTest, UnreadableFilesGiveNoProfile) {
-  const auto logOfReading = [](const std::optional<std::string>& path) {
-    return logOf([&] { EXPECT_FALSE(QVTProvisioningProfile::initWithPath(path)); });
-  };
-  EXPECT_EQ(logOfReading(std::nullopt), "");
-  EXPECT_EQ(logOfReading(folder_ / "missing"), "");
-  EXPECT_THAT(logOfReading(folder_.path()), HasSubstr(folder_.path().string()));
-  EXPECT_EQ(logOfReading(folder_.write("noise", "noise")), "");
-  const std::string broken = "<?xml version=\"1.0\"?><plist><dict><key></plist>";
-  EXPECT_THAT(logOfReading(folder_.write("broken", makeSignedMessage(broken, signer_).text())),
-              HasSubstr("Error serializing provision data Error Domain="));
-}
-
 TEST_F(QVTProvisioningProfileTest, FirstCertificateWithItsKeyIsChosen) {
   const auto first = makeLeaf(signer_);
-  const auto second = makeLeaf(signer_);
+  const auto second = makeLeaf(signer_, {.commonName = "Müller"});
   const auto keychain = folder_.write("login.pem", first.keyPEM() + second.keyPEM()).string();
   fs::permissions(keychain, fs::perms::owner_all);
   ProfileOptions options;
@@ -60,6 +47,10 @@ TEST_F(QVTProvisioningProfileTest, FirstCertificateWithItsKeyIsChosen) {
   EXPECT_EQ(profile->certWithPrivateKeyAvailable(), profile->developerCertificates()[1]);
   EXPECT_EQ(profile->certForCodeSignIdentity(second.sha1()), profile->developerCertificates()[2]);
   EXPECT_FALSE(profile->certForCodeSignIdentity(std::string(40, '0')));
+  EXPECT_EQ(profile->developerCertificates()[2]->description(),
+            "Müller, private key available 1, signning identity " + second.sha1());
+  EXPECT_EQ(profile->developerCertificates()[0]->description(),
+            "Profile Signer, private key available 0, signning identity (null)");
   std::optional<Error> error;
   EXPECT_FALSE(
       QVTProvisioningProfile::initWithPath(path)->certWithPrivateKeyAvailableOrError(&error));
