@@ -13,7 +13,8 @@ TEST(HandOff, NestedCodeOfTheVendorsOwnIsFineAsItIs) {
   const TemporaryFolder folder;
   const auto app = makeApp(folder.path());
   const auto root = makeRoot("Apple Root CA");
-  const auto issuer = makeCrossSigned(makeRoot("Apple Code Signing"), root);
+  const auto issuer = makeLeaf(root, {.commonName = "Apple Code Signing",
+                                      .extensions = "basicConstraints=critical,CA:TRUE\n"});
   const auto leaf =
       makeLeaf(issuer, {.commonName = "Software Signing", .organizationalUnit = "59GAB85EFG"});
   const auto library = app / "Frameworks/libswiftCore.dylib";

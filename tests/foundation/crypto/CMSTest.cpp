@@ -1,5 +1,3 @@
-#include <openssl/evp.h>
-
 #include "foundation/crypto/CMS.h"
 #include "foundation/crypto/DER.h"
 #include "tests/support/Identities.h"
@@ -15,37 +13,31 @@ constexpr std::string_view kContent = "what is signed";
 constexpr const char* kListOID = "1.2.840.113635.100.9.2";
 const Date kSigningTime = std::chrono::sys_days{std::chrono::year{2026} / 3 / 9};
 
-std::vector<Certificate> chainOf(const Family& family) {
-  return {family.leaf.certificate(), family.intermediate.certificate(), family.root.certificate()};
-}
-
-/// An attribute with several values, handed over in the wrong order.
-CMS::Attribute listAttribute() {
-  return {kListOID,
-          {Data(DER::element(DER::kOctetString, "longer value")),
-           Data(DER::element(DER::kOctetString, "short"))}};
-}
+/// Two values of an attribute, in the order of DER.
+const std::string kShorter = DER::element(DER::kOctetString, "short");
+const std::string kLonger = DER::element(DER::kOctetString, "longer value");
 
 std::string messageBy(const Family& family, const std::vector<Certificate>& certificates) {
-  const auto message = CMS::signDetached(bytesOf(kContent), family.leaf.identity(), certificates,
-                                         kSigningTime, {listAttribute()});
+  const auto message =
+      CMS::signDetached(bytesOf(kContent), family.leaf.identity(), certificates, kSigningTime,
+                        {{kListOID, {Data(kLonger), Data(kShorter)}}});
   EXPECT_EQ(problemOf(message), "");
   return std::string(message->text());
 }
-std::string messageBy(const Family& family) { return messageBy(family, chainOf(family)); }
+std::string messageBy(const Family& family) { return messageBy(family, family.chain()); }
 
-std::string problemWith(const std::string& message, std::string_view content = kContent) {
-  const Bytes input = keepForFuzzing("SignedMessage", bytesOf(message));
-  return problemOf(CMS::verifyDetached(input, bytesOf(content)));
+std::string problemWith(std::string_view message, std::string_view content = kContent) {
+  return problemOf(
+      CMS::verifyDetached(keepForFuzzing("SignedMessage", bytesOf(message)), bytesOf(content)));
 }
 
-class EveryKey : public testing::TestWithParam<KeyKind> {
+class CMSTest : public testing::TestWithParam<KeyKind> {
  protected:
   Family family_ = makeFamily({.key = GetParam()});
 };
-INSTANTIATE_TEST_SUITE_P(CMS, EveryKey, testing::Values(KeyKind::rsa, KeyKind::p256));
+INSTANTIATE_TEST_SUITE_P(EveryKey, CMSTest, testing::Values(KeyKind::rsa, KeyKind::p256));
 
-TEST_P(EveryKey, SignedMessagesVerify) {
+TEST_P(CMSTest, SignedMessagesVerify) {
   const std::string message = messageBy(family_);
   const auto signer = CMS::verifyDetached(bytesOf(message), bytesOf(kContent));
   ASSERT_EQ(problemOf(signer), "");
@@ -55,65 +47,49 @@ TEST_P(EveryKey, SignedMessagesVerify) {
   EXPECT_EQ(signer->signingTime, kSigningTime);
   const auto list = std::ranges::find(signer->signedAttributes, kListOID, &CMS::Attribute::oid);
   ASSERT_NE(list, signer->signedAttributes.end());
-  EXPECT_THAT(list->values, ElementsAre(listAttribute().values[1], listAttribute().values[0]));
+  EXPECT_THAT(list->values, ElementsAre(Data(kShorter), Data(kLonger)));
   EXPECT_EQ(message, messageBy(family_)) << "the same input gives the same bytes";
   EXPECT_THAT(problemWith(message, "other content"), HasSubstr("messageDigest"));
 }
 
-TEST_P(EveryKey, MessagesOfAnotherWriterVerify) {
-  const TemporaryFolder folder;
-  folder.write("content", kContent);
-  folder.write("leaf.pem", family_.leaf.certificatePEM());
-  folder.write("key.pem", family_.leaf.keyPEM());
-  folder.write("others.pem", family_.intermediate.certificatePEM() + family_.root.certificatePEM());
-  for (const std::string option : {"", "-keyid", "-md sha384", "-noattr"}) {
-    outputOf({"sh", "-c",
-              "cd " + folder.path().string() +
-                  " && openssl cms -sign -binary -outform DER -in content -signer leaf.pem "
-                  "-inkey key.pem -certfile others.pem -out message " +
-                  option});
-    EXPECT_EQ(problemWith(contentsOf(folder / "message")), "") << option;
+TEST_P(CMSTest, MessagesOfAnotherWriterVerify) {
+  const std::vector<std::string> ways[] = {{}, {"-keyid"}, {"-md", "sha384"}, {"-noattr"}};
+  for (const auto& options : ways) {
+    const Data message = makeSignedMessage(kContent, family_.leaf, options, family_.issuersPEM());
+    EXPECT_EQ(problemWith(message.text()), "") << testing::PrintToString(options);
   }
-}
-
-TEST(CMSWriting, AMalformedIdentifierIsRefused) {
-  const auto family = makeFamily();
-  EXPECT_NE(problemOf(CMS::signDetached({}, family.leaf.identity(), {}, Date(), {{"1.x", {}}})),
-            "");
 }
 
 using Fields = std::vector<std::string>;
 
-/// The elements one after another, each with its header.
-Fields elementsIn(Bytes bytes) {
+/// The elements inside an element, each with its header.
+Fields elementsIn(std::string_view whole) {
   Fields elements;
-  for (DER::Reader reader(bytes); const auto element = reader.next();) {
-    elements.emplace_back(textOf(element->whole));
-  }
+  DER::Reader reader(DER::Reader(bytesOf(whole)).next()->content);
+  while (const auto element = reader.next()) elements.emplace_back(textOf(element->whole));
   return elements;
 }
-Fields elementsIn(std::string_view whole) {
-  return elementsIn(DER::Reader(bytesOf(whole)).next()->content);
-}
-std::string sequence(const Fields& fields, std::uint8_t tag = DER::kSequence) {
+std::string elementOf(std::uint8_t tag, const Fields& fields) {
   return DER::element(tag, foundation::joined(fields, ""));
 }
 
-/// The message with the fields of its SignedData changed.
-std::string withFields(std::string_view message, const std::function<void(Fields&)>& change) {
+using Change = std::function<std::string(std::string)>;
+
+/// The message with this field of its SignedData changed.
+std::string withField(std::string_view message, std::size_t index, const Change& change) {
   Fields info = elementsIn(message);
   Fields fields = elementsIn(elementsIn(info[1])[0]);
-  change(fields);
-  info[1] = DER::element(DER::kContext0, sequence(fields));
-  return sequence(info);
+  fields[index] = change(fields[index]);
+  info[1] = elementOf(DER::kContext0, {elementOf(DER::kSequence, fields)});
+  return elementOf(DER::kSequence, info);
 }
-/// The same with the fields of its one signer: version, issuer and serial number, digest, signed
+/// The same for a field of its signer: version, issuer and serial number, digest, signed
 /// attributes, algorithm, signature.
-std::string withSigner(std::string_view message, const std::function<void(Fields&)>& change) {
-  return withFields(message, [&](Fields& all) {
-    Fields signer = elementsIn(elementsIn(all[4])[0]);
-    change(signer);
-    all[4] = DER::element(DER::kSet, sequence(signer));
+std::string withSignerField(std::string_view message, std::size_t index, const Change& change) {
+  return withField(message, 4, [&](const std::string& signers) {
+    Fields signer = elementsIn(elementsIn(signers)[0]);
+    signer[index] = change(signer[index]);
+    return elementOf(DER::kSet, {elementOf(DER::kSequence, signer)});
   });
 }
 
@@ -132,84 +108,77 @@ std::string indefinite(std::string_view elements, int depth) {
   return out;
 }
 
-std::string signedByRSA(const MadeIdentity& signer, std::string_view text) {
-  const foundation::Handle<EVP_MD_CTX, EVP_MD_CTX_free> context(EVP_MD_CTX_new());
-  EVP_DigestSignInit(context.get(), nullptr, EVP_sha256(), nullptr, signer.nativeKey());
-  std::string signature(512, '\0');
-  std::size_t size = signature.size();
-  EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(signature.data()), &size,
-                 reinterpret_cast<const unsigned char*>(text.data()), text.size());
-  return signature.substr(0, size);
-}
-
 /// A release of the platform's own tool signed attribute values that were not in DER order.
 TEST(CMSReading, ValuesOutOfOrderVerifyAsTheyWereSigned) {
   const auto family = makeFamily({.key = KeyKind::rsa});
   std::string message = messageBy(family);
-  const std::string longer(listAttribute().values[0].text());
-  const std::string shorter(listAttribute().values[1].text());
-  message.replace(message.find(shorter + longer), shorter.size() + longer.size(), longer + shorter);
+  message.replace(message.find(kShorter + kLonger), (kShorter + kLonger).size(),
+                  kLonger + kShorter);
   EXPECT_NE(problemWith(message), "");
-  EXPECT_EQ(problemWith(withSigner(message,
-                                   [&](Fields& signer) {
-                                     std::string attributes = signer[3];
-                                     attributes[0] = static_cast<char>(DER::kSet);
-                                     signer.back() = DER::element(
-                                         DER::kOctetString, signedByRSA(family.leaf, attributes));
-                                   })),
+  std::string attributes;
+  withSignerField(message, 3, [&](const std::string& field) { return attributes = field; });
+  attributes[0] = static_cast<char>(DER::kSet);
+  const TemporaryFolder folder;
+  const std::string signature =
+      outputOf({"openssl", "dgst", "-sha256", "-sign", folder.write("key", family.leaf.keyPEM()),
+                folder.write("attributes", attributes)});
+  EXPECT_EQ(problemWith(withSignerField(
+                message, 5,
+                [&](const std::string&) { return DER::element(DER::kOctetString, signature); })),
             "");
 }
 
 TEST(CMSReading, IndefiniteLengthsPiecesAndTrailingZerosAreAccepted) {
   const std::string message = messageBy(makeFamily());
   EXPECT_EQ(problemWith(indefinite(message, 5) + std::string(9, '\0')), "");
-  const auto inPieces = [](Fields& signer) {
-    const std::string signature = signer.back().substr(2);
-    signer.back() = "\x24\x80" + DER::element(DER::kOctetString, signature.substr(0, 5)) +
-                    DER::element(DER::kOctetString, signature.substr(5)) + std::string(2, '\0');
+  const auto inPieces = [](const std::string& signature) {
+    return "\x24\x80" + DER::element(DER::kOctetString, signature.substr(2, 5)) +
+           DER::element(DER::kOctetString, signature.substr(7)) + std::string(2, '\0');
   };
-  EXPECT_EQ(problemWith(withSigner(message, inPieces)), "");
+  EXPECT_EQ(problemWith(withSignerField(message, 5, inPieces)), "");
 }
 
 TEST(CMSReading, FaultsAreNamed) {
   const auto family = makeFamily();
-  const auto chain = chainOf(family);
+  const auto chain = family.chain();
   const std::string good = messageBy(family);
+  const std::string bare(makeBareSignature(kContent, family).text());
   std::string badSignature = good;
   badSignature.back() = static_cast<char>(badSignature.back() ^ 1);
-  const std::string bare(makeBareSignature(kContent, family).text());
   const auto withOther = [](std::string text, const char* type, const char* otherType) {
     const std::string oid = DER::objectIdentifier(type);
     return text.replace(text.find(oid), oid.size(), DER::objectIdentifier(otherType));
   };
+  const auto withTag = [](char tag, std::size_t at = 0) -> Change {
+    return [=](std::string field) { return field.replace(at, 1, 1, tag); };
+  };
+  const auto insteadOf = [](const std::string& other) -> Change {
+    return [=](const std::string&) { return other; };
+  };
+  const std::string tag = "malformed encoding of a tag";
   const struct {
     const char* name;
     std::string message;
-    const char* complaint;
+    std::string complaint;
   } cases[] = {
       {"truncated", good.substr(0, good.size() - 1), "malformed encoding"},
       {"nested without end", repeated("\x30\x80", 100), "malformed encoding"},
       {"something behind it", good + "x", "malformed encoding at byte"},
-      {"tag of two bytes", "\x3f\x10" + good.substr(1), "malformed encoding of a tag"},
-      {"certificates in a primitive element",
-       withFields(good, [](Fields& fields) { fields[3][0] = static_cast<char>(0x80); }),
-       "malformed encoding of a tag"},
-      {"issuer in a primitive sequence",
-       withSigner(good, [](Fields& signer) { signer[1][2] = 0x10; }),
-       "malformed encoding of a tag"},
-      {"digests in a primitive set", withFields(good, [](Fields& fields) { fields[1][0] = 0x11; }),
-       "malformed encoding of a tag"},
+      {"tag of two bytes", "\x3f\x10" + good.substr(1), tag},
+      {"certificates in a primitive element", withField(good, 3, withTag('\x80')), tag},
+      {"issuer in a primitive sequence", withSignerField(good, 1, withTag('\x10', 2)), tag},
+      {"digests in a primitive set", withField(good, 1, withTag('\x11')), tag},
       {"too large", good + std::string(1 << 20, '\0'), "bytes are too many"},
       {"too many certificates",
        messageBy(family, std::vector<Certificate>(65, family.leaf.certificate())),
        "certificates: more than 64"},
       {"attribute twice",
-       withSigner(good,
-                  [](Fields& signer) {
-                    Fields attributes = elementsIn(signer[3]);
-                    attributes.push_back(attributes[0]);
-                    signer[3] = sequence(attributes, DER::kContext0);
-                  }),
+       withSignerField(good, 3,
+                       [](const std::string& field) {
+                         Fields attributes = elementsIn(field);
+                         attributes.push_back(attributes[0]);
+                         return elementOf(DER::kContext0, attributes);
+                       }),
        "is repeated"},
       {"other type of message", withOther(good, "1.2.840.113549.1.7.2", "1.2.840.113549.1.7.9"),
        "no signed data"},
@@ -224,30 +193,30 @@ TEST(CMSReading, FaultsAreNamed) {
        "not the signer's over the content"},
       {"of another type, without attributes",
        withOther(bare, "1.2.840.113549.1.7.1", "1.2.840.113549.1.7.5"), "no signed attributes"},
-      {"certificate truncated",
-       withFields(good, [](Fields& fields) { fields[3] = DER::element(DER::kContext0, "\x30"); }),
+      {"certificate truncated", withField(good, 3, insteadOf(DER::element(DER::kContext0, "\x30"))),
        "malformed encoding"},
       {"two signers",
-       withFields(good,
-                  [](Fields& fields) {
-                    const std::string one = elementsIn(fields[4])[0];
-                    fields[4] = sequence({one, one}, DER::kSet);
-                  }),
+       withField(good, 4,
+                 [](const std::string& signers) {
+                   const std::string one = elementsIn(signers)[0];
+                   return elementOf(DER::kSet, {one, one});
+                 }),
        "not exactly one signer"},
-      {"empty signer", withSigner(good, [](Fields& signer) { signer.clear(); }),
-       "malformed encoding"},
+      {"empty signer", withField(good, 4, insteadOf(fromHex("3102 3000"))), "malformed encoding"},
       {"unknown digest",
-       withSigner(good,
-                  [&](Fields& signer) {
-                    signer[2] =
-                        withOther(signer[2], "2.16.840.1.101.3.4.2.1", "2.16.840.1.101.3.4.2.9");
-                  }),
+       withSignerField(good, 2,
+                       [&](const std::string& digest) {
+                         return withOther(digest, "2.16.840.1.101.3.4.2.1",
+                                          "2.16.840.1.101.3.4.2.9");
+                       }),
        "unsupported digest 2.16.840.1.101.3.4.2.9"},
       {"no root", messageBy(family, {chain[0], chain[1]}), "Test Root CA"},
   };
   for (const auto& c : cases) {
     EXPECT_THAT(problemWith(c.message), HasSubstr(c.complaint)) << c.name;
   }
+  EXPECT_NE(problemOf(CMS::signDetached({}, family.leaf.identity(), {}, Date(), {{"1.x", {}}})), "")
+      << "a malformed identifier";
 }
 
 }  // namespace
