@@ -3,43 +3,28 @@
 
 namespace {
 
-using foundation::UserDefaults;
-
-TEST(UserDefaults, TakesPairsFromTheCommandLine) {
-  const struct {
-    std::vector<std::string> arguments;
-    const char* key;
-    std::optional<std::string> expected;
-  } cases[] = {
-      {{"sendoff", "K", "S", "-emails", "a,b"}, "emails", "a,b"},
-      {{"-emails", "first", "-emails", "last"}, "emails", "last"},
-      {{"-emails", "kept", "-emails", "-debug", "1"}, "emails", "kept"},
-      {{"-emails", "-debug", "1"}, "debug", "1"},
-      {{"-emails"}, "emails", std::nullopt},
-      {{"-emails", ""}, "emails", ""},
-      {{"--debug", "1"}, "debug", std::nullopt},
-      {{"-", "x"}, "", std::nullopt},
-      {{"emails", "x"}, "emails", std::nullopt},
-  };
-  for (const auto& c : cases) {
-    UserDefaults defaults;
-    defaults.setArguments(c.arguments);
-    EXPECT_EQ(defaults.stringForKey(c.key), c.expected) << testing::PrintToString(c.arguments);
-  }
-}
-
-TEST(UserDefaults, ASuiteIsReadAtEachLookUpAndComesAfterTheArguments) {
+TEST(UserDefaults, TakesPairsFromTheCommandLineAndThenFromASuite) {
   const TemporaryFolder home;
   const ScopedEnvironment environment("HOME", home.path().c_str());
-  UserDefaults defaults;
-  defaults.setArguments({"-both", "argument"});
+  foundation::UserDefaults defaults;
   defaults.addSuiteNamed("some.other.program");
   EXPECT_EQ(defaults.objectForKey("only"), std::nullopt);
-  writePlist(home / "Library/Preferences/some.other.program.plist",
-             {{"both", "suite"}, {"only", 5}});
+  writePlist(home / "Library/Preferences/some.other.program.plist", {{"e", "suite"}, {"only", 5}});
   EXPECT_EQ(defaults.objectForKey("only"), Value(5));
   EXPECT_EQ(defaults.stringForKey("only"), std::nullopt);
-  EXPECT_EQ(defaults.stringForKey("both"), "argument");
+  const std::pair<std::vector<std::string>, std::string> cases[] = {
+      {{"sendoff", "K", "S", "-e", "a,b"}, "a,b"},
+      {{"-e", "first", "-e", "last"}, "last"},
+      {{"-e", "kept", "-e", "-debug", "1"}, "kept"},
+      {{"-d", "-e", "1"}, "1"},
+      {{"-e", ""}, ""},
+      {{"-e"}, "suite"},
+      {{"--e", "1", "-", "x"}, "suite"},
+      {{"e", "x"}, "suite"}};
+  for (const auto& [arguments, expected] : cases) {
+    defaults.setArguments(arguments);
+    EXPECT_EQ(defaults.stringForKey("e"), expected) << testing::PrintToString(arguments);
+  }
 }
 
 }  // namespace

@@ -9,10 +9,8 @@ TEST(Path, TakesApart) {
     const char *path, *last, *parent, *extension, *withoutExtension;
   };
   for (const Case& c : {
-           Case{"/a/b/", "b", "/a", "", "/a/b/"},
            Case{"/a//b//", "b", "/a", "", "/a//b//"},
            Case{"/a", "a", "/", "", "/a"},
-           Case{"a", "a", "", "", "a"},
            Case{"", "", "", "", ""},
            Case{"//", "/", "/", "", "//"},
            Case{"a/b.app/", "b.app", "a", "app", "a/b"},
@@ -29,19 +27,16 @@ TEST(Path, TakesApart) {
   }
 }
 
-TEST(Path, PutsTogetherWithOneSlash) {
-  const char* const cases[][3] = {{"/a//", "//b/", "/a/b"},
-                                  {"", "b", "b"},
-                                  {"", "/b", "/b"},
-                                  {"/", "b/c", "/b/c"},
-                                  {"/a/", "", "/a"}};
+TEST(Path, PutsTogetherWithOneSlashAndKnowsPlainNames) {
+  const char* const cases[][3] = {
+      {"/a//", "//b/", "/a/b"}, {"", "/b", "/b"}, {"/", "b/c", "/b/c"}, {"/a/", "", "/a"}};
   for (const auto& [path, name, both] : cases) EXPECT_EQ(appendingPathComponent(path, name), both);
-}
-
-TEST(Path, KnowsPlainNames) {
   for (const char* name : {"a", ".a", "...", " "}) EXPECT_TRUE(isPlainName(name)) << name;
-  for (const std::string_view name : {"", ".", "..", "a/b", "/"}) EXPECT_FALSE(isPlainName(name));
-  EXPECT_FALSE(isPlainName(std::string_view("a\0b", 3)));
+  for (const std::string_view name :
+       {std::string_view(), std::string_view("."), std::string_view(".."), std::string_view("a/b"),
+        std::string_view("a\0b", 3)}) {
+    EXPECT_FALSE(isPlainName(name)) << name;
+  }
 }
 
 }  // namespace

@@ -20,15 +20,8 @@ class FileEventSourceTest : public testing::Test {
     settle();
     const int before = calls_;
     write();
-    return eventually([&] { return calls_ > before; });
-  }
-  /// True when it causes none.
-  bool isPassedOver(const std::function<void()>& write) {
     settle();
-    const int before = calls_;
-    write();
-    settle();
-    return calls_ == before;
+    return calls_ > before;
   }
   /// Waits for the calls for all writes so far: that for a marker in another folder, watched on the
   /// same queue, comes last.
@@ -59,7 +52,7 @@ TEST_F(FileEventSourceTest, AFolderIsWrittenWhenItsEntriesChangeWhereverItGoes) 
   folder_.write("outside", "x");
   const auto source = watch(folder_ / "link");
   ASSERT_TRUE(source);
-  EXPECT_TRUE(isPassedOver([&] {
+  EXPECT_FALSE(isNoticed([&] {
     fs::rename(folder_ / "watched", moved);
     folder_.write("watched/a", "x");
   }));
@@ -69,7 +62,7 @@ TEST_F(FileEventSourceTest, AFolderIsWrittenWhenItsEntriesChangeWhereverItGoes) 
   EXPECT_TRUE(isNoticed([&] { fs::rename(folder_ / "outside", moved / "in"); }));
   EXPECT_TRUE(isNoticed([&] { fs::rename(moved / "in", folder_ / "outside"); }));
   EXPECT_TRUE(isNoticed([&] { fs::remove(moved / "c"); }));
-  EXPECT_TRUE(isPassedOver([&] {
+  EXPECT_FALSE(isNoticed([&] {
     folder_.write("moved/b/deeper", "x");
     ::chmod(moved.c_str(), 0711);
     ::utime(moved.c_str(), nullptr);
@@ -78,29 +71,21 @@ TEST_F(FileEventSourceTest, AFolderIsWrittenWhenItsEntriesChangeWhereverItGoes) 
   EXPECT_FALSE(watch(folder_ / "missing"));
 }
 
-TEST_F(FileEventSourceTest, AFileIsWrittenWhenItsContentChanges) {
+TEST_F(FileEventSourceTest, AFileIsWrittenWhenItsContentChangesForEachOfItsSources) {
   const fs::path file = folder_.write("file", "x");
   const auto source = watch(file);
+  std::atomic<int> others = 0;
+  auto other = FileEventSource::watchWrites(file, queue_, [&] { ++others; });
   EXPECT_TRUE(isNoticed([&] { std::ofstream(file, std::ios::app) << "more"; }));
-  EXPECT_TRUE(isPassedOver([&] {
+  EXPECT_EQ(others, calls_);
+  other.reset();
+  EXPECT_FALSE(isNoticed([&] {
     ::chmod(file.c_str(), 0600);
     const std::ifstream opened(file);
   }));
+  EXPECT_TRUE(isNoticed([&] { std::ofstream(file, std::ios::app) << "more"; }));
+  EXPECT_LT(others, calls_);
   source->cancel();
-}
-
-TEST_F(FileEventSourceTest, SourcesOnOneFolderDoNotDisturbEachOther) {
-  const auto first = watch(folder_.path());
-  std::atomic<int> others = 0;
-  auto second = FileEventSource::watchWrites(folder_.path(), queue_, [&] { ++others; });
-  EXPECT_TRUE(isNoticed([&] { folder_.write("a", "x"); }));
-  EXPECT_TRUE(eventually([&] { return others > 0; }));
-  second.reset();
-  queue_.sync([] {});
-  const int before = others;
-  EXPECT_TRUE(isNoticed([&] { folder_.write("b", "x"); }));
-  EXPECT_EQ(others, before);
-  first->cancel();
 }
 
 TEST_F(FileEventSourceTest, EventsDuringAHandlerMergeAndHandlersNeverOverlap) {

@@ -11,10 +11,9 @@ std::string temporaryDirectory() {
 }
 
 TEST(UserFolders, TheTemporaryFolderIsTheEnvironmentsMadeAbsolute) {
-  const std::string here = fs::current_path().string() + "/some/where/";
-  const std::pair<const char*, std::string> cases[] = {
-      {"/some/where", "/some/where/"}, {"/some/where/", "/some/where/"}, {"some/where", here}};
-  for (const auto& [given, expected] : cases) {
+  const std::string here = fs::current_path();
+  for (const auto& [given, expected] : {std::pair("/some/where", std::string("/some/where/")),
+                                        {"some/where/", here + "/some/where/"}}) {
     const ScopedEnvironment environment("TMPDIR", given);
     EXPECT_EQ(temporaryDirectory(), expected);
   }
@@ -61,14 +60,13 @@ std::string problemWithSubstitute(const std::string& taken) {
   if (!made.starts_with(taken + "-") || modeOf(made) != 0700U) return made;
   if (temporaryDirectory() != made) return "it is not kept";
   if (!log.ends_with("] " + taken + " belongs to user 0, so " + made.substr(0, made.size() - 1) +
-                     " is used in its place\n") ||
-      std::ranges::count(log, '\n') != 1) {
+                     " is used in its place\n")) {
     return log;
   }
-  fs::create_directories(made + "empty/folder");
   writeFile(made + "full/file", "x");
+  fs::create_directories(made + "empty/folder");
   FileManager::removeSubstituteIfEmpty();
-  if (fs::exists(made + "empty") || !fs::exists(made + "full/file")) return "removed too much";
+  if (pathsBelow(made) != std::vector<std::string>{"full", "full/file"}) return "removed too much";
   fs::remove(made + "full/file");
   FileManager::removeSubstituteIfEmpty();
   return fs::exists(made) ? "left behind" : "";
@@ -99,12 +97,10 @@ TEST(UserFolders, WithoutHomeTheParentsIsTakenIfTheUserIsTheSame) {
 
 TEST(UserFolders, TheTildeIsTheHome) {
   const ScopedEnvironment environment("HOME", "/home/me");
-  EXPECT_EQ(FileManager::homeDirectory(), "/home/me");
-  const char* const cases[][2] = {{"~", "/home/me"},
-                                  {"~/Library", "/home/me/Library"},
-                                  {"~other/x", "~other/x"},
-                                  {"/a/~", "/a/~"}};
-  for (const auto& [path, expanded] : cases) {
+  for (const auto& [path, expanded] : {std::pair("~", "/home/me"),
+                                       {"~/Library", "/home/me/Library"},
+                                       {"~other/x", "~other/x"},
+                                       {"/a/~", "/a/~"}}) {
     EXPECT_EQ(FileManager::expandingTilde(path), expanded);
   }
 }

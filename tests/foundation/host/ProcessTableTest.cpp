@@ -3,15 +3,12 @@
 
 namespace {
 
-TEST(ProcessRecord, NamesAProcessAndItsParent) {
+TEST(ProcessRecord, NamesAProcessAndItsParentAndIsEmptyForOneThatIsGone) {
   const auto own = foundation::processRecord(::getpid());
   ASSERT_TRUE(own);
   EXPECT_EQ(own->processIdentifier, ::getpid());
   EXPECT_EQ(own->parentProcessIdentifier, ::getppid());
   EXPECT_EQ(own->commandName, "foundation_host");
-}
-
-TEST(ProcessRecord, AProcessThatIsGoneHasAnEmptyRecord) {
   const pid_t child = ::fork();
   if (child == 0) ::_exit(0);
   ::waitpid(child, nullptr, 0);
