@@ -39,6 +39,8 @@ std::string setOf(std::vector<std::string> elements) {
 }
 
 std::string objectIdentifier(std::string_view dotted) {
+  // OpenSSL reads "1..2" as "1.0.2" and "1.2." as "1.2".
+  if (dotted.find("..") != std::string_view::npos || dotted.ends_with('.')) return {};
   const OpenSSLErrorScope errors;
   const ASN1ObjectHandle object(OBJ_txt2obj(std::string(dotted).c_str(), 1));
   return object ? encoded(object.get(), i2d_ASN1_OBJECT) : std::string();

@@ -32,7 +32,7 @@ TEST(DER, ObjectIdentifiersHaveTwoForms) {
     const std::string whole = objectIdentifier(dotted);
     EXPECT_EQ(DER::dotted(single(bytesOf(whole), kObjectIdentifier)->content), dotted);
   }
-  for (const char* dotted : {"", "1", "1.", "1.x", "3.1", "1.40"}) {
+  for (const char* dotted : {"", "1", "1.", "1.x", "3.1", "1.40", "1..2", "1.2."}) {
     EXPECT_EQ(objectIdentifier(dotted), "") << dotted;
   }
   for (const char* content : {"", "80", "2a80"}) {
