@@ -104,7 +104,7 @@ def run_test(test, awake, limit, reached):
             status = "time"
     seconds = time.monotonic() - began
     end_all_others()
-    found = [i for i, byte in enumerate(reached) if byte]
+    found = [i for i, byte in enumerate(reached[:]) if byte]
     with open("/tmp/output", "rb") as output:
         text = output.read().decode(errors="replace")
     empty("/tmp")
