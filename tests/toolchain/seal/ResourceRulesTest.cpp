@@ -7,7 +7,6 @@
 
 namespace {
 
-using toolchain::BundleShape;
 using toolchain::ResourceRule;
 using toolchain::RuleMatcher;
 
@@ -25,22 +24,6 @@ std::size_t compareWithSystem(const std::string& pattern, const std::vector<std:
     EXPECT_EQ(matcher->match(path) != nullptr, matches) << pattern << " on " << path;
   }
   return paths.size();
-}
-
-TEST(ResourceRulesTest, TheUsualOnesMatchAsRegularExpressionsDo) {
-  std::vector<std::string> paths = foundation::split(
-      "a Info.plist InfoXplist sub/Info.plist version.plist versionXplist enXlproj/a .lproj/a "
-      "en.lproj en.lproj/x/locversion.plist sub/Base.lproj/a .DS_Store a/.DS_Store a.DS_Store "
-      "X.dSYM a/X.dSYM/b X.dSYMS Frameworks/a Library/Automator/x Library/x "
-      "Resources/en.lproj/a Resources/Base.lproj/x PkgInfo embedded.provisionprofile",
-      ' ');
-  paths.insert(paths.end(), {"line\nfeed.lproj/a", "\xff.lproj/a"});
-  for (const BundleShape shape : {BundleShape::flat, BundleShape::withResources}) {
-    const auto rules = toolchain::defaultResourceRules(shape);
-    for (const auto* list : {&rules.rules, &rules.rules2}) {
-      for (const ResourceRule& rule : *list) EXPECT_GT(compareWithSystem(rule.pattern, paths), 0U);
-    }
-  }
 }
 
 /// The same numbers in every run.

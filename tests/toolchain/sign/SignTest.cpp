@@ -1,8 +1,10 @@
 // Signing, apart from what whole runs of codesign show.
 #include "tests/support/AppFixture.h"
-#include "tests/toolchain/support/CodeFixture.h"
+#include "tests/support/MachOFixture.h"
+#include "tests/support/Test.h"
 #include "toolchain/display/SignatureReport.h"
 #include "toolchain/sign/Signing.h"
+#include "toolchain/sign/private/SignatureBuilder.h"
 #include "toolchain/verify/Verification.h"
 
 namespace {
@@ -10,10 +12,10 @@ namespace {
 /// Whoever may write to the tree puts a link into it once the bundles have been found.
 TEST(SignTest, ALinkThatIsPutIntoTheTreeIsNotFollowed) {
   const TemporaryFolder folder;
-  const fs::path app = writeBundle(folder / "X.app", "com.example.x");
-  writeBundle(app / "PlugIns/E.appex", "com.example.e");
+  const fs::path app = makeApp(folder.path());
   const fs::path victim = folder / "victim";
-  writeBundle(victim / "E.appex", "com.example.e");
+  copyTree(app, victim / "E.appex");
+  copyTree(victim, app / "PlugIns");
   const auto before = snapshot(victim);
   toolchain::SignOptions options{.code = app, .identity = "-"};
   options.note = [&](const std::string&) {
@@ -40,16 +42,31 @@ TEST(SignTest, IdentitiesOfEveryKindSign) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     const TemporaryFolder folder;
-    const fs::path file = folder.write("code", executableCode());
-    EXPECT_EQ(
-        problemOf(toolchain::sign({.code = file,
-                                   .identity = row.family.leaf.sha1(),
-                                   .keychain = writeKeychain(folder / "keychain", row.family)})),
-        "");
+    const fs::path file = folder / "code";
+    linkImage(file);
+    const toolchain::SignOptions options{
+        .code = file,
+        .identity = row.family.leaf.sha1(),
+        .keychain = writeKeychain(folder / "keychain", row.family)};
+    EXPECT_EQ(problemOf(toolchain::sign(options)), "");
     EXPECT_EQ(toolchain::verify({.code = file}).status, row.status);
     EXPECT_THAT(*toolchain::requirementsReport(file),
                 ElementsAre(HasSubstr(row.status == 3 ? "anchor apple generic and certificate leaf"
                                                       : "and certificate leaf = H")));
+  }
+}
+
+/// What no linker at hand can make; the rows of codesign have the systems that it knows.
+TEST(SignTest, OnlyOldSystemsGetSHA1) {
+  constexpr std::uint32_t kVisionOS = 11;
+  const auto builtFor = [](std::uint32_t platform) {
+    return machO({command(macho::LC_BUILD_VERSION, {platform, 0xa0300, 0xa0300, 0})});
+  };
+  for (const auto& [bytes, count] : {std::pair{machO({}), 1U}, std::pair{builtFor(kVisionOS), 1U},
+                                     std::pair{builtFor(macho::PLATFORM_IOS), 2U}}) {
+    const auto parsed = toolchain::MachOFile::parse(bytesOf(bytes));
+    ASSERT_TRUE(parsed) << problemOf(parsed);
+    EXPECT_EQ(toolchain::hashTypesFor(*parsed).size(), count);
   }
 }
 

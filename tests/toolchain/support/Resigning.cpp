@@ -51,9 +51,9 @@ Data messageOf(const SignatureParts& parts, const std::vector<Blob>& directories
                const Family& family) {
   if (parts.message) return Data(*parts.message);
   if (!parts.withAttributes) return makeBareSignature(textOf(directories[0]), family);
-  return *foundation::CMS::signDetached(
-      directories[0], family.leaf.identity(), parts.certificates,
-      std::chrono::sys_days{std::chrono::year{2026} / 3 / 9}, hashLists(parts, directories));
+  return *foundation::CMS::signDetached(directories[0], family.leaf.identity(), parts.certificates,
+                                        std::chrono::sys_days{std::chrono::year{2026} / 3 / 9},
+                                        hashLists(parts, directories));
 }
 
 }  // namespace

@@ -40,8 +40,8 @@ struct SignatureParts {
   bool withWrapper = true;
 };
 
-SignatureParts takeApart(const std::filesystem::path& executable, std::size_t slice = 0);
+SignatureParts takeApart(const std::filesystem::path& executable, std::size_t slice);
 void putTogether(const std::filesystem::path& executable, const SignatureParts& parts,
-                 const Family& family, std::size_t slice = 0);
+                 const Family& family, std::size_t slice);
 
 }  // namespace test

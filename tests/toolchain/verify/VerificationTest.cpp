@@ -1,5 +1,6 @@
 #include "tests/support/AppFixture.h"
-#include "tests/toolchain/support/CodeFixture.h"
+#include "tests/support/MachOFixture.h"
+#include "tests/support/Test.h"
 #include "tests/toolchain/support/Resigning.h"
 #include "toolchain/common/SignatureFault.h"
 #include "toolchain/image/MachOFile.h"
@@ -19,13 +20,14 @@ using Fields = toolchain::CodeDirectoryFields;
 using Parts = SignatureParts;
 using Change = std::function<void(Parts&)>;
 
-/// An app of armv7 and arm64 with both digests, entitlements, a framework and a loose library.
+/// An app of armv7 and arm64 with both digests, entitlements and a loose library.
 const fs::path& signedApp() {
   static const TemporaryFolder folder;
   static const fs::path app = [] {
     const fs::path built = makeApp(folder.path());
-    writeFile(built / "Frameworks/libf.dylib", libraryCode());
-    writeBundle(built / "Frameworks/F.framework", "com.example.F", libraryCode());
+    fs::create_directory(built / "Frameworks");
+    linkImage(folder / "library", "arm64", {"-dylib"});
+    fs::rename(folder / "library", built / "Frameworks/libf.dylib");
     const toolchain::SignOptions options{
         .code = built,
         .identity = signingFamily().leaf.sha1(),
@@ -53,16 +55,19 @@ class VerificationTest : public testing::Test {
     EXPECT_EQ(verdict.statements[0], app_.string() + ": " + std::string(toolchain::reason(fault)));
     EXPECT_THAT(verdict.statements.back(), HasSubstr(cause));
   }
-  void resign(const Parts& parts, std::size_t slice = 0,
-              const Family& family = signingFamily()) const {
-    putTogether(executable_, parts, family, slice);
+  /// Of both slices, or of the first one.
+  void resign(const Change& change, std::size_t slices = 2) const {
+    for (std::size_t i = 0; i < slices; ++i) {
+      auto parts = takeApart(executable_, i);
+      change(parts);
+      putTogether(executable_, parts, signingFamily(), i);
+    }
   }
 
   const TemporaryFolder folder_;
   const fs::path app_ = folder_ / "Example.app";
   const fs::path executable_ = app_ / "Example";
   const fs::path library_ = app_ / "Frameworks/libf.dylib";
-  const fs::path framework_ = app_ / "Frameworks/F.framework";
 };
 
 std::string blob(std::uint32_t magic, std::string_view payload) {
@@ -187,9 +192,7 @@ TEST_F(VerificationTest, WrongSignaturesAreRefused) {
        }) {
     SCOPED_TRACE(row.cause);
     restore();
-    auto parts = takeApart(executable_);
-    row.change(parts);
-    resign(parts);
+    resign(row.change, 1);
     expectRefusal(row.cause, row.fault);
   }
 }
@@ -204,21 +207,21 @@ TEST_F(VerificationTest, SlicesOfDifferentOriginAreRefused) {
   each([](Fields& fields) { fields.flags |= toolchain::codeflag::kAdHoc; })(second);
   second.blobs.erase(2);
   second.message = "";
-  resign(second, 1);
+  putTogether(executable_, second, signingFamily(), 1);
   expectRefusal("and none, being signed ad hoc");
 
   second = good;
   second.blobs.erase(2);
   second.certificates = stranger.chain();
-  resign(second, 1, stranger);
+  putTogether(executable_, second, stranger, 1);
   expectRefusal("the slices have signers");
 
   second = good;
   each([](Fields& fields) { fields.execSegmentFlags = 1; })(second);
   withoutEntitlements(second);
-  resign(second, 1);
+  putTogether(executable_, second, signingFamily(), 1);
   setRequirement(first, {.operation = Operation::entitlement, .key = "get-task-allow"});
-  resign(first, 0);
+  putTogether(executable_, first, signingFamily(), 0);
   expectRefusal("does not meet the designated requirement of the first one");
 }
 
@@ -239,11 +242,7 @@ TEST_F(VerificationTest, OtherMakersSignaturesAreAccepted) {
     std::ranges::reverse(parts.files);
   };
   for (const Change& change : {Change(strongerFirst), Change(older)}) {
-    for (const std::size_t index : {0U, 1U}) {
-      auto parts = takeApart(executable_, index);
-      change(parts);
-      resign(parts, index);
-    }
+    resign(change);
     EXPECT_EQ(verify().status, 0) << testing::PrintToString(verify().statements);
   }
 }
@@ -254,7 +253,7 @@ TEST_F(VerificationTest, CodeOfTheVendorIsAccepted) {
   const auto vendor =
       makeFamily({.commonName = "Software Signing", .organizationalUnit = "Apple Software"});
   for (const bool isOld : {false, true}) {
-    auto parts = takeApart(library_);
+    auto parts = takeApart(library_, 0);
     parts.directories.resize(1);
     parts.files.assign(1, {});
     parts.directories[0].teamIdentifier = "59GAB85EFG";
@@ -262,7 +261,7 @@ TEST_F(VerificationTest, CodeOfTheVendorIsAccepted) {
     parts.withAttributes = !isOld;
     parts.certificates = vendor.chain();
     setRequirement(parts, toolchain::defaultRequirement("libf", parts.certificates));
-    putTogether(library_, parts, vendor);
+    putTogether(library_, parts, vendor, 0);
     EXPECT_EQ(toolchain::verify({.code = library_}).status, 0) << isOld;
   }
 }
@@ -274,15 +273,15 @@ TEST_F(VerificationTest, SegmentsThatOverlapAreRefused) {
   const auto slice = toolchain::MachOFile::parse(bytesOf(file))->slices().at(0);
   const auto at = slice.file.offset + slice.segments.front().commandOffset + kSizeInFile;
   writeFile(executable_, poked(file, at, 1));
-  resign(takeApart(executable_));
+  resign([](Parts&) {}, 1);
   expectRefusal("Cause: segment __TEXT at 0 begins before the end of __PAGEZERO at 1",
                 Fault::strictValidation);
 }
 
 TEST_F(VerificationTest, AnUnmetRequirementHasAStatusOfItsOwn) {
-  auto parts = takeApart(executable_, 1);
-  setRequirement(parts, {.operation = Operation::identifier, .data = "com.example.other"});
-  resign(parts, 1);
+  resign([](Parts& parts) {
+    setRequirement(parts, {.operation = Operation::identifier, .data = "com.example.other"});
+  });
   EXPECT_EQ(verify().status, 3);
   EXPECT_THAT(verify().statements,
               ElementsAre(app_.string() + ": does not satisfy its designated Requirement"));
@@ -290,30 +289,27 @@ TEST_F(VerificationTest, AnUnmetRequirementHasAStatusOfItsOwn) {
 
 /// Both slices deny that there is a seal, or have one that covers nothing.
 TEST_F(VerificationTest, ResourcesNeedASeal) {
-  const auto sealWith = [](const fs::path& executable, std::size_t slices,
-                           const std::optional<std::string>& seal) {
-    for (std::size_t i = 0; i < slices; ++i) {
-      auto parts = takeApart(executable, i);
-      withoutHashOfFile(3)(parts);
-      for (std::size_t d = 0; seal && d < parts.directories.size(); ++d) {
-        parts.files[d][3] = toolchain::hashOf(bytesOf(*seal), parts.directories[d].hashType);
-      }
-      putTogether(executable, parts, signingFamily(), i);
-    }
-  };
   fs::remove_all(app_ / "_CodeSignature");
-  sealWith(executable_, 2, std::nullopt);
+  resign(withoutHashOfFile(3));
   expectRefusal("", Fault::sealedResource);
   EXPECT_THAT(verify().files, Contains(EndsWith("/embedded.mobileprovision")));
 
   const std::string empty = "<plist><dict/></plist>";
   writeFile(app_ / "_CodeSignature/CodeResources", empty);
-  sealWith(executable_, 2, empty);
+  resign([&](Parts& parts) {
+    for (std::size_t i = 0; i < parts.directories.size(); ++i) {
+      parts.files[i][3] = toolchain::hashOf(bytesOf(empty), parts.directories[i].hashType);
+    }
+  });
   expectRefusal("Cause: CodeResources has no rules", Fault::invalidResourceDirectory);
 
-  fs::remove_all(framework_ / "_CodeSignature");
-  sealWith(framework_ / "F", 1, std::nullopt);
-  EXPECT_EQ(toolchain::verify({.code = framework_}).status, 0) << "nothing needs a seal there";
+  const fs::path bare = folder_ / "Bare.app";
+  fs::create_directory(bare);
+  for (const char* const name : {"Info.plist", "Example"}) fs::copy(app_ / name, bare / name);
+  fs::remove_all(app_);
+  fs::rename(bare, app_);
+  resign(withoutHashOfFile(3));
+  EXPECT_EQ(verify().status, 0) << "nothing needs a seal there";
 }
 
 /// One bit of every byte of a loose file's signature but those of the CMS, of what the CMS signs,
