@@ -15,12 +15,12 @@ std::string itemsIn(const fs::path& folder) {
   });
   return foundation::joined(paths, " ");
 }
-/// Makes such items; a "@" after a path makes it a link to /tmp.
+/// Makes such items; a "@" after a path makes it a link to nowhere.
 void makeItems(const fs::path& folder, const std::string& paths) {
   for (const std::string& path : foundation::split(paths, ' ')) {
     fs::create_directories((folder / path).parent_path());
     if (path.ends_with('@')) {
-      fs::create_symlink("/tmp", folder / path.substr(0, path.size() - 1));
+      fs::create_symlink("nowhere", folder / path.substr(0, path.size() - 1));
     } else if (!path.empty()) {
       writeFile(folder / path, "");
     }
@@ -86,14 +86,11 @@ TEST(Inflate, LinksInItsWayAreLeftAloneAndRefused) {
     SCOPED_TRACE(name);
     const TemporaryFolder parent;
     const fs::path link = parent / "A" / name;
-    fs::create_directory(parent / "outside");
-    fs::create_directories(link.parent_path());
-    fs::create_directory_symlink(parent / "outside", link);
+    makeItems(parent / "A", name + std::string("@"));
     const auto inflation = inflateArchive(folder / archive, {.parent = (parent / "").string()});
     EXPECT_EQ(problemOf(inflation),
               isRefused ? "cannot unpack over " + link.string() + ": it is a link" : "");
     EXPECT_TRUE(fs::is_symlink(link));
-    EXPECT_TRUE(fs::is_empty(parent / "outside"));
   }
 }
 

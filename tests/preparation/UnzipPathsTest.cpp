@@ -44,8 +44,9 @@ TEST(UnzipPaths, AreWhereTheRealUnzipPutsEntries) {
     for (const char* const locale : {"C", "C.UTF-8"}) {
       SCOPED_TRACE(std::string(c.name) + " " + c.unicode + " in " + locale);
       const TemporaryFolder folder;
-      runCommand({"env", std::string("LC_ALL=") + locale, "unzip", "-qo",
-                  folder.write("a.zip", bytes), "-d", folder / "out"});
+      // Its warnings make it end with 1.
+      outputOf({"sh", "-c", "LC_ALL=$1 unzip -qo \"$2\" -d \"$3\" || [ $? = 1 ]", "sh", locale,
+                folder.write("a.zip", bytes), folder / "out"});
       const auto unpacked = pathsBelow(folder / "out");
       ASSERT_GE(unpacked.size(), 3U);
       for (const std::string& path : unpacked) EXPECT_TRUE(paths.reach(path)) << path;

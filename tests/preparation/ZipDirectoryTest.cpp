@@ -13,21 +13,18 @@ ZipDirectory readWhole(const std::string& bytes) {
 
 TEST(ZipDirectory, ReadsWhatZipHasWritten) {
   const TemporaryFolder folder;
-  const std::string bytes =
-      contentsOf(pack(folder / "a.zip", {{"Payload/A.app/x", std::string(5000, 'x')}, {"y", ""}}));
+  const std::string bytes = contentsOf(pack(folder / "a.zip", {{"a/x", std::string(5000, 'x')}}));
   const auto directory = readWhole(bytes);
-  std::vector<std::string> names;
+  ASSERT_THAT(directory.entries(), SizeIs(2));
   for (const auto& entry : directory.entries()) {
-    names.emplace_back(entry.name);
-    EXPECT_EQ(entry.unixMode.value() & 0170000U, entry.name.ends_with('/') ? 0040000U : 0100000U);
+    const bool isFolder = entry.name == "a/";
+    EXPECT_TRUE(isFolder || entry.name == "a/x") << entry.name;
+    EXPECT_EQ(entry.unixMode.value() & 0170000U, isFolder ? 0040000U : 0100000U);
     EXPECT_EQ(bytes.substr(entry.headerOffset, 4), "PK\3\4");
-    if (entry.name != "Payload/A.app/x") continue;
-    EXPECT_EQ(entry.uncompressedSize, 5000U);
+    EXPECT_EQ(entry.uncompressedSize, isFolder ? 0U : 5000U);
     EXPECT_LT(entry.compressedSize, 100U);
-    EXPECT_EQ(entry.method, 8);
+    EXPECT_EQ(entry.method, isFolder ? 0 : 8);
   }
-  EXPECT_THAT(names, UnorderedElementsAre("Payload/", "Payload/A.app/", "Payload/A.app/x", "y"));
-  EXPECT_EQ(directory.uncompressedSize(), 5000U);
 }
 
 TEST(ZipDirectory, ReadsLargeNumbersAndUnicodePaths) {
@@ -95,7 +92,6 @@ TEST(ZipDirectory, RefusesDamagedArchives) {
   const std::tuple<const char*, std::string, std::string> cases[] = {
       {"nothing", "", "archive of 0 bytes: no end record"},
       {"no end record", std::string(70000, 'x'), "archive of 70000 bytes: no end record"},
-      {"truncated", whole.substr(0, 100), "archive of 100 bytes: no end record"},
       {"trailing bytes", whole + "x", "end record at 79: comment of 0 bytes, 1 follow"},
       {"comment too long", one.withEnd(20, 5, 2), "end record at 79: comment of 5 bytes, 0 follow"},
       {"a later disk", one.withEnd(4, 1, 2), "end record at 79: " + several},

@@ -46,9 +46,12 @@ std::size_t entriesOf(const char* folder) {
   return static_cast<std::size_t>(std::distance(Entries(folder), Entries()));
 }
 
-/// What a forked child wrote to the descriptor that it was given, and how it ended. The parent's
-/// remaining tests never run in it.
-CommandResult resultOfChild(const std::function<void(int output)>& work) {
+struct ChildResult {
+  int status = -1;
+  std::string output;
+};
+/// Of a forked child, which writes to the descriptor. The parent's remaining tests never run in it.
+ChildResult resultOfChild(const std::function<void(int output)>& work) {
   auto [reading, writing] = makePipe();
   const pid_t child = ::fork();
   if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
@@ -63,28 +66,26 @@ CommandResult resultOfChild(const std::function<void(int output)>& work) {
 
 }  // namespace
 
-CommandResult runCommand(const std::vector<std::string>& arguments) {
+std::string outputOf(const std::vector<std::string>& arguments) {
   std::vector<char*> argv;
-  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  std::string line;
+  for (const std::string& argument : arguments) {
+    argv.push_back(const_cast<char*>(argument.c_str()));
+    line += argument + " ";
+  }
   argv.push_back(nullptr);
-  return resultOfChild([&argv](int output) {
+  ChildResult result = resultOfChild([&argv](int output) {
     ::dup2(output, STDOUT_FILENO);
     ::dup2(output, STDERR_FILENO);
     ::execvp(argv[0], argv.data());
   });
-}
-
-std::string outputOf(const std::vector<std::string>& arguments) {
-  CommandResult result = runCommand(arguments);
   if (result.status == 0) return std::move(result.output);
-  std::string line;
-  for (const std::string& argument : arguments) line += argument + " ";
   throw std::runtime_error(line + "ended with " + std::to_string(result.status) + ": " +
                            result.output);
 }
 
 std::string inChildProcess(const std::function<std::string()>& work) {
-  const CommandResult result = resultOfChild([&work](int output) {
+  const ChildResult result = resultOfChild([&work](int output) {
     std::string text;
     try {
       text = work();

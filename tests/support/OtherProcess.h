@@ -9,13 +9,7 @@
 
 namespace test {
 
-/// How a program ended.
-struct CommandResult {
-  int status = -1;     ///< exit status, or 128 plus the number of the fatal signal
-  std::string output;  ///< standard output and standard error
-};
-CommandResult runCommand(const std::vector<std::string>& arguments);
-/// The output of a command; throws with that output unless it succeeds.
+/// Standard output and standard error of a command; throws with them unless it succeeds.
 std::string outputOf(const std::vector<std::string>& arguments);
 
 /// Runs `work` in a forked child and returns its text, or "child ended with status N". Expectations
