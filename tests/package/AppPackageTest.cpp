@@ -4,42 +4,36 @@
 
 namespace {
 
-class AppPackageTest : public testing::Test {
- protected:
-  void SetUp() override { fs::create_directory(folder_ / "X.app"); }
-  fs::path writeProfile(const fs::path& path, const std::string& name) const {
-    const auto dictionary = ProfileOptions{.name = name}.dictionary();
-    return folder_.write(path, makeProvisioningProfile(dictionary, makeRoot()).text());
-  }
-  std::optional<std::string> profileName() const {
-    return foundation::stringAt((*app_.profile())->contents, "Name");
-  }
-
-  const TemporaryFolder folder_;
-  const package::AppPackage app_{folder_ / "X.app"};
-};
-
-TEST_F(AppPackageTest, FindsItsParts) {
-  EXPECT_FALSE(app_.infoDictionary());
-  const auto none = app_.profile();
-  EXPECT_TRUE(none && !*none);
-  const Dictionary info{{"CFBundleExecutable", "program"}};
-  writePlist(folder_ / "X.app/Info.plist", info);
-  EXPECT_EQ(app_.infoDictionary(), info);
-  writeProfile("X.app/embedded.provisionprofile", "mac");
-  EXPECT_EQ(profileName(), "mac");
-  writeProfile("X.app/embedded.mobileprovision", "mobile");
-  EXPECT_EQ(profileName(), "mobile");
-  const std::string noise = folder_.write("X.app/embedded.mobileprovision", "noise");
-  EXPECT_EQ(problemOf(app_.profile()), noise + ": no property list in the profile");
+std::string profileNamed(const std::string& name) {
+  const auto dictionary = ProfileOptions{.name = name}.dictionary();
+  return std::string(makeProvisioningProfile(dictionary, makeRoot()).text());
 }
 
-TEST_F(AppPackageTest, LinksOutOfItAreNotFollowed) {
-  fs::create_symlink(writePlist(folder_ / "other.plist", {{"a", 1}}), folder_ / "X.app/Info.plist");
-  fs::create_symlink(writeProfile("other", "other"), folder_ / "X.app/embedded.mobileprovision");
-  EXPECT_THAT(logOf([&] { EXPECT_FALSE(app_.infoDictionary()); }),
-              HasSubstr("Info.plist leads out of " + app_.path() + " and is not used"));
-  EXPECT_THAT(problemOf(app_.profile()), HasSubstr("leads out of the bundle"));
+TEST(AppPackage, FindsItsParts) {
+  const TemporaryFolder folder;
+  const package::AppPackage app(folder.path());
+  EXPECT_FALSE(app.infoDictionary());
+  const auto none = app.profile();
+  EXPECT_TRUE(none && !*none);
+  writePlist(folder / "Info.plist", {{"a", 1}});
+  EXPECT_EQ(app.infoDictionary(), (Dictionary{{"a", 1}}));
+  for (const char* const name : {"embedded.provisionprofile", "embedded.mobileprovision"}) {
+    folder.write(name, profileNamed(name));
+    EXPECT_EQ(foundation::stringAt((*app.profile())->contents, "Name"), name);
+  }
+  const std::string noise = folder.write("embedded.mobileprovision", "noise");
+  EXPECT_EQ(problemOf(app.profile()), noise + ": no property list in the profile");
+}
+
+TEST(AppPackage, LinksOutOfItAreNotFollowed) {
+  const TemporaryFolder folder;
+  const package::AppPackage app(folder / "X.app");
+  fs::create_directory(folder / "X.app");
+  fs::create_symlink(writePlist(folder / "other.plist", {{"a", 1}}), folder / "X.app/Info.plist");
+  fs::create_symlink(folder.write("other", profileNamed("other")), app.profilePath());
+  EXPECT_THAT(logOf([&] { EXPECT_FALSE(app.infoDictionary()); }),
+              HasSubstr("Info.plist leads out of " + app.path() + " and is not used"));
+  EXPECT_THAT(problemOf(app.profile()), HasSubstr("leads out of the bundle"));
 }
 
 }  // namespace

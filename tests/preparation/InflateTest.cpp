@@ -1,7 +1,7 @@
 #include "preparation/Inflation.h"
 #include "preparation/QVTFileSystemUtils.h"
 #include "preparation/TemporaryItems.h"
-#include "tests/preparation/TemporaryDirectory.h"
+#include "tests/support/Test.h"
 
 namespace {
 
@@ -34,41 +34,34 @@ TEST(Inflate, OnlyAppsOfTheArchiveAreTaken) {
   pack(folder / "empty.ipa", {{"Other/new", ""}});
   // The directory's reader refuses it, and `unzip` does not.
   folder.write("trailing.ipa", contentsOf(folder / "Example.ipa") + "x");
-  const struct {
-    const char* name;
-    const char* archive;
-    const char* before;
-    const char* after;
-    const char* apps;
-    const char* otherApps;
-  } cases[] = {
+  // What is there before and after; the archive's apps and, after a bar, others.
+  const std::tuple<const char*, fs::path, const char*, const char*, std::string> cases[] = {
       {"others' apps, files and links", "Example.ipa",
        "Other/old Payload/Aaa.app/old Payload/Old.app@ Payload/Zzz.app/link@ elsewhere@",
        "Other/new Other/old Payload/Aaa.app/old Payload/Example.app/new Payload/Old.app "
        "Payload/Zzz.app/link elsewhere",
-       "Example.app", "Aaa.app Old.app Zzz.app"},
+       "Example.app|Aaa.app Old.app Zzz.app"},
       {"leftovers of its own app", "Example.ipa",
        "Payload/Example.app/evil.dylib Payload/Example.app/link@",
-       "Other/new Payload/Example.app/new", "Example.app", ""},
+       "Other/new Payload/Example.app/new", "Example.app|"},
       {"an archive without apps", "empty.ipa", "Payload/Example.app/old",
-       "Other/new Payload/Example.app/old", "", "Example.app"},
+       "Other/new Payload/Example.app/old", "|Example.app"},
       {"a directory that cannot be read", "trailing.ipa", "Payload/Example.app/old",
-       "Other/new Payload/Example.app/new Payload/Example.app/old", "", "Example.app"},
+       "Other/new Payload/Example.app/new Payload/Example.app/old", "|Example.app"},
       {"the same into a new folder", "trailing.ipa", "", "Other/new Payload/Example.app/new",
-       "Example.app", ""},
+       "Example.app|"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, archive, before, after, apps] : cases) {
+    SCOPED_TRACE(name);
     const TemporaryFolder parent;
-    const fs::path target = parent / fs::path(c.archive).stem();
-    makeItems(target, c.before);
-    const auto inflation = inflateArchive(folder / c.archive, {.parent = (parent / "").string()});
+    makeItems(parent / archive.stem(), before);
+    const auto inflation = inflateArchive(folder / archive, {.parent = (parent / "").string()});
     ASSERT_TRUE(inflation) << inflation.error().description();
-    EXPECT_EQ(itemsIn(target), c.after);
-    EXPECT_EQ(foundation::joined(inflation->apps, " "), c.apps);
+    EXPECT_EQ(itemsIn(parent / archive.stem()), after);
     auto others = inflation->otherApps;
     std::ranges::sort(others);
-    EXPECT_EQ(foundation::joined(others, " "), c.otherApps);
+    EXPECT_EQ(foundation::joined(inflation->apps, " ") + "|" + foundation::joined(others, " "),
+              apps);
   }
 }
 
@@ -111,7 +104,8 @@ TEST(Inflate, WhatIsTooLargeIsRefusedAndRemoved) {
       {"on disk", lying, {.most = 400'000}, false}};
   for (const auto& [name, archive, limits, isAllowed] : cases) {
     SCOPED_TRACE(name);
-    const TemporaryDirectory temporary;
+    const TemporaryFolder temporary;
+    const ScopedEnvironment variable("TMPDIR", temporary.path().c_str());
     const std::string problem = problemOf(inflateArchive(archive, {.limits = limits}));
     EXPECT_EQ(problem.empty(), isAllowed);
     EXPECT_THAT(problem, EndsWith(isAllowed ? "" : "bytes hold 500000, more than is allowed"));
@@ -121,7 +115,8 @@ TEST(Inflate, WhatIsTooLargeIsRefusedAndRemoved) {
 }
 
 TEST(Inflate, WhatCannotBeUnpackedIsToldBeforeAnyUnzip) {
-  const TemporaryDirectory temporary;
+  const TemporaryFolder temporary;
+  const ScopedEnvironment variable("TMPDIR", temporary.path().c_str());
   const TemporaryFolder folder;
   const auto packed = [&](const char* name) { return pack(folder / name, {{"which", "other"}}); };
   // `unzip` would take a neighbour with the extension, and wait for a pipe's writer.
