@@ -1,20 +1,22 @@
 #include "tests/support/Test.h"
 #include "toolchain/signature/EmbeddedSignature.h"
+#include "toolchain/signature/Entitlements.h"
 
 namespace {
 
 using namespace toolchain;
 
-/// A superblob of CodeDirectories: slot and hash type.
-std::vector<std::byte> signatureOf(const std::vector<std::pair<std::uint32_t, HashType>>& slots) {
-  std::vector<std::vector<std::byte>> blobs;
-  for (const auto& [slot, type] : slots) {
+/// A superblob of CodeDirectories of these types and of further blobs.
+std::vector<std::byte> signatureOf(
+    const std::vector<std::pair<std::uint32_t, HashType>>& directories,
+    std::map<std::uint32_t, std::vector<std::byte>> blobs = {}) {
+  for (const auto& [slot, type] : directories) {
     CodeDirectoryFields fields;
     fields.hashType = type;
-    blobs.push_back(makeCodeDirectory(fields, {}, {}));
+    blobs[slot] = makeCodeDirectory(fields, {}, {});
   }
   std::vector<BlobEntry> entries;
-  for (std::size_t i = 0; i < slots.size(); ++i) entries.push_back({slots[i].first, blobs[i]});
+  for (const auto& [slot, blob] : blobs) entries.push_back({slot, blob});
   return makeSuperBlob(magic::kEmbeddedSignature, entries);
 }
 
@@ -32,6 +34,13 @@ TEST(EmbeddedSignatureTest, HasAPrimaryDirectoryAndOneOfEachType) {
             "the signature has no CodeDirectory");
   EXPECT_EQ(problemOf(EmbeddedSignature::parse(signatureOf({{0, sha256}, {0x1004, sha256}}))),
             "slot 0x1004: a second CodeDirectory of type sha256");
+}
+
+TEST(EmbeddedSignatureTest, EntitlementsMayBeThereInDERFormAlone) {
+  const Dictionary entitlements = {{"beta-reports-active", true}};
+  const auto blob = entitlementsDERBlob(*makeEntitlements(entitlements));
+  const auto whole = signatureOf({{0, HashType::sha256}}, {{slot::kEntitlementsDER, blob}});
+  EXPECT_EQ(*EmbeddedSignature::parse(whole)->entitlementsText(), plist(entitlements));
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include "tests/support/AppFixture.h"
 #include "tests/support/MachOFixture.h"
 #include "tests/support/Test.h"
-#include "tests/toolchain/support/Resigning.h"
+#include "tests/toolchain/verify/Resigning.h"
 #include "toolchain/common/SignatureFault.h"
 #include "toolchain/image/MachOFile.h"
 #include "toolchain/sign/Signing.h"

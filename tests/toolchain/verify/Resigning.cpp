@@ -1,4 +1,4 @@
-#include "tests/toolchain/support/Resigning.h"
+#include "tests/toolchain/verify/Resigning.h"
 
 #include "foundation/crypto/DER.h"
 #include "tests/support/Test.h"
