@@ -285,13 +285,11 @@ TEST(RequirementTest, CostIsBounded) {
 }
 
 TEST(RequirementTest, TheVendorsRootsAreKnownByTheirDigests) {
-  for (const char* digits : {"b0b1730ecbc7ff4505142c49f1295e6eda6bcaed7e2c68c5be91b5a11001f024",
-                             "c2b9b042dd57830e7d117dac55ac8ae19407d38e41d88f3215bc3a890444a050",
-                             "63343abfb89a6a03ebb57e9b3f5fa7be7c4f5c756f3017b3a8c488c3653e9179"}) {
-    auto digest = *foundation::readAt<foundation::SHA256Digest>(bytesOf(fromHex(digits)), 0);
-    EXPECT_TRUE(toolchain::isAppleRoot(digest)) << digits;
-    digest.back() ^= std::byte{1};
-    EXPECT_FALSE(toolchain::isAppleRoot(digest)) << digits;
+  std::string digest = fromHex("63343abfb89a6a03ebb57e9b3f5fa7be7c4f5c756f3017b3a8c488c3653e9179");
+  for (const bool isKnown : {true, false}) {
+    const auto read = foundation::readAt<foundation::SHA256Digest>(bytesOf(digest), 0);
+    EXPECT_EQ(toolchain::isAppleRoot(*read), isKnown);
+    digest.back() ^= 1;
   }
 }
 
