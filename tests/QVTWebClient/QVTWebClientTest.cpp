@@ -59,27 +59,6 @@ TEST(QVTWebClient, ResolvesPathsAgainstItsBaseAndAddsItsHeaders) {
   EXPECT_THAT(server.requests().back(), AllOf(StartsWith("GET /own "), HasSubstr(": text/html\r")));
 }
 
-TEST(QVTWebClient, ChecksTheExpectedStatus) {
-  const ScriptedServer server({"/=201"});
-  const auto client = clientFor(server.url());
-  for (const std::uint64_t expected : {201u, 200u}) {
-    const auto check = [&](const Response& response) {
-      const auto error = response->error() ? response->error()->description() : "";
-      EXPECT_EQ(error,
-                expected == 201 ? "" : "Error Domain=QVTWebClientErrorDomain Code=-1 UserInfo={}");
-    };
-    client->syncStartRequestExpectingResponseCompletion(getRequest(), expected, check);
-    check(responseOf([&](Completion completion) {
-      client->startRequestExpectingResponseCompletion(getRequest(), expected, completion);
-    }));
-  }
-  client->syncStartRequestExpectingResponseCompletion(getRequest(), 200, nullptr);
-  clientFor("ftp://a.invalid")
-      ->syncStartRequestExpectingResponseCompletion(getRequest(), 200, [](const Response& r) {
-        EXPECT_EQ(r->error()->code, -1002) << "an earlier error stays";
-      });
-}
-
 TEST(QVTWebClient, GetsAndPosts) {
   const ScriptedServer server({"/*=200"});
   const auto client = clientFor(server.url("/v1/"));

@@ -27,17 +27,5 @@ TEST(Path, TakesApart) {
   }
 }
 
-TEST(Path, PutsTogetherWithOneSlashAndKnowsPlainNames) {
-  const char* const cases[][3] = {
-      {"/a//", "//b/", "/a/b"}, {"", "/b", "/b"}, {"/", "b/c", "/b/c"}, {"/a/", "", "/a"}};
-  for (const auto& [path, name, both] : cases) EXPECT_EQ(appendingPathComponent(path, name), both);
-  for (const char* name : {"a", ".a", "...", " "}) EXPECT_TRUE(isPlainName(name)) << name;
-  for (const std::string_view name :
-       {std::string_view(), std::string_view("."), std::string_view(".."), std::string_view("a/b"),
-        std::string_view("a\0b", 3)}) {
-    EXPECT_FALSE(isPlainName(name)) << name;
-  }
-}
-
 }  // namespace
 }  // namespace foundation

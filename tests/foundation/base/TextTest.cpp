@@ -19,21 +19,5 @@ TEST(Text, TellsWellFormedUTF8) {
   EXPECT_EQ(lossyUTF8(bytesOf("a\xffz")), "a\ufffdz");
 }
 
-TEST(Text, TrimsAndEscapes) {
-  for (const auto& [text, expected] : {std::pair(" \t\r\n a b \n", "a b"),
-                                       {" \n ", ""},
-                                       {"\u00a0x\u3000", "x"},
-                                       {"\xff x\x80", "\xff x\x80"}}) {
-    EXPECT_EQ(trimmed(text), expected);
-  }
-  for (const auto& [text, shown] : {std::pair("ä\U0001f600 \\n\u00a0", "ä\U0001f600 \\n\u00a0"),
-                                    {"\r\n\t\x1b[2J", "\\r\\n\\t\\u001b[2J"},
-                                    {"\x1f\x7f", "\\u001f\\u007f"},
-                                    {"\u0080\u009b", "\\u0080\\u009b"},
-                                    {"\x9b\xe2\x82!", "\\x9b\\xe2\\x82!"}}) {
-    EXPECT_EQ(escapingControlCharacters(text), shown);
-  }
-}
-
 }  // namespace
 }  // namespace foundation

@@ -9,18 +9,6 @@ Certificate leafWith(const CertificateOptions& options) {
   return makeLeaf(makeRoot(), options).certificate();
 }
 
-TEST(Certificate, NamesAreReadInTheCertificatesOrder) {
-  const auto certificate = leafWith({.commonName = "Jörg Müller (XYZ)",
-                                     .organizations = {"First GmbH", "Second Ltd"},
-                                     .organizationalUnit = "XYZ"});
-  EXPECT_EQ(certificate.commonName(), "Jörg Müller (XYZ)");
-  EXPECT_EQ(certificate.subjectValue(kOIDOrganizationName), "First GmbH");
-  EXPECT_EQ(certificate.subjectValue("2.5.4.6"), std::nullopt);
-  std::vector<std::string> labels;
-  for (const auto& part : certificate.subject()) labels.push_back(part.label);
-  EXPECT_THAT(labels, ElementsAre("2.5.4.3", "2.5.4.11", "2.5.4.10", "2.5.4.10"));
-}
-
 TEST(Certificate, SummaryIsTheFirstNameThatThereIs) {
   const struct {
     std::string name, unit;
@@ -63,17 +51,6 @@ TEST(Certificate, ValidityIncludesBothEnds) {
   EXPECT_TRUE(certificate.isValidAt(first) && certificate.isValidAt(last));
   EXPECT_FALSE(certificate.isValidAt(first - 1s));
   EXPECT_FALSE(certificate.isValidAt(last + 1s));
-}
-
-TEST(Certificate, IssuersAreToldByKeyNotOnlyByName) {
-  const auto other = makeRoot("Same Name").certificate();
-  const auto issuer = makeRoot("Same Name");
-  const auto leaf = makeLeaf(issuer).certificate();
-  EXPECT_TRUE(leaf.isIssuedBy(issuer.certificate()));
-  EXPECT_FALSE(leaf.isIssuedBy(other));
-  EXPECT_TRUE(other.isSelfIssued());
-  EXPECT_FALSE(leaf.isSelfIssued());
-  EXPECT_THAT(leaf.issuerText(), HasSubstr("Same Name"));
 }
 
 /// The names from leaf to root, or what is said to be missing.

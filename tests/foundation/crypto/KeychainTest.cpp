@@ -50,12 +50,6 @@ TEST_F(KeychainTest, PEMFileHoldsAnyNumberOfKeysAndCertificates) {
   EXPECT_FALSE(keychain->identityForCertificate(family_.root.certificate()));
 }
 
-TEST_F(KeychainTest, KeyAloneMakesAnIdentityOfAGivenCertificate) {
-  const auto path = write("key.pem", family_.leaf.keyPEM());
-  EXPECT_TRUE(holdsTheLeafsKey(path));
-  EXPECT_TRUE(Keychain::open(path)->identities().empty());
-}
-
 /// As other programs write it: no passphrase differs from an empty one.
 std::string withoutPassphrase(const Identity& identity) {
   const Handle<PKCS12, PKCS12_free> file(

@@ -168,32 +168,6 @@ TEST_F(FileManagerTest, RemoveNeverFollowsLinksAndNamesWhatCannotGo) {
   EXPECT_THAT(pathsBelow(folder_.path()), ElementsAre("outside", "outside/canary"));
 }
 
-TEST_F(FileManagerTest, ListsEntries) {
-  folder_.write("a/b/c", "x");
-  folder_.write(".hidden", "x");
-  fs::create_directory_symlink("..", folder_ / "a/up");
-  EXPECT_THAT(*FileManager::contentsOfDirectoryAtPath(folder_.path()),
-              UnorderedElementsAre("a", ".hidden"));
-  EXPECT_THAT(*FileManager::visibleContentsOfDirectoryAtPath(folder_.path()),
-              UnorderedElementsAre("a"));
-  const auto subpaths = *FileManager::subpathsOfDirectoryAtPath(folder_.path());
-  EXPECT_THAT(subpaths, UnorderedElementsAre("a", "a/b", "a/b/c", "a/up", ".hidden"));
-  EXPECT_LT(std::ranges::find(subpaths, "a"), std::ranges::find(subpaths, "a/b"));
-  EXPECT_FALSE(FileManager::contentsOfDirectoryAtPath(folder_ / "a/b/c"));
-}
-
-TEST_F(FileManagerTest, TellsBirthAndModification) {
-  const fs::path file = folder_.write("file", "x");
-  setTime(file, 1'000'000'000);
-  EXPECT_EQ(FileManager::modificationDateOfItemAtPath(file), Date{1'000'000'000'500ms});
-  // "0" or "-" if the file system does not know it; then it is the modification.
-  const std::string birth = outputOf({"stat", "-c", "%W", file});
-  const auto created = FileManager::creationDateOfItemAtPath(file);
-  EXPECT_EQ(std::chrono::floor<std::chrono::seconds>(*created).time_since_epoch().count(),
-            std::atoll(birth.c_str()) > 0 ? std::atoll(birth.c_str()) : 1'000'000'000);
-  EXPECT_FALSE(FileManager::creationDateOfItemAtPath(folder_ / "missing"));
-}
-
 TEST_F(FileManagerTest, WriteReplacesTheFileAtOnce) {
   const fs::path file = folder_.write("file", "old");
   folder_.write("canary", "untouched");

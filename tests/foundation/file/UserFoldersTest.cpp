@@ -53,34 +53,6 @@ TEST_F(TemporaryFolderOfAUser, IsPrivateAndReal) {
   EXPECT_THAT(asUnprivilegedUser(temporaryDirectory), HasSubstr(own_ + " is refused"));
 }
 
-/// Run as a user whose folder belongs to someone else. Returns what is wrong, or nothing.
-std::string problemWithSubstitute(const std::string& taken) {
-  std::string made;
-  const std::string log = logOf([&] { made = temporaryDirectory(); });
-  if (!made.starts_with(taken + "-") || modeOf(made) != 0700U) return made;
-  if (temporaryDirectory() != made) return "it is not kept";
-  if (!log.ends_with("] " + taken + " belongs to user 0, so " + made.substr(0, made.size() - 1) +
-                     " is used in its place\n")) {
-    return log;
-  }
-  writeFile(made + "full/file", "x");
-  fs::create_directories(made + "empty/folder");
-  FileManager::removeSubstituteIfEmpty();
-  if (pathsBelow(made) != std::vector<std::string>{"full", "full/file"}) return "removed too much";
-  fs::remove(made + "full/file");
-  FileManager::removeSubstituteIfEmpty();
-  return fs::exists(made) ? "left behind" : "";
-}
-
-TEST_F(TemporaryFolderOfAUser, HasASubstituteWhenItsNameIsTaken) {
-  const auto problem = [&] { return problemWithSubstitute(own_); };
-  fs::create_directory(own_);
-  EXPECT_EQ(asUnprivilegedUser(problem), "");
-  fs::remove(own_);
-  fs::create_directory_symlink("/tmp", own_);
-  EXPECT_EQ(asUnprivilegedUser(problem), "");
-}
-
 TEST(UserFolders, WithoutHomeTheParentsIsTakenIfTheUserIsTheSame) {
   const auto homeOfOrphan = [] {
     ::unsetenv("HOME");
@@ -92,16 +64,6 @@ TEST(UserFolders, WithoutHomeTheParentsIsTakenIfTheUserIsTheSame) {
   EXPECT_EQ(inChildProcess(homeOfOrphan), started.substr(home + 6).c_str());
   if (::geteuid() == 0) {
     EXPECT_EQ(asUnprivilegedUser(homeOfOrphan), "/");
-  }
-}
-
-TEST(UserFolders, TheTildeIsTheHome) {
-  const ScopedEnvironment environment("HOME", "/home/me");
-  for (const auto& [path, expanded] : {std::pair("~", "/home/me"),
-                                       {"~/Library", "/home/me/Library"},
-                                       {"~other/x", "~other/x"},
-                                       {"/a/~", "/a/~"}}) {
-    EXPECT_EQ(FileManager::expandingTilde(path), expanded);
   }
 }
 

@@ -43,12 +43,9 @@ std::string dateObject(double secondsSince2001) {
 }
 
 TEST(PropertyList, WritesThePlatformsXML) {
-  EXPECT_EQ(plist({{"b", Array{1, true, "<&>"}},
-                   {"a", Dictionary{}},
-                   {"d", Data(std::string(60, 'x'))},
-                   {"e", Array{}},
-                   {"z", 0.1}}),
-            R"(<?xml version="1.0" encoding="UTF-8"?>
+  EXPECT_EQ(
+      plist({{"a", Dictionary{}}, {"b", Array{1, true, "<&>"}}, {"d", Data(std::string(52, 'x'))}}),
+      R"(<?xml version="1.0" encoding="UTF-8"?>
 <!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
 <plist version="1.0">
 <dict>
@@ -63,12 +60,8 @@ TEST(PropertyList, WritesThePlatformsXML) {
 	<key>d</key>
 	<data>
 	eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4eHh4
-	eHh4eHh4eHh4
+	eA==
 	</data>
-	<key>e</key>
-	<array/>
-	<key>z</key>
-	<real>0.1</real>
 </dict>
 </plist>
 )");
@@ -224,7 +217,6 @@ TEST(PropertyList, RefusesDamagedXML) {
        {"early year", xml("<date>0000-12-31T23:59:59Z</date>"),
         ": a date outside the years 1 to 9999"},
        {"entity", withSubset("<!ENTITY a 'b'>"), declared},
-       {"outer entity", withSubset("<!ENTITY a SYSTEM '/etc/passwd'>"), declared},
        {"parameter entity", withSubset("<!ENTITY % a 'b'> %a;"), declared},
        {"default attribute", withSubset("<!ATTLIST true a CDATA 'b'>"), declared},
        {"not UTF-8", xml("<string>\xff</string>"), ": text that is not UTF-8"}});
@@ -266,26 +258,15 @@ TEST(PropertyList, RefusesWhatOthersMayReadDifferently) {
                    Dictionary{{"a", Dictionary{{"a", true}}}}}});
 }
 
-/// A dictionary of the numbers below `count`, each made a key.
-template <class Key>
-std::string dictionaryOf(unsigned count, Key key) {
-  std::string text = "<dict>";
-  for (unsigned i = 0; i < count; ++i) text += "<key>" + key(i) + "</key><true/>";
-  return xml(text + "</dict>");
-}
-
-TEST(PropertyList, ReadsDictionariesOfAnySize) {
-  const auto resource = [](unsigned i) {
-    return "Assets/picture" + std::to_string(i) + "&amp;.png";
-  };
-  const auto big = kPropertyList(dictionaryOf(400'000, resource));
+TEST(PropertyList, ReadsDictionariesOfAnySizeAndWithRepeatedKeys) {
+  std::string entries;
+  for (int i = 0; i < 800'000; ++i) {
+    entries += "<key>picture" + std::to_string(i % 400'000) + "&amp;.png</key><true/>";
+  }
+  const auto big = kPropertyList(xml("<dict>" + entries + "</dict>"));
   ASSERT_EQ(problemOf(big), "");
   EXPECT_EQ(big->dictionary()->size(), 400'000U);
-  EXPECT_TRUE(big->find("Assets/picture399999&.png"));
-  const auto small =
-      kPropertyList(dictionaryOf(400'000, [](unsigned i) { return std::to_string(i % 2000); }));
-  ASSERT_EQ(problemOf(small), "");
-  EXPECT_EQ(small->dictionary()->size(), 2000U);
+  EXPECT_TRUE(big->find("picture399999&.png"));
 }
 
 TEST(PropertyList, HandsOverEntriesOfLongDictionaries) {
@@ -314,31 +295,16 @@ TEST(PropertyList, HandsOverEntriesOfLongDictionaries) {
   EXPECT_EQ(problemOf(refused), "XML property list: a dictionary has a key twice");
 }
 
-TEST(PropertyList, ReadsEveryBinaryKind) {
-  const BinaryList every{{
-      "\xac\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0a\x0b\x0c",
-      "\x08",
-      "\x09",
-      "\x10\xff",
-      "\x13" + bigEndian(static_cast<std::uint64_t>(-2), 8),
-      "\x14" + bigEndian(0, 8) + bigEndian(~std::uint64_t{0}, 8),
-      "\x23" + bigEndian(std::bit_cast<std::uint64_t>(-1.25), 8),
-      dateObject(0.5),
-      "\x43\x00\xff\x01"s,
-      "\x53xyz",
-      "\x62\x00\xe4\x20\xac"s,
-      "\x81\x01\x02"s,
-      "\xd1\x09\x02",
-  }};
-  const BinaryList shared{{"\xa2\x01\x01", "\xa1\x02", "\x51x"}};
-  expectReadings(kPropertyList,
-                 {{every, Array{false, true, 255, -2, ~std::uint64_t{0}, -1.25,
-                                Date(978307200500ms), Data("\0\xff\x01"s), "xyz", "\u00e4\u20ac",
-                                Value::UID{258}, Dictionary{{"xyz", true}}}},
-                  {shared, Array{Array{"x"}, Array{"x"}}},
-                  {BinaryList{{"\xa2\x01\x02", "\x53z\0\xff"s, "\x84\0\0\0\0\x07"s}},
-                   Array{"z", Value::UID{7}}},
-                  {BinaryList{{dateObject(63113904000)}}, Date(64092211200s)}});
+TEST(PropertyList, ReadsBinaryKindsThatOtherProgramsDoNotWrite) {
+  expectReadings(
+      kPropertyList,
+      {{BinaryList{{"\xa5\x01\x02\x03\x04\x05", "\x10\xff",
+                    "\x14" + bigEndian(0, 8) + bigEndian(~std::uint64_t{0}, 8), dateObject(0.5),
+                    "\x53z\0\xff"s, "\x81\x01\x02"s}},
+        Array{255, ~std::uint64_t{0}, Date(978307200500ms), "z", Value::UID{258}}},
+       {BinaryList{{"\xa2\x01\x01", "\xa1\x02", "\x51x"}}, Array{Array{"x"}, Array{"x"}}},
+       {BinaryList{{"\x84\0\0\0\0\x07"s}}, Value::UID{7}},
+       {BinaryList{{dateObject(63113904000)}}, Date(64092211200s)}});
 }
 
 /// An array that holds the next one `width` times, `depth` times over.
@@ -366,7 +332,6 @@ TEST(PropertyList, RefusesDamagedBinary) {
        {"contains itself", BinaryList{{"\xa1\x00"s}}, "object 0 of 1 contains itself"},
        {"contains itself further down", BinaryList{{"\xa1\x01", "\xd1\x02\x00"s, "\x51x"}},
         "object 0 of 3 contains itself"},
-       {"deep", laughs(513, 1), deep},
        {"very deep", laughs(100000, 1), deep},
        {"doubled 100 times", laughs(100, 2), "object 85 of 101 repeats shared objects too often"},
        {"missing child", BinaryList{{"\xa1\x07"}}, "object 0 of 1 refers to the missing object 7"},
@@ -383,7 +348,6 @@ TEST(PropertyList, RefusesDamagedBinary) {
        {"length without a size", BinaryList{{"\x5f"}},
         "object 0 of 1 lies outside or has no readable length"},
        {"unknown type", BinaryList{{"\x70"}}, "object 0 of 1 (marker 0x70)" + type},
-       {"null", BinaryList{{"\x00"s}}, "object 0 of 1 (marker 0x00)" + type},
        {"number as key", BinaryList{{"\xd1\x01\x01", "\x10\x01"}}, "object 0 of 2" + key},
        {"zero in a key", BinaryList{{"\xd1\x01\x01", "\x62\x00x\x00\x00"s}}, "object 0 of 2" + key},
        {"zero in a narrow key", BinaryList{{"\xd1\x01\x01", "\x53z\0z"s}}, "object 0 of 2" + key},

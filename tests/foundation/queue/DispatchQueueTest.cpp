@@ -1,4 +1,3 @@
-#include <barrier>
 #include <future>
 
 #include <malloc.h>
@@ -75,29 +74,6 @@ TEST(DispatchQueue, AnObjectMayDieOnItsOwnQueue) {
     EXPECT_TRUE(died.get());
   }
   const auto object = std::make_unique<Object>();
-}
-
-TEST(DispatchQueue, AQueueOutlivesItsHandles) {
-  std::promise<void> gate;
-  const auto answer = std::make_shared<std::promise<int>>();
-  {
-    const auto queue = DispatchQueue::serial("short");
-    queue.async([opened = gate.get_future().share()] { opened.wait(); });
-    queue.async([answer] { answer->set_value(42); });
-  }
-  gate.set_value();
-  EXPECT_EQ(answer->get_future().get(), 42);
-}
-
-TEST(DispatchQueue, TheGlobalQueueRunsPiecesSideBySide) {
-  constexpr int pieces = 10;
-  // Shared, since a piece may still be leaving it when the test goes on.
-  const auto meeting = std::make_shared<std::barrier<>>(pieces + 1);
-  for (int i = 0; i < pieces; ++i) {
-    DispatchQueue::global().async([meeting] { meeting->arrive_and_wait(); });
-  }
-  meeting->arrive_and_wait();
-  EXPECT_FALSE(DispatchQueue::global().isCurrent());
 }
 
 /// 300 pieces that wait for each other in several ways; each calls `done` once.
