@@ -180,15 +180,14 @@ def check_directory(cd, piece, content, kind, entitlements, adhoc):
 
 
 def check_cms(message, primary, hashes, root):
-    with tempfile.TemporaryDirectory() as folder:
-        for name, data in (("cms", message), ("cd", primary)):
-            with open(os.path.join(folder, name), "wb") as file:
-                file.write(data)
+    with tempfile.NamedTemporaryFile() as content:
+        content.write(primary)
+        content.flush()
         run = subprocess.run(
-            ["openssl", "cms", "-verify", "-inform", "DER", "-in", "cms", "-content", "cd", "-binary", "-purpose",
-             "any", "-out", os.devnull, *(["-CAfile", os.path.abspath(root)] if root else ["-noverify"])],
-            capture_output=True, text=True, check=False, cwd=folder)
-    expect("openssl cms -verify", f"{run.returncode} {run.stderr.strip()[:200]}" if run.returncode else "", "")
+            ["openssl", "cms", "-verify", "-inform", "DER", "-content", content.name, "-binary", "-purpose", "any",
+             "-out", os.devnull, *(["-CAfile", root] if root else ["-noverify"])],
+            input=message, capture_output=True, check=False)
+    expect("openssl cms -verify", f"{run.returncode} {run.stderr[:200]}" if run.returncode else "", "")
     fields = elements(elements(elements(elements(message)[0][1])[1][1])[0][1])
     certificates = [whole for _, _, whole in elements(fields[3][1])]
     expect("certificates sorted", certificates, sorted(certificates, key=lambda c: (len(c), c)))
