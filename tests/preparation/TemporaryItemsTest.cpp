@@ -121,11 +121,11 @@ TEST_F(TemporaryItemsTest, ALivingOwnerKeepsItsItems) {
   make(example_ / "");
   ageAll();
   const auto before = itemsLeft();
-  const auto end = inChildProcess([]() -> std::string {
+  const auto removeLeftovers = []() -> std::string {
     TemporaryItems::removeLeftovers();
     return "done";
-  });
-  EXPECT_EQ(end, "done");
+  };
+  EXPECT_EQ(inChildProcess(removeLeftovers), "done");
   EXPECT_EQ(itemsLeft(), before);
 }
 
