@@ -61,20 +61,6 @@ TEST(URL, ResolvesAsTheStandardsExamplesDo) {
   EXPECT_EQ(relative->path(), "/spi/v1");
 }
 
-TEST(URL, FilePathsSurvive) {
-  const std::string current = fs::current_path();
-  for (const auto& [path, expected] :
-       {std::pair("/a b/\u00e4?#%[;].app", std::string("/a b/\u00e4?#%[;].app")),
-        {"/x\xff", "/x\xff"},
-        {"a b/c", current + "/a b/c"},
-        {"", ""}}) {
-    const URL url = URL::fileURLWithPath(path);
-    EXPECT_TRUE(url.isFileURL());
-    EXPECT_TRUE(URL::withString(url.absoluteString()));
-    EXPECT_EQ(url.path(), expected);
-  }
-}
-
 TEST(URL, ComparesOrigins) {
   const auto url = [](const char* text) { return *URL::withString(text); };
   EXPECT_TRUE(url("https://H").hasSameOriginAs(url("HTTPS://h:443/x")));

@@ -54,32 +54,24 @@ std::shared_ptr<Recorder> runToEnd(const URLRequest& request) {
 
 using AsynchronousTLS = WithTrustedAuthority;
 
-TEST(AsynchronousConnection, TellsResponseDataAndEnd) {
-  const ScriptedServer server({"/=201 with X-Field: value saying the body"});
-  const auto recorder = runToEnd(requestFor(server.url()));
-  EXPECT_THAT(recorder->calls, ElementsAre("response", "data", "finish"));
-  EXPECT_EQ(recorder->response->statusCode, 201);
-  EXPECT_EQ(recorder->response->headers.at("x-field"), "value");
-  EXPECT_EQ(recorder->body, "the body");
-  EXPECT_EQ(recorder.use_count(), 1) << "the delegate is let go at the end";
-}
-
-TEST(AsynchronousConnection, EndsInOneErrorForEveryFault) {
+TEST(AsynchronousConnection, EndsOnceWhateverHappens) {
   const std::string half = "send HTTP/1.1 200 OK\\r\\nContent-Length: 10\\r\\n\\r\\nfive! then ";
   const std::vector<std::string> late = {"response", "data", "error"}, early = {"error"};
-  const std::tuple<std::string, long, std::vector<std::string>> faults[] = {
+  const std::tuple<std::string, long, std::vector<std::string>> cases[] = {
+      {"201 saying body", 0, {"response", "data", "finish"}},
       {"reset", -1005, early},
       {half + "close", -1005, late},
       {half + "stall", -1001, late},
       {"302 with Location: /", -1007, early}};
-  for (const auto& [steps, code, calls] : faults) {
+  for (const auto& [steps, code, calls] : cases) {
     SCOPED_TRACE(steps);
     const ScriptedServer server({"/=" + steps});
     URLRequest request = requestFor(server.url());
     request.idleTimeout = 300ms;
     const auto recorder = runToEnd(request);
     EXPECT_EQ(recorder->calls, calls);
-    EXPECT_EQ(recorder->error->code, code);
+    EXPECT_EQ(recorder->error ? recorder->error->code : 0, code);
+    EXPECT_EQ(recorder.use_count(), 1) << "the delegate is let go at the end";
   }
   EXPECT_EQ(runToEnd(URLRequest())->error->code, -1002);
 }
@@ -154,19 +146,15 @@ TEST(AsynchronousConnection, ATunnelThatAsksForAPasswordIsAChallengeAndShownNoth
 TEST(AsynchronousConnection, ABodyThatBecomesTooLongIsRefusedOnEitherPath) {
   constexpr std::size_t limit = std::size_t{16} << 20;
   for (const std::size_t size : {limit, limit + 1}) {
-    const bool fits = size == limit;
     const std::string body =
         outputOf({"sh", "-c", "head -c $0 /dev/zero | gzip", std::to_string(size)});
     const ScriptedServer server({"/=200 with Content-Encoding: gzip saying " + escaped(body)});
     const auto synchronous = send(requestFor(server.url()));
     const auto asynchronous = runToEnd(requestFor(server.url()));
-    EXPECT_EQ(synchronous.data.has_value(), fits);
+    EXPECT_EQ(synchronous.data.has_value(), size == limit);
     EXPECT_LE(asynchronous->body.size(), limit);
     for (const auto& error : {synchronous.error, asynchronous->error}) {
-      ASSERT_EQ(error.has_value(), !fits);
-      if (fits) continue;
-      EXPECT_EQ(error->code, -1103);
-      EXPECT_THAT(error->localizedDescription(), HasSubstr("sent a body of more than 16 MiB"));
+      EXPECT_EQ(error ? error->code : 0, size == limit ? 0 : -1103);
     }
   }
 }

@@ -3,6 +3,8 @@
 namespace foundation {
 namespace {
 
+using URLConnectionTLS = WithTrustedAuthority;
+
 std::string pieceOfEveryKind(RequestBody& body) {
   body.append("first ");
   body.append(Data(std::string("second ")));
@@ -27,32 +29,24 @@ TEST(RequestBody, ReadsTheSameBytesInPiecesOfAnySize) {
 }
 
 TEST(URLConnection, SendsNothingThatNobodyAskedFor) {
-  const ScriptedServer server({"/*=200"});
-  URLRequest request = requestFor(server.url("/a/../b//c%2F?q=a%20b#part"));
-  request.headers = {{"X-Key", "value"}, {"X-Empty", ""}, {"Content-Length", "7"}};
-  ASSERT_EQ(answerTo(request), "");
-  EXPECT_THAT(
-      server.requests(),
-      ElementsAre("GET /a/../b//c%2F?q=a%20b HTTP/1.1\r\nHost: 127.0.0.1:" + server.port() +
-                  "\r\nAccept-Encoding: gzip, deflate\r\nX-Empty:\r\nX-Key: value\r\n\r\n"));
-}
-
-TEST(URLConnection, SendsBodiesWithTheirLength) {
   const std::tuple<const char*, bool, const char*> cases[] = {
+      {"GET", false, ""},
       {"PUT", true, "Content-Length: 300013\r\n"},
       {"REPORT", true, "Content-Length: 300013\r\n"},
       {"POST", false, "Content-Length: 0\r\n"},
       {"DELETE", false, ""},
       {"HEAD", false, ""}};
-  const ScriptedServer server({"/=200"});
+  const ScriptedServer server({"/*=200"});
   for (const auto& [method, hasBody, length] : cases) {
-    URLRequest request = requestFor(server.url(), method);
+    URLRequest request = requestFor(server.url("/a/../b//c%2F?q=a%20b#part"), method);
+    request.headers = {{"X-Key", "value"}, {"X-Empty", ""}, {"Content-Length", "7"}};
     std::string body;
     if (hasBody) body = pieceOfEveryKind(request.body.emplace());
     ASSERT_EQ(answerTo(request), "");
     EXPECT_EQ(server.requests().back(),
-              std::string(method) + " / HTTP/1.1\r\nHost: 127.0.0.1:" + server.port() +
-                  "\r\nAccept-Encoding: gzip, deflate\r\n" + length + "\r\n" + body);
+              method + (" /a/../b//c%2F?q=a%20b HTTP/1.1\r\nHost: 127.0.0.1:" + server.port()) +
+                  "\r\nAccept-Encoding: gzip, deflate\r\n" + "X-Empty:\r\nX-Key: value\r\n" +
+                  length + "\r\n" + body);
   }
 }
 
@@ -161,6 +155,49 @@ TEST(URLConnection, RefusesToSendLinesThatNobodyMeant) {
   const URLRequest inMethod = requestFor("http://127.0.0.1:1/", "GET / HTTP/1.1\r\n");
   for (const URLRequest& request : {inValue, inName, inMethod}) {
     EXPECT_THAT(answerTo(request), AllOf(HasSubstr("Code=-1 "), Not(HasSubstr("canary"))));
+  }
+}
+
+TEST(URLConnection, AServerThatFallsSilentIsTimedOut) {
+  const ScriptedServer server(
+      {"/response=send HTTP/1.1 200 OK\\r\\nContent-Length: 10\\r\\n\\r\\nfive! then stall",
+       "/body=early stall"});
+  for (const auto& [path, bodySize] : {std::pair("/response", 0), {"/body", 50'000'000}}) {
+    URLRequest request = postTo(server.url(path), static_cast<std::size_t>(bodySize));
+    request.idleTimeout = 300ms;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_THAT(answerTo(request), HasSubstr("Code=-1001")) << path;
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 300ms);
+  }
+}
+
+/// Each byte, and each part of a body that is in the system's buffers at once, moves within the
+/// limit; all together take far longer.
+TEST(URLConnection, BytesThatTrickleAreNoSilence) {
+  std::string trickle;
+  for (const char c : std::string("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n0123456789")) {
+    trickle += "send " + escaped({&c, 1}) + " then wait 0.04 then ";
+  }
+  const ScriptedServer server(
+      {"/response=" + trickle + "take 0",
+       "/body=early " + repeated("take 200000 then wait 0.05 then ", 30) + "200 saying taken"});
+  const auto start = std::chrono::steady_clock::now();
+  for (const auto& [path, bodySize, answer] :
+       {std::tuple("/response", 0, "0123456789"), {"/body", 6'000'000, "taken"}}) {
+    URLRequest request = postTo(server.url(path), static_cast<std::size_t>(bodySize));
+    request.idleTimeout = 700ms;
+    EXPECT_EQ(answerTo(request), answer);
+  }
+  EXPECT_GT(std::chrono::steady_clock::now() - start, 3s);
+}
+
+/// The server closes with the rest of the body unread, which resets the connection under the
+/// client's hands.
+TEST_F(URLConnectionTLS, AnEarlyResponseIsTheAnswer) {
+  for (const std::string& identity : {std::string(), identity_}) {
+    const ScriptedServer server({"/=early take 100000 then 413 saying enough"}, identity);
+    const URLRequest request = postTo(server.url(), 20'000'000);
+    for (int round = 0; round < 25; ++round) ASSERT_EQ(answerTo(request), "enough") << round;
   }
 }
 
