@@ -36,7 +36,6 @@ void setSubject(X509* certificate, const CertificateOptions& options) {
   add("CN", options.commonName);
   add("OU", options.organizationalUnit);
   for (const auto& organization : options.organizations) add("O", organization);
-  add("emailAddress", options.emailAddress);
 }
 
 void addExtensions(X509* certificate, X509* issuer, const CertificateOptions& options) {

@@ -43,7 +43,6 @@ struct CertificateOptions {
   std::vector<std::string> organizations = {"Example Corp"};
   /// Left out of the subject when empty, like the other names.
   std::string organizationalUnit = "ABCDE12345";
-  std::string emailAddress = "";
   /// Lines of an OpenSSL configuration.
   std::string extensions =
       "basicConstraints=critical,CA:FALSE\n"

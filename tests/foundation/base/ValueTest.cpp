@@ -34,14 +34,5 @@ TEST(Value, ReadsIntegersAndBooleansAsThePlatformDoes) {
   }
 }
 
-TEST(Value, KeepsKindsApart) {
-  static_assert(!std::is_constructible_v<Value, int*>);
-  static_assert(!std::is_constructible_v<Value, std::optional<bool>>);
-  EXPECT_NE(Value(true), Value(1));
-  EXPECT_NE(Value(1), Value(1.0));
-  EXPECT_EQ(Value(std::uint64_t{5}), Value(5));
-  EXPECT_FALSE(isEqual<std::string>(std::nullopt, std::nullopt)) << "two absent objects";
-}
-
 }  // namespace
 }  // namespace foundation

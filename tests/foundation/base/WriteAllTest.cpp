@@ -31,16 +31,5 @@ TEST(WriteAll, GoesOnAfterSignalsAndShortWrites) {
   EXPECT_TRUE(arrived == content);
 }
 
-TEST(WriteAll, WritesAtAPosition) {
-  const TemporaryFolder folder;
-  const auto path = folder.write("file", "0123456789");
-  const FileDescriptor file(::open(path.c_str(), O_WRONLY));
-  EXPECT_EQ(writeAllAt(file.get(), 3, bytesOf("abc")), 0);
-  EXPECT_EQ(writeAll(file.get(), "X"), 0);
-  EXPECT_EQ(writeAllAt(file.get(), 100, {}), 0);
-  EXPECT_EQ(contentsOf(path), "X12abc6789");
-  EXPECT_EQ(writeAllAt(-1, 0, bytesOf("x")), EBADF);
-}
-
 }  // namespace
 }  // namespace foundation

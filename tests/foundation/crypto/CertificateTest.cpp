@@ -9,27 +9,6 @@ Certificate leafWith(const CertificateOptions& options) {
   return makeLeaf(makeRoot(), options).certificate();
 }
 
-TEST(Certificate, SummaryIsTheFirstNameThatThereIs) {
-  const struct {
-    std::string name, unit;
-    std::vector<std::string> organizations;
-    std::string email;
-    std::optional<std::string> summary;
-  } cases[] = {{"Name", "OU", {"O"}, "a@b.example", "Name"},
-               {"", "OU", {"O"}, "a@b.example", "OU"},
-               {"", "", {"O"}, "a@b.example", "O"},
-               {"", "", {}, "a@b.example", "a@b.example"},
-               {"", "", {}, "", std::nullopt}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(leafWith({.commonName = c.name,
-                        .organizations = c.organizations,
-                        .organizationalUnit = c.unit,
-                        .emailAddress = c.email})
-                  .subjectSummary(),
-              c.summary);
-  }
-}
-
 TEST(Certificate, OnlyOneWholeCertificateIsTakenFromDER) {
   const Data der = makeRoot().der();
   const std::string text(der.text());

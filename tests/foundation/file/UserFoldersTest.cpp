@@ -10,15 +10,6 @@ std::string temporaryDirectory() {
   return folder ? *folder : problemOf(folder);
 }
 
-TEST(UserFolders, TheTemporaryFolderIsTheEnvironmentsMadeAbsolute) {
-  const std::string here = fs::current_path();
-  for (const auto& [given, expected] : {std::pair("/some/where", std::string("/some/where/")),
-                                        {"some/where/", here + "/some/where/"}}) {
-    const ScopedEnvironment environment("TMPDIR", given);
-    EXPECT_EQ(temporaryDirectory(), expected);
-  }
-}
-
 mode_t modeOf(const std::string& path) {
   return static_cast<mode_t>(fs::symlink_status(path).permissions());
 }
