@@ -2,7 +2,7 @@
 """Runs the tool again and again, each time with one system call that fails, and sees how the run ends.
 
 usage: faults.py [-j N] [--build FOLDER] [--callers N] [CALL]
-         one call for each chain of N callers, by default 5, or the one that a failure names so; then runs
+         one call for each chain of N callers, by default 4, or the one that a failure names so; then runs
          that are interrupted at calls all over the run
 
 Such a run may succeed or fail, but not crash or hang, succeed without the right upload, fail without a word,
@@ -198,7 +198,7 @@ def main() -> int:
     parser = argparse.ArgumentParser(usage=__doc__[__doc__.index("usage: ") + 7:__doc__.index("\n\nSuch")])
     parser.add_argument("-j", type=int, default=os.cpu_count())
     parser.add_argument("--build", type=Path, default=ROOT / "build")
-    parser.add_argument("--callers", type=int, default=5)
+    parser.add_argument("--callers", type=int, default=4)
     parser.add_argument("call", nargs="?")
     options = parser.parse_args()
     with contextlib.ExitStack() as places:

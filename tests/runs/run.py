@@ -151,21 +151,16 @@ class Running:
         except ProcessLookupError:
             pass
 
-    def wait_for_end(self, limit: float = 60) -> None:
-        """Without looking now and then, as `Popen.wait` does, which would take up to 50 ms more."""
-        with open(os.pidfd_open(self.process.pid), "rb") as end:
-            if not select.select([end], [], [], limit)[0]:
-                streams = [(self.streams / name).read_text(errors="replace") for name in ("out", "err")]
-                raise TimeoutError(f"no end within {limit:g} seconds; so far:\n{''.join(streams)}")
-
     def wait(self, limit: float = 60) -> Result:
         """Raises TimeoutError when the end does not come within the limit."""
-        try:
-            self.wait_for_end(limit)
-        finally:
-            self.kill()
+        # `Popen.wait` would look now and then, and take up to 50 ms more.
+        with open(os.pidfd_open(self.process.pid), "rb") as end:
+            has_ended = select.select([end], [], [], limit)[0]
+        self.kill()
         status = self.process.wait()
         out, err = ((self.streams / name).read_text(errors="replace") for name in ("out", "err"))
+        if not has_ended:
+            raise TimeoutError(f"no end within {limit:g} seconds; so far:\n{out}{err}")
         return Result(str(status) if status >= 0 else f"signal {-status}", STAMP.sub("", out), STAMP.sub("", err))
 
 
@@ -214,6 +209,8 @@ class Run:
 
     def shell(self, script: str, folder: Path | None = None) -> None:
         """Runs commands that must succeed; raises ValueError otherwise."""
+        if script in ("", ":"):
+            return
         command = ["bash", "-e", "-c", script_of(script, self.variables())]
         done = subprocess.run(command, cwd=folder or self.work, env=self.environment, capture_output=True,
                               stdin=subprocess.DEVNULL, check=False)
@@ -264,10 +261,6 @@ class Run:
 def digest_of(path: Path) -> str:
     with open(path, "rb") as file:
         return hashlib.file_digest(file, "sha256").hexdigest()
-
-
-def is_plain_folder(path: Path) -> bool:
-    return path.is_dir() and not path.is_symlink() and path.suffix != ".app"
 
 
 class Rows:
@@ -324,9 +317,8 @@ class Rows:
 
 def filled(text: str, variables: dict[str, object]) -> str:
     """The text with the variables in place of "$NAME"."""
-    for name in sorted(variables, key=len, reverse=True):
-        text = text.replace("$" + name, str(variables[name]))
-    return text
+    names = "|".join(sorted(variables, key=len, reverse=True))
+    return re.sub(rf"\$({names})", lambda match: str(variables[match[1]]), text)
 
 
 def assign(keys: dict[str, str], key: str, value: str) -> None:
@@ -391,7 +383,10 @@ class RowRun:
                     {name: self.key(name) for name in BEHAVIOURS if self.key(name)})
         with place as self.run:
             try:
-                if not self.has_needs():
+                try:
+                    self.run.shell(self.key("needs"))
+                except ValueError as error:
+                    print(f"skipped: a row that needs {error}")
                     return []
                 self.run.shell(self.command("app"), self.run.app)
                 self.run.shell(self.command("pack"), self.run.files)
@@ -401,15 +396,6 @@ class RowRun:
             except (ValueError, LookupError, OSError) as error:
                 self.problems.append(str(error))
         return self.problems
-
-    def has_needs(self) -> bool:
-        """Whether this machine has what the row needs; says so if not."""
-        try:
-            self.run.shell(self.key("needs"))
-        except ValueError as error:
-            print(f"skipped: a row that needs {error}")
-            return False
-        return True
 
     def compare(self, result: Result, before: dict[str, str]) -> None:
         self.expect("status", self.key("status", "0"), result.status)
@@ -446,8 +432,9 @@ class RowRun:
         if "tree" in self.keys:
             self.expect("tree", self.key("tree"), "; ".join(self.run.leftovers()))
         patterns = self.key("left").split()
+        paths = {name: self.run.temporary / name for name in self.run.leftovers()}
         left = {name: {pattern for pattern in patterns if fnmatch.fnmatch(name, pattern)}
-                for name in self.run.leftovers() if not is_plain_folder(self.run.temporary / name)}
+                for name, path in paths.items() if path.suffix == ".app" or path.is_symlink() or not path.is_dir()}
         self.mention("left behind", [name for name, found in left.items() if not found])
         self.mention("not left behind", sorted(set(patterns).difference(*left.values())))
 
