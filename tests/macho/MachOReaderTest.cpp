@@ -63,28 +63,36 @@ TEST_F(MachOReaderTest, TypesOfUniversalSlicesAreThoseOfTheirTable) {
 }
 
 TEST_F(MachOReaderTest, HeadersOfTheOtherByteOrderAreReadAsIs) {
-  const std::string other = poked(machO({dylibCommand("/a")}, kARMv7), 0, macho::MH_CIGAM);
-  auto slice = slicesOf(other).at(0);
-  EXPECT_THAT(namesOf({slice}), ElementsAre("armv7"));
-  const void* first = nullptr;
-  std::uint32_t count = 0;
-  macho::QVTMachOHeaderValues(&slice, &first, &count);
-  EXPECT_EQ(count, 1U);
-  EXPECT_EQ(first, static_cast<const std::byte*>(slice.startAddress) + 28);
+  for (const auto& [processor, magic, size] :
+       {std::tuple{kARM64, macho::MH_CIGAM_64, 32}, std::tuple{kARMv7, macho::MH_CIGAM, 28}}) {
+    auto slice = slicesOf(poked(machO({dylibCommand("/a")}, processor), 0, magic)).at(0);
+    EXPECT_EQ(slice.cputype, processor.type);
+    const void* first = nullptr;
+    std::uint32_t count = 0;
+    macho::QVTMachOHeaderValues(&slice, &first, &count);
+    EXPECT_EQ(count, 1U);
+    EXPECT_EQ(first, static_cast<const std::byte*>(slice.startAddress) + size);
+  }
 }
 
-TEST_F(MachOReaderTest, FindsSectionsInBothLayouts) {
+TEST_F(MachOReaderTest, ReadsSegmentsAndSectionsOfBothLayouts) {
   const std::vector<MachOSection> text = {{"__text", 0x1010, 4, 0x400},
                                           {"sixteen_letters_", 0x1020, 4, 0x404}};
-  const std::vector<MachOSection> data = {{"__bss", 0x3000, 99, 0, macho::S_ZEROFILL},
-                                          {"__over", 0, 5, 0x404}};
+  const std::vector<MachOSection> data = {
+      {"__bss", 0, 99, 0x404, macho::S_ZEROFILL},
+      {"__common", 0, 99, 0x404, macho::S_GB_ZEROFILL},
+      {"__thread_bss", 0, 99, 0x404, macho::S_THREAD_LOCAL_ZEROFILL | 0x80000000},
+      {"__over", 0, 5, 0x404, 0x80000000}};
   for (const Processor processor : {kARM64, kARMv7}) {
     const bool isWide = processor.type == kARM64.type;
-    std::string file = machO({dylibCommand("/a"), segmentCommand("__TEXT", 0, 0, text, isWide),
-                              segmentCommand("__DATA", 0, 0, data, isWide)},
+    std::string file = machO({segmentCommand("__TEXT", 0x4000, 0x100, text, isWide),
+                              segmentCommand("__DATA", 0, 0, data, isWide),
+                              command(macho::LC_ENCRYPTION_INFO, {0, 0, 1}),
+                              command(macho::LC_ENCRYPTION_INFO, {0, 0, 0})},
                              processor);
     file.resize(0x400);
     const auto slice = slicesOf(file + "codefull").at(0);
+
     macho::QVTMachOSection section;
     ASSERT_TRUE(macho::QVTMachOSliceInitSectionByName(&slice, "__TEXT", "__text", &section));
     EXPECT_EQ(section.address, 0x1010U);
@@ -97,11 +105,26 @@ TEST_F(MachOReaderTest, FindsSectionsInBothLayouts) {
     };
     ASSERT_TRUE(find("__TEXT", "sixteen_letters_"));
     EXPECT_EQ(std::string_view(static_cast<const char*>(bytes), 4), "full");
-    EXPECT_TRUE(find("__DATA", "__bss"));
+    for (const char* const name : {"__bss", "__common", "__thread_bss"}) {
+      EXPECT_TRUE(find("__DATA", name)) << name;
+    }
     EXPECT_FALSE(find("__DATA", "__over")) << "it ends after the file";
     EXPECT_FALSE(find("__DATA", "__text"));
     EXPECT_EQ(bytes, nullptr);
     EXPECT_FALSE(macho::QVTMachOSliceGetSectionByName(&slice, "__TEXT", "__text", nullptr));
+
+    std::vector<std::tuple<std::string, std::uint64_t, std::uint64_t>> segments;
+    std::vector<bool> encrypted;
+    macho::QVTMachOSliceEnumerateLoadCommands(&slice, [&](auto, auto, const void* command) {
+      const auto [name, address, size] = macho::QVTMachOGetSegmentCommand(command);
+      segments.emplace_back(name, address, size);
+      encrypted.push_back(macho::QVTMachOGetEncrypted(command));
+    });
+    EXPECT_THAT(segments, ElementsAre(std::tuple("__TEXT", 0x14000, 0x200), testing::_,
+                                      std::tuple("", 0, 0), std::tuple("", 0, 0)));
+    EXPECT_TRUE(encrypted.at(2));
+    EXPECT_FALSE(encrypted.at(3));
+
     // A file is not an image of this process.
     std::uintptr_t address = 1;
     macho::QVTMachOSliceGetUnwindInformation(&slice, &address, &address);
@@ -111,26 +134,6 @@ TEST_F(MachOReaderTest, FindsSectionsInBothLayouts) {
 #ifndef __APPLE__
   EXPECT_FALSE(macho::QVTMachOFileInitWithCurrent(&file_));
 #endif
-}
-
-TEST_F(MachOReaderTest, DecodesSegmentsAndEncryption) {
-  for (const bool isWide : {true, false}) {
-    const std::string file = machO({segmentCommand("__A_16_LETTERS__", 0x4000, 0x100, {}, isWide),
-                                    command(macho::LC_ENCRYPTION_INFO, {0, 0, 1}),
-                                    command(macho::LC_ENCRYPTION_INFO, {0, 0, 0})});
-    const auto slice = slicesOf(file).at(0);
-    std::vector<std::tuple<std::string, std::uint64_t, std::uint64_t>> segments;
-    std::vector<bool> encrypted;
-    macho::QVTMachOSliceEnumerateLoadCommands(&slice, [&](auto, auto, const void* command) {
-      const auto [name, address, size] = macho::QVTMachOGetSegmentCommand(command);
-      segments.emplace_back(std::string(name, ::strnlen(name, sizeof name)), address, size);
-      encrypted.push_back(macho::QVTMachOGetEncrypted(command));
-    });
-    const std::tuple none("", 0, 0);
-    EXPECT_THAT(segments, ElementsAre(std::tuple("__A_16_LETTERS__", 0x14000, 0x200), none, none));
-    EXPECT_TRUE(encrypted.at(1));
-    EXPECT_FALSE(encrypted.at(2));
-  }
 }
 
 TEST_F(MachOReaderTest, HexEndsInAZeroAndNeedsNoBytes) {
