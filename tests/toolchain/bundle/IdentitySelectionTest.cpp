@@ -49,18 +49,6 @@ TEST_F(IdentitySelectionTest, FindsByHashNameOrPartOfAName) {
   }
 }
 
-TEST_F(IdentitySelectionTest, CertificateMayComeFromTheProfileAndIssuersFromTheDefaultList) {
-  const MadeIdentity one = makeLeaf(intermediate_, {.commonName = "One"});
-  put("one", one.keyPEM());
-  EXPECT_THAT(answer("One"), HasSubstr("could not be found"));
-  const auto other = makeLeaf(intermediate_).certificate();
-  const std::vector profile = {other, one.certificate(), one.certificate()};
-  EXPECT_THAT(answer(one.sha1(), profile), HasSubstr("no certificate of that issuer is at hand"));
-  folder_.write("Library/Keychains/root.der", root_.der().text());
-  folder_.write("Library/Keychains/issuer.crt", intermediate_.der().text());
-  EXPECT_EQ(answer(one.sha1(), profile), "One");
-}
-
 /// The app's profile is an attacker's, who knows the public key of "iPhone Distribution: One".
 TEST_F(IdentitySelectionTest, ForgedCertificateOfTheProfileIsNotUsed) {
   const MadeIdentity one = putLeaf("iPhone Distribution: One");
@@ -82,6 +70,8 @@ TEST_F(IdentitySelectionTest, ForgedCertificateOfTheProfileIsNotUsed) {
   ASSERT_TRUE(selfIssued.certificate().isSelfIssued());
   EXPECT_THAT(answer(selfIssued.sha1(), {selfIssued.certificate()}),
               HasSubstr("is not used: nobody issued it"));
+  EXPECT_EQ(answer(one.sha1(), {attacker.certificate(), one.certificate(), one.certificate()}),
+            "iPhone Distribution: One");
 }
 
 TEST_F(IdentitySelectionTest, OnlyCertificatesOfTodaySign) {
