@@ -5,10 +5,13 @@
 
 namespace {
 
+using foundation::ProtectionSpace;
 using foundation::RunLoop;
 using foundation::URL;
 using Completion = QVTWebClient::Completion;
+using SharedRequest = std::shared_ptr<QVTWebRequest>;
 using Response = std::shared_ptr<QVTWebResponse>;
+using Transaction = QVTWebClientTransaction;
 
 const Completion kIgnore = [](const Response&) {};
 
@@ -16,8 +19,13 @@ std::shared_ptr<QVTWebClient> clientFor(const std::string& url) {
   return QVTWebClient::initWithURL(URL::withString(url));
 }
 
-std::shared_ptr<QVTWebRequest> getRequest(const std::string& path = "/") {
+SharedRequest getRequest(const std::string& path = "/") {
   return QVTWebRequest::requestWithMethodPath("GET", path);
+}
+SharedRequest requestFor(const std::string& url) {
+  const auto request = getRequest("unused");
+  request->setURL(URL::withString(url));
+  return request;
 }
 
 /// Calls `start` with a completion and runs the loop until that was called, on another thread.
@@ -29,6 +37,17 @@ Response responseOf(const std::function<void(Completion)>& start) {
     RunLoop::main().perform([&, response] { result = response; });
   });
   EXPECT_TRUE(eventuallyOnMainLoop([&] { return result != nullptr; }));
+  return result;
+}
+Response asynchronously(const SharedRequest& request) {
+  return responseOf([&](const Completion& completion) {
+    Transaction::transactionWithRequest(request)->startWithCompletionHandler(completion);
+  });
+}
+Response synchronously(const SharedRequest& request) {
+  Response result;
+  Transaction::transactionWithRequest(request)->syncStartWithCompletionHandler(
+      [&](const Response& response) { result = response; });
   return result;
 }
 
@@ -121,6 +140,113 @@ TEST(QVTWebClient, ASynchronousStartHoldsTheClientOnTheCallersThread) {
   });
   other.join();
   EXPECT_THAT(order, ElementsAre("completion", "header"));
+}
+
+TEST(QVTWebClientTransaction, DecodesTheBodyOfAnAsynchronousAnswer) {
+  const std::string list = plist({{"a", 1}});
+  const Value decoded = Dictionary{{"a", 1}};
+  const std::tuple<std::string, std::string, std::optional<Value>> cases[] = {
+      {"application/json; charset=utf-8", "{\"a\":1}", decoded},
+      {"application/json, application/x-plist", list, decoded},
+      {"text/html", "{\"a\":1}", Value(Data(std::string("{\"a\":1}")))},
+      {"application/json", "{\"a\":", std::nullopt},
+      {"application/json", "\"text\"", std::nullopt},
+      {"application/x-plist", "<plist><dict>", std::nullopt},
+      {"application/json", "", std::nullopt}};
+  for (const auto& [type, body, expected] : cases) {
+    SCOPED_TRACE(type + ": " + body);
+    const ScriptedServer server({"/=200 with Content-Type: " + type + " saying " + escaped(body)});
+    const auto response = asynchronously(requestFor(server.url()));
+    EXPECT_EQ(response->body(), expected);
+    EXPECT_EQ(response->wasSuccessful(), body != "<plist><dict>");
+    EXPECT_EQ(textOf(response->responseData()), body);
+  }
+}
+
+TEST(QVTWebClientTransaction, ASynchronousBodyIsRaw) {
+  const ScriptedServer server({"/*=404 with Content-Type: application/json saying {\"a\":1}"});
+  const auto request = requestFor(server.url());
+  request->setParameters(QVTWebRequest::Parameters{{"q", "a b"}});
+  const auto response = synchronously(request);
+  EXPECT_FALSE(response->wasSuccessful());
+  EXPECT_EQ(response->description(),
+            "{request: " + server.url("/?q=a%20b") +
+                ", status: 404, body: <7b226122 3a317d>, error: (null), headers: {\n"
+                "    \"Content-Length\" = 7;\n    \"Content-Type\" = application/json;\n}}");
+}
+
+TEST(QVTWebClientTransaction, WhatIsNotSentReachesTheHandler) {
+  const auto ambiguous = requestFor("http://127.0.0.1:1/");
+  ambiguous->addValueForFormField("\r\n--AaB03x", "a");
+  for (const auto& [request, code] : {std::pair(getRequest(), -1002), {ambiguous, -3}}) {
+    for (const auto& response : {asynchronously(request), synchronously(request)}) {
+      EXPECT_EQ(response->error()->code, code);
+      EXPECT_EQ(response->statusCode(), 0u);
+      EXPECT_FALSE(response->body());
+    }
+  }
+}
+
+TEST(QVTWebClientTransaction, CallsItsHandlerOnceOnItsQueue) {
+  const auto transaction = Transaction::transactionWithRequest(getRequest());
+  responseOf([&](const Completion& completion) {
+    transaction->startWithCompletionHandler([=](const Response& response) {
+      EXPECT_TRUE(transaction->queue().isCurrent());
+      completion(response);
+    });
+  });
+  transaction->queue().sync([] {});
+  EXPECT_FALSE(transaction->completionHandler());
+}
+
+TEST(QVTWebClientTransaction, AChallengeEndsAnAsynchronousExchange) {
+  const ScriptedServer server({"/=401 with WWW-Authenticate: Basic realm=\"x\" saying who?"});
+  const auto request = requestFor(server.url());
+  request->setProtectionSpaceHandler([](const ProtectionSpace&) { return true; });
+  const auto refused = asynchronously(request);
+  ASSERT_TRUE(refused->error());
+  EXPECT_EQ(refused->error()->domain, "QVTWebClientErrorDomain");
+  EXPECT_EQ(refused->error()->code, -2);
+  EXPECT_FALSE(synchronously(request)->error());
+}
+
+TEST(QVTWebClientTransaction, AsksTheRequestsHandlerAboutTrust) {
+  const auto request = requestFor("https://a.invalid/");
+  const auto transaction = Transaction::transactionWithRequest(request);
+  foundation::URLConnection connection(request->URLRequest(), transaction);
+  ProtectionSpace asked;
+  asked.host = "a.invalid";
+  asked.hasServerTrust = true;
+  EXPECT_FALSE(transaction->connectionCanAuthenticateAgainstProtectionSpace(connection, asked));
+  for (const bool isTrusted : {true, false}) {
+    request->setProtectionSpaceHandler([&](const ProtectionSpace& space) {
+      EXPECT_EQ(space.host, asked.host);
+      return isTrusted;
+    });
+    EXPECT_EQ(transaction->connectionCanAuthenticateAgainstProtectionSpace(connection, asked),
+              isTrusted);
+  }
+}
+
+TEST(QVTWebResponse, CountsAsSuccessOnlyFrom200To299WithoutError) {
+  for (const auto& [code, expected] :
+       {std::pair{199u, false}, {200u, true}, {299u, true}, {300u, false}}) {
+    QVTWebResponse response;
+    response.setStatusCode(code);
+    EXPECT_EQ(response.wasSuccessful(), expected) << code;
+    response.setError(Error{.domain = "d", .code = 0, .userInfo = {}});
+    EXPECT_FALSE(response.wasSuccessful());
+  }
+}
+
+TEST(QVTWebClientTransactionDeathTest, StopsForASecondStartAndForNoHandler) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto twice = Transaction::transactionWithRequest(getRequest());
+  EXPECT_DEATH(twice->complete(), "\\(_completionHandler\\)");
+  twice->syncStartWithCompletionHandler(kIgnore);
+  EXPECT_DEATH(twice->syncStartWithCompletionHandler(kIgnore), "\\(!_connection\\)");
+  EXPECT_DEATH(twice->syncStartConnection(), "\\(_connection == nil\\)");
+  EXPECT_DEATH(twice->startConnection(), "\\(_connection == nil\\)");
 }
 
 TEST(QVTWebClientDeathTest, StopsForFaultsOfTheProgram) {
