@@ -28,6 +28,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import textwrap
 import threading
 import time
 import urllib.parse
@@ -517,28 +518,26 @@ class Service:
         return True
 
     def perform(self, connection: Connection, steps: str, request: Request | None = None) -> None:
-        values = {"port": self.port, "target": request.target if request else "", "key": self.checker.key,
+        values = {"port": self.port, "target": request and request.target, "key": self.checker.key,
                   "client": connection.client}
-        for name, value in values.items():
-            steps = steps.replace("{" + name + "}", str(value))
+        steps = re.sub(r"\{(port|target|key|client)\}", lambda name: str(values[name[1]]), steps)
         for step in steps.removeprefix("early ").split(" then "):
-            verb, _, rest = repeated(step).partition(" ")
-            if verb.isdigit():
-                connection.socket.sendall(response(verb, rest))
-            elif verb == "send":
-                connection.socket.sendall(unescaped(rest))
-            elif verb == "repeat":
-                while True:
+            match repeated(step).partition(" "):
+                case "send", _, rest:
                     connection.socket.sendall(unescaped(rest))
-            elif verb == "take":
-                connection.input.read(int(rest))
-            elif verb == "wait":
-                time.sleep(float(rest))
-            elif verb == "run":
-                self.run(rest)
-            else:
-                {"close": connection.close, "cut": connection.cut, "reset": connection.reset,
-                 "stall": connection.stall}[verb]()
+                case "repeat", _, rest:
+                    while True:
+                        connection.socket.sendall(unescaped(rest))
+                case "take", _, rest:
+                    connection.input.read(int(rest))
+                case "wait", _, rest:
+                    time.sleep(float(rest))
+                case "run", _, rest:
+                    self.run(rest)
+                case "close" | "cut" | "reset" | "stall" as verb, _, _:
+                    getattr(connection, verb)()
+                case status, _, rest:
+                    connection.socket.sendall(response(status, rest))
 
 
 def response(status: str, rest: str) -> bytes:
@@ -551,13 +550,11 @@ def response(status: str, rest: str) -> bytes:
 
 def describe(request: Request, form: list[Part], complaints: list[str]) -> str:
     """The request for people, with credentials shortened."""
-    lines = [f"{request.method} {request.target}"]
-    for name, value in request.headers:
-        is_secret = name.startswith("X-QUORVANTILE") and len(value) > 4
-        lines.append(f"{name}: {value[:4] + '…' if is_secret else value}")
-    lines += [""] * bool(form) + [str(part) for part in form]
-    lines += [f"REFUSED: {complaint}" for complaint in complaints] or ["ACCEPTED"]
-    return "\n".join("    " + line if line else "" for line in "\n".join(lines).split("\n")) + "\n"
+    headers = [f"{name}: {value}" for name, value in request.headers]
+    headers = [re.sub("^(X-QUORVANTILE.*: .{4}).+", r"\1…", header) for header in headers]
+    verdict = [f"REFUSED: {complaint}" for complaint in complaints] or ["ACCEPTED"]
+    lines = [f"{request.method} {request.target}", *headers, *[""] * bool(form), *map(str, form), *verdict]
+    return textwrap.indent("\n".join(lines), "    ") + "\n"
 
 
 def main() -> int:
