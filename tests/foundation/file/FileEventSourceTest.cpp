@@ -77,14 +77,16 @@ TEST_F(FileEventSourceTest, AFileIsWrittenWhenItsContentChangesForEachOfItsSourc
   std::atomic<int> others = 0;
   auto other = FileEventSource::watchWrites(file, queue_, [&] { ++others; });
   EXPECT_TRUE(isNoticed([&] { std::ofstream(file, std::ios::app) << "more"; }));
-  EXPECT_EQ(others, calls_);
+  EXPECT_GT(others, 0);
   other.reset();
+  queue_.sync([] {});
+  const int before = others;
   EXPECT_FALSE(isNoticed([&] {
     ::chmod(file.c_str(), 0600);
     const std::ifstream opened(file);
   }));
   EXPECT_TRUE(isNoticed([&] { std::ofstream(file, std::ios::app) << "more"; }));
-  EXPECT_LT(others, calls_);
+  EXPECT_EQ(others, before);
   source->cancel();
 }
 
