@@ -28,15 +28,17 @@ pack() {
   [ -e "$ARCHIVE" ] || archive
 }
 
-# entry NAME CONTENT [link]: adds an entry of any name to $IPA, which zip itself would not do. The
-# content of a link is where it leads to.
+# entry NAME CONTENT [link | SIZE]: adds an entry of any name to $IPA, which zip itself would not do. The content
+# of a link is where it leads to. The archive's directory has the SIZE.
 entry() {
   python3 -c 'import stat, sys, zipfile
-archive, name, content, *link = sys.argv[1:]
+archive, name, content, more = sys.argv[1:]
 entry = zipfile.ZipInfo(name)
 entry.create_system = 3
-entry.external_attr = ((stat.S_IFLNK if link else stat.S_IFREG) | 0o755) << 16
-zipfile.ZipFile(archive, "a").writestr(entry, content)' "$IPA" "$@" 2>/dev/null
+entry.external_attr = ((stat.S_IFLNK if more == "link" else stat.S_IFREG) | 0o755) << 16
+with zipfile.ZipFile(archive, "a") as file:
+    file.writestr(entry, content)
+    entry.file_size = int(more) if more.isdigit() else entry.file_size' "$IPA" "$1" "$2" "${3:-}" 2>/dev/null
 }
 
 archive() {
