@@ -18,8 +18,9 @@ for program in "${threaded[@]}"; do
   build/tsan/tests/bin/"$program" --gtest_brief=1 --gtest_filter='-*Death*'
 done
 echo "== interrupted and simultaneous runs under the thread sanitizer"
-tests/runs/run.py --build build/tsan tests/runs/interrupted.rows
-tests/runs/at_once.py --build build/tsan
+for file in interrupted at-once; do
+  tests/runs/run.py --build build/tsan "tests/runs/$file.rows"
+done
 
 cmake --preset asan
 cmake --build --preset asan

@@ -226,18 +226,17 @@ class Checker:
     root: str | None = None
     opens_ipa: bool = True
     host: str | None = None
-    app: str = ""
-    build: str = ""
-    versions: list[Part] | None = None
+    builds: dict[str, str] = field(default_factory=dict)  # of the apps that were validated
+    versions: dict[str, list[Part]] = field(default_factory=dict)
 
-    def call_of(self, request: Request) -> tuple[str, str, str] | None:
-        """Call, bundle identifier, build; None when the request line is none of the calls."""
+    def call_of(self, request: Request) -> tuple[str, str, str | None] | None:
+        """Call, bundle identifier, and build unless it is an upload; None when it is none of the calls."""
         path = "/spi/v1/platforms/ios/apps/([^/]+)/(?:releases/([^/]+)/build_server/)?(.+)"
         match = re.fullmatch(path, request.target)
         call = CALLS.get(f"{request.method} {match[3]}") if match else None
         if call is None or (call == "upload") == (match[2] is not None):
             return None
-        return call, urllib.parse.unquote(match[1]), match[2] or self.build
+        return call, urllib.parse.unquote(match[1]), match[2]
 
     def check(self, request: Request) -> tuple[list[Part], list[str]]:
         """Returns the call's form and the complaints."""
@@ -247,18 +246,18 @@ class Checker:
         call, app, build = address
         complaints = self.check_headers(request, call)
         if call == "validate":
-            self.app, self.build, self.versions = app, build, None
+            self.builds[app] = build
+            self.versions.pop(app, None)
             return [], complaints + (["a GET with a body"] if request.body else [])
-        if (app, build) != (self.app, self.build):
+        if app not in self.builds or build not in (None, self.builds[app]):
             complaints.append("not the app and build that were validated")
         try:
             form = form_of(request.body)
             versions = [part for part in form if part.name in VERSIONS]
-            if self.versions not in (None, versions):
+            if self.versions.setdefault(app, versions) != versions:
                 complaints.append("not the versions of the calls before")
-            self.versions = versions
             check = {"notes": self.check_notes, "testers": self.check_testers, "upload": self.check_upload}
-            return form, complaints + check[call](form)
+            return form, complaints + check[call](form, app)
         except ValueError as error:
             return [], complaints + [str(error)]
 
@@ -281,18 +280,18 @@ class Checker:
                 + [f"header {name}: {value}" for name, value in found
                    if found.count((name, value)) > expected.count((name, value))])
 
-    def check_notes(self, form: list[Part]) -> list[str]:
+    def check_notes(self, form: list[Part], app: str) -> list[str]:
         body = (values_of(form, "release_notes[body]") + [""])[0]
-        return difference(self.versions + [text_part("release_notes[body]", body),
-                                           text_part("release_notes[format]", "text")], form)
+        notes = [text_part("release_notes[body]", body), text_part("release_notes[format]", "text")]
+        return difference(self.versions[app] + notes, form)
 
-    def check_testers(self, form: list[Part]) -> list[str]:
+    def check_testers(self, form: list[Part], app: str) -> list[str]:
         people = [part for name in ("emails[]", "group_ids[]") for part in form if part.name == name]
         wrong = [] if people else ["nobody to enable"]
         wrong += [f"{part.name} has a line break" for part in people if b"\n" in part.value]
-        return wrong + difference(self.versions + [text_part("send_notifications", False)] + people, form)
+        return wrong + difference(self.versions[app] + [text_part("send_notifications", False)] + people, form)
 
-    def check_upload(self, form: list[Part]) -> list[str]:
+    def check_upload(self, form: list[Part], app: str) -> list[str]:
         complaints = []
         built_at = "".join(values_of(form, "distribution[built_at]"))
         if not re.fullmatch("[0-9]{1,15}", built_at) or abs(int(built_at) - time.time()) > 600:
@@ -305,16 +304,16 @@ class Checker:
             return complaints + ["the last part is not distribution[file]"]
         if not re.fullmatch(name, file.file_name):
             complaints.append(f"the file is called {file.file_name}")
-        return complaints + (self.check_ipa(form, facts_of(file.value, self.root)) if self.opens_ipa else [])
+        return complaints + (self.check_ipa(form, app, facts_of(file.value, self.root)) if self.opens_ipa else [])
 
-    def check_ipa(self, form: list[Part], facts: Facts) -> list[str]:
+    def check_ipa(self, form: list[Part], app: str, facts: Facts) -> list[str]:
         complaints = facts.problems + difference(expected_upload(facts, form), form)
         devices = set(facts.profile.get("ProvisionedDevices", []))
         if sorted(values_of(form, "distribution[devices][][udid]")) != sorted(devices):
             complaints.append("the devices are not those of the profile")
-        if facts.identifier() != self.build:
-            complaints.append(f"the .ipa is build {facts.identifier()}, before it was {self.build}")
-        if facts.info.get("CFBundleIdentifier") != self.app:
+        if facts.identifier() != self.builds.get(app):
+            complaints.append(f"the .ipa is build {facts.identifier()}, before it was {self.builds.get(app)}")
+        if facts.info.get("CFBundleIdentifier") != app:
             complaints.append("the .ipa is another app than the calls before were about")
         if not is_true(facts.info.get("QuorvantileSignedForDistribution")):
             complaints.append("the .ipa's Info.plist is not marked for distribution")
