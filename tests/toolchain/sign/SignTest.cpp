@@ -27,32 +27,32 @@ TEST(SignTest, ALinkThatIsPutIntoTheTreeIsNotFollowed) {
 }
 
 TEST(SignTest, IdentitiesOfEveryKindSign) {
-  const struct {
-    const char* name;
-    Family family;
-    /// Of the verification.
-    int status;
-  } rows[] = {
+  // The status is that of the verification.
+  const std::tuple<const char*, Family, int> rows[] = {
       // The name of the root decides about the requirement; that it is met takes the root itself.
       {"home-made developer", makeDeveloperFamily(), 3},
       {"RSA", makeFamily({.key = KeyKind::rsa}), 0},
       {"larger than the space which the platform's tool reserves",
        makeFamily({.organizations = std::vector(500, std::string(60, 'a'))}), 0},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
+  for (const auto& [name, family, status] : rows) {
+    SCOPED_TRACE(name);
     const TemporaryFolder folder;
     const fs::path file = folder / "code";
     linkImage(file);
-    const toolchain::SignOptions options{
-        .code = file,
-        .identity = row.family.leaf.sha1(),
-        .keychain = writeKeychain(folder / "keychain", row.family)};
-    EXPECT_EQ(problemOf(toolchain::sign(options)), "");
-    EXPECT_EQ(toolchain::verify({.code = file}).status, row.status);
+    const auto keychain = writeKeychain(folder / "keychain", family);
+    const std::string identity = family.leaf.sha1();
+    EXPECT_EQ(
+        problemOf(toolchain::sign({.code = file, .identity = identity, .keychain = keychain})), "");
+    const auto verdict = toolchain::verify({.code = file});
+    EXPECT_EQ(verdict.status, status);
+    if (status == 3) {
+      EXPECT_THAT(verdict.statements,
+                  ElementsAre(file.string() + ": does not satisfy its designated Requirement"));
+    }
     EXPECT_THAT(*toolchain::requirementsReport(file),
-                ElementsAre(HasSubstr(row.status == 3 ? "anchor apple generic and certificate leaf"
-                                                      : "and certificate leaf = H")));
+                ElementsAre(HasSubstr(status == 3 ? "anchor apple generic and certificate leaf"
+                                                  : "and certificate leaf = H")));
   }
 }
 
