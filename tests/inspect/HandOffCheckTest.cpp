@@ -17,8 +17,7 @@ TEST(HandOff, NestedCodeOfTheVendorsOwnIsFineAsItIs) {
                                       .extensions = "basicConstraints=critical,CA:TRUE\n"});
   const auto leaf =
       makeLeaf(issuer, {.commonName = "Software Signing", .organizationalUnit = "59GAB85EFG"});
-  const auto library = app / "Frameworks/libswiftCore.dylib";
-  fs::create_directories(library.parent_path());
+  const auto library = app / "libswiftCore.dylib";
   linkImage(library, "arm64", {"-dylib"});
   ASSERT_TRUE(toolchain::sign({.code = library,
                                .identity = leaf.sha1(),

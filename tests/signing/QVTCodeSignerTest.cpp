@@ -59,13 +59,17 @@ TEST_F(QVTCodeSignerTest, SigningReplacesTheProfileAndRemovesWhatItSignedWith) {
     fs::remove(app_ + "/embedded.mobileprovision");
   }
   EXPECT_TRUE(signer_->sign(app_)) << "entitlements that are gone count as none";
+  takeRuns();
+
+  answer("exit 3");
+  writeFile(entitlements_, "");
+  EXPECT_EQ(errorOfSigning(app_), "QVTCodeSignerErrorDomain -2");
+  EXPECT_THAT(takeRuns(), SizeIs(1)) << "nothing is verified then";
+  EXPECT_TRUE(fs::exists(entitlements_));
 }
 
 TEST_F(QVTCodeSignerTest, WithoutItsInputNothingIsRun) {
-  const std::string noInput = "QVTCodeSignerErrorDomain -1";
-  EXPECT_EQ(errorOfSigning(std::nullopt), noInput);
-  signer_->setEmbeddedProfilePath(folder_ / "missing.mobileprovision");
-  EXPECT_EQ(errorOfSigning(app_), noInput);
+  EXPECT_EQ(errorOfSigning(std::nullopt), "QVTCodeSignerErrorDomain -1");
   // From here on it is the file manager's own error.
   signer_->setEmbeddedProfilePath(keychain_);
   EXPECT_EQ(errorOfSigning(folder_ / "Missing.app"),
@@ -73,14 +77,6 @@ TEST_F(QVTCodeSignerTest, WithoutItsInputNothingIsRun) {
   signer_->setEntitlementsPath(folder_.path());
   EXPECT_EQ(errorOfSigning(app_), "NSPOSIXErrorDomain " + std::to_string(EISDIR));
   EXPECT_THAT(takeRuns(), IsEmpty());
-}
-
-TEST_F(QVTCodeSignerTest, AfterAFailedSigningNothingIsVerifiedOrRemoved) {
-  answer("exit 3");
-  signer_->setEntitlementsPath(writeFile(entitlements_, ""));
-  EXPECT_EQ(errorOfSigning(app_), "QVTCodeSignerErrorDomain -2");
-  EXPECT_THAT(takeRuns(), SizeIs(1));
-  EXPECT_TRUE(fs::exists(entitlements_));
 }
 
 TEST_F(QVTCodeSignerTest, FailedVerificationIsOnlyLogged) {

@@ -22,10 +22,7 @@ class QVTXcodeArchiveMonitorTest : public testing::Test {
   /// A whole archive, made elsewhere and moved into the day's folder, which must be there.
   fs::path addArchive(const std::string& day, const std::string& name) const {
     writePlist(home_ / "made/Info.plist", {{"Name", "App"}});
-    writePlist(home_ / "made/Products/Applications/App.app/Info.plist",
-               {{"CFBundleIdentifier", "com.example.app"},
-                {"CFBundleVersion", "7"},
-                {"CFBundleShortVersionString", "1.0"}});
+    fs::create_directories(home_ / "made/Products/Applications/App.app");
     fs::rename(home_ / "made", location_ / day / name);
     return location_ / day / name;
   }
@@ -54,7 +51,6 @@ TEST_F(QVTXcodeArchiveMonitorTest, WithoutALocationNothingIsWatched) {
     EXPECT_FALSE(monitor.archiveSource());
     EXPECT_FALSE(monitor.currentArchiveSource());
     EXPECT_EQ(monitor.archivesDirCount(), 0U);
-    EXPECT_EQ(monitor.queue().label(), "com.quorvantile.XcodeArchiveMonitor");
   });
   EXPECT_THAT(log, HasSubstr("Unable to find path for archive monitoring"));
 }
