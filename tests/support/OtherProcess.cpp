@@ -6,33 +6,18 @@
 #include <system_error>
 #include <utility>
 
-#include <fcntl.h>
 #include <grp.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "foundation/base/Handle.h"
+#include "foundation/base/Text.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace test {
 
 namespace {
-
-using foundation::FileDescriptor;
-
-std::pair<FileDescriptor, FileDescriptor> makePipe() {
-  int ends[2];
-  if (::pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category());
-  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
-}
-
-std::string readAll(const FileDescriptor& end) {
-  std::string text;
-  char buffer[4096];
-  for (ssize_t count; (count = ::read(end.get(), buffer, sizeof buffer)) > 0;) {
-    text.append(buffer, static_cast<std::size_t>(count));
-  }
-  return text;
-}
 
 /// The exit status, or 128 plus the number of the fatal signal.
 int statusOf(pid_t child) {
@@ -46,56 +31,50 @@ std::size_t entriesOf(const char* folder) {
   return static_cast<std::size_t>(std::distance(Entries(folder), Entries()));
 }
 
-struct ChildResult {
-  int status = -1;
-  std::string output;
-};
-/// Of a forked child, which writes to the descriptor. The parent's remaining tests never run in it.
-ChildResult resultOfChild(const std::function<void(int output)>& work) {
-  auto [reading, writing] = makePipe();
+/// Status and output of a forked child, which writes to the descriptor. The parent's remaining
+/// tests never run in it.
+std::pair<int, std::string> resultOfChild(const std::function<void(int output)>& work) {
+  const foundation::FileDescriptor output(::memfd_create("output", MFD_CLOEXEC));
   const pid_t child = ::fork();
   if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
   if (child == 0) {
-    work(writing.get());
+    work(output.get());
     ::_exit(99);
   }
-  writing.reset();
-  std::string output = readAll(reading);
-  return {statusOf(child), std::move(output)};
+  const int status = statusOf(child);
+  return {status, contentsOf("/proc/self/fd/" + std::to_string(output.get()))};
 }
 
 }  // namespace
 
-std::string outputOf(const std::vector<std::string>& arguments) {
+void become(const std::vector<std::string>& arguments, int output) {
   std::vector<char*> argv;
-  std::string line;
-  for (const std::string& argument : arguments) {
-    argv.push_back(const_cast<char*>(argument.c_str()));
-    line += argument + " ";
-  }
+  for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
-  ChildResult result = resultOfChild([&argv](int output) {
-    ::dup2(output, STDOUT_FILENO);
-    ::dup2(output, STDERR_FILENO);
-    ::execvp(argv[0], argv.data());
-  });
-  if (result.status == 0) return std::move(result.output);
-  throw std::runtime_error(line + "ended with " + std::to_string(result.status) + ": " +
-                           result.output);
+  ::dup2(output, STDOUT_FILENO);
+  ::dup2(output, STDERR_FILENO);
+  ::execvp(argv[0], argv.data());
+  ::_exit(127);
+}
+
+std::string outputOf(const std::vector<std::string>& arguments) {
+  const auto [status, text] = resultOfChild([&](int output) { become(arguments, output); });
+  if (status == 0) return text;
+  throw std::runtime_error(foundation::joined(arguments, " ") + " ended with " +
+                           std::to_string(status) + ": " + text);
 }
 
 std::string inChildProcess(const std::function<std::string()>& work) {
-  const ChildResult result = resultOfChild([&work](int output) {
+  const auto [status, output] = resultOfChild([&work](int out) {
     std::string text;
     try {
       text = work();
     } catch (const std::exception& exception) {
       text = std::string("exception: ") + exception.what();
     }
-    if (::write(output, text.data(), text.size()) == ssize_t(text.size())) ::_exit(0);
+    if (::write(out, text.data(), text.size()) == ssize_t(text.size())) ::_exit(0);
   });
-  if (result.status == 0) return result.output;
-  return "child ended with status " + std::to_string(result.status);
+  return status == 0 ? output : "child ended with status " + std::to_string(status);
 }
 
 std::string asUnprivilegedUser(const std::function<std::string()>& work) {

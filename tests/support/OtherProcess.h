@@ -9,6 +9,9 @@
 
 namespace test {
 
+/// Replaces this process by a program that writes both its outputs to the descriptor.
+[[noreturn]] void become(const std::vector<std::string>& arguments, int output);
+
 /// Standard output and standard error of a command; throws with them unless it succeeds.
 std::string outputOf(const std::vector<std::string>& arguments);
 

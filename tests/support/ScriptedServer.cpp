@@ -11,17 +11,11 @@ ScriptedServer::ScriptedServer(const std::vector<std::string>& behaviours, const
                                       RUNS "/service.py", "--record", folder_.path()};
   for (const auto& behaviour : behaviours) command.insert(command.end(), {"--behave", behaviour});
   if (!tls.empty()) command.insert(command.end(), {"--tls", tls});
-  std::vector<char*> argv;
-  for (std::string& word : command) argv.push_back(word.data());
-  argv.push_back(nullptr);
   const fs::path output = folder_.write("output", "");
   process_ = ::fork();
   if (process_ == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // it ends with this process, however that ends
-    ::dup2(::open(output.c_str(), O_WRONLY), STDOUT_FILENO);
-    ::dup2(STDOUT_FILENO, STDERR_FILENO);
-    ::execvp(argv[0], argv.data());
-    ::_exit(127);
+    become(command, ::open(output.c_str(), O_WRONLY));
   }
   std::string said;
   const std::string start = "listening on ";
