@@ -6,7 +6,7 @@
 namespace test {
 
 const Family& signingFamily() {
-  static const Family family = makeFamily({.markers = {std::string(kDistributionMarker)}});
+  static const Family family = makeFamily({.markers = {"1.2.840.113635.100.6.1.4"}});
   return family;
 }
 

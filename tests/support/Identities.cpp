@@ -116,8 +116,8 @@ MadeIdentity makeLeaf(const MadeIdentity& issuer, const CertificateOptions& opti
   return make(options, &issuer);
 }
 
-MadeIdentity makeRoot(const std::string& commonName, KeyKind key) {
-  return make(authority(commonName, {.key = key}), nullptr);
+MadeIdentity makeRoot(const std::string& commonName) {
+  return make(authority(commonName, {}), nullptr);
 }
 
 MadeIdentity makeIntermediate(const MadeIdentity& root, const std::string& commonName,
@@ -125,11 +125,6 @@ MadeIdentity makeIntermediate(const MadeIdentity& root, const std::string& commo
   CertificateOptions options = authority(commonName, keyOptions);
   options.markers = {std::string(kIntermediateMarker)};
   return make(options, &root);
-}
-
-MadeIdentity makeForged(const MadeIdentity& victim, const MadeIdentity& issuer,
-                        const std::string& commonName) {
-  return makeLeaf(issuer, {.commonName = commonName, .keyHolder = victim});
 }
 
 std::string Family::issuersPEM() const {
@@ -173,7 +168,7 @@ Data makeProvisioningProfile(const Dictionary& dictionary, const MadeIdentity& s
 
 Dictionary ProfileOptions::dictionary() const {
   const std::string prefix = "ABCDE12345";
-  Dictionary all{
+  return {
       {"AppIDName", "Example App"},
       {"ApplicationIdentifierPrefix", Array{prefix}},
       {"CreationDate", creationDate},
@@ -187,10 +182,6 @@ Dictionary ProfileOptions::dictionary() const {
       {"TeamIdentifier", Array{prefix}},
       {"UUID", uuid},
   };
-  if (provisionedDevices) {
-    all["ProvisionedDevices"] = Array(provisionedDevices->begin(), provisionedDevices->end());
-  }
-  return all;
 }
 
 }  // namespace test

@@ -18,7 +18,6 @@ namespace test {
 enum class KeyKind { rsa, p256 };
 
 inline constexpr std::string_view kIntermediateMarker = "1.2.840.113635.100.6.2.1";
-inline constexpr std::string_view kDistributionMarker = "1.2.840.113635.100.6.1.4";
 
 /// A certificate with its private key. Copies share both.
 class MadeIdentity {
@@ -59,15 +58,11 @@ struct CertificateOptions {
 };
 
 MadeIdentity makeLeaf(const MadeIdentity& issuer, const CertificateOptions& options = {});
-MadeIdentity makeRoot(const std::string& commonName = "Test Root CA", KeyKind key = KeyKind::p256);
+MadeIdentity makeRoot(const std::string& commonName = "Test Root CA");
 /// Carries `kIntermediateMarker`.
 MadeIdentity makeIntermediate(const MadeIdentity& root,
                               const std::string& commonName = "Test Developer Relations CA",
                               const CertificateOptions& keyOptions = {});
-/// A certificate over the victim's public key by another issuer, as anyone who knows that key can
-/// make.
-MadeIdentity makeForged(const MadeIdentity& victim, const MadeIdentity& issuer,
-                        const std::string& commonName);
 
 /// Leaf, intermediate and root, each issued by the next.
 struct Family {
@@ -103,8 +98,6 @@ struct ProfileOptions {
   /// Without the prefix.
   std::string bundleIdentifier = "com.example.app";
   std::vector<foundation::Data> developerCertificates = {};
-  /// An absent array is left out, as in an App Store profile.
-  std::optional<std::vector<std::string>> provisionedDevices = std::nullopt;
   foundation::Date creationDate = std::chrono::sys_days{std::chrono::year{2015} / 3 / 1};
 
   [[nodiscard]] foundation::Dictionary dictionary() const;

@@ -94,17 +94,9 @@ void linkImage(const std::filesystem::path& target, const std::string& architect
   const std::string object = target.string() + ".o";
   outputOf({llvmTool("clang"), "-target", architecture + "-apple-ios9.0", "-Os", "-ffreestanding",
             "-c", source, "-o", object});
-  std::vector<std::string> link = {llvmTool("ld64.lld"),
-                                   "-arch",
-                                   architecture,
-                                   "-platform_version",
-                                   "ios",
-                                   "9.0",
-                                   "12.1",
-                                   "-o",
-                                   target,
-                                   object};
-  link.insert(link.end(), linkerOptions.begin(), linkerOptions.end());
+  std::vector<std::string> link = linkerOptions;
+  link.insert(link.begin(), {llvmTool("ld64.lld"), "-arch", architecture, "-platform_version",
+                             "ios", "9.0", "12.1", "-o", target, object});
   outputOf(link);
 }
 

@@ -54,7 +54,7 @@ TEST_F(IdentitySelectionTest, ForgedCertificateOfTheProfileIsNotUsed) {
   const MadeIdentity one = putLeaf("iPhone Distribution: One");
   putIssuers();
   const MadeIdentity attacker = makeIntermediate(makeRoot());
-  const MadeIdentity exact = makeForged(one, attacker, "Distribution");
+  const auto exact = makeLeaf(attacker, {.commonName = "Distribution", .keyHolder = one});
   const std::vector profile = {exact.certificate()};
   EXPECT_EQ(answer("Distribution", profile), "iPhone Distribution: One");
   EXPECT_THAT(answer(exact.sha1(), profile),
@@ -66,7 +66,8 @@ TEST_F(IdentitySelectionTest, ForgedCertificateOfTheProfileIsNotUsed) {
   put(one.sha1(), one.keyPEM());
   EXPECT_THAT(answer(exact.sha1(), profile), HasSubstr("no certificate of that issuer is at hand"));
   EXPECT_THAT(answer("Distribution", profile), HasSubstr("could not be found"));
-  const auto selfIssued = makeForged(one, makeLeaf(attacker, {.commonName = "Self"}), "Self");
+  const auto stranger = makeLeaf(attacker, {.commonName = "Self"});
+  const auto selfIssued = makeLeaf(stranger, {.commonName = "Self", .keyHolder = one});
   ASSERT_TRUE(selfIssued.certificate().isSelfIssued());
   EXPECT_THAT(answer(selfIssued.sha1(), {selfIssued.certificate()}),
               HasSubstr("is not used: nobody issued it"));
