@@ -52,24 +52,11 @@ TEST(URL, ResolvesAsTheStandardsExamplesDo) {
     EXPECT_EQ(URL::withStringRelativeToURL(text, *base)->absoluteString(), expected) << text;
   }
   EXPECT_FALSE(URL::withStringRelativeToURL("a b", *base));
-  const auto relative =
-      URL::withStringRelativeToURL("spi/v1?a=b", *URL::withString("https://Host.Example"));
-  EXPECT_EQ(relative->absoluteString(), "https://Host.Example/spi/v1?a=b");
-  EXPECT_EQ(relative->relativePath(), "spi/v1");
-  EXPECT_EQ(relative->path(), "/spi/v1");
 }
 
 TEST(URL, FilePathsSurvive) {
   for (const std::string path : {"/a b/\u00e4?#%[;].app", "/x\xff", "a b/c"}) {
     EXPECT_EQ(URL::fileURLWithPath(path).path(), fs::absolute(path)) << path;
-  }
-}
-
-TEST(URL, ComparesOrigins) {
-  const auto url = [](const char* text) { return *URL::withString(text); };
-  EXPECT_TRUE(url("https://H").hasSameOriginAs(url("HTTPS://h:443/x")));
-  for (const char* other : {"http://h", "https://h:444", "https://h.x", "https://h@x"}) {
-    EXPECT_FALSE(url("https://h").hasSameOriginAs(url(other))) << other;
   }
 }
 

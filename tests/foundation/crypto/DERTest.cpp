@@ -4,18 +4,6 @@
 namespace foundation::DER {
 namespace {
 
-TEST(DER, LengthsTakeTheShortestForm) {
-  const std::pair<std::size_t, const char*> cases[] = {
-      {0, "0400"}, {127, "047f"}, {128, "048180"}, {255, "0481ff"}, {256, "04820100"}};
-  for (const auto& [size, header] : cases) {
-    const std::string whole = element(kOctetString, std::string(size, 'x'));
-    EXPECT_EQ(hexOf(whole.substr(0, whole.size() - size)), header);
-    EXPECT_EQ(headerOf(bytesOf(whole))->length, size);
-    EXPECT_EQ(single(bytesOf(whole), kOctetString)->content.size(), size);
-  }
-  EXPECT_EQ(hexOf(setOf({fromHex("04017a"), fromHex("040161")})), "310604016104017a");
-}
-
 TEST(DER, MalformedElementsAreNone) {
   for (const char* bytes : {"", "04", "0401", "048101", "1f0101", "0480", "0484ffffffff", "0489"}) {
     const std::string element = fromHex(bytes);

@@ -55,15 +55,12 @@ TEST_F(FileManagerTest, CopyKeepsPermissionsTimesAndLinks) {
 
 TEST_F(FileManagerTest, CopyRefusesWhatItCannotDoWell) {
   folder_.write("taken", "old");
-  fs::create_symlink("nowhere", folder_ / "dangling");
   folder_.write("tree/file", "x");
   folder_.write("withPipe/file", "x");
   ASSERT_EQ(::mkfifo((folder_ / "withPipe/pipe").c_str(), 0644), 0);
   const struct {
     const char *source, *target, *complaint;
   } cases[] = {
-      {"tree/file", "taken", "taken: File exists"},
-      {"tree/file", "dangling", "dangling: File exists"},
       {"tree", "taken", "taken: File exists"},
       {"missing", "new", "missing: No such file"},
       {"tree/file", "no/where", "file: No such file"},

@@ -139,14 +139,6 @@ TEST(URLConnection, KeepsCookiesByOriginInMemoryAndForAllThreads) {
               Each(HasSubstr("\r\nCookie: session=1\r\n")));
 }
 
-TEST(URLConnection, GoesThroughTheProxyOfTheEnvironment) {
-  const ScriptedServer server({"http:*=200 saying by proxy", "/=200 saying directly"});
-  const ScopedEnvironment http("http_proxy", server.url("").c_str());
-  EXPECT_EQ(answerTo(requestFor("http://service.invalid/path")), "by proxy");
-  const ScopedEnvironment none("no_proxy", "127.0.0.1");
-  EXPECT_EQ(answerTo(requestFor(server.url())), "directly");
-}
-
 TEST(URLConnection, RefusesToSendLinesThatNobodyMeant) {
   URLRequest inValue = requestFor("http://127.0.0.1:1/");
   inValue.headers = {{"X-Secret", "canary\r\nX-More: 1"}};

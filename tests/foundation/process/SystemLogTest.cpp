@@ -3,8 +3,6 @@
 
 namespace {
 
-using foundation::systemLog;
-
 TEST(SystemLog, StampsAreInLocalTimeWithThreeDigits) {
   const ScopedEnvironment environment("TZ", "XYZ-5:30");
   EXPECT_EQ(foundation::localTimeStamp(Date(-1us)), "1970-01-01 05:29:59.999");
