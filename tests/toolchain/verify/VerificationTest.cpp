@@ -91,11 +91,6 @@ Change blobIs(std::uint32_t slot, std::uint32_t magic, const std::string& payloa
 
 Change entitlementsAre(const std::string& text) { return blobIs(5, magic::kEntitlements, text); }
 
-/// The list of cdhashes is a property list in an octet string.
-Change hashListIs(const std::string& der) {
-  return [=](Parts& parts) { parts.hashPlist = der; };
-}
-
 void setRequirement(Parts& parts, const Expression& designated) {
   parts.blobs[2] = textOf(toolchain::makeRequirementSet(designated));
 }
@@ -171,10 +166,11 @@ TEST_F(VerificationTest, WrongSignaturesAreRefused) {
            Row{"no list of hashes covers the alternate CodeDirectories", listed(2, false, false)},
            Row{"the list of cdhashes is not that of the 2 CodeDirectories", listed(1, true, true)},
            Row{"the list of full digests is not that of the 2 Code", listed(1, false, true)},
-           Row{"the list of cdhashes is not an octet string", hashListIs("\x02\x01\x07")},
-           Row{"the list of cdhashes: ", hashListIs("\x04\x01{")},
+           Row{"the list of cdhashes is not an octet string",
+               [](Parts& parts) { parts.hashPlist = "\x02\x01\x07"; }},
+           Row{"the list of cdhashes: ", [](Parts& parts) { parts.hashPlist = "\x04\x01{"; }},
            Row{"the list of cdhashes has no \"cdhashes\"",
-               hashListIs("\x04\x17<plist><dict/></plist>\n")},
+               [](Parts& parts) { parts.hashPlist = "\x04\x17<plist><dict/></plist>\n"; }},
            Row{"Test Root CA", [](Parts& parts) { parts.certificates.pop_back(); }},
            Row{"team identifier \"OTHERTEAM1\" is not the certificate's \"ABCDE12345\"",
                each([](Fields& fields) { fields.teamIdentifier = "OTHERTEAM1"; })},
