@@ -9,15 +9,14 @@ TEST(CodeSignedResource, EqualityNeedsEveryPartPresent) {
   full.setPath("/a");
   full.setBundleIdentifier("x");
   EXPECT_TRUE(full.isEqual(full));
-  for (const auto& change : std::vector<std::function<void(QVTCodeSignedResource&)>>{
-           [](auto& other) { other.setCreationDate(Date(6s)); },
-           [](auto& other) { other.setPath("/b"); },
-           [](auto& other) { other.setBundleIdentifier("y"); },
-       }) {
-    auto other = full;
-    change(other);
-    EXPECT_FALSE(full.isEqual(other));
-  }
+  auto later = full;
+  later.setCreationDate(Date(6s));
+  auto elsewhere = full;
+  elsewhere.setPath("/b");
+  auto renamed = full;
+  renamed.setBundleIdentifier("y");
+  for (const auto& other : {later, elsewhere, renamed}) EXPECT_FALSE(full.isEqual(other));
+  EXPECT_FALSE(QVTCodeSignedResource().isEqual(QVTCodeSignedResource()));
   EXPECT_THAT(full.description(),
               testing::MatchesRegex("<QVTCodeSignedResource: 0x[0-9a-f]+ x \\(null\\) \\(null\\) "
                                     "1970-01-01 00:00:05 \\+0000>"));

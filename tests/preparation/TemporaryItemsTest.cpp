@@ -25,7 +25,7 @@ class TemporaryItemsTest : public testing::Test {
   void TearDown() override { TemporaryItems::releaseAll(); }
 
   /// A process claims and makes these items and is then killed. All is as old as that afterwards.
-  void leaveBehind(const std::vector<std::string>& items, hours time = kTwoDays) const {
+  void leaveBehind(const std::vector<std::string>& items) const {
     const auto end = inChildProcess([&]() -> std::string {
       for (const std::string& item : items) {
         const fs::path path = temporary_ / item;
@@ -39,9 +39,9 @@ class TemporaryItemsTest : public testing::Test {
       return "killed";
     });
     EXPECT_EQ(end, "killed");
-    ageAll(time);
+    ageAll(kTwoDays);
   }
-  void ageAll(hours time = kTwoDays) const {
+  void ageAll(hours time) const {
     for (const auto& path : pathsBelow(temporary_)) age(temporary_ / path, time);
   }
   fs::path firstClaim() const { return fs::directory_iterator(claims_)->path(); }
@@ -69,8 +69,8 @@ class TemporaryItemsTest : public testing::Test {
 
 TEST_F(TemporaryItemsTest, WhatAKilledRunLeftGoesAfterADay) {
   leaveBehind({"Example/", "com.quorvantile.mac/apps/one/",
-               "com.quorvantile.mac/distributions/two.ipa", "com.quorvantile.ipas/three/"},
-              hours(23));
+               "com.quorvantile.mac/distributions/two.ipa", "com.quorvantile.ipas/three/"});
+  ageAll(hours(23));
   expectNothingGoes();
   ageAll(hours(25));
   TemporaryItems::removeLeftovers();
@@ -116,7 +116,7 @@ TEST_F(TemporaryItemsTest, ALivingOwnerKeepsItsItems) {
   ASSERT_TRUE(TemporaryItems::claimFolder(example_ / ""));
   ASSERT_TRUE(TemporaryItems::claimFolder(example_ / "")) << "it does not wait for itself";
   make(example_ / "");
-  ageAll();
+  ageAll(kTwoDays);
   const auto before = itemsLeft();
   inChildProcess([] { return TemporaryItems::removeLeftovers(), std::string(); });
   EXPECT_EQ(itemsLeft(), before);

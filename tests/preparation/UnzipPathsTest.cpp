@@ -7,7 +7,7 @@ enum class Host { unix, old, utf8 };
 
 /// An archive with one empty file, which `unzip` takes. `unicode` is the name in an extra field,
 /// made for "Payload/raw.app/x" or "Payload/\u00dc.app/x".
-std::string archiveWith(const std::string& name, Host host, const std::string& unicode) {
+std::string archiveWith(const std::string& name, Host host, const std::string& unicode = "") {
   ZipItem item{.name = name, .compressedSize = 0, .uncompressedSize = 0};
   if (host == Host::old) item.madeBy = 0;
   if (host == Host::utf8) item.flags = 1 << 11;
@@ -62,7 +62,7 @@ TEST(UnzipPaths, AreUncertainWhereUnzipChangesNames) {
       {"Payload/B.app/..", Host::unix},   {"Payload/" + std::string(256, 'n'), Host::unix},
       {"Payload\\B.app\\x", Host::old},   {"Payload/\xc3\x9c.app/x", Host::old}};
   for (const auto& [name, host] : uncertain) {
-    EXPECT_FALSE(pathsOf(archiveWith(name, host, "")).areCertain()) << name;
+    EXPECT_FALSE(pathsOf(archiveWith(name, host)).areCertain()) << name;
   }
   const auto wrong = archiveWith("Payload/raw.app/x", Host::unix, "Payload/\xc3.app/x");
   EXPECT_FALSE(pathsOf(wrong).areCertain()) << "a Unicode name that is not UTF-8";
@@ -70,18 +70,15 @@ TEST(UnzipPaths, AreUncertainWhereUnzipChangesNames) {
 
 TEST(UnzipPaths, ReachTheirFoldersAndReplaceALinkOnlyByLinks) {
   constexpr std::uint16_t link = 0120777;
-  const UnzipPaths paths = pathsOf(ZipImage({{.name = "Payload/A.app/x"},
-                                             {.name = "/Payload/B.app"},
-                                             {.name = "Payload/C.APP/x"},
-                                             {.name = "Other/D.app/x"},
-                                             {.name = "Payload/A.app-more/x"},
-                                             {.name = "link", .unixMode = link},
-                                             {.name = "folder", .unixMode = link},
-                                             {.name = "folder/x"},
-                                             {.name = "slash/", .unixMode = link},
-                                             {.name = "twice", .unixMode = link},
-                                             {.name = "twice"}})
-                                       .bytes());
+  std::vector<ZipItem> items;
+  for (const char* const name : {"link", "folder", "slash/", "twice"}) {
+    items.push_back({.name = name, .unixMode = link});
+  }
+  for (const char* const name : {"Payload/A.app/x", "/Payload/B.app", "Payload/C.APP/x",
+                                 "Other/D.app/x", "Payload/A.app-more/x", "folder/x", "twice"}) {
+    items.push_back({.name = name});
+  }
+  const UnzipPaths paths = pathsOf(ZipImage(items).bytes());
   EXPECT_TRUE(paths.areCertain());
   EXPECT_THAT(paths.apps(), ElementsAre("A.app", "B.app"));
   for (const char* const reached : {"Payload", "Payload/A.app", "Payload/A.app/x", "Other"}) {

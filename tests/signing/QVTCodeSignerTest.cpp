@@ -80,19 +80,17 @@ TEST_F(QVTCodeSignerTest, WithoutItsInputNothingIsRun) {
 }
 
 TEST_F(QVTCodeSignerTest, FailedVerificationIsOnlyLogged) {
-  std::vector<std::string> lines;
-  signer_->setLogFunc([&](const std::string& line) { lines.push_back(line); });
   const auto verify = [&] {
     std::optional<Error> error = Error{"before", 1, {}};
     EXPECT_TRUE(signer_->verifyCodeSigningForBundleAtPath(app_, &error));
     EXPECT_FALSE(error);
   };
-  EXPECT_EQ(logOf(verify), "");
   answer("exit 3");
   const std::string warning = "Warning: the app as it came does not verify: ";
   EXPECT_THAT(logOf(verify), EndsWith(warning + "codesign ended with status 3\n"));
   answer("echo x; echo y; printf 'one\\n\\ntwo\\033[31m\\r\\n' >&2; exit 1");
-  lines.clear();
+  std::vector<std::string> lines;
+  signer_->setLogFunc([&](const std::string& line) { lines.push_back(line); });
   EXPECT_THAT(logOf(verify), EndsWith(warning + "one; two\\u001b[31m\\r; x\n"));
   const std::string output = "one\n\ntwo\x1b[31m\r\n";
   EXPECT_THAT(lines, ElementsAre("Verifying code sign at: " + app_, codesign_ + " -vv " + app_,

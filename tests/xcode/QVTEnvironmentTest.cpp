@@ -37,8 +37,6 @@ TEST(QVTEnvironment, ParsesSearchPaths) {
       {"dropped", "/A gone /B", {"/A", "/B"}, {"/A", "/B"}},
       {"double space", "/A  /B C", {"/A", "/B C"}, {"/A", "/B C"}},
       {"an escape before the split", R"(/X\ Y gone)", {"/X Y"}, {"/X Y"}},
-      {"escaped backslashes before it", R"(/X\\ Y gone)", {"/X Y"}, {"/X Y"}},
-      {"escaped backslashes and a space", R"(/X\\\ Y gone)", {R"(/X\ Y)"}, {R"(/X\ Y)"}},
       {"a lone quote", "/A \"", {"/A"}, {"/A"}},
       {"an open quote in a path", "gone \"B", {"/w/\"B"}, {"\"B"}},
       {"quotes taken off", "\"/X Y\" gone", {"/X Y"}, {"/X Y"}},
