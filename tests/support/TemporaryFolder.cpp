@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/OtherProcess.h"
+
 namespace test {
 
 namespace fs = std::filesystem;
@@ -62,19 +64,8 @@ std::vector<std::string> pathsBelow(const fs::path& folder) {
   return paths;
 }
 
-std::map<std::string, std::string> snapshot(const fs::path& folder) {
-  std::map<std::string, std::string> result;
-  for (const std::string& path : pathsBelow(folder)) {
-    const auto status = fs::symlink_status(folder / path);
-    std::string& text = result[path];
-    text = std::to_string(static_cast<unsigned>(status.permissions())) + ' ';
-    if (fs::is_symlink(status)) text += fs::read_symlink(folder / path).string();
-    if (fs::is_regular_file(status) &&
-        (status.permissions() & fs::perms::owner_read) != fs::perms::none) {
-      text += contentsOf(folder / path);
-    }
-  }
-  return result;
+std::string snapshot(const fs::path& folder) {
+  return outputOf({"tar", "--sort=name", "-cC", folder, "."});
 }
 
 namespace {

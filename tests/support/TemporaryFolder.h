@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -40,8 +39,8 @@ void copyTree(const std::filesystem::path& from, const std::filesystem::path& to
 
 /// The paths of everything below a folder, relative to it and sorted.
 std::vector<std::string> pathsBelow(const std::filesystem::path& folder);
-/// The same with each item's mode, and its content or link target.
-std::map<std::string, std::string> snapshot(const std::filesystem::path& folder);
+/// The same with each item's mode, time, and content or link target, as an archive.
+std::string snapshot(const std::filesystem::path& folder);
 
 /// Sets an environment variable for a scope (nullptr unsets it), then restores it.
 class ScopedEnvironment {
