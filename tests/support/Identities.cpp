@@ -92,11 +92,6 @@ std::string written(const Write& write) {
   return {bytes, static_cast<std::size_t>(size)};
 }
 
-Family familyBelow(const MadeIdentity& root, const CertificateOptions& options) {
-  const MadeIdentity intermediate = makeIntermediate(root);
-  return {makeLeaf(intermediate, options), intermediate, root};
-}
-
 }  // namespace
 
 std::string MadeIdentity::certificatePEM() const {
@@ -135,9 +130,9 @@ std::vector<foundation::Certificate> Family::chain() const {
   return {leaf.certificate(), intermediate.certificate(), root.certificate()};
 }
 
-Family makeFamily(const CertificateOptions& options) { return familyBelow(makeRoot(), options); }
-Family makeDeveloperFamily(const std::string& commonName) {
-  return familyBelow(makeRoot("Apple Root CA - G3"), {.commonName = commonName});
+Family makeFamily(const CertificateOptions& options, const MadeIdentity& root) {
+  const MadeIdentity intermediate = makeIntermediate(root);
+  return {makeLeaf(intermediate, options), intermediate, root};
 }
 
 Data makeSignedMessage(std::string_view content, const MadeIdentity& signer,

@@ -75,9 +75,7 @@ struct Family {
   [[nodiscard]] std::string pem() const;
   [[nodiscard]] std::vector<foundation::Certificate> chain() const;
 };
-Family makeFamily(const CertificateOptions& options = {});
-/// The same below a root that has the name of one of the platform vendor's.
-Family makeDeveloperFamily(const std::string& commonName = CertificateOptions().commonName);
+Family makeFamily(const CertificateOptions& options = {}, const MadeIdentity& root = makeRoot());
 
 /// What `openssl cms -sign` makes in DER, with these options and further certificates. By default
 /// it contains the content, like a .mobileprovision file.

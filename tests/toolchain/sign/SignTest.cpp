@@ -30,7 +30,7 @@ TEST(SignTest, IdentitiesOfEveryKindSign) {
   // The status is that of the verification.
   const std::tuple<const char*, Family, int> rows[] = {
       // The name of the root decides about the requirement; that it is met takes the root itself.
-      {"home-made developer", makeDeveloperFamily(), 3},
+      {"home-made developer", makeFamily({}, makeRoot("Apple Root CA - G3")), 3},
       {"RSA", makeFamily({.key = KeyKind::rsa}), 0},
       {"larger than the space which the platform's tool reserves",
        makeFamily({.organizations = std::vector(500, std::string(60, 'a'))}), 0},

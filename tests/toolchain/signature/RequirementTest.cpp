@@ -159,7 +159,7 @@ TEST(RequirementTest, TextBytesAndMeaningOfEveryOperation) {
 /// vendor, so a root of the same name stands in for the vendor's.
 TEST(RequirementTest, IdentitiesAreNamedByTheirAnchorOrTheLastOfTheirOrganization) {
   const std::string name = "iPhone Developer: J\xc3\xb6rg (ABCDE12345) and more xyz";
-  const auto developer = makeDeveloperFamily(name).chain();
+  const auto developer = makeFamily({.commonName = name}, makeRoot("Apple Root CA - G3")).chain();
   const auto chain = makeFamily().chain();
   const MadeIdentity root = makeRoot("Other CA");
   const auto issuer =
