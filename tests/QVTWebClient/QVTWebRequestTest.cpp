@@ -29,6 +29,11 @@ TEST(QVTWebRequest, BuildsMultipartBodiesByteForByte) {
   const std::string zip = "\r\nContent-Type: application/zip";
   const std::string unknown = "\r\nContent-Type: application/octet-stream";
   const std::string binary = "\r\nContent-Transfer-Encoding: binary";
+  const Dictionary pair = {{"k", "v"}};
+  const Dictionary typedText = {{"value", "1"}, {"field", "a"}, {"mime-type", "a/b"}};
+  const Fill prefixed = [&](Request& r) { r.addValueForFormFromDictWithPrefix(pair, "build"); };
+  const Fill unprefixed = [&](Request& r) { r.addValueForFormFromDict(pair); };
+  const Fill typed = [&](Request& r) { r.addFormRecord(typedText); };
   const struct {
     const char* name;
     Fill fill;
@@ -46,21 +51,9 @@ TEST(QVTWebRequest, BuildsMultipartBodiesByteForByte) {
       {"data from a dictionary", dictionary({{"d", Data(bytes)}}),
        "\"d\"" + noName + plain + binary, bytes},
       {"values that are neither", dictionary({{"n", 1}, {"b", true}}), "", ""},
-      {"a prefix",
-       [](Request& r) {
-         r.addValueForFormFromDictWithPrefix({{"k", "v"}}, "build");
-       },
-       "\"build[k]\"" + plain, "v"},
-      {"no prefix",
-       [](Request& r) {
-         r.addValueForFormFromDict({{"k", "v"}});
-       },
-       "\"[k]\"" + plain, "v"},
-      {"a type of its own is ignored for text",
-       [](Request& r) {
-         r.addFormRecord({{"value", "1"}, {"field", "a"}, {"mime-type", "a/b"}});
-       },
-       "\"a\"" + plain, "1"},
+      {"a prefix", prefixed, "\"build[k]\"" + plain, "v"},
+      {"no prefix", unprefixed, "\"[k]\"" + plain, "v"},
+      {"a type of its own is ignored for text", typed, "\"a\"" + plain, "1"},
   };
   const std::string start = "MIME-Version: 1.0\r\n", end = "--AaB03x--\r\n";
   std::string parts;

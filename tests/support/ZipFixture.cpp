@@ -12,11 +12,10 @@ fs::path pack(const fs::path& archive, const std::vector<PackedFile>& files) {
       folder.write(path, content);
     }
   }
-  // `zip` adds ".zip" to a name without an extension, so the archive gets its name afterwards.
-  const TemporaryFolder packed;
-  outputOf({"sh", "-c", R"(cd "$1" && zip -q --symlinks -r "$2" .)", "sh", folder.path(),
-            packed / "packed.zip"});
-  return writeFile(archive, contentsOf(packed / "packed.zip"));
+  writeFile(archive, "");  // with its parents
+  outputOf({"sh", "-c", R"(cd "$0" && zip -qry "$1.zip" . && mv "$1.zip" "$1")", folder.path(),
+            fs::absolute(archive)});
+  return archive;
 }
 
 std::string zipField(std::uint16_t kind, const std::string& content) {

@@ -140,12 +140,13 @@ TEST(URLConnection, KeepsCookiesByOriginInMemoryAndForAllThreads) {
 }
 
 TEST(URLConnection, RefusesToSendLinesThatNobodyMeant) {
-  URLRequest inValue = requestFor("http://127.0.0.1:1/");
-  inValue.headers = {{"X-Secret", "canary\r\nX-More: 1"}};
-  URLRequest inName = requestFor("http://127.0.0.1:1/");
-  inName.headers = {{"X: y\r\nZ", "canary"}};
-  const URLRequest inMethod = requestFor("http://127.0.0.1:1/", "GET / HTTP/1.1\r\n");
-  for (const URLRequest& request : {inValue, inName, inMethod}) {
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {"GET", "X-Secret", "canary\r\nX-More: 1"},
+      {"GET", "X: y\r\nZ", "canary"},
+      {"GET / HTTP/1.1\r\n", "X-Secret", "canary"}};
+  for (const auto& [method, name, value] : cases) {
+    URLRequest request = requestFor("http://127.0.0.1:1/", method);
+    request.headers = {{name, value}};
     EXPECT_THAT(answerTo(request), AllOf(HasSubstr("Code=-1 "), Not(HasSubstr("canary"))));
   }
 }
