@@ -7,10 +7,8 @@
 namespace foundation {
 namespace {
 
-using Key = Handle<EVP_PKEY, EVP_PKEY_free>;
-
-/// The P-256 key of the examples in RFC 6979, appendix A.2.5.
-Key exampleKey() {
+/// The example of RFC 6979, appendix A.2.5, for P-256.
+TEST(DeterministicSignature, GivesThePublishedNumbers) {
   const std::string number =
       fromHex("c9afa9d845ba75166b5c215767b1d6934e50c3db36e89b127b8a622b120f6721");
   const std::string der =
@@ -18,11 +16,9 @@ Key exampleKey() {
                    "\x02\x01\x01" + DER::element(DER::kOctetString, number) +
                        DER::element(DER::kContext0, DER::objectIdentifier("1.2.840.10045.3.1.7")));
   const auto* at = reinterpret_cast<const unsigned char*>(der.data());
-  return Key(d2i_PrivateKey(EVP_PKEY_EC, nullptr, &at, static_cast<long>(der.size())));
-}
-
-TEST(DeterministicSignature, GivesThePublishedNumbers) {
-  const auto signature = deterministicSignature(sha256(bytesOf("sample")), exampleKey().get());
+  const Handle<EVP_PKEY, EVP_PKEY_free> key(
+      d2i_PrivateKey(EVP_PKEY_EC, nullptr, &at, static_cast<long>(der.size())));
+  const auto signature = deterministicSignature(sha256(bytesOf("sample")), key.get());
   ASSERT_TRUE(signature);
   EXPECT_THAT(
       hexOf(*signature),
