@@ -7,8 +7,8 @@
 namespace test {
 
 ScriptedServer::ScriptedServer(const std::vector<std::string>& behaviours, const std::string& tls) {
-  std::vector<std::string> command = {"python3",          "-S",       "-E",
-                                      RUNS "/service.py", "--record", folder_.path()};
+  const std::string service = RUNS "/service.py";
+  std::vector<std::string> command = {"python3", "-S", "-E", service, "--record", folder_.path()};
   for (const auto& behaviour : behaviours) command.insert(command.end(), {"--behave", behaviour});
   if (!tls.empty()) command.insert(command.end(), {"--tls", tls});
   const fs::path output = folder_.write("output", "");
