@@ -171,6 +171,7 @@ TEST(PropertyList, RefusesDamagedXML) {
        {"no reference", xml("<string>AT&T</string>"), reference},
        {"unknown name", xml("<string>a&nbsp;</string>"), reference},
        {"a surrogate", xml("<key>&#xd800;</key>"), reference},
+       {"too large", xml("<string>&#x110000;</string>"), reference},
        {"entity declared elsewhere",
         "<!DOCTYPE plist SYSTEM 'x'>\n<plist><string>&a;</string></plist>", reference},
        {"crossed", xml("\n<dict></array>"), ", line 3: </array> closes nothing that is open here"},
@@ -191,6 +192,7 @@ TEST(PropertyList, RefusesDamagedXML) {
        {"early year", xml("<date>0000-12-31T23:59:59Z</date>"),
         ": a date outside the years 1 to 9999"},
        {"entity", withSubset("<!ENTITY a 'b'>"), declared},
+       {"parameter entity", withSubset("<!ENTITY % a 'b'> %a;"), declared},
        {"default attribute", withSubset("<!ATTLIST true a CDATA 'b'>"), declared},
        {"not UTF-8", xml("<string>\xff</string>"), ": text that is not UTF-8"}});
 }
