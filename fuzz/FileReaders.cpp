@@ -134,7 +134,7 @@ const Registration kSearchPaths("SearchPaths", [](Bytes input) {
     return path.size() % 2 == 0;
   };
   const auto paths = QVTEnvironment::parseFrameworkSearchPathsFromStringWorkingDirectoryFileManager(
-      value, "/work", isDirectory);
+      value, "/project", isDirectory);
   std::size_t length = 0;
   for (const std::string& path : paths) length += path.size();
   require(length <= input.size());
