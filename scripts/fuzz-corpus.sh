@@ -25,7 +25,7 @@ for target in "$rows"/*; do
   find "$target" -type f -size -4100c -exec cp {} "$new" \;
   find "fuzz/corpus/$name" -type f ! -name 'row-*' -regextype egrep ! -regex '.*/[0-9a-f]{40}' \
     -exec cp {} "$new" \;
-  READER=$name "$folder/fuzz/fuzz_targets" -merge=1 -use_counters=0 -max_len=20000 -timeout=10 "$new" "$target" \
+  READER=$name "$folder/bin/fuzz_targets" -merge=1 -use_counters=0 -max_len=20000 -timeout=10 "$new" "$target" \
     "fuzz/corpus/$name" "$folder/corpus/$name" >"$folder/log/merge-$name" 2>&1
   rm -rf "fuzz/corpus/$name"
   cp -r "$new" "fuzz/corpus/$name"

@@ -26,7 +26,7 @@ mkdir -p "$folder"/{corpus,findings,log,home}
 run() {
   local target=$1
   mkdir -p "$folder/corpus/$target"
-  READER=$target HOME=$folder/home "$folder/fuzz/fuzz_targets" "$folder/corpus/$target" "fuzz/corpus/$target" \
+  READER=$target HOME=$folder/home "$folder/bin/fuzz_targets" "$folder/corpus/$target" "fuzz/corpus/$target" \
     -max_total_time="$seconds" -max_len=65536 -timeout=10 -malloc_limit_mb=64 -rss_limit_mb=2048 \
     -close_fd_mask=3 -print_final_stats=1 -artifact_prefix="$folder/findings/$target-" \
     >"$folder/log/$target" 2>&1
