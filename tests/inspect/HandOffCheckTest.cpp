@@ -8,7 +8,7 @@
 
 namespace {
 
-/// We cannot sign as the vendor, so a root of the same name stands in for the vendor's.
+/// The test makes a root certificate with the name of the vendor's.
 TEST(HandOff, NestedCodeOfTheVendorsOwnIsFineAsItIs) {
   const TemporaryFolder folder;
   const auto app = makeApp(folder.path());

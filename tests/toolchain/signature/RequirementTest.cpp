@@ -155,8 +155,8 @@ TEST(RequirementTest, TextBytesAndMeaningOfEveryOperation) {
   EXPECT_TRUE(meets(adHoc, matching(certificateField, "subject.CN", absent)));
 }
 
-/// The vendor's developer programs are recognised by the issuer's mark. We cannot sign as the
-/// vendor, so a root of the same name stands in for the vendor's.
+/// The vendor's developer programs are recognised by the issuer's mark. The test makes a root
+/// certificate with the name of the vendor's.
 TEST(RequirementTest, IdentitiesAreNamedByTheirAnchorOrTheLastOfTheirOrganization) {
   const std::string name = "iPhone Developer: J\xc3\xb6rg (ABCDE12345) and more xyz";
   const auto developer = makeFamily({.commonName = name}, makeRoot("Apple Root CA - G3")).chain();
